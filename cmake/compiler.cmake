@@ -1,0 +1,25 @@
+# What every target of ours is compiled with: warnings as errors, hardening, and the sanitizers of the preset.
+add_library(kav_compiler INTERFACE)
+target_compile_options(kav_compiler INTERFACE
+    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2 -Werror
+    -fstack-protector-strong -ffunction-sections -fdata-sections)
+target_link_options(kav_compiler INTERFACE -Wl,--gc-sections -Wl,-z,relro -Wl,-z,now)
+
+if(KAV_SANITIZE)
+    target_compile_options(kav_compiler INTERFACE
+        -fsanitize=${KAV_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(kav_compiler INTERFACE -fsanitize=${KAV_SANITIZE})
+elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
+    target_compile_options(kav_compiler INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+endif()
+if(KAV_COVERAGE)
+    target_compile_options(kav_compiler INTERFACE --coverage -fprofile-update=atomic)
+    target_link_options(kav_compiler INTERFACE --coverage)
+endif()
+
+# The viewer is linked statically wherever nothing needs the dynamic linker: starting it must cost next to nothing.
+if(KAV_SANITIZE OR KAV_COVERAGE)
+    set(KAV_STATIC_VIEWER OFF)
+else()
+    set(KAV_STATIC_VIEWER ON)
+endif()

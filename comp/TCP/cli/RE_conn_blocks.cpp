@@ -1,0 +1,1 @@
+#include "RE_conn_blocks.h"

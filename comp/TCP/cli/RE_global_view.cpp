@@ -1,0 +1,4 @@
+#include "RE_global_view.h"
+
+void show_global(bool)
+{}

@@ -1,0 +1,4 @@
+#include "RE_nack_view.h"
+
+void show_nack_info(int, int)
+{}

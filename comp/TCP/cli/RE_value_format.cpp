@@ -1,0 +1,1 @@
+#include "RE_value_format.h"

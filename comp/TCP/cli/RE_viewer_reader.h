@@ -1,0 +1,30 @@
+// The one reader of a run, and the short ways to the counters that every view takes.
+#pragma once
+
+#include "RE_statistics.h"
+
+// Null until the front end makes the reader; views are called only after it has been opened, and do not test it.
+extern RE_stat_reader* p_statReader;
+
+// A global counter (id: an RE_stat_global_id), read afresh at every call; 0 when the reader does not know it.
+inline long long GLOB(int id)
+{
+    long long value = 0;
+    p_statReader->read_global_stat(id, value);
+    return value;
+}
+
+// A counter of the peer in `peer_slot` (id: an RE_stat_peer_id), read afresh at every call; 0 when the reader does not
+// know it.
+inline long long PEER(int peer_slot, int id)
+{
+    long long value = 0;
+    p_statReader->read_peer_stat(peer_slot, id, value);
+    return value;
+}
+
+// The low 32 bits of a counter as a signed number: what a report's narrower fields and conversions take.
+inline int low32(long long value)
+{
+    return static_cast<int>(static_cast<unsigned int>(static_cast<unsigned long long>(value)));
+}
