@@ -1,1 +1,211 @@
 #include "RE_value_format.h"
+
+#include "RE_viewer_reader.h"
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+namespace {
+
+// The bounds of both get_data_size_str: a unit is used up to 100 of the next one.
+constexpr long long bound_of_second_unit = 100LL << 10;
+constexpr long long bound_of_third_unit = 100LL << 20;
+
+// A ratio above 0 but below this is told as "less than"; the text says 0.01 all the same, which scripts rely on.
+constexpr float smallest_ratio = 0.0001F;
+
+float percentage(long long part, long long whole)
+{
+    return static_cast<float>(part) * 100.0F / static_cast<float>(whole);
+}
+
+float percentage(unsigned long long part, unsigned long long whole)
+{
+    return static_cast<float>(part) * 100.0F / static_cast<float>(whole);
+}
+
+bool is_nearly_zero(float ratio)
+{
+    return ratio > 0.0F && ratio < smallest_ratio;
+}
+
+float reduction(long long in_bytes, long long out_bytes, bool b_encode)
+{
+    if (out_bytes <= 0 || in_bytes <= 0) {
+        return 0.0F;
+    }
+    const float ratio = b_encode ? percentage(wrapping_difference(in_bytes, out_bytes), in_bytes)
+                                 : percentage(wrapping_difference(out_bytes, in_bytes), out_bytes);
+    return ratio < 0.0F ? 0.0F : ratio;
+}
+
+// Unlike `reduction`, one side of 0 is a full reduction here and not none.
+float reduction(unsigned long long in_bytes, unsigned long long out_bytes, bool b_encode)
+{
+    if (in_bytes == 0 && out_bytes == 0) {
+        return 0.0F;
+    }
+    if (in_bytes == 0 || out_bytes == 0) {
+        return 100.0F;
+    }
+    const unsigned long long large = b_encode ? in_bytes : out_bytes;
+    const unsigned long long small = b_encode ? out_bytes : in_bytes;
+    return large < small ? 0.0F : percentage(large - small, large);
+}
+
+constexpr int MIN_SEC = 60;
+constexpr int HOUR_SEC = 60 * MIN_SEC;
+constexpr int DAY_SEC = 24 * HOUR_SEC;
+
+// Seconds from cache_time to now in 32 bits, as the engine's clocks have them; beyond 2038 the difference still holds.
+int age_in_32_bits(long long cache_time)
+{
+    const auto now = static_cast<unsigned int>(std::time(nullptr));
+    return static_cast<int>(now - static_cast<unsigned int>(cache_time));
+}
+
+} // namespace
+
+std::string get_data_size_str(long long size)
+{
+    char buf[32];
+    if (size > bound_of_third_unit) {
+        std::snprintf(buf, sizeof buf, "%6d MB", low32(size >> 20));
+    } else if (size > bound_of_second_unit) {
+        std::snprintf(buf, sizeof buf, "%6d KB", low32(size >> 10));
+    } else {
+        std::snprintf(buf, sizeof buf, "%6d B", low32(size));
+    }
+    return buf;
+}
+
+std::string get_data_size_str(unsigned long long size_in_KB)
+{
+    char buf[32];
+    if (size_in_KB > static_cast<unsigned long long>(bound_of_third_unit)) {
+        std::snprintf(buf, sizeof buf, "%6llu GB", size_in_KB >> 20);
+    } else if (size_in_KB > static_cast<unsigned long long>(bound_of_second_unit)) {
+        std::snprintf(buf, sizeof buf, "%6llu MB", size_in_KB >> 10);
+    } else {
+        std::snprintf(buf, sizeof buf, "%6llu KB", size_in_KB);
+    }
+    return buf;
+}
+
+std::string get_conn_byte_summary(long long size)
+{
+    char buf[32];
+    if (size > 1LL << 30) {
+        std::snprintf(buf, sizeof buf, "%4dGB", low32(size >> 30));
+    } else if (size > 1LL << 20) {
+        std::snprintf(buf, sizeof buf, "%4dMB", low32(size >> 20));
+    } else if (size > 1LL << 10) {
+        std::snprintf(buf, sizeof buf, "%4dKB", low32(size >> 10));
+    } else {
+        std::snprintf(buf, sizeof buf, "%4dB", low32(size));
+    }
+    return buf;
+}
+
+const char* get_in_out_ratio_str(long long in_bytes, long long out_bytes, bool b_encode)
+{
+    static char buf[256];
+    const float ratio = reduction(in_bytes, out_bytes, b_encode);
+    const std::string in = get_data_size_str(in_bytes);
+    const std::string out = get_data_size_str(out_bytes);
+    if (is_nearly_zero(ratio)) {
+        std::snprintf(buf, sizeof buf, "in: %s, out: %s, ratio: <0.01%%", in.c_str(), out.c_str());
+    } else {
+        std::snprintf(buf, sizeof buf, "in: %s, out: %s, ratio: %6.2f%%", in.c_str(), out.c_str(),
+                      static_cast<double>(ratio));
+    }
+    return buf;
+}
+
+std::string get_in_out_ratio_str(unsigned long long in_bytes, unsigned long long out_bytes, bool b_encode)
+{
+    const float ratio = reduction(in_bytes, out_bytes, b_encode);
+    if (is_nearly_zero(ratio)) {
+        return "<0.01%";
+    }
+    char buf[256];
+    std::snprintf(buf, sizeof buf, "%6.2f%%", static_cast<double>(ratio));
+    return buf;
+}
+
+const char* get_age_str(long long cache_time)
+{
+    static char buf[256];
+    buf[0] = '\0';
+    const auto append = [](int value, char unit) {
+        const std::size_t length = std::strlen(buf);
+        std::snprintf(buf + length, sizeof buf - length, "%d%c", value, unit);
+    };
+
+    int age_in_sec = cache_time > 0 ? age_in_32_bits(cache_time) : 0;
+    if (age_in_sec < 0) {
+        std::snprintf(buf, sizeof buf, "unknown (system clock has been changed)");
+        return buf;
+    }
+
+    // The units thin out as the age grows, irregularly on purpose: "31d", "1d4h" and "5h" stop where they are, while
+    // "2h5m7s" and "1d30m5s" go on to seconds.
+    int days = 0;
+    if (age_in_sec >= DAY_SEC) {
+        days = age_in_sec / DAY_SEC;
+        append(days, 'd');
+        if (days > 30) {
+            return buf;
+        }
+        age_in_sec %= DAY_SEC;
+    }
+    if (age_in_sec >= HOUR_SEC) {
+        const int hours = age_in_sec / HOUR_SEC;
+        append(hours, 'h');
+        if (hours > 2 || days > 0) {
+            return buf;
+        }
+        age_in_sec %= HOUR_SEC;
+    }
+    if (age_in_sec >= MIN_SEC) {
+        const int mins = age_in_sec / MIN_SEC;
+        append(mins, 'm');
+        age_in_sec %= MIN_SEC;
+    }
+    append(age_in_sec, 's');
+    return buf;
+}
+
+const char* get_time_str(int t)
+{
+    static char time_str[256];
+    constexpr std::size_t limit = 100;
+    const std::time_t moment = t;
+    std::tm local{};
+    localtime_r(&moment, &local);
+    if (std::strftime(time_str, limit, "%m/%d/%Y %T", &local) == 0) {
+        time_str[0] = '\0';
+    }
+    return time_str;
+}
+
+void show_msg_size_dist(const RE_conn_slot& c, int first_id)
+{
+    constexpr int bucket_count = 6;
+    long long total = 0;
+    for (int k = 0; k < bucket_count; ++k) {
+        total = wrapping_sum(total, c.get(first_id + k));
+    }
+
+    std::array<int, bucket_count> percent{};
+    if (total != 0) {
+        for (int k = 0; k < bucket_count; ++k) {
+            percent[static_cast<std::size_t>(k)] = percent_of_total(c.get(first_id + k), total);
+        }
+    }
+    std::printf("  Message size distribution:\n"
+                "    0-1K=%d%%  1K-5K=%d%%  5K-15K=%d%%  15K-25K=%d%%  25K-40K=%d%%  >40K=%d%%\n",
+                percent[0], percent[1], percent[2], percent[3], percent[4], percent[5]);
+}

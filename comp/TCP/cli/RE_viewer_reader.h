@@ -28,3 +28,29 @@ inline int low32(long long value)
 {
     return static_cast<int>(static_cast<unsigned int>(static_cast<unsigned long long>(value)));
 }
+
+// Counters come from outside, so sums, differences and products of them wrap like the engine's own 64-bit arithmetic
+// instead of being undefined.
+inline long long wrapping_sum(long long a, long long b)
+{
+    return static_cast<long long>(static_cast<unsigned long long>(a) + static_cast<unsigned long long>(b));
+}
+
+inline long long wrapping_difference(long long a, long long b)
+{
+    return static_cast<long long>(static_cast<unsigned long long>(a) - static_cast<unsigned long long>(b));
+}
+
+// numerator / divisor, cut toward 0; the one quotient that does not fit (the smallest number by -1) wraps. divisor: not
+// 0.
+inline long long wrapping_quotient(long long numerator, long long divisor)
+{
+    return divisor == -1 ? wrapping_difference(0, numerator) : numerator / divisor;
+}
+
+// A histogram's bucket in whole percent of the histogram's total, cut. total: not 0.
+inline int percent_of_total(long long value, long long total)
+{
+    const auto hundredfold = static_cast<long long>(static_cast<unsigned long long>(value) * 100U);
+    return low32(wrapping_quotient(hundredfold, total));
+}
