@@ -2,7 +2,8 @@
 // the figures in it up to date.
 //
 // Counters are updated with relaxed atomic operations, records under a sequence counter per slot, so that no reader
-// ever slows or blocks the engine. All operations may be called from several threads at once. Slots are storage places
+// ever slows or blocks the engine. All operations but create() and close() may be called from several threads at
+// once. Slots are storage places
 // counted from 0. A slot, an id or a size that is out of range changes nothing; operations with an int result then
 // return -EINVAL.
 #pragma once

@@ -69,7 +69,7 @@ bool RE_mac_id::set(const char* str)
 
 void RE_mac_id::set(const RE_mac_id_t& id)
 {
-    std::memcpy(m_data, id.m_data, sizeof m_data);
+    RE_mac_id_t::operator=(id);
 }
 
 void RE_mac_id::copy_to(unsigned char* bytes) const

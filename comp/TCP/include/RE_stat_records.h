@@ -282,7 +282,8 @@ static_assert(sizeof(RE_stat_config_param) == 208);
 #pragma pack(push, 1)
 
 // Which application a record counts: its names' handle, its server port and the peer. The first twelve bytes are bit
-// fields without gaps; m_open_cnt lies across bytes 6 to 8, counted from m_server_port's start at byte 4.
+// fields without gaps: m_open_cnt takes the upper seven bits of byte 6 and the bytes 7 and 8, so that it lies in two
+// 64-bit words.
 struct RE_stat_app_header
 {
     std::uint32_t m_policy_engine_handler : 10;

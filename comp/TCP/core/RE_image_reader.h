@@ -1,0 +1,99 @@
+// All of RE_stat_reader over a statistics image; where the image comes from is the derived classes' part.
+#pragma once
+
+#include "RE_stat_image.h"
+
+#include <memory>
+
+class RE_image_reader : public RE_stat_reader
+{
+public:
+    // An image of the same statistics that may be written to, for the length of one reset.
+    class writable_image
+    {
+    public:
+        virtual ~writable_image() = default;
+        RE_stat_image image;
+    };
+
+    RE_stat_config_param* get_config_param() override;
+    int read_global_stat(int id, long long& value) override;
+    int read_global_conn_stat(int id, long long& value) override;
+    int read_global_active_conn_count() override;
+    int get_max_peer_slots() override;
+    bool is_peer_valid(int peer_slot) override;
+    int read_peer_header(int peer_slot, RE_stat_peer_header& hdr) override;
+    int read_peer_id(int peer_slot, int& peer_id) override;
+    int read_peer_stat(int peer_slot, int id, long long& value) override;
+    int read_peer_conn_stat(int peer_slot, int id, long long& value) override;
+    int read_peer_active_conn_count(int peer_slot) override;
+    int get_max_app_slots() override;
+    int read_app_slot(int app_slot, RE_stat_app_struct*& p) override;
+    std::uint32_t get_app_slot_shared_memory_header_size() override;
+    int read_app_header(int app_slot, RE_stat_app_header& hdr) override;
+    int read_app_stat(int app_slot, int id, long& value) override;
+    const std::uint32_t* get_app_id_array(int app_slot) override;
+    int get_max_conn_slots() override;
+    bool is_conn_valid(int conn_slot) override;
+    int read_conn_header(int conn_slot, RE_stat_conn_header& hdr) override;
+    int read_conn_so_header(int conn_slot, SO_stat_conn_header& hdr) override;
+    int read_conn_stat(int conn_slot, int id, long long& value) override;
+    int read_conn_time(int conn_slot, std::time_t& open_time, std::time_t& close_time) override;
+    int read_conn_peer_id(int conn_slot, int& peer_id) override;
+    int read_conn_stat_for_qlt(RE_stat_conn_handler conn, RE_stat_conn_for_qlt& out) override;
+    int get_first_nack() override;
+    int get_next_nack(int cursor, RE_stat_nack_header& hdr) override;
+    void reset_all() override;
+    void reset_global_stat() override;
+    void reset_peer_stat(int peer_slot) override;
+    void reset_all_peers() override;
+    void reset_all_apps() override;
+    void reset_conn_stat(int conn_slot) override;
+    void reset_all_conns() override;
+    void reset_all_nacks() override;
+    void clear_all() override;
+    int save_stats_binary(const char* path) override;
+    void* get_re_auto_bypass_memory_ptr(int size) override;
+
+protected:
+    // Starts and ends the reading of an image that has been attached to.
+    void begin(const RE_stat_image& image);
+    void end();
+    bool is_open() const { return m_image.header != nullptr; }
+    const RE_stat_image& image() const { return m_image; }
+
+    // Opens the image for writing; null when it must not be changed, which has then been logged.
+    virtual std::unique_ptr<writable_image> open_writable() = 0;
+
+private:
+    // The identity of one slot, copied as one. The interface asks for its fields one call at a time; they are answered
+    // from the copy until a field is asked for again, which takes a new one. So the fields of one round always belong
+    // together.
+    template <typename Row>
+    struct identity
+    {
+        int slot = -1;
+        bool b_valid = false;
+        unsigned int fields_given = 0;
+        std::uint32_t row = 0; // where the slot's rows are in the image
+        Row copy{};
+    };
+
+    bool take_peer(int peer_slot);
+    bool has_peer(int peer_slot, unsigned int field);
+    // Reads the counter at `offset` in the peer's row, unless the slot has got another tenant since its identity was
+    // copied: no report ever shows one tenant's name with another's figures. read_conn_stat keeps to the same rule.
+    int read_peer_counter(int peer_slot, std::size_t offset, long long& value);
+    bool take_conn(int conn_slot);
+    bool has_conn(int conn_slot, unsigned int field);
+    bool has_app(int app_slot);
+
+    RE_stat_image m_image;
+    identity<RE_image_peer_row> m_peer;
+    identity<RE_image_conn_row> m_conn;
+    RE_image_config_row m_config{};
+    RE_stat_app_struct m_app{};
+    std::uint64_t m_nacks_end = 0; // where the walk through the NACK log ends, so that a busy engine cannot prolong it
+    int m_patience = 0;            // how often this reader may still wait for an engine that is changing a record
+    std::unique_ptr<unsigned char[]> m_bypass_copy;
+};

@@ -1,0 +1,265 @@
+#include "RE_save_target.h"
+
+#include "RE_stat_error.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#define XXH_INLINE_ALL
+#include <xxhash.h>
+
+namespace {
+
+// The folder of a path, as a path: everything before the last slash.
+bool folder_of(const char* path, char (&folder)[PATH_MAX])
+{
+    const char* const slash = std::strrchr(path, '/');
+    if (slash == nullptr) {
+        std::strcpy(folder, ".");
+        return true;
+    }
+    const auto length = std::max<std::size_t>(static_cast<std::size_t>(slash - path), 1);
+    if (length >= sizeof folder) {
+        return false;
+    }
+    std::memcpy(folder, path, length);
+    folder[length] = '\0';
+    return true;
+}
+
+// Whether what stands at `path` could have been put there by anybody: it is neither ours nor the folder's owner's, and
+// everybody may write to the folder.
+bool is_planted(const char* path, const struct stat& found)
+{
+    char folder[PATH_MAX];
+    struct stat around
+    {
+    };
+    if (!folder_of(path, folder) || stat(folder, &around) != 0) {
+        return false;
+    }
+    const bool b_open_to_all = (around.st_mode & S_ISVTX) != 0 && (around.st_mode & S_IWOTH) != 0;
+    return b_open_to_all && found.st_uid != geteuid() && found.st_uid != around.st_uid;
+}
+
+int error_of_write(int error)
+{
+    return error == ENOSPC || error == EDQUOT || error == EFBIG ? RE_STAT_ERR_NO_SPACE : RE_STAT_ERR_WRITE;
+}
+
+XXH64_state_t* hash_in(unsigned char* bytes)
+{
+    return std::launder(reinterpret_cast<XXH64_state_t*>(bytes));
+}
+
+} // namespace
+
+RE_save_target::RE_save_target()
+{
+    static_assert(sizeof(XXH64_state_t) <= sizeof m_hash_state);
+    m_target[0] = '\0';
+    m_temporary[0] = '\0';
+    XXH64_reset(new (m_hash_state) XXH64_state_t, 0);
+}
+
+RE_save_target::~RE_save_target()
+{
+    discard();
+}
+
+void RE_save_target::discard()
+{
+    if (m_descriptor >= 0) {
+        ::close(m_descriptor);
+        m_descriptor = -1;
+    }
+    if (m_temporary[0] != '\0') {
+        unlink(m_temporary);
+        m_temporary[0] = '\0';
+    }
+}
+
+int RE_save_target::open(const char* path)
+{
+    struct stat found
+    {
+    };
+    if (lstat(path, &found) != 0) {
+        return errno == ENOENT ? open_beside(path, nullptr) : RE_STAT_ERR_TARGET;
+    }
+    if (S_ISLNK(found.st_mode)) {
+        if (is_planted(path, found)) {
+            return RE_STAT_ERR_PLANTED_LINK;
+        }
+        // A link to a pipe (as /dev/stdout is) has no path of its own to resolve to, so it is opened through the link.
+        if (stat(path, &found) != 0) {
+            return RE_STAT_ERR_TARGET;
+        }
+        char resolved[PATH_MAX];
+        if (S_ISREG(found.st_mode)) {
+            return realpath(path, resolved) != nullptr ? open_beside(resolved, &found) : RE_STAT_ERR_TARGET;
+        }
+    }
+    if (S_ISDIR(found.st_mode)) {
+        return RE_STAT_ERR_TARGET_FOLDER;
+    }
+    if (S_ISREG(found.st_mode)) {
+        return open_beside(path, &found);
+    }
+    return is_planted(path, found) ? RE_STAT_ERR_PLANTED_LINK : open_in_place(path);
+}
+
+int RE_save_target::open_in_place(const char* target)
+{
+    // Without waiting: a pipe that nobody reads is an error, not a wait without end. Writing may wait all the same.
+    m_descriptor = ::open(target, O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    if (m_descriptor < 0) {
+        return RE_STAT_ERR_TARGET;
+    }
+    const int flags = fcntl(m_descriptor, F_GETFL);
+    if (flags >= 0) {
+        fcntl(m_descriptor, F_SETFL, flags & ~O_NONBLOCK);
+    }
+    return 0;
+}
+
+int RE_save_target::open_beside(const char* target, const struct stat* existing)
+{
+    char folder[PATH_MAX];
+    if (!folder_of(target, folder)) {
+        return RE_STAT_ERR_TARGET;
+    }
+    const int target_length = std::snprintf(m_target, sizeof m_target, "%s", target);
+    const int length = std::snprintf(m_temporary, sizeof m_temporary, "%s/.kav_statistics.XXXXXX", folder);
+    if (target_length < 1 || target_length >= PATH_MAX || length >= PATH_MAX) {
+        m_temporary[0] = '\0';
+        return RE_STAT_ERR_TARGET;
+    }
+    m_descriptor = mkostemp(m_temporary, O_CLOEXEC);
+    if (m_descriptor < 0) {
+        m_temporary[0] = '\0';
+        return errno == ENOSPC || errno == EDQUOT ? RE_STAT_ERR_NO_SPACE : RE_STAT_ERR_TARGET;
+    }
+    m_b_regular = true;
+    if (existing != nullptr) {
+        m_mode = existing->st_mode & 07777;
+    } else {
+        const mode_t mask = umask(0);
+        umask(mask);
+        m_mode = 0666 & ~mask;
+    }
+    return 0;
+}
+
+void RE_save_target::append(const void* bytes, std::size_t size)
+{
+    if (m_error != 0 || size == 0) {
+        return;
+    }
+    XXH64_update(hash_in(m_hash_state), bytes, size);
+    m_position += size;
+    const auto* from = static_cast<const unsigned char*>(bytes);
+    while (size > 0) {
+        const std::size_t part = std::min(size, sizeof m_buffer - m_buffered);
+        std::memcpy(m_buffer + m_buffered, from, part);
+        m_buffered += part;
+        from += part;
+        size -= part;
+        if (m_buffered == sizeof m_buffer) {
+            flush();
+        }
+    }
+}
+
+void RE_save_target::fill_to(std::uint64_t position)
+{
+    constexpr unsigned char zeros[8] = {};
+    while (m_error == 0 && m_position < position) {
+        append(zeros, static_cast<std::size_t>(std::min<std::uint64_t>(sizeof zeros, position - m_position)));
+    }
+}
+
+std::uint64_t RE_save_target::checksum() const
+{
+    XXH64_state_t state{};
+    std::memcpy(&state, m_hash_state, sizeof state);
+    return XXH64_digest(&state);
+}
+
+void RE_save_target::flush()
+{
+    write_all(m_buffer, m_buffered);
+    m_buffered = 0;
+}
+
+void RE_save_target::write_all(const unsigned char* bytes, std::size_t size)
+{
+    while (size > 0 && m_error == 0) {
+        const ssize_t written = ::write(m_descriptor, bytes, size);
+        if (written > 0) {
+            bytes += written;
+            size -= static_cast<std::size_t>(written);
+        } else if (written < 0 && errno == EAGAIN) {
+            // Somebody else made the pipe non-blocking; wait as a blocking write would.
+            pollfd ready{m_descriptor, POLLOUT, 0};
+            poll(&ready, 1, -1);
+        } else if (written == 0 || errno != EINTR) {
+            m_error = written == 0 ? RE_STAT_ERR_WRITE : error_of_write(errno);
+        }
+    }
+}
+
+int RE_save_target::finish()
+{
+    flush();
+    if (m_error == 0 && m_b_regular) {
+        m_error = put_into_place();
+    } else if (m_error == 0) {
+        const int descriptor = m_descriptor;
+        m_descriptor = -1;
+        m_error = ::close(descriptor) == 0 ? 0 : error_of_write(errno);
+    }
+    discard();
+    return m_error;
+}
+
+int RE_save_target::put_into_place()
+{
+    if (fchmod(m_descriptor, static_cast<mode_t>(m_mode)) != 0) {
+        return RE_STAT_ERR_WRITE;
+    }
+    if (fsync(m_descriptor) != 0) {
+        return errno == ENOSPC || errno == EDQUOT ? RE_STAT_ERR_NO_SPACE : RE_STAT_ERR_SYNC;
+    }
+    const int descriptor = m_descriptor;
+    m_descriptor = -1;
+    if (::close(descriptor) != 0) {
+        return error_of_write(errno);
+    }
+    if (rename(m_temporary, m_target) != 0) {
+        return RE_STAT_ERR_RENAME;
+    }
+    m_temporary[0] = '\0';
+
+    char folder[PATH_MAX];
+    if (!folder_of(m_target, folder)) {
+        return RE_STAT_ERR_SYNC;
+    }
+    const int folder_descriptor = ::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder_descriptor < 0) {
+        return errno == EACCES ? 0 : RE_STAT_ERR_SYNC; // a folder that may be written to but not read cannot be synced
+    }
+    // Some file systems cannot sync a folder; the file itself is on the disk.
+    const int error = fsync(folder_descriptor) == 0 || errno == EINVAL ? 0 : RE_STAT_ERR_SYNC;
+    ::close(folder_descriptor);
+    return error;
+}

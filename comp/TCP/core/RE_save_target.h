@@ -1,0 +1,53 @@
+// Where a saved image goes: a regular file that is replaced as a whole or not at all, or a pipe or device that is
+// written in place.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include <linux/limits.h>
+
+class RE_save_target
+{
+public:
+    RE_save_target();
+    // Takes back what finish() did not complete.
+    ~RE_save_target();
+    RE_save_target(const RE_save_target&) = delete;
+    RE_save_target& operator=(const RE_save_target&) = delete;
+
+    // Returns 0 or an RE_stat_error. path: what the user named. A link is followed to what it names, unless somebody
+    // else may have planted it: one of another owner in a sticky folder that all may write to is refused, as are a pipe
+    // and a device of another owner there.
+    int open(const char* path);
+
+    // Errors are kept and told by finish().
+    void append(const void* bytes, std::size_t size);
+    // Appends zeros up to `position` bytes from the start.
+    void fill_to(std::uint64_t position);
+    // XXH64 of all bytes so far.
+    std::uint64_t checksum() const;
+
+    // Brings the bytes to disk and puts the file into its place. Returns 0 or the RE_stat_error of the first failure,
+    // after which a regular target is what it was.
+    int finish();
+
+private:
+    int open_beside(const char* target, const struct stat* existing);
+    int open_in_place(const char* target);
+    int put_into_place();
+    void flush();
+    void write_all(const unsigned char* bytes, std::size_t size);
+    void discard();
+
+    int m_descriptor = -1;
+    int m_error = 0;
+    bool m_b_regular = false;
+    unsigned int m_mode = 0;      // of the finished file
+    char m_target[PATH_MAX];      // the file to replace
+    char m_temporary[PATH_MAX];   // the new one until then; empty when there is none to discard
+    std::uint64_t m_position = 0; // bytes appended
+    std::size_t m_buffered = 0;
+    alignas(64) unsigned char m_hash_state[128]; // an XXH64_state_t, whose header need not be known here
+    unsigned char m_buffer[65536];
+};

@@ -1,0 +1,97 @@
+// Records of several fields that one side changes while others copy them, as one and without a lock.
+//
+// The record starts with a 32-bit counter that is odd while the record changes. A reader copies word by word and
+// compares the counter before and after. Every word is stored with release and loaded with acquire order, so that
+// whoever saw one new word also sees the counter that announced it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include <sched.h>
+
+template <typename Value>
+Value load_relaxed(const Value* place)
+{
+    return __atomic_load_n(place, __ATOMIC_RELAXED);
+}
+
+template <typename Value>
+Value load_acquire(const Value* place)
+{
+    return __atomic_load_n(place, __ATOMIC_ACQUIRE);
+}
+
+template <typename Value>
+void store_relaxed(Value* place, Value value)
+{
+    __atomic_store_n(place, value, __ATOMIC_RELAXED);
+}
+
+template <typename Value>
+void store_release(Value* place, Value value)
+{
+    __atomic_store_n(place, value, __ATOMIC_RELEASE);
+}
+
+// Copies the words of a record behind its counter. Row: starts with `std::uint32_t sequence`, a whole number of words.
+template <typename Row>
+void load_words(const Row* from, Row& to)
+{
+    static_assert(sizeof(Row) % sizeof(std::uint32_t) == 0 && offsetof(Row, sequence) == 0);
+    const auto* const words = reinterpret_cast<const std::uint32_t*>(from);
+    auto* const bytes = reinterpret_cast<unsigned char*>(&to);
+    for (std::size_t at = 1; at < sizeof(Row) / sizeof(std::uint32_t); ++at) {
+        const std::uint32_t word = load_acquire(words + at);
+        std::memcpy(bytes + at * sizeof word, &word, sizeof word);
+    }
+}
+
+template <typename Row>
+void store_words(Row* to, const Row& from)
+{
+    static_assert(sizeof(Row) % sizeof(std::uint32_t) == 0 && offsetof(Row, sequence) == 0);
+    auto* const words = reinterpret_cast<std::uint32_t*>(to);
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(&from);
+    for (std::size_t at = 1; at < sizeof(Row) / sizeof(std::uint32_t); ++at) {
+        std::uint32_t word = 0;
+        std::memcpy(&word, bytes + at * sizeof word, sizeof word);
+        store_release(words + at, word);
+    }
+}
+
+// Replaces a record. One writer at a time.
+template <typename Row>
+void write_row(Row* row, const Row& value)
+{
+    const std::uint32_t sequence = load_relaxed(&row->sequence) | 1U;
+    store_relaxed(&row->sequence, sequence);
+    store_words(row, value);
+    store_release(&row->sequence, sequence + 1);
+}
+
+// Copies a record as one. False when it would not hold still: its writer was stopped in the middle, or it is garbage.
+// patience: how many more times all copies together may wait for a writer; 0 for records that nobody writes any more.
+template <typename Row>
+bool copy_row(const Row* row, Row& copy, int& patience)
+{
+    constexpr int tries_without_waiting = 8;
+    for (int tries = 0;; ++tries) {
+        const std::uint32_t before = load_acquire(&row->sequence);
+        if ((before & 1U) == 0) {
+            load_words(row, copy);
+            if (load_relaxed(&row->sequence) == before) {
+                copy.sequence = before;
+                return true;
+            }
+        }
+        if (tries >= tries_without_waiting) {
+            if (patience <= 0) {
+                return false;
+            }
+            --patience;
+            sched_yield();
+        }
+    }
+}

@@ -1,0 +1,28 @@
+// Reads the live statistics of the running engine from shared memory, without ever slowing it.
+#pragma once
+
+#include "RE_image_reader.h"
+#include "RE_stat_segment.h"
+
+class RE_shm_reader : public RE_image_reader
+{
+public:
+    RE_shm_reader() = default;
+    ~RE_shm_reader() override;
+    RE_shm_reader(const RE_shm_reader&) = delete;
+    RE_shm_reader& operator=(const RE_shm_reader&) = delete;
+
+    // 0, or an RE_stat_error when there is no segment, no permission, no living engine, or no sound image.
+    int open() override;
+    int close() override;
+
+protected:
+    std::unique_ptr<writable_image> open_writable() override;
+
+private:
+    RE_stat_segment_path m_path;
+    void* m_mapping = nullptr; // read-only
+    std::size_t m_size = 0;
+    unsigned long m_device = 0; // which file the mapping is of, as later a new engine may own the name
+    unsigned long m_inode = 0;
+};
