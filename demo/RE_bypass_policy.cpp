@@ -1,5 +1,12 @@
 #include "RE_bypass_policy.h"
 
+namespace {
+
+// The auto-bypass table has room for so many.
+constexpr std::size_t most_bypassed_servers = 1024;
+
+} // namespace
+
 const RE_bypassed_server* RE_bypass_policy::find(const RE_server& server) const
 {
     const auto found = m_bypassed.find(server);
@@ -15,7 +22,8 @@ bool RE_bypass_policy::measure(const RE_server& server, std::uint64_t in_bytes, 
     if (sample.in_bytes < m_rule.sample_bytes) {
         return false;
     }
-    const bool b_poor = sample.out_bytes * 100 > sample.in_bytes * (100 - m_rule.least_reduction);
+    const bool b_poor = m_bypassed.size() < most_bypassed_servers &&
+                        sample.out_bytes * 100 > sample.in_bytes * (100 - m_rule.least_reduction);
     sample = {};
     if (b_poor) {
         m_bypassed[server] = {now, now + m_rule.retry_after};

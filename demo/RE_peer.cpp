@@ -17,12 +17,12 @@ RE_peer_profile profile_of(int number)
     switch (number) {
     case 2: // behind in its updates, and with little room
         profile.b_outdated = true;
-        profile.cache_divisor = 8;
+        profile.cache_divisor = 16;
         break;
     case 3: // just started, on a slow disk
         profile.b_named = false;
         profile.b_slow_start = true;
-        profile.read_budget = {8 * kilobyte, 96 * kilobyte};
+        profile.read_budget = {4 * kilobyte, 48 * kilobyte};
         break;
     case 4: // of an older release, with short signatures
         profile.minor_version = 3;

@@ -18,6 +18,7 @@ struct traffic_list
 {
     std::vector<std::string> files;
     std::uintmax_t bytes_left = std::numeric_limits<std::uintmax_t>::max();
+    std::uintmax_t smallest_file = 0;
     std::uintmax_t largest_file = std::numeric_limits<std::uintmax_t>::max();
 };
 
@@ -30,7 +31,7 @@ void add_file(traffic_list& list, const fs::path& path)
 {
     std::error_code error;
     const std::uintmax_t size = fs::file_size(path, error);
-    if (error || size > list.largest_file || size > list.bytes_left) {
+    if (error || size < list.smallest_file || size > list.largest_file || size > list.bytes_left) {
         return;
     }
     list.bytes_left -= size;
@@ -78,15 +79,16 @@ void add_path(traffic_list& list, const std::string& path)
 struct default_source
 {
     const char* path;
+    std::uintmax_t smallest_file;
     std::uintmax_t most_bytes;
 };
 
 // Text that deflates well, text that repeats itself, pages that are compressed already, and programs.
 constexpr std::array<default_source, 4> default_sources{{
-    {"/usr/share/common-licenses", 1U << 20U},
-    {"/etc", 4U << 20U},
-    {"/usr/share/man", 12U << 20U},
-    {"/usr/bin", 12U << 20U},
+    {"/usr/share/common-licenses", 0, 1U << 20U},
+    {"/etc", 1024, 4U << 20U},
+    {"/usr/share/man", 8 * 1024, 12U << 20U},
+    {"/usr/bin", 16 * 1024, 12U << 20U},
 }};
 constexpr std::uintmax_t largest_default_file = 1U << 20U;
 
@@ -118,6 +120,7 @@ std::vector<std::string> find_traffic(const std::vector<std::string>& paths)
     if (paths.empty()) {
         list.largest_file = largest_default_file;
         for (const default_source& source : default_sources) {
+            list.smallest_file = source.smallest_file;
             list.bytes_left = source.most_bytes;
             if (fs::is_directory(source.path)) {
                 add_folder(list, source.path);
