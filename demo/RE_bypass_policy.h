@@ -1,0 +1,61 @@
+// Which servers' traffic goes around an engine because the engine's own measurements say that it does not compress.
+#pragma once
+
+#include "RE_bytes.h"
+
+#include <compare>
+#include <ctime>
+#include <map>
+
+// Address and port in host order.
+struct RE_server
+{
+    std::uint32_t ip;
+    std::uint16_t port;
+    auto operator<=>(const RE_server&) const = default;
+};
+
+struct RE_bypass_rule
+{
+    std::uint64_t sample_bytes = 1U << 20U; // a server is judged each time when so much of its traffic was encoded
+    unsigned int least_reduction = 5;       // percent of the sample that must be saved
+    std::time_t retry_after = 60;           // seconds until a server's traffic is tried again
+};
+
+// A server that is gone around.
+struct RE_bypassed_server
+{
+    std::time_t since;
+    std::time_t next_attempt;
+    std::uint64_t bytes = 0;
+    std::uint64_t connections = 0;
+};
+
+class RE_bypass_policy
+{
+public:
+    explicit RE_bypass_policy(const RE_bypass_rule& rule) : m_rule(rule) {}
+
+    // Null when the server's traffic goes through the engine.
+    const RE_bypassed_server* find(const RE_server& server) const;
+    const std::map<RE_server, RE_bypassed_server>& bypassed() const { return m_bypassed; }
+
+    // A message of the server was encoded; true when that makes the server one to be gone around.
+    bool measure(const RE_server& server, std::uint64_t in_bytes, std::uint64_t out_bytes, std::time_t now);
+    // A message, or the first message of a connection, went around. The server is one that is gone around.
+    void count_message(const RE_server& server, std::uint64_t bytes);
+    void count_connection(const RE_server& server);
+    // Forgets and returns a server that is to be tried again; false when there is none.
+    bool take_due(std::time_t now, RE_server& server);
+
+private:
+    struct measurement
+    {
+        std::uint64_t in_bytes = 0;
+        std::uint64_t out_bytes = 0;
+    };
+
+    RE_bypass_rule m_rule;
+    std::map<RE_server, measurement> m_measured;
+    std::map<RE_server, RE_bypassed_server> m_bypassed;
+};

@@ -1,0 +1,47 @@
+// The chunks that a decoder keeps, so that its peer can refer to them: signatures in memory, data in a cache file. The
+// chunks of one message are written together when the message ends.
+#pragma once
+
+#include "RE_cache_file.h"
+#include "RE_signature_fifo.h"
+
+// What the store's disk was asked to do since the beginning.
+struct RE_disk_work
+{
+    std::int64_t time_ns = 0; // of reads and writes together
+    std::int64_t read_ns = 0;
+    std::uint64_t reads = 0;
+    std::uint64_t writes = 0;
+    std::uint64_t written_bytes = 0;
+};
+
+class RE_chunk_store
+{
+public:
+    // capacity: bytes of chunk data, more than the largest chunk. Nothing can be stored before is_ready().
+    RE_chunk_store(const std::string& folder, std::uint64_t capacity, std::uint32_t smallest_chunk);
+
+    // Takes `bytes` more of the disk space that the store needs.
+    void prepare(std::uint64_t bytes) { m_file.prepare(bytes); }
+    bool is_ready() const { return m_file.is_prepared(); }
+
+    const RE_signature_fifo& index() const { return m_index; }
+    const RE_disk_work& disk_work() const { return m_work; }
+
+    void insert(RE_signature signature, RE_byte_view chunk, std::time_t now);
+    // Appends the chunk's data to `out`; false when the store has no such chunk (any more).
+    bool read(RE_signature signature, RE_byte_buffer& out);
+    // Size of a chunk, 0 when the store has none of that signature.
+    std::uint32_t size_of(RE_signature signature);
+    // Writes the chunks inserted since the last call.
+    void end_section();
+
+private:
+    void write_out();
+
+    RE_cache_file m_file;
+    RE_signature_fifo m_index;
+    RE_disk_work m_work;
+    RE_byte_buffer m_unwritten; // data of the section under way
+    std::uint64_t m_unwritten_position = 0;
+};

@@ -1,0 +1,73 @@
+// The receiving side of one direction between two engines: makes messages of frames, from the chunks that it keeps.
+#pragma once
+
+#include "RE_chunk_store.h"
+#include "RE_frame.h"
+#include "RE_lz.h"
+
+#include <string>
+
+// How much a decoder may read from its disk. Every message received grants some, up to what may be saved up.
+struct RE_read_budget
+{
+    std::uint32_t bytes_per_message = 0; // 0 for no limit
+    std::uint32_t most_bytes = 0;
+};
+
+struct RE_decoder_settings
+{
+    std::string folder;         // where the cache file is
+    std::uint64_t capacity = 0; // bytes of chunks
+    std::uint32_t smallest_chunk = 0;
+    unsigned int signature_bits = 64;
+    std::uint64_t load_step = 0; // bytes of the cache made ready with every message; 0 for all at once, at first
+    RE_read_budget read_budget;
+};
+
+// What became of one frame. Sizes in bytes; a stage that the message went around has 0 in and out.
+struct RE_decode_result
+{
+    bool b_chunk_records = false; // redundancy elimination had a part in it
+    std::uint32_t in_bytes = 0;   // of the frame's payload
+    std::uint32_t out_bytes = 0;  // of the message
+    std::uint32_t re_in_bytes = 0;
+    bool b_inflated = false;
+    std::uint32_t lz_in_bytes = 0;
+    std::uint32_t lz_out_bytes = 0;
+
+    std::uint32_t chunks = 0;
+    std::uint32_t written_sections = 0; // writes to the cache
+    std::uint32_t written_bytes = 0;
+
+    std::int64_t total_ns = 0;
+    std::int64_t disk_ns = 0;
+    std::int64_t lz_ns = 0;
+    std::int64_t zlib_ns = 0;
+};
+
+class RE_decoder
+{
+public:
+    // lz: used, not owned.
+    RE_decoder(const RE_decoder_settings& settings, RE_lz& lz);
+
+    // Decodes a frame into `message` and answers it. `message` holds nothing of use when the answer is a NACK. Throws
+    // when a message that went around redundancy elimination arrives with the wrong checksum.
+    RE_answer decode(RE_byte_view frame, RE_byte_buffer& message, RE_decode_result& result);
+
+    const RE_chunk_store& store() const { return m_store; }
+    // When the cache was made, seconds since the epoch.
+    std::time_t creation_time() const { return m_creation_time; }
+
+private:
+    RE_nack_reason put_together(RE_byte_view records, RE_byte_buffer& message, RE_answer& answer,
+                                RE_decode_result& result);
+    bool grant_read(std::uint32_t size);
+
+    RE_decoder_settings m_settings;
+    RE_chunk_store m_store;
+    RE_lz& m_lz;
+    std::time_t m_creation_time;
+    std::uint64_t m_readable_bytes;
+    RE_byte_buffer m_records;
+};

@@ -1,0 +1,217 @@
+#include "RE_engine.h"
+
+#include "RE_clock.h"
+#include "RE_engine_config.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace {
+
+constexpr std::int64_t ns_per_second = 1'000'000'000;
+constexpr std::int64_t refresh_interval_ns = ns_per_second / 10;
+// Looking for signals and at the clock is dear beside a tiny message.
+constexpr unsigned int steps_between_looks = 32;
+
+RE_stat_limits limits_of(const RE_options& options)
+{
+    RE_stat_limits limits;
+    limits.peers = options.peers;
+    limits.connections = options.slots;
+    limits.applications = std::min(65536, options.peers * static_cast<int>(all_applications().size()));
+    return limits;
+}
+
+RE_cache_settings cache_settings_of(const RE_options& options)
+{
+    const std::uint64_t bytes = std::uint64_t{options.cache_mb} << 20U;
+    constexpr std::uint64_t least_bytes = 64 * 1024;
+    RE_cache_settings settings;
+    settings.folder = options.cache_folder;
+    settings.bytes_per_peer = std::max(bytes / static_cast<std::uint64_t>(options.peers), least_bytes);
+    settings.signature_bits = options.signature_bits;
+    settings.chunk_sizes = configured_chunk_sizes();
+    return settings;
+}
+
+RE_bypass_rule bypass_rule_of(const RE_options& options)
+{
+    RE_bypass_rule rule;
+    rule.sample_bytes = std::uint64_t{options.bypass_threshold_mb} << 20U;
+    rule.retry_after = options.bypass_retry;
+    return rule;
+}
+
+// Whoever waits for this line may be gone; the engine runs on without him.
+void say(const char* word)
+{
+    std::puts(word);
+    std::fflush(stdout);
+}
+
+} // namespace
+
+RE_engine::RE_engine(const RE_options& options, RE_stop_signal& stop)
+    : m_options(options), m_stop(stop), m_files(find_traffic(options.paths)), m_lz(options.lz_level),
+      m_concurrency(static_cast<std::size_t>(std::min(options.concurrency, options.slots))),
+      m_keep_open(std::min(static_cast<std::size_t>(options.keep_open),
+                           static_cast<std::size_t>(options.slots) - m_concurrency)),
+      m_publisher(limits_of(options), make_config(options)), m_ledger(static_cast<std::size_t>(options.slots)),
+      m_bypass_policy(bypass_rule_of(options))
+{
+    if (options.b_install_config) {
+        write_config_file(installed_config_path, options);
+    }
+    if (!options.config_file.empty()) {
+        write_config_file(options.config_file, options);
+    }
+    const RE_cache_settings cache = cache_settings_of(options);
+    for (int number = 1; number <= options.peers; ++number) {
+        m_peers.push_back(std::make_unique<RE_peer>(number, cache, bypass_rule_of(options), m_lz));
+    }
+    m_publisher.add_peers(m_peers);
+    m_publisher.refresh(m_peers);
+    m_publisher.set_cache_state(RE_CACHE_ACTIVE);
+}
+
+void RE_engine::run()
+{
+    say("ready");
+    m_start_ns = monotonic_ns();
+    do {
+        run_pass();
+        if (m_stop.is_set()) {
+            break;
+        }
+        m_ledger.on_round_end();
+        publish_pass(true);
+        if (m_options.b_once) {
+            say("idle");
+            while (!m_stop.wait(std::chrono::hours(1))) {
+            }
+            break;
+        }
+        // Without traffic there is nothing to do but to wait.
+        if (m_files.empty()) {
+            m_stop.wait(std::chrono::seconds(1));
+        }
+        retry_bypassed_servers();
+    } while (!m_stop.is_set());
+    publish_pass(m_ledger.rounds() > 0 && m_active.empty());
+}
+
+// Serves the transfers of one pass in turns, a message each, until all are through or the engine is to stop.
+void RE_engine::run_pass()
+{
+    m_next_transfer = 0;
+    while (true) {
+        while (m_active.size() < m_concurrency && open_next()) {
+        }
+        if (m_active.empty()) {
+            return;
+        }
+        for (std::size_t at = 0; at < m_active.size();) {
+            const std::size_t bytes = m_active[at]->step();
+            if (bytes == 0) {
+                finish(std::move(m_active[at]));
+                m_active.erase(m_active.begin() + static_cast<std::ptrdiff_t>(at));
+            } else {
+                hold_rate(bytes);
+                ++at;
+            }
+            if (++m_steps % steps_between_looks == 0 && m_stop.is_set()) {
+                return;
+            }
+            refresh_now_and_then();
+        }
+    }
+}
+
+// The repeats of a pass come one after another, and each file keeps its peer and its direction in all of them: what
+// comes again meets the caches that have seen it.
+bool RE_engine::open_next()
+{
+    while (m_next_transfer < m_files.size() * static_cast<std::size_t>(m_options.repeat)) {
+        const std::size_t file = m_next_transfer++ % m_files.size();
+        const std::string& path = m_files[file];
+        const int conn_id = m_last_conn_id + 1;
+        auto seed = m_options.seed + static_cast<std::uint64_t>(conn_id);
+        RE_message_source source(path, {m_options.message_size}, next_random(seed));
+        if (!source.is_open()) {
+            continue;
+        }
+        RE_peer& peer = *m_peers[file % m_peers.size()];
+        const RE_direction direction = file / m_peers.size() % 2 == 0 ? RE_direction::encode : RE_direction::decode;
+        close_spare(m_keep_open);
+        m_last_conn_id = conn_id;
+        m_active.push_back(
+            std::make_unique<RE_connection>(RE_connection_surroundings{m_publisher, m_ledger, m_bypass_policy}, peer,
+                                            direction, std::move(source), conn_id));
+        return true;
+    }
+    return false;
+}
+
+void RE_engine::finish(std::unique_ptr<RE_connection> connection)
+{
+    m_kept_open.push_back(std::move(connection));
+    close_spare(m_keep_open);
+}
+
+void RE_engine::close_spare(std::size_t connections_to_keep)
+{
+    while (m_kept_open.size() > connections_to_keep) {
+        m_kept_open.front()->close();
+        m_kept_open.pop_front();
+    }
+}
+
+void RE_engine::hold_rate(std::size_t bytes)
+{
+    m_bytes_sent += bytes;
+    if (m_options.rate <= 0) {
+        return;
+    }
+    const double due_seconds = static_cast<double>(m_bytes_sent) / (m_options.rate * 1024 * 1024);
+    const double spent_seconds = static_cast<double>(monotonic_ns() - m_start_ns) / static_cast<double>(ns_per_second);
+    if (due_seconds > spent_seconds) {
+        const std::chrono::duration<double> pause(due_seconds - spent_seconds);
+        m_stop.wait(std::chrono::duration_cast<std::chrono::nanoseconds>(pause));
+    }
+}
+
+void RE_engine::refresh_now_and_then()
+{
+    if (m_steps % steps_between_looks != 0) {
+        return;
+    }
+    const std::int64_t now = monotonic_ns();
+    if (now - m_refreshed_ns >= refresh_interval_ns) {
+        m_refreshed_ns = now;
+        m_publisher.refresh(m_peers);
+    }
+}
+
+void RE_engine::retry_bypassed_servers()
+{
+    const std::time_t now = wall_seconds();
+    RE_server server{};
+    while (m_bypass_policy.take_due(now, server)) {
+        m_publisher.clear_bypass(server);
+    }
+    for (const std::unique_ptr<RE_peer>& peer : m_peers) {
+        while (peer->bypass_policy().take_due(now, server)) {
+        }
+    }
+}
+
+void RE_engine::publish_pass(bool b_finished)
+{
+    m_publisher.refresh(m_peers);
+    if (!m_options.top_app_log.empty()) {
+        m_publisher.append_app_log(m_options.top_app_log);
+    }
+    if (!m_options.ledger.empty()) {
+        m_ledger.write(m_options.ledger, m_bypass_policy.bypassed(), b_finished);
+    }
+}

@@ -1,0 +1,46 @@
+// The engine as a whole: its peers, the connections that it serves at a time, and its passes over the traffic.
+#pragma once
+
+#include "RE_connection.h"
+#include "RE_options.h"
+#include "RE_stop_signal.h"
+
+class RE_engine
+{
+public:
+    // Lets viewers in. options, stop: used, not owned. Throws when the engine cannot start.
+    RE_engine(const RE_options& options, RE_stop_signal& stop);
+
+    // Works until it is to stop. Throws when something cannot be right or written.
+    void run();
+
+private:
+    void run_pass();
+    bool open_next();
+    void finish(std::unique_ptr<RE_connection> connection);
+    void close_spare(std::size_t connections_to_keep);
+    void hold_rate(std::size_t bytes);
+    void refresh_now_and_then();
+    void retry_bypassed_servers();
+    void publish_pass(bool b_finished);
+
+    const RE_options& m_options;
+    RE_stop_signal& m_stop;
+    std::vector<std::string> m_files;
+    RE_lz m_lz;
+    std::size_t m_concurrency;
+    std::size_t m_keep_open;
+    RE_publisher m_publisher;
+    RE_ledger m_ledger;
+    RE_bypass_policy m_bypass_policy;
+    std::vector<std::unique_ptr<RE_peer>> m_peers;
+
+    int m_last_conn_id = 0;
+    std::size_t m_next_transfer = 0; // of this pass
+    std::vector<std::unique_ptr<RE_connection>> m_active;
+    std::deque<std::unique_ptr<RE_connection>> m_kept_open; // their transfers are through; oldest first
+    std::uint64_t m_bytes_sent = 0;
+    std::int64_t m_start_ns = 0;
+    std::int64_t m_refreshed_ns = 0;
+    unsigned int m_steps = 0;
+};

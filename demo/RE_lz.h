@@ -1,0 +1,34 @@
+// The LZ stage: each message is deflated on its own, so that none depends on one that got lost.
+#pragma once
+
+#include "RE_bytes.h"
+
+#include <zlib.h>
+
+// Throws std::runtime_error when zlib refuses to work. Not for two threads at once.
+class RE_lz
+{
+public:
+    static constexpr int window_bits = 15;
+    static constexpr int memory_level = 8;
+
+    // level: 1 (fast) to 9 (small).
+    explicit RE_lz(int level);
+    ~RE_lz();
+    RE_lz(const RE_lz&) = delete;
+    RE_lz& operator=(const RE_lz&) = delete;
+
+    // Appends the compressed form of `in` to `out` and returns true; false, with `out` as it was, when it would be no
+    // smaller.
+    bool compress(RE_byte_view in, RE_byte_buffer& out);
+    // Appends what `in` was before to `out`; size: of that, exactly.
+    void expand(RE_byte_view in, std::size_t size, RE_byte_buffer& out);
+
+    // Time that the last compress() or expand() spent in zlib, in nanoseconds.
+    std::int64_t last_zlib_ns() const { return m_last_zlib_ns; }
+
+private:
+    z_stream m_deflate{};
+    z_stream m_inflate{};
+    std::int64_t m_last_zlib_ns = 0;
+};

@@ -1,0 +1,94 @@
+#include "RE_options.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdlib>
+#include <iostream>
+
+namespace {
+
+constexpr const char* description =
+    "A small redundancy-elimination engine. It takes files and folders as its traffic, sends each file through as a\n"
+    "connection with one of its peers, checks that it arrives as it was sent, and publishes its statistics for\n"
+    "exec_show_stats_kav. Without PATHs it takes some files that every machine has.\n"
+    "It prints \"ready\" once its statistics can be read, and runs until SIGTERM or SIGINT.";
+
+constexpr const char* footer =
+    "Exit status: 0 when stopped, 1 after an error, 2 for a mistake on the command line.\n"
+    "Environment: KAV_STAT_SEGMENT names the statistics' segment, to run several engines side by side.";
+
+std::string default_cache_folder()
+{
+    const char* const folder = std::getenv("TMPDIR");
+    return folder == nullptr || *folder == '\0' ? "/tmp" : folder;
+}
+
+} // namespace
+
+RE_parsed_options parse_options(int argc, char** argv)
+{
+    constexpr int usage_error = 2;
+    constexpr std::uint32_t largest_message = 16U << 20U;
+    RE_parsed_options parsed;
+    RE_options& options = parsed.options;
+    options.cache_folder = default_cache_folder();
+
+    CLI::App app(description, "kav_demo_engine");
+    app.footer(footer);
+    app.set_version_flag("--version", std::string("kav_demo_engine ") + KAV_VERSION);
+    app.add_option("PATH", options.paths, "Files and folders to take as traffic");
+    app.add_flag("--once", options.b_once, "Go through the traffic once, print \"idle\" and hold the statistics still");
+    app.add_option("--peers", options.peers, "Number of peers")->check(CLI::Range(1, 4096))->capture_default_str();
+    app.add_option("--slots", options.slots, "Number of connection slots")
+        ->check(CLI::Range(1, 1'000'000))
+        ->capture_default_str();
+    app.add_option("--concurrency", options.concurrency, "Transfers at a time")
+        ->check(CLI::Range(1, 1024))
+        ->capture_default_str();
+    app.add_option("--keep-open", options.keep_open, "Connections kept open after their transfer")
+        ->check(CLI::Range(0, 1'000'000))
+        ->capture_default_str();
+    app.add_option("--repeat", options.repeat, "How often each file is transferred in a pass over the traffic")
+        ->check(CLI::Range(1, 1'000'000))
+        ->capture_default_str();
+    app.add_option("--rate", options.rate, "Most traffic in MB per second; 0 for no limit")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    app.add_option("--duration", options.duration, "Stop after so many seconds; 0 for never")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    app.add_option("--message-size", options.message_size, "Bytes of every message; 0 for a spread of sizes")
+        ->check(CLI::Range(0U, largest_message))
+        ->capture_default_str();
+    app.add_option("--seed", options.seed, "Start of the random sequence that message sizes are drawn from")
+        ->capture_default_str();
+    app.add_option("--cache-mb", options.cache_mb, "Size of the engine's cache; each peer gets an equal part")
+        ->check(CLI::Range(1U, 65'536U))
+        ->capture_default_str();
+    app.add_option("--cache-dir", options.cache_folder, "Where cache files are made; they have no names")
+        ->capture_default_str();
+    app.add_option("--signature-bits", options.signature_bits, "Length of chunk signatures; short ones collide")
+        ->check(CLI::Range(8U, 64U))
+        ->capture_default_str();
+    app.add_option("--lz-level", options.lz_level, "Compression level")->check(CLI::Range(1, 9))->capture_default_str();
+    app.add_option("--bypass-threshold-mb", options.bypass_threshold_mb,
+                   "Traffic of a server after which it is judged whether it compresses")
+        ->check(CLI::Range(1U, 1024U))
+        ->capture_default_str();
+    app.add_option("--bypass-retry", options.bypass_retry, "Seconds until a bypassed server is tried again")
+        ->check(CLI::Range(1U, 86'400U))
+        ->capture_default_str();
+    app.add_option("--ledger", options.ledger, "Write the engine's own account of its traffic, as JSON, to this file");
+    app.add_option("--top-app-log", options.top_app_log, "Append a section after each pass to this log file");
+    app.add_flag("--install-config", options.b_install_config,
+                 "Write the configuration to /sw/vantero/config/re_cfg.txt");
+    app.add_option("--config-file", options.config_file, "Write the configuration to this file");
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        parsed.exit_status = app.exit(error) == 0 ? 0 : usage_error;
+        std::cout.flush();
+    }
+    return parsed;
+}

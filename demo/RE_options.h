@@ -1,0 +1,41 @@
+// What the engine was asked for on its command line.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct RE_options
+{
+    std::vector<std::string> paths;
+    bool b_once = false;
+    int peers = 4;
+    int slots = 1024;
+    int concurrency = 8;
+    int keep_open = 4;
+    int repeat = 2;
+    double rate = 0;     // MB per second, 0 for no limit
+    double duration = 0; // seconds, 0 for no limit
+    std::uint32_t message_size = 0;
+    std::uint64_t seed = 1;
+    unsigned int cache_mb = 64;
+    std::string cache_folder;
+    unsigned int signature_bits = 64;
+    int lz_level = 3;
+    unsigned int bypass_threshold_mb = 1;
+    unsigned int bypass_retry = 60;
+    std::string ledger;
+    std::string top_app_log;
+    bool b_install_config = false;
+    std::string config_file;
+};
+
+// Options are in order, or the program is to end with this status: after help, version or a mistake, all of which have
+// been printed.
+struct RE_parsed_options
+{
+    RE_options options;
+    std::optional<int> exit_status;
+};
+RE_parsed_options parse_options(int argc, char** argv);

@@ -1,0 +1,49 @@
+// One direction between this engine and a peer: the encoder at one end, the decoder at the other, and what the sender
+// has learned from the receiver's answers.
+#pragma once
+
+#include "RE_decoder.h"
+#include "RE_encoder.h"
+
+class RE_path
+{
+public:
+    // encoder_capacity: bytes of chunks that the sender believes the receiver to hold.
+    RE_path(const RE_chunk_sizes& chunk_sizes, std::uint64_t encoder_capacity,
+            const RE_decoder_settings& decoder_settings, RE_lz& lz);
+
+    RE_encoder& encoder() { return m_encoder; }
+    RE_decoder& decoder() { return m_decoder; }
+    const RE_encoder& encoder() const { return m_encoder; }
+    const RE_decoder& decoder() const { return m_decoder; }
+
+    // Why the next message must go around redundancy elimination, for the receiver's sake.
+    RE_bypass_cause next_bypass_cause();
+    // A message of this size waits for its answer from now on.
+    void on_sent(std::uint32_t message_size) { m_unacknowledged_bytes += message_size; }
+    // An answer came, so long after the message was sent.
+    void on_answer(const RE_answer& answer, std::uint32_t message_size, std::int64_t round_trip_ns);
+
+    // Messages sent and not acknowledged yet, in bytes.
+    std::uint64_t unacknowledged_bytes() const { return m_unacknowledged_bytes; }
+    std::int64_t longest_round_trip_ns() const { return m_longest_round_trip_ns; }
+    std::int64_t average_round_trip_ns() const;
+    // The receiver's clocks as its last answer told them.
+    std::uint64_t receiver_head_clock() const { return m_receiver_head_clock; }
+    std::uint64_t receiver_tail_clock() const { return m_receiver_tail_clock; }
+    // How often the sender had to forget all that it believed the receiver to hold.
+    std::uint64_t out_of_sync_count() const { return m_out_of_sync_count; }
+
+private:
+    RE_encoder m_encoder;
+    RE_decoder m_decoder;
+    bool m_b_receiver_ready = true;
+    std::uint32_t m_messages_to_spare = 0; // to send around an overloaded receiver
+    std::uint64_t m_unacknowledged_bytes = 0;
+    std::int64_t m_longest_round_trip_ns = 0;
+    std::int64_t m_total_round_trip_ns = 0;
+    std::int64_t m_answer_count = 0;
+    std::uint64_t m_receiver_head_clock = 0;
+    std::uint64_t m_receiver_tail_clock = 0;
+    std::uint64_t m_out_of_sync_count = 0;
+};

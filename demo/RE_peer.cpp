@@ -1,0 +1,130 @@
+#include "RE_peer.h"
+
+#include "RE_random.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+constexpr std::uint64_t kilobyte = 1024;
+
+// The first four peers show an operator what can be the matter with a peer; all others are like the first.
+RE_peer_profile profile_of(int number)
+{
+    RE_peer_profile profile;
+    switch (number) {
+    case 2: // behind in its updates, and with little room
+        profile.b_outdated = true;
+        profile.cache_divisor = 16;
+        break;
+    case 3: // just started, on a slow disk
+        profile.b_named = false;
+        profile.b_slow_start = true;
+        profile.read_budget = {4 * kilobyte, 48 * kilobyte};
+        break;
+    case 4: // of an older release, with short signatures
+        profile.minor_version = 3;
+        profile.signature_bits = 20;
+        break;
+    default:
+        break;
+    }
+    return profile;
+}
+
+// The addresses of all examples: 192.0.2.0/24, 198.51.100.0/24 and 203.0.113.0/24 belong to nobody.
+constexpr std::uint32_t server_network = 0xc6336400U;
+constexpr std::uint32_t peer_network = 0xcb007100U;
+
+std::uint32_t host_in(std::uint32_t network, std::uint32_t host)
+{
+    return network + 1 + host % 254;
+}
+
+// The second lowest bit of the first byte marks an address as locally administered.
+RE_mac_id mac_id_of(int number)
+{
+    const auto low = static_cast<std::uint32_t>(number);
+    const unsigned char bytes[6] = {
+        0x02, 0x4b, 0x41, 0x56, static_cast<unsigned char>(low >> 8U), static_cast<unsigned char>(low)};
+    return RE_mac_id(bytes);
+}
+
+RE_kav_peer_id kav_peer_id_of(int number)
+{
+    RE_kav_peer_id id{};
+    mac_id_of(number).copy_to(id.m_data);
+    auto state = static_cast<std::uint64_t>(number);
+    for (std::size_t at = sizeof(RE_mac_id); at < sizeof id.m_data; ++at) {
+        id.m_data[at] = static_cast<unsigned char>(next_random(state));
+    }
+    return id;
+}
+
+RE_stat_peer_header header_of(int number, const RE_peer_profile& profile)
+{
+    RE_stat_peer_header header{};
+    RE_param_id param{};
+    std::memcpy(param.m_data, &number, sizeof number);
+    header.m_context_id = RE_context_id(own_mac_id(), mac_id_of(number), param);
+    header.m_peer_mac_id = mac_id_of(number);
+    header.m_kav_peer_id = kav_peer_id_of(number);
+    header.m_peer_ip = host_in(peer_network, static_cast<std::uint32_t>(number - 1));
+    if (profile.b_named) {
+        std::snprintf(header.m_peer_host_name, sizeof header.m_peer_host_name, "branch-%d.example.net", number);
+    }
+    header.m_b_update_from_active_conn = 1;
+    header.m_b_outdated = profile.b_outdated ? 1 : 0;
+    return header;
+}
+
+RE_decoder_settings decoder_settings(const RE_peer_profile& profile, const RE_cache_settings& cache)
+{
+    RE_decoder_settings settings;
+    settings.folder = cache.folder;
+    settings.capacity = std::max<std::uint64_t>(cache.bytes_per_peer / profile.cache_divisor, 64 * kilobyte);
+    settings.smallest_chunk = cache.chunk_sizes.min;
+    settings.signature_bits = std::min(profile.signature_bits, cache.signature_bits);
+    return settings;
+}
+
+// The peer's receiving end.
+RE_decoder_settings remote_settings(const RE_peer_profile& profile, const RE_cache_settings& cache)
+{
+    RE_decoder_settings settings = decoder_settings(profile, cache);
+    settings.load_step = profile.b_slow_start ? settings.capacity / 32 : 0;
+    settings.read_budget = profile.read_budget;
+    return settings;
+}
+
+} // namespace
+
+RE_mac_id own_mac_id()
+{
+    return mac_id_of(0);
+}
+
+RE_kav_peer_id own_kav_peer_id()
+{
+    return kav_peer_id_of(0);
+}
+
+RE_peer::RE_peer(int number, const RE_cache_settings& cache, const RE_bypass_rule& bypass_rule, RE_lz& lz)
+    : m_number(number), m_profile(profile_of(number)), m_header(header_of(number, m_profile)),
+      m_outbound(cache.chunk_sizes, cache.bytes_per_peer, remote_settings(m_profile, cache), lz),
+      m_inbound(cache.chunk_sizes, cache.bytes_per_peer, decoder_settings(m_profile, cache), lz),
+      m_bypass_policy(bypass_rule)
+{}
+
+bool RE_peer::is_before_4_4_1() const
+{
+    return m_profile.major_version < 4 || (m_profile.major_version == 4 && m_profile.minor_version < 4);
+}
+
+RE_server RE_peer::server(std::uint16_t handler, std::uint16_t port) const
+{
+    const auto number = static_cast<std::uint32_t>(m_number - 1);
+    return {host_in(server_network, number * 8 + handler), port};
+}

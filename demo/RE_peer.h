@@ -1,0 +1,65 @@
+// The engines that this one exchanges traffic with. Each is a whole engine of its own, with its caches and its
+// policies; it just happens to run in the same process.
+#pragma once
+
+#include "RE_bypass_policy.h"
+#include "RE_path.h"
+#include "RE_stat_records.h"
+
+// What sets a peer apart from an ordinary one.
+struct RE_peer_profile
+{
+    bool b_outdated = false;
+    bool b_named = true; // its host name is known
+    int major_version = 4;
+    int minor_version = 4;
+    // What the receivers of both directions have for the other's chunks, as a part of what the senders believe.
+    unsigned int cache_divisor = 1;
+    unsigned int signature_bits = 64; // at most
+    bool b_slow_start = false;        // its cache is loaded bit by bit while traffic comes in already
+    RE_read_budget read_budget;       // of its disk
+};
+
+// What this engine has for each peer.
+struct RE_cache_settings
+{
+    std::string folder;
+    std::uint64_t bytes_per_peer = 0;
+    unsigned int signature_bits = 64;
+    RE_chunk_sizes chunk_sizes;
+};
+
+// This engine's own address and identity, in the range of locally administered addresses.
+RE_mac_id own_mac_id();
+RE_kav_peer_id own_kav_peer_id();
+
+class RE_peer
+{
+public:
+    // number: from 1; it decides on the peer's profile, name and addresses. lz: used, not owned.
+    RE_peer(int number, const RE_cache_settings& cache, const RE_bypass_rule& bypass_rule, RE_lz& lz);
+
+    int number() const { return m_number; }
+    const RE_peer_profile& profile() const { return m_profile; }
+    const RE_stat_peer_header& header() const { return m_header; }
+    // Releases before 4.4.1 keep their caches by other clocks.
+    bool is_before_4_4_1() const;
+
+    RE_path& outbound() { return m_outbound; } // this engine encodes
+    RE_path& inbound() { return m_inbound; }   // the peer encodes
+    const RE_path& outbound() const { return m_outbound; }
+    const RE_path& inbound() const { return m_inbound; }
+    // The peer's own measurements of the servers whose traffic it encodes.
+    RE_bypass_policy& bypass_policy() { return m_bypass_policy; }
+
+    // The peer's server of an application that uses this port, in host order.
+    RE_server server(std::uint16_t handler, std::uint16_t port) const;
+
+private:
+    int m_number;
+    RE_peer_profile m_profile;
+    RE_stat_peer_header m_header;
+    RE_path m_outbound;
+    RE_path m_inbound;
+    RE_bypass_policy m_bypass_policy;
+};

@@ -1,0 +1,92 @@
+// Keeps the engine's statistics: turns what the encoders, decoders and connections report into counters.
+#pragma once
+
+#include "RE_concurrency.h"
+#include "RE_decoder.h"
+#include "RE_encoder.h"
+#include "RE_ledger.h"
+#include "RE_peer.h"
+#include "RE_stat_writer.h"
+
+#include <map>
+#include <memory>
+#include <tuple>
+
+// Adds up times that are measured in nanoseconds and counted in microseconds, so that none gets lost by rounding.
+class RE_microseconds
+{
+public:
+    // What the sum grows by, in whole microseconds.
+    long long add_ns(std::int64_t nanoseconds);
+
+private:
+    std::int64_t m_total_ns = 0;
+};
+
+struct RE_published_app;
+
+// A connection as the publisher knows it.
+struct RE_published_conn
+{
+    int slot = -1;
+    int conn_id = 0;
+    int peer_number = 0;
+    SO_stat_conn_header so_header{};
+    RE_published_app* app = nullptr;
+    RE_microseconds encode, encode_lz, encode_zlib;
+    RE_microseconds decode, decode_disk, decode_lz, decode_zlib;
+};
+
+class RE_publisher
+{
+public:
+    // Makes the segment and lets viewers in. Throws std::runtime_error when that fails.
+    RE_publisher(const RE_stat_limits& limits, const RE_stat_config_param& config);
+    ~RE_publisher();
+
+    void set_cache_state(RE_CACHE_INIT_STATE state);
+    // All of them, once, in the order of their numbers. Throws when there is no room.
+    void add_peers(const std::vector<std::unique_ptr<RE_peer>>& peers);
+
+    // Throws when all slots are taken by open connections.
+    void open_conn(RE_published_conn& conn, const RE_peer& peer, const RE_application& application,
+                   const RE_stat_conn_header& ends, bool b_bypassed);
+    void close_conn(RE_published_conn& conn, long long lan_bytes);
+    // From now on the connection's traffic goes around the engine.
+    void go_around(RE_published_conn& conn);
+
+    // A message was read from, or written to, the application.
+    void on_lan_read(const RE_published_conn& conn, std::size_t size);
+    void on_lan_written(const RE_published_conn& conn, std::size_t size);
+    // A frame, or an answer, was written to, or read from, the wire.
+    void on_frame_written(const RE_published_conn& conn, std::size_t size);
+    void on_frame_read(const RE_published_conn& conn, std::size_t size);
+    void on_answer_written(const RE_published_conn& conn, const RE_answer& answer, std::size_t size);
+    void on_answer_read(const RE_published_conn& conn, const RE_answer& answer, std::size_t size);
+    // A message was encoded for the first time.
+    void on_encoded(RE_published_conn& conn, const RE_encode_result& result);
+    // A frame was decoded; b_delivered: or rather, could be.
+    void on_decoded(RE_published_conn& conn, const RE_decode_result& result, bool b_delivered);
+
+    void set_bypass(const RE_server& server, const RE_bypassed_server& entry);
+    void clear_bypass(const RE_server& server);
+
+    // Brings everything up to date that is a state and not a count.
+    void refresh(const std::vector<std::unique_ptr<RE_peer>>& peers);
+    // Appends what the applications' counters gained since the last call. Throws std::system_error.
+    void append_app_log(const std::string& path);
+
+private:
+    void add(const RE_published_conn& conn, int id, long long delta);
+    void add_app(const RE_published_conn& conn, int id, std::uint64_t amount);
+    void count_open(int peer_slot, std::time_t now, int delta);
+    void log_nack(const RE_published_conn& conn, const RE_answer& answer, RE_stat_nack_type type);
+    void refresh_peer(int slot, const RE_peer& peer);
+    void refresh_global(const std::vector<std::unique_ptr<RE_peer>>& peers);
+
+    RE_stat_writer m_writer;
+    std::vector<RE_concurrency> m_concurrency; // by peer slot
+    long long m_connected_peers = 0;
+    long long m_most_connected_peers = 0;
+    std::map<std::tuple<std::uint16_t, std::uint16_t, int>, std::unique_ptr<RE_published_app>> m_apps;
+};

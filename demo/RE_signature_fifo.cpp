@@ -1,0 +1,79 @@
+#include "RE_signature_fifo.h"
+
+RE_signature_fifo::RE_signature_fifo(std::uint64_t capacity, std::uint32_t smallest_chunk)
+    : m_capacity(capacity), m_max_chunk_count(static_cast<std::size_t>(capacity / smallest_chunk))
+{}
+
+RE_known_chunk* RE_signature_fifo::find(RE_signature signature)
+{
+    const auto found = m_chunks.find(signature);
+    return found == m_chunks.end() ? nullptr : &found->second;
+}
+
+std::uint64_t RE_signature_fifo::insert(RE_signature signature, std::uint32_t size, std::time_t now)
+{
+    const std::uint64_t position = m_head;
+    m_head += size;
+    while (!m_order.empty() && m_order.front().position + m_capacity < m_head) {
+        evict_oldest(now);
+    }
+    m_chunks[signature] = {position, size, m_section, 0};
+    m_order.push_back({signature, position, now, size, m_section});
+    return position;
+}
+
+void RE_signature_fifo::end_section()
+{
+    if (!m_order.empty() && m_order.back().section == m_section) {
+        ++m_section;
+    }
+}
+
+void RE_signature_fifo::forget(RE_signature signature)
+{
+    m_chunks.erase(signature);
+}
+
+void RE_signature_fifo::forget_up_to(std::uint64_t position, std::time_t now)
+{
+    while (!m_order.empty() && m_order.front().position <= position) {
+        evict_oldest(now);
+    }
+}
+
+void RE_signature_fifo::clear()
+{
+    m_chunks.clear();
+    m_order.clear();
+}
+
+std::size_t RE_signature_fifo::section_count() const
+{
+    if (m_order.empty()) {
+        return 0;
+    }
+    const std::uint32_t newer_sections = m_order.back().section - m_order.front().section;
+    return std::size_t{newer_sections} + 1;
+}
+
+std::size_t RE_signature_fifo::bytes_per_chunk()
+{
+    // A node of the map with its link and its place in the table, and the chunk's place in the order of arrival.
+    return sizeof(std::pair<const RE_signature, RE_known_chunk>) + 2 * sizeof(void*) + sizeof(arrival);
+}
+
+void RE_signature_fifo::evict_oldest(std::time_t now)
+{
+    const arrival oldest = m_order.front();
+    m_order.pop_front();
+    // The signature may stand for a chunk that came later.
+    const auto known = m_chunks.find(oldest.signature);
+    if (known != m_chunks.end() && known->second.position == oldest.position) {
+        m_chunks.erase(known);
+    }
+    m_evicted_chunks.add(now, 1);
+    m_evicted_bytes.add(now, oldest.size);
+    if (m_order.empty() || m_order.front().section != oldest.section) {
+        m_evicted_sections.add(now, 1);
+    }
+}

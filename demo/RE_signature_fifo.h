@@ -1,0 +1,78 @@
+// A bounded memory of chunks by their signatures: the oldest go when the chunks remembered exceed a number of bytes.
+//
+// Every chunk has a position, the number of bytes remembered before it since the beginning. The positions of the newest
+// end (head) and of the oldest chunk still known (tail) are the cache's clocks. An encoder keeps one to know what its
+// peer should hold; a chunk store keeps one to find what it really holds.
+#pragma once
+
+#include "RE_recent_sum.h"
+#include "RE_signature.h"
+
+#include <deque>
+#include <unordered_map>
+
+struct RE_known_chunk
+{
+    std::uint64_t position; // of its first byte
+    std::uint32_t size;
+    std::uint32_t section; // chunks of one message share a section
+    std::uint32_t matches; // how often it was found again
+};
+
+class RE_signature_fifo
+{
+public:
+    // capacity: bytes of chunks; larger than any chunk. smallest_chunk bounds how many chunks that can be.
+    RE_signature_fifo(std::uint64_t capacity, std::uint32_t smallest_chunk);
+
+    // Null when the chunk is not known (any more). Valid until the next call that changes something.
+    RE_known_chunk* find(RE_signature signature);
+    // Remembers a chunk at the head, from now on under this signature alone, and returns its position.
+    std::uint64_t insert(RE_signature signature, std::uint32_t size, std::time_t now);
+    // What is inserted next belongs to another message.
+    void end_section();
+    void forget(RE_signature signature);
+    // Forgets every chunk from the tail up to this position, itself included.
+    void forget_up_to(std::uint64_t position, std::time_t now);
+    void clear();
+
+    std::uint64_t capacity() const { return m_capacity; }
+    std::uint64_t head_clock() const { return m_head; }
+    std::uint64_t tail_clock() const { return m_order.empty() ? m_head : m_order.front().position; }
+    std::uint64_t used_bytes() const { return m_head - tail_clock(); }
+    std::size_t chunk_count() const { return m_chunks.size(); }
+    std::size_t section_count() const;
+    // Bounds chunk_count().
+    std::size_t max_chunk_count() const { return m_max_chunk_count; }
+    // Bytes of memory that one chunk costs here.
+    static std::size_t bytes_per_chunk();
+    // When the oldest chunk came, seconds since the epoch; 0 when there is none.
+    std::time_t oldest_time() const { return m_order.empty() ? 0 : m_order.front().time; }
+
+    // What made room for newer chunks in the last hour.
+    long long chunks_evicted_in_last_hour(std::time_t now) const { return m_evicted_chunks.sum(now); }
+    long long bytes_evicted_in_last_hour(std::time_t now) const { return m_evicted_bytes.sum(now); }
+    long long sections_evicted_in_last_hour(std::time_t now) const { return m_evicted_sections.sum(now); }
+
+private:
+    struct arrival
+    {
+        RE_signature signature;
+        std::uint64_t position;
+        std::time_t time;
+        std::uint32_t size;
+        std::uint32_t section;
+    };
+
+    void evict_oldest(std::time_t now);
+
+    std::uint64_t m_capacity;
+    std::size_t m_max_chunk_count;
+    std::uint64_t m_head = 0;
+    std::uint32_t m_section = 0;
+    std::unordered_map<RE_signature, RE_known_chunk> m_chunks;
+    std::deque<arrival> m_order; // oldest first; also those that were forgotten since
+    RE_last_hour m_evicted_chunks;
+    RE_last_hour m_evicted_bytes;
+    RE_last_hour m_evicted_sections;
+};
