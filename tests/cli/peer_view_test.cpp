@@ -390,7 +390,7 @@ TEST_F(peer_view, lists_what_passes_every_filter_alone_and_together)
         peer.header.m_peer_mac_id.m_data[5] = (traits & mac_bit) != 0 ? 2 : 1;
         peer.header.m_peer_ip = (traits & ip_bit) != 0 ? 2 : 1;
         peer.header.m_context_id.m_data[0] = (traits & ctx_bit) != 0 ? 2 : 1;
-        std::snprintf(peer.header.m_peer_host_name, 10, "p%d", traits);
+        std::snprintf(peer.header.m_peer_host_name, sizeof peer.header.m_peer_host_name, "p%d", traits);
     }
     RE_mac_id mac{};
     mac.m_data[5] = 2;
