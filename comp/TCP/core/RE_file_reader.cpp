@@ -11,7 +11,7 @@
 
 RE_file_reader::~RE_file_reader()
 {
-    close();
+    RE_file_reader::close();
 }
 
 int RE_file_reader::open()

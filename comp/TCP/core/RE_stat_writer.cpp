@@ -82,9 +82,9 @@ struct RE_stat_writer::implementation
     ~implementation() { withdraw(); }
 
     int lay_out(const RE_stat_limits& limits, std::time_t start_time);
-    int back(const void* start, std::size_t bytes);
+    int back(const void* start, std::size_t bytes) const;
     template <typename Row>
-    bool back_rows(const Row* rows, std::uint64_t first, std::uint64_t count);
+    bool back_rows(const Row* rows, std::uint64_t first, std::uint64_t count) const;
     bool ensure_peer(std::uint32_t slot);
     bool ensure_conn(std::uint32_t slot);
     bool ensure_app(std::uint32_t slot);
@@ -276,14 +276,14 @@ int RE_stat_writer::implementation::lay_out(const RE_stat_limits& limits, std::t
     return 0;
 }
 
-int RE_stat_writer::implementation::back(const void* start, std::size_t bytes)
+int RE_stat_writer::implementation::back(const void* start, std::size_t bytes) const
 {
     const auto offset = static_cast<off_t>(static_cast<const unsigned char*>(start) - mapping);
     return -posix_fallocate(descriptor, offset, static_cast<off_t>(bytes));
 }
 
 template <typename Row>
-bool RE_stat_writer::implementation::back_rows(const Row* rows, std::uint64_t first, std::uint64_t count)
+bool RE_stat_writer::implementation::back_rows(const Row* rows, std::uint64_t first, std::uint64_t count) const
 {
     return back(rows + first, count * sizeof(Row)) == 0;
 }
