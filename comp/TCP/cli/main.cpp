@@ -5,11 +5,8 @@
 
 #include <csignal>
 #include <cstdio>
-#include <new>
 
 namespace {
-
-constexpr int exit_failure = 1;
 
 // Large enough that most reports leave in one write.
 char output_buffer[65536];
@@ -27,13 +24,14 @@ void keep_standard_output_apart()
     } while (descriptor >= 0 && descriptor < STDOUT_FILENO);
 }
 
-[[noreturn]] void out_of_memory()
+// A closed pipe and a file size limit are told by the exit status, like a full disk, and not by a signal's death.
+void hold_back_output_signals()
 {
-    static constexpr char message[] = "exec_show_stats_kav: out of memory\n";
-    std::fflush(stdout);
-    const ssize_t ignored = write(STDOUT_FILENO, message, sizeof message - 1);
-    static_cast<void>(ignored);
-    _exit(exit_failure);
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGPIPE);
+    sigaddset(&signals, SIGXFSZ);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
 }
 
 } // namespace
@@ -42,9 +40,6 @@ int main(int argc, char** argv)
 {
     keep_standard_output_apart();
     std::setvbuf(stdout, output_buffer, _IOFBF, sizeof output_buffer);
-    std::set_new_handler(out_of_memory);
-    // A closed pipe and a full disk are told by the exit status, not by a signal's death.
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN);
+    hold_back_output_signals();
     return exec_show_stats_kav(argc, argv);
 }

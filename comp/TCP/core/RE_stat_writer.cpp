@@ -93,15 +93,18 @@ struct RE_stat_writer::implementation
 
     bool has_peer(int slot) const
     {
-        return mapping != nullptr && slot >= 0 && static_cast<std::uint32_t>(slot) < load_acquire(&image.header->peer_slots_used);
+        return mapping != nullptr && slot >= 0 &&
+               static_cast<std::uint32_t>(slot) < load_acquire(&image.header->peer_slots_used);
     }
     bool has_conn(int slot) const
     {
-        return mapping != nullptr && slot >= 0 && static_cast<std::uint32_t>(slot) < load_acquire(&image.header->conn_slots_used);
+        return mapping != nullptr && slot >= 0 &&
+               static_cast<std::uint32_t>(slot) < load_acquire(&image.header->conn_slots_used);
     }
     bool has_app(int slot) const
     {
-        return mapping != nullptr && slot >= 0 && static_cast<std::uint32_t>(slot) < load_acquire(&image.header->app_slots_used);
+        return mapping != nullptr && slot >= 0 &&
+               static_cast<std::uint32_t>(slot) < load_acquire(&image.header->app_slots_used);
     }
     // The peer's counters of the connection in `conn_slot`, null when that peer has gone.
     RE_image_peer_counters* peer_counters_of(int conn_slot) const;
@@ -607,9 +610,8 @@ void RE_stat_writer::implementation::remember_closed(int conn_slot)
 {
     // Connections that were released after closing stay in the queue; it is tidied before they are the larger part.
     if (closed_conns.size() > 2 * conns.size()) {
-        std::erase_if(closed_conns, [this](const auto& closed) {
-            return image.conns[closed.first].generation != closed.second;
-        });
+        std::erase_if(closed_conns,
+                      [this](const auto& closed) { return image.conns[closed.first].generation != closed.second; });
     }
     closed_conns.emplace_back(conn_slot, image.conns[conn_slot].generation);
 }
