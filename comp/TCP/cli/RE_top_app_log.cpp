@@ -1,4 +1,253 @@
 #include "RE_top_app_log.h"
 
-void show_top_app(char*, char*, bool, int)
-{}
+#include "RE_descriptor_reader.h"
+#include "RE_syslog.h"
+#include "RE_top_app_names.h"
+#include "RE_top_app_post_process.h"
+#include "RE_top_app_tally.h"
+#include "RE_viewer_reader.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+// What the messages about logs are known by to log filters; not positions in this file.
+constexpr const char* message_file = "comp/TCP/cli/RE_top_app_post_process";
+constexpr int open_error_line = 100;
+constexpr int read_error_line = 200;
+constexpr int compatibility_error_line = 300;
+constexpr int seek_error_line = 400;
+constexpr int message_id = 690452;
+
+// Logs outgrow every cache: one read(2) fetches this much of them.
+constexpr std::size_t buffer_size = 1 << 20;
+
+// One log's way from its descriptor to the tally.
+class RE_top_app_log
+{
+public:
+    // Borrows all of them.
+    RE_top_app_log(int fd, std::span<unsigned char> buffer, const char* path, char* peer, bool detail)
+        : m_input(fd, buffer), m_path(path), m_peer(peer), m_b_detail(detail)
+    {}
+
+    // Reads the log to its end. Returns whether it may be reported; if not, the system log has been told why.
+    bool read_sections();
+
+    // The records that were gathered.
+    const RE_top_app_tally& tally() const { return m_tally; }
+
+private:
+    bool read_section();
+    bool read_names();
+    bool read_records();
+    void read_array();
+    std::uint32_t gather_read_ahead(std::uint32_t limit);
+    void gather(RE_stat_app_struct& record);
+    template <typename field_type>
+    bool read_whole(field_type& field);
+    void report_read_error(int count) const;
+
+    RE_descriptor_reader m_input;
+    const char* m_path;
+    char* m_peer;
+    bool m_b_detail;
+    unsigned m_record_number = 0; // of all records, those of other peers included
+    RE_section_names m_names;
+    std::vector<RE_stat_app_struct> m_collector; // empty, or the one record on its way to the tally
+    RE_top_app_tally m_tally;
+};
+
+bool RE_top_app_log::read_sections()
+{
+    for (;;) {
+        std::uint32_t version = RE_STAT_TOP_APP_LOG_MAX;
+        const int count = m_input.read_field(version);
+        if (count == 0) {
+            return true;
+        }
+        if (count != sizeof version) {
+            report_read_error(count);
+            return false;
+        }
+        if (version != RE_STAT_TOP_APP_LOG_BELVANO) {
+            read_array();
+            return false;
+        }
+        if (!read_section()) {
+            return false;
+        }
+    }
+}
+
+bool RE_top_app_log::read_section()
+{
+    m_names.clear();
+    return read_names() && read_records();
+}
+
+bool RE_top_app_log::read_names()
+{
+    std::uint32_t count = 0;
+    if (!read_whole(count)) {
+        return false;
+    }
+    for (std::uint32_t i = 0; i < count; ++i) {
+        RE_stat_policy_engine_header names;
+        std::uint32_t handle = 0;
+        if (!read_whole(names) || !read_whole(handle)) {
+            return false;
+        }
+        m_names.add(handle, names);
+    }
+    return true;
+}
+
+bool RE_top_app_log::read_records()
+{
+    std::uint32_t left = 0;
+    if (!read_whole(left)) {
+        return false;
+    }
+    for (left -= gather_read_ahead(left); left > 0; left -= gather_read_ahead(left)) {
+        RE_stat_app_struct record;
+        if (!read_whole(record)) {
+            return false;
+        }
+        RE_stat_app_header& header = record.m_header;
+        header.set_policy_engine_handler(m_names.run_handle(header.m_policy_engine_handler));
+        gather(record);
+        --left;
+    }
+    return true;
+}
+
+// Gathers at most `limit` of the records that have been read ahead, straight from the buffer, unless each must be
+// looked at. Returns how many.
+std::uint32_t RE_top_app_log::gather_read_ahead(std::uint32_t limit)
+{
+    if (m_peer[0] != '\0' || m_b_detail) {
+        return 0;
+    }
+    const std::span<const unsigned char> bytes = m_input.read_ahead();
+    const std::size_t count = std::min<std::size_t>(limit, bytes.size() / sizeof(RE_stat_app_struct));
+    m_tally.add_section_records(bytes.data(), count, m_names);
+    m_input.take(count * sizeof(RE_stat_app_struct));
+    m_record_number += static_cast<unsigned>(count);
+    return static_cast<std::uint32_t>(count);
+}
+
+// The QUADA layout, all of it from the file's start. It has no end but that of the file, which is an error like any
+// other: a log of this layout is never reported.
+void RE_top_app_log::read_array()
+{
+    if (!g_stat_handler_policy_engine_map.empty()) {
+        __re_syslog(message_file, compatibility_error_line, KAV_STATS, RE_SYSLOG_ERROR, message_id,
+                    "top_app_log compatibility error: %s: Top-App logs of v4.4.1 and v4.4.3 cannot be mingled\n",
+                    m_path);
+        return;
+    }
+    if (m_input.rewind() != 0) {
+        __re_syslog(message_file, seek_error_line, KAV_STATS, RE_SYSLOG_ERROR, message_id,
+                    "top_app_log seek error: lseek(%s, 0, SEEK_SET): %s\n", m_path, std::strerror(errno));
+        return;
+    }
+    m_input.fail_when_interrupted();
+    RE_stat_app_struct record;
+    while (read_whole(record)) {
+        gather(record);
+    }
+}
+
+void RE_top_app_log::gather(RE_stat_app_struct& record)
+{
+    check_kav_peer_id_string_match_and_push_back(m_collector, record, m_peer, static_cast<int>(m_record_number),
+                                                 m_b_detail);
+    ++m_record_number;
+    for (const RE_stat_app_struct& kept : m_collector) {
+        m_tally.add(kept);
+    }
+    m_collector.clear();
+}
+
+// Returns false, and tells the system log, when the field is not there as a whole.
+template <typename field_type>
+bool RE_top_app_log::read_whole(field_type& field)
+{
+    const int count = m_input.read_field(field);
+    if (count != sizeof field) {
+        report_read_error(count);
+        return false;
+    }
+    return true;
+}
+
+void RE_top_app_log::report_read_error(int count) const
+{
+    __re_syslog(message_file, read_error_line, KAV_STATS, RE_SYSLOG_ERROR, message_id,
+                "top_app_log read error: read(%s) returned %d - %s\n", m_path, count,
+                count < 0 ? std::strerror(errno) : "short read");
+}
+
+void show_live(char* peer, bool detail, int top)
+{
+    std::vector<RE_stat_app_struct> records;
+    const std::uint32_t slots = p_statReader->get_app_slot_shared_memory_header_size();
+    for (std::uint32_t slot = 0; slot < slots; ++slot) {
+        RE_stat_app_struct* live = nullptr;
+        p_statReader->read_app_slot(static_cast<int>(slot), live);
+        if (live == nullptr) {
+            break;
+        }
+        // The engine goes on counting: filter, entry block and table see the record as it was at one moment.
+        RE_stat_app_struct record = *live;
+        check_kav_peer_id_string_match_and_push_back(records, record, peer, static_cast<int>(slot), detail);
+    }
+    process_top_app_vector(stdout, records, top, detail);
+}
+
+void show_log(const char* path, char* peer, bool detail, int top)
+{
+    int fd = -1;
+    do {
+        fd = open(path, O_RDONLY | O_CLOEXEC);
+    } while (fd < 0 && errno == EINTR);
+    if (fd < 0) {
+        __re_syslog(message_file, open_error_line, KAV_STATS, RE_SYSLOG_ERROR, message_id,
+                    "top_app_log open error: open(%s, O_RDONLY): %s\n", path, std::strerror(errno));
+        return;
+    }
+    g_stat_handler_policy_engine_map.clear();
+    g_stat_policy_engine_handler_map.clear();
+
+    static unsigned char buffer[buffer_size]; // static costs a short log only the pages that it fills
+    RE_top_app_log log(fd, buffer, path, peer, detail);
+    const bool b_complete = log.read_sections();
+    close(fd);
+    if (b_complete) {
+        std::vector<RE_stat_app_struct> rows = log.tally().rows();
+        print_top_app_rows(stdout, rows, log.tally().totals(), top, detail);
+    }
+}
+
+} // namespace
+
+void show_top_app(char* file, char* peer, bool detail, int top)
+{
+    if (file == nullptr || peer == nullptr) {
+        return;
+    }
+    std::putchar('\n');
+    if (file[0] == '\0') {
+        show_live(peer, detail, top);
+    } else {
+        show_log(file, peer, detail, top);
+    }
+}

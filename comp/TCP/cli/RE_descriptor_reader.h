@@ -1,0 +1,50 @@
+// Reads the fields of a file one after another as a read(2) each would, with one system call per buffer instead.
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+#include <span>
+
+class RE_descriptor_reader
+{
+public:
+    // Borrows the descriptor, at its present offset, and the buffer, which must be at least as large as any field.
+    RE_descriptor_reader(int fd, std::span<unsigned char> buffer) : m_fd(fd), m_buffer(buffer) {}
+
+    // Reads the next field. The result is what read(2) of a regular file would have given for the field alone: its
+    // size; less when the file ends within the field, or cannot be read from a place within it on; 0 at the file's
+    // end; -1, with errno, when the file cannot be read from the field's start on. `field` is written only when whole.
+    // A field that comes through a pipe in pieces is waited for.
+    template <typename field_type>
+    int read_field(field_type& field)
+    {
+        if (m_end - m_next < sizeof field) {
+            const int available = fill(sizeof field);
+            if (available < static_cast<int>(sizeof field)) {
+                return available;
+            }
+        }
+        std::memcpy(&field, &m_buffer[m_next], sizeof field);
+        m_next += sizeof field;
+        return static_cast<int>(sizeof field);
+    }
+
+    // What has been read ahead of the next field. take() takes as much of it as its caller has used.
+    std::span<const unsigned char> read_ahead() const { return m_buffer.subspan(m_next, m_end - m_next); }
+    void take(std::size_t size) { m_next += size; }
+
+    // Goes on from the file's start. Returns 0, or -1 with errno when the file cannot be wound back.
+    int rewind();
+
+    // From now on a read that a signal interrupts fails with EINTR instead of being repeated.
+    void fail_when_interrupted() { m_b_retry = false; }
+
+private:
+    int fill(std::size_t field_size);
+
+    int m_fd;
+    std::span<unsigned char> m_buffer;
+    std::size_t m_next = 0; // the buffered bytes not yet taken are those from m_next to m_end
+    std::size_t m_end = 0;
+    bool m_b_retry = true;
+};
