@@ -212,6 +212,6 @@ void RE_engine::publish_pass(bool b_finished)
         m_publisher.append_app_log(m_options.top_app_log);
     }
     if (!m_options.ledger.empty()) {
-        m_ledger.write(m_options.ledger, m_bypass_policy.bypassed(), b_finished);
+        m_ledger.write(m_options.ledger, b_finished);
     }
 }
