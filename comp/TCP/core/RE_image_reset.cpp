@@ -8,16 +8,22 @@
 namespace {
 
 // Sets the counters of one enumeration to 0. infos: what RE_stat_counters.def says of them; a line may stand for a
-// range.
-template <typename Infos>
-void reset_counters(std::int64_t* counters, const Infos& infos, RE_reset_extent extent)
+// range. "Everything" takes in places of the array that no line describes.
+template <std::size_t Size, typename Infos>
+void reset_counters(std::int64_t (&counters)[Size], const Infos& infos, RE_reset_extent extent)
 {
+    if (extent == RE_reset_extent::everything) {
+        for (std::int64_t& counter : counters) {
+            store_relaxed(&counter, std::int64_t{0});
+        }
+        return;
+    }
     for (const RE_stat_counter_info& info : infos) {
-        if (extent == RE_reset_extent::totals && info.kind == RE_stat_kind::current) {
+        if (info.kind == RE_stat_kind::current) {
             continue;
         }
         for (int id = info.id; id <= info.last_id; ++id) {
-            store_relaxed(counters + id, std::int64_t{0});
+            store_relaxed(&counters[id], std::int64_t{0});
         }
     }
 }
