@@ -66,6 +66,13 @@ bool may_change_user();
 
 constexpr unsigned int nobody = 65534;
 
+// Sanitizers need time and address space of their own.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool b_under_a_sanitizer = true;
+#else
+constexpr bool b_under_a_sanitizer = false;
+#endif
+
 std::unique_ptr<RE_stat_reader> live_reader();
 std::unique_ptr<RE_stat_reader> file_reader(const std::string& path);
 
