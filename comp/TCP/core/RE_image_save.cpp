@@ -29,11 +29,6 @@ struct row_list
     std::uint32_t count = 0;
 };
 
-std::uint32_t rows_to_scan(const RE_stat_image& image, const std::uint32_t& slots_used, std::uint32_t rows)
-{
-    return image.b_saved ? rows : std::min(load_acquire(&slots_used), rows);
-}
-
 template <typename Row>
 row_list list_rows_in_use(const Row* rows, std::uint32_t count)
 {
@@ -139,10 +134,8 @@ private:
 
 int image_writer::write()
 {
-    m_peers =
-        list_rows_in_use(m_image.peers, rows_to_scan(m_image, m_image.header->peer_slots_used, m_image.peer_rows));
-    m_conns =
-        list_rows_in_use(m_image.conns, rows_to_scan(m_image, m_image.header->conn_slots_used, m_image.conn_rows));
+    m_peers = list_rows_in_use(m_image.peers, m_image.peer_rows_in_reach());
+    m_conns = list_rows_in_use(m_image.conns, m_image.conn_rows_in_reach());
     if (m_peers.rows == nullptr || m_conns.rows == nullptr) {
         return RE_STAT_ERR_NO_MEMORY;
     }
@@ -167,7 +160,7 @@ int image_writer::write()
 
 void image_writer::lay_out()
 {
-    m_app_count = std::min(load_acquire(&m_image.header->app_slots_used), m_image.app_rows);
+    m_app_count = m_image.app_rows_in_reach();
     const std::uint64_t logged = load_acquire(&m_image.header->nacks_logged);
     const std::uint64_t kept = logged > m_image.nack_rows ? logged - m_image.nack_rows : 0;
     m_first_nack = std::max(kept, load_relaxed(&m_image.header->nacks_reset));

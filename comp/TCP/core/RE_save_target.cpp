@@ -24,7 +24,7 @@ bool folder_of(const char* path, char (&folder)[PATH_MAX])
 {
     const char* const slash = std::strrchr(path, '/');
     if (slash == nullptr) {
-        std::strcpy(folder, ".");
+        std::memcpy(folder, ".", sizeof ".");
         return true;
     }
     const auto length = std::max<std::size_t>(static_cast<std::size_t>(slash - path), 1);

@@ -1,6 +1,5 @@
 #include "RE_stat_image.h"
 
-#include "RE_sequence.h"
 #include "RE_stat_error.h"
 
 #include <algorithm>
