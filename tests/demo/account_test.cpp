@@ -434,7 +434,7 @@ TEST(account, agrees_with_the_log_of_several_passes)
     for (std::uint64_t file = 0; file < 10; ++file) {
         folder.write("traffic/" + std::to_string(file) + ".html", random_bytes(20'000, file));
     }
-    engine_process engine({"--duration", "0.5", "--ledger", folder.file("ledger"), "--top-app-log", folder.file("log"),
+    engine_process engine({"--duration", "1.5", "--ledger", folder.file("ledger"), "--top-app-log", folder.file("log"),
                            folder.file("traffic")});
     ASSERT_EQ(engine.wait(), 0);
     const json ledger = json::parse(text_of(folder.file("ledger")));
