@@ -527,7 +527,10 @@ void RE_image_reader::clear_all()
 
 int RE_image_reader::save_stats_binary(const char* path)
 {
-    return is_open() && path != nullptr ? save_image(m_image, path) : RE_STAT_ERR_NOT_OPEN;
+    if (!is_open()) {
+        return RE_STAT_ERR_NOT_OPEN;
+    }
+    return path != nullptr ? save_image(m_image, path) : RE_STAT_ERR_TARGET;
 }
 
 void* RE_image_reader::get_re_auto_bypass_memory_ptr(int size)
