@@ -17,13 +17,13 @@ constexpr std::chrono::seconds run_timeout{120};
 struct run_surroundings
 {
     // Variables that differ from the test's own environment.
-    std::vector<std::pair<std::string, std::string>> environment;
+    std::vector<std::pair<std::string, std::string>> environment = {};
     // Resource limits, such as {RLIMIT_NOFILE, 4}.
-    std::vector<std::pair<int, rlim_t>> limits;
+    std::vector<std::pair<int, rlim_t>> limits = {};
     // Where standard output goes instead of being caught; not owned. A negative number: standard output is closed.
-    std::optional<int> output;
+    std::optional<int> output = {};
     // User and group to run as, without any further groups. Needs root.
-    std::optional<std::pair<uid_t, gid_t>> user;
+    std::optional<std::pair<uid_t, gid_t>> user = {};
 };
 
 struct program_result
