@@ -38,7 +38,6 @@ public:
 
     // Null when the server's traffic goes through the engine.
     const RE_bypassed_server* find(const RE_server& server) const;
-    const std::map<RE_server, RE_bypassed_server>& bypassed() const { return m_bypassed; }
 
     // A message of the server was encoded; true when that makes the server one to be gone around.
     bool measure(const RE_server& server, std::uint64_t in_bytes, std::uint64_t out_bytes, std::time_t now);

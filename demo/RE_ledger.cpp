@@ -99,6 +99,18 @@ void RE_ledger::on_frame(int conn_id, RE_byte_view frame)
             enter_frame(side, connection.last_frame);
         }
     });
+    if (b_enter && connection.last_frame.bypass_cause == RE_bypass_cause::low_compression) {
+        enter_around(connection);
+    }
+}
+
+void RE_ledger::enter_around(connection_account& connection)
+{
+    around_account& around = m_around[{connection.ends.m_server_ip, connection.ends.m_server_port}];
+    ++around.messages;
+    around.bytes += connection.last_frame.message_size;
+    around.connections += connection.b_went_around ? 0 : 1;
+    connection.b_went_around = true;
 }
 
 void RE_ledger::on_answer(int conn_id, RE_byte_view bytes)

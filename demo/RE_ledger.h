@@ -53,7 +53,8 @@ struct RE_ledger_account
 class RE_ledger
 {
 public:
-    // connection_limit: connections remembered one by one; beyond that, the one that closed first is dropped.
+    // connection_limit: connections remembered one by one; beyond that, the one that closed first is dropped. Open
+    // ones are always remembered.
     explicit RE_ledger(std::size_t connection_limit) : m_connection_limit(connection_limit) {}
 
     void open_connection(int conn_id, const RE_peer& peer, const RE_application& application,
@@ -70,9 +71,9 @@ public:
     void on_round_end() { ++m_rounds; }
     long long rounds() const { return m_rounds; }
 
-    // Writes the account as JSON, the file as a whole or not at all. bypassed: the servers that the engine goes around.
+    // Writes the account as JSON, the file as a whole or not at all. b_finished: the traffic went through as a whole.
     // Throws std::system_error.
-    void write(const std::string& path, const std::map<RE_server, RE_bypassed_server>& bypassed, bool b_finished) const;
+    void write(const std::string& path, bool b_finished) const;
 
 private:
     struct peer_account : RE_ledger_account
@@ -93,7 +94,16 @@ private:
         application_key application{};
         RE_direction direction = RE_direction::encode;
         RE_frame_header last_frame;
+        bool b_went_around = false;
     };
+    // What went around this engine because its server's traffic does not compress.
+    struct around_account
+    {
+        long long messages = 0;
+        long long bytes = 0;
+        long long connections = 0;
+    };
+    void enter_around(connection_account& connection);
     template <typename Change>
     void for_each_account(connection_account& connection, Change change);
 
@@ -102,6 +112,7 @@ private:
     std::map<int, peer_account> m_peers;
     std::map<application_key, RE_ledger_account> m_applications;
     std::map<int, connection_account> m_connections;
+    std::map<RE_server, around_account> m_around;
     std::deque<int> m_closed; // in the order of closing
     long long m_rounds = 0;
 };

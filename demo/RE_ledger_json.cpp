@@ -75,11 +75,10 @@ void write_file(const std::string& path, const std::string& text)
 
 } // namespace
 
-void RE_ledger::write(const std::string& path, const std::map<RE_server, RE_bypassed_server>& bypassed,
-                      bool b_finished) const
+void RE_ledger::write(const std::string& path, bool b_finished) const
 {
     ordered_json json;
-    json["finished"] = b_finished; // the traffic went through as a whole
+    json["finished"] = b_finished;
     json["rounds"] = m_rounds;
     add_account(json["engine"], m_engine);
 
@@ -115,11 +114,12 @@ void RE_ledger::write(const std::string& path, const std::map<RE_server, RE_bypa
     }
 
     json["bypassed_servers"] = ordered_json::array();
-    for (const auto& [server, entry] : bypassed) {
+    for (const auto& [server, around] : m_around) {
         json["bypassed_servers"].push_back({{"server_ip", ip_to_string(server.ip)},
                                             {"server_port", server.port},
-                                            {"bytes", entry.bytes},
-                                            {"connections", entry.connections}});
+                                            {"messages", around.messages},
+                                            {"bytes", around.bytes},
+                                            {"connections", around.connections}});
     }
     write_file(path, json.dump(1, '\t') + '\n');
 }

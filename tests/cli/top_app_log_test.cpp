@@ -483,7 +483,7 @@ TEST_F(top_app_log, read_in_pieces_of_any_size_is_the_same)
     std::generate(records.begin(), records.end(), [&] { return random_record(random); });
     const std::string log = two_sections() + log_section({{1, names_of("Web", "HTTP")}}, records) + two_sections();
     for (const std::string& bytes : {log, log.substr(0, log.size() - 41), log + log_word(9), log_array(records)}) {
-        for (const std::size_t limit : {1, 3, 4, 5, 81, 82, 83, 86, 99, 100, 101, 199, 200, 201, 1000}) {
+        for (const std::size_t limit : {1U, 3U, 4U, 5U, 81U, 82U, 83U, 86U, 99U, 100U, 101U, 199U, 200U, 201U, 1000U}) {
             read_at_most(limit);
             expect_as_field_by_field(bytes, "", false, 0);
             expect_as_field_by_field(bytes, "", true, 3);

@@ -8,19 +8,20 @@
 // when there are none because the file cannot be read.
 int RE_descriptor_reader::fill(std::size_t field_size)
 {
-    std::memmove(m_buffer.data(), &m_buffer[m_next], m_end - m_next);
-    m_end -= m_next;
-    m_next = 0;
-    while (m_end < field_size) {
-        const ssize_t count = read(m_fd, &m_buffer[m_end], m_buffer.size() - m_end);
+    const std::size_t begun = m_end - m_next; // bytes of a field whose rest was not read with them
+    std::memmove(m_buffer.data() + largest_field - begun, m_buffer.data() + m_next, begun);
+    m_next = largest_field - begun;
+    m_end = largest_field;
+    while (m_end - m_next < field_size) {
+        const ssize_t count = read(m_fd, m_buffer.data() + m_end, m_buffer.size() - m_end);
         if (count > 0) {
             m_end += static_cast<std::size_t>(count);
         } else if (count < 0 && errno == EINTR && m_b_retry) {
             continue;
-        } else if (count < 0 && m_end == 0) {
+        } else if (count < 0 && m_end == m_next) {
             return -1;
         } else {
-            return static_cast<int>(m_end);
+            return static_cast<int>(m_end - m_next);
         }
     }
     return static_cast<int>(field_size);

@@ -12,8 +12,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <span>
 #include <vector>
 
 namespace {
@@ -27,7 +29,7 @@ constexpr int seek_error_line = 400;
 constexpr int message_id = 690452;
 
 // Logs outgrow every cache: one read(2) fetches this much of them.
-constexpr std::size_t buffer_size = 1 << 20;
+constexpr std::size_t read_size = 1 << 20;
 
 // One log's way from its descriptor to the tally.
 class RE_top_app_log
@@ -227,7 +229,10 @@ void show_log(const char* path, char* peer, bool detail, int top)
     g_stat_handler_policy_engine_map.clear();
     g_stat_policy_engine_handler_map.clear();
 
-    static unsigned char buffer[buffer_size]; // static costs a short log only the pages that it fills
+    // Static memory costs a short log only the pages that it fills.
+    constexpr std::size_t page = 4096;
+    alignas(page) static unsigned char memory[page + read_size];
+    const std::span<unsigned char> buffer = std::span(memory).subspan(page - RE_descriptor_reader::largest_field);
     RE_top_app_log log(fd, buffer, path, peer, detail);
     const bool b_complete = log.read_sections();
     close(fd);

@@ -46,6 +46,6 @@ private:
 
     std::array<RE_stat_policy_engine_header, top_app_handle_count> m_names;
     std::bitset<top_app_handle_count> m_b_named;
-    std::array<std::uint16_t, top_app_handle_count>
-        m_run_handle; // what look_up gave, so that it is asked once a section
+    // What look_up gave, so that the run's names are searched once a section and not once a record.
+    std::array<std::uint16_t, top_app_handle_count> m_run_handle;
 };

@@ -8,10 +8,11 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 
 RE_file_reader::~RE_file_reader()
 {
-    close();
+    RE_file_reader::close();
 }
 
 int RE_file_reader::open()
@@ -55,7 +56,7 @@ int RE_file_reader::load(int descriptor)
     if (status.st_size <= 0) {
         return RE_STAT_ERR_EMPTY_FILE;
     }
-    // The header is judged first, so that memory is only taken for what can be a statistics file.
+    // Both ends are judged first, so that memory is only taken for what can be a statistics file.
     RE_image_header head{};
     const ssize_t head_size = pread(descriptor, &head, sizeof head, 0);
     if (head_size < 0) {
@@ -64,6 +65,14 @@ int RE_file_reader::load(int descriptor)
     const auto size = static_cast<std::size_t>(status.st_size);
     if (const int error = check_image_header(head, static_cast<std::size_t>(head_size), size)) {
         return error;
+    }
+    RE_image_trailer trailer{};
+    if (pread(descriptor, &trailer, sizeof trailer, status.st_size - static_cast<off_t>(sizeof trailer)) !=
+        static_cast<ssize_t>(sizeof trailer)) {
+        return RE_STAT_ERR_READ;
+    }
+    if (std::memcmp(trailer.magic, RE_image_trailer_magic, sizeof trailer.magic) != 0) {
+        return RE_STAT_ERR_CHECKSUM;
     }
 
     m_bytes = static_cast<unsigned char*>(std::malloc(size));

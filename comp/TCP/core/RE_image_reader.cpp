@@ -31,11 +31,6 @@ bool is_id_in_range(int id, int count)
     return id >= 0 && id < count;
 }
 
-std::uint32_t used_rows(const std::uint32_t& slots_used, std::uint32_t rows)
-{
-    return std::min(load_acquire(&slots_used), rows);
-}
-
 // Finds the row of a slot among rows of which a live image has one for each slot and a saved one only those in use.
 // last_row: where the previous search ended; scans go upwards, so the row looked for is mostly the next one.
 template <typename Row>
@@ -63,14 +58,11 @@ bool find_row(const Row* rows, std::uint32_t count, bool b_saved, int slot, std:
     return found != rows + count && found->slot == wanted;
 }
 
-// One above the highest slot that a scan has to visit.
+// One above the highest slot that a scan has to visit. count: rows that hold anything.
 template <typename Row>
-int slots_to_scan(const Row* rows, std::uint32_t count, bool b_saved, const std::uint32_t& slots_used)
+int slots_to_scan(const Row* rows, std::uint32_t count, bool b_saved)
 {
-    if (b_saved) {
-        return count == 0 ? 0 : static_cast<int>(rows[count - 1].slot) + 1;
-    }
-    return static_cast<int>(used_rows(slots_used, count));
+    return static_cast<int>(b_saved && count != 0 ? rows[count - 1].slot + 1 : count);
 }
 
 // A byte that came from an image may hold anything, a bool may not.
@@ -161,8 +153,7 @@ int RE_image_reader::read_global_active_conn_count()
 
 int RE_image_reader::get_max_peer_slots()
 {
-    return is_open() ? slots_to_scan(m_image.peers, m_image.peer_rows, m_image.b_saved, m_image.header->peer_slots_used)
-                     : 0;
+    return is_open() ? slots_to_scan(m_image.peers, m_image.peer_rows_in_reach(), m_image.b_saved) : 0;
 }
 
 bool RE_image_reader::take_peer(int peer_slot)
@@ -170,10 +161,11 @@ bool RE_image_reader::take_peer(int peer_slot)
     const std::uint32_t last_row = m_peer.row;
     m_peer.slot = peer_slot;
     m_peer.fields_given = 0;
-    m_peer.b_valid = is_open() &&
-                     find_row(m_image.peers, m_image.peer_rows, m_image.b_saved, peer_slot, last_row, m_peer.row) &&
-                     load_relaxed(&m_image.peers[m_peer.row].b_in_use) != 0 &&
-                     copy_row(&m_image.peers[m_peer.row], m_peer.copy, m_patience) && m_peer.copy.b_in_use != 0;
+    m_peer.b_valid =
+        is_open() &&
+        find_row(m_image.peers, m_image.peer_rows_in_reach(), m_image.b_saved, peer_slot, last_row, m_peer.row) &&
+        load_relaxed(&m_image.peers[m_peer.row].b_in_use) != 0 &&
+        copy_row(&m_image.peers[m_peer.row], m_peer.copy, m_patience) && m_peer.copy.b_in_use != 0;
     return m_peer.b_valid;
 }
 
@@ -257,7 +249,7 @@ int RE_image_reader::get_max_app_slots()
 
 std::uint32_t RE_image_reader::get_app_slot_shared_memory_header_size()
 {
-    return is_open() ? used_rows(m_image.header->app_slots_used, m_image.app_rows) : 0;
+    return is_open() ? m_image.app_rows_in_reach() : 0;
 }
 
 // Copies the slot's record, so that what the caller gets stands still and every counter in it is whole.
@@ -314,8 +306,7 @@ const std::uint32_t* RE_image_reader::get_app_id_array(int app_slot)
 
 int RE_image_reader::get_max_conn_slots()
 {
-    return is_open() ? slots_to_scan(m_image.conns, m_image.conn_rows, m_image.b_saved, m_image.header->conn_slots_used)
-                     : 0;
+    return is_open() ? slots_to_scan(m_image.conns, m_image.conn_rows_in_reach(), m_image.b_saved) : 0;
 }
 
 bool RE_image_reader::take_conn(int conn_slot)
@@ -323,10 +314,11 @@ bool RE_image_reader::take_conn(int conn_slot)
     const std::uint32_t last_row = m_conn.row;
     m_conn.slot = conn_slot;
     m_conn.fields_given = 0;
-    m_conn.b_valid = is_open() &&
-                     find_row(m_image.conns, m_image.conn_rows, m_image.b_saved, conn_slot, last_row, m_conn.row) &&
-                     load_relaxed(&m_image.conns[m_conn.row].b_in_use) != 0 &&
-                     copy_row(&m_image.conns[m_conn.row], m_conn.copy, m_patience) && m_conn.copy.b_in_use != 0;
+    m_conn.b_valid =
+        is_open() &&
+        find_row(m_image.conns, m_image.conn_rows_in_reach(), m_image.b_saved, conn_slot, last_row, m_conn.row) &&
+        load_relaxed(&m_image.conns[m_conn.row].b_in_use) != 0 &&
+        copy_row(&m_image.conns[m_conn.row], m_conn.copy, m_patience) && m_conn.copy.b_in_use != 0;
     return m_conn.b_valid;
 }
 
@@ -535,27 +527,26 @@ void RE_image_reader::clear_all()
 
 int RE_image_reader::save_stats_binary(const char* path)
 {
-    return is_open() && path != nullptr ? save_image(m_image, path) : RE_STAT_ERR_NOT_OPEN;
+    if (!is_open()) {
+        return RE_STAT_ERR_NOT_OPEN;
+    }
+    return path != nullptr ? save_image(m_image, path) : RE_STAT_ERR_TARGET;
 }
 
 void* RE_image_reader::get_re_auto_bypass_memory_ptr(int size)
 {
-    if (!is_open() || size <= 0 || m_image.bypass_size == 0) {
+    if (!is_open() || size <= 0 || static_cast<std::uint32_t>(size) != m_image.bypass_room) {
         return nullptr;
     }
-    const auto wanted = static_cast<std::uint64_t>(size);
-    if (m_image.bypass_size == wanted) {
+    if (m_image.bypass_size == m_image.bypass_room) {
         return m_image.bypass;
     }
     // A saved table ends with its last entry in use; the rest is empty.
-    if (!m_image.b_saved || m_image.bypass_size > wanted) {
-        return nullptr;
-    }
-    m_bypass_copy.reset(new (std::nothrow) unsigned char[wanted]);
     if (m_bypass_copy == nullptr) {
-        return nullptr;
+        m_bypass_copy.reset(new (std::nothrow) unsigned char[m_image.bypass_room]());
+        if (m_bypass_copy != nullptr) {
+            std::memcpy(m_bypass_copy.get(), m_image.bypass, m_image.bypass_size);
+        }
     }
-    std::memset(m_bypass_copy.get(), 0, wanted);
-    std::memcpy(m_bypass_copy.get(), m_image.bypass, m_image.bypass_size);
     return m_bypass_copy.get();
 }

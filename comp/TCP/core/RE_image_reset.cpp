@@ -3,28 +3,27 @@
 #include "RE_sequence.h"
 #include "RE_stat_counters.h"
 
-#include <algorithm>
-
 namespace {
 
 // Sets the counters of one enumeration to 0. infos: what RE_stat_counters.def says of them; a line may stand for a
-// range.
-template <typename Infos>
-void reset_counters(std::int64_t* counters, const Infos& infos, RE_reset_extent extent)
+// range. "Everything" takes in places of the array that no line describes.
+template <std::size_t Size, typename Infos>
+void reset_counters(std::int64_t (&counters)[Size], const Infos& infos, RE_reset_extent extent)
 {
+    if (extent == RE_reset_extent::everything) {
+        for (std::int64_t& counter : counters) {
+            store_relaxed(&counter, std::int64_t{0});
+        }
+        return;
+    }
     for (const RE_stat_counter_info& info : infos) {
-        if (extent == RE_reset_extent::totals && info.kind == RE_stat_kind::current) {
+        if (info.kind == RE_stat_kind::current) {
             continue;
         }
         for (int id = info.id; id <= info.last_id; ++id) {
-            store_relaxed(counters + id, std::int64_t{0});
+            store_relaxed(&counters[id], std::int64_t{0});
         }
     }
-}
-
-std::uint32_t rows_in_reach(const RE_stat_image& image, const std::uint32_t& slots_used, std::uint32_t rows)
-{
-    return image.b_saved ? rows : std::min(load_acquire(&slots_used), rows);
 }
 
 } // namespace
@@ -43,7 +42,7 @@ void reset_peer(const RE_stat_image& image, std::uint32_t row, RE_reset_extent e
 
 void reset_peers(const RE_stat_image& image, RE_reset_extent extent)
 {
-    const std::uint32_t rows = rows_in_reach(image, image.header->peer_slots_used, image.peer_rows);
+    const std::uint32_t rows = image.peer_rows_in_reach();
     for (std::uint32_t row = 0; row < rows; ++row) {
         reset_peer(image, row, extent);
     }
@@ -56,7 +55,7 @@ void reset_conn(const RE_stat_image& image, std::uint32_t row, RE_reset_extent e
 
 void reset_conns(const RE_stat_image& image, RE_reset_extent extent)
 {
-    const std::uint32_t rows = rows_in_reach(image, image.header->conn_slots_used, image.conn_rows);
+    const std::uint32_t rows = image.conn_rows_in_reach();
     for (std::uint32_t row = 0; row < rows; ++row) {
         reset_conn(image, row, extent);
     }
@@ -66,7 +65,7 @@ void reset_apps(const RE_stat_image& image)
 {
     // Port and source-port flag, which name the application, share their word with the two connection counts.
     constexpr std::uint64_t identity_bits = 0x1ffff;
-    const std::uint32_t rows = std::min(load_acquire(&image.header->app_slots_used), image.app_rows);
+    const std::uint32_t rows = image.app_rows_in_reach();
     for (std::uint32_t row = 0; row < rows; ++row) {
         RE_stat_app_struct& app = image.apps[row].app;
         for (std::uint32_t& counter : app.m_id_array) {

@@ -53,7 +53,7 @@ int error_of_open(int error)
 
 RE_shm_reader::~RE_shm_reader()
 {
-    close();
+    RE_shm_reader::close();
 }
 
 int RE_shm_reader::open()

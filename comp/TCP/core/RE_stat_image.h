@@ -6,8 +6,10 @@
 // order, each with its slot number. A saved image ends with a checksum over all of it.
 #pragma once
 
+#include "RE_sequence.h"
 #include "RE_statistics.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -185,8 +187,7 @@ static_assert(sizeof(RE_image_trailer) == 16);
 constexpr char RE_image_trailer_magic[8] = {'K', 'A', 'V', 'S', 'T', 'E', 'N', 'D'};
 
 // An image in memory whose every size and offset has been checked. It points into the memory and owns none of it.
-// Values that a running engine may change (state, slots used, NACK numbers) are read through `header` with atomic loads
-// and clamped to the rows by those who use them.
+// Values that a running engine may change (state, NACK numbers) are read through `header` with atomic loads.
 struct RE_stat_image
 {
     RE_image_header* header = nullptr;
@@ -203,12 +204,28 @@ struct RE_stat_image
     std::uint32_t peer_rows = 0;
     std::uint32_t conn_rows = 0;
     std::uint32_t app_rows = 0;
-    std::uint32_t app_slots = 0;
     std::uint32_t nack_rows = 0;
-    std::uint64_t bypass_size = 0;
+    std::uint32_t bypass_size = 0; // bytes
+    // How much room the engine has, of which a saved image holds what is in use.
+    std::uint32_t peer_slots = 0;
+    std::uint32_t conn_slots = 0;
+    std::uint32_t app_slots = 0;
+    std::uint32_t nack_slots = 0;
+    std::uint32_t bypass_room = 0; // bytes
     bool b_saved = false;
+
+    // How many rows hold anything. In a live image those beyond have no memory yet; a mere look would claim some.
+    std::uint32_t peer_rows_in_reach() const { return rows_in_reach(&header->peer_slots_used, peer_rows); }
+    std::uint32_t conn_rows_in_reach() const { return rows_in_reach(&header->conn_slots_used, conn_rows); }
+    std::uint32_t app_rows_in_reach() const { return rows_in_reach(&header->app_slots_used, app_rows); }
 
     // Checks the `size` bytes at `base` (8-byte aligned, there for as long as the image is used) and points into them.
     // Nothing in them is trusted; of a saved image every byte is checked. Returns 0 or an RE_stat_error.
     int attach(unsigned char* base, std::size_t size, RE_image_kind kind);
+
+private:
+    std::uint32_t rows_in_reach(const std::uint32_t* slots_used, std::uint32_t rows) const
+    {
+        return b_saved ? rows : std::min(load_acquire(slots_used), rows);
+    }
 };

@@ -37,7 +37,7 @@ RE_stat_segment_path::RE_stat_segment_path() : m_path{}
         std::strcmp(name, "..") == 0) {
         return;
     }
-    std::snprintf(m_path, sizeof m_path, "/dev/shm/%s", name);
+    std::snprintf(m_path, sizeof m_path, "%s%s", RE_stat_segment_folder, name);
 }
 
 bool take_segment_lock(int descriptor, int lock)

@@ -3,6 +3,9 @@
 
 #include <cstddef>
 
+// Where the segments of this machine are.
+constexpr char RE_stat_segment_folder[] = "/dev/shm/";
+
 // The segment's path in the file system that POSIX shared memory lives in, for the name in KAV_STAT_SEGMENT or, without
 // it, the built-in one.
 class RE_stat_segment_path
@@ -15,7 +18,7 @@ public:
     const char* c_str() const { return m_path; }
 
 private:
-    char m_path[sizeof "/dev/shm/" + 255];
+    char m_path[sizeof RE_stat_segment_folder + 255];
 };
 
 // A running engine holds a lock on one byte of its segment; starting engines hold another while they decide. Both go

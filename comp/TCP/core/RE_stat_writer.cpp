@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <map>
@@ -82,9 +83,9 @@ struct RE_stat_writer::implementation
     ~implementation() { withdraw(); }
 
     int lay_out(const RE_stat_limits& limits, std::time_t start_time);
-    int back(const void* start, std::size_t bytes);
+    int back(const void* start, std::size_t bytes) const;
     template <typename Row>
-    bool back_rows(const Row* rows, std::uint64_t first, std::uint64_t count);
+    bool back_rows(const Row* rows, std::uint64_t first, std::uint64_t count) const;
     bool ensure_peer(std::uint32_t slot);
     bool ensure_conn(std::uint32_t slot);
     bool ensure_app(std::uint32_t slot);
@@ -121,40 +122,53 @@ RE_stat_writer::~RE_stat_writer() = default;
 
 namespace {
 
+// Whether `path` names what `descriptor` is open on.
+bool is_named(int descriptor, const char* path)
+{
+    struct stat opened
+    {
+    };
+    struct stat named
+    {
+    };
+    return fstat(descriptor, &opened) == 0 && lstat(path, &named) == 0 && opened.st_ino == named.st_ino &&
+           opened.st_dev == named.st_dev;
+}
+
 // Opens the segment that is there, or an empty one in its place, and holds the start lock on it: of several engines
 // that start at once, one goes on. Returns the descriptor or -errno.
 int win_start(const char* path)
 {
     for (;;) {
-        const int descriptor = ::open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+        // Not in one call: where all may make files, the system refuses O_CREAT for what another user has left there.
+        int descriptor = ::open(path, O_RDWR | O_CLOEXEC | O_NOFOLLOW);
+        if (descriptor < 0 && errno == ENOENT) {
+            descriptor = ::open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
+            if (descriptor < 0 && errno == EEXIST) {
+                continue; // another engine was quicker
+            }
+        }
         if (descriptor < 0) {
             return -errno;
         }
-        struct stat opened
-        {
-        };
-        struct stat named
-        {
-        };
         if (!take_segment_lock(descriptor, RE_segment_lock_start) ||
             is_segment_lock_held(descriptor, RE_segment_lock_engine)) {
             ::close(descriptor);
             return -EBUSY;
         }
-        if (fstat(descriptor, &opened) == 0 && stat(path, &named) == 0 && opened.st_ino == named.st_ino &&
-            opened.st_dev == named.st_dev) {
+        if (is_named(descriptor, path)) {
             return descriptor;
         }
         ::close(descriptor); // another engine has just put a new segment there
     }
 }
 
-// Makes a new, locked segment beside `path`. Returns the descriptor or -errno; `temporary` receives its path.
-int make_segment(const char* path, unsigned int mode, std::string& temporary)
+// Makes a new, locked segment in the same place under a name of its own. Returns the descriptor or -errno; `temporary`
+// receives its path.
+int make_segment(unsigned int mode, std::string& temporary)
 {
-    temporary = std::string(path) + "." + std::to_string(getpid());
-    unlink(temporary.c_str());
-    const int descriptor = ::open(temporary.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
+    temporary = RE_stat_segment_folder + std::string(".kav_engine.XXXXXX");
+    const int descriptor = mkostemp(temporary.data(), O_CLOEXEC);
     if (descriptor < 0) {
         return -errno;
     }
@@ -182,7 +196,7 @@ int RE_stat_writer::create(const RE_stat_limits& limits, std::time_t start_time,
         return start_descriptor;
     }
     std::string temporary;
-    const int descriptor = make_segment(path.c_str(), mode, temporary);
+    const int descriptor = make_segment(mode, temporary);
     int error = descriptor < 0 ? descriptor : 0;
     if (error == 0) {
         m_impl->descriptor = descriptor;
@@ -276,14 +290,14 @@ int RE_stat_writer::implementation::lay_out(const RE_stat_limits& limits, std::t
     return 0;
 }
 
-int RE_stat_writer::implementation::back(const void* start, std::size_t bytes)
+int RE_stat_writer::implementation::back(const void* start, std::size_t bytes) const
 {
     const auto offset = static_cast<off_t>(static_cast<const unsigned char*>(start) - mapping);
     return -posix_fallocate(descriptor, offset, static_cast<off_t>(bytes));
 }
 
 template <typename Row>
-bool RE_stat_writer::implementation::back_rows(const Row* rows, std::uint64_t first, std::uint64_t count)
+bool RE_stat_writer::implementation::back_rows(const Row* rows, std::uint64_t first, std::uint64_t count) const
 {
     return back(rows + first, count * sizeof(Row)) == 0;
 }
@@ -362,10 +376,11 @@ void RE_stat_writer::implementation::withdraw()
         mapping = nullptr;
         image = {};
     }
-    if (!path.empty()) {
+    // Somebody may have removed the segment, and another engine have made its own since.
+    if (!path.empty() && is_named(descriptor, path.c_str())) {
         unlink(path.c_str());
-        path.clear();
     }
+    path.clear();
     if (descriptor >= 0) {
         ::close(descriptor); // lets go of the engine's lock
         descriptor = -1;

@@ -78,7 +78,7 @@ void operator delete[](void* memory, std::size_t) noexcept
 }
 
 // What the library's headers call where they would throw.
-namespace std {
+namespace std { // NOLINT(cert-dcl58-cpp): these are the library's own entry points, defined for the whole program
 
 [[noreturn]] void __throw_length_error(const char*);
 [[noreturn]] void __throw_logic_error(const char*);
