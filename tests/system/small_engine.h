@@ -1,0 +1,45 @@
+// A small engine whose every figure is known: two peers, four connections, three NACKs, two applications, two bypassed
+// servers. Its stamps are either fixed or so far from a change of their age's text that reports of it stand still.
+#pragma once
+
+#include "RE_stat_writer.h"
+
+#include <ctime>
+
+class small_engine
+{
+public:
+    // Publishes under the name in KAV_STAT_SEGMENT. Throws when that fails.
+    explicit small_engine(unsigned int mode = 0644);
+
+    RE_stat_writer& writer() { return m_writer; }
+    void stop() { m_writer.close(); }
+
+    // Of peer 1, client 192.0.2.10:50000, server 198.51.100.20:80: encodes, open since 2011.
+    int encoding_conn() const { return m_encoding_conn; }
+
+private:
+    void publish_config();
+    void publish_globals();
+    void publish_peers();
+    void publish_conns();
+    void publish_encoding(int conn);
+    void publish_decoding(int conn);
+    void publish_rest();
+
+    RE_stat_writer m_writer;
+    int m_encoding_conn = -1;
+};
+
+RE_stat_conn_header conn_ends(int conn_id, std::uint32_t client_ip, std::uint16_t client_port, std::uint32_t server_ip,
+                              std::uint16_t server_port);
+SO_stat_conn_header transport(unsigned int comp_type);
+RE_kav_peer_id peer_identity(int number);
+
+constexpr std::time_t day = 86400;
+constexpr std::time_t hour = 3600;
+// 03/13/2011 07:06:40
+constexpr std::time_t once_upon_a_time = 1300000000;
+// Their ages read "5d3h" and "45d" for half an hour at least.
+std::time_t five_days_ago();
+std::time_t forty_five_days_ago();

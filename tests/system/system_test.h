@@ -1,0 +1,38 @@
+// What every test of the whole programs stands on: a statistics segment and a folder of its own, so that tests can run
+// side by side, and coordinated universal time.
+#pragma once
+
+#include "child_program.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+// The user that owns nothing, to lack permissions as.
+constexpr uid_t nobody = 65534;
+constexpr gid_t nogroup = 65534;
+
+class system_test : public testing::Test
+{
+protected:
+    system_test();
+    ~system_test() override;
+
+    // The segment's name, as KAV_STAT_SEGMENT has it by now.
+    const std::string& segment() const { return m_segment; }
+    std::string segment_path() const { return "/dev/shm/" + m_segment; }
+    const std::string& folder() const { return m_folder; }
+    // The path of a file in the test's folder.
+    std::string path(const std::string& name) const { return m_folder + "/" + name; }
+    // Another segment's name, removed at the end like the first.
+    std::string other_segment() const { return m_segment + "_other"; }
+
+private:
+    std::string m_segment;
+    std::string m_folder;
+};
+
+std::string bytes_of(const std::string& path);
+void write_bytes(const std::string& path, const std::string& bytes);
+// The names in a folder, hidden ones included, in ascending order.
+std::vector<std::string> names_in(const std::string& folder);
