@@ -3,12 +3,12 @@
 #include "RE_clock.h"
 #include "RE_engine_config.h"
 
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <limits>
-
-#include <sys/resource.h>
 
 namespace {
 
@@ -57,7 +57,7 @@ void allow_many_files()
     }
 }
 
-// Whoever waits for this line may be gone; the engine runs on without him.
+// A line that cannot be written is no reason to stop: whoever waited for it is gone.
 void say(const char* word)
 {
     std::puts(word);
@@ -98,6 +98,7 @@ void RE_engine::run()
     m_start_ns = monotonic_ns();
     bool b_through = false;
     while (!m_stop.is_set()) {
+        const int last_conn_id = m_last_conn_id;
         b_through = run_pass();
         if (!b_through) {
             break;
@@ -116,7 +117,7 @@ void RE_engine::run()
             break;
         }
         // Without traffic there is nothing to do but to wait.
-        if (m_files.empty()) {
+        if (m_last_conn_id == last_conn_id) {
             m_stop.wait(std::chrono::seconds(1));
         }
         retry_bypassed_servers();
@@ -212,6 +213,7 @@ void RE_engine::hold_rate(std::size_t bytes)
     if (due_seconds > spent_seconds) {
         const std::chrono::duration<double> pause(std::min(due_seconds - spent_seconds, longest_pause_seconds));
         m_stop.wait(std::chrono::duration_cast<std::chrono::nanoseconds>(pause));
+        refresh_now_and_then();
     }
 }
 

@@ -3,11 +3,11 @@
 #include "RE_ledger.h"
 
 #include <nlohmann/json.hpp>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
-#include <unistd.h>
 
 namespace {
 

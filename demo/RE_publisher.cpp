@@ -284,7 +284,7 @@ void RE_publisher::on_encoded(RE_published_conn& conn, const RE_encode_result& r
     add(conn, SO_STAT_ENCODE_TIME, spent);
 }
 
-void RE_publisher::on_decoded(RE_published_conn& conn, const RE_decode_result& result, bool b_delivered)
+void RE_publisher::on_decoded(RE_published_conn& conn, const RE_decode_result& result, bool b_decoded)
 {
     // Time and disk space are spent on what then fails, too.
     const long long spent = conn.decode.add_ns(result.total_ns);
@@ -295,7 +295,7 @@ void RE_publisher::on_decoded(RE_published_conn& conn, const RE_decode_result& r
     add(conn, RE_STAT_CONN_ID_SECBLOCK_SECTION_WRITTEN_CNT, result.written_sections);
     add(conn, RE_STAT_CONN_ID_SECBLOCK_SECTION_WRITTEN_BYTES, result.written_bytes);
     add(conn, RE_STAT_CONN_ID_SECBLOCK_SECTION_WRITTEN_NEW_CHUNK_BYTES, result.written_bytes);
-    if (!b_delivered) {
+    if (!b_decoded) {
         return;
     }
 

@@ -66,8 +66,8 @@ public:
     void on_answer_read(const RE_published_conn& conn, const RE_answer& answer, std::size_t size);
     // A message was encoded for the first time.
     void on_encoded(RE_published_conn& conn, const RE_encode_result& result);
-    // A frame was decoded; b_delivered: or rather, could be.
-    void on_decoded(RE_published_conn& conn, const RE_decode_result& result, bool b_delivered);
+    // A frame was decoded, or could not be.
+    void on_decoded(RE_published_conn& conn, const RE_decode_result& result, bool b_decoded);
 
     void set_bypass(const RE_server& server, const RE_bypassed_server& entry);
     void clear_bypass(const RE_server& server);
@@ -78,10 +78,6 @@ public:
     void append_app_log(const std::string& path);
 
 private:
-    void add(const RE_published_conn& conn, int id, long long delta);
-    void add_app(const RE_published_conn& conn, int id, std::uint64_t amount);
-    void count_open(int peer_slot, std::time_t now, int delta);
-    void log_nack(const RE_published_conn& conn, const RE_answer& answer, RE_stat_nack_type type);
     // What a peer's throughput and bypass ratio are made of.
     struct peer_work
     {
@@ -93,6 +89,10 @@ private:
         std::int64_t passing_ns = 0;
     };
 
+    void add(const RE_published_conn& conn, int id, long long delta);
+    void add_app(const RE_published_conn& conn, int id, std::uint64_t amount);
+    void count_open(int peer_slot, std::time_t now, int delta);
+    void log_nack(const RE_published_conn& conn, const RE_answer& answer, RE_stat_nack_type type);
     void refresh_peer(int slot, const RE_peer& peer);
     void refresh_global(const std::vector<std::unique_ptr<RE_peer>>& peers);
 
