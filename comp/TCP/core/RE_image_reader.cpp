@@ -13,10 +13,6 @@ namespace {
 
 constexpr int not_there = -1;
 
-// How often one reader waits, all in all, for an engine that is in the middle of changing a record. Far more than any
-// living engine needs, and soon over when the engine was killed there or the image is garbage.
-constexpr int patience_with_a_live_engine = 20000;
-
 // The fields of an identity that the interface asks for one by one.
 enum identity_field : unsigned int
 {
@@ -101,7 +97,7 @@ void RE_image_reader::begin(const RE_stat_image& image)
     m_image = image;
     m_peer = {};
     m_conn = {};
-    m_patience = image.b_saved ? 0 : patience_with_a_live_engine;
+    m_patience = image.b_saved ? 0 : RE_patience;
     m_nacks_end = load_acquire(&image.header->nacks_logged);
 }
 

@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr int patience_while_saving = 20000;
-
 // A row to be saved: where it is, and which tenant was there when the list was made.
 struct listed_row
 {
@@ -122,7 +120,7 @@ private:
 
     const RE_stat_image& m_image;
     RE_save_target& m_target;
-    int m_patience = patience_while_saving;
+    int m_patience = RE_patience;
     row_list m_peers;
     row_list m_conns;
     std::uint32_t m_app_count = 0;

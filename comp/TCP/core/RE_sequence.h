@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <ctime>
 
 #include <sched.h>
 
@@ -71,18 +72,27 @@ void write_row(Row* row, const Row& value)
     store_release(&row->sequence, sequence + 1);
 }
 
+// How often all copies that fail together may wait for a writer: a quarter of a second, far more than any living
+// engine's thread is kept from finishing its record, and soon over when the engine was killed there or the record is
+// garbage.
+constexpr int RE_patience = 2000;
+
 // Copies a record as one. False when it would not hold still: its writer was stopped in the middle, or it is garbage.
-// patience: how many more times all copies together may wait for a writer; 0 for records that nobody writes any more.
+// patience: how many more waits there are; 0 for records that nobody writes any more. A copy that succeeds costs none,
+// so that a reader which runs for days is as patient as on its first day.
 template <typename Row>
 bool copy_row(const Row* row, Row& copy, int& patience)
 {
     constexpr int tries_without_waiting = 8;
+    constexpr int tries_without_sleeping = 64;
+    const int patience_before = patience;
     for (int tries = 0;; ++tries) {
         const std::uint32_t before = load_acquire(&row->sequence);
         if ((before & 1U) == 0) {
             load_words(row, copy);
             if (load_relaxed(&row->sequence) == before) {
                 copy.sequence = before;
+                patience = patience_before;
                 return true;
             }
         }
@@ -91,7 +101,13 @@ bool copy_row(const Row* row, Row& copy, int& patience)
                 return false;
             }
             --patience;
-            sched_yield();
+            if (tries < tries_without_sleeping) {
+                sched_yield();
+            } else {
+                // The writer may wait for the very processor that yielding would keep busy.
+                const timespec pause{0, 50000};
+                nanosleep(&pause, nullptr);
+            }
         }
     }
 }

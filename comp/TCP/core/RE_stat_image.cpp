@@ -60,6 +60,23 @@ bool is_checksum_right(const unsigned char* base, std::size_t size)
            trailer.checksum == XXH64(base, size - sizeof trailer.checksum, 0);
 }
 
+// A copy of the header or of what there is of it. Its engine may be changing numbers in it at this moment.
+RE_image_header copy_of_header(const unsigned char* base, std::size_t bytes_there)
+{
+    RE_image_header copy{};
+    auto* const bytes = reinterpret_cast<unsigned char*>(&copy);
+    if (bytes_there < sizeof copy) {
+        std::memcpy(bytes, base, bytes_there);
+        return copy;
+    }
+    const auto* const words = reinterpret_cast<const std::uint64_t*>(base);
+    for (std::size_t at = 0; at < sizeof copy / sizeof(std::uint64_t); ++at) {
+        const std::uint64_t word = load_relaxed(words + at);
+        std::memcpy(bytes + at * sizeof word, &word, sizeof word);
+    }
+    return copy;
+}
+
 // Lookups in saved rows halve their way to a slot, which needs ascending order.
 template <typename Row>
 bool are_slots_ascending(const Row* rows, std::uint32_t count, std::uint32_t slots)
@@ -99,9 +116,8 @@ int RE_stat_image::attach(unsigned char* base, std::size_t size, RE_image_kind k
 {
     *this = RE_stat_image{};
     const bool b_is_saved = kind == RE_image_kind::saved;
-    RE_image_header head{};
-    const std::size_t bytes_there = std::min(size, sizeof head);
-    std::memcpy(&head, base, bytes_there);
+    const std::size_t bytes_there = std::min(size, sizeof(RE_image_header));
+    const RE_image_header head = copy_of_header(base, bytes_there);
     if (const int error = check_image_header(head, bytes_there, size)) {
         return error;
     }

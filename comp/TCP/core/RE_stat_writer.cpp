@@ -42,9 +42,14 @@ void add_to(std::int64_t& counter, long long delta)
 // What the writer knows of a connection slot beside what it has published.
 struct conn_tenant
 {
-    int peer_slot = -1;
-    std::uint32_t peer_generation = 0;
+    // Slot and generation in one word, for whoever adds to counters does so without the lock.
+    std::uint64_t peer = UINT64_MAX;
     bool b_open = false;
+
+    void set_peer(int slot, std::uint32_t generation)
+    {
+        store_relaxed(&peer, std::uint64_t{generation} << 32U | static_cast<std::uint32_t>(slot));
+    }
 };
 
 // What makes an application: everything of its header but the counts.
@@ -512,7 +517,8 @@ void RE_stat_writer::add_peer_stat(int peer_slot, int id, long long delta)
 void RE_stat_writer::set_peer_stat(int peer_slot, int id, long long value)
 {
     if (m_impl->has_peer(peer_slot) && is_id(id, RE_STAT_PEER_ID_MAX)) {
-        store_relaxed(&m_impl->image.peer_counters[peer_slot].stats[id], std::int64_t{value});
+        // Released, so that a reader which sees it also sees whose it is; additions carry that on by themselves.
+        store_release(&m_impl->image.peer_counters[peer_slot].stats[id], std::int64_t{value});
     }
 }
 
@@ -525,10 +531,10 @@ long long RE_stat_writer::get_peer_stat(int peer_slot, int id) const
 
 RE_image_peer_counters* RE_stat_writer::implementation::peer_counters_of(int conn_slot) const
 {
-    const conn_tenant& tenant = conns[static_cast<std::size_t>(conn_slot)];
-    const bool b_there =
-        has_peer(tenant.peer_slot) && load_relaxed(&image.peers[tenant.peer_slot].generation) == tenant.peer_generation;
-    return b_there ? &image.peer_counters[tenant.peer_slot] : nullptr;
+    const std::uint64_t peer = load_relaxed(&conns[static_cast<std::size_t>(conn_slot)].peer);
+    const int slot = static_cast<int>(static_cast<std::uint32_t>(peer));
+    const bool b_there = has_peer(slot) && load_relaxed(&image.peers[slot].generation) == peer >> 32U;
+    return b_there ? &image.peer_counters[slot] : nullptr;
 }
 
 // A slot for a new connection: one that was released, one never used, or that of the connection closed first.
@@ -586,7 +592,9 @@ int RE_stat_writer::open_conn(int peer_slot, const RE_stat_conn_header& header, 
         store_release(&me.image.header->conn_slots_used, static_cast<std::uint32_t>(slot) + 1);
     }
 
-    me.conns[static_cast<std::size_t>(slot)] = {peer_slot, me.image.peers[peer_slot].generation, true};
+    conn_tenant& tenant = me.conns[static_cast<std::size_t>(slot)];
+    tenant.set_peer(peer_slot, me.image.peers[peer_slot].generation);
+    tenant.b_open = true;
     RE_image_peer_counters& peer = me.image.peer_counters[peer_slot];
     add_to(me.image.global->stats[RE_STAT_GLOBAL_ID_NUM_TOTAL_CONNS], 1);
     add_to(me.image.global->active_conns, 1);
