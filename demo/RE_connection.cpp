@@ -55,7 +55,8 @@ std::size_t RE_connection::step()
 
 void RE_connection::close()
 {
-    m_surroundings.publisher.close_conn(m_published, m_lan_bytes);
+    const bool b_ours = m_direction == RE_direction::encode;
+    m_surroundings.publisher.close_conn(m_published, b_ours ? m_lan_bytes : 0, b_ours ? 0 : m_lan_bytes);
     m_surroundings.ledger.close_connection(m_published.conn_id);
 }
 

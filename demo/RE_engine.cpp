@@ -5,11 +5,16 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
+#include <limits>
+
+#include <sys/resource.h>
 
 namespace {
 
 constexpr std::int64_t ns_per_second = 1'000'000'000;
 constexpr std::int64_t refresh_interval_ns = ns_per_second / 10;
+constexpr double longest_pause_seconds = 3600;
 // Looking for signals and at the clock is dear beside a tiny message.
 constexpr unsigned int steps_between_looks = 32;
 
@@ -42,6 +47,16 @@ RE_bypass_rule bypass_rule_of(const RE_options& options)
     return rule;
 }
 
+// Every peer has two cache files open.
+void allow_many_files()
+{
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
 // Whoever waits for this line may be gone; the engine runs on without him.
 void say(const char* word)
 {
@@ -56,15 +71,18 @@ RE_engine::RE_engine(const RE_options& options, RE_stop_signal& stop)
       m_concurrency(static_cast<std::size_t>(std::min(options.concurrency, options.slots))),
       m_keep_open(std::min(static_cast<std::size_t>(options.keep_open),
                            static_cast<std::size_t>(options.slots) - m_concurrency)),
-      m_publisher(limits_of(options), make_config(options)), m_ledger(static_cast<std::size_t>(options.slots)),
+      m_publisher(limits_of(options), make_config(options)),
+      m_ledger(options.ledger.empty() ? 0 : static_cast<std::size_t>(options.slots)),
       m_bypass_policy(bypass_rule_of(options))
 {
     if (options.b_install_config) {
+        std::filesystem::create_directories(std::filesystem::path(installed_config_path).parent_path());
         write_config_file(installed_config_path, options);
     }
     if (!options.config_file.empty()) {
         write_config_file(options.config_file, options);
     }
+    allow_many_files();
     const RE_cache_settings cache = cache_settings_of(options);
     for (int number = 1; number <= options.peers; ++number) {
         m_peers.push_back(std::make_unique<RE_peer>(number, cache, bypass_rule_of(options), m_lz));
@@ -78,13 +96,19 @@ void RE_engine::run()
 {
     say("ready");
     m_start_ns = monotonic_ns();
-    do {
-        run_pass();
-        if (m_stop.is_set()) {
+    bool b_through = false;
+    while (!m_stop.is_set()) {
+        b_through = run_pass();
+        if (!b_through) {
             break;
         }
         m_ledger.on_round_end();
-        publish_pass(true);
+        // Passes over little traffic come fast.
+        const std::int64_t now = monotonic_ns();
+        if (m_published_ns == 0 || now - m_published_ns >= ns_per_second) {
+            m_published_ns = now;
+            publish_pass(b_through);
+        }
         if (m_options.b_once) {
             say("idle");
             while (!m_stop.wait(std::chrono::hours(1))) {
@@ -96,19 +120,20 @@ void RE_engine::run()
             m_stop.wait(std::chrono::seconds(1));
         }
         retry_bypassed_servers();
-    } while (!m_stop.is_set());
-    publish_pass(m_ledger.rounds() > 0 && m_active.empty());
+    }
+    publish_pass(b_through);
 }
 
-// Serves the transfers of one pass in turns, a message each, until all are through or the engine is to stop.
-void RE_engine::run_pass()
+// Serves the transfers of one pass in turns, a message each. True when all are through, false when the engine is to
+// stop before.
+bool RE_engine::run_pass()
 {
     m_next_transfer = 0;
     while (true) {
         while (m_active.size() < m_concurrency && open_next()) {
         }
         if (m_active.empty()) {
-            return;
+            return true;
         }
         for (std::size_t at = 0; at < m_active.size();) {
             const std::size_t bytes = m_active[at]->step();
@@ -119,12 +144,19 @@ void RE_engine::run_pass()
                 hold_rate(bytes);
                 ++at;
             }
-            if (++m_steps % steps_between_looks == 0 && m_stop.is_set()) {
-                return;
+            if (++m_steps % steps_between_looks == 0) {
+                if (m_stop.is_set()) {
+                    return false;
+                }
+                refresh_now_and_then();
             }
-            refresh_now_and_then();
         }
     }
+}
+
+int RE_engine::next_conn_id() const
+{
+    return m_last_conn_id == std::numeric_limits<int>::max() ? 1 : m_last_conn_id + 1;
 }
 
 // The repeats of a pass come one after another, and each file keeps its peer and its direction in all of them: what
@@ -133,11 +165,14 @@ bool RE_engine::open_next()
 {
     while (m_next_transfer < m_files.size() * static_cast<std::size_t>(m_options.repeat)) {
         const std::size_t file = m_next_transfer++ % m_files.size();
-        const std::string& path = m_files[file];
-        const int conn_id = m_last_conn_id + 1;
+        const int conn_id = next_conn_id();
         auto seed = m_options.seed + static_cast<std::uint64_t>(conn_id);
-        RE_message_source source(path, {m_options.message_size}, next_random(seed));
+        if (m_files[file].empty()) {
+            continue;
+        }
+        RE_message_source source(m_files[file], {m_options.message_size}, next_random(seed));
         if (!source.is_open()) {
+            m_files[file].clear(); // it was noted; once is enough
             continue;
         }
         RE_peer& peer = *m_peers[file % m_peers.size()];
@@ -175,16 +210,13 @@ void RE_engine::hold_rate(std::size_t bytes)
     const double due_seconds = static_cast<double>(m_bytes_sent) / (m_options.rate * 1024 * 1024);
     const double spent_seconds = static_cast<double>(monotonic_ns() - m_start_ns) / static_cast<double>(ns_per_second);
     if (due_seconds > spent_seconds) {
-        const std::chrono::duration<double> pause(due_seconds - spent_seconds);
+        const std::chrono::duration<double> pause(std::min(due_seconds - spent_seconds, longest_pause_seconds));
         m_stop.wait(std::chrono::duration_cast<std::chrono::nanoseconds>(pause));
     }
 }
 
 void RE_engine::refresh_now_and_then()
 {
-    if (m_steps % steps_between_looks != 0) {
-        return;
-    }
     const std::int64_t now = monotonic_ns();
     if (now - m_refreshed_ns >= refresh_interval_ns) {
         m_refreshed_ns = now;

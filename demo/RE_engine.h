@@ -15,7 +15,8 @@ public:
     void run();
 
 private:
-    void run_pass();
+    bool run_pass();
+    int next_conn_id() const;
     bool open_next();
     void finish(std::unique_ptr<RE_connection> connection);
     void close_spare(std::size_t connections_to_keep);
@@ -42,5 +43,6 @@ private:
     std::uint64_t m_bytes_sent = 0;
     std::int64_t m_start_ns = 0;
     std::int64_t m_refreshed_ns = 0;
+    std::int64_t m_published_ns = 0;
     unsigned int m_steps = 0;
 };

@@ -3,6 +3,7 @@
 #include "RE_encoder.h"
 #include "RE_peer.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
@@ -11,6 +12,17 @@ RE_chunk_sizes configured_chunk_sizes()
 {
     return {};
 }
+
+namespace {
+
+// Signatures are kept of what was sent and of what was received, each up to the size of the cache.
+std::uint64_t hash_table_bytes(const RE_options& options)
+{
+    const std::uint64_t most_chunks = (std::uint64_t{options.cache_mb} << 20U) / configured_chunk_sizes().min;
+    return 2 * most_chunks * RE_signature_fifo::bytes_per_chunk();
+}
+
+} // namespace
 
 // What this engine has no use for stays 0: it has no persistent LZ, no wait queue and no limits on its ack queue.
 RE_stat_config_param make_config(const RE_options& options)
@@ -21,11 +33,12 @@ RE_stat_config_param make_config(const RE_options& options)
     config.m_local_kav_peer_id = own_kav_peer_id();
     config.m_comp_type = 3; // redundancy elimination and LZ
     config.m_max_peer_slots = options.peers;
-    config.m_max_con_cur_connection = options.slots;
+    config.m_max_con_cur_connection = std::min(options.slots, options.concurrency + options.keep_open);
     config.m_max_num_conn_slots = options.slots;
     config.m_max_fan_out = options.peers;
     config.m_worker_threads_num = 1;
     config.m_total_kav_diskspace_in_MB = static_cast<std::int32_t>(options.cache_mb);
+    config.m_hash_table_memory_in_MB = static_cast<std::int32_t>(hash_table_bytes(options) >> 20U);
     config.m_cache_data_version = 1;
     config.m_anchor_distance = static_cast<std::int32_t>(chunk_sizes.anchor_distance);
     config.m_avg_chunk_size = static_cast<std::int32_t>(chunk_sizes.min + chunk_sizes.anchor_distance);

@@ -53,7 +53,8 @@ struct RE_ledger_account
 class RE_ledger
 {
 public:
-    // connection_limit: connections remembered one by one; beyond that, the one that closed first is dropped.
+    // connection_limit: connections remembered one by one; beyond that, the one that closed first is dropped. Open
+    // ones are always remembered.
     explicit RE_ledger(std::size_t connection_limit) : m_connection_limit(connection_limit) {}
 
     void open_connection(int conn_id, const RE_peer& peer, const RE_application& application,

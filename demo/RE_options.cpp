@@ -79,7 +79,8 @@ RE_parsed_options parse_options(int argc, char** argv)
         ->check(CLI::Range(1U, 86'400U))
         ->capture_default_str();
     app.add_option("--ledger", options.ledger, "Write the engine's own account of its traffic, as JSON, to this file");
-    app.add_option("--top-app-log", options.top_app_log, "Append a section after each pass to this log file");
+    app.add_option("--top-app-log", options.top_app_log,
+                   "Append a section to this log file after each pass, once a second at most");
     app.add_flag("--install-config", options.b_install_config,
                  "Write the configuration to /sw/vantero/config/re_cfg.txt");
     app.add_option("--config-file", options.config_file, "Write the configuration to this file");

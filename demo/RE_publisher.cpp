@@ -108,6 +108,7 @@ void RE_publisher::add_peers(const std::vector<std::unique_ptr<RE_peer>>& peers)
                                peer->outbound().decoder().creation_time());
     }
     m_concurrency.resize(peers.size());
+    m_peer_work.resize(peers.size());
 }
 
 void RE_publisher::open_conn(RE_published_conn& conn, const RE_peer& peer, const RE_application& application,
@@ -138,7 +139,7 @@ void RE_publisher::open_conn(RE_published_conn& conn, const RE_peer& peer, const
     m_writer.add_app_conns(app->slot, 1, 0);
 }
 
-void RE_publisher::close_conn(RE_published_conn& conn, long long lan_bytes)
+void RE_publisher::close_conn(RE_published_conn& conn, long long local_bytes, long long remote_bytes)
 {
     const std::time_t now = wall_seconds();
     SO_stat_eot_state& end_of_traffic = conn.so_header.m_eot_state;
@@ -148,7 +149,8 @@ void RE_publisher::close_conn(RE_published_conn& conn, long long lan_bytes)
     end_of_traffic.m_ack_recv = 1;
     conn.so_header.m_ao_net_state.m_close = 1;
     conn.so_header.m_wan_net_state.m_close = 1;
-    conn.so_header.m_eot_local_orig_bytes = lan_bytes;
+    conn.so_header.m_eot_local_orig_bytes = local_bytes;
+    conn.so_header.m_eot_remote_orig_bytes = remote_bytes;
     m_writer.update_conn_so_header(conn.slot, conn.so_header);
     m_writer.close_conn(conn.slot, now);
     count_open(conn.peer_number - 1, now, -1);
@@ -233,6 +235,8 @@ void RE_publisher::on_encoded(RE_published_conn& conn, const RE_encode_result& r
     add_app(conn, RE_STAT_APP_ID_ENCODE_IN_KBYTES, result.in_bytes);
     add_app(conn, RE_STAT_APP_ID_ENCODE_OUT_KBYTES, result.out_bytes);
 
+    peer_work& work = m_peer_work[static_cast<std::size_t>(conn.peer_number - 1)];
+    ++work.encoded_messages;
     if (result.bypass_cause == RE_bypass_cause::none) {
         add(conn, RE_STAT_CONN_ID_RE_ENCODE_NUM_MSGS, 1);
         add(conn, RE_STAT_CONN_ID_RE_ENCODE_IN_BYTES, result.in_bytes);
@@ -241,6 +245,7 @@ void RE_publisher::on_encoded(RE_published_conn& conn, const RE_encode_result& r
         add_app(conn, RE_STAT_APP_ID_RE_ENCODE_IN_KBYTES, result.in_bytes);
         add_app(conn, RE_STAT_APP_ID_RE_ENCODE_OUT_KBYTES, result.re_out_bytes);
     } else {
+        ++work.bypassed_messages;
         add(conn, RE_STAT_CONN_ID_ENCODE_BYPASS_TOTAL_NUM, 1);
         add(conn, RE_STAT_CONN_ID_ENCODE_BYPASS_TOTAL_BYTES, result.in_bytes);
         for (const bypass_counters& counters : bypass_table) {
@@ -302,7 +307,10 @@ void RE_publisher::on_decoded(RE_published_conn& conn, const RE_decode_result& r
     add_app(conn, RE_STAT_APP_ID_DECODE_NUM_MSGS, 1);
     add_app(conn, RE_STAT_APP_ID_DECODE_IN_KBYTES, result.in_bytes);
     add_app(conn, RE_STAT_APP_ID_DECODE_OUT_KBYTES, result.out_bytes);
+    peer_work& work = m_peer_work[static_cast<std::size_t>(conn.peer_number - 1)];
     if (result.b_chunk_records) {
+        work.decoded_bytes += result.out_bytes;
+        work.decoding_ns += result.total_ns;
         add(conn, RE_STAT_CONN_ID_RE_DECODE_NUM_MSGS, 1);
         add(conn, RE_STAT_CONN_ID_RE_DECODE_IN_BYTES, result.re_in_bytes);
         add(conn, RE_STAT_CONN_ID_RE_DECODE_OUT_BYTES, result.out_bytes);
@@ -310,6 +318,8 @@ void RE_publisher::on_decoded(RE_published_conn& conn, const RE_decode_result& r
         add_app(conn, RE_STAT_APP_ID_RE_DECODE_IN_KBYTES, result.re_in_bytes);
         add_app(conn, RE_STAT_APP_ID_RE_DECODE_OUT_KBYTES, result.out_bytes);
     } else {
+        work.passed_bytes += result.out_bytes;
+        work.passing_ns += result.total_ns;
         add(conn, RE_STAT_CONN_ID_DECODE_BYPASS_TOTAL_NUM, 1);
         add(conn, RE_STAT_CONN_ID_DECODE_BYPASS_TOTAL_BYTES, result.out_bytes);
     }

@@ -51,7 +51,8 @@ public:
     // Throws when all slots are taken by open connections.
     void open_conn(RE_published_conn& conn, const RE_peer& peer, const RE_application& application,
                    const RE_stat_conn_header& ends, bool b_bypassed);
-    void close_conn(RE_published_conn& conn, long long lan_bytes);
+    // local_bytes, remote_bytes: what the applications here and at the peer sent over the connection.
+    void close_conn(RE_published_conn& conn, long long local_bytes, long long remote_bytes);
     // From now on the connection's traffic goes around the engine.
     void go_around(RE_published_conn& conn);
 
@@ -81,11 +82,23 @@ private:
     void add_app(const RE_published_conn& conn, int id, std::uint64_t amount);
     void count_open(int peer_slot, std::time_t now, int delta);
     void log_nack(const RE_published_conn& conn, const RE_answer& answer, RE_stat_nack_type type);
+    // What a peer's throughput and bypass ratio are made of.
+    struct peer_work
+    {
+        long long encoded_messages = 0;
+        long long bypassed_messages = 0;
+        long long decoded_bytes = 0; // by redundancy elimination
+        std::int64_t decoding_ns = 0;
+        long long passed_bytes = 0; // around it
+        std::int64_t passing_ns = 0;
+    };
+
     void refresh_peer(int slot, const RE_peer& peer);
     void refresh_global(const std::vector<std::unique_ptr<RE_peer>>& peers);
 
     RE_stat_writer m_writer;
     std::vector<RE_concurrency> m_concurrency; // by peer slot
+    std::vector<peer_work> m_peer_work;        // by peer slot
     long long m_connected_peers = 0;
     long long m_most_connected_peers = 0;
     std::map<std::tuple<std::uint16_t, std::uint16_t, int>, std::unique_ptr<RE_published_app>> m_apps;

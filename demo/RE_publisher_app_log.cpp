@@ -17,11 +17,16 @@ void RE_publisher::append_app_log(const std::string& path)
                       "%s", application.classifier);
         names.push_back(name);
     }
-    std::vector<RE_stat_app_struct> records;
+    // In the order of their slots, so that reports group the log's records as they group the live ones.
+    std::map<int, RE_published_app*> by_slot;
     for (const auto& [key, app] : m_apps) {
         if (app->slot >= 0 && app->has_news()) {
-            records.push_back(app->take_log_record());
+            by_slot[app->slot] = app.get();
         }
+    }
+    std::vector<RE_stat_app_struct> records;
+    for (const auto& [slot, app] : by_slot) {
+        records.push_back(app->take_log_record());
     }
     if (records.empty()) {
         return;

@@ -11,6 +11,14 @@ constexpr long long megabytes(std::uint64_t bytes)
     return static_cast<long long>(bytes >> 20U);
 }
 
+long long per_second(long long bytes, std::int64_t nanoseconds)
+{
+    constexpr double ns_per_second = 1e9;
+    return nanoseconds <= 0
+               ? 0
+               : static_cast<long long>(static_cast<double>(bytes) * ns_per_second / static_cast<double>(nanoseconds));
+}
+
 void earlier_of(long long& oldest, std::time_t time)
 {
     if (time != 0 && (oldest == 0 || time < oldest)) {
@@ -55,6 +63,12 @@ void RE_publisher::refresh_peer(int slot, const RE_peer& peer)
     set(RE_STAT_PEER_ID_ACK_Q_MAX_RTT, outbound.longest_round_trip_ns() / ns_per_us);
     set(RE_STAT_PEER_ID_ACK_Q_AVG_RTT, outbound.average_round_trip_ns() / ns_per_us);
     set(RE_STAT_PEER_ID_REMOTE_ACK_Q_AVG_RTT, peer.inbound().average_round_trip_ns() / ns_per_us);
+
+    const peer_work& work = m_peer_work[static_cast<std::size_t>(slot)];
+    set(RE_STAT_PEER_ID_TOT_KAV_DECODE_THRPUT, per_second(work.decoded_bytes, work.decoding_ns));
+    set(RE_STAT_PEER_ID_TOT_BYPASS_DECODE_THRPUT, per_second(work.passed_bytes, work.passing_ns));
+    set(RE_STAT_PEER_ID_BYPASS_RATIO,
+        work.encoded_messages == 0 ? 0 : work.bypassed_messages * 100 / work.encoded_messages);
 
     const std::time_t now = wall_seconds();
     RE_concurrency& concurrency = m_concurrency[static_cast<std::size_t>(slot)];

@@ -6,6 +6,8 @@
 
 namespace {
 
+constexpr double longest_duration = 1e9; // 30 years, which the clock still holds
+
 sigset_t stop_signals()
 {
     sigset_t signals;
@@ -17,11 +19,12 @@ sigset_t stop_signals()
 
 } // namespace
 
-RE_stop_signal::RE_stop_signal(double duration)
-    : m_b_limited(duration > 0),
-      m_end(std::chrono::steady_clock::now() +
-            std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(duration)))
+RE_stop_signal::RE_stop_signal(double duration) : m_b_limited(duration > 0), m_end(std::chrono::steady_clock::now())
 {
+    if (m_b_limited) {
+        const std::chrono::duration<double> limited(std::min(duration, longest_duration));
+        m_end += std::chrono::duration_cast<std::chrono::steady_clock::duration>(limited);
+    }
     const sigset_t signals = stop_signals();
     sigprocmask(SIG_BLOCK, &signals, nullptr);
     std::signal(SIGPIPE, SIG_IGN);

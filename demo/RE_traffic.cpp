@@ -31,7 +31,11 @@ void add_file(traffic_list& list, const fs::path& path)
 {
     std::error_code error;
     const std::uintmax_t size = fs::file_size(path, error);
-    if (error || size < list.smallest_file || size > list.largest_file || size > list.bytes_left) {
+    if (error) {
+        note_skipped(path.string(), error.message());
+        return;
+    }
+    if (size < list.smallest_file || size > list.largest_file || size > list.bytes_left) {
         return;
     }
     list.bytes_left -= size;
@@ -131,7 +135,7 @@ std::vector<std::string> find_traffic(const std::vector<std::string>& paths)
 }
 
 RE_message_source::RE_message_source(const std::string& path, RE_message_sizes sizes, std::uint64_t seed)
-    : m_application(&classify(path, {})), m_sizes(sizes), m_random(seed)
+    : m_path(path), m_application(&classify(path, {})), m_sizes(sizes), m_random(seed)
 {
     // Should the file have become something else by now, opening must not wait for another process.
     const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
@@ -160,6 +164,10 @@ bool RE_message_source::next(RE_byte_buffer& message)
     }
     message.resize(next_size());
     message.resize(std::fread(message.data(), 1, message.size(), m_file.get()));
+    if (std::ferror(m_file.get()) != 0) {
+        note_skipped("the rest of " + m_path, std::strerror(errno));
+        m_file.reset();
+    }
     return !message.empty();
 }
 

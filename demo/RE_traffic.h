@@ -41,6 +41,7 @@ private:
 
     std::uint32_t next_size();
 
+    std::string m_path;
     std::unique_ptr<std::FILE, file_closer> m_file;
     const RE_application* m_application;
     RE_message_sizes m_sizes;

@@ -7,15 +7,18 @@
 extern "C" int __real_open(const char* path, int flags, ...);
 extern "C" ssize_t __real_read(int fd, void* buffer, std::size_t size);
 extern "C" off_t __real_lseek(int fd, off_t offset, int whence);
+extern "C" int __real_fstat(int fd, struct stat* status);
 extern "C" int __wrap_open(const char* path, int flags, ...);
 extern "C" ssize_t __wrap_read(int fd, void* buffer, std::size_t size);
 extern "C" off_t __wrap_lseek(int fd, off_t offset, int whence);
+extern "C" int __wrap_fstat(int fd, struct stat* status);
 
 namespace fake_system_calls {
 
 std::function<int(const char*, int)> open;
 std::function<ssize_t(int, void*, std::size_t)> read;
 std::function<off_t(int, off_t, int)> lseek;
+std::function<int(int, struct stat*)> fstat;
 int reads = 0;
 
 int real_open(const char* path, int flags)
@@ -33,11 +36,17 @@ off_t real_lseek(int fd, off_t offset, int whence)
     return __real_lseek(fd, offset, whence);
 }
 
+int real_fstat(int fd, struct stat* status)
+{
+    return __real_fstat(fd, status);
+}
+
 void reset()
 {
     open = nullptr;
     read = nullptr;
     lseek = nullptr;
+    fstat = nullptr;
     reads = 0;
 }
 
@@ -64,4 +73,9 @@ extern "C" ssize_t __wrap_read(int fd, void* buffer, std::size_t size)
 extern "C" off_t __wrap_lseek(int fd, off_t offset, int whence)
 {
     return fake_system_calls::lseek ? fake_system_calls::lseek(fd, offset, whence) : __real_lseek(fd, offset, whence);
+}
+
+extern "C" int __wrap_fstat(int fd, struct stat* status)
+{
+    return fake_system_calls::fstat ? fake_system_calls::fstat(fd, status) : __real_fstat(fd, status);
 }

@@ -85,7 +85,7 @@ RE_stat_config_param config_of(std::uint32_t number)
     return config;
 }
 
-scratch_folder::scratch_folder() : m_path("/tmp/kav_test.XXXXXX")
+scratch_folder::scratch_folder(const char* place) : m_path(std::string(place) + "/kav_test.XXXXXX")
 {
     if (mkdtemp(m_path.data()) == nullptr) {
         std::abort();

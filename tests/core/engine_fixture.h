@@ -36,11 +36,11 @@ template <typename Record>
     return ::testing::AssertionSuccess();
 }
 
-// A folder that goes with all that is in it.
+// A folder that goes with all that is in it; in memory, unless told otherwise.
 class scratch_folder
 {
 public:
-    scratch_folder();
+    explicit scratch_folder(const char* place = "/dev/shm");
     ~scratch_folder();
     scratch_folder(const scratch_folder&) = delete;
     scratch_folder& operator=(const scratch_folder&) = delete;

@@ -452,12 +452,12 @@ TEST_F(saved_file_test, a_large_file_without_memory_for_it_is_refused)
     if (b_under_a_sanitizer) {
         GTEST_SKIP() << "sanitizers need address space themselves";
     }
-    start({1, 20000, 1, 1});
+    start({1, 50000, 1, 1});
     engine.add_peer(1, peer_header_of(1));
-    for (std::uint32_t number = 0; number < 20000; ++number) {
+    for (std::uint32_t number = 0; number < 50000; ++number) {
         engine.open_conn(0, conn_header_of(number), so_header_of(number), 1);
     }
-    const std::string path = save(); // 28 MB
+    const std::string path = save(); // 70 MB
     EXPECT_EQ(result_in_child([&] {
                   const rlimit limit{16 << 20, 16 << 20};
                   if (setrlimit(RLIMIT_AS, &limit) != 0) {

@@ -381,15 +381,17 @@ json expect_agreement(const temporary_folder& folder, std::vector<std::string> a
 TEST(account, agrees_on_mixed_traffic_with_nacks_of_every_reason)
 {
     const temporary_folder folder;
-    for (int file = 0; file < 40; ++file) {
-        const std::string number = std::to_string(10 + file);
-        const RE_byte_buffer exe = real_bytes(1U << 20U);
-        const std::size_t begin = static_cast<std::size_t>(file) * 20'000;
-        folder.write(number + "/program", RE_byte_view(exe).subspan(begin, 150'000));
+    const RE_byte_buffer text = text_bytes(1'000'000, 1);
+    for (std::size_t number = 0; number < 30; ++number) {
+        const std::string place = std::to_string(10 + number);
+        folder.write(place + "/a.html", RE_byte_view(text).subspan(number * 20'000, 150'000));
+        folder.write(place + "/b.html", RE_byte_view(text).subspan(number * 25'000, 70'000));
+        folder.write(place + "/data", random_bytes(10'000, number));
     }
     folder.write("empty.txt", {});
-    const json ledger = expect_agreement(folder, {"--cache-mb", "8", "--slots", "30", "--repeat", "3"});
-    EXPECT_EQ(at(ledger, "/engine/connections"), 3 * 41);
+    const json ledger =
+        expect_agreement(folder, {"--cache-mb", "8", "--slots", "30", "--repeat", "3", "--signature-bits", "16"});
+    EXPECT_EQ(at(ledger, "/engine/connections"), 3 * 91);
     for (const char* reason : {"chunk_missed", "checksum_collision", "disk_overloaded", "cache_not_ready"}) {
         EXPECT_GT(at(ledger, std::string("/engine/encode/retransmissions/") + reason), 0) << reason;
     }
@@ -432,7 +434,7 @@ TEST(account, agrees_with_the_log_of_several_passes)
     for (std::uint64_t file = 0; file < 10; ++file) {
         folder.write("traffic/" + std::to_string(file) + ".html", random_bytes(20'000, file));
     }
-    engine_process engine({"--duration", "0.5", "--ledger", folder.file("ledger"), "--top-app-log", folder.file("log"),
+    engine_process engine({"--duration", "1.5", "--ledger", folder.file("ledger"), "--top-app-log", folder.file("log"),
                            folder.file("traffic")});
     ASSERT_EQ(engine.wait(), 0);
     const json ledger = json::parse(text_of(folder.file("ledger")));

@@ -70,7 +70,7 @@ TEST(path, delivers_random_messages_of_every_size_as_they_were_sent)
 {
     path_fixture fixture;
     RE_random random(1);
-    for (std::size_t size : {1, 2, 63, 64, 255, 256, 257, 1023, 8192, 8193, 65'536, 1'000'000}) {
+    for (const std::size_t size : {1U, 2U, 63U, 64U, 255U, 256U, 257U, 1023U, 8192U, 8193U, 65'536U, 1'000'000U}) {
         const RE_byte_buffer message = random_bytes(size, random.below(1000));
         EXPECT_EQ(fixture.send(message), RE_nack_reason::none) << size;
         EXPECT_EQ(fixture.arrived, message) << size;

@@ -1,8 +1,10 @@
 #include "RE_value_format.h"
 
+#include "RE_row_writer.h"
 #include "RE_viewer_reader.h"
 
 #include <array>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -97,16 +99,17 @@ std::string get_data_size_str(unsigned long long size_in_KB)
 std::string get_conn_byte_summary(long long size)
 {
     char buf[32];
-    if (size > 1LL << 30) {
-        std::snprintf(buf, sizeof buf, "%4dGB", low32(size >> 30));
-    } else if (size > 1LL << 20) {
-        std::snprintf(buf, sizeof buf, "%4dMB", low32(size >> 20));
-    } else if (size > 1LL << 10) {
-        std::snprintf(buf, sizeof buf, "%4dKB", low32(size >> 10));
-    } else {
-        std::snprintf(buf, sizeof buf, "%4dB", low32(size));
-    }
-    return buf;
+    return {buf, put_conn_byte_summary(buf, size)};
+}
+
+char* put_conn_byte_summary(char* at, long long size)
+{
+    // Which unit a connection's bytes need is beyond the processor's foresight, so there is no branch on it.
+    const int unit = (size > 1LL << 10) + (size > 1LL << 20) + (size > 1LL << 30);
+    at = put_number_right(at, low32(size >> (10 * unit)), 4);
+    at[0] = "BKMG"[unit];
+    at[1] = 'B';
+    return at + (unit == 0 ? 1 : 2);
 }
 
 const char* get_in_out_ratio_str(long long in_bytes, long long out_bytes, bool b_encode)
@@ -138,10 +141,11 @@ std::string get_in_out_ratio_str(unsigned long long in_bytes, unsigned long long
 const char* get_age_str(long long cache_time)
 {
     static char buf[256];
-    buf[0] = '\0';
-    const auto append = [](int value, char unit) {
-        const std::size_t length = std::strlen(buf);
-        std::snprintf(buf + length, sizeof buf - length, "%d%c", value, unit);
+    char* end = buf;
+    const auto append = [&end](int value, char unit) {
+        end = std::to_chars(end, end + 11, value).ptr; // "-2147483648" at most
+        *end++ = unit;
+        *end = '\0';
     };
 
     int age_in_sec = cache_time > 0 ? age_in_32_bits(cache_time) : 0;

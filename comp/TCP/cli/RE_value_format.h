@@ -21,6 +21,9 @@ std::string get_data_size_str(unsigned long long size_in_KB);
 // A byte count in four columns for the connection table: "1024B", "   1KB". A unit starts above 1024 of the one before.
 std::string get_conn_byte_summary(long long size);
 
+// The same as a field of a row, in the manner of RE_row_writer.h. `at`: 32 free bytes.
+char* put_conn_byte_summary(char* at, long long size);
+
 // How much of the input an encoder removed (b_encode), or how much of a decoder's output the wire did not carry, with
 // both sizes: "in:   1000 B, out:    250 B, ratio:  75.00%". Expansion and a side of 0 or less give ratio 0. Single
 // precision, on purpose.

@@ -527,27 +527,26 @@ void RE_image_reader::clear_all()
 
 int RE_image_reader::save_stats_binary(const char* path)
 {
-    return is_open() && path != nullptr ? save_image(m_image, path) : RE_STAT_ERR_NOT_OPEN;
+    if (!is_open()) {
+        return RE_STAT_ERR_NOT_OPEN;
+    }
+    return path != nullptr ? save_image(m_image, path) : RE_STAT_ERR_TARGET;
 }
 
 void* RE_image_reader::get_re_auto_bypass_memory_ptr(int size)
 {
-    if (!is_open() || size <= 0 || m_image.bypass_size == 0) {
+    if (!is_open() || size <= 0 || static_cast<std::uint32_t>(size) != m_image.bypass_room) {
         return nullptr;
     }
-    const auto wanted = static_cast<std::uint64_t>(size);
-    if (m_image.bypass_size == wanted) {
+    if (m_image.bypass_size == m_image.bypass_room) {
         return m_image.bypass;
     }
     // A saved table ends with its last entry in use; the rest is empty.
-    if (!m_image.b_saved || m_image.bypass_size > wanted) {
-        return nullptr;
-    }
-    m_bypass_copy.reset(new (std::nothrow) unsigned char[wanted]);
     if (m_bypass_copy == nullptr) {
-        return nullptr;
+        m_bypass_copy.reset(new (std::nothrow) unsigned char[m_image.bypass_room]());
+        if (m_bypass_copy != nullptr) {
+            std::memcpy(m_bypass_copy.get(), m_image.bypass, m_image.bypass_size);
+        }
     }
-    std::memset(m_bypass_copy.get(), 0, wanted);
-    std::memcpy(m_bypass_copy.get(), m_image.bypass, m_image.bypass_size);
     return m_bypass_copy.get();
 }

@@ -166,29 +166,16 @@ void image_writer::lay_out()
     m_first_nack = std::max(kept, load_relaxed(&m_image.header->nacks_reset));
     m_nack_count = logged > m_first_nack ? logged - m_first_nack : 0;
 
-    const auto slots_of = [&](RE_image_section_id id, std::uint32_t rows) -> std::uint64_t {
-        // A saved image keeps what it knows of the engine's room; its table stands right behind its header, checked.
-        const auto* const table = reinterpret_cast<const RE_image_section*>(m_image.header + 1);
-        for (std::uint32_t at = 0; m_image.b_saved && at < RE_image_section_count; ++at) {
-            if (table[at].id == id) {
-                return table[at].slots;
-            }
-        }
-        return rows;
-    };
     m_end = sizeof(RE_image_header) + sizeof m_sections;
     add_section(RE_IMAGE_CONFIG, sizeof(RE_image_config_row), m_image.config != nullptr ? 1 : 0, 1);
     add_section(RE_IMAGE_GLOBAL, sizeof(RE_image_global_row), 1, 1);
-    const std::uint64_t peer_slots = slots_of(RE_IMAGE_PEERS, m_image.peer_rows);
-    add_section(RE_IMAGE_PEERS, sizeof(RE_image_peer_row), m_peers.count, peer_slots);
-    add_section(RE_IMAGE_PEER_COUNTERS, sizeof(RE_image_peer_counters), m_peers.count, peer_slots);
-    const std::uint64_t conn_slots = slots_of(RE_IMAGE_CONNS, m_image.conn_rows);
-    add_section(RE_IMAGE_CONNS, sizeof(RE_image_conn_row), m_conns.count, conn_slots);
-    add_section(RE_IMAGE_CONN_COUNTERS, sizeof(RE_image_conn_counters), m_conns.count, conn_slots);
+    add_section(RE_IMAGE_PEERS, sizeof(RE_image_peer_row), m_peers.count, m_image.peer_slots);
+    add_section(RE_IMAGE_PEER_COUNTERS, sizeof(RE_image_peer_counters), m_peers.count, m_image.peer_slots);
+    add_section(RE_IMAGE_CONNS, sizeof(RE_image_conn_row), m_conns.count, m_image.conn_slots);
+    add_section(RE_IMAGE_CONN_COUNTERS, sizeof(RE_image_conn_counters), m_conns.count, m_image.conn_slots);
     add_section(RE_IMAGE_APPS, sizeof(RE_image_app_row), m_app_count, m_image.app_slots);
-    add_section(RE_IMAGE_NACKS, sizeof(RE_image_nack_row), m_nack_count, slots_of(RE_IMAGE_NACKS, m_image.nack_rows));
-    const std::uint64_t bypass = bypass_bytes_in_use(m_image);
-    add_section(RE_IMAGE_BYPASS, 1, bypass, slots_of(RE_IMAGE_BYPASS, static_cast<std::uint32_t>(m_image.bypass_size)));
+    add_section(RE_IMAGE_NACKS, sizeof(RE_image_nack_row), m_nack_count, m_image.nack_slots);
+    add_section(RE_IMAGE_BYPASS, 1, bypass_bytes_in_use(m_image), m_image.bypass_room);
 }
 
 void image_writer::add_section(RE_image_section_id id, std::size_t row_size, std::uint64_t rows, std::uint64_t slots)

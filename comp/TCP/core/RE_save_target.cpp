@@ -51,6 +51,41 @@ bool is_planted(const char* path, const struct stat& found)
     return b_open_to_all && found.st_uid != geteuid() && found.st_uid != around.st_uid;
 }
 
+// Looks at `path` and every link that it leads through. Returns 0 when none of them is planted.
+int check_links(const char* path)
+{
+    char place[PATH_MAX];
+    if (static_cast<std::size_t>(std::snprintf(place, sizeof place, "%s", path)) >= sizeof place) {
+        return RE_STAT_ERR_TARGET;
+    }
+    constexpr int most_links = 40; // as many as the system follows
+    for (int links = 0; links <= most_links; ++links) {
+        struct stat found
+        {
+        };
+        if (lstat(place, &found) != 0 || !S_ISLNK(found.st_mode)) {
+            return 0;
+        }
+        if (is_planted(place, found)) {
+            return RE_STAT_ERR_PLANTED_LINK;
+        }
+        char next[PATH_MAX];
+        const ssize_t length = readlink(place, next, sizeof next);
+        if (length <= 0 || static_cast<std::size_t>(length) >= sizeof next) {
+            return RE_STAT_ERR_TARGET;
+        }
+        next[length] = '\0';
+        const bool b_absolute = next[0] == '/';
+        const char* const slash = std::strrchr(place, '/');
+        const std::size_t kept = b_absolute || slash == nullptr ? 0 : static_cast<std::size_t>(slash - place) + 1;
+        if (kept + static_cast<std::size_t>(length) >= sizeof place) {
+            return RE_STAT_ERR_TARGET;
+        }
+        std::memcpy(place + kept, next, static_cast<std::size_t>(length) + 1);
+    }
+    return RE_STAT_ERR_TARGET;
+}
+
 int error_of_write(int error)
 {
     return error == ENOSPC || error == EDQUOT || error == EFBIG ? RE_STAT_ERR_NO_SPACE : RE_STAT_ERR_WRITE;
@@ -94,11 +129,11 @@ int RE_save_target::open(const char* path)
     {
     };
     if (lstat(path, &found) != 0) {
-        return errno == ENOENT ? open_beside(path, nullptr) : RE_STAT_ERR_TARGET;
+        return errno == ENOENT ? open_beside(path, {}) : RE_STAT_ERR_TARGET;
     }
     if (S_ISLNK(found.st_mode)) {
-        if (is_planted(path, found)) {
-            return RE_STAT_ERR_PLANTED_LINK;
+        if (const int error = check_links(path)) {
+            return error;
         }
         // A link to a pipe (as /dev/stdout is) has no path of its own to resolve to, so it is opened through the link.
         if (stat(path, &found) != 0) {
@@ -106,23 +141,28 @@ int RE_save_target::open(const char* path)
         }
         char resolved[PATH_MAX];
         if (S_ISREG(found.st_mode)) {
-            return realpath(path, resolved) != nullptr ? open_beside(resolved, &found) : RE_STAT_ERR_TARGET;
+            return realpath(path, resolved) != nullptr ? open_beside(resolved, found) : RE_STAT_ERR_TARGET;
         }
     }
     if (S_ISDIR(found.st_mode)) {
         return RE_STAT_ERR_TARGET_FOLDER;
     }
     if (S_ISREG(found.st_mode)) {
-        return open_beside(path, &found);
+        return open_beside(path, found);
     }
-    return is_planted(path, found) ? RE_STAT_ERR_PLANTED_LINK : open_in_place(path);
+    return is_planted(path, found) ? RE_STAT_ERR_PLANTED_LINK : open_in_place(path, found);
 }
 
-int RE_save_target::open_in_place(const char* target)
+int RE_save_target::open_in_place(const char* target, const struct stat& expected)
 {
     // Without waiting: a pipe that nobody reads is an error, not a wait without end. Writing may wait all the same.
     m_descriptor = ::open(target, O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-    if (m_descriptor < 0) {
+    struct stat opened
+    {
+    };
+    // What was put there only now is not what has been judged.
+    if (m_descriptor < 0 || fstat(m_descriptor, &opened) != 0 || opened.st_dev != expected.st_dev ||
+        opened.st_ino != expected.st_ino) {
         return RE_STAT_ERR_TARGET;
     }
     const int flags = fcntl(m_descriptor, F_GETFL);
@@ -132,7 +172,7 @@ int RE_save_target::open_in_place(const char* target)
     return 0;
 }
 
-int RE_save_target::open_beside(const char* target, const struct stat* existing)
+int RE_save_target::open_beside(const char* target, const struct stat& existing)
 {
     char folder[PATH_MAX];
     if (!folder_of(target, folder)) {
@@ -150,8 +190,9 @@ int RE_save_target::open_beside(const char* target, const struct stat* existing)
         return errno == ENOSPC || errno == EDQUOT ? RE_STAT_ERR_NO_SPACE : RE_STAT_ERR_TARGET;
     }
     m_b_regular = true;
-    if (existing != nullptr) {
-        m_mode = existing->st_mode & 07777;
+    // The mode stays, but nobody else says who may write to what this user owns, or run it in this user's name.
+    if (S_ISREG(existing.st_mode) && !is_planted(target, existing)) {
+        m_mode = existing.st_mode & 0777;
     } else {
         const mode_t mask = umask(0);
         umask(mask);

@@ -29,12 +29,14 @@ public:
     std::uint64_t checksum() const;
 
     // Brings the bytes to disk and puts the file into its place. Returns 0 or the RE_stat_error of the first failure,
-    // after which a regular target is what it was.
+    // after which a regular target is what it was, except that RE_STAT_ERR_SYNC may also mean that the new file is in
+    // its place and a loss of power may bring the old one back.
     int finish();
 
 private:
-    int open_beside(const char* target, const struct stat* existing);
-    int open_in_place(const char* target);
+    // existing: the file to be replaced, all 0 when there is none.
+    int open_beside(const char* target, const struct stat& existing);
+    int open_in_place(const char* target, const struct stat& expected);
     int put_into_place();
     void flush();
     void write_all(const unsigned char* bytes, std::size_t size);

@@ -62,7 +62,7 @@ bool is_checksum_right(const unsigned char* base, std::size_t size)
 
 // Lookups in saved rows halve their way to a slot, which needs ascending order.
 template <typename Row>
-bool are_slots_ascending(const Row* rows, std::uint32_t count, std::uint64_t slots)
+bool are_slots_ascending(const Row* rows, std::uint32_t count, std::uint32_t slots)
 {
     for (std::uint32_t at = 0; at < count; ++at) {
         if (rows[at].slot >= slots || (at > 0 && rows[at].slot <= rows[at - 1].slot)) {
@@ -125,12 +125,14 @@ int RE_stat_image::attach(unsigned char* base, std::size_t size, RE_image_kind k
     for (std::uint32_t at = 0; at < RE_image_section_count; ++at) {
         RE_image_section section{};
         std::memcpy(&section, base + sizeof head + at * sizeof section, sizeof section);
-        if (!is_section_sound(section, table_end, end) || found[section.id - 1].id != 0) {
+        if (!is_section_sound(section, table_end, end) || found[section.id - 1].id != 0 ||
+            (!b_is_saved && section.rows != section.slots)) {
             return RE_STAT_ERR_LAYOUT;
         }
         found[section.id - 1] = section;
     }
     const auto rows_of = [&](RE_image_section_id id) { return static_cast<std::uint32_t>(found[id - 1].rows); };
+    const auto slots_of = [&](RE_image_section_id id) { return static_cast<std::uint32_t>(found[id - 1].slots); };
     const auto start_of = [&](RE_image_section_id id) { return base + found[id - 1].offset; };
     if (rows_of(RE_IMAGE_PEER_COUNTERS) != rows_of(RE_IMAGE_PEERS) ||
         rows_of(RE_IMAGE_CONN_COUNTERS) != rows_of(RE_IMAGE_CONNS)) {
@@ -154,11 +156,15 @@ int RE_stat_image::attach(unsigned char* base, std::size_t size, RE_image_kind k
     image.peer_rows = rows_of(RE_IMAGE_PEERS);
     image.conn_rows = rows_of(RE_IMAGE_CONNS);
     image.app_rows = rows_of(RE_IMAGE_APPS);
-    image.app_slots = static_cast<std::uint32_t>(found[RE_IMAGE_APPS - 1].slots);
     image.nack_rows = rows_of(RE_IMAGE_NACKS);
-    image.bypass_size = found[RE_IMAGE_BYPASS - 1].rows;
-    if (b_is_saved && (!are_slots_ascending(image.peers, image.peer_rows, found[RE_IMAGE_PEERS - 1].slots) ||
-                       !are_slots_ascending(image.conns, image.conn_rows, found[RE_IMAGE_CONNS - 1].slots))) {
+    image.bypass_size = rows_of(RE_IMAGE_BYPASS);
+    image.peer_slots = slots_of(RE_IMAGE_PEERS);
+    image.conn_slots = slots_of(RE_IMAGE_CONNS);
+    image.app_slots = slots_of(RE_IMAGE_APPS);
+    image.nack_slots = slots_of(RE_IMAGE_NACKS);
+    image.bypass_room = slots_of(RE_IMAGE_BYPASS);
+    if (b_is_saved && (!are_slots_ascending(image.peers, image.peer_rows, image.peer_slots) ||
+                       !are_slots_ascending(image.conns, image.conn_rows, image.conn_slots))) {
         return RE_STAT_ERR_LAYOUT;
     }
     *this = image;

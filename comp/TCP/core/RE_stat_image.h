@@ -204,9 +204,14 @@ struct RE_stat_image
     std::uint32_t peer_rows = 0;
     std::uint32_t conn_rows = 0;
     std::uint32_t app_rows = 0;
-    std::uint32_t app_slots = 0;
     std::uint32_t nack_rows = 0;
-    std::uint64_t bypass_size = 0;
+    std::uint32_t bypass_size = 0; // bytes
+    // How much room the engine has, of which a saved image holds what is in use.
+    std::uint32_t peer_slots = 0;
+    std::uint32_t conn_slots = 0;
+    std::uint32_t app_slots = 0;
+    std::uint32_t nack_slots = 0;
+    std::uint32_t bypass_room = 0; // bytes
     bool b_saved = false;
 
     // How many rows hold anything. In a live image those beyond have no memory yet; a mere look would claim some.

@@ -1,0 +1,193 @@
+// The fields and rows of long tables, held against printf.
+#include "RE_row_writer.h"
+#include "RE_value_format.h"
+#include "cli/fake_reader.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdio>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+// What `put` puts, between two guards that it must leave alone: the text begins where it was told to.
+template <typename Put>
+std::string put_by(Put put)
+{
+    std::vector<char> memory(200, '#');
+    char* const start = memory.data() + 50;
+    const char* const end = put(start);
+    EXPECT_EQ(std::string(memory.data(), 50), std::string(50, '#'));
+    return std::string(static_cast<const char*>(start), end);
+}
+
+template <typename... Values>
+std::string printed(const char* format, Values... values)
+{
+    char text[200];
+// The formats of these tests are few, literal and in sight.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    std::snprintf(text, sizeof text, format, values...);
+#pragma GCC diagnostic pop
+    return text;
+}
+
+std::vector<int> telling_numbers()
+{
+    std::vector<int> numbers = {0, -1, INT_MAX, INT_MIN, INT_MIN + 1};
+    for (int power = 1; power <= 100000000; power *= 10) {
+        for (const int number : {power - 1, power, power + 1}) {
+            numbers.push_back(number);
+            numbers.push_back(-number);
+        }
+    }
+    std::mt19937 random(3);
+    for (int round = 0; round < 20000; ++round) {
+        const auto bits = static_cast<int>(random());
+        numbers.push_back(bits >> (random() % 32));
+    }
+    return numbers;
+}
+
+} // namespace
+
+TEST(row_field, puts_a_number_at_the_left_as_printf_does)
+{
+    for (const int number : telling_numbers()) {
+        for (const int width : {0, 1, 5, 16}) {
+            ASSERT_EQ(put_by([&](char* at) { return put_number_left(at, number, static_cast<std::size_t>(width)); }),
+                      printed("%-*d", width, number));
+        }
+    }
+}
+
+TEST(row_field, puts_a_number_at_the_right_as_printf_does)
+{
+    for (const int number : telling_numbers()) {
+        for (const int width : {0, 3, 4, 16}) {
+            ASSERT_EQ(put_by([&](char* at) { return put_number_right(at, number, static_cast<std::size_t>(width)); }),
+                      printed("%*d", width, number));
+        }
+    }
+}
+
+TEST(row_field, puts_text_at_the_right_as_printf_does)
+{
+    for (std::size_t length = 0; length < 40; ++length) {
+        const std::string text(length, 'x');
+        for (const int width : {0, 1, 15, 16}) {
+            ASSERT_EQ(put_by([&](char* at) { return put_text_right(at, text, static_cast<std::size_t>(width)); }),
+                      printed("%*s", width, text.c_str()));
+        }
+    }
+}
+
+TEST(row_field, never_cuts_what_is_wider_than_its_field)
+{
+    EXPECT_EQ(put_by([](char* at) { return put_number_left(at, -123456, 5); }), "-123456");
+    EXPECT_EQ(put_by([](char* at) { return put_number_right(at, 1234, 3); }), "1234");
+    EXPECT_EQ(put_by([](char* at) { return put_text_right(at, "255.255.255.255", 10); }), "255.255.255.255");
+}
+
+TEST(row_field, puts_characters_and_text_as_they_are)
+{
+    EXPECT_EQ(put_by([](char* at) { return put_char(at, ':'); }), ":");
+    EXPECT_EQ(put_by([](char* at) { return put_text(at, "  C("); }), "  C(");
+    EXPECT_EQ(put_by([](char* at) { return put_text(at, ""); }), "");
+}
+
+TEST(row_field, puts_a_byte_count_as_the_formatter_of_that_name_gives_it)
+{
+    const std::vector<std::pair<long long, std::string>> texts = {
+        {0, "   0B"},
+        {1024, "1024B"},
+        {1025, "   1KB"},
+        {1048576, "1024KB"},
+        {1048577, "   1MB"},
+        {1073741824, "1024MB"},
+        {1073741825, "   1GB"},
+        {-1, "  -1B"},
+        {-1025, "-1025B"},
+        {LLONG_MIN, "   0B"},
+        {LLONG_MIN + 7, "   7B"},
+        {LLONG_MAX, "  -1GB"},
+        {-(1LL << 31), "-2147483648B"},
+    };
+    for (const auto& [size, text] : texts) {
+        EXPECT_EQ(put_by([size = size](char* at) { return put_conn_byte_summary(at, size); }), text);
+        EXPECT_EQ(get_conn_byte_summary(size), text);
+    }
+}
+
+TEST(row_field, puts_any_byte_count_as_printf_does)
+{
+    std::mt19937_64 random(5);
+    for (int round = 0; round < 100000; ++round) {
+        const auto size = static_cast<long long>(random()) >> (random() % 64);
+        const auto low = [](long long value) { return static_cast<int>(static_cast<unsigned int>(value)); };
+        const std::string expected = size > 1073741824 ? printed("%4dGB", low(size / 1073741824))
+                                     : size > 1048576  ? printed("%4dMB", low(size / 1048576))
+                                     : size > 1024     ? printed("%4dKB", low(size / 1024))
+                                                       : printed("%4dB", low(size));
+        ASSERT_EQ(put_by([size](char* at) { return put_conn_byte_summary(at, size); }), expected) << size;
+    }
+}
+
+TEST(row_writer, prints_its_rows_in_order_between_what_is_printed_before_and_after)
+{
+    const std::string output = output_of([] {
+        std::printf("before\n");
+        {
+            RE_row_writer rows;
+            rows.end_row(put_text(rows.begin_row(), "first\n"));
+            rows.end_row(put_text(rows.begin_row(), "second\n"));
+        }
+        std::printf("after\n");
+    });
+    EXPECT_EQ(output, "before\nfirst\nsecond\nafter\n");
+}
+
+TEST(row_writer, prints_nothing_without_rows)
+{
+    EXPECT_EQ(output_of([] { [[maybe_unused]] RE_row_writer rows; }), "");
+}
+
+TEST(row_writer, keeps_every_row_whole_when_its_buffer_has_filled)
+{
+    constexpr int count = 20000;
+    std::string expected;
+    for (int row = 0; row < count; ++row) {
+        expected += printed("%-5d|%7d|\n", row, -row);
+    }
+    const std::string output = output_of([] {
+        RE_row_writer rows;
+        for (int row = 0; row < count; ++row) {
+            char* at = put_number_left(rows.begin_row(), row, 5);
+            at = put_char(at, '|');
+            at = put_number_right(at, -row, 7);
+            rows.end_row(put_text(at, "|\n"));
+        }
+    });
+    EXPECT_EQ(output, expected);
+}
+
+TEST(row_writer, has_room_for_the_longest_rows_one_behind_the_other)
+{
+    constexpr int count = 500;
+    const std::string row(RE_row_writer::max_row - 1, 'r');
+    std::string expected;
+    for (int at = 0; at < count; ++at) {
+        expected += row + "\n";
+    }
+    const std::string output = output_of([&row] {
+        RE_row_writer rows;
+        for (int at = 0; at < count; ++at) {
+            rows.end_row(put_char(put_text(rows.begin_row(), row), '\n'));
+        }
+    });
+    EXPECT_EQ(output, expected);
+}
