@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <linux/limits.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
@@ -285,9 +286,17 @@ TEST_F(save_target_test, in_a_sticky_folder_the_file_of_another_user_stays)
 
 // ---- Pipes and devices.
 
+// A pipe without a writer is at its end; so a reader that is there first waits for what comes.
+void wait_for_input(int descriptor)
+{
+    pollfd ready{descriptor, POLLIN, 0};
+    poll(&ready, 1, -1);
+}
+
 // What comes out of a descriptor until its end.
 std::string drain(int descriptor)
 {
+    wait_for_input(descriptor);
     std::string bytes;
     char buffer[4096];
     for (ssize_t part = 0; (part = read(descriptor, buffer, sizeof buffer)) > 0;) {
@@ -363,6 +372,7 @@ TEST_F(save_target_test, a_pipe_whose_reader_goes_is_a_failure)
     fcntl(descriptor, F_SETPIPE_SZ, 4096);
     ASSERT_EQ(fcntl(descriptor, F_SETFL, 0), 0);
     std::thread leaver([&] {
+        wait_for_input(descriptor);
         char byte = 0;
         EXPECT_EQ(read(descriptor, &byte, 1), 1);
         close(descriptor);
