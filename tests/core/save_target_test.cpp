@@ -304,9 +304,11 @@ TEST_F(save_target_test, a_pipe_is_written_in_place)
     const int descriptor = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     ASSERT_GE(descriptor, 0);
     ASSERT_EQ(fcntl(descriptor, F_SETFL, 0), 0);
+    const int until_saved = open(path.c_str(), O_WRONLY | O_CLOEXEC); // a pipe without a writer is at its end
     std::string bytes;
     std::thread collector([&] { bytes = drain(descriptor); });
     EXPECT_EQ(save_to(path), 0);
+    close(until_saved);
     collector.join();
     close(descriptor);
     write_file(folder.file("from_pipe"), bytes);
@@ -362,6 +364,7 @@ TEST_F(save_target_test, a_pipe_whose_reader_goes_is_a_failure)
     const int descriptor = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     fcntl(descriptor, F_SETPIPE_SZ, 4096);
     ASSERT_EQ(fcntl(descriptor, F_SETFL, 0), 0);
+    const int until_saved = open(path.c_str(), O_WRONLY | O_CLOEXEC); // a pipe without a writer is at its end
     std::thread leaver([&] {
         char byte = 0;
         EXPECT_EQ(read(descriptor, &byte, 1), 1);
@@ -369,6 +372,7 @@ TEST_F(save_target_test, a_pipe_whose_reader_goes_is_a_failure)
     });
     EXPECT_EQ(save_to(path), RE_STAT_ERR_WRITE);
     leaver.join();
+    close(until_saved);
     signal(SIGPIPE, SIG_DFL);
 }
 
