@@ -415,7 +415,8 @@ TEST_F(save_target_test, no_descriptor_left_is_a_failure_of_the_target)
 {
     write_file(folder.file("old"), "old");
     EXPECT_EQ(result_in_child([&] {
-                  const rlimit limit{3, 3};
+                  const int next = open("/dev/null", O_RDONLY | O_CLOEXEC); // all below are taken
+                  const rlimit limit{static_cast<rlim_t>(next), static_cast<rlim_t>(next)};
                   setrlimit(RLIMIT_NOFILE, &limit);
                   return save_to(folder.file("old")) == RE_STAT_ERR_TARGET ? 0 : 1;
               }),
