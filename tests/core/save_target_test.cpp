@@ -313,9 +313,11 @@ TEST_F(save_target_test, a_pipe_is_written_in_place)
     const int descriptor = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     ASSERT_GE(descriptor, 0);
     ASSERT_EQ(fcntl(descriptor, F_SETFL, 0), 0);
+    const int until_saved = open(path.c_str(), O_WRONLY | O_CLOEXEC); // a pipe without a writer is at its end
     std::string bytes;
     std::thread collector([&] { bytes = drain(descriptor); });
     EXPECT_EQ(save_to(path), 0);
+    close(until_saved);
     collector.join();
     close(descriptor);
     write_file(folder.file("from_pipe"), bytes);
@@ -371,6 +373,7 @@ TEST_F(save_target_test, a_pipe_whose_reader_goes_is_a_failure)
     const int descriptor = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     fcntl(descriptor, F_SETPIPE_SZ, 4096);
     ASSERT_EQ(fcntl(descriptor, F_SETFL, 0), 0);
+    const int until_saved = open(path.c_str(), O_WRONLY | O_CLOEXEC); // a pipe without a writer is at its end
     std::thread leaver([&] {
         wait_for_input(descriptor);
         char byte = 0;
@@ -379,6 +382,7 @@ TEST_F(save_target_test, a_pipe_whose_reader_goes_is_a_failure)
     });
     EXPECT_EQ(save_to(path), RE_STAT_ERR_WRITE);
     leaver.join();
+    close(until_saved);
     signal(SIGPIPE, SIG_DFL);
 }
 
@@ -421,7 +425,8 @@ TEST_F(save_target_test, no_descriptor_left_is_a_failure_of_the_target)
 {
     write_file(folder.file("old"), "old");
     EXPECT_EQ(result_in_child([&] {
-                  const rlimit limit{3, 3};
+                  const int next = open("/dev/null", O_RDONLY | O_CLOEXEC); // all below are taken
+                  const rlimit limit{static_cast<rlim_t>(next), static_cast<rlim_t>(next)};
                   setrlimit(RLIMIT_NOFILE, &limit);
                   return save_to(folder.file("old")) == RE_STAT_ERR_TARGET ? 0 : 1;
               }),

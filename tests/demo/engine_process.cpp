@@ -53,6 +53,7 @@ engine_process::~engine_process()
     if (m_process > 0) {
         send(SIGKILL);
         wait();
+        std::filesystem::remove(segment_path()); // which a killed engine leaves behind
     }
     close(m_output);
     close(m_errors);
@@ -86,7 +87,12 @@ int engine_process::wait()
 
 bool engine_process::has_segment() const
 {
-    return std::filesystem::exists("/dev/shm/" + m_segment);
+    return std::filesystem::exists(segment_path());
+}
+
+std::string engine_process::segment_path() const
+{
+    return "/dev/shm/" + m_segment;
 }
 
 std::string engine_process::errors()

@@ -9,7 +9,7 @@ class engine_process
 public:
     // Starts the engine; this process's statistics readers look at it from now on.
     explicit engine_process(std::vector<std::string> arguments);
-    // Kills the engine if it still runs.
+    // Kills the engine if it still runs, and clears up after it.
     ~engine_process();
     engine_process(const engine_process&) = delete;
     engine_process& operator=(const engine_process&) = delete;
@@ -24,6 +24,8 @@ public:
     std::string errors();
 
 private:
+    std::string segment_path() const;
+
     std::string m_segment;
     int m_process = -1;
     int m_output = -1;
