@@ -1,5 +1,5 @@
 // Runs one torture campaign and prints its row: what was tried, how often, and how often something was lost.
-//     kav_torture CAMPAIGN [--count N] [--seed N]
+//     kav_torture CAMPAIGN [--count N | --percent N] [--seed N]
 //     kav_torture --list
 #include "sample_engine.h"
 #include "torture.h"
@@ -72,7 +72,7 @@ int main(int argc, char** argv)
     }
     const campaign* const chosen = argc > 1 ? find_campaign(argv[1]) : nullptr;
     if (chosen == nullptr || argc % 2 != 0) {
-        std::fprintf(stderr, "kav_torture CAMPAIGN [--count N] [--seed N] | --list\n");
+        std::fprintf(stderr, "kav_torture CAMPAIGN [--count N | --percent N] [--seed N] | --list\n");
         return 2;
     }
     torture_options options;
@@ -81,6 +81,8 @@ int main(int argc, char** argv)
         const unsigned long number = std::strtoul(argv[at + 1], nullptr, 10);
         if (std::strcmp(argv[at], "--count") == 0) {
             options.count = number;
+        } else if (std::strcmp(argv[at], "--percent") == 0) {
+            options.count = (chosen->default_count * number + 99) / 100;
         } else {
             options.seed = static_cast<unsigned int>(number);
         }
