@@ -12,6 +12,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -59,7 +60,7 @@ void scan_conns(int MAX_STAT_CONN_SLOT_NUM, const conn_filter& filter, Take take
 
 // The listed connections. There is room for every slot from the start, so that nothing is ever copied to a larger
 // place; memory that no connection needs is never touched. An engine that claims more slots than memory can be had for
-// gets as much as can be had.
+// starts with as much as can be had, and no connection is ever left out: without memory for it the program gives up.
 class conn_list
 {
 public:
@@ -75,15 +76,24 @@ public:
 
     void append(const RE_conn_slot_id& conn)
     {
-        if (m_size < m_capacity) {
-            m_ids[static_cast<std::size_t>(m_size++)] = conn;
+        if (m_size == m_capacity) {
+            grow();
         }
+        m_ids[static_cast<std::size_t>(m_size++)] = conn;
     }
 
     RE_conn_slot_id* begin() const { return m_ids.get(); }
     RE_conn_slot_id* end() const { return m_ids.get() + m_size; }
 
 private:
+    void grow()
+    {
+        m_capacity = std::max(2 * m_capacity, 64);
+        std::unique_ptr<RE_conn_slot_id[]> larger(new RE_conn_slot_id[static_cast<std::size_t>(m_capacity)]);
+        std::copy_n(m_ids.get(), m_size, larger.get());
+        m_ids = std::move(larger);
+    }
+
     int m_capacity;
     int m_size = 0;
     std::unique_ptr<RE_conn_slot_id[]> m_ids;

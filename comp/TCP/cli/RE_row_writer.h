@@ -49,9 +49,13 @@ inline char* put_number_left(char* at, int number, std::size_t width)
 // "%5d" for a width of 5.
 inline char* put_number_right(char* at, int number, std::size_t width)
 {
-    char digits[max_digits];
+    char digits[max_field_width] = {};
     const char* const end = std::to_chars(digits, digits + max_digits, number).ptr;
-    return put_text_right(at, {digits, static_cast<std::size_t>(end - digits)}, width);
+    const auto length = static_cast<std::size_t>(end - digits);
+    std::memset(at, ' ', max_field_width);
+    at += width - std::min(width, length);
+    std::memcpy(at, digits, sizeof digits);
+    return at + length;
 }
 
 // Gathers rows and hands them to stdout in large pieces, at the latest at its own end; nothing else may be printed in

@@ -1,8 +1,10 @@
 #include "RE_exec_show_stats_kav.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 
@@ -34,12 +36,60 @@ void hold_back_output_signals()
     sigprocmask(SIG_BLOCK, &signals, nullptr);
 }
 
+// Writes all of it. An interruption is no failure, nor is an output that somebody else has made non-blocking, as a
+// terminal shared with another program often is: the C library would drop what such an output cannot take at once.
+ssize_t write_patiently(void*, const char* bytes, std::size_t size)
+{
+    std::size_t written = 0;
+    while (written < size) {
+        const ssize_t part = write(STDOUT_FILENO, bytes + written, size - written);
+        if (part >= 0) {
+            written += static_cast<std::size_t>(part);
+        } else if (errno == EAGAIN) {
+            pollfd ready{STDOUT_FILENO, POLLOUT, 0};
+            poll(&ready, 1, -1);
+        } else if (errno != EINTR) {
+            return 0;
+        }
+    }
+    return static_cast<ssize_t>(written);
+}
+
+void print_patiently()
+{
+    cookie_io_functions_t functions{};
+    functions.write = write_patiently;
+    if (FILE* const patient = fopencookie(nullptr, "w", functions)) {
+        stdout = patient;
+    }
+    std::setvbuf(stdout, output_buffer, _IOFBF, sizeof output_buffer);
+}
+
+// Shared memory that is cut short while it is read, which no engine does, is no longer an engine to report on.
+void refuse_and_exit(int)
+{
+    constexpr char refusal[] = "KAV Statistics failed OR KAV was not initialized by WEQ";
+    const ssize_t ignored = write(STDOUT_FILENO, refusal, sizeof refusal - 1);
+    static_cast<void>(ignored);
+    _exit(1);
+}
+
+void refuse_statistics_that_vanish()
+{
+    struct sigaction action
+    {
+    };
+    action.sa_handler = refuse_and_exit;
+    sigaction(SIGBUS, &action, nullptr);
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
     keep_standard_output_apart();
-    std::setvbuf(stdout, output_buffer, _IOFBF, sizeof output_buffer);
+    print_patiently();
     hold_back_output_signals();
+    refuse_statistics_that_vanish();
     return exec_show_stats_kav(argc, argv);
 }

@@ -1,0 +1,76 @@
+// What the fuzz targets share: a world that holds still (time, files, the system log), images in memory, and one call
+// that prints every report.
+#pragma once
+
+#include "RE_image_reader.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+// From here on standard output goes nowhere.
+void discard_output();
+
+// What `print` prints to standard output.
+template <typename Print>
+std::string output_of(const Print& print);
+
+// A file that is in memory alone.
+class memory_file
+{
+public:
+    memory_file(const void* bytes, std::size_t size);
+    ~memory_file();
+    memory_file(const memory_file&) = delete;
+    memory_file& operator=(const memory_file&) = delete;
+    const char* path() const { return m_path.c_str(); }
+
+private:
+    int m_descriptor;
+    std::string m_path;
+};
+
+// The viewer and the core library find these files and no others: path, and what opening it opens instead.
+void add_file(const std::string& path, const memory_file& file);
+
+// Reads an image as live statistics, without a segment around it. The bytes are copied; what is read beyond them is
+// found by the address sanitizer.
+class memory_reader : public RE_image_reader
+{
+public:
+    memory_reader(const unsigned char* bytes, std::size_t size);
+    int open() override;
+    int close() override;
+
+protected:
+    std::unique_ptr<writable_image> open_writable() override;
+
+private:
+    std::unique_ptr<unsigned char[]> m_bytes;
+    std::size_t m_size;
+};
+
+// Prints every report that there is, saves to nowhere, asks for what is not there, resets, and prints once more.
+void exercise(RE_stat_reader& reader);
+
+// Makes the bytes look like an image as far as a header is checked and, of a saved one, the checksum, so that what lies
+// behind is reached. Too few bytes for a header stay as they are.
+void repair_image(unsigned char* bytes, std::size_t size, RE_image_kind kind);
+
+template <typename Print>
+std::string output_of(const Print& print)
+{
+    char* text = nullptr;
+    std::size_t size = 0;
+    FILE* const terminal = stdout;
+    stdout = open_memstream(&text, &size);
+    print();
+    std::fclose(stdout);
+    stdout = terminal;
+    std::string result(text, size);
+    std::free(text);
+    return result;
+}

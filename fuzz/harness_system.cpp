@@ -1,0 +1,66 @@
+// The system calls that a report depends on, for fuzz targets linked with --wrap: nothing outside the input may change
+// what happens.
+#include "harness.h"
+#include "torture/sample_engine.h"
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+
+namespace {
+
+std::map<std::string, std::string>& files()
+{
+    static std::map<std::string, std::string> known;
+    return known;
+}
+
+bool begins(const char* text, const char* beginning)
+{
+    return std::strncmp(text, beginning, std::strlen(beginning)) == 0;
+}
+
+} // namespace
+
+void add_file(const std::string& path, const memory_file& file)
+{
+    files()[path] = file.path();
+}
+
+extern "C" {
+
+std::time_t __wrap_time(std::time_t* result);
+int __wrap_sched_yield();
+int __real_open(const char* path, int flags, unsigned int mode);
+int __wrap_open(const char* path, int flags, unsigned int mode);
+
+std::time_t __wrap_time(std::time_t* result)
+{
+    if (result != nullptr) {
+        *result = sample_now;
+    }
+    return sample_now;
+}
+
+// Waiting for an engine that is not there would only take time.
+int __wrap_sched_yield()
+{
+    return 0;
+}
+
+int __wrap_open(const char* path, int flags, unsigned int mode)
+{
+    const auto found = files().find(path);
+    if (found != files().end()) {
+        return __real_open(found->second.c_str(), flags, mode);
+    }
+    // The sample engine's segment, the inputs in memory, and where reports are saved to.
+    if (begins(path, "/dev/shm/kav_torture.") || begins(path, "/tmp/kav_sample.") || begins(path, "/proc/self/fd/") ||
+        std::strcmp(path, "/dev/null") == 0) {
+        return __real_open(path, flags, mode);
+    }
+    errno = ENOENT;
+    return -1;
+}
+
+} // extern "C"

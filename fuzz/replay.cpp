@@ -1,0 +1,46 @@
+// The main of a fuzz target without libFuzzer: runs the target once for every file of the folders that are named.
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+extern "C" {
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+__attribute__((weak)) int LLVMFuzzerInitialize(int* argc, char*** argv);
+}
+
+namespace {
+
+void run(const std::filesystem::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    const std::vector<char> bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    std::fprintf(stderr, "%s\n", path.c_str()); // the last one before a crash is the one
+    LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (LLVMFuzzerInitialize != nullptr) {
+        LLVMFuzzerInitialize(&argc, &argv);
+    }
+    std::vector<std::filesystem::path> inputs;
+    for (int at = 1; at < argc; ++at) {
+        if (argv[at][0] == '-') {
+            continue; // meant for libFuzzer
+        }
+        for (const auto& entry : std::filesystem::directory_iterator(argv[at])) {
+            inputs.push_back(entry.path());
+        }
+    }
+    std::sort(inputs.begin(), inputs.end());
+    std::for_each(inputs.begin(), inputs.end(), run);
+    return inputs.empty() ? 1 : 0;
+}

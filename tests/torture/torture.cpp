@@ -1,0 +1,108 @@
+#include "torture.h"
+
+#include <sched.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+void tally::add(bool b_kept, const std::string& what)
+{
+    ++m_tried;
+    if (b_kept) {
+        return;
+    }
+    constexpr unsigned long told_at_most = 20;
+    if (++m_lost <= told_at_most) {
+        std::fprintf(stderr, "lost: %s\n", what.c_str());
+    }
+}
+
+const std::vector<std::vector<std::string>>& all_reports()
+{
+    static const std::vector<std::vector<std::string>> reports = {
+        {"global-info"},  {"global-detail"},
+        {"peer"},         {"peer", "detail"},
+        {"peer", "nack"}, {"conn"},
+        {"conn", "last"}, {"conn", "detail"},
+        {"conn", "nack"}, {"conn", "active"},
+        {"nack"},         {"top-app"},
+        {"config"},       {"top-app", "detail"},
+        {"brief-config"}, {"kav-bypass", "detail"},
+        {"tech-support"},
+    };
+    return reports;
+}
+
+std::string words_of(const std::vector<std::string>& arguments)
+{
+    std::string words;
+    for (const std::string& argument : arguments) {
+        words += (words.empty() ? "" : " ") + argument;
+    }
+    return words;
+}
+
+std::string end_of(const program_result& result)
+{
+    if (result.b_timed_out) {
+        return "no end";
+    }
+    return result.signal != 0 ? "signal " + std::to_string(result.signal) : "status " + std::to_string(result.status);
+}
+
+std::vector<unsigned char> read_bytes(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+void write_bytes(const std::string& path, const std::vector<unsigned char>& bytes)
+{
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    if (!file.flush()) {
+        throw std::runtime_error("cannot write " + path);
+    }
+}
+
+std::vector<std::string> names_in(const std::string& folder)
+{
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        names.push_back(entry.path().filename());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+void stay_on_processor(int number)
+{
+    cpu_set_t processors;
+    CPU_ZERO(&processors);
+    CPU_SET(static_cast<unsigned int>(number), &processors);
+    sched_setaffinity(0, sizeof processors, &processors);
+}
+
+int engine_process::start()
+{
+    std::fflush(stdout);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+    }
+    return pid;
+}
+
+engine_process::~engine_process()
+{
+    if (m_pid > 0) {
+        kill(m_pid, SIGKILL);
+        waitpid(m_pid, nullptr, 0);
+    }
+}

@@ -1,0 +1,100 @@
+// What the torture campaigns share. A campaign tries one promise many times and counts how often it was broken.
+#pragma once
+
+#include "system/child_program.h"
+
+#include <unistd.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+struct torture_options
+{
+    unsigned long count = 0; // how many trials
+    unsigned int seed = 1;
+    std::string folder; // empty, on a disk, gone at the end
+};
+
+// Counts trials, and tells of those in which something was lost.
+class tally
+{
+public:
+    // One trial. what: told when the promise was broken.
+    void add(bool b_kept, const std::string& what);
+    // What else there is to say about the campaign, for the end of its row.
+    void note(const std::string& text) { m_note = text; }
+
+    unsigned long tried() const { return m_tried; }
+    unsigned long lost() const { return m_lost; }
+    const std::string& note() const { return m_note; }
+
+private:
+    unsigned long m_tried = 0;
+    unsigned long m_lost = 0;
+    std::string m_note;
+};
+
+struct campaign
+{
+    const char* name;
+    const char* promise;         // what is tried, in a few words
+    unsigned long default_count; // of trials; 0 when their number follows from the matter
+    void (*run)(const torture_options& options, tally& result);
+};
+
+// Files and saving.
+void cut_saved_files(const torture_options& options, tally& result);
+void flip_saved_files(const torture_options& options, tally& result);
+void kill_while_saving(const torture_options& options, tally& result);
+void fail_calls_while_saving(const torture_options& options, tally& result);
+void fill_disk_while_saving(const torture_options& options, tally& result);
+// A moving engine.
+void read_moving_engine(const torture_options& options, tally& result);
+void compare_throughput(const torture_options& options, tally& result);
+void change_engines(const torture_options& options, tally& result);
+// Surroundings.
+void close_outputs(const torture_options& options, tally& result);
+void fail_allocations(const torture_options& options, tally& result);
+void starve_viewer(const torture_options& options, tally& result);
+void turn_clocks(const torture_options& options, tally& result);
+void start_many_viewers(const torture_options& options, tally& result);
+
+// Every report of a live engine, as arguments of the viewer.
+const std::vector<std::vector<std::string>>& all_reports();
+std::string words_of(const std::vector<std::string>& arguments);
+
+// What the viewer prints when there is no engine to report on.
+constexpr const char* refusal = "KAV Statistics failed OR KAV was not initialized by WEQ";
+
+// The end of a program, in words: "status 1", "signal 11", "no end".
+std::string end_of(const program_result& result);
+
+std::vector<unsigned char> read_bytes(const std::string& path);
+void write_bytes(const std::string& path, const std::vector<unsigned char>& bytes);
+// Names in a folder, apart from "." and "..", sorted.
+std::vector<std::string> names_in(const std::string& folder);
+
+// Keeps this process and those it starts on one processor; does nothing on a machine with fewer.
+void stay_on_processor(int number);
+
+// Another process that is an engine: runs `work` in it, which is killed with this object.
+class engine_process
+{
+public:
+    template <typename Work>
+    explicit engine_process(const Work& work) : m_pid(start())
+    {
+        if (m_pid == 0) {
+            work();
+            _exit(0);
+        }
+    }
+    ~engine_process();
+    engine_process(const engine_process&) = delete;
+    engine_process& operator=(const engine_process&) = delete;
+
+private:
+    static int start();
+    int m_pid;
+};
