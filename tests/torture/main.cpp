@@ -19,7 +19,7 @@ constexpr campaign campaigns[] = {
     {"fail-save", "failing system call while saving", 0, fail_calls_while_saving},
     {"full-disk", "disk full while saving, at every size", 0, fill_disk_while_saving},
     {"moving", "reports beside an engine at full speed", 100000, read_moving_engine},
-    {"throughput", "engine's speed with a reader and without, pairs", 20, compare_throughput},
+    {"throughput", "engine's speed, being read and not, in pairs", 20, compare_throughput},
     {"changes", "engine killed, restarted, replaced in a report", 2000, change_engines},
     {"outputs", "closed, full, slow and broken outputs", 0, close_outputs},
     {"allocations", "each allocation failing in turn", 0, fail_allocations},
