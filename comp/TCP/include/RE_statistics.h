@@ -96,14 +96,16 @@ public:
     virtual int read_peer_active_conn_count(int peer_slot) = 0;
 
     virtual int get_max_app_slots() = 0;
-    // Points `p` at the slot's record in the reader's memory, or sets it to null when there is no such slot.
+    // Points `p` at the slot's record in the reader's memory, or sets it to null when there is no such slot. The record
+    // holds until the next call about an application.
     virtual int read_app_slot(int app_slot, RE_stat_app_struct*& p) = 0;
     // The number of application slots that a scan visits; a scan also ends at the first null record.
     virtual std::uint32_t get_app_slot_shared_memory_header_size() = 0;
     virtual int read_app_header(int app_slot, RE_stat_app_header& hdr) = 0;
     // id: an RE_stat_app_id.
     virtual int read_app_stat(int app_slot, int id, long& value) = 0;
-    // The slot's counters, RE_STAT_APP_ID_MAX of them, in the reader's memory; null when there is no such slot.
+    // The slot's counters, RE_STAT_APP_ID_MAX of them, in the reader's memory; null when there is no such slot. They
+    // hold until the next call about an application.
     virtual const std::uint32_t* get_app_id_array(int app_slot) = 0;
 
     // Connection slots to scan are 0 to the result less one.
