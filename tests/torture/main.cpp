@@ -19,7 +19,7 @@ constexpr campaign campaigns[] = {
     {"fail-save", "failing system call while saving", 0, fail_calls_while_saving},
     {"full-disk", "disk full while saving, at every size", 0, fill_disk_while_saving},
     {"moving", "reports beside an engine at full speed", 100000, read_moving_engine},
-    {"throughput", "engine's speed with a reader and without, pairs", 20, compare_throughput},
+    {"throughput", "engine's speed, being read and not, in pairs", 20, compare_throughput},
     {"changes", "engine killed, restarted, replaced in a report", 2000, change_engines},
     {"outputs", "closed, full, slow and broken outputs", 0, close_outputs},
     {"allocations", "each allocation failing in turn", 0, fail_allocations},
@@ -51,11 +51,12 @@ std::string make_folder()
 int run_campaign(const campaign& chosen, torture_options options)
 {
     options.folder = make_folder();
-    use_own_segment();
+    const std::string segment = "/dev/shm/" + use_own_segment();
     setenv("TZ", "UTC", 1);
     tally result;
     chosen.run(options, result);
     std::filesystem::remove_all(options.folder);
+    unlink(segment.c_str()); // of an engine that was killed
     std::printf("%-52s %9lu %6lu  %s\n", chosen.promise, result.tried(), result.lost(), result.note().c_str());
     return result.lost() == 0 && result.tried() > 0 ? 0 : 1;
 }
