@@ -145,7 +145,7 @@ RE_answer RE_connection::deliver(const RE_byte_buffer& frame)
     }
     RE_decode_result result;
     const RE_byte_buffer wire_answer = write_answer(path().decoder().decode(frame, m_arrived, result));
-    const RE_answer answer = read_answer(wire_answer);
+    RE_answer answer = read_answer(wire_answer);
     if (b_ours) {
         m_surroundings.publisher.on_answer_read(m_published, answer, wire_answer.size());
     } else {

@@ -66,7 +66,7 @@ public:
     // A frame crossed the edge to the wire, either way.
     void on_frame(int conn_id, RE_byte_view frame);
     // An answer to the last frame, or to an earlier one of ours, crossed the edge to the wire.
-    void on_answer(int conn_id, RE_byte_view answer);
+    void on_answer(int conn_id, RE_byte_view bytes);
 
     void on_round_end() { ++m_rounds; }
     long long rounds() const { return m_rounds; }

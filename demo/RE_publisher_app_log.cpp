@@ -25,6 +25,7 @@ void RE_publisher::append_app_log(const std::string& path)
         }
     }
     std::vector<RE_stat_app_struct> records;
+    records.reserve(by_slot.size());
     for (const auto& [slot, app] : by_slot) {
         records.push_back(app->take_log_record());
     }

@@ -17,7 +17,7 @@ using nlohmann::json;
 #ifdef KAV_STATIC_VIEWER
 constexpr long long tiny_messages = 1000000;
 #else
-// Instrumented engines take minutes for a million.
+// Instrumented engines take twenty times as long.
 constexpr long long tiny_messages = 100000;
 #endif
 

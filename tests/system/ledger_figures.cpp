@@ -1,7 +1,6 @@
 #include "ledger_figures.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 
 using nlohmann::json;
@@ -109,6 +108,32 @@ void add_counts_by_reason(figure_map& figures, const std::string& name, const js
     }
 }
 
+struct app_stage
+{
+    const char* name;
+    const char* messages;
+    const char* lan_bytes;
+    const char* wan_bytes;
+};
+
+constexpr app_stage app_stages[] = {
+    {" Overall", "messages", "lan_bytes", "wan_bytes"},
+    {" KAV", "re_messages", "re_lan_bytes", "re_wan_bytes"},
+    {" LZ", "lz_messages", "lz_lan_bytes", "lz_wan_bytes"},
+};
+
+void add_app_stage(figure_map& figures, const json& application, const app_stage& stage, bool b_encode)
+{
+    const char* const side = b_encode ? "encode" : "decode";
+    const std::string name = (b_encode ? "Encode" : "Decode") + std::string(stage.name);
+    const long long lan = at(application, side, stage.lan_bytes) / kilobyte;
+    const long long wan = at(application, side, stage.wan_bytes) / kilobyte;
+    figures[name + " msg"] = std::to_string(at(application, side, stage.messages));
+    figures[name + " in"] = shown_kilobytes(b_encode ? lan : wan);
+    figures[name + " out"] = shown_kilobytes(b_encode ? wan : lan);
+    figures[name + " ratio"] = shown_app_reduction(lan, wan);
+}
+
 // The sums, in whole kilobytes by application, that a row of the top-application table is made of.
 struct app_sums
 {
@@ -200,23 +225,10 @@ std::map<std::string, long long> expected_nack_counts(const json& ledger)
 
 figure_map expected_app_figures(const json& application)
 {
-    static constexpr std::array<std::array<const char*, 4>, 3> stages{{
-        {" Overall", "messages", "lan_bytes", "wan_bytes"},
-        {" KAV", "re_messages", "re_lan_bytes", "re_wan_bytes"},
-        {" LZ", "lz_messages", "lz_lan_bytes", "lz_wan_bytes"},
-    }};
     figure_map figures;
-    for (const auto& [stage, messages, lan_bytes, wan_bytes] : stages) {
-        const auto add = [&](const char* side, const std::string& name, bool b_encode) {
-            const long long lan = at(application, side, lan_bytes) / kilobyte;
-            const long long wan = at(application, side, wan_bytes) / kilobyte;
-            figures[name + " msg"] = std::to_string(at(application, side, messages));
-            figures[name + " in"] = shown_kilobytes(b_encode ? lan : wan);
-            figures[name + " out"] = shown_kilobytes(b_encode ? wan : lan);
-            figures[name + " ratio"] = shown_app_reduction(lan, wan);
-        };
-        add("encode", std::string("Encode") + stage, true);
-        add("decode", std::string("Decode") + stage, false);
+    for (const app_stage& stage : app_stages) {
+        add_app_stage(figures, application, stage, true);
+        add_app_stage(figures, application, stage, false);
     }
     const auto opened = application.at("connections").get<long long>();
     figures["open"] = std::to_string(opened);
