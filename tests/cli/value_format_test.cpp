@@ -256,6 +256,9 @@ TEST_F(age_text, days_are_followed_by_hours_when_there_are_any)
 {
     EXPECT_EQ(ago(100000), "1d3h");
     EXPECT_EQ(ago(86400 + 4 * 3600 + 59 * 60), "1d4h");
+    // One or two hours alone go on with minutes; behind a day, even a single one, they end the text.
+    EXPECT_EQ(ago(86400 + 3600 + 5 * 60), "1d1h");
+    EXPECT_EQ(ago(86400 + 2 * 3600 + 59 * 60 + 59), "1d2h");
     EXPECT_EQ(ago(31 * 86400 - 1), "30d23h");
 }
 
