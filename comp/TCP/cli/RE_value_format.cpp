@@ -1,6 +1,7 @@
 #include "RE_value_format.h"
 
 #include "RE_row_writer.h"
+#include "RE_time_zone.h"
 #include "RE_viewer_reader.h"
 
 #include <array>
@@ -189,9 +190,7 @@ const char* get_time_str(int t)
 
 char* put_time(char* at, int t)
 {
-    const std::time_t moment = t;
-    std::tm local{};
-    localtime_r(&moment, &local);
+    const std::tm local = RE_local_time(t);
     // Two digits, with the zero in front that a day or an hour may need.
     const auto put_two = [&at](int value, char next) {
         at = put_char(put_char(at, static_cast<char>('0' + value / 10)), static_cast<char>('0' + value % 10));
