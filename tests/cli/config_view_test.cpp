@@ -251,6 +251,28 @@ TEST_F(config_view, says_that_a_file_without_permission_could_not_be_opened)
     EXPECT_EQ(file_part(), " Config file open failed \n");
 }
 
+// As it happens to a viewer that was started without standard input.
+TEST_F(config_view, shows_a_file_that_got_descriptor_0)
+{
+    const int standard_input = dup(STDIN_FILENO);
+    fake_system_calls::open = [](const char*, int) { return STDIN_FILENO; };
+    fake_system_calls::fstat = [](int, struct stat* status) {
+        status->st_size = 4;
+        return 0;
+    };
+    fake_system_calls::read = [](int fd, void* buffer, std::size_t size) -> ssize_t {
+        EXPECT_EQ(fd, STDIN_FILENO);
+        EXPECT_EQ(size, 4);
+        std::memcpy(buffer, "x=1\n", 4);
+        return 4;
+    };
+    EXPECT_EQ(file_part(), "x=1\n");
+    if (standard_input >= 0) {
+        dup2(standard_input, STDIN_FILENO);
+        close(standard_input);
+    }
+}
+
 TEST_F(config_view, opens_the_file_so_that_nothing_waits_and_nothing_inherits_it)
 {
     show_file_with("");

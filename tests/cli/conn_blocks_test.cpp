@@ -469,7 +469,7 @@ TEST_F(conn_blocks, nack_causes_without_messages_are_left_out)
 TEST_F(conn_blocks, any_converted_section_blames_conversion_for_all_invalid_ones)
 {
     set(RE_STAT_CONN_ID_NUM_INVALID_SECTIONS, 5);
-    set(RE_STAT_CONN_ID_NUM_CONVERT_INVALID_SECTIONS, 2);
+    set(RE_STAT_CONN_ID_NUM_CONVERT_INVALID_SECTIONS, 1);
     EXPECT_NE(detail().find("\n  Invalidated 5 sections (5 due to converted cache) \n"), std::string::npos);
 }
 

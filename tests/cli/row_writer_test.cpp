@@ -76,6 +76,36 @@ TEST(row_field, puts_a_number_at_the_right_as_printf_does)
     }
 }
 
+TEST(row_field, puts_an_unsigned_number_as_printf_does)
+{
+    std::mt19937_64 random(4);
+    for (int round = 0; round < 20000; ++round) {
+        const unsigned long long number = random() >> (random() % 64);
+        ASSERT_EQ(put_by([number](char* at) { return put_unsigned(at, number); }), printed("%llu", number));
+        for (const int width : {0, 6, 10, 16}) {
+            ASSERT_EQ(put_by([&](char* at) { return put_unsigned_right(at, number, static_cast<std::size_t>(width)); }),
+                      printed("%*llu", width, number));
+        }
+    }
+    EXPECT_EQ(put_by([](char* at) { return put_unsigned(at, 18446744073709551615ULL); }), "18446744073709551615");
+    EXPECT_EQ(put_by([](char* at) { return put_unsigned_right(at, 99999999, 10); }), "  99999999");
+    EXPECT_EQ(put_by([](char* at) { return put_unsigned_right(at, 100000000, 10); }), " 100000000");
+}
+
+TEST(row_field, puts_any_ratio_as_printf_does)
+{
+    std::mt19937_64 random(6);
+    for (int round = 0; round < 200000; ++round) {
+        const unsigned long long large = (random() >> (random() % 64)) + 1;
+        const unsigned long long small = large - random() % large;
+        const float ratio = static_cast<float>(large - small) * 100.0F / static_cast<float>(large);
+        const std::string expected =
+            ratio > 0.0F && ratio < 0.0001F ? "<0.01%" : printed("%6.2f%%", static_cast<double>(ratio));
+        ASSERT_EQ(put_by([&](char* at) { return put_in_out_ratio(at, large, small, true); }), expected)
+            << large << " " << small;
+    }
+}
+
 TEST(row_field, puts_text_at_the_left_as_printf_does)
 {
     for (std::size_t length = 0; length < 40; ++length) {

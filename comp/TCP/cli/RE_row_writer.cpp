@@ -10,6 +10,14 @@ char* put_long_number_right(char* at, int number, std::size_t width)
     return put_text(at + width - std::min(width, length), {text, length});
 }
 
+char* put_long_unsigned_right(char* at, unsigned long long number, std::size_t width)
+{
+    char text[max_unsigned_digits];
+    const auto length = static_cast<std::size_t>(put_unsigned(text, number) - text);
+    std::memset(at, ' ', max_field_width);
+    return put_text(at + width - std::min(width, length), {text, length});
+}
+
 char* RE_row_writer::begin_row()
 {
     if (sizeof m_buffer - m_length < max_row) {

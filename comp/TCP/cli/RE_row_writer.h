@@ -19,6 +19,7 @@
 inline constexpr std::size_t max_field_width = 16;
 
 inline constexpr std::size_t max_digits = 11; // "-2147483648"
+inline constexpr std::size_t max_unsigned_digits = 20;
 
 // "%c"
 inline char* put_char(char* at, char c)
@@ -97,6 +98,33 @@ inline char* put_number_left(char* at, int number, std::size_t width)
     char* const end = put_number(at, number);
     std::memset(end, ' ', max_field_width);
     return std::max(end, at + width);
+}
+
+// put_unsigned_right for what has more than eight digits.
+char* put_long_unsigned_right(char* at, unsigned long long number, std::size_t width);
+
+// "%llu"
+inline char* put_unsigned(char* at, unsigned long long number)
+{
+    if (number >= packed_digits::end_of_range) {
+        return std::to_chars(at, at + max_unsigned_digits, number).ptr;
+    }
+    const packed_digits digits(static_cast<unsigned int>(number));
+    digits.put(at);
+    return at + digits.length();
+}
+
+// "%10llu" for a width of 10.
+inline char* put_unsigned_right(char* at, unsigned long long number, std::size_t width)
+{
+    if (number >= packed_digits::end_of_range) {
+        return put_long_unsigned_right(at, number, width);
+    }
+    const packed_digits digits(static_cast<unsigned int>(number));
+    std::memset(at, ' ', max_field_width);
+    at += width - std::min(width, digits.length());
+    digits.put(at);
+    return at + digits.length();
 }
 
 // put_number_right for what is negative or has more than four digits.

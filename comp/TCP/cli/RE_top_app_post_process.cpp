@@ -1,5 +1,6 @@
 #include "RE_top_app_post_process.h"
 
+#include "RE_row_writer.h"
 #include "RE_top_app_names.h"
 #include "RE_value_format.h"
 
@@ -7,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 namespace {
 
@@ -37,6 +39,13 @@ const RE_stat_policy_engine_header* names_of(const RE_stat_app_struct& record)
     return found == g_stat_handler_policy_engine_map.end() ? nullptr : &found->second;
 }
 
+// A name without its NUL ends at its array's end.
+template <std::size_t Size>
+std::string_view text_of(const char (&name)[Size])
+{
+    return {name, strnlen(name, Size)};
+}
+
 // A port that is the client's is marked.
 const char* source_port_mark(const RE_stat_app_header& header, const char* no_mark)
 {
@@ -61,30 +70,43 @@ bool is_text_form(const RE_kav_peer_id& id, const char* text)
     return true;
 }
 
-void print_traffic_line(FILE* out, const char* label, unsigned long long messages, unsigned long long in,
-                        unsigned long long out_size, bool b_encode)
+// Entries are put together as rows are: a log may have millions of them. No entry has half as many bytes.
+constexpr std::size_t max_entry = 2048;
+
+// "%s: msg: %10llu, in: %s, out: %s, ratio: %s\n"
+char* put_traffic_line(char* at, std::string_view label, unsigned long long messages, unsigned long long in,
+                       unsigned long long out, bool b_encode)
 {
-    std::fprintf(out, "%s: msg: %10llu, in: %s, out: %s, ratio: %s\n", label, messages, get_data_size_str(in).c_str(),
-                 get_data_size_str(out_size).c_str(), get_in_out_ratio_str(in, out_size, b_encode).c_str());
+    at = put_text(at, label);
+    at = put_text(at, ": msg: ");
+    at = put_unsigned_right(at, messages, 10);
+    at = put_text(at, ", in: ");
+    at = put_data_size(at, in);
+    at = put_text(at, ", out: ");
+    at = put_data_size(at, out);
+    at = put_text(at, ", ratio: ");
+    at = put_in_out_ratio(at, in, out, b_encode);
+    return put_char(at, '\n');
 }
 
-void print_traffic_lines(FILE* out, const counters& c)
+template <typename counter>
+char* put_traffic_lines(char* at, const counter* c)
 {
-    std::fputs("Encode:\n", out);
-    print_traffic_line(out, "   Overall", c[RE_STAT_APP_ID_ENCODE_NUM_MSGS], c[RE_STAT_APP_ID_ENCODE_IN_KBYTES],
-                       c[RE_STAT_APP_ID_ENCODE_OUT_KBYTES], true);
-    print_traffic_line(out, "       KAV", c[RE_STAT_APP_ID_RE_ENCODE_NUM_MSGS], c[RE_STAT_APP_ID_RE_ENCODE_IN_KBYTES],
-                       c[RE_STAT_APP_ID_RE_ENCODE_OUT_KBYTES], true);
-    print_traffic_line(out, "        LZ", c[RE_STAT_APP_ID_LZ_ENCODE_NUM_MSGS], c[RE_STAT_APP_ID_LZ_ENCODE_IN_KBYTES],
-                       c[RE_STAT_APP_ID_LZ_ENCODE_OUT_KBYTES], true);
-    std::fputs("Decode:\n", out);
-    print_traffic_line(out, "   Overall", c[RE_STAT_APP_ID_DECODE_NUM_MSGS], c[RE_STAT_APP_ID_DECODE_IN_KBYTES],
-                       c[RE_STAT_APP_ID_DECODE_OUT_KBYTES], false);
-    print_traffic_line(out, "       KAV", c[RE_STAT_APP_ID_RE_DECODE_NUM_MSGS], c[RE_STAT_APP_ID_RE_DECODE_IN_KBYTES],
-                       c[RE_STAT_APP_ID_RE_DECODE_OUT_KBYTES], false);
-    print_traffic_line(out, "        LZ", c[RE_STAT_APP_ID_LZ_DECODE_NUM_MSGS], c[RE_STAT_APP_ID_LZ_DECODE_IN_KBYTES],
-                       c[RE_STAT_APP_ID_LZ_DECODE_OUT_KBYTES], false);
-    std::fputs("\n", out);
+    at = put_text(at, "Encode:\n");
+    at = put_traffic_line(at, "   Overall", c[RE_STAT_APP_ID_ENCODE_NUM_MSGS], c[RE_STAT_APP_ID_ENCODE_IN_KBYTES],
+                          c[RE_STAT_APP_ID_ENCODE_OUT_KBYTES], true);
+    at = put_traffic_line(at, "       KAV", c[RE_STAT_APP_ID_RE_ENCODE_NUM_MSGS], c[RE_STAT_APP_ID_RE_ENCODE_IN_KBYTES],
+                          c[RE_STAT_APP_ID_RE_ENCODE_OUT_KBYTES], true);
+    at = put_traffic_line(at, "        LZ", c[RE_STAT_APP_ID_LZ_ENCODE_NUM_MSGS], c[RE_STAT_APP_ID_LZ_ENCODE_IN_KBYTES],
+                          c[RE_STAT_APP_ID_LZ_ENCODE_OUT_KBYTES], true);
+    at = put_text(at, "Decode:\n");
+    at = put_traffic_line(at, "   Overall", c[RE_STAT_APP_ID_DECODE_NUM_MSGS], c[RE_STAT_APP_ID_DECODE_IN_KBYTES],
+                          c[RE_STAT_APP_ID_DECODE_OUT_KBYTES], false);
+    at = put_traffic_line(at, "       KAV", c[RE_STAT_APP_ID_RE_DECODE_NUM_MSGS], c[RE_STAT_APP_ID_RE_DECODE_IN_KBYTES],
+                          c[RE_STAT_APP_ID_RE_DECODE_OUT_KBYTES], false);
+    at = put_traffic_line(at, "        LZ", c[RE_STAT_APP_ID_LZ_DECODE_NUM_MSGS], c[RE_STAT_APP_ID_LZ_DECODE_IN_KBYTES],
+                          c[RE_STAT_APP_ID_LZ_DECODE_OUT_KBYTES], false);
+    return put_char(at, '\n');
 }
 
 // The columns that the total line and the rows have in common.
@@ -200,26 +222,39 @@ void push_back_to_collector_and_print(std::vector<RE_stat_app_struct>& collector
 void print_top_app_entry(FILE* out, int slot, RE_stat_app_struct& record)
 {
     const RE_stat_app_header& header = record.m_header;
-    std::fprintf(out, "App-Slot: %u, ", static_cast<unsigned>(slot));
-    std::fprintf(out, "KAV_peer_id: %s (%u), Port: %u%s, Open-cnt: %u, Close-cnt: %u\n",
-                 header.m_kav_peer_id.getString().c_str(), static_cast<unsigned>(header.m_kav_peer_id.hash_u16()),
-                 static_cast<unsigned>(header.m_server_port), source_port_mark(header, ""),
-                 static_cast<unsigned>(header.m_open_cnt), static_cast<unsigned>(header.m_close_cnt));
+    char entry[max_entry];
+    // "App-Slot: %u, KAV_peer_id: %s (%u), Port: %u%s, Open-cnt: %u, Close-cnt: %u\n"
+    char* at = put_text(entry, "App-Slot: ");
+    at = put_unsigned(at, static_cast<unsigned>(slot));
+    at = put_text(at, ", KAV_peer_id: ");
+    at = put_text(at, header.m_kav_peer_id.getString());
+    at = put_text(at, " (");
+    at = put_unsigned(at, header.m_kav_peer_id.hash_u16());
+    at = put_text(at, "), Port: ");
+    at = put_unsigned(at, header.m_server_port);
+    at = put_text(at, source_port_mark(header, ""));
+    at = put_text(at, ", Open-cnt: ");
+    at = put_unsigned(at, header.m_open_cnt);
+    at = put_text(at, ", Close-cnt: ");
+    at = put_unsigned(at, header.m_close_cnt);
+    at = put_char(at, '\n');
     if (const RE_stat_policy_engine_header* const names = names_of(record)) {
-        std::fprintf(out, "Classifier: %.41s, Application: %.41s\n", names->m_policy_engine_classifier_name,
-                     names->m_policy_engine_application_name);
+        at = put_text(at, "Classifier: ");
+        at = put_text(at, text_of(names->m_policy_engine_classifier_name));
+        at = put_text(at, ", Application: ");
+        at = put_text(at, text_of(names->m_policy_engine_application_name));
+        at = put_char(at, '\n');
     }
-    counters c{};
-    std::copy(std::begin(record.m_id_array), std::end(record.m_id_array), c.begin());
-    print_traffic_lines(out, c);
+    at = put_traffic_lines(at, record.m_id_array);
+    std::fwrite(entry, 1, static_cast<std::size_t>(at - entry), out);
 }
 
 void print_top_app_entry_total(FILE* out, unsigned long long* totals)
 {
-    std::fputs("Total:\n", out);
-    counters c{};
-    std::copy_n(totals, c.size(), c.begin());
-    print_traffic_lines(out, c);
+    char entry[max_entry];
+    char* at = put_text(entry, "Total:\n");
+    at = put_traffic_lines(at, totals);
+    std::fwrite(entry, 1, static_cast<std::size_t>(at - entry), out);
 }
 
 void print_aggregated_vector(FILE* out, std::vector<RE_stat_app_struct>& rows, int top, unsigned long long* totals)

@@ -5,6 +5,7 @@
 #include "RE_viewer_reader.h"
 
 #include <array>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -86,14 +87,16 @@ std::string get_data_size_str(long long size)
 std::string get_data_size_str(unsigned long long size_in_KB)
 {
     char buf[32];
-    if (size_in_KB > static_cast<unsigned long long>(bound_of_third_unit)) {
-        std::snprintf(buf, sizeof buf, "%6llu GB", size_in_KB >> 20);
-    } else if (size_in_KB > static_cast<unsigned long long>(bound_of_second_unit)) {
-        std::snprintf(buf, sizeof buf, "%6llu MB", size_in_KB >> 10);
-    } else {
-        std::snprintf(buf, sizeof buf, "%6llu KB", size_in_KB);
-    }
-    return buf;
+    return {buf, put_data_size(buf, size_in_KB)};
+}
+
+char* put_data_size(char* at, unsigned long long size_in_KB)
+{
+    const int unit = (size_in_KB > static_cast<unsigned long long>(bound_of_second_unit)) +
+                     (size_in_KB > static_cast<unsigned long long>(bound_of_third_unit));
+    at = put_unsigned_right(at, size_in_KB >> (10 * unit), 6);
+    std::memcpy(at, &" KB MB GB"[3 * unit], 3);
+    return at + 3;
 }
 
 std::string get_conn_byte_summary(long long size)
@@ -128,13 +131,24 @@ const char* get_in_out_ratio_str(long long in_bytes, long long out_bytes, bool b
 
 std::string get_in_out_ratio_str(unsigned long long in_bytes, unsigned long long out_bytes, bool b_encode)
 {
+    char buf[32];
+    return {buf, put_in_out_ratio(buf, in_bytes, out_bytes, b_encode)};
+}
+
+// "%6.2f%%" of a ratio from 0 to 100. A hundred times a number of single precision is exact in double precision, so
+// that rounding it rounds as printf does.
+char* put_in_out_ratio(char* at, unsigned long long in_bytes, unsigned long long out_bytes, bool b_encode)
+{
     const float ratio = reduction(in_bytes, out_bytes, b_encode);
     if (is_nearly_zero(ratio)) {
-        return "<0.01%";
+        return put_text(at, "<0.01%");
     }
-    char buf[256];
-    std::snprintf(buf, sizeof buf, "%6.2f%%", static_cast<double>(ratio));
-    return buf;
+    const auto hundredths = static_cast<int>(std::lrint(static_cast<double>(ratio) * 100.0));
+    at = put_number_right(at, hundredths / 100, 3);
+    at = put_char(at, '.');
+    at = put_char(at, static_cast<char>('0' + hundredths / 10 % 10));
+    at = put_char(at, static_cast<char>('0' + hundredths % 10));
+    return put_char(at, '%');
 }
 
 const char* get_age_str(long long cache_time)

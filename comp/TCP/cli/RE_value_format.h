@@ -18,6 +18,9 @@ std::string get_data_size_str(long long size);
 // A kilobyte count in six columns and a unit, GB, MB or KB, with the same two bounds.
 std::string get_data_size_str(unsigned long long size_in_KB);
 
+// The same as a field of a row. `at`: 32 free bytes.
+char* put_data_size(char* at, unsigned long long size_in_KB);
+
 // A byte count in four columns for the connection table: "1024B", "   1KB". A unit starts above 1024 of the one before.
 std::string get_conn_byte_summary(long long size);
 
@@ -31,6 +34,9 @@ const char* get_in_out_ratio_str(long long in_bytes, long long out_bytes, bool b
 
 // The ratio alone: " 75.00%". Here one side of 0 gives "100.00%" and only both give "  0.00%".
 std::string get_in_out_ratio_str(unsigned long long in_bytes, unsigned long long out_bytes, bool b_encode);
+
+// The same as a field of a row. `at`: 32 free bytes.
+char* put_in_out_ratio(char* at, unsigned long long in_bytes, unsigned long long out_bytes, bool b_encode);
 
 // How long ago a moment (seconds since the epoch; 0 or less: not known, printed as "0s") was: "2h3m4s", "1d3h", "45d".
 const char* get_age_str(long long cache_time);

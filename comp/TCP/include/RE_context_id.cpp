@@ -26,6 +26,23 @@ Word xor_of_little_endian_words(const unsigned char* bytes, std::size_t size)
     return result;
 }
 
+// Two digits for each byte. separators: what stands behind each byte but the last, a blank for nothing.
+template <std::size_t Size>
+std::string hex_text(const unsigned char (&bytes)[Size], const char (&separators)[Size])
+{
+    constexpr char digits[] = "0123456789abcdef";
+    char text[3 * Size];
+    char* end = text;
+    for (std::size_t at = 0; at < Size; ++at) {
+        *end++ = digits[bytes[at] >> 4U];
+        *end++ = digits[bytes[at] & 15U];
+        if (at + 1 < Size && separators[at] != ' ') {
+            *end++ = separators[at];
+        }
+    }
+    return {text, end};
+}
+
 } // namespace
 
 RE_mac_id::RE_mac_id(const unsigned char* bytes) : RE_mac_id_t{}
@@ -84,10 +101,7 @@ int RE_mac_id::compare(const RE_mac_id_t& other) const
 
 std::string RE_mac_id::getString() const
 {
-    char text[text_length + 1];
-    std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", m_data[0], m_data[1], m_data[2], m_data[3],
-                  m_data[4], m_data[5]);
-    return text;
+    return hex_text(m_data, ":::::");
 }
 
 RE_kav_peer_id::RE_kav_peer_id(const RE_kav_peer_id_t& id) : RE_kav_peer_id_t(id)
@@ -115,11 +129,7 @@ std::uint16_t RE_kav_peer_id::hash_u16() const
 
 std::string RE_kav_peer_id::getString() const
 {
-    char text[text_length + 1];
-    std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x-%02x%02x%02x%02x%02x%02x-%02x%02x%02x%02x",
-                  m_data[0], m_data[1], m_data[2], m_data[3], m_data[4], m_data[5], m_data[6], m_data[7], m_data[8],
-                  m_data[9], m_data[10], m_data[11], m_data[12], m_data[13], m_data[14], m_data[15]);
-    return text;
+    return hex_text(m_data, ":::::-     -   ");
 }
 
 RE_context_id::RE_context_id(const RE_mac_id& first, const RE_mac_id& second, const RE_param_id& param)
