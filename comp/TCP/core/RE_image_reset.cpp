@@ -8,7 +8,8 @@
 namespace {
 
 // Which counters of one enumeration a reset of the totals sets to 0: all but current values, and no place of the array
-// that no line describes. Worked out by the compiler, as the descriptions' texts are no use to programs that only reset.
+// that no line describes. Worked out by the compiler, as the descriptions' texts are no use to programs that only
+// reset.
 template <std::size_t Size, std::size_t Lines>
 constexpr std::array<bool, Size> totals_among(const RE_stat_counter_info (&infos)[Lines])
 {
