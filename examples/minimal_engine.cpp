@@ -1,7 +1,7 @@
 // The smallest engine that viewers can report on: one peer, one connection, one message a second. Build it with
 //     c++ -std=c++20 minimal_engine.cpp $(pkg-config --cflags --libs kav_core)
-// run it, and look at it with `exec_show_stats_kav global-info` and `exec_show_stats_kav conn last`. Ctrl-C ends it; its
-// statistics go with it, however it ends.
+// run it, and look at it with `exec_show_stats_kav global-info` and `exec_show_stats_kav conn last`. Ctrl-C ends it;
+// its statistics go with it, however it ends.
 #include <RE_stat_writer.h>
 
 #include <unistd.h>
