@@ -1,11 +1,10 @@
 // The manual pages against the programs that they are about, and against the programs that display them.
+#include "shell.h"
+
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <memory>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -17,28 +16,6 @@ namespace {
 const std::string source_folder = KAV_SOURCE_DIR;
 const std::string page_folder = KAV_MAN_DIR;
 const std::string program_folder = KAV_BIN_DIR;
-
-std::string output_of(const std::string& command)
-{
-    struct pipe_closer
-    {
-        void operator()(FILE* pipe) const { pclose(pipe); }
-    };
-    const std::unique_ptr<FILE, pipe_closer> pipe(popen(("{ " + command + "; } 2>&1").c_str(), "r"));
-    std::string output;
-    char block[4096];
-    while (const std::size_t length = std::fread(block, 1, sizeof block, pipe.get())) {
-        output.append(block, length);
-    }
-    return output;
-}
-
-std::string contents_of(const std::filesystem::path& path)
-{
-    std::ifstream file(path);
-    EXPECT_TRUE(file) << path;
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
 
 std::string replace_all(const std::string& text, const char* pattern, const std::string& replacement)
 {
