@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <regex>
 #include <string>
 
 namespace {
@@ -38,6 +39,21 @@ TEST(completion, the_first_word_is_a_command)
     EXPECT_EQ(offered("exec_show_stats_kav glo"), "global-info global-detail");
     EXPECT_EQ(offered("exec_show_stats_kav conn"), "connection conn");
     EXPECT_EQ(offered("exec_show_stats_kav x"), "");
+}
+
+// The order is part of the viewer's grammar, and completion recognises words by the same rule.
+TEST(completion, commands_are_the_viewers_in_its_order)
+{
+    const std::string source = contents_of(KAV_SOURCE_DIR "/comp/TCP/cli/RE_exec_show_stats_kav.cpp");
+    const std::size_t begin = source.find("constexpr command commands[]");
+    ASSERT_NE(begin, std::string::npos);
+    const std::string table = source.substr(begin, source.find("};", begin) - begin);
+    std::string words = "read-file"; // which the viewer looks for first
+    const std::regex word("\\{\"([a-z-]+)\",");
+    for (std::sregex_iterator at(table.begin(), table.end(), word), end; at != end; ++at) {
+        words += " " + (*at)[1].str();
+    }
+    EXPECT_EQ(offered("exec_show_stats_kav "), words);
 }
 
 TEST(completion, commands_that_stand_alone_take_nothing)
