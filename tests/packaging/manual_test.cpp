@@ -128,7 +128,7 @@ bool is_exempt(const std::string& literal)
         "/dev/null",                            //
         " Id    No%55s%14s\\n",                 // the second half of two headings that the page has in one
     };
-    return exempt.count(literal) != 0 || literal.starts_with("argv[");
+    return exempt.contains(literal) || literal.starts_with("argv[");
 }
 
 // The usage text has a test of its own; no report of the viewer prints the accounting of memory by module.
