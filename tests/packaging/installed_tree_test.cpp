@@ -85,8 +85,8 @@ TEST_F(installed_tree, the_example_builds_with_cmake)
     const temporary_folder folder;
     int status = 0;
     const std::string output =
-        output_of("cmake -S '" KAV_SOURCE_DIR "/examples' -B '" + folder.path().string() + "' -DCMAKE_PREFIX_PATH='" +
-                      prefix() + "' && cmake --build '" + folder.path().string() + "'",
+        output_of("cmake -G Ninja -S '" KAV_SOURCE_DIR "/examples' -B '" + folder.path().string() +
+                      "' -DCMAKE_PREFIX_PATH='" + prefix() + "' && cmake --build '" + folder.path().string() + "'",
                   &status);
     ASSERT_EQ(status, 0) << output;
     expect_reports_of_minimal_engine(reports_of_engine(folder.path() / "minimal_engine"));
@@ -142,7 +142,7 @@ int main()
            "target_link_libraries(program kav::model)\n";
     const std::string place = folder.path();
     int status = 0;
-    std::string output = output_of("cmake -S '" + place + "' -B '" + place + "/build' -DCMAKE_PREFIX_PATH='" +
+    std::string output = output_of("cmake -G Ninja -S '" + place + "' -B '" + place + "/build' -DCMAKE_PREFIX_PATH='" +
                                        prefix() + "' && cmake --build '" + place + "/build'",
                                    &status);
     ASSERT_EQ(status, 0) << output;
