@@ -1,4 +1,4 @@
-// The least that a program can do: started by bench_startup to compare with.
+// The least that a program can do: what every report is measured against.
 #include <cstdio>
 
 int main()

@@ -190,7 +190,8 @@ const char* get_time_str(int t)
 
 char* put_time(char* at, int t)
 {
-    const std::tm local = RE_local_time(t);
+    std::tm local;
+    RE_local_time(t, local);
     // Two digits, with the zero in front that a day or an hour may need.
     const auto put_two = [&at](int value, char next) {
         at = put_char(put_char(at, static_cast<char>('0' + value / 10)), static_cast<char>('0' + value % 10));

@@ -3,6 +3,7 @@
 #include "RE_bypass_table.h"
 #include "RE_ip.h"
 #include "RE_sequence.h"
+#include "RE_time_zone.h"
 
 #include <algorithm>
 #include <cinttypes>
@@ -35,8 +36,7 @@ moment_text text_of(std::int64_t moment)
     const auto seconds = static_cast<std::time_t>(moment);
     std::tm local{};
     // A moment beyond what a calendar can hold comes from garbage; it prints as a number.
-    if (localtime_r(&seconds, &local) == nullptr ||
-        std::strftime(result.text, sizeof result.text, "%m/%d/%Y %T", &local) == 0) {
+    if (!RE_local_time(seconds, local) || std::strftime(result.text, sizeof result.text, "%m/%d/%Y %T", &local) == 0) {
         std::snprintf(result.text, sizeof result.text, "%" PRId64, moment);
     }
     return result;

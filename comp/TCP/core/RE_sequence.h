@@ -36,15 +36,25 @@ void store_release(Value* place, Value value)
     __atomic_store_n(place, value, __ATOMIC_RELEASE);
 }
 
-// Copies the words of a record behind its counter. Row: starts with `std::uint32_t sequence`, a whole number of words.
+// A record behind its counter: one word of 32 bits, then words of 64. Both sides go by the same words. Row: starts with
+// `std::uint32_t sequence`, and stands on a multiple of 8 bytes.
+template <typename Row>
+constexpr void check_record()
+{
+    static_assert(sizeof(Row) % sizeof(std::uint64_t) == 0 && offsetof(Row, sequence) == 0);
+}
+
+// Copies the words of a record behind its counter.
 template <typename Row>
 void load_words(const Row* from, Row& to)
 {
-    static_assert(sizeof(Row) % sizeof(std::uint32_t) == 0 && offsetof(Row, sequence) == 0);
-    const auto* const words = reinterpret_cast<const std::uint32_t*>(from);
+    check_record<Row>();
     auto* const bytes = reinterpret_cast<unsigned char*>(&to);
-    for (std::size_t at = 1; at < sizeof(Row) / sizeof(std::uint32_t); ++at) {
-        const std::uint32_t word = load_acquire(words + at);
+    const std::uint32_t first = load_acquire(reinterpret_cast<const std::uint32_t*>(from) + 1);
+    std::memcpy(bytes + sizeof first, &first, sizeof first);
+    const auto* const words = reinterpret_cast<const std::uint64_t*>(from);
+    for (std::size_t at = 1; at < sizeof(Row) / sizeof(std::uint64_t); ++at) {
+        const std::uint64_t word = load_acquire(words + at);
         std::memcpy(bytes + at * sizeof word, &word, sizeof word);
     }
 }
@@ -52,11 +62,14 @@ void load_words(const Row* from, Row& to)
 template <typename Row>
 void store_words(Row* to, const Row& from)
 {
-    static_assert(sizeof(Row) % sizeof(std::uint32_t) == 0 && offsetof(Row, sequence) == 0);
-    auto* const words = reinterpret_cast<std::uint32_t*>(to);
+    check_record<Row>();
     const auto* const bytes = reinterpret_cast<const unsigned char*>(&from);
-    for (std::size_t at = 1; at < sizeof(Row) / sizeof(std::uint32_t); ++at) {
-        std::uint32_t word = 0;
+    std::uint32_t first = 0;
+    std::memcpy(&first, bytes + sizeof first, sizeof first);
+    store_release(reinterpret_cast<std::uint32_t*>(to) + 1, first);
+    auto* const words = reinterpret_cast<std::uint64_t*>(to);
+    for (std::size_t at = 1; at < sizeof(Row) / sizeof(std::uint64_t); ++at) {
+        std::uint64_t word = 0;
         std::memcpy(&word, bytes + at * sizeof word, sizeof word);
         store_release(words + at, word);
     }

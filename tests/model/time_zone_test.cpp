@@ -234,6 +234,15 @@ TEST_F(time_zone_of_the_machine, of_every_zone_there_is_agrees_with_the_c_librar
     EXPECT_GT(answers, questions / 3); // the rest are leap seconds, and years to come
 }
 
+TEST_F(time_zone_of_the_machine, goes_beyond_32_bits_as_far_as_a_calendar_does)
+{
+    std::tm local{};
+    ASSERT_TRUE(RE_local_time(std::time_t{INT_MAX} + 1 + 86400, local));
+    EXPECT_EQ(local.tm_year, 138);
+    EXPECT_FALSE(RE_local_time(std::time_t{1} << 62U, local));
+    EXPECT_FALSE(RE_local_time(-(std::time_t{1} << 62U), local));
+}
+
 TEST_F(time_zone_of_the_machine, gives_the_local_time_of_the_c_library)
 {
     std::mt19937 random(8);
@@ -241,7 +250,8 @@ TEST_F(time_zone_of_the_machine, gives_the_local_time_of_the_c_library)
         const std::time_t moment = static_cast<std::int32_t>(random());
         std::tm expected{};
         localtime_r(&moment, &expected);
-        const std::tm local = RE_local_time(moment);
+        std::tm local{};
+        ASSERT_TRUE(RE_local_time(moment, local));
         ASSERT_EQ(local.tm_year, expected.tm_year) << moment;
         ASSERT_EQ(local.tm_mon, expected.tm_mon) << moment;
         ASSERT_EQ(local.tm_mday, expected.tm_mday) << moment;

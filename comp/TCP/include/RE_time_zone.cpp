@@ -156,14 +156,13 @@ const RE_time_zone& system_zone()
 
 } // namespace
 
-std::tm RE_local_time(std::time_t moment)
+bool RE_local_time(std::time_t moment, std::tm& local)
 {
-    std::tm local{};
-    const std::optional<int> offset =
-        std::getenv("TZ") == nullptr ? system_zone().offset_at(moment) : std::optional<int>();
+    local = {};
+    const bool b_ours = moment == static_cast<std::int32_t>(moment) && std::getenv("TZ") == nullptr;
+    const std::optional<int> offset = b_ours ? system_zone().offset_at(moment) : std::optional<int>();
     if (!offset) {
-        localtime_r(&moment, &local);
-        return local;
+        return localtime_r(&moment, &local) != nullptr;
     }
     const std::chrono::sys_seconds clock{std::chrono::seconds(moment + *offset)};
     const auto day = std::chrono::floor<std::chrono::days>(clock);
@@ -175,5 +174,5 @@ std::tm RE_local_time(std::time_t moment)
     local.tm_hour = static_cast<int>(time.hours().count());
     local.tm_min = static_cast<int>(time.minutes().count());
     local.tm_sec = static_cast<int>(time.seconds().count());
-    return local;
+    return true;
 }

@@ -1,6 +1,6 @@
 // Local time as the system's zone file has it, read in one go: the C library takes seven system calls and a page of
 // memory for the few dates of a report. What is beyond this reader is left to the C library: a zone named by TZ, leap
-// seconds, and the years to come of a zone whose clocks go on changing by a rule.
+// seconds, the years to come of a zone whose clocks go on changing by a rule, and moments of more than 32 bits.
 #pragma once
 
 #include <cstddef>
@@ -30,5 +30,7 @@ private:
     bool b_known_after_last = false;        // the last transition's type holds for ever
 };
 
-// `moment` (seconds since the epoch) on the clocks of this machine. Reads /etc/localtime at the first call.
-std::tm RE_local_time(std::time_t moment);
+// The date and the time of day of `moment` (seconds since the epoch) on the clocks of this machine; the weekday and
+// what else a calendar knows may be left at 0. False for a moment that no calendar can hold. Reads /etc/localtime at
+// the first call.
+bool RE_local_time(std::time_t moment, std::tm& local);

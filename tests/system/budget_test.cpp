@@ -1,0 +1,69 @@
+// What a report may cost, in figures that are the same on every machine. Times are for script/bench.
+#include "viewer_test.h"
+
+#ifdef KAV_STATIC_VIEWER
+
+#include "program_cost.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+const std::vector<std::string> one_shot_words[] = {
+    {"global-info"},    {"global-detail"}, {"peer"},       {"peer", "detail"}, {"conn"},
+    {"conn", "detail"}, {"nack"},          {"config"},     {"brief-config"},   {"top-app"},
+    {"kav-bypass"},     {"conn", "last"},  {"connection"}, {"tech-support"},   {"top-app", "detail"},
+};
+
+class budget : public viewer_test
+{
+protected:
+    // The machine's own zone, as for an operator.
+    budget() { unsetenv("TZ"); }
+
+    static program_words viewer(const std::vector<std::string>& arguments)
+    {
+        program_words words = {built_program("exec_show_stats_kav")};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        return words;
+    }
+
+    static std::string text_of(const std::vector<std::string>& words)
+    {
+        std::string text;
+        for (const std::string& word : words) {
+            text += word + " ";
+        }
+        return text;
+    }
+};
+
+} // namespace
+
+TEST_F(budget, of_a_report_is_25_system_calls_and_one_write)
+{
+    for (const auto& words : one_shot_words) {
+        const program_cost cost = watched_run(viewer(words));
+        EXPECT_LE(cost.system_calls, 25) << text_of(words);
+        EXPECT_EQ(cost.write_calls, 1) << text_of(words);
+    }
+}
+
+TEST_F(budget, of_a_report_is_40_page_faults_and_1_MB)
+{
+    for (const auto& words : one_shot_words) {
+        EXPECT_LE(timed_run(viewer(words)).page_faults, 40) << text_of(words);
+        EXPECT_LE(watched_run(viewer(words)).resident, 1024) << text_of(words);
+    }
+}
+
+// Counting takes seconds, so the longest reports stand for all.
+TEST_F(budget, of_a_report_is_600000_instructions)
+{
+    for (const std::vector<std::string>& words : {std::vector<std::string>{"global-detail"}, {"tech-support"}}) {
+        EXPECT_LE(count_instructions(viewer(words)), 600000) << text_of(words);
+    }
+}
+
+#endif
