@@ -1,0 +1,49 @@
+// The smallest engine that viewers can report on: one peer, one connection, one message a second. Build it with
+//     c++ -std=c++20 minimal_engine.cpp $(pkg-config --cflags --libs kav_core)
+// run it, and look at it with `exec_show_stats_kav global-info` and `exec_show_stats_kav conn last`. Ctrl-C ends it;
+// its statistics go with it, however it ends.
+#include <RE_stat_writer.h>
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+static volatile std::sig_atomic_t b_stop = 0;
+
+int main()
+{
+    std::signal(SIGINT, [](int) { b_stop = 1; });
+    std::signal(SIGTERM, [](int) { b_stop = 1; });
+
+    RE_stat_writer statistics;
+    if (const int error = statistics.create(RE_stat_limits{}, std::time(nullptr)); error != 0) {
+        std::fprintf(stderr, "minimal_engine: %s\n", std::strerror(-error)); // EBUSY: an engine runs already
+        return 1;
+    }
+    statistics.set_global(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_ACTIVE);
+    const int peer = statistics.add_peer(1, RE_stat_peer_header{});
+
+    RE_stat_conn_header ends{};
+    ends.m_conn_id = 1;
+    ends.m_client_ip = 0xc000020a; // 192.0.2.10, first octet most significant
+    ends.m_client_port = 40000;
+    ends.m_server_ip = 0xc6336414; // 198.51.100.20
+    ends.m_server_port = 80;
+    SO_stat_conn_header transport{};
+    transport.m_comp_type = 3; // connections without a compression type are not listed
+    const int conn = statistics.open_conn(peer, ends, transport, std::time(nullptr));
+    statistics.publish(); // from here on viewers may look
+
+    while (b_stop == 0) {
+        // Each call counts for the connection, its peer and the engine.
+        statistics.add_conn_stat(conn, RE_STAT_CONN_ID_ENCODE_NUM_MSGS, 1);
+        statistics.add_conn_stat(conn, RE_STAT_CONN_ID_ENCODE_IN_BYTES, 1000);
+        statistics.add_conn_stat(conn, RE_STAT_CONN_ID_ENCODE_OUT_BYTES, 250);
+        sleep(1);
+    }
+    statistics.close_conn(conn, std::time(nullptr));
+    return 0;
+}

@@ -1,0 +1,157 @@
+// The commands in the documents do what the documents say that they do: each of them is run.
+#include "shell.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+// Commands of a document: lines of its code blocks, and what stands between backquotes in the first column of a table.
+std::vector<std::string> commands_of(const std::string& document)
+{
+    std::vector<std::string> commands;
+    bool b_block = false;
+    std::istringstream lines(document);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with("```")) {
+            b_block = line == "```" && !b_block;
+            continue;
+        }
+        std::smatch cell;
+        const bool b_cell = std::regex_search(line, cell, std::regex("^\\| (`.*`) \\|"));
+        const std::string text = b_cell ? cell[1].str() : b_block ? "`" + line + "`" : "";
+        const std::regex command("`((?:exec_show_stats_kav|kav_demo_engine|watch|script/|cmake|apt-get) ?[^`#]*)");
+        for (std::sregex_iterator at(text.begin(), text.end(), command), end; at != end; ++at) {
+            std::string found = (*at)[1];
+            found.erase(found.find_last_not_of(' ') + 1);
+            commands.push_back(found);
+        }
+    }
+    return commands;
+}
+
+// Run by script/check-package, in a Debian root of its own.
+bool is_run_elsewhere(const std::string& command)
+{
+    return command.starts_with("script/") || command.starts_with("apt-get install ./");
+}
+
+// The command with this test's own files and, for a program that never ends, an end.
+std::string runnable(std::string command, const std::string& folder)
+{
+    const auto replace = [&command](const char* pattern, const std::string& by) {
+        command = std::regex_replace(command, std::regex(pattern), by);
+    };
+    replace("^watch ", "");
+    replace("(/tmp|/var/log)/", folder + "/");
+    replace("build/release", KAV_BUILD_DIR);
+    replace("/sw/vantero", folder + "/sw/vantero");
+    if (command.starts_with("kav_demo_engine")) {
+        command = "KAV_STAT_SEGMENT=kav_documents.$$ " + command + " --duration 0.3";
+    }
+    return "export PATH='" KAV_BIN_DIR "':$PATH\ncd '" KAV_SOURCE_DIR "' && " + command;
+}
+
+class documents : public testing::TestWithParam<const char*>
+{
+};
+
+TEST_P(documents, every_command_runs)
+{
+    const temporary_folder folder;
+    const demo_engine engine("--peers 2 --top-app-log '" + (folder.path() / "top_app.log").string() + "'");
+    const std::vector<std::string> commands = commands_of(contents_of(KAV_SOURCE_DIR + std::string("/") + GetParam()));
+    EXPECT_GE(commands.size(), 2U);
+    for (const std::string& command : commands) {
+        if (is_run_elsewhere(command)) {
+            // What is run elsewhere must at least be there.
+            const std::string program = command.substr(0, command.find_first_of(" ["));
+            EXPECT_TRUE(program == "apt-get" || std::filesystem::exists(KAV_SOURCE_DIR + std::string("/") + program))
+                << command;
+            continue;
+        }
+        int status = 0;
+        const std::string output = output_of(runnable(command, folder.path()), &status);
+        EXPECT_EQ(status, 0) << command << '\n' << output;
+        // Nothing to say is right for a file that was saved and for a filter that no connection passes.
+        if (!std::regex_search(command, std::regex("save-file|conn "))) {
+            EXPECT_GT(output.size(), 0U) << command;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(each, documents,
+                         testing::Values("README.md", "CONTRIBUTING.md", "docs/man/exec_show_stats_kav.8.scd",
+                                         "docs/man/kav_demo_engine.1.scd"));
+
+// The words that begin the first column of a table, where bars inside a cell are escaped.
+std::set<std::string> words_of_first_column(const std::string& table)
+{
+    const std::regex column("^\\| ((?:[^|\\\\]|\\\\\\|)*) \\|");
+    const std::regex word("`([a-z]+(?:-[a-z]+)*)[^`]*`");
+    std::set<std::string> words;
+    std::istringstream rows(table);
+    for (std::string row; std::getline(rows, row);) {
+        std::smatch first;
+        if (std::regex_search(row, first, column)) {
+            const std::string cells = first[1];
+            for (std::sregex_iterator at(cells.begin(), cells.end(), word), end; at != end; ++at) {
+                words.insert((*at)[1]);
+            }
+        }
+    }
+    return words;
+}
+
+TEST(readme, every_command_of_its_table_of_reports_prints_one)
+{
+    const temporary_folder folder;
+    const demo_engine engine("--peers 2");
+    std::string table = contents_of(KAV_SOURCE_DIR "/README.md");
+    table = table.substr(table.find("| command | report |"));
+    table = table.substr(0, table.find("\n\n"));
+    std::set<std::string> commands = words_of_first_column(table);
+    EXPECT_EQ(commands.size(), 13U);
+    EXPECT_EQ(commands.erase("save-file"), 1U); // a file is saved before it is read
+    int status = 0;
+    const std::string saved = (folder.path() / "saved").string();
+    EXPECT_EQ(output_of("'" KAV_BIN_DIR "/exec_show_stats_kav' save-file '" + saved + "'", &status), "");
+    EXPECT_EQ(status, 0);
+    for (const std::string& command : commands) {
+        const std::string argument = command == "read-file" ? " '" + saved + "'" : "";
+        EXPECT_GT(output_of("'" KAV_BIN_DIR "/exec_show_stats_kav' " + command + argument, &status).size(), 20U)
+            << command;
+        EXPECT_EQ(status, 0) << command;
+    }
+}
+
+TEST(readme, its_report_has_the_lines_that_it_explains)
+{
+    const std::string readme = contents_of(KAV_SOURCE_DIR "/README.md");
+    const std::string report = readme.substr(readme.find("```\n==== exec_show_stats_kav global-info"));
+    const std::string block = report.substr(0, report.find("\n```\n"));
+    for (const char* text : {"Status: Usable", "Used: 24.49%", "age: 1s", "ratio:  53.80%", "ratio:  31.64%",
+                             "ratio:  56.07%", "KAV Bypass: msg:        199", "Avg latency:      0.113 ms"}) {
+        EXPECT_NE(block.find(text), std::string::npos) << text;
+    }
+}
+
+TEST(readme, every_file_that_it_links_is_there)
+{
+    for (const char* document : {"README.md", "CONTRIBUTING.md", "docs/architecture.md", "docs/reliability.md"}) {
+        const std::filesystem::path path = KAV_SOURCE_DIR + std::string("/") + document;
+        const std::string text = contents_of(path);
+        const std::regex link("\\]\\(([^)#:]+)\\)");
+        for (std::sregex_iterator at(text.begin(), text.end(), link), end; at != end; ++at) {
+            EXPECT_TRUE(std::filesystem::exists(path.parent_path() / (*at)[1].str())) << document << ": " << (*at)[1];
+        }
+    }
+}
+
+} // namespace
