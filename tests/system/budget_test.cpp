@@ -1,7 +1,7 @@
 // What a report may cost, in figures that are the same on every machine. Times are for script/bench.
 #include "viewer_test.h"
 
-#ifdef KAV_STATIC_VIEWER
+#if defined(KAV_STATIC_VIEWER) && defined(KAV_OPTIMIZED)
 
 #include "program_cost.h"
 

@@ -318,7 +318,7 @@ bool RE_image_reader::take_conn(int conn_slot)
     return m_conn.b_valid;
 }
 
-bool RE_image_reader::has_conn(int conn_slot, unsigned int field)
+inline bool RE_image_reader::has_conn(int conn_slot, unsigned int field)
 {
     if (m_conn.slot != conn_slot || (m_conn.fields_given & field) != 0) {
         take_conn(conn_slot);
