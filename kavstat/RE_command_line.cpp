@@ -89,6 +89,18 @@ void add_metrics(CLI::App& app, int& status)
     command->callback([options, &status] { status = run_metrics(*options); });
 }
 
+void add_diff(CLI::App& app, int& status)
+{
+    CLI::App* const command = app.add_subcommand("diff", "What changed between two moments, as totals and rates");
+    const auto options = std::make_shared<RE_diff_options>();
+    command->add_option("A", options->before, "The earlier moment, a saved statistics file")->required();
+    command->add_option("B", options->after,
+                        "The later moment, a saved statistics file; the running engine without it");
+    command->add_flag("-a,--all", options->b_all, "Also what did not change");
+    command->add_flag("--force", options->b_force, "Compare statistics of different engines, or in the wrong order");
+    command->callback([options, &status] { status = run_diff(*options); });
+}
+
 } // namespace
 
 int run_command_line(int argc, const char* const* argv)
@@ -100,6 +112,7 @@ int run_command_line(int argc, const char* const* argv)
     app.require_subcommand(1);
     add_json(app, status);
     add_metrics(app, status);
+    add_diff(app, status);
     add_list(app, status);
     add_schema(app, status);
     try {

@@ -41,3 +41,12 @@ struct RE_metrics_options
     std::optional<std::string> file; // the running engine when there is none
 };
 int run_metrics(const RE_metrics_options& options);
+
+struct RE_diff_options
+{
+    std::string before;
+    std::optional<std::string> after; // the running engine when there is none
+    bool b_all = false;
+    bool b_force = false; // compare what had better not be compared
+};
+int run_diff(const RE_diff_options& options);
