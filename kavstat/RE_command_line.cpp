@@ -89,6 +89,21 @@ void add_metrics(CLI::App& app, int& status)
     command->callback([options, &status] { status = run_metrics(*options); });
 }
 
+void add_serve(CLI::App& app, int& status)
+{
+    CLI::App* const command = app.add_subcommand(
+        "serve", "Serve /metrics, /api/v1/statistics and /healthz over HTTP until SIGTERM or SIGINT");
+    const auto address = std::make_shared<std::string>("127.0.0.1:9748");
+    command->add_option("--listen", *address, "Where to listen: a numeric address and a port, [ADDRESS]:PORT for IPv6")
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                return parse_listen_address(text) ? "" : "not an address and a port: \"" + text + "\"";
+            },
+            "ADDRESS:PORT"))
+        ->capture_default_str();
+    command->callback([address, &status] { status = run_serve({*parse_listen_address(*address)}); });
+}
+
 void add_diff(CLI::App& app, int& status)
 {
     CLI::App* const command = app.add_subcommand("diff", "What changed between two moments, as totals and rates");
@@ -112,6 +127,7 @@ int run_command_line(int argc, const char* const* argv)
     app.require_subcommand(1);
     add_json(app, status);
     add_metrics(app, status);
+    add_serve(app, status);
     add_diff(app, status);
     add_list(app, status);
     add_schema(app, status);

@@ -2,6 +2,7 @@
 // exit status.
 #pragma once
 
+#include "RE_http_server.h"
 #include "RE_statistics_json.h"
 
 #include <chrono>
@@ -50,3 +51,10 @@ struct RE_diff_options
     bool b_force = false; // compare what had better not be compared
 };
 int run_diff(const RE_diff_options& options);
+
+struct RE_serve_options
+{
+    RE_listen_address address;
+};
+// Serves until SIGTERM or SIGINT.
+int run_serve(const RE_serve_options& options);
