@@ -5,7 +5,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <iostream>
+#include <memory>
 
 namespace {
 
@@ -89,6 +91,28 @@ void add_metrics(CLI::App& app, int& status)
     command->callback([options, &status] { status = run_metrics(*options); });
 }
 
+void add_watch(CLI::App& app, int& status)
+{
+    CLI::App* const command = app.add_subcommand("watch", "A live view with rates per second; ? tells its keys");
+    const auto options = std::make_shared<RE_watch_options>();
+    command->add_option("-i,--interval", options->interval, "Seconds between two looks at the engine")
+        ->check(CLI::Range(0.1, 3600.0))
+        ->capture_default_str();
+    const auto page = std::make_shared<std::string>(word_of(options->page));
+    std::vector<std::string> pages;
+    for (std::size_t at = 0; at < RE_watch_page_count; ++at) {
+        pages.emplace_back(word_of(static_cast<RE_watch_page>(at)));
+    }
+    command->add_option("-p,--page", *page, "The page to start with")
+        ->check(CLI::IsMember(pages))
+        ->capture_default_str();
+    command->add_flag("--once", options->b_once, "One report as text, after one interval; as all output to a pipe is");
+    command->callback([options, page, pages, &status] {
+        options->page = static_cast<RE_watch_page>(std::find(pages.begin(), pages.end(), *page) - pages.begin());
+        status = run_watch(*options);
+    });
+}
+
 void add_serve(CLI::App& app, int& status)
 {
     CLI::App* const command = app.add_subcommand(
@@ -127,6 +151,7 @@ int run_command_line(int argc, const char* const* argv)
     app.require_subcommand(1);
     add_json(app, status);
     add_metrics(app, status);
+    add_watch(app, status);
     add_serve(app, status);
     add_diff(app, status);
     add_list(app, status);

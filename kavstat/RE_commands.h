@@ -4,6 +4,7 @@
 
 #include "RE_http_server.h"
 #include "RE_statistics_json.h"
+#include "RE_watch_pages.h"
 
 #include <chrono>
 #include <optional>
@@ -58,3 +59,12 @@ struct RE_serve_options
 };
 // Serves until SIGTERM or SIGINT.
 int run_serve(const RE_serve_options& options);
+
+struct RE_watch_options
+{
+    double interval = 1; // seconds between two looks at the engine
+    RE_watch_page page = RE_watch_page::engine;
+    bool b_once = false; // one report as text
+};
+// Until the user has seen enough, or SIGTERM, SIGINT or SIGHUP.
+int run_watch(const RE_watch_options& options);
