@@ -91,12 +91,20 @@ void add_metrics(CLI::App& app, int& status)
     command->callback([options, &status] { status = run_metrics(*options); });
 }
 
+// Said so that what is no number at all, which compares with nothing, is refused as well.
+std::string check_interval(const std::string& text)
+{
+    double seconds = 0;
+    const bool b_sound = CLI::detail::lexical_cast(text, seconds) && seconds >= 0.1 && seconds <= 3600;
+    return b_sound ? "" : "not between 0.1 and 3600 seconds: \"" + text + "\"";
+}
+
 void add_watch(CLI::App& app, int& status)
 {
     CLI::App* const command = app.add_subcommand("watch", "A live view with rates per second; ? tells its keys");
     const auto options = std::make_shared<RE_watch_options>();
     command->add_option("-i,--interval", options->interval, "Seconds between two looks at the engine")
-        ->check(CLI::Range(0.1, 3600.0))
+        ->check(CLI::Validator(check_interval, "SECONDS"))
         ->capture_default_str();
     const auto page = std::make_shared<std::string>(word_of(options->page));
     std::vector<std::string> pages;

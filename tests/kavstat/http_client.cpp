@@ -119,6 +119,6 @@ http_answer parse_answer(const std::string& text)
 http_answer get(int port, const std::string& path)
 {
     const http_client client(port);
-    client.send("GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+    client.send("GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n");
     return parse_answer(client.read_all());
 }
