@@ -2,8 +2,10 @@
 #include "RE_commands.h"
 #include "RE_report_error.h"
 
-#include <csignal>
+#include <malloc.h>
 #include <unistd.h>
+
+#include <csignal>
 
 int run_serve(const RE_serve_options& options)
 {
@@ -13,6 +15,10 @@ int run_serve(const RE_serve_options& options)
     sigaddset(&signals, SIGTERM);
     sigaddset(&signals, SIGINT);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+
+    // What a scrape needs goes back to the system when it is done, instead of staying with the thread that had it.
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+    mallopt(M_ARENA_MAX, 2);
 
     RE_http_server server;
     std::string reason;

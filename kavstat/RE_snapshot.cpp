@@ -50,6 +50,7 @@ RE_snapshot take_snapshot(RE_image_reader& reader, std::time_t now)
     }
 
     const int peer_slots = reader.get_max_peer_slots();
+    snapshot.peers.reserve(static_cast<std::size_t>(peer_slots));
     RE_snapshot_peer peer;
     for (int slot = 0; slot < peer_slots; ++slot) {
         for (int attempt = 0; attempt < tries; ++attempt) {
@@ -61,6 +62,7 @@ RE_snapshot take_snapshot(RE_image_reader& reader, std::time_t now)
     }
 
     const auto app_slots = static_cast<int>(reader.get_app_slot_shared_memory_header_size());
+    snapshot.apps.reserve(static_cast<std::size_t>(app_slots));
     for (int slot = 0; slot < app_slots; ++slot) {
         RE_stat_app_struct* app = nullptr;
         if (reader.read_app_slot(slot, app) < 0 || app == nullptr) {
