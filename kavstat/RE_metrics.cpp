@@ -1,6 +1,5 @@
 #include "RE_metrics.h"
 
-#include "RE_ip.h"
 #include "RE_text.h"
 
 #include <charconv>
@@ -128,7 +127,7 @@ void add_peers(RE_output& output, const RE_snapshot& snapshot)
         output.add(label("peer", std::to_string(one.thing->number)) + ",");
         output.add(label("kav_peer_id", header.m_kav_peer_id.getString()) + ",");
         output.add(label("mac_id", header.m_peer_mac_id.getString()) + ",");
-        output.add(label("ip", ip_to_string(header.m_peer_ip)) + ",");
+        output.add(label("ip", ip_text(header.m_peer_ip)) + ",");
         output.add(label("host_name", text_in(header.m_peer_host_name)));
         output.add("} 1\n");
     }

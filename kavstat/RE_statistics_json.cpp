@@ -1,10 +1,10 @@
 #include "RE_statistics_json.h"
 
 #include "RE_counter_names.h"
-#include "RE_ip.h"
 #include "RE_json_writer.h"
 #include "RE_record_fields.h"
 #include "RE_snapshot.h"
+#include "RE_text.h"
 
 #include <span>
 #include <type_traits>
@@ -105,7 +105,7 @@ void write_peers(RE_json_writer& json, const RE_snapshot& snapshot)
         json.member_text("mac_id", header.m_peer_mac_id.getString());
         json.member_text("kav_peer_id", header.m_kav_peer_id.getString());
         json.member("kav_peer_hash", header.m_kav_peer_id.hash_u16());
-        json.member_text("ip", ip_to_string(header.m_peer_ip));
+        json.member_text("ip", ip_text(header.m_peer_ip));
         json.member_text("host_name", text_in(header.m_peer_host_name));
         json.member_boolean("outdated", header.m_b_outdated != 0);
         json.member_boolean("update_from_active_conn", header.m_b_update_from_active_conn != 0);
@@ -132,9 +132,9 @@ void write_connections(RE_json_writer& json, RE_stat_reader& reader, const RE_ou
         json.member("slot", conn.slot);
         json.member("id", conn.header.m_conn_id);
         json.member("peer", conn.peer_number);
-        json.member_text("client_ip", ip_to_string(conn.header.m_client_ip));
+        json.member_text("client_ip", ip_text(conn.header.m_client_ip));
         json.member("client_port", conn.header.m_client_port);
-        json.member_text("server_ip", ip_to_string(conn.header.m_server_ip));
+        json.member_text("server_ip", ip_text(conn.header.m_server_ip));
         json.member("server_port", conn.header.m_server_port);
         json.member_boolean("open", conn.is_open());
         json.member("open_time", conn.open_time);
@@ -214,7 +214,7 @@ void write_bypass(RE_json_writer& json, RE_stat_reader& reader)
     json.begin_array();
     for (const RE_bypass_entry& entry : *entries) {
         json.begin_object();
-        json.member_text("server_ip", ip_to_string(entry.server_ip));
+        json.member_text("server_ip", ip_text(entry.server_ip));
         json.member("server_port", entry.server_port);
         json.member("reason", static_cast<long long>(entry.reason));
         json.member_text("reason_word", word_for(bypass_reason_words, static_cast<long long>(entry.reason)));

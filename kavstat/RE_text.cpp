@@ -1,6 +1,6 @@
 #include "RE_text.h"
 
-#include <cstdint>
+#include <arpa/inet.h>
 
 namespace {
 
@@ -105,4 +105,12 @@ std::string escaped_label(std::string_view text)
         result += letter;
     }
     return result;
+}
+
+std::string ip_text(std::uint32_t ip)
+{
+    char text[INET_ADDRSTRLEN] = "";
+    const in_addr address{htonl(ip)};
+    inet_ntop(AF_INET, &address, text, sizeof text);
+    return text;
 }

@@ -94,7 +94,7 @@ int watch_on_screen(RE_source& source, RE_watch_view& view, RE_watch_screen& scr
             }
             next_look = clock::now() + std::chrono::duration_cast<clock::duration>(seconds(view.interval()));
         }
-        screen.draw(view.screen(model, screen.width(), screen.height()));
+        screen.draw(view.screen(model, RE_watch_screen::width(), RE_watch_screen::height()));
         const RE_watch_page page = view.page();
         const double interval = view.interval();
         int key = 0;

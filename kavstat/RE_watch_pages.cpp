@@ -1,7 +1,6 @@
 #include "RE_watch_pages.h"
 
 #include "RE_counter_names.h"
-#include "RE_ip.h"
 #include "RE_json_words.h"
 #include "RE_metrics.h"
 #include "RE_text.h"
@@ -129,9 +128,7 @@ RE_watch_table peer_table(const std::vector<RE_watch_peer>& peers, bool b_unicod
 RE_watch_table connection_table(const std::vector<RE_watch_conn>& conns)
 {
     using conn = RE_watch_conn;
-    const auto end = [](std::uint32_t ip, std::uint16_t port) {
-        return std::string(ip_to_string(ip)) + ":" + std::to_string(port);
-    };
+    const auto end = [](std::uint32_t ip, std::uint16_t port) { return ip_text(ip) + ":" + std::to_string(port); };
     RE_watch_table table;
     table.rows = conns.size();
     table.columns = {
@@ -186,7 +183,8 @@ RE_watch_table application_table(const std::vector<RE_watch_app>& apps)
         number_column("ENCODED", 9, apps, total(RE_STAT_APP_ID_ENCODE_IN_KBYTES), short_size),
         number_column("DECODED", 9, apps, total(RE_STAT_APP_ID_DECODE_OUT_KBYTES), short_size),
         number_column(
-            "OPENED", 8, apps, [](const app& a) -> long long { return a.now.app.m_header.m_open_cnt; }, whole),
+            "OPENED", 8, apps, [](const app& a) { return static_cast<long long>(a.now.app.m_header.m_open_cnt); },
+            whole),
         number_column(
             "SAVED", 6, apps,
             [total](const app& a) {

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 
 namespace {
@@ -26,7 +27,7 @@ bool is_drawable(const char* name)
     }
     char capability[] = "cup";
     const char* const move = tigetstr(capability);
-    const bool b_drawable = move != nullptr && move != reinterpret_cast<const char*>(-1);
+    const bool b_drawable = move != nullptr && reinterpret_cast<std::intptr_t>(move) != -1;
     del_curterm(cur_term);
     return b_drawable;
 }
@@ -118,18 +119,19 @@ RE_watch_screen::~RE_watch_screen()
     }
 }
 
-std::size_t RE_watch_screen::width() const
+std::size_t RE_watch_screen::width()
 {
     return static_cast<std::size_t>(std::max(COLS, 1));
 }
 
-std::size_t RE_watch_screen::height() const
+std::size_t RE_watch_screen::height()
 {
     return static_cast<std::size_t>(std::max(LINES, 1));
 }
 
 void RE_watch_screen::draw(const std::vector<RE_watch_line>& picture)
 {
+    set_term(static_cast<SCREEN*>(m_screen));
     erase();
     int row = 0;
     for (const RE_watch_line& line : picture) {
@@ -152,6 +154,7 @@ RE_watch_screen::event RE_watch_screen::wait(double seconds, int& key)
     pollfd input{STDIN_FILENO, POLLIN, 0};
     const auto milliseconds = static_cast<int>(std::clamp(std::ceil(seconds * 1000), 0.0, 3.6e6));
     const int ready = poll(&input, 1, milliseconds);
+    set_term(static_cast<SCREEN*>(m_screen));
     const int code = getch();
     if (code == KEY_RESIZE) {
         return event::resize;

@@ -15,8 +15,9 @@ public:
     // somewhere. Nothing has been written then.
     bool is_usable() const { return m_b_usable; }
 
-    std::size_t width() const;
-    std::size_t height() const;
+    // Of the terminal that is in use; 1 at least.
+    static std::size_t width();
+    static std::size_t height();
     void draw(const std::vector<RE_watch_line>& picture);
 
     enum class event

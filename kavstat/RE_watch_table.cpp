@@ -95,7 +95,9 @@ std::string short_size(double bytes)
         return formatted(0, bytes, " B");
     }
     std::size_t unit = 0;
-    for (bytes /= 1024; std::abs(bytes) >= 1000 && unit + 1 < std::size(endings); bytes /= 1024) {
+    bytes /= 1024;
+    while (std::abs(bytes) >= 1000 && unit + 1 < std::size(endings)) {
+        bytes /= 1024;
         ++unit;
     }
     return formatted(1, bytes, endings[unit]);

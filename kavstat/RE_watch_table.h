@@ -1,6 +1,9 @@
 // A table of the live view: columns that know how to show and order their rows, of which only those in sight are made.
 #pragma once
 
+#include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -47,9 +50,6 @@ std::string spark_line(const Values& values, std::size_t width, bool b_unicode);
 // The first `width` columns of a text in which every character has one.
 std::string cut_to_width(const std::string& text, std::size_t width);
 
-#include <algorithm>
-#include <array>
-
 template <typename Values>
 std::string spark_line(const Values& values, std::size_t width, bool b_unicode)
 {
@@ -65,7 +65,7 @@ std::string spark_line(const Values& values, std::size_t width, bool b_unicode)
     for (auto value = first; value != values.end(); ++value) {
         std::size_t height = 0;
         if (*value > 0) {
-            height = std::clamp<std::size_t>(static_cast<std::size_t>(*value / highest * 8 + 0.5), 1, 8);
+            height = static_cast<std::size_t>(std::clamp(std::lround(*value / highest * 8), 1L, 8L));
         }
         line += b_unicode ? blocks[height] : letters[height];
     }

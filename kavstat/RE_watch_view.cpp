@@ -35,6 +35,24 @@ std::string time_text(std::time_t moment)
     return text;
 }
 
+// What the title says of the engine.
+std::string state_of(const RE_watch_model& model)
+{
+    if (!model.is_up()) {
+        return model.error() != 0 ? RE_source::reason_of(model.error()) : "waiting for the engine";
+    }
+    return time_text(model.now().capture_time);
+}
+
+std::vector<RE_watch_line> help()
+{
+    std::vector<RE_watch_line> lines{{"kavstat watch: keys", RE_watch_style::title}, {}};
+    for (const char* const line : key_lines) {
+        lines.push_back({line});
+    }
+    return lines;
+}
+
 } // namespace
 
 RE_watch_view::RE_watch_view(RE_watch_page page, double interval, bool b_unicode)
@@ -147,14 +165,6 @@ void RE_watch_view::press(int key)
     }
 }
 
-std::string RE_watch_view::state_of(const RE_watch_model& model) const
-{
-    if (!model.is_up()) {
-        return model.error() != 0 ? RE_source::reason_of(model.error()) : "waiting for the engine";
-    }
-    return time_text(model.now().capture_time);
-}
-
 RE_watch_line RE_watch_view::title(const RE_watch_model& model) const
 {
     std::string text = "kavstat  ";
@@ -167,15 +177,6 @@ RE_watch_line RE_watch_view::title(const RE_watch_model& model) const
     std::snprintf(every, sizeof every, "%gs", m_interval);
     text += std::string(" ") + state_of(model) + (m_b_paused ? ", paused" : "") + "  every " + every + "  ? help";
     return {text, model.is_up() ? RE_watch_style::title : RE_watch_style::alarm};
-}
-
-std::vector<RE_watch_line> RE_watch_view::help() const
-{
-    std::vector<RE_watch_line> lines{{"kavstat watch: keys", RE_watch_style::title}, {}};
-    for (const char* const line : key_lines) {
-        lines.push_back({line});
-    }
-    return lines;
 }
 
 std::vector<RE_watch_line> RE_watch_view::screen(const RE_watch_model& model, std::size_t width, std::size_t height)

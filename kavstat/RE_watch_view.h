@@ -66,9 +66,7 @@ private:
     void press_in_filter(int key);
     void turn_to(std::size_t page);
     void next_order(const RE_watch_table& table);
-    std::vector<RE_watch_line> help() const;
     RE_watch_line title(const RE_watch_model& model) const;
-    std::string state_of(const RE_watch_model& model) const;
     order& order_of_page() { return m_orders[static_cast<std::size_t>(m_page)]; }
 
     RE_watch_page m_page;

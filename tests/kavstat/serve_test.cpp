@@ -6,6 +6,7 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <atomic>
 #include <fstream>
 #include <random>
 #include <thread>
@@ -242,6 +243,34 @@ TEST_F(server_test, requests_of_any_bytes_do_no_harm)
     for (int line = 0; line < 5000 && endless.send("X-Header-" + std::to_string(line) + ": y\r\n"); ++line) {
     }
     EXPECT_TRUE(exposes("kav_up 1"));
+}
+
+TEST_F(server_test, many_clients_at_a_time_get_answers_of_their_own)
+{
+    start();
+    fill();
+    serve(6);
+    const std::string expected_metrics = metrics();
+    std::string expected_json = get(server.port(), "/api/v1/statistics?scope=connections,peers").body;
+    const auto without_time = [](std::string text) {
+        const std::size_t at = text.find("\"capture_time\"");
+        return text.erase(at, text.find('\n', at) - at);
+    };
+    expected_json = without_time(expected_json);
+    std::atomic<int> right{0};
+    {
+        std::vector<std::jthread> clients;
+        for (int number = 0; number < 6; ++number) {
+            clients.emplace_back([&] {
+                for (int round = 0; round < 30; ++round) {
+                    right += get(server.port(), "/metrics").body == expected_metrics ? 1 : 0;
+                    const std::string json = get(server.port(), "/api/v1/statistics?scope=connections,peers").body;
+                    right += without_time(json) == expected_json ? 1 : 0;
+                }
+            });
+        }
+    }
+    EXPECT_EQ(right, 6 * 30 * 2);
 }
 
 TEST_F(server_test, many_clients_at_a_time_get_whole_answers_while_the_engine_restarts)
