@@ -3,6 +3,8 @@
 #include "harness.h"
 #include "torture/sample_engine.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstring>
 #include <map>
@@ -18,6 +20,15 @@ std::map<std::string, std::string>& files()
 bool begins(const char* text, const char* beginning)
 {
     return std::strncmp(text, beginning, std::strlen(beginning)) == 0;
+}
+
+// An input in memory; what else is open belongs to the harness, and a pipe of it could be waited for without end.
+bool is_input_in_memory(const char* path)
+{
+    struct stat status
+    {
+    };
+    return begins(path, "/proc/self/fd/") && stat(path, &status) == 0 && S_ISREG(status.st_mode);
 }
 
 } // namespace
@@ -55,7 +66,7 @@ int __wrap_open(const char* path, int flags, unsigned int mode)
         return __real_open(found->second.c_str(), flags, mode);
     }
     // The sample engine's segment, the inputs in memory, and where reports are saved to.
-    if (begins(path, "/dev/shm/kav_torture.") || begins(path, "/tmp/kav_sample.") || begins(path, "/proc/self/fd/") ||
+    if (begins(path, "/dev/shm/kav_torture.") || begins(path, "/tmp/kav_sample.") || is_input_in_memory(path) ||
         std::strcmp(path, "/dev/null") == 0) {
         return __real_open(path, flags, mode);
     }

@@ -305,6 +305,8 @@ TEST_F(peer_view, passes_over_slots_without_a_peer)
     add_peer(3);
     EXPECT_EQ(numbers_in(report()), (std::vector<int>{1, 3}));
     EXPECT_EQ(reader.count("read_peer_header 1"), 0);
+    EXPECT_EQ(reader.count("is_peer_valid 2"), 1);
+    EXPECT_EQ(reader.count("is_peer_valid 3"), 0); // there is no such slot
 }
 
 TEST_F(peer_view, shows_zeros_and_number_minus_1_for_a_peer_that_cannot_be_read)
@@ -507,6 +509,13 @@ TEST_F(peer_view, shows_the_remote_head_as_safe_when_the_safe_one_is_0_or_below)
         EXPECT_TRUE(contains(detail(), "  4.4.1 Sync-clock: remote-head 500 (safe: 500)\n"));
         EXPECT_TRUE(contains(detail(), "local-head 0, local-tail 0, remote-head 15 (safe: 15)\n"));
     }
+}
+
+TEST_F(peer_view, shows_a_safe_clock_of_1_as_it_is)
+{
+    add_peer(1).stats = {{22, 500}, {23, 1}, {20, 15}, {21, 1}};
+    EXPECT_TRUE(contains(detail(), "  4.4.1 Sync-clock: remote-head 500 (safe: 1)\n"));
+    EXPECT_TRUE(contains(detail(), "local-head 0, local-tail 0, remote-head 15 (safe: 1)\n"));
 }
 
 TEST_F(peer_view, looks_at_the_low_32_bits_of_the_remote_caches_creation)

@@ -1,4 +1,5 @@
 // The fields and rows of long tables, held against printf.
+#include "RE_ip.h"
 #include "RE_row_writer.h"
 #include "RE_value_format.h"
 #include "cli/fake_reader.h"
@@ -75,13 +76,37 @@ TEST(row_field, puts_a_number_at_the_right_as_printf_does)
     }
 }
 
-TEST(row_field, puts_text_at_the_right_as_printf_does)
+TEST(row_field, puts_text_at_the_left_as_printf_does)
 {
     for (std::size_t length = 0; length < 40; ++length) {
         const std::string text(length, 'x');
-        for (const int width : {0, 1, 15, 16}) {
-            ASSERT_EQ(put_by([&](char* at) { return put_text_right(at, text, static_cast<std::size_t>(width)); }),
-                      printed("%*s", width, text.c_str()));
+        for (const int width : {0, 1, 15, 20}) {
+            ASSERT_EQ(put_by([&](char* at) { return put_text_left(at, text, static_cast<std::size_t>(width)); }),
+                      printed("%-*s", width, text.c_str()));
+        }
+    }
+}
+
+TEST(row_field, puts_an_address_at_the_right)
+{
+    const std::vector<std::pair<std::uint32_t, std::string>> texts = {
+        {0, "        0.0.0.0"},          {0xffffffff, "255.255.255.255"}, {0x0a000001, "       10.0.0.1"},
+        {0x01630a64, "    1.99.10.100"}, {0xc0a8c809, "  192.168.200.9"}, {0x09646401, "    9.100.100.1"},
+    };
+    for (const auto& [ip, text] : texts) {
+        EXPECT_EQ(put_by([ip = ip](char* at) { return put_address_right(at, ip); }), text);
+    }
+}
+
+TEST(row_field, puts_every_octet_of_an_address_in_every_place)
+{
+    for (const std::uint32_t others : {0U, 0x09090909U, 0x63636363U, 0xffffffffU}) {
+        for (unsigned int shift = 0; shift < 32; shift += 8) {
+            for (std::uint32_t octet = 0; octet < 256; ++octet) {
+                const std::uint32_t ip = (others & ~(255U << shift)) | octet << shift;
+                ASSERT_EQ(put_by([ip](char* at) { return put_address_right(at, ip); }),
+                          printed("%15s", ip_to_string(ip)));
+            }
         }
     }
 }
@@ -90,7 +115,8 @@ TEST(row_field, never_cuts_what_is_wider_than_its_field)
 {
     EXPECT_EQ(put_by([](char* at) { return put_number_left(at, -123456, 5); }), "-123456");
     EXPECT_EQ(put_by([](char* at) { return put_number_right(at, 1234, 3); }), "1234");
-    EXPECT_EQ(put_by([](char* at) { return put_text_right(at, "255.255.255.255", 10); }), "255.255.255.255");
+    EXPECT_EQ(put_by([](char* at) { return put_number_right(at, 12345, 3); }), "12345");
+    EXPECT_EQ(put_by([](char* at) { return put_text_left(at, "12/31/2026 23:59:59", 10); }), "12/31/2026 23:59:59");
 }
 
 TEST(row_field, puts_characters_and_text_as_they_are)

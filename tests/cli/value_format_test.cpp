@@ -136,6 +136,12 @@ TEST(signed_ratio, decoding_is_the_share_of_the_output_that_was_not_sent)
     EXPECT_STREQ(get_in_out_ratio_str(250LL, 1000LL, false), "in:    250 B, out:   1000 B, ratio:  75.00%");
 }
 
+TEST(signed_ratio, of_sizes_of_1_counts)
+{
+    EXPECT_STREQ(get_in_out_ratio_str(1LL, 200LL, false), "in:      1 B, out:    200 B, ratio:  99.50%");
+    EXPECT_STREQ(get_in_out_ratio_str(200LL, 1LL, true), "in:    200 B, out:      1 B, ratio:  99.50%");
+}
+
 TEST(signed_ratio, expansion_is_0)
 {
     EXPECT_STREQ(get_in_out_ratio_str(250LL, 1000LL, true), "in:    250 B, out:   1000 B, ratio:   0.00%");

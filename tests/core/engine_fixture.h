@@ -73,7 +73,7 @@ bool may_change_user();
 constexpr unsigned int nobody = 65534;
 
 // Sanitizers need time and address space of their own.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef KAV_SANITIZED
 constexpr bool b_under_a_sanitizer = true;
 #else
 constexpr bool b_under_a_sanitizer = false;

@@ -4,6 +4,7 @@
 #include "viewer_test.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -168,6 +169,30 @@ TEST_F(output, that_does_not_wait_is_waited_for_when_it_is_full)
     close_end(m_writing);
     EXPECT_EQ(rest_of_pipe(small_pipe), report);
     EXPECT_EQ(viewer.finish().status, 0);
+}
+
+TEST_F(output, ends_with_the_refusal_when_shared_memory_is_cut_short_under_a_report)
+{
+    fill_nack_log();
+    const std::string report = report_of({"nack"});
+    struct stat whole = {};
+    ASSERT_EQ(stat(segment_path().c_str(), &whole), 0);
+    make_pipe();
+    child_program viewer(built_program("exec_show_stats_kav"), {"nack"}, {.output = m_writing});
+    close_end(m_writing);
+    // Once the first bytes are there, the viewer waits in the middle of its report for the rest to be taken.
+    std::string printed(1, '\0');
+    ASSERT_EQ(read(m_reading, printed.data(), 1), 1);
+    ASSERT_EQ(truncate(segment_path().c_str(), 0), 0);
+    printed += rest_of_pipe(small_pipe);
+    const program_result result = viewer.finish();
+    ASSERT_EQ(truncate(segment_path().c_str(), whole.st_size), 0); // so that the engine can withdraw
+
+    EXPECT_EQ(result.signal, 0);
+    EXPECT_EQ(result.status, 1);
+    const std::string refusal = "KAV Statistics failed OR KAV was not initialized by WEQ";
+    ASSERT_GT(printed.size(), refusal.size());
+    EXPECT_EQ(printed, report.substr(0, printed.size() - refusal.size()) + refusal);
 }
 
 TEST_F(output, of_a_long_report_comes_through_whole)

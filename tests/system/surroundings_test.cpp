@@ -16,7 +16,7 @@ const std::vector<std::string> every_word[] = {
     {"conn"},         {"brief-config"},      {"config"},
 };
 
-constexpr rlim_t megabyte = 1U << 20U;
+[[maybe_unused]] constexpr rlim_t megabyte = 1U << 20U;
 
 class surroundings : public viewer_test
 {

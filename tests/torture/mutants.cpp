@@ -95,7 +95,9 @@ private:
             ++end;
         }
         const std::string number = m_text.substr(m_at, end - m_at);
-        if (number.find_first_not_of("0123456789") == std::string::npos && number.size() < 10) {
+        // An array that is longer by one is no mistake.
+        const bool b_array_size = m_at > 0 && m_text[m_at - 1] == '[' && m_text.compare(end, 2, "];") == 0;
+        if (number.find_first_not_of("0123456789") == std::string::npos && number.size() < 10 && !b_array_size) {
             add(number.size(), std::to_string(std::strtoul(number.c_str(), nullptr, 10) + 1));
         }
         m_at = end;

@@ -16,6 +16,33 @@
 
 namespace {
 
+struct conn_times
+{
+    std::time_t open = 0;
+    std::time_t close = 0; // 0 or less: the connection is open
+};
+
+conn_times read_times(int conn_slot)
+{
+    conn_times times;
+    p_statReader->read_conn_time(conn_slot, times.open, times.close);
+    return times;
+}
+
+int read_peer(int conn_slot)
+{
+    int peer = -1;
+    p_statReader->read_conn_peer_id(conn_slot, peer);
+    return peer;
+}
+
+bool is_compressed(int conn_slot)
+{
+    SO_stat_conn_header so{};
+    p_statReader->read_conn_so_header(conn_slot, so);
+    return so.m_comp_type != 0;
+}
+
 struct conn_filter
 {
     unsigned int client_ip;     // 0: any
@@ -26,13 +53,14 @@ struct conn_filter
     int peer_id;                // negative: any
     bool b_active;
 
-    bool accepts(const RE_stat_conn_header& hdr, int peer, std::time_t close_time) const
+    bool accepts_header(const RE_stat_conn_header& hdr) const
     {
         return (client_ip == 0 || hdr.m_client_ip == client_ip) && (server_ip == 0 || hdr.m_server_ip == server_ip) &&
                (client_port == 0 || hdr.m_client_port == client_port) &&
-               (server_port == 0 || hdr.m_server_port == server_port) && (conn_id < 0 || hdr.m_conn_id == conn_id) &&
-               (peer_id < 0 || peer == peer_id) && (!b_active || close_time <= 0);
+               (server_port == 0 || hdr.m_server_port == server_port) && (conn_id < 0 || hdr.m_conn_id == conn_id);
     }
+    bool accepts_peer(int peer) const { return peer_id < 0 || peer == peer_id; }
+    bool accepts_close_time(std::time_t close_time) const { return !b_active || close_time <= 0; }
 };
 
 // Calls take(id, slot, open_time) for each connection that passes the filter, in slot order.
@@ -44,16 +72,15 @@ void scan_conns(int MAX_STAT_CONN_SLOT_NUM, const conn_filter& filter, Take take
             continue;
         }
         RE_stat_conn_header hdr{};
-        SO_stat_conn_header so{};
-        int peer = -1;
-        std::time_t open_time = 0;
-        std::time_t close_time = 0;
         p_statReader->read_conn_header(i, hdr);
-        p_statReader->read_conn_so_header(i, so);
-        p_statReader->read_conn_peer_id(i, peer);
-        p_statReader->read_conn_time(i, open_time, close_time);
-        if (so.m_comp_type != 0 && filter.accepts(hdr, peer, close_time)) {
-            take(hdr.m_conn_id, i, open_time);
+        // Most slots of a large engine fail a filter here, and then nothing more of them is read.
+        if (!filter.accepts_header(hdr) || !is_compressed(i)) {
+            continue;
+        }
+        const int peer = read_peer(i);
+        const conn_times times = read_times(i);
+        if (filter.accepts_peer(peer) && filter.accepts_close_time(times.close)) {
+            take(hdr.m_conn_id, i, times.open);
         }
     }
 }
@@ -124,15 +151,14 @@ private:
 struct conn_record
 {
     RE_stat_conn_header hdr{};
-    std::time_t open_time = 0;
-    std::time_t close_time = 0;
-    int peer = -1;
+    conn_times times;
+    int peer;
 
     explicit conn_record(int conn_slot)
     {
         p_statReader->read_conn_header(conn_slot, hdr);
-        p_statReader->read_conn_time(conn_slot, open_time, close_time);
-        p_statReader->read_conn_peer_id(conn_slot, peer);
+        times = read_times(conn_slot);
+        peer = read_peer(conn_slot);
     }
 };
 
@@ -163,10 +189,10 @@ char* put_table_row(char* at, int conn_slot)
     at = put_char(at, ' ');
     at = put_number_right(at, conn.peer, 3);
     at = put_char(at, ' ');
-    at = put_text_right(at, ip_to_string(conn.hdr.m_client_ip), 15);
+    at = put_address_right(at, conn.hdr.m_client_ip);
     at = put_char(at, ':');
     at = put_number_left(at, conn.hdr.m_client_port, 5);
-    at = put_text_right(at, ip_to_string(conn.hdr.m_server_ip), 15);
+    at = put_address_right(at, conn.hdr.m_server_ip);
     at = put_char(at, ':');
     at = put_number_left(at, conn.hdr.m_server_port, 5);
 
@@ -175,9 +201,9 @@ char* put_table_row(char* at, int conn_slot)
     at = put_char(at, '/');
     at = put_conn_byte_summary(at, read_bytes(conn_slot, RE_STAT_CONN_ID_DECODE_OUT_BYTES));
 
-    if (conn.close_time > 0) {
+    if (conn.times.close > 0) {
         at = put_text(at, "  C(");
-        at = put_text(at, get_age_str(conn.close_time));
+        at = put_age(at, conn.times.close);
         return put_text(at, ")\n");
     }
     return put_text(at, "  A\n");
@@ -203,7 +229,7 @@ void print_table(const conn_list& slot_id_vect)
 void print_conn_block(int conn_slot, RE_show_type type)
 {
     const conn_record conn(conn_slot);
-    const bool b_closed = conn.close_time > 0;
+    const bool b_closed = conn.times.close > 0;
     std::printf("\nConn-ID: %d %s:%hu --", conn.hdr.m_conn_id, ip_to_string(conn.hdr.m_client_ip),
                 conn.hdr.m_client_port);
     std::printf(" %s:%hu  Peer No:%3d Status: %s\n", ip_to_string(conn.hdr.m_server_ip), conn.hdr.m_server_port,
@@ -214,10 +240,10 @@ void print_conn_block(int conn_slot, RE_show_type type)
         return;
     }
 
-    std::printf("Open at %s,", get_time_str(low32(conn.open_time)));
+    std::printf("Open at %s,", get_time_str(low32(conn.times.open)));
     if (b_closed) {
-        std::printf(" Close at %s, Duration: %ld secs\n", get_time_str(low32(conn.close_time)),
-                    static_cast<long>(wrapping_difference(conn.close_time, conn.open_time)));
+        std::printf(" Close at %s, Duration: %ld secs\n", get_time_str(low32(conn.times.close)),
+                    static_cast<long>(wrapping_difference(conn.times.close, conn.times.open)));
     } else {
         std::puts(" Still active");
     }

@@ -6,8 +6,11 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <charconv>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <string_view>
 
@@ -31,31 +34,139 @@ inline char* put_text(char* at, std::string_view s)
     return at + s.size();
 }
 
-// "%15s" for a width of 15.
-inline char* put_text_right(char* at, std::string_view s, std::size_t width)
+// "%-20s" for a width of 20.
+inline char* put_text_left(char* at, std::string_view s, std::size_t width)
 {
-    std::memset(at, ' ', max_field_width);
-    return put_text(at + width - std::min(width, s.size()), s);
+    char* const end = put_text(at, s);
+    if (s.size() >= width) {
+        return end;
+    }
+    std::memset(end, ' ', width - s.size());
+    return at + width;
+}
+
+// The digits of a number below 100,000,000, one in each byte, and how many of the eight are leading zeros. All of it is
+// arithmetic on whole words: how long a figure of a row is, no processor can foresee, so there is no branch on it.
+class packed_digits
+{
+public:
+    static constexpr unsigned int end_of_range = 100'000'000;
+
+    explicit packed_digits(unsigned int number)
+    {
+        // In every step, each part of the word is split into the half that stands before and the half behind.
+        std::uint64_t parts = number / 10'000 | std::uint64_t{number % 10'000} << 32U;
+        std::uint64_t heads = ((parts * 10'486) >> 20U) & 0x0000'007f'0000'007fU; // hundredths of up to 9,999
+        parts = heads | (parts - 100 * heads) << 16U;
+        heads = ((parts * 103) >> 10U) & 0x000f'000f'000f'000fU; // tenths of up to 99
+        m_digits = heads | (parts - 10 * heads) << 8U;
+        constexpr std::uint64_t last_digit = std::uint64_t{1} << 56U; // "0" has a digit, too
+        m_zeros = static_cast<unsigned int>(std::countr_zero(m_digits | last_digit)) / 8;
+    }
+
+    std::size_t length() const { return 8 - m_zeros; }
+
+    // Writes 8 bytes, of which the first length() count.
+    void put(char* at) const
+    {
+        const std::uint64_t text = (m_digits | 0x3030'3030'3030'3030U) >> (8 * m_zeros);
+        std::memcpy(at, &text, sizeof text);
+    }
+
+private:
+    static_assert(std::endian::native == std::endian::little, "the first digit is the lowest byte");
+
+    std::uint64_t m_digits;
+    unsigned int m_zeros;
+};
+
+// "%d"
+inline char* put_number(char* at, int number)
+{
+    if (static_cast<unsigned int>(number) >= packed_digits::end_of_range) {
+        return std::to_chars(at, at + max_digits, number).ptr;
+    }
+    const packed_digits digits(static_cast<unsigned int>(number));
+    digits.put(at);
+    return at + digits.length();
 }
 
 // "%-5d" for a width of 5.
 inline char* put_number_left(char* at, int number, std::size_t width)
 {
-    char* const end = std::to_chars(at, at + max_digits, number).ptr;
+    char* const end = put_number(at, number);
     std::memset(end, ' ', max_field_width);
     return std::max(end, at + width);
 }
 
-// "%5d" for a width of 5.
+// put_number_right for what is negative or has more than four digits.
+char* put_long_number_right(char* at, int number, std::size_t width);
+
+// "%3d" for a width of 3.
 inline char* put_number_right(char* at, int number, std::size_t width)
 {
-    char digits[max_field_width] = {};
-    const char* const end = std::to_chars(digits, digits + max_digits, number).ptr;
-    const auto length = static_cast<std::size_t>(end - digits);
-    std::memset(at, ' ', max_field_width);
-    at += width - std::min(width, length);
-    std::memcpy(at, digits, sizeof digits);
+    constexpr std::size_t usual_digits = 4;
+    if (static_cast<unsigned int>(number) >= 10'000) {
+        return put_long_number_right(at, number, width);
+    }
+    // As in packed_digits, for four digits, and with blanks for leading zeros.
+    auto parts = static_cast<std::uint32_t>(number);
+    std::uint32_t heads = (parts * 10'486) >> 20U;
+    parts = heads | (parts - 100 * heads) << 16U;
+    heads = ((parts * 103) >> 10U) & 0x000f'000fU;
+    parts = heads | (parts - 10 * heads) << 8U;
+    const auto zeros = static_cast<unsigned int>(std::countr_zero(parts | 1U << 24U)) / 8;
+    std::uint32_t text = (parts | 0x3030'3030U) ^ (0x1010'1010U & ((1U << (8 * zeros)) - 1));
+
+    if (width >= usual_digits) {
+        std::memset(at, ' ', max_field_width);
+        std::memcpy(at + width - usual_digits, &text, sizeof text);
+        return at + width;
+    }
+    const std::size_t length = std::max(usual_digits - zeros, width);
+    text >>= 8 * (usual_digits - length);
+    std::memcpy(at, &text, sizeof text);
     return at + length;
+}
+
+// An octet of an address at the right of three columns, with the dot that follows it, "  7.", and the length of both.
+struct octet_text
+{
+    char text[4];
+    unsigned int length;
+};
+
+inline constexpr auto octet_texts = [] {
+    std::array<octet_text, 256> texts{};
+    for (unsigned int octet = 0; octet < texts.size(); ++octet) {
+        texts[octet] = {{octet >= 100 ? static_cast<char>('0' + octet / 100) : ' ',
+                         octet >= 10 ? static_cast<char>('0' + octet / 10 % 10) : ' ',
+                         static_cast<char>('0' + octet % 10), '.'},
+                        octet >= 100  ? 4U
+                        : octet >= 10 ? 3U
+                                      : 2U};
+    }
+    return texts;
+}();
+
+// "%15s" of ip_to_string(ip). ip: host order.
+inline char* put_address_right(char* at, std::uint32_t ip)
+{
+    constexpr std::size_t width = 15;
+    char* const field_end = at + width;
+    std::memset(at, ' ', max_field_width);
+    // From the last octet, whose dot is overwritten by what follows the address, to the first; each covers the blanks
+    // that the one behind it brought along.
+    char* end = field_end + 1;
+    const auto put_before = [&end](std::uint32_t octet) {
+        std::memcpy(end - sizeof octet_text::text, octet_texts[octet].text, sizeof octet_text::text);
+        end -= octet_texts[octet].length;
+    };
+    put_before(ip & 255U);
+    put_before(ip >> 8U & 255U);
+    put_before(ip >> 16U & 255U);
+    put_before(ip >> 24U);
+    return field_end;
 }
 
 // Gathers rows and hands them to stdout in large pieces, at the latest at its own end; nothing else may be printed in

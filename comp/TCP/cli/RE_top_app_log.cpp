@@ -61,7 +61,7 @@ private:
     const char* m_path;
     char* m_peer;
     bool m_b_detail;
-    unsigned m_record_number = 0; // of all records, those of other peers included
+    unsigned m_record_number = 0; // for the detail: of all records, those of other peers included
     RE_section_names m_names;
     std::vector<RE_stat_app_struct> m_collector; // empty, or the one record on its way to the tally
     RE_top_app_tally m_tally;
@@ -142,7 +142,6 @@ std::uint32_t RE_top_app_log::gather_read_ahead(std::uint32_t limit)
     const std::size_t count = std::min<std::size_t>(limit, bytes.size() / sizeof(RE_stat_app_struct));
     m_tally.add_section_records(bytes.data(), count, m_names);
     m_input.take(count * sizeof(RE_stat_app_struct));
-    m_record_number += static_cast<unsigned>(count);
     return static_cast<std::uint32_t>(count);
 }
 

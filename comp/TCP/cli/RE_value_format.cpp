@@ -1,10 +1,10 @@
 #include "RE_value_format.h"
 
 #include "RE_row_writer.h"
+#include "RE_time_zone.h"
 #include "RE_viewer_reader.h"
 
 #include <array>
-#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -107,8 +107,7 @@ char* put_conn_byte_summary(char* at, long long size)
     // Which unit a connection's bytes need is beyond the processor's foresight, so there is no branch on it.
     const int unit = (size > 1LL << 10) + (size > 1LL << 20) + (size > 1LL << 30);
     at = put_number_right(at, low32(size >> (10 * unit)), 4);
-    at[0] = "BKMG"[unit];
-    at[1] = 'B';
+    std::memcpy(at, &"B KBMBGB"[2 * unit], 2);
     return at + (unit == 0 ? 1 : 2);
 }
 
@@ -141,17 +140,17 @@ std::string get_in_out_ratio_str(unsigned long long in_bytes, unsigned long long
 const char* get_age_str(long long cache_time)
 {
     static char buf[256];
-    char* end = buf;
-    const auto append = [&end](int value, char unit) {
-        end = std::to_chars(end, end + 11, value).ptr; // "-2147483648" at most
-        *end++ = unit;
-        *end = '\0';
-    };
+    *put_age(buf, cache_time) = '\0';
+    return buf;
+}
+
+char* put_age(char* at, long long cache_time)
+{
+    const auto append = [&at](int value, char unit) { at = put_char(put_number(at, value), unit); };
 
     int age_in_sec = cache_time > 0 ? age_in_32_bits(cache_time) : 0;
     if (age_in_sec < 0) {
-        std::snprintf(buf, sizeof buf, "unknown (system clock has been changed)");
-        return buf;
+        return put_text(at, "unknown (system clock has been changed)");
     }
 
     // The units thin out as the age grows, irregularly on purpose: "31d", "1d4h" and "5h" stop where they are, while
@@ -161,7 +160,7 @@ const char* get_age_str(long long cache_time)
         days = age_in_sec / DAY_SEC;
         append(days, 'd');
         if (days > 30) {
-            return buf;
+            return at;
         }
         age_in_sec %= DAY_SEC;
     }
@@ -169,7 +168,7 @@ const char* get_age_str(long long cache_time)
         const int hours = age_in_sec / HOUR_SEC;
         append(hours, 'h');
         if (hours > 2 || days > 0) {
-            return buf;
+            return at;
         }
         age_in_sec %= HOUR_SEC;
     }
@@ -179,20 +178,31 @@ const char* get_age_str(long long cache_time)
         age_in_sec %= MIN_SEC;
     }
     append(age_in_sec, 's');
-    return buf;
+    return at;
 }
 
 const char* get_time_str(int t)
 {
     static char time_str[256];
-    constexpr std::size_t limit = 100;
-    const std::time_t moment = t;
-    std::tm local{};
-    localtime_r(&moment, &local);
-    if (std::strftime(time_str, limit, "%m/%d/%Y %T", &local) == 0) {
-        time_str[0] = '\0';
-    }
+    *put_time(time_str, t) = '\0';
     return time_str;
+}
+
+char* put_time(char* at, int t)
+{
+    const std::tm local = RE_local_time(t);
+    // Two digits, with the zero in front that a day or an hour may need.
+    const auto put_two = [&at](int value, char next) {
+        at = put_char(put_char(at, static_cast<char>('0' + value / 10)), static_cast<char>('0' + value % 10));
+        at = put_char(at, next);
+    };
+    put_two(local.tm_mon + 1, '/');
+    put_two(local.tm_mday, '/');
+    at = put_char(put_number(at, local.tm_year + 1900), ' '); // 1901 to 2038, whatever the zone
+    put_two(local.tm_hour, ':');
+    put_two(local.tm_min, ':');
+    put_two(local.tm_sec, '\0');
+    return at - 1;
 }
 
 void show_msg_size_dist(const RE_conn_slot& c, int first_id)

@@ -35,8 +35,14 @@ std::string get_in_out_ratio_str(unsigned long long in_bytes, unsigned long long
 // How long ago a moment (seconds since the epoch; 0 or less: not known, printed as "0s") was: "2h3m4s", "1d3h", "45d".
 const char* get_age_str(long long cache_time);
 
+// The same as a field of a row. `at`: 256 free bytes.
+char* put_age(char* at, long long cache_time);
+
 // A moment (seconds since the epoch) in local time: "03/07/2011 14:05:09".
 const char* get_time_str(int t);
+
+// The same as a field of a row. `at`: 32 free bytes.
+char* put_time(char* at, int t);
 
 // Prints the message-size histogram of a slot: six counters from first_id on, in percent of their sum.
 void show_msg_size_dist(const RE_conn_slot& c, int first_id);

@@ -352,11 +352,25 @@ int RE_image_reader::read_conn_so_header(int conn_slot, SO_stat_conn_header& hdr
     return 0;
 }
 
+void RE_image_reader::walk_counters_to(std::uint32_t row)
+{
+    constexpr std::int64_t steps_ahead = 6;
+    const std::int64_t step = std::int64_t{row} - std::int64_t{m_counters_row};
+    const std::int64_t ahead = row + steps_ahead * step;
+    if (ahead >= 0 && ahead < std::int64_t{m_image.conn_rows_in_reach()}) {
+        __builtin_prefetch(m_image.conn_counters[ahead].stats);
+    }
+    m_counters_row = row;
+}
+
 int RE_image_reader::read_conn_stat(int conn_slot, int id, long long& value)
 {
     value = 0;
     if (!is_id_in_range(id, RE_STAT_CONN_ID_MAX) || !has_conn(conn_slot, 0)) {
         return not_there;
+    }
+    if (m_conn.row != m_counters_row) {
+        walk_counters_to(m_conn.row);
     }
     const long long counter = load_acquire(&m_image.conn_counters[m_conn.row].stats[id]);
     if (load_relaxed(&m_image.conns[m_conn.row].generation) != m_conn.copy.generation) {

@@ -91,11 +91,15 @@ private:
     int read_peer_counter(int peer_slot, std::size_t offset, long long& value);
     bool take_conn(int conn_slot);
     bool has_conn(int conn_slot, unsigned int field);
+    // Rows of counters are far apart, and a table of a million connections waits for memory at every one; so the row is
+    // asked for early that a walk at this step comes to soon. A hint, whose first counters are those that tables show.
+    void walk_counters_to(std::uint32_t row);
     bool has_app(int app_slot);
 
     RE_stat_image m_image;
     identity<RE_image_peer_row> m_peer;
     identity<RE_image_conn_row> m_conn;
+    std::uint32_t m_counters_row = 0; // where counters of a connection were last read
     RE_image_config_row m_config{};
     RE_stat_app_struct m_app{};
     std::uint64_t m_nacks_end = 0; // where the walk through the NACK log ends, so that a busy engine cannot prolong it

@@ -3,24 +3,33 @@
 #include "RE_sequence.h"
 #include "RE_stat_counters.h"
 
+#include <array>
+
 namespace {
 
-// Sets the counters of one enumeration to 0. infos: what RE_stat_counters.def says of them; a line may stand for a
-// range. "Everything" takes in places of the array that no line describes.
-template <std::size_t Size, typename Infos>
-void reset_counters(std::int64_t (&counters)[Size], const Infos& infos, RE_reset_extent extent)
+// Which counters of one enumeration a reset of the totals sets to 0: all but current values, and no place of the array
+// that no line describes. Worked out by the compiler, as the descriptions' texts are no use to programs that only reset.
+template <std::size_t Size, std::size_t Lines>
+constexpr std::array<bool, Size> totals_among(const RE_stat_counter_info (&infos)[Lines])
 {
-    if (extent == RE_reset_extent::everything) {
-        for (std::int64_t& counter : counters) {
-            store_relaxed(&counter, std::int64_t{0});
-        }
-        return;
-    }
+    std::array<bool, Size> totals{};
     for (const RE_stat_counter_info& info : infos) {
-        if (info.kind == RE_stat_kind::current) {
-            continue;
-        }
         for (int id = info.id; id <= info.last_id; ++id) {
+            totals[static_cast<std::size_t>(id)] = info.kind != RE_stat_kind::current;
+        }
+    }
+    return totals;
+}
+
+constexpr auto global_totals = totals_among<RE_STAT_GLOBAL_ID_MAX>(re_stat_global_counters);
+constexpr auto peer_totals = totals_among<RE_STAT_PEER_ID_MAX>(re_stat_peer_counters);
+constexpr auto conn_totals = totals_among<RE_STAT_CONN_ID_MAX>(re_stat_conn_counters);
+
+template <std::size_t Size>
+void reset_counters(std::int64_t (&counters)[Size], const std::array<bool, Size>& b_totals, RE_reset_extent extent)
+{
+    for (std::size_t id = 0; id < Size; ++id) {
+        if (extent == RE_reset_extent::everything || b_totals[id]) {
             store_relaxed(&counters[id], std::int64_t{0});
         }
     }
@@ -30,14 +39,14 @@ void reset_counters(std::int64_t (&counters)[Size], const Infos& infos, RE_reset
 
 void reset_global(const RE_stat_image& image, RE_reset_extent extent)
 {
-    reset_counters(image.global->stats, re_stat_global_counters, extent);
-    reset_counters(image.global->conn_stats, re_stat_conn_counters, extent);
+    reset_counters(image.global->stats, global_totals, extent);
+    reset_counters(image.global->conn_stats, conn_totals, extent);
 }
 
 void reset_peer(const RE_stat_image& image, std::uint32_t row, RE_reset_extent extent)
 {
-    reset_counters(image.peer_counters[row].stats, re_stat_peer_counters, extent);
-    reset_counters(image.peer_counters[row].conn_stats, re_stat_conn_counters, extent);
+    reset_counters(image.peer_counters[row].stats, peer_totals, extent);
+    reset_counters(image.peer_counters[row].conn_stats, conn_totals, extent);
 }
 
 void reset_peers(const RE_stat_image& image, RE_reset_extent extent)
@@ -50,7 +59,7 @@ void reset_peers(const RE_stat_image& image, RE_reset_extent extent)
 
 void reset_conn(const RE_stat_image& image, std::uint32_t row, RE_reset_extent extent)
 {
-    reset_counters(image.conn_counters[row].stats, re_stat_conn_counters, extent);
+    reset_counters(image.conn_counters[row].stats, conn_totals, extent);
 }
 
 void reset_conns(const RE_stat_image& image, RE_reset_extent extent)
