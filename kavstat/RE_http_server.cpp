@@ -233,6 +233,14 @@ bool RE_http_server::start(const RE_listen_address& address, const RE_http_limit
         const auto* const self = static_cast<implementation*>(mg_get_user_data(mg_get_context(connection)));
         return request(connection, self->limits).answer();
     };
+    // Requests that are none do not get as far as that. The server's own words for them would tell what it is made of.
+    callbacks.http_error = [](mg_connection* connection, int status, const char*) {
+        mg_printf(connection,
+                  "HTTP/1.1 %d %s\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Length: 0\r\n"
+                  "Connection: close\r\n\r\n",
+                  status, mg_get_response_code_text(connection, status));
+        return 0;
+    };
     callbacks.log_message = [](const mg_connection* connection, const char* message) {
         // Before it serves, the server says here why it cannot; later it says what clients do, which is their affair.
         if (auto* const self = static_cast<implementation*>(mg_get_user_data(mg_get_context(connection)));
