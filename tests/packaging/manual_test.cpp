@@ -124,6 +124,7 @@ bool is_exempt(const std::string& literal)
         "parameter to peer is NULL",            //
         "0123456789abcdef",                     // digits
         "B KBMBGB",                             // units, one by one
+        " KB MB GB",                            //
         "TZif",                                 // the mark of a time zone's file
         "/dev/null",                            //
         " Id    No%55s%14s\\n",                 // the second half of two headings that the page has in one

@@ -55,6 +55,11 @@ public:
     int save_stats_binary(const char* path) override;
     void* get_re_auto_bypass_memory_ptr(int size) override;
 
+    // When the engine that these statistics are of was started, and when they were saved (0 for live ones): seconds
+    // since the epoch, as the image's header has them. 0 when not open.
+    std::time_t engine_start_time() const { return is_open() ? m_image.header->engine_start_time : 0; }
+    std::time_t capture_time() const { return is_open() ? m_image.header->capture_time : 0; }
+
 protected:
     // Starts and ends the reading of an image that has been attached to.
     void begin(const RE_stat_image& image);

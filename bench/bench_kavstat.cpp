@@ -1,0 +1,206 @@
+// What a scrape costs: an engine of 1,000 peers and 100,000 connections, scraped by the real exporter over HTTP.
+//
+//   bench_kavstat [PEERS] [CONNECTIONS]         prints the time, size, processor time and memory of scrapes
+//   bench_kavstat PEERS CONNECTIONS hold        only holds the engine up, for valgrind and others to look at
+//
+// Instructions of one exposition:
+//   bench_kavstat 1000 100000 hold &  valgrind --tool=callgrind kavstat metrics >/dev/null
+// The engine's side is told by its own processor time while it is scraped: nobody calls it, so there is none.
+#include "RE_stat_writer.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using clock_type = std::chrono::steady_clock;
+
+void fill(RE_stat_writer& engine, int peers, int conns)
+{
+    RE_stat_limits limits;
+    limits.peers = peers;
+    limits.connections = conns;
+    if (engine.create(limits, std::time(nullptr)) != 0) {
+        std::puts("no segment to be had");
+        std::exit(1);
+    }
+    for (int peer = 0; peer < peers; ++peer) {
+        RE_stat_peer_header header{};
+        std::memcpy(header.m_kav_peer_id.m_data, &peer, sizeof peer);
+        std::snprintf(header.m_peer_host_name, sizeof header.m_peer_host_name, "branch-%d.example.net", peer);
+        const int slot = engine.add_peer(peer, header);
+        for (int id = 0; id < RE_STAT_PEER_ID_MAX; ++id) {
+            engine.set_peer_stat(slot, id, 123456789LL * (id + 1));
+        }
+    }
+    for (int conn = 0; conn < conns; ++conn) {
+        RE_stat_conn_header header{};
+        header.m_conn_id = conn;
+        const int slot = engine.open_conn(conn % peers, header, {}, 1);
+        for (int id = 0; id < RE_STAT_CONN_ID_MAX; ++id) {
+            engine.add_conn_stat(slot, id, 1000 + id);
+        }
+    }
+    engine.publish();
+}
+
+double processor_seconds(int who)
+{
+    rusage usage{};
+    getrusage(static_cast<__rusage_who>(who), &usage);
+    const auto seconds = [](const timeval& time) {
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+    };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+// utime and stime of a running process.
+double processor_seconds_of(pid_t pid)
+{
+    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+    std::string word;
+    double ticks = 0;
+    for (int field = 1; field <= 15 && file >> word; ++field) {
+        ticks += field >= 14 ? std::stod(word) : 0;
+    }
+    return ticks / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
+// Private memory, and the peak of all, which counts what it has mapped of the engine's segment.
+void print_memory_of(pid_t pid)
+{
+    std::ifstream file("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(file, line);) {
+        if (line.starts_with("RssAnon:") || line.starts_with("VmHWM:")) {
+            std::printf("  %s\n", line.c_str());
+        }
+    }
+}
+
+std::size_t scrape(int port, const char* path)
+{
+    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    std::size_t size = 0;
+    if (connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+        const std::string request = std::string("GET ") + path + " HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n";
+        static char bytes[1 << 20];
+        if (write(socket, request.data(), request.size()) > 0) {
+            for (ssize_t count = 0; (count = read(socket, bytes, sizeof bytes)) > 0;) {
+                size += static_cast<std::size_t>(count);
+            }
+        }
+    }
+    close(socket);
+    return size;
+}
+
+void measure(pid_t exporter, int port, const char* path, int rounds)
+{
+    scrape(port, path);
+    std::vector<double> times;
+    std::size_t size = 0;
+    const double own_before = processor_seconds(RUSAGE_SELF);
+    const double before = processor_seconds_of(exporter);
+    for (int round = 0; round < rounds; ++round) {
+        const auto start = clock_type::now();
+        size = scrape(port, path);
+        times.push_back(std::chrono::duration<double, std::milli>(clock_type::now() - start).count());
+    }
+    const double after = processor_seconds_of(exporter);
+    std::sort(times.begin(), times.end());
+    std::printf("%s: %zu bytes, median %.1f ms, exporter's processor %.1f ms a scrape (reader's %.1f ms)\n", path, size,
+                times[times.size() / 2], (after - before) * 1000 / rounds,
+                (processor_seconds(RUSAGE_SELF) - own_before) * 1000 / rounds);
+    print_memory_of(exporter);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const int peers = argc > 1 ? std::atoi(argv[1]) : 1000;
+    const int conns = argc > 2 ? std::atoi(argv[2]) : 100000;
+    if (std::getenv("KAV_STAT_SEGMENT") == nullptr) {
+        setenv("KAV_STAT_SEGMENT", ("kav_bench." + std::to_string(getpid())).c_str(), 1);
+    }
+    // The engine is a process of its own, so that its processor time is its own.
+    int ready[2];
+    if (pipe(ready) != 0) {
+        return 1;
+    }
+    const pid_t engine = fork();
+    if (engine == 0) {
+        sigset_t signals;
+        sigemptyset(&signals);
+        sigaddset(&signals, SIGTERM);
+        sigprocmask(SIG_BLOCK, &signals, nullptr);
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+        RE_stat_writer writer;
+        fill(writer, peers, conns);
+        if (write(ready[1], "r", 1) != 1) {
+            return 1;
+        }
+        int signal = 0;
+        sigwait(&signals, &signal);
+        writer.close();
+        return 0;
+    }
+    char letter = 0;
+    if (read(ready[0], &letter, 1) != 1) {
+        return 1;
+    }
+    if (argc > 3) {
+        std::printf("KAV_STAT_SEGMENT=%s, kill %d ends it\n", std::getenv("KAV_STAT_SEGMENT"), getpid());
+        std::fflush(stdout);
+        waitpid(engine, nullptr, 0);
+        return 0;
+    }
+
+    int out[2];
+    if (pipe(out) != 0) {
+        return 1;
+    }
+    const pid_t exporter = fork();
+    if (exporter == 0) {
+        dup2(out[1], STDOUT_FILENO);
+        std::string program = argv[0];
+        program.replace(program.rfind('/') + 1, std::string::npos, "kavstat");
+        execl(program.c_str(), program.c_str(), "serve", "--listen", "127.0.0.1:0", nullptr);
+        _exit(127);
+    }
+    char text[256] = "";
+    if (read(out[0], text, sizeof text - 1) <= 0) {
+        return 1;
+    }
+    const int port = std::atoi(std::strrchr(text, ':') + 1);
+    const double engine_before = processor_seconds_of(engine);
+    measure(exporter, port, "/metrics", 50);
+    std::printf("the engine's processor time in 50 scrapes: %.2f ms\n",
+                (processor_seconds_of(engine) - engine_before) * 1000);
+    measure(exporter, port, "/api/v1/statistics?scope=global,peers", 20);
+    measure(exporter, port, "/api/v1/statistics", 1);
+    kill(exporter, SIGTERM);
+    waitpid(exporter, nullptr, 0);
+    kill(engine, SIGTERM);
+    waitpid(engine, nullptr, 0);
+    return 0;
+}

@@ -1,0 +1,43 @@
+// The counters of RE_stat_counters.def under the names that programs see: a key in JSON, a metric in an exposition.
+// Both are made from the table's enumerators, so that no name is ever written down a second time.
+#pragma once
+
+#include "RE_stat_counters.h"
+
+#include <span>
+#include <string>
+#include <vector>
+
+// What a counter counts for.
+enum class RE_counter_scope
+{
+    engine,      // RE_stat_global_id
+    peer,        // RE_stat_peer_id
+    connection,  // RE_stat_conn_id: one connection, or the sum of a peer's or of all
+    application, // RE_stat_app_id
+};
+
+// A counter, or a range of counters that shares one name.
+struct RE_named_counter
+{
+    RE_stat_counter_info info;
+    std::string key; // "cache_state": the enumerator without its family's prefix, in lower case
+
+    int id() const { return info.id; }
+    // 1 for a counter alone.
+    int size() const { return info.last_id - info.id + 1; }
+    bool is_range() const { return info.last_id != info.id; }
+    bool is_total() const { return info.kind == RE_stat_kind::total; }
+};
+
+// All counters of a scope in the order of their ids; made at the first call, and there as long as the program.
+const std::vector<RE_named_counter>& counters_of(RE_counter_scope scope);
+
+// "engine", "peer", "connection" or "application".
+const char* word_of(RE_counter_scope scope);
+inline constexpr RE_counter_scope all_counter_scopes[] = {RE_counter_scope::engine, RE_counter_scope::peer,
+                                                          RE_counter_scope::connection, RE_counter_scope::application};
+
+// The metric's name behind its prefix: "cache_sigblock_age_timestamp_seconds". Base units (bytes, seconds, a ratio),
+// "_total" on running totals and nowhere else.
+std::string metric_name_of(const RE_named_counter& counter);

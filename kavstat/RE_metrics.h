@@ -1,0 +1,38 @@
+// Statistics in the text format that Prometheus scrapes and node_exporter's textfile collector picks up. Engine, peers
+// and applications only: a series for every connection that ever was would be the end of any time series database.
+#pragma once
+
+#include "RE_counter_names.h"
+#include "RE_output.h"
+#include "RE_snapshot.h"
+
+#include <string>
+#include <vector>
+
+// What to expose beside a snapshot.
+struct RE_metrics_extra
+{
+    // Servers in the auto-bypass table; negative when there is no table.
+    int bypass_servers = -1;
+};
+
+// Writes the exposition of an engine that is up. Peers that share a number, and applications that share all labels,
+// would be two series of one name, which no scraper takes; the first one is shown and the others are counted in
+// kavstat_skipped_peers and kavstat_skipped_applications.
+void write_metrics(const RE_snapshot& snapshot, const RE_metrics_extra& extra, RE_output& output);
+
+// The exposition when there is no engine: kav_up 0.
+void write_metrics_without_engine(RE_output& output);
+
+// Reads an open reader and writes the exposition.
+void write_metrics_of(RE_image_reader& reader, std::time_t now, RE_output& output);
+
+// The metrics that show a counter, by their full names.
+std::vector<std::string> metrics_of(RE_counter_scope scope, const RE_named_counter& counter);
+
+// The value in the metric's base unit, with all its digits: 25000 microseconds are "0.025".
+void add_metric_value(RE_output& output, RE_stat_unit unit, long long value);
+
+// The label value that names an application: "80", "80-source" for the client's port, "80-handle5" when the engine's
+// policy gave it names.
+std::string application_label(const RE_stat_app_header& header);

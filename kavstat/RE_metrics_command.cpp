@@ -1,0 +1,28 @@
+// kavstat metrics.
+#include "RE_commands.h"
+#include "RE_metrics.h"
+#include "RE_report_error.h"
+#include "RE_stat_error.h"
+
+#include <unistd.h>
+
+int run_metrics(const RE_metrics_options& options)
+{
+    RE_source source(options.file);
+    RE_descriptor_sink sink(STDOUT_FILENO);
+    RE_output output(sink);
+    if (!source.is_live()) {
+        if (const int status = open_or_report(source)) {
+            return status;
+        }
+    } else if (const int error = source.open()) {
+        // What collects the output must see that the engine is gone, and not the figures of the last time.
+        if (error != RE_STAT_ERR_NO_ENGINE && error != RE_STAT_ERR_ENGINE_GONE && error != RE_STAT_ERR_NOT_PUBLISHED) {
+            report_error(RE_source::reason_of(error));
+        }
+        write_metrics_without_engine(output);
+        return finish_output(output, sink);
+    }
+    write_metrics_of(source.reader(), std::time(nullptr), output);
+    return finish_output(output, sink);
+}

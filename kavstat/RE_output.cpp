@@ -1,0 +1,30 @@
+#include "RE_output.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+
+bool RE_descriptor_sink::take(std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        const ssize_t written = write(m_descriptor, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            m_error = written < 0 ? errno : EIO;
+            return false;
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+bool RE_output::flush()
+{
+    if (m_b_ok && !m_buffer.empty()) {
+        m_b_ok = m_sink.take(m_buffer);
+    }
+    m_buffer.clear();
+    return m_b_ok;
+}

@@ -1,0 +1,41 @@
+// kavstat serve.
+#include "RE_commands.h"
+#include "RE_report_error.h"
+
+#include <malloc.h>
+#include <unistd.h>
+
+#include <csignal>
+
+int run_serve(const RE_serve_options& options)
+{
+    // Blocked before the first thread is made, so that none of them takes what this one waits for.
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+
+    // What a scrape needs goes back to the system when it is done, instead of staying with the thread that had it.
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+    mallopt(M_ARENA_MAX, 2);
+
+    RE_http_server server;
+    std::string reason;
+    if (!server.start(options.address, {}, reason)) {
+        report_error("cannot listen on " + options.address.host + " port " + std::to_string(options.address.port) +
+                     ": " + reason);
+        return RE_EXIT_LISTEN;
+    }
+    const std::string& host = options.address.host;
+    RE_descriptor_sink sink(STDOUT_FILENO);
+    RE_output output(sink);
+    output.add("serving http://" + (host.find(':') != std::string::npos ? "[" + host + "]" : host) + ":" +
+               std::to_string(server.port()) + "\n");
+    // Whoever started it may not want to know.
+    output.flush();
+
+    int signal = 0;
+    sigwait(&signals, &signal);
+    return RE_EXIT_OK;
+}

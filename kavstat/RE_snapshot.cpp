@@ -1,0 +1,136 @@
+#include "RE_snapshot.h"
+
+#include "RE_auto_bypass.h"
+#include "RE_bypass_table.h"
+#include "RE_sequence.h"
+
+#include <algorithm>
+
+namespace {
+
+// False when the slot holds no peer, or was given to another one meanwhile.
+bool read_peer(RE_stat_reader& reader, int slot, RE_snapshot_peer& peer)
+{
+    if (!reader.is_peer_valid(slot) || reader.read_peer_header(slot, peer.header) < 0 ||
+        reader.read_peer_id(slot, peer.number) < 0) {
+        return false;
+    }
+    peer.slot = slot;
+    for (int id = 0; id < RE_STAT_PEER_ID_MAX; ++id) {
+        if (reader.read_peer_stat(slot, id, peer.figures[static_cast<std::size_t>(id)]) < 0) {
+            return false;
+        }
+    }
+    for (int id = 0; id < RE_STAT_CONN_ID_MAX; ++id) {
+        if (reader.read_peer_conn_stat(slot, id, peer.connections[static_cast<std::size_t>(id)]) < 0) {
+            return false;
+        }
+    }
+    peer.active_connections = reader.read_peer_active_conn_count(slot);
+    return true;
+}
+
+// A slot that changes hands while it is read is read once more; an engine in which that goes on has nobody there whom
+// a report could miss.
+constexpr int tries = 3;
+
+} // namespace
+
+RE_snapshot take_snapshot(RE_image_reader& reader, std::time_t now)
+{
+    RE_snapshot snapshot;
+    snapshot.engine_start_time = reader.engine_start_time();
+    snapshot.capture_time = reader.capture_time() != 0 ? reader.capture_time() : now;
+    snapshot.active_connections = reader.read_global_active_conn_count();
+    for (int id = 0; id < RE_STAT_GLOBAL_ID_MAX; ++id) {
+        reader.read_global_stat(id, snapshot.engine[static_cast<std::size_t>(id)]);
+    }
+    for (int id = 0; id < RE_STAT_CONN_ID_MAX; ++id) {
+        reader.read_global_conn_stat(id, snapshot.connections[static_cast<std::size_t>(id)]);
+    }
+
+    const int peer_slots = reader.get_max_peer_slots();
+    snapshot.peers.reserve(static_cast<std::size_t>(peer_slots));
+    RE_snapshot_peer peer;
+    for (int slot = 0; slot < peer_slots; ++slot) {
+        for (int attempt = 0; attempt < tries; ++attempt) {
+            if (read_peer(reader, slot, peer)) {
+                snapshot.peers.push_back(peer);
+                break;
+            }
+        }
+    }
+
+    const auto app_slots = static_cast<int>(reader.get_app_slot_shared_memory_header_size());
+    snapshot.apps.reserve(static_cast<std::size_t>(app_slots));
+    for (int slot = 0; slot < app_slots; ++slot) {
+        RE_stat_app_struct* app = nullptr;
+        if (reader.read_app_slot(slot, app) < 0 || app == nullptr) {
+            break;
+        }
+        snapshot.apps.push_back({slot, *app});
+    }
+    return snapshot;
+}
+
+std::vector<RE_stat_nack_header> read_nacks(RE_stat_reader& reader)
+{
+    std::vector<RE_stat_nack_header> nacks;
+    RE_stat_nack_header nack{};
+    for (int cursor = reader.get_first_nack(); cursor >= 0;) {
+        cursor = reader.get_next_nack(cursor, nack);
+        if (cursor >= 0) {
+            nacks.push_back(nack);
+        }
+    }
+    return nacks;
+}
+
+std::optional<std::vector<RE_bypass_entry>> read_bypass(RE_stat_reader& reader)
+{
+    const void* const memory = reader.get_re_auto_bypass_memory_ptr(static_cast<int>(RE_auto_bypass::get_shm_size()));
+    const auto* const table = static_cast<const RE_bypass_table*>(memory);
+    if (table == nullptr || load_relaxed(&table->magic) != RE_bypass_magic) {
+        return std::nullopt;
+    }
+    std::vector<RE_bypass_entry> entries;
+    const std::uint32_t rows = std::min(load_acquire(&table->rows_used), RE_bypass_capacity);
+    int patience = RE_patience;
+    for (std::uint32_t at = 0; at < rows; ++at) {
+        RE_bypass_row row{};
+        if (copy_row(&table->rows[at], row, patience) && row.b_in_use != 0) {
+            entries.push_back(row.entry);
+        }
+    }
+    return entries;
+}
+
+bool read_connection(RE_stat_reader& reader, int slot, RE_snapshot_conn& conn)
+{
+    if (!reader.is_conn_valid(slot) || reader.read_conn_header(slot, conn.header) < 0 ||
+        reader.read_conn_so_header(slot, conn.transport) < 0 ||
+        reader.read_conn_time(slot, conn.open_time, conn.close_time) < 0 ||
+        reader.read_conn_peer_id(slot, conn.peer_number) < 0) {
+        return false;
+    }
+    conn.slot = slot;
+    for (int id = 0; id < RE_STAT_CONN_ID_MAX; ++id) {
+        if (reader.read_conn_stat(slot, id, conn.figures[static_cast<std::size_t>(id)]) < 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+RE_peer_numbers::RE_peer_numbers(const RE_snapshot& snapshot)
+{
+    for (const RE_snapshot_peer& peer : snapshot.peers) {
+        m_numbers.emplace(std::to_array(peer.header.m_kav_peer_id.m_data), peer.number);
+    }
+}
+
+int RE_peer_numbers::number_of(const RE_kav_peer_id& identity) const
+{
+    const auto found = m_numbers.find(std::to_array(identity.m_data));
+    return found != m_numbers.end() ? found->second : -1;
+}

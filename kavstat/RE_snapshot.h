@@ -1,0 +1,81 @@
+// What a reader's statistics were at one moment, as plain values: what JSON, metrics, differences and the live view are
+// made from. Connections, of which an engine may have a million, are gone through one by one instead of being kept.
+#pragma once
+
+#include "RE_image_reader.h"
+#include "RE_stat_writer.h"
+
+#include <array>
+#include <cstdint>
+#include <ctime>
+#include <map>
+#include <optional>
+#include <vector>
+
+using RE_engine_figures = std::array<long long, RE_STAT_GLOBAL_ID_MAX>;   // by RE_stat_global_id
+using RE_peer_figures = std::array<long long, RE_STAT_PEER_ID_MAX>;       // by RE_stat_peer_id
+using RE_connection_figures = std::array<long long, RE_STAT_CONN_ID_MAX>; // by RE_stat_conn_id
+
+struct RE_snapshot_peer
+{
+    int slot = 0;
+    int number = -1; // "Peer-No"
+    int active_connections = 0;
+    RE_stat_peer_header header{};
+    RE_peer_figures figures{};
+    RE_connection_figures connections{}; // sums over the peer's connections
+};
+
+struct RE_snapshot_app
+{
+    int slot = 0;
+    RE_stat_app_struct app{};
+};
+
+struct RE_snapshot_conn
+{
+    int slot = 0;
+    int peer_number = -1;
+    std::time_t open_time = 0;
+    std::time_t close_time = 0; // 0 or less while it is open
+    RE_stat_conn_header header{};
+    SO_stat_conn_header transport{};
+    RE_connection_figures figures{};
+
+    bool is_open() const { return close_time <= 0; }
+};
+
+struct RE_snapshot
+{
+    std::time_t engine_start_time = 0; // seconds since the epoch
+    std::time_t capture_time = 0;      // when these figures were true
+    int active_connections = 0;
+    RE_engine_figures engine{};
+    RE_connection_figures connections{}; // sums over all connections
+    std::vector<RE_snapshot_peer> peers; // in ascending order of slots
+    std::vector<RE_snapshot_app> apps;   // in ascending order of slots
+};
+
+// Reads everything but connections. reader: open. now: the capture time of live statistics.
+RE_snapshot take_snapshot(RE_image_reader& reader, std::time_t now);
+
+// The NACK log, oldest entry first.
+std::vector<RE_stat_nack_header> read_nacks(RE_stat_reader& reader);
+
+// The auto-bypass table's entries in use, or nothing when there is no table.
+std::optional<std::vector<RE_bypass_entry>> read_bypass(RE_stat_reader& reader);
+
+// Reads one connection; false when the slot holds none, or was given to another one meanwhile.
+bool read_connection(RE_stat_reader& reader, int slot, RE_snapshot_conn& conn);
+
+// Finds a peer's number by its identity, for applications, which know nothing else of their peer.
+class RE_peer_numbers
+{
+public:
+    explicit RE_peer_numbers(const RE_snapshot& snapshot);
+    // -1 when there is no peer with this identity.
+    int number_of(const RE_kav_peer_id& identity) const;
+
+private:
+    std::map<std::array<unsigned char, sizeof(RE_kav_peer_id)>, int> m_numbers;
+};

@@ -1,0 +1,37 @@
+// Statistics as one JSON document. Its keys are a contract, described by docs/kavstat.schema.json.
+#pragma once
+
+#include "RE_output.h"
+#include "RE_source.h"
+
+#include <ctime>
+#include <optional>
+#include <string>
+#include <string_view>
+
+// Which sections the document has; the head is always there.
+struct RE_json_scopes
+{
+    bool b_global = true;
+    bool b_connections = true;
+    bool b_peers = true;
+    bool b_apps = true;
+    bool b_nacks = true;
+    bool b_config = true;
+    bool b_bypass = true;
+};
+
+// "global,connections,peers,apps,nacks,config,bypass": words as the scopes' keys, for help texts.
+std::string all_json_scopes();
+
+// Reads words joined by commas. Nothing when one is unknown or empty; `unknown` is then that word.
+std::optional<RE_json_scopes> parse_json_scopes(std::string_view words, std::string& unknown);
+
+// source: open. now: the capture time of live statistics. Stops early once the output takes no more.
+void write_statistics_json(RE_source& source, const RE_json_scopes& scopes, std::time_t now, RE_output& output);
+
+// The JSON Schema of the document, made from the counter table.
+std::string statistics_json_schema();
+
+// Version of the document's form, its "kavstat_json" member: goes up when a key changes its meaning or goes away.
+constexpr int RE_json_version = 1;

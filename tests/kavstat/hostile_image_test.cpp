@@ -1,0 +1,75 @@
+// Images that hold anything at all.
+#include "RE_diff.h"
+#include "RE_watch_view.h"
+#include "kavstat_fixture.h"
+
+#include <filesystem>
+#include <random>
+#include <set>
+#include <sstream>
+
+namespace {
+
+class hostile_image : public kavstat_test
+{
+protected:
+    // Overwrites some of the image behind its section table with random bytes, in rows of any sort.
+    void spoil(std::mt19937& random)
+    {
+        const std::size_t size = std::filesystem::file_size(segment_path());
+        constexpr std::size_t sections_at = 416;
+        for (int hit = 0; hit < 200; ++hit) {
+            const std::size_t at = sections_at + random() % (size - sections_at - 64);
+            const std::size_t length = random() % 64;
+            for (std::size_t byte = at; byte < at + length; ++byte) {
+                m_image[byte] = static_cast<unsigned char>(random() % 4 == 0 ? 0xff : random());
+            }
+        }
+    }
+    unsigned char* m_image = nullptr;
+};
+
+} // namespace
+
+TEST_F(hostile_image, gives_documents_that_are_still_sound)
+{
+    start();
+    fill();
+    m_image = map_segment();
+    std::mt19937 random(1);
+    RE_source source;
+    ASSERT_EQ(source.open(), 0);
+    RE_diff_side before = take_side(source.reader(), "before", now);
+    RE_watch_model model;
+    RE_watch_view view(RE_watch_page::connections, 1, true);
+    for (int round = 0; round < 12; ++round) {
+        spoil(random);
+        RE_source spoiled;
+        const std::string text = json_text(spoiled);
+        EXPECT_TRUE(nlohmann::json::accept(text));
+
+        std::set<std::string> series;
+        std::istringstream lines(metrics());
+        for (std::string line; std::getline(lines, line);) {
+            const std::size_t value = line.rfind(' ') + 1;
+            EXPECT_TRUE(line[0] == '#' || series.insert(line.substr(0, value)).second) << line;
+            EXPECT_TRUE(line[0] == '#' || line.find_first_not_of("0123456789.e+-", value) == std::string::npos) << line;
+        }
+
+        RE_diff_side after = take_side(spoiled.reader(), "after", now);
+        RE_string_sink sink;
+        RE_output output(sink);
+        write_diff(before, after, true, output);
+        EXPECT_TRUE(output.flush());
+        for (const char letter : sink.text()) {
+            EXPECT_TRUE(letter == '\n' || (letter >= ' ' && letter <= '~')) << int{letter};
+        }
+        before = after;
+
+        model.update(spoiled.reader(), true, now, RE_watch_model::clock::now());
+        for (const char page : {'1', '2', '3', '4'}) {
+            view.press(page);
+            EXPECT_FALSE(view.report(model).empty());
+        }
+    }
+}

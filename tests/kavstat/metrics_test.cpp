@@ -1,0 +1,172 @@
+// Statistics as metrics.
+#include "kavstat_fixture.h"
+
+#include <cstring>
+#include <limits>
+#include <set>
+#include <sstream>
+
+namespace {
+
+class metrics_text : public kavstat_test
+{
+protected:
+    bool has_line(const std::string& line) { return ("\n" + metrics()).find("\n" + line + "\n") != std::string::npos; }
+};
+
+std::string value_text(RE_stat_unit unit, long long value)
+{
+    RE_string_sink sink;
+    RE_output output(sink);
+    add_metric_value(output, unit, value);
+    output.flush();
+    return sink.text();
+}
+
+} // namespace
+
+TEST(metric_value, is_in_the_base_unit_with_all_its_digits)
+{
+    EXPECT_EQ(value_text(RE_stat_unit::bytes, 9223372036854775807LL), "9223372036854775807");
+    EXPECT_EQ(value_text(RE_stat_unit::kilobytes, 3), "3072");
+    EXPECT_EQ(value_text(RE_stat_unit::megabytes, -1), "-1048576");
+    EXPECT_EQ(value_text(RE_stat_unit::microseconds, 25000), "0.025");
+    EXPECT_EQ(value_text(RE_stat_unit::microseconds, 9007199254740993LL), "9007199254.740993");
+    EXPECT_EQ(value_text(RE_stat_unit::microseconds, 3000000), "3");
+    EXPECT_EQ(value_text(RE_stat_unit::microseconds, 0), "0");
+    EXPECT_EQ(value_text(RE_stat_unit::microseconds, -1), "-0.000001");
+    EXPECT_EQ(value_text(RE_stat_unit::microseconds, std::numeric_limits<long long>::min()), "-9223372036854.775808");
+    EXPECT_EQ(value_text(RE_stat_unit::percent, 17), "0.17");
+    EXPECT_EQ(value_text(RE_stat_unit::percent, 100), "1");
+    EXPECT_EQ(value_text(RE_stat_unit::seconds_since_epoch, 1300000000), "1300000000");
+}
+
+TEST(metric_value, beyond_64_bits_is_still_a_number)
+{
+    EXPECT_EQ(std::stod(value_text(RE_stat_unit::megabytes, std::numeric_limits<long long>::max())),
+              9223372036854775807.0 * 1048576.0);
+}
+
+TEST(application_label, names_port_side_and_handle)
+{
+    RE_stat_app_header header{};
+    header.set({}, 80, false);
+    EXPECT_EQ(application_label(header), "80");
+    header.set({}, 80, true);
+    EXPECT_EQ(application_label(header), "80-source");
+    header.set_policy_engine_handler(5);
+    EXPECT_EQ(application_label(header), "80-source-handle5");
+}
+
+TEST_F(metrics_text, has_engine_peers_and_applications)
+{
+    start();
+    engine.set_global(RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE, 2000);
+    engine.set_global(SO_STAT_RC_NONE + 18, 77);
+    RE_stat_peer_header header{};
+    header.m_kav_peer_id.m_data[0] = 1;
+    header.m_peer_mac_id = RE_mac_id("00:11:22:33:44:55");
+    const int peer = engine.add_peer(12, header);
+    engine.set_peer_stat(peer, RE_STAT_PEER_ID_ACK_Q_AVG_RTT, 6789);
+    engine.set_peer_stat(peer, RE_STAT_PEER_ID_BYPASS_RATIO, 17);
+    const int conn = engine.open_conn(peer, {}, {}, 5);
+    engine.add_conn_stat(conn, RE_STAT_CONN_ID_ENCODE_IN_BYTES, 1000);
+    RE_stat_app_header app{};
+    app.set(header.m_kav_peer_id, 80, false);
+    engine.add_app_stat(engine.find_or_add_app(app), RE_STAT_APP_ID_ENCODE_IN_KBYTES, 2);
+
+    EXPECT_TRUE(has_line("kav_up 1"));
+    EXPECT_TRUE(has_line("kav_engine_start_time_seconds 1700000000"));
+    EXPECT_TRUE(has_line("kav_active_connections 1"));
+    EXPECT_TRUE(has_line("kav_bypass_servers 0"));
+    EXPECT_TRUE(has_line("# HELP kav_total_cache_size_bytes usable cache size on disk"));
+    EXPECT_TRUE(has_line("# TYPE kav_total_cache_size_bytes gauge"));
+    EXPECT_TRUE(has_line("kav_total_cache_size_bytes 2097152000"));
+    EXPECT_TRUE(has_line("kav_so_rc_none_total{index=\"18\"} 77"));
+    EXPECT_TRUE(has_line("kav_connections_encode_in_bytes_total 1000"));
+    EXPECT_TRUE(has_line("# TYPE kav_connections_encode_in_bytes_total counter"));
+    EXPECT_TRUE(has_line("kav_peer_info{peer=\"12\",kav_peer_id=\"01:00:00:00:00:00-000000000000-00000000\","
+                         "mac_id=\"00:11:22:33:44:55\",ip=\"0.0.0.0\",host_name=\"\"} 1"));
+    EXPECT_TRUE(has_line("kav_peer_ack_q_avg_rtt_seconds{peer=\"12\"} 0.006789"));
+    EXPECT_TRUE(has_line("kav_peer_bypass_ratio{peer=\"12\"} 0.17"));
+    EXPECT_TRUE(has_line("kav_peer_active_connections{peer=\"12\"} 1"));
+    EXPECT_TRUE(has_line("kav_peer_connections_encode_in_bytes_total{peer=\"12\"} 1000"));
+    EXPECT_TRUE(has_line("kav_application_encode_in_bytes_total{application=\"80\",peer=\"12\","
+                         "kav_peer_id=\"01:00:00:00:00:00-000000000000-00000000\"} 2048"));
+}
+
+TEST_F(metrics_text, has_nothing_that_grows_with_connections)
+{
+    start();
+    fill();
+    const auto lines = [this] {
+        const std::string text = metrics();
+        return std::count(text.begin(), text.end(), '\n');
+    };
+    const auto before = lines();
+    ASSERT_GE(engine.open_conn(0, conn_header_of(5), so_header_of(5), 5), 0);
+    EXPECT_EQ(lines(), before);
+}
+
+TEST_F(metrics_text, never_has_two_series_of_one_name)
+{
+    start();
+    RE_stat_peer_header header{};
+    engine.add_peer(5, header);
+    engine.add_peer(5, header);
+    const std::string text = metrics();
+    std::set<std::string> series;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        const std::string name = line.substr(0, line.rfind(' '));
+        EXPECT_TRUE(line[0] == '#' || series.insert(name).second) << line;
+    }
+    EXPECT_TRUE(has_line("kavstat_skipped_peers 1"));
+}
+
+TEST_F(metrics_text, names_of_the_far_side_can_break_no_label)
+{
+    start();
+    RE_stat_peer_header header{};
+    std::strcpy(header.m_peer_host_name, "a\"} 1\nkav_up 0\n\\\x1B[2J\xFF");
+    engine.add_peer(1, header);
+    EXPECT_TRUE(has_line("kav_peer_info{peer=\"1\",kav_peer_id=\"00:00:00:00:00:00-000000000000-00000000\","
+                         "mac_id=\"00:00:00:00:00:00\",ip=\"0.0.0.0\",host_name=\"a\\\"} 1\xEF\xBF\xBDkav_up "
+                         "0\xEF\xBF\xBD\\\\\xEF\xBF\xBD[2J\xEF\xBF\xBD\"} 1"));
+    EXPECT_FALSE(has_line("kav_up 0"));
+}
+
+TEST_F(metrics_text, every_sample_follows_its_head)
+{
+    start();
+    fill();
+    std::istringstream lines(metrics());
+    std::string family;
+    std::set<std::string> families;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with("# HELP ")) {
+            family = line.substr(7, line.find(' ', 7) - 7);
+            EXPECT_TRUE(families.insert(family).second) << family;
+        } else if (line.starts_with("# TYPE ")) {
+            EXPECT_EQ(line.substr(7, family.size()), family);
+        } else {
+            EXPECT_EQ(line.substr(0, line.find_first_of(" {")), family);
+        }
+    }
+    // A family for each counter or range, two for those of connections, and twelve that are made here.
+    EXPECT_EQ(families.size(), 107U + 42U + 2 * 166U + 18U + 12U);
+}
+
+TEST_F(metrics_text, of_an_absent_engine_says_so_and_nothing_else)
+{
+    RE_string_sink sink;
+    RE_output output(sink);
+    write_metrics_without_engine(output);
+    output.flush();
+    EXPECT_EQ(sink.text(), "# HELP kav_up 1 when the engine's statistics could be read\n"
+                           "# TYPE kav_up gauge\n"
+                           "kav_up 0\n"
+                           "# HELP kavstat_info the program that made these metrics; always 1\n"
+                           "# TYPE kavstat_info gauge\n"
+                           "kavstat_info{version=\"" KAV_VERSION "\"} 1\n");
+}

@@ -1,0 +1,253 @@
+// The commands' exit statuses, errors and outputs.
+#include "kavstat_program.h"
+
+#include "../system/demo_engine.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+class kavstat_command : public system_test
+{
+protected:
+    std::string save(const std::string& name)
+    {
+        const program_result result = run_viewer({"save-file", path(name)});
+        EXPECT_EQ(result.status, 0) << result.out;
+        return path(name);
+    }
+};
+
+const std::vector<std::vector<std::string>> printing_commands = {
+    {"json"},   {"metrics"},        {"list"},     {"list", "--json"}, {"schema"}, {"watch", "--once", "-i", "0.1"},
+    {"--help"}, {"json", "--help"}, {"--version"}};
+
+} // namespace
+
+TEST_F(kavstat_command, tells_its_version_and_its_commands)
+{
+    EXPECT_EQ(run_kavstat({"--version"}).out, "kavstat " KAV_VERSION "\n");
+    const program_result help = run_kavstat({"--help"});
+    EXPECT_EQ(help.status, 0);
+    for (const char* const word :
+         {"  json ", "  metrics ", "  serve ", "  watch ", "  diff ", "  list ", "  schema ", "Exit status:"}) {
+        EXPECT_NE(help.out.find(word), std::string::npos) << word;
+    }
+}
+
+TEST_F(kavstat_command, refuses_mistakes_with_status_2)
+{
+    const std::vector<std::vector<std::string>> mistakes = {{},
+                                                            {"jsn"},
+                                                            {"json", "--scope", "global,peer"},
+                                                            {"json", "--scope", ""},
+                                                            {"json", "extra"},
+                                                            {"list", "--unit", "furlongs"},
+                                                            {"watch", "--interval", "0"},
+                                                            {"watch", "--interval", "nan"},
+                                                            {"watch", "--page", "5"},
+                                                            {"serve", "--listen", "localhost"},
+                                                            {"serve", "--listen", "1.2.3.4:99999"},
+                                                            {"diff"}};
+    for (const std::vector<std::string>& arguments : mistakes) {
+        const program_result result = run_kavstat(arguments);
+        EXPECT_EQ(result.status, 2) << (arguments.empty() ? "" : arguments.back());
+        EXPECT_EQ(result.out, "");
+        EXPECT_NE(result.err, "");
+    }
+}
+
+TEST_F(kavstat_command, without_an_engine_says_so_with_status_3)
+{
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"json"}, {"watch", "--once", "-i", "0.1"}}) {
+        const program_result result = run_kavstat(arguments);
+        EXPECT_EQ(result.status, 3);
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.err, "kavstat: no engine is running\n");
+    }
+    // What collects metrics must see it, and see a success.
+    const program_result metrics = run_kavstat({"metrics"});
+    EXPECT_EQ(metrics.status, 0);
+    EXPECT_NE(metrics.out.find("\nkav_up 0\n"), std::string::npos);
+}
+
+TEST_F(kavstat_command, refuses_files_that_are_no_statistics_with_a_reason)
+{
+    const small_engine engine;
+    const std::string sound = bytes_of(save("sound"));
+    std::string other_version = sound;
+    other_version[12] = 9;
+    std::string damaged = sound;
+    damaged[sound.size() / 2] ^= 1;
+    write_bytes(path("empty"), "");
+    write_bytes(path("text"), std::string(1000, 'x'));
+    write_bytes(path("cut"), sound.substr(0, sound.size() - 1));
+    write_bytes(path("damaged"), damaged);
+    write_bytes(path("version"), other_version);
+    const std::vector<std::pair<std::string, std::string>> reasons = {
+        {"none", "there is no such file"},  {"empty", "the file is empty"},
+        {"text", "not a statistics file"},  {"cut", "the file is cut short or has something behind its end"},
+        {"damaged", "the file is damaged"}, {"version", "its layout is of a version that this program does not know"},
+        {".", "not a regular file"}};
+    for (const auto& [name, reason] : reasons) {
+        for (const std::vector<std::string>& arguments : {std::vector<std::string>{"json", "--file", path(name)},
+                                                          {"metrics", "--file", path(name)},
+                                                          {"diff", path("sound"), path(name)},
+                                                          {"diff", path(name)}}) {
+            const program_result result = run_kavstat(arguments);
+            EXPECT_EQ(result.status, 3) << name;
+            EXPECT_EQ(result.out, "");
+            EXPECT_EQ(result.err, "kavstat: " + path(name) + ": " + reason + "\n");
+        }
+    }
+}
+
+TEST_F(kavstat_command, says_when_its_output_is_full_or_closed_with_status_4)
+{
+    const small_engine engine;
+    const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+    for (const std::vector<std::string>& arguments : printing_commands) {
+        run_surroundings surroundings;
+        surroundings.output = full;
+        EXPECT_EQ(run_kavstat(arguments, surroundings).status, 4) << arguments.front();
+        surroundings.output = -1;
+        EXPECT_EQ(run_kavstat(arguments, surroundings).status, 4) << arguments.front();
+    }
+    close(full);
+    run_surroundings surroundings;
+    surroundings.output = -1;
+    EXPECT_EQ(run_kavstat({"json"}, surroundings).err, "kavstat: standard output: Bad file descriptor\n");
+}
+
+TEST_F(kavstat_command, ends_quietly_when_its_reader_has_seen_enough)
+{
+    const small_engine engine;
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    close(ends[0]);
+    for (const std::vector<std::string>& arguments : {std::vector<std::string>{"json"}, {"metrics"}, {"watch"}}) {
+        run_surroundings surroundings;
+        surroundings.output = ends[1];
+        const program_result result = run_kavstat(arguments, surroundings);
+        EXPECT_EQ(result.status, 4);
+        EXPECT_EQ(result.signal, 0);
+        EXPECT_EQ(result.err, "");
+    }
+    close(ends[1]);
+}
+
+TEST_F(kavstat_command, list_finds_counters_by_name_meaning_unit_and_kind)
+{
+    EXPECT_EQ(run_kavstat({"list", "CACHE_STATE"}).out,
+              "engine       cache_state  state                current  "
+              "0 not usable, 1 initializing, 2 usable, 3 temporarily failed, 4 failed\n");
+    EXPECT_EQ(run_kavstat({"list", "--scope", "peer", "--unit", "percent"}).out,
+              "peer         bypass_ratio  percent              current  share of messages that bypass the engine\n");
+    EXPECT_EQ(run_kavstat({"list", "no such thing"}).out, "");
+    const nlohmann::json rows = nlohmann::json::parse(run_kavstat({"list", "--json"}).out);
+    EXPECT_EQ(rows.size(), 107U + 42U + 166U + 18U);
+    EXPECT_EQ(rows[0], nlohmann::json::parse(R"({"scope":"engine","id":0,"size":1,
+        "name":"RE_STAT_GLOBAL_ID_CACHE_STATE","key":"cache_state","unit":"state","kind":"current",
+        "meaning":"0 not usable, 1 initializing, 2 usable, 3 temporarily failed, 4 failed",
+        "metrics":["kav_cache_state"]})"));
+}
+
+TEST_F(kavstat_command, json_is_what_its_schema_describes)
+{
+    const auto validate = [this](const std::string& document) {
+        write_bytes(path("document.json"), document);
+        const program_result result =
+            child_program("/usr/bin/python3",
+                          {KAV_TEST_FILES "/validate.py", KAV_DOCS "/kavstat.schema.json", path("document.json")})
+                .finish();
+        EXPECT_EQ(result.err, "");
+        return result.status == 0 ? "valid" : result.out;
+    };
+    {
+        const small_engine engine;
+        save("saved");
+        const std::string document = run_kavstat({"json"}).out;
+        EXPECT_EQ(validate(document), "valid");
+        EXPECT_EQ(validate(run_kavstat({"json", "--scope", "nacks"}).out), "valid");
+        EXPECT_EQ(validate(run_kavstat({"json", "--file", path("saved")}).out), "valid");
+        // The validator does tell the difference.
+        nlohmann::json wrong = nlohmann::json::parse(document);
+        wrong["peers"][0]["counters"]["num_nacks"] = "3";
+        EXPECT_NE(validate(wrong.dump()), "valid");
+        wrong = nlohmann::json::parse(document);
+        wrong["connections"][0]["counters"].erase("ack_bytes");
+        EXPECT_NE(validate(wrong.dump()), "valid");
+    }
+    demo_engine demo({"--once", "--repeat", "1", KAV_DOCS});
+    ASSERT_TRUE(demo.says("ready"));
+    ASSERT_TRUE(demo.says("idle"));
+    EXPECT_EQ(validate(run_kavstat({"json"}).out), "valid");
+}
+
+TEST_F(kavstat_command, json_reads_files_of_every_layout)
+{
+    const program_result result = run_kavstat({"json", "--file", KAV_TEST_DATA "/statistics.layout-1"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_TRUE(nlohmann::json::accept(result.out));
+}
+
+TEST_F(kavstat_command, metrics_are_what_promtool_accepts)
+{
+    const small_engine engine;
+    write_bytes(path("metrics.prom"), run_kavstat({"metrics"}).out);
+    const program_result result =
+        child_program("/bin/sh", {"-c", "promtool check metrics <'" + path("metrics.prom") + "'"}).finish();
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out + result.err, "");
+}
+
+TEST_F(kavstat_command, diff_compares_a_file_with_the_running_engine)
+{
+    small_engine engine;
+    const std::string before = save("before");
+    engine.writer().add_conn_stat(engine.encoding_conn(), RE_STAT_CONN_ID_ENCODE_IN_BYTES, 500);
+    const program_result live = run_kavstat({"diff", before});
+    EXPECT_EQ(live.status, 0) << live.err;
+    EXPECT_NE(live.out.find("  encode_in_bytes  bytes  1000000  1000500    +500"), std::string::npos) << live.out;
+    EXPECT_NE(live.out.find("\npeer 1 branch-1.example.net, connections\n"), std::string::npos);
+    const std::string after = save("after");
+    EXPECT_NE(run_kavstat({"diff", before, after}).out.find("  +500"), std::string::npos);
+    const program_result same = run_kavstat({"diff", after, after});
+    EXPECT_EQ(std::count(same.out.begin(), same.out.end(), '\n'), 3) << same.out;
+}
+
+TEST_F(kavstat_command, diff_refuses_statistics_of_different_engines)
+{
+    std::string first;
+    {
+        const small_engine engine;
+        first = save("first");
+    }
+    small_engine engine;
+    RE_stat_config_param config{};
+    config.m_local_kav_peer_id.m_data[0] = 0xee;
+    engine.writer().set_config(config);
+    const std::string second = save("second");
+    const program_result result = run_kavstat({"diff", first, second});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "kavstat: cannot be compared: " + first +
+                              " is of engine 00:11:22:33:44:55-010203040506-0a0b0c0d, " + second +
+                              " of engine ee:00:00:00:00:00-000000000000-00000000\n");
+    EXPECT_EQ(run_kavstat({"diff", "--force", first, second}).status, 0);
+}
+
+TEST_F(kavstat_command, serve_ends_at_sigterm_and_refuses_a_taken_port_with_status_5)
+{
+    kavstat_server server;
+    EXPECT_EQ(get(server.port(), "/healthz").body, "ok\n");
+    const program_result second = run_kavstat({"serve", "--listen", "127.0.0.1:" + std::to_string(server.port())});
+    EXPECT_EQ(second.status, 5);
+    EXPECT_EQ(second.out, "");
+    EXPECT_NE(second.err.find("Address already in use"), std::string::npos) << second.err;
+    const program_result result = server.stop();
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+}

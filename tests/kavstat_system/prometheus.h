@@ -1,0 +1,30 @@
+// A real Prometheus server that scrapes kavstat once a second.
+#pragma once
+
+#include "../system/child_program.h"
+
+#include <nlohmann/json.hpp>
+
+#include <functional>
+#include <map>
+#include <string>
+
+// A stored series: its labels but for job and instance, as "name{a=\"b\",c=\"d\"}" in alphabetical order.
+using stored_series = std::map<std::string, double>;
+
+class prometheus
+{
+public:
+    // folder: for its data. port: of what it scrapes, at /metrics.
+    prometheus(const std::string& folder, int port);
+
+    // What an instant query answers by now.
+    stored_series query(const std::string& expression) const;
+    // The first answer that is wanted; the last one when that takes too long.
+    stored_series query_until(const std::string& expression,
+                              const std::function<bool(const stored_series&)>& is_wanted) const;
+
+private:
+    int m_port;
+    child_program m_program;
+};
