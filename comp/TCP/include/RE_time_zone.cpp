@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <new>
 #include <string_view>
 
@@ -130,17 +129,18 @@ namespace {
 RE_time_zone read_system_zone()
 {
     constexpr std::size_t most = 8192; // no zone has half as much
+    static unsigned char* bytes;       // kept as long as the program runs
     const int file = open("/etc/localtime", O_RDONLY | O_CLOEXEC);
     if (file < 0) {
         return {};
     }
-    std::unique_ptr<unsigned char[]> bytes(new (std::nothrow) unsigned char[most]);
-    const ssize_t size = bytes ? read(file, bytes.get(), most) : -1;
+    bytes = new (std::nothrow) unsigned char[most];
+    const ssize_t size = bytes != nullptr ? read(file, bytes, most) : -1;
     close(file);
     if (size <= 0 || static_cast<std::size_t>(size) == most) {
         return {};
     }
-    return RE_time_zone({bytes.release(), static_cast<std::size_t>(size)}); // kept as long as the program runs
+    return RE_time_zone({bytes, static_cast<std::size_t>(size)});
 }
 
 const RE_time_zone& system_zone()
