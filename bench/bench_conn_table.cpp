@@ -6,10 +6,10 @@
 //   write   one write of the very same bytes, the floor under both
 //
 // bench_conn_table [ROUNDS] [CONNECTIONS] prints the median time of each and the two ratios that we watch: table should
-// be at least 5 times as fast as printf and take at most 2.5 times as long as write. Every field is random, which is the
-// hardest that rows can be to a processor that guesses ahead. With "shuffled" as third argument the ids do not follow
-// the slots either, as in an engine that has run for long: ordering them, and reading slots all over the memory, then
-// costs more than the rows, whoever prints them.
+// be at least 5 times as fast as printf and take at most 2.5 times as long as write. Every field is random, which is
+// the hardest that rows can be to a processor that guesses ahead. With "shuffled" as third argument the ids do not
+// follow the slots either, as in an engine that has run for long: ordering them, and reading slots all over the memory,
+// then costs more than the rows, whoever prints them.
 //
 // User instructions a row, where the machine has no counters for `perf stat -e instructions:u`:
 //   valgrind --tool=callgrind --toggle-collect='show_conn(*)' bench_conn_table 1 100000 table

@@ -164,18 +164,30 @@ struct octet_text
     unsigned int length;
 };
 
-inline constexpr auto octet_texts = [] {
+constexpr octet_text make_octet_text(unsigned int octet)
+{
+    octet_text t{{' ', ' ', static_cast<char>('0' + octet % 10), '.'}, 2};
+    if (octet >= 10) {
+        t.text[1] = static_cast<char>('0' + octet / 10 % 10);
+        t.length = 3;
+    }
+    if (octet >= 100) {
+        t.text[0] = static_cast<char>('0' + octet / 100);
+        t.length = 4;
+    }
+    return t;
+}
+
+constexpr std::array<octet_text, 256> make_octet_texts()
+{
     std::array<octet_text, 256> texts{};
     for (unsigned int octet = 0; octet < texts.size(); ++octet) {
-        texts[octet] = {{octet >= 100 ? static_cast<char>('0' + octet / 100) : ' ',
-                         octet >= 10 ? static_cast<char>('0' + octet / 10 % 10) : ' ',
-                         static_cast<char>('0' + octet % 10), '.'},
-                        octet >= 100  ? 4U
-                        : octet >= 10 ? 3U
-                                      : 2U};
+        texts[octet] = make_octet_text(octet);
     }
     return texts;
-}();
+}
+
+inline constexpr std::array<octet_text, 256> octet_texts = make_octet_texts();
 
 // "%15s" of ip_to_string(ip). ip: host order.
 inline char* put_address_right(char* at, std::uint32_t ip)
@@ -187,7 +199,7 @@ inline char* put_address_right(char* at, std::uint32_t ip)
     // that the one behind it brought along.
     char* end = field_end + 1;
     const auto put_before = [&end](std::uint32_t octet) {
-        std::memcpy(end - sizeof octet_text::text, octet_texts[octet].text, sizeof octet_text::text);
+        std::memcpy(end - 4, octet_texts[octet].text, 4);
         end -= octet_texts[octet].length;
     };
     put_before(ip & 255U);

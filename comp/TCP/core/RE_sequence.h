@@ -59,9 +59,11 @@ void load_words(const Row* from, Row& to)
         std::memcpy(bytes + at * sizeof word, &word, sizeof word);
     };
     // Without a loop, which no compiler unrolls around atomic loads: scans copy a million rows.
-    [&]<std::size_t... At>(std::index_sequence<At...>) {
+    [&]<std::size_t... At>(std::index_sequence<At...>)
+    {
         (load(At + 1), ...);
-    }(std::make_index_sequence<sizeof(Row) / sizeof(std::uint64_t) - 1>());
+    }
+    (std::make_index_sequence<sizeof(Row) / sizeof(std::uint64_t) - 1>());
 }
 
 template <typename Row>
