@@ -338,9 +338,10 @@ TEST_F(concurrency_test, threads_of_one_engine_lose_no_count)
                 engine.add_global(1, 1);
                 engine.add_app_stat(engine.find_or_add_app(app_key_of(number % 4)), 2, 1);
                 engine.add_nack(nack_of(number));
-                engine.close_conn(slot, 2);
                 if (round % 2 == 0) {
                     engine.release_conn(slot);
+                } else {
+                    engine.close_conn(slot, 2); // from here on the slot may be another thread's
                 }
             }
         });

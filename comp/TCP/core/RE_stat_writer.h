@@ -86,9 +86,11 @@ public:
     int open_conn(int peer_slot, const RE_stat_conn_header& header, const SO_stat_conn_header& so_header,
                   std::time_t open_time);
     void update_conn_so_header(int conn_slot, const SO_stat_conn_header& so_header);
-    // The connection stays in the list as closed until its slot is needed or released. close_time: 1 or later.
+    // The connection stays in the list as closed until its slot is needed. From then on the slot is another
+    // connection's, so an engine whose connections come and go in several threads is done with a slot when it has
+    // closed it. close_time: 1 or later.
     void close_conn(int conn_slot, std::time_t close_time);
-    // Takes a connection out of the list, closing it first if need be.
+    // Takes a connection out of the list at once, open or closed.
     void release_conn(int conn_slot);
 
     // Adds to a connection's figure, and with the same call to its peer's and to the engine's sum, so that the three
