@@ -11,10 +11,11 @@
 
 namespace {
 
+// There to the very end: what measures coverage opens its files behind all destructors.
 std::map<std::string, std::string>& files()
 {
-    static std::map<std::string, std::string> known;
-    return known;
+    static auto* const known = new std::map<std::string, std::string>;
+    return *known;
 }
 
 bool begins(const char* text, const char* beginning)
