@@ -1,11 +1,10 @@
 // An engine that stands still, for measuring what reads its statistics: publishes as much as it is told to, runs a
 // command that sees it, and withdraws. Exits as the command does.
 //
-//     bench_engine [--peers N] [--conns N] [--slots N] [--nacks N] [--apps N] [--matching N] COMMAND [WORD...]
+//     bench_engine [--peers N] [--conns N] [--slots N] [--nacks N] [--apps N] COMMAND [WORD...]
 //
 // Without options it is of ordinary size: 30 peers, 600 connections, 100 NACKs, 50 applications.
-// --slots N     room for connections (default: as many as there are, at least 1,024)
-// --matching N  only the first N connections are with peer 1 and to port 443; default: a few of each
+// --slots N  room for connections (default: as many as there are, at least 1,024)
 #include "RE_stat_writer.h"
 
 #include <sys/wait.h>
@@ -27,7 +26,6 @@ struct engine_shape
     int slots = 1024;
     int nacks = 100;
     int apps = 50;
-    int matching = -1;
 };
 
 // Reads the options into `shape`. Returns the index of the command's first word, or -1.
@@ -39,7 +37,7 @@ int parse(int argc, char** argv, engine_shape& shape)
         int* value;
     } const options[] = {
         {"--peers", &shape.peers}, {"--conns", &shape.conns}, {"--slots", &shape.slots},
-        {"--nacks", &shape.nacks}, {"--apps", &shape.apps},   {"--matching", &shape.matching},
+        {"--nacks", &shape.nacks}, {"--apps", &shape.apps},
     };
     int at = 1;
     while (at + 1 < argc) {
@@ -101,17 +99,17 @@ private:
     void add_conns()
     {
         for (int number = 0; number < m_shape.conns; ++number) {
-            const bool b_match = m_shape.matching < 0 ? below(4) == 0 : number < m_shape.matching;
+            const bool b_first_peer = below(4) == 0;
             RE_stat_conn_header conn{};
             conn.m_conn_id = number + 1;
             conn.m_client_ip = static_cast<std::uint32_t>(0x0a000000U + below(1U << 24U));
             conn.m_server_ip = static_cast<std::uint32_t>(m_random());
             conn.m_client_port = static_cast<std::uint16_t>(1024U + below(64000U));
-            conn.m_server_port = b_match ? 443 : 8080;
+            conn.m_server_port = b_first_peer ? 443 : 8080;
             SO_stat_conn_header so_header{};
             so_header.m_comp_type = 3;
             const int others = std::max(m_shape.peers - 1, 1);
-            const int peer = b_match ? 1 : static_cast<int>(below(static_cast<unsigned long long>(others))) + 2;
+            const int peer = b_first_peer ? 1 : static_cast<int>(below(static_cast<unsigned long long>(others))) + 2;
             const auto opened_ago = static_cast<std::time_t>(below(40ULL * 86400ULL));
             const int slot = m_writer.open_conn(std::min(peer, m_shape.peers) - 1, conn, so_header, m_now - opened_ago);
             for (const int id : {RE_STAT_CONN_ID_ENCODE_IN_BYTES, RE_STAT_CONN_ID_ENCODE_OUT_BYTES,
@@ -165,7 +163,7 @@ int main(int argc, char** argv)
     const int command = parse(argc, argv, shape);
     if (command < 0) {
         std::fprintf(stderr, "usage: bench_engine [--peers N] [--conns N] [--slots N] [--nacks N] [--apps N] "
-                             "[--matching N] COMMAND [WORD...]\n");
+                             "COMMAND [WORD...]\n");
         return 2;
     }
     setenv("KAV_STAT_SEGMENT", ("kav_bench." + std::to_string(getpid())).c_str(), 1);

@@ -206,18 +206,16 @@ char* put_time(char* at, int t)
 {
     std::tm local;
     RE_local_time(t, local);
-    // Two digits, with the zero in front that a day or an hour may need.
-    const auto put_two = [&at](int value, char next) {
-        at = put_char(put_char(at, static_cast<char>('0' + value / 10)), static_cast<char>('0' + value % 10));
-        at = put_char(at, next);
+    // "%02d" of what a calendar holds.
+    const auto put_two = [](char* to, int value) {
+        return put_char(put_char(to, static_cast<char>('0' + value / 10)), static_cast<char>('0' + value % 10));
     };
-    put_two(local.tm_mon + 1, '/');
-    put_two(local.tm_mday, '/');
+    at = put_char(put_two(at, local.tm_mon + 1), '/');
+    at = put_char(put_two(at, local.tm_mday), '/');
     at = put_char(put_number(at, local.tm_year + 1900), ' '); // 1901 to 2038, whatever the zone
-    put_two(local.tm_hour, ':');
-    put_two(local.tm_min, ':');
-    put_two(local.tm_sec, '\0');
-    return at - 1;
+    at = put_char(put_two(at, local.tm_hour), ':');
+    at = put_char(put_two(at, local.tm_min), ':');
+    return put_two(at, local.tm_sec);
 }
 
 void show_msg_size_dist(const RE_conn_slot& c, int first_id)
