@@ -1,26 +1,36 @@
-# What every target of ours is compiled with: warnings as errors, hardening, and the sanitizers of the preset.
-add_library(kav_compiler INTERFACE)
-target_compile_options(kav_compiler INTERFACE
+# What everything is compiled with: warnings as errors, and the sanitizers of the preset.
+add_library(kav_warnings INTERFACE)
+target_compile_options(kav_warnings INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2 -Werror
     -fstack-protector-strong -ffunction-sections -fdata-sections)
-target_link_options(kav_compiler INTERFACE -Wl,--gc-sections -Wl,-z,relro -Wl,-z,now)
+target_link_options(kav_warnings INTERFACE -Wl,--gc-sections -Wl,-z,relro -Wl,-z,now)
 
 if(KAV_SANITIZE)
-    target_compile_options(kav_compiler INTERFACE
+    target_compile_options(kav_warnings INTERFACE
         -fsanitize=${KAV_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
-    target_link_options(kav_compiler INTERFACE -fsanitize=${KAV_SANITIZE})
+    target_link_options(kav_warnings INTERFACE -fsanitize=${KAV_SANITIZE})
     # What a test denies its program (memory, descriptors, time) may be what a sanitizer needs.
-    target_compile_definitions(kav_compiler INTERFACE KAV_SANITIZED)
-elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
-    target_compile_options(kav_compiler INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+    target_compile_definitions(kav_warnings INTERFACE KAV_SANITIZED)
 endif()
 if(KAV_FUZZ)
-    target_compile_options(kav_compiler INTERFACE -fsanitize=fuzzer-no-link)
+    target_compile_options(kav_warnings INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 if(KAV_COVERAGE)
-    target_compile_options(kav_compiler INTERFACE --coverage -fprofile-update=atomic)
-    target_link_options(kav_compiler INTERFACE --coverage)
+    target_compile_options(kav_warnings INTERFACE --coverage -fprofile-update=atomic)
+    target_link_options(kav_warnings INTERFACE --coverage)
 endif()
+
+# Our libraries and programs are hardened on top.
+add_library(kav_compiler INTERFACE)
+target_link_libraries(kav_compiler INTERFACE kav_warnings)
+if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT KAV_SANITIZE)
+    target_compile_options(kav_compiler INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+endif()
+
+# Tests are not optimized, only what they test is: optimizing them takes longer than running them.
+add_library(kav_test_compiler INTERFACE)
+target_link_libraries(kav_test_compiler INTERFACE kav_warnings)
+target_compile_options(kav_test_compiler INTERFACE -O0)
 
 # The viewer is linked statically wherever nothing needs the dynamic linker: starting it must cost next to nothing.
 if(KAV_SANITIZE OR KAV_COVERAGE)

@@ -1,0 +1,1 @@
+// Precompiled headers need a target with a source file.
