@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <ctime>
 
+constexpr std::int64_t ns_per_us = 1000;
+
 // Nanoseconds of a clock that never goes back.
 inline std::int64_t monotonic_ns()
 {

@@ -50,8 +50,6 @@ int size_counter(int first_id, std::uint32_t size)
     return id;
 }
 
-constexpr std::int64_t ns_per_us = 1000;
-
 SO_stat_conn_header so_header_of(const RE_application& application, bool b_bypassed)
 {
     SO_stat_conn_header header{};

@@ -4,8 +4,6 @@
 
 namespace {
 
-constexpr std::int64_t ns_per_us = 1000;
-
 constexpr long long megabytes(std::uint64_t bytes)
 {
     return static_cast<long long>(bytes >> 20U);

@@ -18,7 +18,7 @@ using row = std::array<std::string, columns>;
 constexpr const char* mark_restarted = "since the restart";
 constexpr const char* mark_went_back = "went back: reset";
 
-std::string time_text(std::time_t moment)
+std::string date_and_time(std::time_t moment)
 {
     char text[64];
     std::tm local{};
@@ -201,8 +201,8 @@ private:
 
     void write_moment(const char* title, const RE_diff_side& side)
     {
-        m_output.add(title + time_text(side.snapshot.capture_time) + ", engine started " +
-                     time_text(side.snapshot.engine_start_time) + ", " + plain_text(side.name) + "\n");
+        m_output.add(title + date_and_time(side.snapshot.capture_time) + ", engine started " +
+                     date_and_time(side.snapshot.engine_start_time) + ", " + plain_text(side.name) + "\n");
     }
 
     void write_peers()

@@ -4,20 +4,13 @@
 #include "RE_json_writer.h"
 #include "RE_metrics.h"
 #include "RE_report_error.h"
+#include "RE_text.h"
 
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 
 namespace {
-
-std::string lower_case(std::string text)
-{
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
-    return text;
-}
 
 bool contains(const std::string& text, const std::string& part)
 {

@@ -107,6 +107,16 @@ std::string escaped_label(std::string_view text)
     return result;
 }
 
+std::string lower_case(std::string text)
+{
+    for (char& letter : text) {
+        if (letter >= 'A' && letter <= 'Z') {
+            letter = static_cast<char>(letter - 'A' + 'a');
+        }
+    }
+    return text;
+}
+
 std::string ip_text(std::uint32_t ip)
 {
     char text[INET_ADDRSTRLEN] = "";

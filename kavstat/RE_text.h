@@ -24,5 +24,8 @@ std::string plain_text(std::string_view text);
 // Behind a backslash where a double-quoted label value needs one.
 std::string escaped_label(std::string_view text);
 
+// With the letters A to Z in lower case.
+std::string lower_case(std::string text);
+
 // The dotted text of an address in host order. Unlike ip_to_string it may be called from several threads at once.
 std::string ip_text(std::uint32_t ip);

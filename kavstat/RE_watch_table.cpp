@@ -1,19 +1,12 @@
 #include "RE_watch_table.h"
 
-#include <cctype>
+#include "RE_text.h"
+
 #include <cmath>
 #include <cstdio>
 #include <numeric>
 
 namespace {
-
-std::string lower_case(std::string text)
-{
-    for (char& letter : text) {
-        letter = static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
-    }
-    return text;
-}
 
 std::string cell(const std::string& text, int width, bool b_left)
 {

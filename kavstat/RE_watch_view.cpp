@@ -25,7 +25,7 @@ constexpr const char* key_lines[] = {
     "q           quit",
 };
 
-std::string time_text(std::time_t moment)
+std::string time_of_day(std::time_t moment)
 {
     char text[32];
     std::tm local{};
@@ -41,7 +41,7 @@ std::string state_of(const RE_watch_model& model)
     if (!model.is_up()) {
         return model.error() != 0 ? RE_source::reason_of(model.error()) : "waiting for the engine";
     }
-    return time_text(model.now().capture_time);
+    return time_of_day(model.now().capture_time);
 }
 
 std::vector<RE_watch_line> help()
@@ -231,7 +231,7 @@ std::vector<std::string> RE_watch_view::report(const RE_watch_model& model)
         lines.push_back(std::string(word_of(m_page)) + ": no figures: " + state_of(model));
         return lines;
     }
-    lines.push_back(std::string(word_of(m_page)) + " at " + time_text(model.now().capture_time));
+    lines.push_back(std::string(word_of(m_page)) + " at " + time_of_day(model.now().capture_time));
     if (m_page == RE_watch_page::engine) {
         constexpr std::size_t width = 92; // sixty values of history
         for (const std::string& line : engine_summary(model, width, m_b_unicode)) {

@@ -30,7 +30,7 @@ std::string size_of(int id)
     return get_data_size_str(GLOB(id));
 }
 
-double percentage(long long part, long long whole)
+double percent_used(long long part, long long whole)
 {
     return whole > 0 ? static_cast<double>(part) * 100.0 / static_cast<double>(whole) : 0.0;
 }
@@ -196,18 +196,18 @@ void show_global_info()
     // of its own.
     double disk_used = 0.0;
     if (GLOB(RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE) > 0) {
-        disk_used = percentage(wrapping_sum(sigblock_disk, dataunit_disk), GLOB(RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE));
+        disk_used = percent_used(wrapping_sum(sigblock_disk, dataunit_disk), GLOB(RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE));
     }
     std::printf("    Total usable disk size: %6lld MB,  Used: %.2f%%\n", GLOB(RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE),
                 disk_used);
     // The share is one of the table's entries, not of the megabytes beside it.
     std::printf("      Hash table RAM  size: %6lld MB,  Used: %.2f%%\n", GLOB(RE_STAT_GLOBAL_ID_TOTAL_CACHE_RAM_SIZE),
-                percentage(wrapping_sum(secblock_entries, sigblock_entries), max_entries));
+                percent_used(wrapping_sum(secblock_entries, sigblock_entries), max_entries));
     // The indents of these two lines differ by a blank, on purpose: their colons line up.
     std::printf("    Sigblock usage:  disk: %6lld MB, memory: %.2f%% age: %s\n", sigblock_disk,
-                percentage(sigblock_entries, max_entries), get_age_str(sigblock_age));
+                percent_used(sigblock_entries, max_entries), get_age_str(sigblock_age));
     std::printf("   Data unit usage:  disk: %6lld MB, memory: %.2f%% age: %s\n", dataunit_disk,
-                percentage(secblock_entries, max_entries), get_age_str(dataunit_age));
+                percent_used(secblock_entries, max_entries), get_age_str(dataunit_age));
 }
 
 void show_global_detail()
