@@ -1,0 +1,45 @@
+# Fresh Debian roots, for scripts that try what a machine has that never saw the project. To be sourced, as root.
+
+# make_root FOLDER [PACKAGE...]: the smallest Debian 12, and these packages. Nothing of this machine gets into it but the
+# address of its mirror and of its name server.
+make_root() {
+    local root=$1 mirror include=()
+    shift
+    # The mirror that this machine's apt uses. The names in brackets are apt's own.
+    # shellcheck disable=SC2016
+    mirror=$(apt-get indextargets --format '$(SITE) $(RELEASE)' 'Created-By: Packages' | sed -n 's/ bookworm$//p' | head -n 1)
+    if (($# > 0)); then
+        include=(--include="$(IFS=,; printf '%s' "$*")")
+    fi
+    printf '== a fresh Debian root%s\n' "${*:+ with $*}"
+    if ! debootstrap --variant=minbase "${include[@]}" bookworm "$root" "$mirror" >"$root.log" 2>&1; then
+        cat "$root.log" >&2
+        return 1
+    fi
+    cp /etc/resolv.conf "$root/etc/resolv.conf"
+}
+
+# in_root FOLDER: runs standard input as a script in a root. What it starts and mounts goes with it.
+in_root() {
+    unshare --mount --pid --fork --kill-child bash -s -- "$1" /dev/fd/3 3< <(cat) <<'END'
+set -euo pipefail
+mount -t proc proc "$1/proc"
+mount -t tmpfs tmpfs "$1/dev/shm"
+mount -t devpts -o ptmxmode=666 devpts "$1/dev/pts"
+ln -sf pts/ptmx "$1/dev/ptmx"
+cp "$2" "$1/tmp/script"
+exec chroot "$1" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root TERM=dumb LANG=C.UTF-8 \
+    DEBIAN_FRONTEND=noninteractive bash -euo pipefail /tmp/script </dev/null
+END
+}
+
+# put_tree FOLDER: the committed tree, as a checkout in the root's /root/kav.
+put_tree() {
+    git bundle create -q "$1/root/kav.bundle" HEAD
+    in_root "$1" <<'END'
+git init -q /root/kav
+cd /root/kav
+git fetch -q ../kav.bundle HEAD
+git -c advice.detachedHead=false checkout -q FETCH_HEAD
+END
+}
