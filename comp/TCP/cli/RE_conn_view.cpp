@@ -182,17 +182,19 @@ long long read_bytes(int conn_slot, RE_stat_conn_id id)
 }
 
 // "%-5d %3d %15s:%-5hu%15s:%-5hu  %s/%s", then "  C(%s)" or "  A". An engine has up to a million of these.
-char* put_table_row(char* at, int conn_slot)
+char* put_table_row(RE_row_writer& rows, char* at, int conn_slot)
 {
+    constexpr std::size_t address_width = 15;
     const conn_record conn(conn_slot);
     at = put_number_left(at, conn.hdr.m_conn_id, 5);
     at = put_char(at, ' ');
     at = put_number_right(at, conn.peer, 3);
     at = put_char(at, ' ');
-    at = put_address_right(at, conn.hdr.m_client_ip);
+    // In the row before the next call, which may write over it.
+    at = rows.put_any_text_right(at, ip_to_string(conn.hdr.m_client_ip), address_width);
     at = put_char(at, ':');
     at = put_number_left(at, conn.hdr.m_client_port, 5);
-    at = put_address_right(at, conn.hdr.m_server_ip);
+    at = rows.put_any_text_right(at, ip_to_string(conn.hdr.m_server_ip), address_width);
     at = put_char(at, ':');
     at = put_number_left(at, conn.hdr.m_server_port, 5);
 
@@ -221,7 +223,7 @@ void print_table(const conn_list& slot_id_vect)
             at = put_text(at, head);
             rows_to_head = rows_per_head;
         }
-        rows.end_row(put_table_row(at, conn.m_conn_slot));
+        rows.end_row(put_table_row(rows, at, conn.m_conn_slot));
         --rows_to_head;
     }
 }
