@@ -590,6 +590,28 @@ TEST_F(conn_view, reads_the_records_of_a_block_again_and_then_prints_both_addres
                                         "ip_to_string 10.0.0.1", "ip_to_string 10.0.0.2", "get_first_nack"}));
 }
 
+// Whatever a connection fails, all of it has been read by then.
+TEST_F(conn_view, reads_all_of_a_connection_that_is_not_listed)
+{
+    add(5).close_time = now;
+    const std::vector<std::string> whole_scan = {"get_max_conn_slots",    "is_conn_valid 0",     "read_conn_header 0",
+                                                 "read_conn_so_header 0", "read_conn_peer_id 0", "read_conn_time 0"};
+    const request failing[] = {{.client_ip = 1}, {.server_ip = 1}, {.client_port = 1}, {.server_port = 1},
+                               {.conn_id = 6},   {.peer_id = 4},   {.b_active = true}};
+    for (request r : failing) {
+        for (const bool b_last : {false, true}) {
+            r.b_last = b_last;
+            reader.calls.clear();
+            EXPECT_EQ(listing(r), "");
+            EXPECT_EQ(reader.calls, whole_scan);
+        }
+    }
+    reader.conns[0].so_header.m_comp_type = 0;
+    reader.calls.clear();
+    EXPECT_EQ(listing(), "");
+    EXPECT_EQ(reader.calls, whole_scan);
+}
+
 TEST_F(conn_view, prints_addresses_as_the_engine_library_writes_them_in_both_forms)
 {
     add(5);

@@ -36,12 +36,22 @@ int read_peer(int conn_slot)
     return peer;
 }
 
-bool is_compressed(int conn_slot)
+// A connection as the scan reads it: all of it, before the first test.
+struct scanned_conn
 {
+    RE_stat_conn_header hdr{};
     SO_stat_conn_header so{};
-    p_statReader->read_conn_so_header(conn_slot, so);
-    return so.m_comp_type != 0;
-}
+    int peer;
+    conn_times times;
+
+    explicit scanned_conn(int conn_slot)
+    {
+        p_statReader->read_conn_header(conn_slot, hdr);
+        p_statReader->read_conn_so_header(conn_slot, so);
+        peer = read_peer(conn_slot);
+        times = read_times(conn_slot);
+    }
+};
 
 struct conn_filter
 {
@@ -53,14 +63,16 @@ struct conn_filter
     int peer_id;                // negative: any
     bool b_active;
 
-    bool accepts_header(const RE_stat_conn_header& hdr) const
+    // A connection without a compression type is never listed.
+    bool accepts(const scanned_conn& conn) const
     {
-        return (client_ip == 0 || hdr.m_client_ip == client_ip) && (server_ip == 0 || hdr.m_server_ip == server_ip) &&
-               (client_port == 0 || hdr.m_client_port == client_port) &&
-               (server_port == 0 || hdr.m_server_port == server_port) && (conn_id < 0 || hdr.m_conn_id == conn_id);
+        return conn.so.m_comp_type != 0 && (client_ip == 0 || conn.hdr.m_client_ip == client_ip) &&
+               (server_ip == 0 || conn.hdr.m_server_ip == server_ip) &&
+               (client_port == 0 || conn.hdr.m_client_port == client_port) &&
+               (server_port == 0 || conn.hdr.m_server_port == server_port) &&
+               (conn_id < 0 || conn.hdr.m_conn_id == conn_id) && (peer_id < 0 || conn.peer == peer_id) &&
+               (!b_active || conn.times.close <= 0);
     }
-    bool accepts_peer(int peer) const { return peer_id < 0 || peer == peer_id; }
-    bool accepts_close_time(std::time_t close_time) const { return !b_active || close_time <= 0; }
 };
 
 // Calls take(id, slot, open_time) for each connection that passes the filter, in slot order.
@@ -71,16 +83,9 @@ void scan_conns(int MAX_STAT_CONN_SLOT_NUM, const conn_filter& filter, Take take
         if (!p_statReader->is_conn_valid(i)) {
             continue;
         }
-        RE_stat_conn_header hdr{};
-        p_statReader->read_conn_header(i, hdr);
-        // Most slots of a large engine fail a filter here, and then nothing more of them is read.
-        if (!filter.accepts_header(hdr) || !is_compressed(i)) {
-            continue;
-        }
-        const int peer = read_peer(i);
-        const conn_times times = read_times(i);
-        if (filter.accepts_peer(peer) && filter.accepts_close_time(times.close)) {
-            take(hdr.m_conn_id, i, times.open);
+        const scanned_conn conn(i);
+        if (filter.accepts(conn)) {
+            take(conn.hdr.m_conn_id, i, conn.times.open);
         }
     }
 }
