@@ -14,6 +14,8 @@ char* put_long_unsigned_right(char* at, unsigned long long number, std::size_t w
     return put_text_right(at, {text, static_cast<std::size_t>(put_unsigned(text, number) - text)}, width);
 }
 
+alignas(4096) char RE_row_writer::m_buffer[];
+
 char* RE_row_writer::begin_row()
 {
     if (sizeof m_buffer - m_length < max_row) {

@@ -168,7 +168,8 @@ inline char* put_number_right(char* at, int number, std::size_t width)
 }
 
 // Gathers rows and hands them to stdout in large pieces, at the latest at its own end; nothing else may be printed in
-// between. Whether all of it could be written shows on stdout, as with printf.
+// between. Whether all of it could be written shows on stdout, as with printf. There is one writer at a time: all use
+// the same memory.
 class RE_row_writer
 {
 public:
@@ -196,6 +197,6 @@ private:
     char* print_long_text(const char* at, std::string_view s);
     void flush();
 
+    alignas(4096) static char m_buffer[std::size_t{64} << 10]; // not on the stack, which may be as small
     std::size_t m_length = 0;
-    char m_buffer[std::size_t{64} << 10];
 };

@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -232,12 +233,13 @@ void show_log(const char* path, char* peer, bool detail, int top)
     constexpr std::size_t page = 4096;
     alignas(page) static unsigned char memory[page + read_size];
     const std::span<unsigned char> buffer = std::span(memory).subspan(page - RE_descriptor_reader::largest_field);
-    RE_top_app_log log(fd, buffer, path, peer, detail);
-    const bool b_complete = log.read_sections();
+    // Its tables would take a quarter of a megabyte of stack.
+    const auto log = std::make_unique<RE_top_app_log>(fd, buffer, path, peer, detail);
+    const bool b_complete = log->read_sections();
     close(fd);
     if (b_complete) {
-        std::vector<RE_stat_app_struct> rows = log.tally().rows();
-        print_top_app_rows(stdout, rows, log.tally().totals(), top, detail);
+        std::vector<RE_stat_app_struct> rows = log->tally().rows();
+        print_top_app_rows(stdout, rows, log->tally().totals(), top, detail);
     }
 }
 
