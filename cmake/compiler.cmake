@@ -3,6 +3,10 @@ add_library(kav_warnings INTERFACE)
 target_compile_options(kav_warnings INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2 -Werror
     -fstack-protector-strong -ffunction-sections -fdata-sections)
+# Messages name the source that logs by its path from here, wherever the tree is; compiler caches make paths relative.
+cmake_path(RELATIVE_PATH PROJECT_SOURCE_DIR BASE_DIRECTORY "${PROJECT_BINARY_DIR}" OUTPUT_VARIABLE way_to_source)
+target_compile_options(kav_warnings INTERFACE
+    -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/= -fmacro-prefix-map=${way_to_source}/=)
 target_link_options(kav_warnings INTERFACE -Wl,--gc-sections -Wl,-z,relro -Wl,-z,now)
 
 if(KAV_SANITIZE)

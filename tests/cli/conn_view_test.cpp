@@ -75,6 +75,16 @@ protected:
         return reader.conns.back();
     }
 
+    // Has every address that is written noted among the reader's calls.
+    void write_down_addresses()
+    {
+        fake_engine::ip_text = [this](unsigned int ip) {
+            const std::string text = ip == 0x0a000001U ? "10.0.0.1" : "10.0.0.2";
+            reader.calls.push_back("ip_to_string " + text);
+            return text;
+        };
+    }
+
     static std::string listing(const request& r = {})
     {
         return output_of([&r] {
@@ -559,13 +569,58 @@ TEST_F(conn_view, reads_each_record_of_a_listed_connection_once_in_the_scan_and_
 {
     add(5);
     add(6).b_valid = false;
-    add(7).so_header.m_comp_type = 0;
+    write_down_addresses();
     listing();
     EXPECT_EQ(reader.calls, (std::vector<std::string>{
                                 "get_max_conn_slots", "is_conn_valid 0", "read_conn_header 0", "read_conn_so_header 0",
-                                "read_conn_peer_id 0", "read_conn_time 0", "is_conn_valid 1", "is_conn_valid 2",
-                                "read_conn_header 2", "read_conn_so_header 2", "read_conn_header 0", "read_conn_time 0",
-                                "read_conn_peer_id 0", "read_conn_stat 0 0", "read_conn_stat 0 3"}));
+                                "read_conn_peer_id 0", "read_conn_time 0", "is_conn_valid 1", "read_conn_header 0",
+                                "read_conn_time 0", "read_conn_peer_id 0", "ip_to_string 10.0.0.1",
+                                "ip_to_string 10.0.0.2", "read_conn_stat 0 0", "read_conn_stat 0 3"}));
+}
+
+TEST_F(conn_view, reads_the_records_of_a_block_again_and_then_prints_both_addresses)
+{
+    add(5);
+    write_down_addresses();
+    listing({.conn_id = 5, .type = RE_SHOW_NACK});
+    EXPECT_EQ(reader.calls,
+              (std::vector<std::string>{"get_max_conn_slots", "is_conn_valid 0", "read_conn_header 0",
+                                        "read_conn_so_header 0", "read_conn_peer_id 0", "read_conn_time 0",
+                                        "read_conn_header 0", "read_conn_time 0", "read_conn_peer_id 0",
+                                        "ip_to_string 10.0.0.1", "ip_to_string 10.0.0.2", "get_first_nack"}));
+}
+
+// Whatever a connection fails, all of it has been read by then.
+TEST_F(conn_view, reads_all_of_a_connection_that_is_not_listed)
+{
+    add(5).close_time = now;
+    const std::vector<std::string> whole_scan = {"get_max_conn_slots",    "is_conn_valid 0",     "read_conn_header 0",
+                                                 "read_conn_so_header 0", "read_conn_peer_id 0", "read_conn_time 0"};
+    const request failing[] = {{.client_ip = 1}, {.server_ip = 1}, {.client_port = 1}, {.server_port = 1},
+                               {.conn_id = 6},   {.peer_id = 4},   {.b_active = true}};
+    for (request r : failing) {
+        for (const bool b_last : {false, true}) {
+            r.b_last = b_last;
+            reader.calls.clear();
+            EXPECT_EQ(listing(r), "");
+            EXPECT_EQ(reader.calls, whole_scan);
+        }
+    }
+    reader.conns[0].so_header.m_comp_type = 0;
+    reader.calls.clear();
+    EXPECT_EQ(listing(), "");
+    EXPECT_EQ(reader.calls, whole_scan);
+}
+
+TEST_F(conn_view, prints_addresses_as_the_engine_library_writes_them_in_both_forms)
+{
+    add(5);
+    fake_engine::ip_text = [](unsigned int ip) { return ip == 0x0a000001U ? "<client>" : "<the server's side>"; };
+    EXPECT_EQ(rows(), "5       3        <client>:1000 <the server's side>:80        0B/  10B  A\n");
+    EXPECT_TRUE(listing({.conn_id = 5})
+                    .starts_with("\nConn-ID: 5 <client>:1000 -- <the server's side>:80  Peer No:  3 Status: Active\n"));
+    fake_engine::ip_text = [](unsigned int ip) { return std::string(ip == 0x0a000001U ? 0 : 100000, 's'); };
+    EXPECT_EQ(rows(), "5       3                :1000 " + std::string(100000, 's') + ":80        0B/  10B  A\n");
 }
 
 namespace {

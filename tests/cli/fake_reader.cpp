@@ -288,6 +288,7 @@ unsigned char per_conn_debug_flags = 0;
 int bypass_size = 0;
 std::vector<std::string> martian_texts;
 std::optional<std::time_t> now;
+std::function<std::string(unsigned int ip)> ip_text;
 
 void reset()
 {
@@ -299,6 +300,7 @@ void reset()
     bypass_size = 0;
     martian_texts.clear();
     now.reset();
+    ip_text = nullptr;
 }
 
 } // namespace fake_engine
@@ -339,9 +341,11 @@ unsigned int string_to_ip(const char* s)
 
 const char* ip_to_string(unsigned int ip)
 {
-    static char text[INET_ADDRSTRLEN];
-    std::snprintf(text, sizeof text, "%u.%u.%u.%u", ip >> 24U, (ip >> 16U) & 255U, (ip >> 8U) & 255U, ip & 255U);
-    return text;
+    static std::string text;
+    text = fake_engine::ip_text ? fake_engine::ip_text(ip)
+                                : std::to_string(ip >> 24U) + "." + std::to_string((ip >> 16U) & 255U) + "." +
+                                      std::to_string((ip >> 8U) & 255U) + "." + std::to_string(ip & 255U);
+    return text.c_str();
 }
 
 bool is_ip_martian(unsigned int ip_network_order, int flag)

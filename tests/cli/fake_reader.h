@@ -129,6 +129,8 @@ extern unsigned char per_conn_debug_flags;
 extern int bypass_size;                        // what the auto-bypass table says its size is
 extern std::vector<std::string> martian_texts; // addresses, as dotted text, that is_ip_martian refuses
 extern std::optional<std::time_t> now;         // the time of day; the real one when not set
+// What ip_to_string makes of an address; dotted when not set. The next call writes over the last one's text.
+extern std::function<std::string(unsigned int ip)> ip_text;
 
 // Back to an engine that is not there, an empty log and the real time.
 void reset();

@@ -9,7 +9,9 @@
 
 #include <climits>
 #include <cstddef>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <map>
 #include <string>
@@ -333,6 +335,20 @@ TEST_F(global_view, summary_reads_once_in_order_and_the_cache_size_three_times)
                                    RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE, RE_STAT_GLOBAL_ID_TOTAL_CACHE_RAM_SIZE}));
 }
 
+TEST_F(global_view, summary_reads_the_ages_before_it_prints_the_status_and_each_line_before_the_next)
+{
+    set_summary_counters();
+    reader.on_read = [this] { std::printf("<%s>", reader.calls.back().c_str() + std::strlen("read_global_stat ")); };
+    EXPECT_EQ(info(), R"(
+Cache:
+<0><7><8>    Status: Usable
+<68><69><11><70><71><1><1><1>    Total usable disk size:  20000 MB,  Used: 25.00%
+<10>      Hash table RAM  size:    640 MB,  Used: 30.00%
+    Sigblock usage:  disk:   1500 MB, memory: 12.50% age: 2h3m4s
+   Data unit usage:  disk:   3500 MB, memory: 17.50% age: 1d3h
+)");
+}
+
 TEST_F(global_view, cache_of_size_0_is_read_for_the_guard_and_the_column)
 {
     set_summary_counters();
@@ -385,6 +401,12 @@ TEST_F(global_view, engine_without_connections_has_no_connection_section)
     EXPECT_EQ(report(true), summary + cache_details);
     EXPECT_EQ(reader.count("read_global_active_conn_count"), 0);
     EXPECT_EQ(reads_of(RE_STAT_GLOBAL_ID_NUM_TOTAL_CONNS), 2); // once a report
+}
+
+TEST_F(global_view, negative_total_of_connections_is_shown)
+{
+    set(RE_STAT_GLOBAL_ID_NUM_TOTAL_CONNS, -1);
+    EXPECT_NE(report(false).find("\nConnections:   Total (cumulative): -1   Active: 0\n\n"), std::string::npos);
 }
 
 TEST_F(global_view, connections_are_shown_with_their_summary)
@@ -442,7 +464,7 @@ TEST_F(global_view, creation_time_is_the_low_32_bits)
     EXPECT_NE(detail().find("\n  Cache created at: 12/31/1969 23:59:59\n"), std::string::npos);
 }
 
-TEST_F(global_view, every_counter_of_the_detail_is_read_once)
+TEST_F(global_view, every_counter_of_the_detail_is_read_once_and_the_creation_time_for_its_test_as_well)
 {
     set_detail_counters();
     detail();
@@ -452,8 +474,16 @@ TEST_F(global_view, every_counter_of_the_detail_is_read_once)
     }
     EXPECT_EQ(counts.size(), reader.global_stats.size());
     for (const auto& [call, count] : counts) {
-        EXPECT_EQ(count, 1) << call;
+        EXPECT_EQ(count, call == "read_global_stat 9" ? 2 : 1) << call;
     }
+    EXPECT_EQ(reader.calls[0], "read_global_stat 9");
+    EXPECT_EQ(reader.calls[1], "read_global_stat 9");
+}
+
+TEST_F(global_view, creation_time_that_is_not_set_is_read_once)
+{
+    detail();
+    EXPECT_EQ(reads_of(RE_STAT_GLOBAL_ID_CACHE_CREATION_TIME), 1);
 }
 
 TEST_F(global_view, evicted_cache_counts_kilobytes)
@@ -501,6 +531,21 @@ TEST_F(global_view, top_application_shares_are_in_single_precision)
     set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_SUCCESS_COUNT, 99995);
     set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_FAILURE_COUNT, 5);
     EXPECT_NE(detail().find(", Fail        5 (0.00%)\n"), std::string::npos);
+    // 43.8749992 and 56.1250008 percent, which round to 43.875 and 56.125 when single precision comes in at the end. Of
+    // 24 bits from the start, 16968677 is 16968676 and 21706371 is 21706372, 100 times these are 1696867584 and
+    // 2170637312, and the shares 43.8749962 and 56.1250038.
+    set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_SUCCESS_COUNT, 21706371);
+    set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_FAILURE_COUNT, 16968677);
+    EXPECT_NE(detail().find("\n  Update: Succeed 21706371 (56.13%), Fail 16968677 (43.87%)\n"), std::string::npos);
+}
+
+TEST_F(global_view, top_application_shares_of_negative_counts_are_shown)
+{
+    set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_SUCCESS_COUNT, 5);
+    set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_FAILURE_COUNT, -1);
+    EXPECT_NE(detail().find("\n  Update: Succeed        5 (125.00%), Fail       -1 (-25.00%)\n"), std::string::npos);
+    set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_SUCCESS_COUNT, -3);
+    EXPECT_NE(detail().find("\n  Update: Succeed       -3 (75.00%), Fail       -1 (25.00%)\n"), std::string::npos);
 }
 
 TEST_F(global_view, top_application_counts_that_cancel_out_guard_success_and_not_failure)

@@ -193,6 +193,16 @@ TEST_F(peer_view, prints_who_a_peer_is)
     EXPECT_TRUE(contains(report(RE_SHOW_DETAIL), identity + "IP reported from peer: 10.0.1.7\n" + rule));
 }
 
+TEST_F(peer_view, prints_an_identitys_hash_without_a_sign)
+{
+    RE_kav_peer_id& id = add_peer(7).header.m_kav_peer_id;
+    id.m_data[1] = 0x80;
+    EXPECT_TRUE(contains(report(), "\nKAV-peer-id : 00:80:00:00:00:00-000000000000-00000000 (32768)\n"));
+    id.m_data[0] = 0xff;
+    id.m_data[1] = 0xff;
+    EXPECT_TRUE(contains(report(), "\nKAV-peer-id : ff:ff:00:00:00:00-000000000000-00000000 (65535)\n"));
+}
+
 TEST_F(peer_view, has_a_rule_of_78_dashes)
 {
     add_peer(1);
@@ -258,6 +268,24 @@ TEST_F(peer_view, prints_no_connections_of_a_peer_that_never_had_any)
     EXPECT_TRUE(report(RE_SHOW_INFO).ends_with(empty_info));
     EXPECT_TRUE(report(RE_SHOW_DETAIL).ends_with(empty_detail));
     EXPECT_EQ(reader.count("read_peer_active_conn_count 0"), 0);
+}
+
+TEST_F(peer_view, prints_the_connections_of_a_negative_total)
+{
+    add_peer(2).stats = {{9, -1}};
+    EXPECT_TRUE(contains(report(), "\nConnections:   Total (cumulative): -1,  Active: 0\n"
+                                   "Concurrent Connections (Last 2 min): max 0, avg 0\n\n"
+                                   "Encode: "));
+}
+
+TEST_F(peer_view, counts_the_slots_before_it_reads_a_counter)
+{
+    add_peer(1);
+    report(RE_SHOW_NACK);
+    ASSERT_EQ(reader.calls.size(), 11U);
+    EXPECT_EQ(reader.calls.front(), "get_max_peer_slots");
+    EXPECT_EQ(std::vector<std::string>(reader.calls.begin() + 7, reader.calls.end()),
+              (std::vector<std::string>{"is_peer_valid 0", "read_peer_header 0", "read_peer_id 0", "get_first_nack"}));
 }
 
 TEST_F(peer_view, reads_the_total_of_connections_for_the_test_and_for_the_line)
@@ -516,6 +544,13 @@ TEST_F(peer_view, shows_a_safe_clock_of_1_as_it_is)
     add_peer(1).stats = {{22, 500}, {23, 1}, {20, 15}, {21, 1}};
     EXPECT_TRUE(contains(detail(), "  4.4.1 Sync-clock: remote-head 500 (safe: 1)\n"));
     EXPECT_TRUE(contains(detail(), "local-head 0, local-tail 0, remote-head 15 (safe: 1)\n"));
+}
+
+TEST_F(peer_view, looks_at_all_bits_of_a_safe_clock)
+{
+    add_peer(1).stats = {{22, 500}, {23, 1LL << 32}, {20, 15}, {21, 1LL << 31}};
+    EXPECT_TRUE(contains(detail(), "  4.4.1 Sync-clock: remote-head 500 (safe: 4294967296)\n"));
+    EXPECT_TRUE(contains(detail(), "local-head 0, local-tail 0, remote-head 15 (safe: 2147483648)\n"));
 }
 
 TEST_F(peer_view, looks_at_the_low_32_bits_of_the_remote_caches_creation)

@@ -1,5 +1,4 @@
 // The fields and rows of long tables, held against printf.
-#include "RE_ip.h"
 #include "RE_row_writer.h"
 #include "RE_value_format.h"
 #include "cli/fake_reader.h"
@@ -117,26 +116,13 @@ TEST(row_field, puts_text_at_the_left_as_printf_does)
     }
 }
 
-TEST(row_field, puts_an_address_at_the_right)
+TEST(row_field, puts_text_at_the_right_as_printf_does)
 {
-    const std::vector<std::pair<std::uint32_t, std::string>> texts = {
-        {0, "        0.0.0.0"},          {0xffffffff, "255.255.255.255"}, {0x0a000001, "       10.0.0.1"},
-        {0x01630a64, "    1.99.10.100"}, {0xc0a8c809, "  192.168.200.9"}, {0x09646401, "    9.100.100.1"},
-    };
-    for (const auto& [ip, text] : texts) {
-        EXPECT_EQ(put_by([ip = ip](char* at) { return put_address_right(at, ip); }), text);
-    }
-}
-
-TEST(row_field, puts_every_octet_of_an_address_in_every_place)
-{
-    for (const std::uint32_t others : {0U, 0x09090909U, 0x63636363U, 0xffffffffU}) {
-        for (unsigned int shift = 0; shift < 32; shift += 8) {
-            for (std::uint32_t octet = 0; octet < 256; ++octet) {
-                const std::uint32_t ip = (others & ~(255U << shift)) | octet << shift;
-                ASSERT_EQ(put_by([ip](char* at) { return put_address_right(at, ip); }),
-                          printed("%15s", ip_to_string(ip)));
-            }
+    for (std::size_t length = 0; length < 40; ++length) {
+        const std::string text(length, 'x');
+        for (const int width : {0, 1, 15, 16}) {
+            ASSERT_EQ(put_by([&](char* at) { return put_text_right(at, text, static_cast<std::size_t>(width)); }),
+                      printed("%*s", width, text.c_str()));
         }
     }
 }
@@ -246,4 +232,24 @@ TEST(row_writer, has_room_for_the_longest_rows_one_behind_the_other)
         }
     });
     EXPECT_EQ(output, expected);
+}
+
+TEST(row_writer, takes_a_text_of_any_length_as_a_field_at_the_right)
+{
+    for (const std::size_t length : {std::size_t{0}, std::size_t{15}, std::size_t{16}, RE_row_writer::longest_text,
+                                     RE_row_writer::longest_text + 1, std::size_t{1000000}}) {
+        const std::string text(length, 't');
+        const std::string field = length < 15 ? std::string(15 - length, ' ') + text : text;
+        const std::string output = output_of([&text] {
+            RE_row_writer rows;
+            rows.end_row(put_text(rows.begin_row(), "before\n"));
+            char* at = put_char(rows.begin_row(), '[');
+            at = rows.put_any_text_right(at, text, 15);
+            at = put_char(at, ':');
+            at = rows.put_any_text_right(at, text, 15);
+            rows.end_row(put_text(at, "]\n"));
+            rows.end_row(put_text(rows.begin_row(), "after\n"));
+        });
+        ASSERT_EQ(output, "before\n[" + field + ":" + field + "]\nafter\n") << length;
+    }
 }

@@ -111,6 +111,14 @@ TEST(top_app_filter, looks_at_the_number_whatever_the_length)
     EXPECT_TRUE(is_matched(peer_of_hash(7), "  +7 and more"));
 }
 
+TEST(top_app_filter, takes_decimal_digits_alone)
+{
+    EXPECT_TRUE(is_matched(peer_of_hash(10), "010"));
+    EXPECT_FALSE(is_matched(peer_of_hash(8), "010"));
+    EXPECT_TRUE(is_matched(peer_of_hash(0), "0x10"));
+    EXPECT_FALSE(is_matched(peer_of_hash(16), "0x10"));
+}
+
 TEST(top_app_filter, cuts_negative_and_saturated_numbers_to_their_low_bits)
 {
     EXPECT_TRUE(is_matched(peer_of_hash(0xffff), "-1"));

@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <fstream>
 #include <thread>
 
 namespace {
@@ -80,6 +81,21 @@ std::string shown(std::string file, std::string peer = "", bool detail = false, 
     return output_of([&] { show_top_app(file.data(), peer.data(), detail, top); });
 }
 
+// Whether a message names the lines of the source that send it: those that hold its text up to the first colon.
+void expect_true_place(const fake_log_message& message)
+{
+    EXPECT_EQ(message.file, "comp/TCP/cli/RE_top_app_log.cpp");
+    std::ifstream source(KAV_SOURCE_DIR "/" + message.file);
+    std::string line;
+    for (int number = 0; number < message.line; ++number) {
+        std::getline(source, line);
+    }
+    EXPECT_NE(line.find("__re_syslog("), std::string::npos) << message.line << line;
+    std::getline(source, line);
+    EXPECT_NE(line.find('"' + message.text.substr(0, message.text.find(':'))), std::string::npos)
+        << message.line << line;
+}
+
 std::vector<std::string> messages()
 {
     std::vector<std::string> texts;
@@ -87,6 +103,7 @@ std::vector<std::string> messages()
         EXPECT_EQ(message.submodule, 6);
         EXPECT_EQ(message.priority, 3);
         EXPECT_EQ(message.msgid, 690452);
+        expect_true_place(message);
         texts.push_back(message.text);
     }
     fake_engine::log.clear();

@@ -114,6 +114,14 @@ TEST(top_app_entry, prints_the_identity_in_bytes_and_marks_a_source_port)
                   busy_traffic);
 }
 
+TEST(top_app_entry, prints_an_identitys_hash_without_a_sign)
+{
+    RE_stat_app_struct record{};
+    record.m_header.m_kav_peer_id = peer_of_hash(0x8000);
+    EXPECT_NE(entry_of(record).find("KAV_peer_id: 00:80:00:00:00:00-000000000000-00000000 (32768), Port: 0,"),
+              std::string::npos);
+}
+
 TEST(top_app_entry, prints_the_slot_number_without_a_sign)
 {
     EXPECT_EQ(entry_of(busy_record(), -1).substr(0, 22), "App-Slot: 4294967295, ");
@@ -268,6 +276,45 @@ TEST(top_app_table, prints_rows_of_equal_traffic_in_order_of_their_ports)
     ASSERT_NE(nine, std::string::npos);
     EXPECT_LT(three, six);
     EXPECT_LT(six, nine);
+}
+
+// More rows than an unstable sort leaves in place.
+TEST(top_app_table, prints_many_rows_of_equal_traffic_in_order_of_their_ports)
+{
+    std::vector<RE_stat_app_struct> records;
+    for (std::uint16_t port = 60; port > 0; --port) {
+        records.push_back(port_record(port, {{RE_STAT_APP_ID_ENCODE_IN_KBYTES, 5}}));
+    }
+    const std::string report = report_of(records, 0, false);
+    std::size_t at = 0;
+    for (int port = 1; port <= 60; ++port) {
+        char label[20];
+        std::snprintf(label, sizeof label, "\n%5d  ", port);
+        at = report.find(label, at);
+        ASSERT_NE(at, std::string::npos) << port;
+    }
+}
+
+// The first record gathered of each key, of many.
+TEST(top_app_table, keeps_the_counts_of_the_first_of_many_records)
+{
+    std::vector<RE_stat_app_struct> records;
+    for (unsigned number = 0; number < 300; ++number) {
+        RE_stat_app_struct record = handle_record(2 - number % 3, 1 + number % 3);
+        record.m_header.m_server_port = static_cast<std::uint16_t>(9 - number % 3);
+        record.m_header.m_open_cnt = number & 0x7fffffU;
+        records.push_back(record);
+    }
+    const std::string by_port = report_of(records, 0, false);
+    EXPECT_NE(by_port.find("\n    9     100 KB  16.67%          0 "), std::string::npos) << by_port;
+    EXPECT_NE(by_port.find("\n    8     200 KB  33.33%          1 "), std::string::npos);
+    EXPECT_NE(by_port.find("\n    7     300 KB  50.00%          2 "), std::string::npos);
+    const names_in_place names({names_of("zero", ""), names_of("one", ""), names_of("two", "")});
+    const std::string by_classifier = report_of(records, 0, false);
+    EXPECT_NE(by_classifier.find("\n            two    100 KB  16.67%          0 "), std::string::npos)
+        << by_classifier;
+    EXPECT_NE(by_classifier.find("\n            one    200 KB  33.33%          1 "), std::string::npos);
+    EXPECT_NE(by_classifier.find("\n           zero    300 KB  50.00%          2 "), std::string::npos);
 }
 
 TEST(top_app_table, keeps_the_open_and_close_counts_of_the_first_record_gathered)

@@ -41,6 +41,35 @@ TEST_F(surroundings, with_little_memory_change_nothing)
     expect_same_bytes({.limits = {{RLIMIT_AS, 16 * megabyte}}});
 }
 
+TEST_F(surroundings, with_a_small_stack_change_nothing)
+{
+    const run_surroundings small_stack{.limits = {{RLIMIT_STACK, rlim_t{64} << 10U}}};
+    expect_same_bytes(small_stack);
+    ASSERT_EQ(run_viewer({"save-file", path("saved")}, small_stack).status, 0);
+    const std::string log = KAV_TEST_DATA "/top_app.layout-1.log";
+    for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+             {"global-info"},
+             {"peer"},
+             {"peer", "nack"},
+             {"conn", "detail"},
+             {"conn", "nack"},
+             {"conn", "last"},
+             {"connection"},
+             {"kav-bypass", "detail"},
+             {"top-app"},
+             {"top-app", "from-file", log},
+             {"top-app", "from-file", log, "detail", "peer", "1"},
+             {"read-file", path("saved")},
+             {"no-such-word"},
+         }) {
+        EXPECT_EQ(run_viewer(arguments, small_stack).out, report_of(arguments)) << arguments.front();
+    }
+    for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+             {"peer", "mac-id", "00:11:22:33:44:xx"}, {"conn", "client-ip", "0.0.0.0"}, {"top-app", "top"}}) {
+        EXPECT_EQ(run_viewer(arguments, small_stack).out, refusal_of(arguments)) << arguments.front();
+    }
+}
+
 TEST_F(surroundings, without_memory_for_the_statistics_are_refused)
 {
     m_engine.stop();

@@ -36,12 +36,22 @@ int read_peer(int conn_slot)
     return peer;
 }
 
-bool is_compressed(int conn_slot)
+// A connection as the scan reads it: all of it, before the first test.
+struct scanned_conn
 {
+    RE_stat_conn_header hdr{};
     SO_stat_conn_header so{};
-    p_statReader->read_conn_so_header(conn_slot, so);
-    return so.m_comp_type != 0;
-}
+    int peer;
+    conn_times times;
+
+    explicit scanned_conn(int conn_slot)
+    {
+        p_statReader->read_conn_header(conn_slot, hdr);
+        p_statReader->read_conn_so_header(conn_slot, so);
+        peer = read_peer(conn_slot);
+        times = read_times(conn_slot);
+    }
+};
 
 struct conn_filter
 {
@@ -53,14 +63,16 @@ struct conn_filter
     int peer_id;                // negative: any
     bool b_active;
 
-    bool accepts_header(const RE_stat_conn_header& hdr) const
+    // A connection without a compression type is never listed.
+    bool accepts(const scanned_conn& conn) const
     {
-        return (client_ip == 0 || hdr.m_client_ip == client_ip) && (server_ip == 0 || hdr.m_server_ip == server_ip) &&
-               (client_port == 0 || hdr.m_client_port == client_port) &&
-               (server_port == 0 || hdr.m_server_port == server_port) && (conn_id < 0 || hdr.m_conn_id == conn_id);
+        return conn.so.m_comp_type != 0 && (client_ip == 0 || conn.hdr.m_client_ip == client_ip) &&
+               (server_ip == 0 || conn.hdr.m_server_ip == server_ip) &&
+               (client_port == 0 || conn.hdr.m_client_port == client_port) &&
+               (server_port == 0 || conn.hdr.m_server_port == server_port) &&
+               (conn_id < 0 || conn.hdr.m_conn_id == conn_id) && (peer_id < 0 || conn.peer == peer_id) &&
+               (!b_active || conn.times.close <= 0);
     }
-    bool accepts_peer(int peer) const { return peer_id < 0 || peer == peer_id; }
-    bool accepts_close_time(std::time_t close_time) const { return !b_active || close_time <= 0; }
 };
 
 // Calls take(id, slot, open_time) for each connection that passes the filter, in slot order.
@@ -71,16 +83,9 @@ void scan_conns(int MAX_STAT_CONN_SLOT_NUM, const conn_filter& filter, Take take
         if (!p_statReader->is_conn_valid(i)) {
             continue;
         }
-        RE_stat_conn_header hdr{};
-        p_statReader->read_conn_header(i, hdr);
-        // Most slots of a large engine fail a filter here, and then nothing more of them is read.
-        if (!filter.accepts_header(hdr) || !is_compressed(i)) {
-            continue;
-        }
-        const int peer = read_peer(i);
-        const conn_times times = read_times(i);
-        if (filter.accepts_peer(peer) && filter.accepts_close_time(times.close)) {
-            take(hdr.m_conn_id, i, times.open);
+        const scanned_conn conn(i);
+        if (filter.accepts(conn)) {
+            take(conn.hdr.m_conn_id, i, conn.times.open);
         }
     }
 }
@@ -182,17 +187,19 @@ long long read_bytes(int conn_slot, RE_stat_conn_id id)
 }
 
 // "%-5d %3d %15s:%-5hu%15s:%-5hu  %s/%s", then "  C(%s)" or "  A". An engine has up to a million of these.
-char* put_table_row(char* at, int conn_slot)
+char* put_table_row(RE_row_writer& rows, char* at, int conn_slot)
 {
+    constexpr std::size_t address_width = 15;
     const conn_record conn(conn_slot);
     at = put_number_left(at, conn.hdr.m_conn_id, 5);
     at = put_char(at, ' ');
     at = put_number_right(at, conn.peer, 3);
     at = put_char(at, ' ');
-    at = put_address_right(at, conn.hdr.m_client_ip);
+    // In the row before the next call, which may write over it.
+    at = rows.put_any_text_right(at, ip_to_string(conn.hdr.m_client_ip), address_width);
     at = put_char(at, ':');
     at = put_number_left(at, conn.hdr.m_client_port, 5);
-    at = put_address_right(at, conn.hdr.m_server_ip);
+    at = rows.put_any_text_right(at, ip_to_string(conn.hdr.m_server_ip), address_width);
     at = put_char(at, ':');
     at = put_number_left(at, conn.hdr.m_server_port, 5);
 
@@ -221,7 +228,7 @@ void print_table(const conn_list& slot_id_vect)
             at = put_text(at, head);
             rows_to_head = rows_per_head;
         }
-        rows.end_row(put_table_row(at, conn.m_conn_slot));
+        rows.end_row(put_table_row(rows, at, conn.m_conn_slot));
         --rows_to_head;
     }
 }

@@ -74,8 +74,8 @@ void show_index_table()
 void show_cache_internals()
 {
     std::puts("\nCache details:");
-    if (const int created_at = low32(GLOB(RE_STAT_GLOBAL_ID_CACHE_CREATION_TIME)); created_at != 0) {
-        std::printf("  Cache created at: %s\n", get_time_str(created_at));
+    if (low32(GLOB(RE_STAT_GLOBAL_ID_CACHE_CREATION_TIME)) != 0) {
+        std::printf("  Cache created at: %s\n", get_time_str(low32(GLOB(RE_STAT_GLOBAL_ID_CACHE_CREATION_TIME))));
     }
     std::printf("  Evicted cache in loading cache: %s\n",
                 get_data_size_str(kilobytes_to_bytes(GLOB(RE_STAT_GLOBAL_ID_DATA_FIFO_IN_LOAD_CACHE))).c_str());

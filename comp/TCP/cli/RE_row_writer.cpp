@@ -5,18 +5,16 @@
 char* put_long_number_right(char* at, int number, std::size_t width)
 {
     char text[max_field_width];
-    const auto length = static_cast<std::size_t>(put_number(text, number) - text);
-    std::memset(at, ' ', max_field_width);
-    return put_text(at + width - std::min(width, length), {text, length});
+    return put_text_right(at, {text, static_cast<std::size_t>(put_number(text, number) - text)}, width);
 }
 
 char* put_long_unsigned_right(char* at, unsigned long long number, std::size_t width)
 {
     char text[max_unsigned_digits];
-    const auto length = static_cast<std::size_t>(put_unsigned(text, number) - text);
-    std::memset(at, ' ', max_field_width);
-    return put_text(at + width - std::min(width, length), {text, length});
+    return put_text_right(at, {text, static_cast<std::size_t>(put_unsigned(text, number) - text)}, width);
 }
+
+alignas(4096) char RE_row_writer::m_buffer[];
 
 char* RE_row_writer::begin_row()
 {
@@ -24,6 +22,14 @@ char* RE_row_writer::begin_row()
         flush();
     }
     return m_buffer + m_length;
+}
+
+char* RE_row_writer::print_long_text(const char* at, std::string_view s)
+{
+    end_row(at);
+    flush();
+    std::fwrite(s.data(), 1, s.size(), stdout);
+    return m_buffer;
 }
 
 void RE_row_writer::flush()

@@ -6,7 +6,6 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <charconv>
 #include <cstddef>
@@ -43,6 +42,17 @@ inline char* put_text_left(char* at, std::string_view s, std::size_t width)
         return end;
     }
     std::memset(end, ' ', width - s.size());
+    return at + width;
+}
+
+// "%15s" for a width of 15.
+inline char* put_text_right(char* at, std::string_view s, std::size_t width)
+{
+    if (s.size() > width) {
+        return put_text(at, s);
+    }
+    std::memset(at, ' ', max_field_width);
+    std::memcpy(at + width - s.size(), s.data(), s.size());
     return at + width;
 }
 
@@ -157,65 +167,16 @@ inline char* put_number_right(char* at, int number, std::size_t width)
     return at + length;
 }
 
-// An octet of an address at the right of three columns, with the dot that follows it, "  7.", and the length of both.
-struct octet_text
-{
-    char text[4];
-    unsigned int length;
-};
-
-constexpr octet_text make_octet_text(unsigned int octet)
-{
-    octet_text t{{' ', ' ', static_cast<char>('0' + octet % 10), '.'}, 2};
-    if (octet >= 10) {
-        t.text[1] = static_cast<char>('0' + octet / 10 % 10);
-        t.length = 3;
-    }
-    if (octet >= 100) {
-        t.text[0] = static_cast<char>('0' + octet / 100);
-        t.length = 4;
-    }
-    return t;
-}
-
-constexpr std::array<octet_text, 256> make_octet_texts()
-{
-    std::array<octet_text, 256> texts{};
-    for (unsigned int octet = 0; octet < texts.size(); ++octet) {
-        texts[octet] = make_octet_text(octet);
-    }
-    return texts;
-}
-
-inline constexpr std::array<octet_text, 256> octet_texts = make_octet_texts();
-
-// "%15s" of ip_to_string(ip). ip: host order.
-inline char* put_address_right(char* at, std::uint32_t ip)
-{
-    constexpr std::size_t width = 15;
-    char* const field_end = at + width;
-    std::memset(at, ' ', max_field_width);
-    // From the last octet, whose dot is overwritten by what follows the address, to the first; each covers the blanks
-    // that the one behind it brought along.
-    char* end = field_end + 1;
-    const auto put_before = [&end](std::uint32_t octet) {
-        std::memcpy(end - 4, octet_texts[octet].text, 4);
-        end -= octet_texts[octet].length;
-    };
-    put_before(ip & 255U);
-    put_before(ip >> 8U & 255U);
-    put_before(ip >> 16U & 255U);
-    put_before(ip >> 24U);
-    return field_end;
-}
-
 // Gathers rows and hands them to stdout in large pieces, at the latest at its own end; nothing else may be printed in
-// between. Whether all of it could be written shows on stdout, as with printf.
+// between. Whether all of it could be written shows on stdout, as with printf. There is one writer at a time: all use
+// the same memory.
 class RE_row_writer
 {
 public:
     // What all fields of a row may take together, and max_field_width more for the padding of the last.
     static constexpr std::size_t max_row = 1024;
+    // A text that is longer is not part of the row's memory.
+    static constexpr std::size_t longest_text = 128;
 
     RE_row_writer() = default;
     ~RE_row_writer() { flush(); }
@@ -226,9 +187,16 @@ public:
     char* begin_row();
     void end_row(const char* end) { m_length = static_cast<std::size_t>(end - m_buffer); }
 
+    // put_text_right for a text of any length, as the next field of the row that has been put together up to `at`.
+    char* put_any_text_right(char* at, std::string_view s, std::size_t width)
+    {
+        return s.size() <= longest_text ? put_text_right(at, s, width) : print_long_text(at, s);
+    }
+
 private:
+    char* print_long_text(const char* at, std::string_view s);
     void flush();
 
+    alignas(4096) static char m_buffer[std::size_t{64} << 10]; // not on the stack, which may be as small
     std::size_t m_length = 0;
-    char m_buffer[std::size_t{64} << 10];
 };

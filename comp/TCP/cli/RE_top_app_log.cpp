@@ -15,17 +15,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <span>
 #include <vector>
 
 namespace {
 
-// What the messages about logs are known by to log filters; not positions in this file.
-constexpr const char* message_file = "comp/TCP/cli/RE_top_app_post_process";
-constexpr int open_error_line = 100;
-constexpr int read_error_line = 200;
-constexpr int compatibility_error_line = 300;
-constexpr int seek_error_line = 400;
 constexpr int message_id = 690452;
 
 // Logs outgrow every cache: one read(2) fetches this much of them.
@@ -150,13 +145,13 @@ std::uint32_t RE_top_app_log::gather_read_ahead(std::uint32_t limit)
 void RE_top_app_log::read_array()
 {
     if (!g_stat_handler_policy_engine_map.empty()) {
-        __re_syslog(message_file, compatibility_error_line, KAV_STATS, RE_SYSLOG_ERROR, message_id,
+        __re_syslog(__FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, message_id,
                     "top_app_log compatibility error: %s: Top-App logs of v4.4.1 and v4.4.3 cannot be mingled\n",
                     m_path);
         return;
     }
     if (m_input.rewind() != 0) {
-        __re_syslog(message_file, seek_error_line, KAV_STATS, RE_SYSLOG_ERROR, message_id,
+        __re_syslog(__FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, message_id,
                     "top_app_log seek error: lseek(%s, 0, SEEK_SET): %s\n", m_path, std::strerror(errno));
         return;
     }
@@ -192,7 +187,7 @@ bool RE_top_app_log::read_whole(field_type& field)
 
 void RE_top_app_log::report_read_error(int count) const
 {
-    __re_syslog(message_file, read_error_line, KAV_STATS, RE_SYSLOG_ERROR, message_id,
+    __re_syslog(__FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, message_id,
                 "top_app_log read error: read(%s) returned %d - %s\n", m_path, count,
                 count < 0 ? std::strerror(errno) : "short read");
 }
@@ -221,7 +216,7 @@ void show_log(const char* path, char* peer, bool detail, int top)
         fd = open(path, O_RDONLY | O_CLOEXEC);
     } while (fd < 0 && errno == EINTR);
     if (fd < 0) {
-        __re_syslog(message_file, open_error_line, KAV_STATS, RE_SYSLOG_ERROR, message_id,
+        __re_syslog(__FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, message_id,
                     "top_app_log open error: open(%s, O_RDONLY): %s\n", path, std::strerror(errno));
         return;
     }
@@ -232,12 +227,13 @@ void show_log(const char* path, char* peer, bool detail, int top)
     constexpr std::size_t page = 4096;
     alignas(page) static unsigned char memory[page + read_size];
     const std::span<unsigned char> buffer = std::span(memory).subspan(page - RE_descriptor_reader::largest_field);
-    RE_top_app_log log(fd, buffer, path, peer, detail);
-    const bool b_complete = log.read_sections();
+    // Its tables would take a quarter of a megabyte of stack.
+    const auto log = std::make_unique<RE_top_app_log>(fd, buffer, path, peer, detail);
+    const bool b_complete = log->read_sections();
     close(fd);
     if (b_complete) {
-        std::vector<RE_stat_app_struct> rows = log.tally().rows();
-        print_top_app_rows(stdout, rows, log.tally().totals(), top, detail);
+        std::vector<RE_stat_app_struct> rows = log->tally().rows();
+        print_top_app_rows(stdout, rows, log->tally().totals(), top, detail);
     }
 }
 

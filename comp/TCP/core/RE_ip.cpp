@@ -2,6 +2,41 @@
 
 #include <arpa/inet.h>
 
+#include <array>
+#include <cstring>
+
+namespace {
+
+// An octet of an address with the dot that follows it, "7.", and the length of both.
+struct octet_text
+{
+    char text[4];
+    unsigned int length;
+};
+
+constexpr std::array<octet_text, 256> make_octet_texts()
+{
+    std::array<octet_text, 256> texts{};
+    for (unsigned int octet = 0; octet < texts.size(); ++octet) {
+        octet_text& t = texts[octet];
+        for (unsigned int power = octet >= 100 ? 100 : octet >= 10 ? 10 : 1; power > 0; power /= 10) {
+            t.text[t.length++] = static_cast<char>('0' + octet / power % 10);
+        }
+        t.text[t.length++] = '.';
+    }
+    return texts;
+}
+
+constexpr std::array<octet_text, 256> octet_texts = make_octet_texts();
+
+char* put_octet(char* at, unsigned int octet)
+{
+    std::memcpy(at, octet_texts[octet].text, sizeof octet_texts[octet].text);
+    return at + octet_texts[octet].length;
+}
+
+} // namespace
+
 // A text that is no dotted address gives 0, which is_ip_martian then refuses.
 unsigned int string_to_ip(const char* s)
 {
@@ -12,14 +47,20 @@ unsigned int string_to_ip(const char* s)
     return ntohl(address.s_addr);
 }
 
+// A table of connections takes two million of these.
 const char* ip_to_string(unsigned int ip)
 {
     // Two results may stand in one print call, as a connection's two ends do.
     static char texts[2][INET_ADDRSTRLEN];
     static unsigned int turn = 0;
     turn ^= 1U;
-    const in_addr address{htonl(ip)};
-    return inet_ntop(AF_INET, &address, texts[turn], sizeof texts[turn]);
+    char* const text = texts[turn];
+    char* end = put_octet(text, ip >> 24U);
+    end = put_octet(end, ip >> 16U & 255U);
+    end = put_octet(end, ip >> 8U & 255U);
+    end = put_octet(end, ip & 255U);
+    end[-1] = '\0'; // the last octet's dot
+    return text;
 }
 
 // Refused are addresses that no host can have: 0/8 ("this network"), multicast and everything above it, broadcast

@@ -19,6 +19,9 @@
 
 namespace {
 
+// What one write takes.
+constexpr std::size_t buffer_size = std::size_t{64} << 10U;
+
 // The folder of a path, as a path: everything before the last slash.
 bool folder_of(const char* path, char (&folder)[PATH_MAX])
 {
@@ -125,6 +128,10 @@ void RE_save_target::discard()
 
 int RE_save_target::open(const char* path)
 {
+    m_buffer.reset(new (std::nothrow) unsigned char[buffer_size]);
+    if (m_buffer == nullptr) {
+        return RE_STAT_ERR_NO_MEMORY;
+    }
     struct stat found
     {
     };
@@ -210,12 +217,12 @@ void RE_save_target::append(const void* bytes, std::size_t size)
     m_position += size;
     const auto* from = static_cast<const unsigned char*>(bytes);
     while (size > 0) {
-        const std::size_t part = std::min(size, sizeof m_buffer - m_buffered);
-        std::memcpy(m_buffer + m_buffered, from, part);
+        const std::size_t part = std::min(size, buffer_size - m_buffered);
+        std::memcpy(m_buffer.get() + m_buffered, from, part);
         m_buffered += part;
         from += part;
         size -= part;
-        if (m_buffered == sizeof m_buffer) {
+        if (m_buffered == buffer_size) {
             flush();
         }
     }
@@ -238,7 +245,7 @@ std::uint64_t RE_save_target::checksum() const
 
 void RE_save_target::flush()
 {
-    write_all(m_buffer, m_buffered);
+    write_all(m_buffer.get(), m_buffered);
     m_buffered = 0;
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include <linux/limits.h>
 
@@ -42,6 +43,7 @@ private:
     void write_all(const unsigned char* bytes, std::size_t size);
     void discard();
 
+    alignas(64) unsigned char m_hash_state[128]; // an XXH64_state_t, whose header need not be known here
     int m_descriptor = -1;
     int m_error = 0;
     bool m_b_regular = false;
@@ -50,6 +52,5 @@ private:
     char m_temporary[PATH_MAX];   // the new one until then; empty when there is none to discard
     std::uint64_t m_position = 0; // bytes appended
     std::size_t m_buffered = 0;
-    alignas(64) unsigned char m_hash_state[128]; // an XXH64_state_t, whose header need not be known here
-    unsigned char m_buffer[65536];
+    std::unique_ptr<unsigned char[]> m_buffer; // on the heap: some stacks are no larger
 };

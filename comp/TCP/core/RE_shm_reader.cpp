@@ -14,7 +14,6 @@
 
 namespace {
 
-constexpr const char* log_file = "comp/TCP/core/RE_shm_reader";
 constexpr int log_id_reset_refused = 690461;
 
 // A descriptor that closes itself.
@@ -144,7 +143,7 @@ std::unique_ptr<RE_image_reader::writable_image> RE_shm_reader::open_writable()
         b_same ? mmap(nullptr, m_size, PROT_READ | PROT_WRITE, MAP_SHARED, segment.number(), 0) : MAP_FAILED;
     if (mapping == MAP_FAILED) {
         const char* const reason = segment.number() >= 0 && !b_same ? "another engine has it" : std::strerror(errno);
-        __re_syslog(log_file, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_reset_refused,
+        __re_syslog(__FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_reset_refused,
                     "statistics not reset: %s cannot be written to: %s", m_path.c_str(), reason);
         return nullptr;
     }
