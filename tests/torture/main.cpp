@@ -2,6 +2,7 @@
 //     kav_torture CAMPAIGN [--count N | --percent N] [--seed N]
 //     kav_torture --list
 #include "sample_engine.h"
+#include "support/own_segment.h"
 #include "torture.h"
 
 #include <cstdio>
@@ -51,7 +52,7 @@ std::string make_folder()
 int run_campaign(const campaign& chosen, torture_options options)
 {
     options.folder = make_folder();
-    const std::string segment = "/dev/shm/" + use_own_segment();
+    const std::string segment = own_segment_path(use_own_segment());
     setenv("TZ", "UTC", 1);
     tally result;
     chosen.run(options, result);
