@@ -92,8 +92,8 @@ int make_session_folder(uid_t user, const char* path)
 }
 
 // Others may have put something in the place of this user's folder. Root moves it out of the way; the system lets
-// nobody else do that.
-bool set_aside(int parent, const char* path)
+// nobody else do that. True when it is no longer there.
+bool set_aside(int parent, const char* path, bool b_log)
 {
     std::uint64_t number = 0; // that nobody can foresee, and so be there first
     if (getrandom(&number, sizeof number, 0) != sizeof number) {
@@ -105,14 +105,15 @@ bool set_aside(int parent, const char* path)
     struct stat found
     {
     };
-    const bool b_found = fstatat(parent, name, &found, AT_SYMLINK_NOFOLLOW) == 0;
-    if (!b_found || renameat(parent, name, parent, other_name) != 0) {
-        return false;
+    if (fstatat(parent, name, &found, AT_SYMLINK_NOFOLLOW) != 0 || renameat(parent, name, parent, other_name) != 0) {
+        return errno == ENOENT;
     }
-    char owner[RE_user_text_size];
-    __re_syslog(log_file, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_folder_set_aside,
-                "%s belonged to %s, or others could write to it; it was renamed to %s", path,
-                user_text(found.st_uid, owner), other_name);
+    if (b_log) {
+        char owner[RE_user_text_size];
+        __re_syslog(log_file, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_folder_set_aside,
+                    "%s belonged to %s, or others could write to it; it was renamed to %s", path,
+                    user_text(found.st_uid, owner), other_name);
+    }
     return true;
 }
 
@@ -123,15 +124,16 @@ int make_memory_folder(uid_t user, const char* path)
         return -errno;
     }
     const char* const name = std::strrchr(path, '/') + 1;
-    int descriptor = make_folder_of(user, parent, name);
-    // Somebody who is quick may be there again.
+    int descriptor = -1;
+    // Somebody who is quick may be there again, or have taken away what was in the way.
     constexpr int attempts = 100;
     for (int attempt = 0; attempt < attempts; ++attempt) {
+        descriptor = make_folder_of(user, parent, name);
         const bool b_in_the_way = descriptor == -EPERM || descriptor == -ENOTDIR || descriptor == -ELOOP;
-        if (!b_in_the_way || !set_aside(parent, path)) {
+        const bool b_again = b_in_the_way ? set_aside(parent, path, attempt == 0) : descriptor == -ENOENT;
+        if (!b_again) {
             break;
         }
-        descriptor = make_folder_of(user, parent, name);
     }
     ::close(parent);
     return descriptor;
