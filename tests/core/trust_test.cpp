@@ -114,9 +114,14 @@ TEST_F(trust_test, a_session_folder_that_others_may_write_to_or_own_is_passed_ov
         EXPECT_FALSE(exists(session.folder()));
         engine.close();
     }
-    setenv("XDG_RUNTIME_DIR", "relative", 1);
-    EXPECT_EQ(engine.create(few, 1), 0);
-    EXPECT_FALSE(exists("relative"));
+    for (const std::string& path : {std::string("relative"), "/" + std::string(800, 'x')}) {
+        setenv("XDG_RUNTIME_DIR", path.c_str(), 1);
+        EXPECT_EQ(engine.create(few, 1), 0);
+        EXPECT_FALSE(exists(path));
+        engine.publish();
+        EXPECT_EQ(open_result(), 0);
+        engine.close();
+    }
 }
 
 TEST_F(trust_test, a_mode_lets_nobody_else_forge_statistics)
@@ -158,7 +163,7 @@ TEST_F(trust_test, an_engine_that_was_killed_does_not_hide_one_that_lives)
     const own_session session;
     ASSERT_EQ(leave_segment(), 0);
     EXPECT_EQ(open_result(), RE_STAT_ERR_ENGINE_GONE);
-    session.leave();
+    own_session::leave();
     ASSERT_EQ(engine.create(few, 1), 0);
     session.enter();
     EXPECT_EQ(open_result(), RE_STAT_ERR_NOT_PUBLISHED);
@@ -169,7 +174,7 @@ TEST_F(trust_test, an_engine_that_was_killed_does_not_hide_one_that_lives)
 TEST_F(trust_test, of_two_engines_the_one_in_the_earlier_folder_is_read)
 {
     const own_session session;
-    session.leave();
+    own_session::leave();
     start();
     engine.set_global(1, 22);
     session.enter();

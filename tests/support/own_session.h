@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -16,11 +17,17 @@ public:
         if (mkdtemp(m_path.data()) == nullptr || chmod(m_path.c_str(), 0755) != 0) {
             throw std::runtime_error("cannot make " + m_path);
         }
+        if (const char* const before = std::getenv("XDG_RUNTIME_DIR")) {
+            m_before = before;
+        }
         enter();
     }
     ~own_session()
     {
         leave();
+        if (m_before) {
+            setenv("XDG_RUNTIME_DIR", m_before->c_str(), 1);
+        }
         std::error_code ignored;
         std::filesystem::remove_all(m_path, ignored);
     }
@@ -28,7 +35,7 @@ public:
     own_session& operator=(const own_session&) = delete;
 
     void enter() const { setenv("XDG_RUNTIME_DIR", m_path.c_str(), 1); }
-    void leave() const { unsetenv("XDG_RUNTIME_DIR"); }
+    static void leave() { unsetenv("XDG_RUNTIME_DIR"); }
     const std::string& path() const { return m_path; }
     // Where segments are.
     std::string folder() const { return m_path + "/kav"; }
@@ -37,4 +44,5 @@ public:
 
 private:
     std::string m_path;
+    std::optional<std::string> m_before;
 };

@@ -64,7 +64,8 @@ constexpr const char* true_mac = "02:4b:41:56:00:00";
 
 std::string segment_name()
 {
-    return std::getenv("KAV_STAT_SEGMENT");
+    const char* const name = std::getenv("KAV_STAT_SEGMENT");
+    return name != nullptr ? name : "";
 }
 
 // A root's demo engine.

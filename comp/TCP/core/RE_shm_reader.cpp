@@ -103,12 +103,10 @@ int open_segment(const RE_stat_folders& folders, const char* folder, const char*
         return error_of_open(errno);
     }
     int error = 0;
-    if (fstat(segment, &found) != 0) {
+    if (fstat(segment, &found) != 0 || !S_ISREG(found.st_mode)) {
         error = RE_STAT_ERR_READ;
     } else if (!is_believed(folders, found, "the segment in ", folder)) {
         error = RE_STAT_ERR_OWNER;
-    } else if (!S_ISREG(found.st_mode)) {
-        error = RE_STAT_ERR_READ;
     }
     if (error == 0) {
         return segment;
