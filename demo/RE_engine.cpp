@@ -71,7 +71,7 @@ RE_engine::RE_engine(const RE_options& options, RE_stop_signal& stop)
       m_concurrency(static_cast<std::size_t>(std::min(options.concurrency, options.slots))),
       m_keep_open(std::min(static_cast<std::size_t>(options.keep_open),
                            static_cast<std::size_t>(options.slots) - m_concurrency)),
-      m_publisher(limits_of(options), make_config(options)),
+      m_publisher(limits_of(options), options.segment_mode, make_config(options)),
       m_ledger(options.ledger.empty() ? 0 : static_cast<std::size_t>(options.slots)),
       m_bypass_policy(bypass_rule_of(options))
 {
@@ -112,13 +112,15 @@ void RE_engine::run()
         }
         if (m_options.b_once) {
             say("idle");
-            while (!m_stop.wait(std::chrono::hours(1))) {
+            while (!m_stop.wait(std::chrono::seconds(1))) {
+                m_publisher.stay_in_place();
             }
             break;
         }
         // Without traffic there is nothing to do but to wait.
         if (m_last_conn_id == last_conn_id) {
             m_stop.wait(std::chrono::seconds(1));
+            m_publisher.stay_in_place();
         }
         retry_bypassed_servers();
     }
@@ -222,6 +224,7 @@ void RE_engine::refresh_now_and_then()
     const std::int64_t now = monotonic_ns();
     if (now - m_refreshed_ns >= refresh_interval_ns) {
         m_refreshed_ns = now;
+        m_publisher.stay_in_place();
         m_publisher.refresh(m_peers);
     }
 }

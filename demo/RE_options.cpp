@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <charconv>
 #include <cstdlib>
 #include <iostream>
 
@@ -13,9 +14,23 @@ constexpr const char* description =
     "exec_show_stats_kav. Without PATHs it takes some files that every machine has.\n"
     "It prints \"ready\" once its statistics can be read, and runs until SIGTERM or SIGINT.";
 
-constexpr const char* footer =
-    "Exit status: 0 when stopped, 1 after an error, 2 for a mistake on the command line.\n"
-    "Environment: KAV_STAT_SEGMENT names the statistics' segment, to run several engines side by side.";
+constexpr const char* footer = "Exit status: 0 when stopped, 1 after an error, 2 for a mistake on the command line.\n"
+                               "Environment: KAV_STAT_SEGMENT names the statistics' segment, to run several engines "
+                               "side by side. It is in /run/kav\n"
+                               "when that is this user's, else in $XDG_RUNTIME_DIR/kav, else in /dev/shm/kav-UID.";
+
+// Returns what is wrong with the text, or nothing, and leaves the mode as a decimal number.
+std::string octal_mode(std::string& text)
+{
+    unsigned int mode = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, mode, 8);
+    if (error != std::errc() || stop != end || (mode & 0600U) != 0600U || (mode & ~0664U) != 0) {
+        return text + " is no octal mode of 0600 to 0664";
+    }
+    text = std::to_string(mode);
+    return {};
+}
 
 std::string default_cache_folder()
 {
@@ -42,6 +57,10 @@ RE_parsed_options parse_options(int argc, char** argv)
     app.add_option("--slots", options.slots, "Number of connection slots")
         ->check(CLI::Range(1, 1'000'000))
         ->capture_default_str();
+    app.add_option("--segment-mode", options.segment_mode,
+                   "Who may read the statistics' segment, or reset figures in it: an octal mode, 0600 to 0664")
+        ->transform(CLI::Validator(octal_mode, "OCTAL"))
+        ->default_str("0640");
     app.add_option("--concurrency", options.concurrency, "Transfers at a time")
         ->check(CLI::Range(1, 1024))
         ->capture_default_str();

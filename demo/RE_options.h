@@ -12,6 +12,7 @@ struct RE_options
     bool b_once = false;
     int peers = 4;
     int slots = 1024;
+    unsigned int segment_mode = 0640;
     int concurrency = 8;
     int keep_open = 4;
     int repeat = 2;

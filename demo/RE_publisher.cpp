@@ -70,10 +70,10 @@ long long RE_microseconds::add_ns(std::int64_t nanoseconds)
     return m_total_ns / ns_per_us - before;
 }
 
-RE_publisher::RE_publisher(const RE_stat_limits& limits, const RE_stat_config_param& config)
+RE_publisher::RE_publisher(const RE_stat_limits& limits, unsigned int segment_mode, const RE_stat_config_param& config)
 {
     const std::time_t now = wall_seconds();
-    const int result = m_writer.create(limits, now);
+    const int result = m_writer.create(limits, now, segment_mode);
     if (result == -EBUSY) {
         throw std::runtime_error("another engine publishes its statistics here already");
     }
@@ -87,6 +87,13 @@ RE_publisher::RE_publisher(const RE_stat_limits& limits, const RE_stat_config_pa
 }
 
 RE_publisher::~RE_publisher() = default;
+
+void RE_publisher::stay_in_place()
+{
+    if (!m_writer.is_in_place()) {
+        m_writer.publish_again();
+    }
+}
 
 void RE_publisher::set_cache_state(RE_CACHE_INIT_STATE state)
 {

@@ -41,7 +41,7 @@ class RE_publisher
 {
 public:
     // Makes the segment and lets viewers in. Throws std::runtime_error when that fails.
-    RE_publisher(const RE_stat_limits& limits, const RE_stat_config_param& config);
+    RE_publisher(const RE_stat_limits& limits, unsigned int segment_mode, const RE_stat_config_param& config);
     ~RE_publisher();
 
     void set_cache_state(RE_CACHE_INIT_STATE state);
@@ -72,6 +72,8 @@ public:
     void set_bypass(const RE_server& server, const RE_bypassed_server& entry);
     void clear_bypass(const RE_server& server);
 
+    // Publishes again when somebody has removed the segment. A failure is logged, and the next call tries again.
+    void stay_in_place();
     // Brings everything up to date that is a state and not a count.
     void refresh(const std::vector<std::unique_ptr<RE_peer>>& peers);
     // Appends what the applications' counters gained since the last call. Throws std::system_error.

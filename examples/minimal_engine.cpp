@@ -42,6 +42,9 @@ int main()
         statistics.add_conn_stat(conn, RE_STAT_CONN_ID_ENCODE_NUM_MSGS, 1);
         statistics.add_conn_stat(conn, RE_STAT_CONN_ID_ENCODE_IN_BYTES, 1000);
         statistics.add_conn_stat(conn, RE_STAT_CONN_ID_ENCODE_OUT_BYTES, 250);
+        if (!statistics.is_in_place()) {
+            statistics.publish_again(); // somebody has removed the segment
+        }
         sleep(1);
     }
     statistics.close_conn(conn, std::time(nullptr));

@@ -66,8 +66,8 @@ int __wrap_open(const char* path, int flags, unsigned int mode)
     if (found != files().end()) {
         return __real_open(found->second.c_str(), flags, mode);
     }
-    // The sample engine's segment, the inputs in memory, and where reports are saved to.
-    if (begins(path, "/dev/shm/kav_torture.") || begins(path, "/tmp/kav_sample.") || is_input_in_memory(path) ||
+    // The sample engine's segment and its folders, the inputs in memory, and where reports are saved to.
+    if (std::strcmp(path, "/dev/shm") == 0 || begins(path, "/dev/shm/kav-") || begins(path, "/tmp/kav_sample.") || is_input_in_memory(path) ||
         std::strcmp(path, "/dev/null") == 0) {
         return __real_open(path, flags, mode);
     }

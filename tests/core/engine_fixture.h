@@ -5,6 +5,7 @@
 #include "RE_stat_image.h"
 #include "RE_stat_writer.h"
 #include "RE_statistics.h"
+#include "support/own_segment.h"
 
 #include <gtest/gtest.h>
 
@@ -95,7 +96,7 @@ protected:
     ~segment_test() override;
 
     const std::string& segment_name() const { return m_name; }
-    std::string segment_path() const { return "/dev/shm/" + m_name; }
+    std::string segment_path() const { return own_segment_path(m_name); }
     // A writable mapping of the segment that is there, to spoil it; unmapped with the fixture.
     unsigned char* map_segment();
 

@@ -3,6 +3,7 @@
 
 #include "RE_stat_counters.h"
 #include "RE_stat_error.h"
+#include "support/own_session.h"
 
 #include <cerrno>
 #include <climits>
@@ -637,7 +638,10 @@ TEST_F(reset_test, without_write_permission_changes_nothing)
     if (!may_change_user()) {
         GTEST_SKIP() << "needs another user";
     }
-    start();
+    const own_session session;
+    ASSERT_EQ(engine.create(few, 1700000000, 0644), 0);
+    engine.publish();
+    ASSERT_TRUE(session.let_others_in());
     fill();
     const std::string before = bytes_of_file(segment_path());
     EXPECT_EQ(result_as_nobody([&] {

@@ -3,6 +3,7 @@
 
 #include "RE_stat_error.h"
 #include "RE_stat_segment.h"
+#include "support/own_session.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -100,6 +101,8 @@ TEST_F(open_test, names_that_are_none_are_no_engine)
     EXPECT_EQ(open_result_of("/"), RE_STAT_ERR_NO_ENGINE);
     EXPECT_EQ(open_result_of("."), RE_STAT_ERR_NO_ENGINE);
     EXPECT_EQ(open_result_of(".."), RE_STAT_ERR_NO_ENGINE);
+    EXPECT_EQ(open_result_of(".start"), RE_STAT_ERR_NO_ENGINE);
+    EXPECT_EQ(open_result_of(".unfinished"), RE_STAT_ERR_NO_ENGINE);
     EXPECT_EQ(open_result_of(("../shm/" + segment_name()).c_str()), RE_STAT_ERR_NO_ENGINE);
     EXPECT_EQ(open_result_of(("//" + segment_name()).c_str()), RE_STAT_ERR_NO_ENGINE);
     EXPECT_EQ(open_result_of(("/dev/shm/" + segment_name()).c_str()), RE_STAT_ERR_NO_ENGINE);
@@ -252,8 +255,11 @@ TEST_F(open_test, needs_permission_to_read)
     if (!may_change_user()) {
         GTEST_SKIP() << "needs another user";
     }
+    const own_session session;
     ASSERT_EQ(engine.create(few, 1, 0640), 0);
     engine.publish();
+    EXPECT_EQ(result_as_nobody([&] { return live_reader()->open() == RE_STAT_ERR_PERMISSION ? 0 : 1; }), 0);
+    ASSERT_TRUE(session.let_others_in());
     EXPECT_EQ(result_as_nobody([&] { return live_reader()->open() == RE_STAT_ERR_PERMISSION ? 0 : 1; }), 0);
     engine.close();
     ASSERT_EQ(engine.create(few, 1, 0644), 0);
@@ -324,7 +330,7 @@ TEST_F(open_test, a_saved_file_in_the_segments_place_is_refused_even_when_held)
     write_file(segment_path(), saved);
     EXPECT_EQ(open_result(), RE_STAT_ERR_ENGINE_GONE);
     const int descriptor = open(segment_path().c_str(), O_RDWR | O_CLOEXEC);
-    ASSERT_TRUE(take_segment_lock(descriptor, RE_segment_lock_engine));
+    ASSERT_TRUE(take_segment_lock(descriptor));
     EXPECT_EQ(open_result(), RE_STAT_ERR_LAYOUT);
     ::close(descriptor);
 }
@@ -333,7 +339,7 @@ TEST_F(open_test, a_huge_empty_segment_costs_nothing)
 {
     const int descriptor = open(segment_path().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
     ASSERT_EQ(ftruncate(descriptor, off_t{1} << 42), 0);
-    ASSERT_TRUE(take_segment_lock(descriptor, RE_segment_lock_engine));
+    ASSERT_TRUE(take_segment_lock(descriptor));
     const int result = open_result();
     EXPECT_TRUE(result == RE_STAT_ERR_NOT_STATISTICS || result == RE_STAT_ERR_NO_MEMORY) << result;
     ::close(descriptor);
@@ -342,7 +348,7 @@ TEST_F(open_test, a_huge_empty_segment_costs_nothing)
 TEST_F(open_test, a_reader_that_only_reads_never_keeps_an_engine_from_running)
 {
     start();
-    EXPECT_TRUE(is_segment_lock_held(open(segment_path().c_str(), O_RDONLY | O_CLOEXEC), RE_segment_lock_engine));
+    EXPECT_TRUE(is_segment_lock_held(open(segment_path().c_str(), O_RDONLY | O_CLOEXEC)));
     engine.close();
     RE_stat_writer second;
     EXPECT_EQ(second.create(few, 1), 0);
@@ -465,35 +471,6 @@ TEST_F(open_test, of_engines_that_start_at_once_one_runs)
         ::close(done[0]);
         ::close(done[1]);
     }
-}
-
-TEST_F(open_test, an_engine_takes_over_the_segment_of_another_users_dead_engine_when_it_may)
-{
-    if (!may_change_user()) {
-        GTEST_SKIP() << "needs another user";
-    }
-    ASSERT_EQ(result_as_nobody([&] {
-                  RE_stat_writer mine;
-                  if (mine.create(few, 1) != 0) {
-                      return 1;
-                  }
-                  _exit(0); // without withdrawing, as a killed one
-                  return 0;
-              }),
-              0);
-    EXPECT_EQ(open_result(), RE_STAT_ERR_ENGINE_GONE);
-    EXPECT_EQ(engine.create(few, 1), 0);
-}
-
-TEST_F(open_test, an_engine_without_permission_starts_not)
-{
-    if (!may_change_user()) {
-        GTEST_SKIP() << "needs another user";
-    }
-    engine_process killed;
-    killed.end();
-    EXPECT_EQ(result_as_nobody([&] { return engine.create(few, 1) == -EACCES ? 0 : 1; }), 0);
-    EXPECT_EQ(open_result(), RE_STAT_ERR_ENGINE_GONE);
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #include "engine_process.h"
 
+#include "support/own_segment.h"
+
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -92,7 +94,7 @@ bool engine_process::has_segment() const
 
 std::string engine_process::segment_path() const
 {
-    return "/dev/shm/" + m_segment;
+    return own_segment_path(m_segment);
 }
 
 std::string engine_process::errors()

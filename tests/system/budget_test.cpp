@@ -41,11 +41,12 @@ protected:
 
 } // namespace
 
-TEST_F(budget, of_a_report_is_25_system_calls_and_one_write)
+// Of which 4 find the segment's folder, which may be in three places, and see whose it is.
+TEST_F(budget, of_a_report_is_29_system_calls_and_one_write)
 {
     for (const auto& words : one_shot_words) {
         const program_cost cost = watched_run(viewer(words));
-        EXPECT_LE(cost.system_calls, 25) << text_of(words);
+        EXPECT_LE(cost.system_calls, 29) << text_of(words);
         EXPECT_EQ(cost.write_calls, 1) << text_of(words);
     }
 }

@@ -1,5 +1,6 @@
 // The viewer as it was built: how it is linked and hardened, read from the file itself, and what rights it needs.
 
+#include "support/own_session.h"
 #include "viewer_test.h"
 
 #include <elf.h>
@@ -188,6 +189,9 @@ TEST_F(built_viewer, checks_what_it_formats)
 
 TEST_F(viewer_rights, to_read_are_enough_for_every_word)
 {
+    const own_session session;
+    const small_engine engine;
+    ASSERT_TRUE(session.let_others_in());
     ASSERT_EQ(chmod(segment_path().c_str(), 0440), 0);
     ASSERT_EQ(chmod(folder().c_str(), 0777), 0);
     run_surroundings without_more;

@@ -71,6 +71,46 @@ TEST_F(demo, ends_cleanly_and_takes_its_segment_along_when_told_to)
     }
 }
 
+TEST_F(demo, publishes_again_when_its_segment_is_removed)
+{
+    for (const bool b_once : {true, false}) {
+        demo_engine engine(b_once ? once() : std::vector<std::string>{path("traffic.txt")});
+        ASSERT_TRUE(engine.says("ready"));
+        if (b_once) {
+            ASSERT_TRUE(engine.says("idle"));
+        }
+        const std::string before = run_viewer({"conn", "last"}).out;
+        ASSERT_EQ(unlink(segment_path().c_str()), 0);
+        for (int tenths = 0; tenths < 300 && !has_segment(); ++tenths) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+        EXPECT_TRUE(has_segment());
+        const program_result after = run_viewer({"conn", "last"});
+        EXPECT_EQ(after.status, 0);
+        if (b_once) {
+            EXPECT_EQ(without_ages(after.out), without_ages(before));
+        }
+        EXPECT_EQ(engine.stop().status, 0);
+        EXPECT_FALSE(has_segment());
+    }
+}
+
+TEST_F(demo, gives_its_segment_the_mode_that_was_asked_for)
+{
+    const std::pair<std::vector<std::string>, mode_t> modes[] = {
+        {{}, 0640}, {{"--segment-mode", "0600"}, 0600}, {{"--segment-mode", "664"}, 0664}};
+    for (const auto& [arguments, mode] : modes) {
+        std::vector<std::string> words = once();
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        demo_engine engine(words);
+        ASSERT_TRUE(engine.says("ready"));
+        struct stat found = {};
+        ASSERT_EQ(stat(segment_path().c_str(), &found), 0);
+        EXPECT_EQ(found.st_mode & 07777U, mode);
+        EXPECT_EQ(engine.stop().status, 0);
+    }
+}
+
 TEST_F(demo, explains_itself_without_starting)
 {
     const program_result help = run_demo({"--help"});
@@ -94,6 +134,9 @@ TEST_F(demo, tells_mistakes_on_its_command_line_by_status_2)
                                                                                            {"--peers", "many"},
                                                                                            {"--slots"},
                                                                                            {"--rate", "-1"},
+                                                                                           {"--segment-mode", "0646"},
+                                                                                           {"--segment-mode", "0440"},
+                                                                                           {"--segment-mode", "608"},
                                                                                            {"--ledger"}}) {
         const program_result result = run_demo(arguments);
         EXPECT_EQ(result.status, 2) << arguments.front();

@@ -1,6 +1,7 @@
 // What the viewer says when no engine runs, whatever an engine has left behind.
 
 #include "small_engine.h"
+#include "support/own_session.h"
 #include "system_test.h"
 
 #include <fcntl.h>
@@ -153,8 +154,14 @@ TEST_F(engine_absence, is_told_to_who_may_not_read_the_segment)
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root can run the viewer as somebody else";
     }
+    const own_session session;
     const small_engine engine(0640);
-    expect_refused({"global-info"}, {.user = {{nobody, nogroup}}});
+    const run_surroundings as_nobody = {.user = {{nobody, nogroup}}};
+    expect_refused({"global-info"}, as_nobody);
+    ASSERT_TRUE(session.let_others_in());
+    expect_refused({"global-info"}, as_nobody);
+    ASSERT_EQ(chmod(segment_path().c_str(), 0644), 0);
+    EXPECT_EQ(run_viewer({"global-info"}, as_nobody).status, 0);
 }
 
 TEST_F(engine_absence, leaves_refusals_of_the_command_line_alone_as_they_are)

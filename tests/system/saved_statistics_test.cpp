@@ -1,6 +1,7 @@
 // Saving statistics and reading them back, with every way in which either can fail.
 
 #include "RE_stat_error.h"
+#include "support/own_session.h"
 #include "viewer_test.h"
 
 #include <fcntl.h>
@@ -238,6 +239,9 @@ TEST_F(saved_statistics, leave_the_older_ones_whole_when_there_is_no_room)
 TEST_F(saved_statistics, leave_the_older_ones_whole_without_the_right_to_replace_them)
 {
     const std::string bytes = bytes_of(save("saved"));
+    const own_session session;
+    const small_engine engine(0644);
+    ASSERT_TRUE(session.let_others_in());
     ASSERT_EQ(chmod(folder().c_str(), 0555), 0);
     expect_save_refused(path("saved"), RE_STAT_ERR_TARGET, without_rights());
     ASSERT_EQ(chmod(folder().c_str(), 0755), 0);

@@ -26,7 +26,7 @@ system_test::system_test()
 system_test::~system_test()
 {
     unlink(segment_path().c_str());
-    unlink(("/dev/shm/" + other_segment()).c_str());
+    unlink(own_segment_path(other_segment()).c_str());
     std::error_code ignored;
     std::filesystem::remove_all(m_folder, ignored);
 }

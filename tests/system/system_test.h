@@ -3,6 +3,7 @@
 #pragma once
 
 #include "child_program.h"
+#include "support/own_segment.h"
 
 #include <gtest/gtest.h>
 
@@ -20,7 +21,7 @@ protected:
 
     // The segment's name, as KAV_STAT_SEGMENT has it by now.
     const std::string& segment() const { return m_segment; }
-    std::string segment_path() const { return "/dev/shm/" + m_segment; }
+    std::string segment_path() const { return own_segment_path(m_segment); }
     const std::string& folder() const { return m_folder; }
     // The path of a file in the test's folder.
     std::string path(const std::string& name) const { return m_folder + "/" + name; }

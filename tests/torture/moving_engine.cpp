@@ -3,6 +3,7 @@
 // Every record of this engine follows from one number, so that a row which shows parts of two records is found out.
 #include "RE_ip.h"
 #include "sample_engine.h"
+#include "support/own_segment.h"
 #include "torture.h"
 
 #include <sys/mman.h>
@@ -370,7 +371,7 @@ program_result run_over_cut_segment(const std::vector<std::string>& report, int 
 {
     child_program viewer(built_program("exec_show_stats_kav"), report);
     std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
-    const std::string path = "/dev/shm/" + std::string(std::getenv("KAV_STAT_SEGMENT"));
+    const std::string path = own_segment_path(std::getenv("KAV_STAT_SEGMENT"));
     const int ignored = truncate(path.c_str(), microseconds % 2 == 0 ? 0 : 4096);
     static_cast<void>(ignored); // there may be none at the moment
     return viewer.finish();

@@ -1,5 +1,7 @@
 #include "sample_engine.h"
 
+#include "support/own_segment.h"
+
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -171,7 +173,7 @@ std::vector<unsigned char> live_sample(const sample_size& wanted)
     if (publish_sample(writer, wanted) != 0) {
         return {};
     }
-    const std::string path = "/dev/shm/" + std::string(std::getenv("KAV_STAT_SEGMENT"));
+    const std::string path = own_segment_path(std::getenv("KAV_STAT_SEGMENT"));
     const int segment = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     std::vector<unsigned char> bytes = bytes_of(segment);
     close(segment);

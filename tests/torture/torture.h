@@ -13,6 +13,7 @@ struct torture_options
 {
     unsigned long count = 0; // how many trials
     unsigned int seed = 1;
+    std::string bin;    // programs to attack in place of those built here
     std::string folder; // empty, on a disk, gone at the end
 };
 
@@ -22,6 +23,13 @@ class tally
 public:
     // One trial. what: told when the promise was broken.
     void add(bool b_kept, const std::string& what);
+    // The campaign cannot be run here, for this reason.
+    void skip(const std::string& reason)
+    {
+        m_b_skipped = true;
+        m_note = "skipped: " + reason;
+    }
+    bool is_skipped() const { return m_b_skipped; }
     // What else there is to say about the campaign, for the end of its row.
     void note(const std::string& text) { m_note = text; }
 
@@ -32,6 +40,7 @@ public:
 private:
     unsigned long m_tried = 0;
     unsigned long m_lost = 0;
+    bool m_b_skipped = false;
     std::string m_note;
 };
 
@@ -59,6 +68,8 @@ void fail_allocations(const torture_options& options, tally& result);
 void starve_viewer(const torture_options& options, tally& result);
 void turn_clocks(const torture_options& options, tally& result);
 void start_many_viewers(const torture_options& options, tally& result);
+// Other users.
+void attack_as_neighbours(const torture_options& options, tally& result);
 
 // Every report of a live engine, as arguments of the viewer.
 const std::vector<std::vector<std::string>>& all_reports();

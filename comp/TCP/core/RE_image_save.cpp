@@ -4,6 +4,7 @@
 #include "RE_save_target.h"
 #include "RE_sequence.h"
 #include "RE_stat_error.h"
+#include "RE_stat_segment.h"
 
 #include <algorithm>
 #include <cstring>
@@ -319,6 +320,9 @@ void image_writer::write_bypass()
 
 int save_image(const RE_stat_image& image, const char* path)
 {
+    if (is_live_segment(path)) {
+        return RE_STAT_ERR_LIVE_SEGMENT; // replacing it would hide its engine
+    }
     RE_save_target target;
     if (const int error = target.open(path)) {
         return error;

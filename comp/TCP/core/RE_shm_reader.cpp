@@ -2,7 +2,9 @@
 
 #include "RE_sequence.h"
 #include "RE_stat_error.h"
+#include "RE_stat_segment.h"
 #include "RE_syslog.h"
+#include "RE_user.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -10,11 +12,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 namespace {
 
 constexpr int log_id_reset_refused = 690461;
+constexpr int log_id_not_believed = 690466;
 
 // A descriptor that closes itself.
 class descriptor
@@ -48,6 +52,68 @@ int error_of_open(int error)
     }
 }
 
+// Whether a folder, or what is in it, may be believed for its owner's sake. what: which of the two, for the log.
+bool is_believed(const RE_stat_folders& folders, const struct stat& found, const char* what, const char* path)
+{
+    if (folders.is_trusted(found.st_uid)) {
+        return true;
+    }
+    char owner[RE_user_text_size];
+    __re_syslog(__FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_not_believed,
+                "statistics not read: %s%s belongs to %s; KAV_STAT_OWNER=%u takes them all the same", what, path,
+                user_text(found.st_uid, owner), found.st_uid);
+    return false;
+}
+
+// Judges a folder. Its name will do: once it is a believed user's, nobody else can put another in its place, for the
+// folders around it are root's or sticky; and a report gets along with one descriptor.
+int check_folder(const RE_stat_folders& folders, const char* path)
+{
+    struct stat found
+    {
+    };
+    if (lstat(path, &found) != 0) {
+        return error_of_open(errno);
+    }
+    if (!is_believed(folders, found, "", path)) {
+        return RE_STAT_ERR_OWNER;
+    }
+    if (!S_ISDIR(found.st_mode)) {
+        return RE_STAT_ERR_READ;
+    }
+    if (!is_written_by_owner_alone(found)) {
+        __re_syslog(__FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_not_believed,
+                    "statistics not read: others than its owner may write to %s", path);
+        return RE_STAT_ERR_OWNER;
+    }
+    return 0;
+}
+
+// Opens the segment of that name in a folder. Returns a descriptor or an RE_stat_error.
+int open_segment(const RE_stat_folders& folders, const char* folder, const char* name, int flags, struct stat& found)
+{
+    if (const int error = check_folder(folders, folder)) {
+        return error;
+    }
+    RE_stat_path path;
+    std::snprintf(path, sizeof path, "%s/%s", folder, name);
+    const int segment = ::open(path, flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (segment < 0) {
+        return error_of_open(errno);
+    }
+    int error = 0;
+    if (fstat(segment, &found) != 0 || !S_ISREG(found.st_mode)) {
+        error = RE_STAT_ERR_READ;
+    } else if (!is_believed(folders, found, "the segment in ", folder)) {
+        error = RE_STAT_ERR_OWNER;
+    }
+    if (error == 0) {
+        return segment;
+    }
+    ::close(segment);
+    return error;
+}
+
 } // namespace
 
 RE_shm_reader::~RE_shm_reader()
@@ -58,27 +124,41 @@ RE_shm_reader::~RE_shm_reader()
 int RE_shm_reader::open()
 {
     close();
-    if (!m_path.is_valid()) {
+    const char* const name = stat_segment_name();
+    const RE_stat_folders folders;
+    if (name == nullptr || !folders.is_valid()) {
         return RE_STAT_ERR_NO_ENGINE;
     }
-    const descriptor segment(::open(m_path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-    if (segment.number() < 0) {
-        return error_of_open(errno);
+    int error = RE_STAT_ERR_NO_ENGINE;
+    for (int number = 0; number < RE_stat_folders::count; ++number) {
+        if (!folders.name_of(number, m_folder)) {
+            continue;
+        }
+        struct stat found
+        {
+        };
+        const descriptor segment(open_segment(folders, m_folder, name, O_RDONLY, found));
+        if (segment.number() >= 0 && is_segment_lock_held(segment.number())) {
+            return map(segment.number(), found);
+        }
+        // A dead engine, or somebody else's, does not hide a living one in a later folder.
+        if (error == RE_STAT_ERR_NO_ENGINE) {
+            error = segment.number() >= 0 ? RE_STAT_ERR_ENGINE_GONE : segment.number();
+        }
     }
-    struct stat status
-    {
-    };
-    if (fstat(segment.number(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        return RE_STAT_ERR_READ;
+    if (error == RE_STAT_ERR_NO_ENGINE) {
+        report_segment_of_earlier_layout(name);
     }
-    if (!is_segment_lock_held(segment.number(), RE_segment_lock_engine)) {
-        return RE_STAT_ERR_ENGINE_GONE;
-    }
+    return error;
+}
+
+int RE_shm_reader::map(int segment, const struct stat& status)
+{
     if (status.st_size < static_cast<off_t>(sizeof(RE_image_header))) {
         return RE_STAT_ERR_CUT;
     }
     const auto size = static_cast<std::size_t>(status.st_size);
-    void* const mapping = mmap(nullptr, size, PROT_READ, MAP_SHARED, segment.number(), 0);
+    void* const mapping = mmap(nullptr, size, PROT_READ, MAP_SHARED, segment, 0);
     if (mapping == MAP_FAILED) {
         return errno == ENOMEM ? RE_STAT_ERR_NO_MEMORY : RE_STAT_ERR_READ;
     }
@@ -133,18 +213,19 @@ std::unique_ptr<RE_image_reader::writable_image> RE_shm_reader::open_writable()
     if (!is_open()) {
         return nullptr;
     }
-    const descriptor segment(::open(m_path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+    const char* const name = stat_segment_name();
     struct stat status
     {
     };
-    const bool b_same = segment.number() >= 0 && fstat(segment.number(), &status) == 0 && status.st_dev == m_device &&
-                        status.st_ino == m_inode;
+    const descriptor segment(name != nullptr ? open_segment(RE_stat_folders(), m_folder, name, O_RDWR, status)
+                                             : RE_STAT_ERR_NO_ENGINE);
+    const bool b_same = segment.number() >= 0 && status.st_dev == m_device && status.st_ino == m_inode;
     void* const mapping =
         b_same ? mmap(nullptr, m_size, PROT_READ | PROT_WRITE, MAP_SHARED, segment.number(), 0) : MAP_FAILED;
     if (mapping == MAP_FAILED) {
         const char* const reason = segment.number() >= 0 && !b_same ? "another engine has it" : std::strerror(errno);
         __re_syslog(__FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_reset_refused,
-                    "statistics not reset: %s cannot be written to: %s", m_path.c_str(), reason);
+                    "statistics not reset: the segment in %s cannot be written to: %s", m_folder, reason);
         return nullptr;
     }
     auto target = std::make_unique<writable_segment>(mapping, m_size);

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "RE_image_reader.h"
-#include "RE_stat_segment.h"
+#include "RE_stat_folder.h"
 
 class RE_shm_reader : public RE_image_reader
 {
@@ -12,7 +12,8 @@ public:
     RE_shm_reader(const RE_shm_reader&) = delete;
     RE_shm_reader& operator=(const RE_shm_reader&) = delete;
 
-    // 0, or an RE_stat_error when there is no segment, no permission, no living engine, or no sound image.
+    // Opens the first living engine's segment in the folders of RE_stat_folders. 0, or an RE_stat_error when there is
+    // no segment, no permission, no living engine, or no sound image: of the first folder that has anything.
     int open() override;
     int close() override;
 
@@ -20,8 +21,10 @@ protected:
     std::unique_ptr<writable_image> open_writable() override;
 
 private:
-    RE_stat_segment_path m_path;
-    void* m_mapping = nullptr; // read-only
+    int map(int segment, const struct stat& status);
+
+    RE_stat_path m_folder = {}; // where the segment was found
+    void* m_mapping = nullptr;    // read-only
     std::size_t m_size = 0;
     unsigned long m_device = 0; // which file the mapping is of, as later a new engine may own the name
     unsigned long m_inode = 0;

@@ -9,6 +9,7 @@ enum RE_stat_error : int
     RE_STAT_ERR_PERMISSION = -2,    // the segment or file may not be read
     RE_STAT_ERR_ENGINE_GONE = -3,   // a segment is there, but the engine that made it no longer runs
     RE_STAT_ERR_NOT_PUBLISHED = -4, // the engine is still starting, or is just stopping
+    RE_STAT_ERR_OWNER = -16,        // a segment is there, but it is, or could be, that of a user who is not trusted
 
     // Saved statistics.
     RE_STAT_ERR_NO_FILE = -5,         // there is no file of that name
@@ -32,4 +33,5 @@ enum RE_stat_error : int
     RE_STAT_ERR_NO_SPACE = -25,      // the disk is full, or a quota or size limit is reached
     RE_STAT_ERR_SYNC = -26,          // the bytes did not reach the disk
     RE_STAT_ERR_RENAME = -27,        // the new file could not take the old one's place
+    RE_STAT_ERR_LIVE_SEGMENT = -28,  // the target is the segment of a running engine
 };

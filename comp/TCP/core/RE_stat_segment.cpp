@@ -1,31 +1,46 @@
 #include "RE_stat_segment.h"
 
+#include "RE_stat_image.h"
+#include "RE_syslog.h"
+#include "RE_user.h"
+
 #include <fcntl.h>
+#include <linux/limits.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 namespace {
 
+constexpr const char* log_file = "comp/TCP/core/RE_stat_segment";
+constexpr int log_id_earlier_layout = 690465;
+
 constexpr const char* default_segment_name = "kav_statistics";
 
-struct flock lock_request(short type, int lock)
+struct flock lock_request(short type)
 {
     struct flock request
     {
     };
     request.l_type = type;
     request.l_whence = SEEK_SET;
-    request.l_start = lock;
     request.l_len = 1;
     return request;
 }
 
+bool has_image_magic(int descriptor)
+{
+    char magic[sizeof RE_image_magic];
+    return pread(descriptor, magic, sizeof magic, 0) == sizeof magic &&
+           std::memcmp(magic, RE_image_magic, sizeof magic) == 0;
+}
+
 } // namespace
 
-RE_stat_segment_path::RE_stat_segment_path() : m_path{}
+const char* stat_segment_name()
 {
     const char* const given = secure_getenv("KAV_STAT_SEGMENT");
     const char* name = given != nullptr ? given : default_segment_name;
@@ -33,21 +48,71 @@ RE_stat_segment_path::RE_stat_segment_path() : m_path{}
         ++name; // the form in which shm_open takes names
     }
     const std::size_t length = std::strlen(name);
-    if (length == 0 || length > 255 || std::strchr(name, '/') != nullptr || std::strcmp(name, ".") == 0 ||
-        std::strcmp(name, "..") == 0) {
-        return;
-    }
-    std::snprintf(m_path, sizeof m_path, "%s%s", RE_stat_segment_folder, name);
+    return length == 0 || length > NAME_MAX || name[0] == '.' || std::strchr(name, '/') != nullptr ? nullptr : name;
 }
 
-bool take_segment_lock(int descriptor, int lock)
+bool take_segment_lock(int descriptor)
 {
-    struct flock request = lock_request(F_WRLCK, lock);
+    struct flock request = lock_request(F_WRLCK);
     return fcntl(descriptor, F_OFD_SETLK, &request) == 0;
 }
 
-bool is_segment_lock_held(int descriptor, int lock)
+bool is_segment_lock_held(int descriptor)
 {
-    struct flock request = lock_request(F_RDLCK, lock);
+    struct flock request = lock_request(F_RDLCK);
     return fcntl(descriptor, F_OFD_GETLK, &request) == 0 && request.l_type != F_UNLCK;
+}
+
+bool is_live_segment(const char* path)
+{
+    struct stat found
+    {
+    };
+    if (stat(path, &found) != 0 || !S_ISREG(found.st_mode)) {
+        return false;
+    }
+    const int descriptor = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor < 0) {
+        return false;
+    }
+    const bool b_live = is_segment_lock_held(descriptor) && has_image_magic(descriptor);
+    ::close(descriptor);
+    return b_live;
+}
+
+bool is_name_of(const char* path, int descriptor)
+{
+    struct stat opened
+    {
+    };
+    struct stat named
+    {
+    };
+    return fstat(descriptor, &opened) == 0 && lstat(path, &named) == 0 && opened.st_ino == named.st_ino &&
+           opened.st_dev == named.st_dev;
+}
+
+void report_segment_of_earlier_layout(const char* name)
+{
+    char path[sizeof "/dev/shm/" + NAME_MAX];
+    std::snprintf(path, sizeof path, "/dev/shm/%s", name);
+    struct stat found
+    {
+    };
+    const int descriptor = ::open(path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    const bool b_hidden = descriptor < 0 && errno == EACCES;
+    const bool b_image =
+        descriptor >= 0 && fstat(descriptor, &found) == 0 && S_ISREG(found.st_mode) && has_image_magic(descriptor);
+    if (b_image || (b_hidden && lstat(path, &found) == 0)) {
+        char owner[RE_user_text_size];
+        __re_syslog(
+            log_file, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_earlier_layout,
+            "%s, of %s, is where engines of an earlier release publish; it is not used. Engines of this release "
+            "publish in /run/kav, $XDG_RUNTIME_DIR/kav or /dev/shm/kav-UID: stop that engine and start one of "
+            "this release",
+            path, user_text(found.st_uid, owner));
+    }
+    if (descriptor >= 0) {
+        ::close(descriptor);
+    }
 }

@@ -1,33 +1,28 @@
-// Where live statistics are: the shared-memory segment's name, and whether its engine is alive.
+// A segment, as engines and readers look at it: its name, its marks, and whether its engine is alive.
 #pragma once
 
-#include <cstddef>
+#include <sys/stat.h>
 
-// Where the segments of this machine are.
-constexpr char RE_stat_segment_folder[] = "/dev/shm/";
+// The segment's name in its folder: what KAV_STAT_SEGMENT says, or the built-in one. Null when KAV_STAT_SEGMENT holds
+// no usable name: an empty one, one with a slash inside, one too long, or one that begins with a dot, as the engine's
+// own files beside segments do.
+const char* stat_segment_name();
 
-// The segment's path in the file system that POSIX shared memory lives in, for the name in KAV_STAT_SEGMENT or, without
-// it, the built-in one.
-class RE_stat_segment_path
-{
-public:
-    RE_stat_segment_path();
+// A running engine holds a write lock on its segment, which goes with the process, however it ends. Only who may write
+// to a segment can have that, so nobody else can pretend that its engine lives.
+//
+// Takes the lock for as long as `descriptor`'s open file lives. False when somebody else has a lock there.
+bool take_segment_lock(int descriptor);
 
-    // False when KAV_STAT_SEGMENT holds no usable name: an empty one, one with a slash inside, or one too long.
-    bool is_valid() const { return m_path[0] != '\0'; }
-    const char* c_str() const { return m_path; }
+// Whether somebody holds the lock. Needs no more than read permission, takes nothing, and overlooks readers' locks.
+bool is_segment_lock_held(int descriptor);
 
-private:
-    char m_path[sizeof RE_stat_segment_folder + 255];
-};
+// Whether `path` is the segment of a running engine.
+bool is_live_segment(const char* path);
 
-// A running engine holds a lock on one byte of its segment; starting engines hold another while they decide. Both go
-// with the process, however it ends.
-constexpr int RE_segment_lock_engine = 0;
-constexpr int RE_segment_lock_start = 1;
+// Whether `path`, not followed if it is a link, is the file that `descriptor` is open on.
+bool is_name_of(const char* path, int descriptor);
 
-// Takes a lock for as long as `descriptor`'s open file lives. False when somebody else has it.
-bool take_segment_lock(int descriptor, int lock);
-
-// Whether somebody holds a lock. Needs no more than read permission and takes nothing.
-bool is_segment_lock_held(int descriptor, int lock);
+// Earlier engines published in /dev/shm itself. Their segments are not used any more; when there is one of this name,
+// the system log says where engines publish now.
+void report_segment_of_earlier_layout(const char* name);

@@ -2,8 +2,10 @@
 
 #include "RE_bypass_table.h"
 #include "RE_sequence.h"
+#include "RE_stat_folder.h"
 #include "RE_stat_image.h"
 #include "RE_stat_segment.h"
+#include "RE_syslog.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -12,6 +14,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -19,6 +22,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -63,14 +67,133 @@ app_key key_of(const RE_stat_app_header& header)
     return {reinterpret_cast<const char*>(&identity), sizeof identity};
 }
 
+constexpr const char* log_file = "comp/TCP/core/RE_stat_writer";
+constexpr int log_id_published_again = 690467;
+constexpr int log_id_not_published_again = 690468;
+
+// An engine that is about to put a segment into its folder. Meanwhile it keeps all others of its user from doing so, by
+// a lock on a file that nobody else can open.
+class starting_engine
+{
+public:
+    starting_engine() = default;
+    ~starting_engine();
+    starting_engine(const starting_engine&) = delete;
+    starting_engine& operator=(const starting_engine&) = delete;
+
+    // Returns 0, -EBUSY when an engine of this name runs, or -errno.
+    int begin(const std::string& name);
+    // Makes a new, locked segment that has no name yet that readers know. Returns its descriptor or -errno.
+    int make_segment(unsigned int mode);
+    // Gives it its name. Whoever still reads what had the name before keeps it.
+    int put_into_place();
+    // The segment's path, when it is in place.
+    std::string path() const { return std::string(m_folder_path) + "/" + m_name; }
+
+private:
+    int take_lock();
+
+    std::string m_name;
+    RE_stat_path m_folder_path = {};
+    int m_folder = -1;
+    int m_lock = -1;
+    bool m_b_unfinished = false;
+};
+
+// No segment's name begins with a dot.
+constexpr const char* lock_name = ".start";
+constexpr const char* unfinished_name = ".unfinished";
+
+starting_engine::~starting_engine()
+{
+    if (m_b_unfinished) {
+        unlinkat(m_folder, unfinished_name, 0);
+    }
+    for (const int descriptor : {m_lock, m_folder}) {
+        if (descriptor >= 0) {
+            ::close(descriptor);
+        }
+    }
+}
+
+int starting_engine::begin(const std::string& name)
+{
+    m_name = name;
+    m_folder = open_own_stat_folder(m_folder_path);
+    if (m_folder < 0) {
+        return m_folder;
+    }
+    if (const int error = take_lock()) {
+        return error;
+    }
+    const int existing = openat(m_folder, name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (existing < 0) {
+        return errno == ENOENT ? 0 : -errno;
+    }
+    const bool b_running = is_segment_lock_held(existing);
+    ::close(existing);
+    return b_running ? -EBUSY : 0;
+}
+
+// Starting takes no time worth mentioning, so that an engine that holds the lock for long has been stopped in it.
+int starting_engine::take_lock()
+{
+    const std::string path = std::string(m_folder_path) + "/" + lock_name;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    for (;;) {
+        m_lock = openat(m_folder, lock_name, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR);
+        if (m_lock < 0) {
+            return -errno;
+        }
+        if (take_segment_lock(m_lock) && is_name_of(path.c_str(), m_lock)) {
+            return fchmod(m_lock, S_IRUSR | S_IWUSR) == 0 ? 0 : -errno; // whatever the umask
+        }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return -EBUSY;
+        }
+        ::close(m_lock);
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+int starting_engine::make_segment(unsigned int mode)
+{
+    unlinkat(m_folder, unfinished_name, 0); // of an engine that was killed here
+    const int descriptor =
+        openat(m_folder, unfinished_name, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR);
+    if (descriptor < 0) {
+        return -errno;
+    }
+    m_b_unfinished = true;
+    // Locked before anybody else may open it.
+    if (!take_segment_lock(descriptor) || fchmod(descriptor, static_cast<mode_t>(mode)) != 0) {
+        const int error = errno;
+        ::close(descriptor);
+        return -error;
+    }
+    return descriptor;
+}
+
+int starting_engine::put_into_place()
+{
+    if (renameat(m_folder, unfinished_name, m_folder, m_name.c_str()) != 0) {
+        return -errno;
+    }
+    m_b_unfinished = false;
+    return 0;
+}
+
 } // namespace
 
 struct RE_stat_writer::implementation
 {
     std::mutex mutex; // over slots and everything below; counters need no lock
 
-    int descriptor = -1;
-    std::string path;
+    int descriptor = -1; // of the segment
+    std::string name;    // of the segment
+    std::string path;    // the same with its folder, empty until it is in place
+    unsigned int mode = 0;
+    int last_error = 0; // of publishing again, which is logged when it changes
     unsigned char* mapping = nullptr;
     std::size_t size = 0;
     RE_stat_image image;
@@ -87,7 +210,12 @@ struct RE_stat_writer::implementation
 
     ~implementation() { withdraw(); }
 
+    int make(const RE_stat_limits& limits, std::time_t start_time, starting_engine& start);
     int lay_out(const RE_stat_limits& limits, std::time_t start_time);
+    bool is_in_place() const { return !path.empty() && is_name_of(path.c_str(), descriptor); }
+    int make_again();
+    int move_memory_to(int new_descriptor);
+    std::vector<std::span<const unsigned char>> backed_memory() const;
     int back(const void* start, std::size_t bytes) const;
     template <typename Row>
     bool back_rows(const Row* rows, std::uint64_t first, std::uint64_t count) const;
@@ -125,105 +253,41 @@ RE_stat_writer::RE_stat_writer() : m_impl(std::make_unique<implementation>())
 
 RE_stat_writer::~RE_stat_writer() = default;
 
-namespace {
-
-// Whether `path` names what `descriptor` is open on.
-bool is_named(int descriptor, const char* path)
-{
-    struct stat opened
-    {
-    };
-    struct stat named
-    {
-    };
-    return fstat(descriptor, &opened) == 0 && lstat(path, &named) == 0 && opened.st_ino == named.st_ino &&
-           opened.st_dev == named.st_dev;
-}
-
-// Opens the segment that is there, or an empty one in its place, and holds the start lock on it: of several engines
-// that start at once, one goes on. Returns the descriptor or -errno.
-int win_start(const char* path)
-{
-    for (;;) {
-        // Not in one call: where all may make files, the system refuses O_CREAT for what another user has left there.
-        int descriptor = ::open(path, O_RDWR | O_CLOEXEC | O_NOFOLLOW);
-        if (descriptor < 0 && errno == ENOENT) {
-            descriptor = ::open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
-            if (descriptor < 0 && errno == EEXIST) {
-                continue; // another engine was quicker
-            }
-        }
-        if (descriptor < 0) {
-            return -errno;
-        }
-        if (!take_segment_lock(descriptor, RE_segment_lock_start) ||
-            is_segment_lock_held(descriptor, RE_segment_lock_engine)) {
-            ::close(descriptor);
-            return -EBUSY;
-        }
-        if (is_named(descriptor, path)) {
-            return descriptor;
-        }
-        ::close(descriptor); // another engine has just put a new segment there
-    }
-}
-
-// Makes a new, locked segment in the same place under a name of its own. Returns the descriptor or -errno; `temporary`
-// receives its path.
-int make_segment(unsigned int mode, std::string& temporary)
-{
-    temporary = RE_stat_segment_folder + std::string(".kav_engine.XXXXXX");
-    const int descriptor = mkostemp(temporary.data(), O_CLOEXEC);
-    if (descriptor < 0) {
-        return -errno;
-    }
-    if (fchmod(descriptor, static_cast<mode_t>(mode)) != 0 || !take_segment_lock(descriptor, RE_segment_lock_engine)) {
-        const int error = errno;
-        ::close(descriptor);
-        unlink(temporary.c_str());
-        return -error;
-    }
-    return descriptor;
-}
-
-} // namespace
-
 int RE_stat_writer::create(const RE_stat_limits& limits, std::time_t start_time, unsigned int mode)
 {
-    const RE_stat_segment_path path;
-    if (m_impl->mapping != nullptr || !path.is_valid() || !is_within(limits.peers, RE_image_max_peers) ||
-        !is_within(limits.connections, RE_image_max_conns) || !is_within(limits.applications, RE_image_max_apps) ||
-        !is_within(limits.nacks, RE_image_max_nacks)) {
+    constexpr unsigned int possible_mode = 0664;
+    const char* const name = stat_segment_name();
+    if (m_impl->mapping != nullptr || name == nullptr || (mode & ~possible_mode) != 0 ||
+        !is_within(limits.peers, RE_image_max_peers) || !is_within(limits.connections, RE_image_max_conns) ||
+        !is_within(limits.applications, RE_image_max_apps) || !is_within(limits.nacks, RE_image_max_nacks)) {
         return -EINVAL;
     }
-    const int start_descriptor = win_start(path.c_str());
-    if (start_descriptor < 0) {
-        return start_descriptor;
+    report_segment_of_earlier_layout(name);
+    starting_engine start;
+    if (const int error = start.begin(name)) {
+        return error;
     }
-    std::string temporary;
-    const int descriptor = make_segment(mode, temporary);
-    int error = descriptor < 0 ? descriptor : 0;
+    m_impl->name = name;
+    m_impl->mode = mode | S_IRUSR | S_IWUSR;
+    return m_impl->make(limits, start_time, start);
+}
+
+int RE_stat_writer::implementation::make(const RE_stat_limits& limits, std::time_t start_time, starting_engine& start)
+{
+    const int segment = start.make_segment(mode);
+    if (segment < 0) {
+        return segment;
+    }
+    descriptor = segment;
+    int error = lay_out(limits, start_time);
     if (error == 0) {
-        m_impl->descriptor = descriptor;
-        error = m_impl->lay_out(limits, start_time);
-        // Viewers that still read the segment of a killed engine keep it; the name is the new one's from here on.
-        if (error == 0 && rename(temporary.c_str(), path.c_str()) != 0) {
-            error = -errno;
-        }
-        if (error == 0) {
-            m_impl->path = path.c_str();
-        } else {
-            unlink(temporary.c_str());
-            m_impl->withdraw();
-        }
+        error = start.put_into_place();
     }
-    struct stat found
-    {
-    };
-    if (error != 0 && fstat(start_descriptor, &found) == 0 && found.st_size == 0) {
-        unlink(path.c_str()); // the place holder that win_start made
+    if (error == 0) {
+        path = start.path();
+    } else {
+        withdraw();
     }
-    ::close(start_descriptor);
     return error;
 }
 
@@ -299,6 +363,106 @@ int RE_stat_writer::implementation::back(const void* start, std::size_t bytes) c
 {
     const auto offset = static_cast<off_t>(static_cast<const unsigned char*>(start) - mapping);
     return -posix_fallocate(descriptor, offset, static_cast<off_t>(bytes));
+}
+
+// All memory that is certain to be there, which is all that has been written to.
+std::vector<std::span<const unsigned char>> RE_stat_writer::implementation::backed_memory() const
+{
+    const auto bytes_of = [](const auto* rows, std::uint64_t count) {
+        return std::span(reinterpret_cast<const unsigned char*>(rows), count * sizeof *rows);
+    };
+    return {
+        std::span<const unsigned char>(mapping, reinterpret_cast<const unsigned char*>(image.peers)),
+        bytes_of(image.peers, backed_peers),
+        bytes_of(image.peer_counters, backed_peers),
+        bytes_of(image.conns, backed_conns),
+        bytes_of(image.conn_counters, backed_conns),
+        bytes_of(image.apps, backed_apps),
+        bytes_of(image.nacks, backed_nacks),
+        bytes_of(image.bypass, image.bypass_size),
+    };
+}
+
+// Copies the segment to another file, whose memory takes the old one's place at the same addresses.
+int RE_stat_writer::implementation::move_memory_to(int new_descriptor)
+{
+    if (ftruncate(new_descriptor, static_cast<off_t>(size)) != 0) {
+        return -errno;
+    }
+    void* const memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, new_descriptor, 0);
+    if (memory == MAP_FAILED) {
+        return -errno;
+    }
+    int error = 0;
+    for (const std::span<const unsigned char>& range : backed_memory()) {
+        const std::ptrdiff_t offset = range.data() - mapping;
+        if (error == 0 && !range.empty()) {
+            error = -posix_fallocate(new_descriptor, offset, static_cast<off_t>(range.size()));
+        }
+        if (error == 0) {
+            std::memcpy(static_cast<unsigned char*>(memory) + offset, range.data(), range.size());
+        }
+    }
+    if (error == 0 && mremap(memory, size, size, MREMAP_MAYMOVE | MREMAP_FIXED, mapping) == MAP_FAILED) {
+        error = -errno;
+    }
+    if (error != 0) {
+        munmap(memory, size);
+    }
+    return error;
+}
+
+int RE_stat_writer::implementation::make_again()
+{
+    starting_engine start;
+    if (const int error = start.begin(name)) {
+        return error;
+    }
+    const int segment = start.make_segment(mode);
+    if (segment < 0) {
+        return segment;
+    }
+    if (const int error = move_memory_to(segment)) {
+        ::close(segment);
+        return error;
+    }
+    ::close(descriptor);
+    descriptor = segment;
+    if (const int error = start.put_into_place()) {
+        return error;
+    }
+    path = start.path();
+    return 0;
+}
+
+bool RE_stat_writer::is_in_place() const
+{
+    return m_impl->is_in_place();
+}
+
+int RE_stat_writer::publish_again()
+{
+    implementation& me = *m_impl;
+    const std::lock_guard<std::mutex> lock(me.mutex);
+    if (me.mapping == nullptr) {
+        return -EINVAL;
+    }
+    if (me.is_in_place()) {
+        return 0;
+    }
+    const std::string lost = me.path;
+    const int error = me.make_again();
+    if (error == 0) {
+        __re_syslog(log_file, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_published_again,
+                    "the statistics in %s were removed or replaced; published again in %s", lost.c_str(),
+                    me.path.c_str());
+    } else if (error != me.last_error) { // once, however often it is tried
+        __re_syslog(log_file, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_not_published_again,
+                    "the statistics in %s were removed or replaced, and cannot be published again: %s", lost.c_str(),
+                    std::strerror(-error));
+    }
+    me.last_error = error;
+    return error;
 }
 
 template <typename Row>
@@ -382,10 +546,11 @@ void RE_stat_writer::implementation::withdraw()
         image = {};
     }
     // Somebody may have removed the segment, and another engine have made its own since.
-    if (!path.empty() && is_named(descriptor, path.c_str())) {
+    if (is_in_place()) {
         unlink(path.c_str());
     }
     path.clear();
+    last_error = 0;
     if (descriptor >= 0) {
         ::close(descriptor); // lets go of the engine's lock
         descriptor = -1;

@@ -2,10 +2,9 @@
 // the figures in it up to date.
 //
 // Counters are updated with relaxed atomic operations, records under a sequence counter per slot, so that no reader
-// ever slows or blocks the engine. All operations but create() and close() may be called from several threads at
-// once. Slots are storage places
-// counted from 0. A slot, an id or a size that is out of range changes nothing; operations with an int result then
-// return -EINVAL.
+// ever slows or blocks the engine. All operations but create(), publish_again() and close() may be called from several
+// threads at once. Slots are storage places counted from 0. A slot, an id or a size that is out of range changes
+// nothing; operations with an int result then return -EINVAL.
 #pragma once
 
 #include "RE_statistics.h"
@@ -53,13 +52,21 @@ public:
     RE_stat_writer(const RE_stat_writer&) = delete;
     RE_stat_writer& operator=(const RE_stat_writer&) = delete;
 
-    // Makes the segment (named by KAV_STAT_SEGMENT or the built-in name), readable by `mode`'s users, and holds its
-    // lock until close(). A segment that a killed engine left behind is replaced. start_time: seconds since the epoch.
-    // Returns 0, -EINVAL for limits out of range, -EBUSY when another engine runs on that name, or -errno. Nothing can
-    // be read before publish().
-    int create(const RE_stat_limits& limits, std::time_t start_time, unsigned int mode = 0644);
+    // Makes the segment (named by KAV_STAT_SEGMENT or the built-in name) in /run/kav, when that is this user's, else in
+    // $XDG_RUNTIME_DIR/kav, else in /dev/shm/kav-UID, and holds its lock until close(). A segment that a killed engine
+    // left behind is replaced. start_time: seconds since the epoch. mode: who may read it (0400, 0040, 0004), or write
+    // to it, which resetting takes (0200, 0020); its owner always may. Returns 0, -EINVAL for limits or a mode out of
+    // range, -EBUSY when another engine runs on that name, or -errno. Nothing can be read before publish().
+    int create(const RE_stat_limits& limits, std::time_t start_time, unsigned int mode = 0640);
     // Lets viewers in.
     void publish();
+    // Whether the segment is still where viewers look for it. Somebody may have removed or replaced it; an engine asks
+    // once a second or so. Costs two system calls.
+    bool is_in_place() const;
+    // Puts a new segment with the same figures there when it is not, and says so in the system log. Returns 0, -EBUSY
+    // when another engine has taken the name, or -errno; then the figures stay as they are, and trying again later is
+    // fine. What other threads count meanwhile would be lost, so they do not.
+    int publish_again();
     // Removes the segment. Viewers that are reading it finish their report.
     void close();
 

@@ -1,0 +1,215 @@
+#include "RE_stat_folder.h"
+
+#include "RE_syslog.h"
+#include "RE_user.h"
+
+#include <fcntl.h>
+#include <linux/limits.h>
+#include <sys/random.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+constexpr const char* log_file = "comp/TCP/core/RE_stat_folder";
+constexpr int log_id_folder_refused = 690462;
+constexpr int log_id_folder_set_aside = 690463;
+constexpr int log_id_owner_unknown = 690464;
+
+constexpr const char* service_folder = "/run/kav";
+constexpr const char* memory_folder = "/dev/shm";
+
+// "/dev/shm/kav-UID"
+void name_memory_folder(uid_t user, RE_stat_path& path)
+{
+    std::snprintf(path, sizeof path, "%s/kav-%u", memory_folder, user);
+}
+
+// The folder below the one of the user's session as the environment tells it; false when it tells none.
+bool name_session_folder(RE_stat_path& path)
+{
+    const char* const given = secure_getenv("XDG_RUNTIME_DIR");
+    constexpr std::size_t longest = sizeof path - sizeof "/" - NAME_MAX;
+    return given != nullptr && given[0] == '/' &&
+           static_cast<std::size_t>(std::snprintf(path, sizeof path, "%s/kav", given)) < longest;
+}
+
+// The same where systems keep it, for a user whose environment is not known.
+void name_usual_session_folder(uid_t user, RE_stat_path& path)
+{
+    std::snprintf(path, sizeof path, "/run/user/%u/kav", user);
+}
+
+// Opens a folder without following a link. Returns a descriptor, -EPERM when others own it or may write to it, or
+// another -errno.
+int open_folder_of(uid_t user, int parent, const char* name)
+{
+    const int descriptor = openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (descriptor < 0) {
+        return -errno;
+    }
+    struct stat found
+    {
+    };
+    if (fstat(descriptor, &found) == 0 && found.st_uid == user && is_written_by_owner_alone(found)) {
+        return descriptor;
+    }
+    ::close(descriptor);
+    return -EPERM;
+}
+
+// The same, and makes it when it is not there.
+int make_folder_of(uid_t user, int parent, const char* name)
+{
+    const bool b_made = mkdirat(parent, name, S_IRWXU) == 0;
+    if (b_made ? fchmodat(parent, name, S_IRWXU, 0) != 0 : errno != EEXIST) { // its mode whatever the umask
+        return -errno;
+    }
+    return open_folder_of(user, parent, name);
+}
+
+// In the folder of the user's session, when that is really the user's.
+int make_session_folder(uid_t user, const char* path)
+{
+    RE_stat_path parent_path;
+    std::snprintf(parent_path, sizeof parent_path, "%.*s", static_cast<int>(std::strrchr(path, '/') - path), path);
+    const int parent = ::open(parent_path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    struct stat found
+    {
+    };
+    if (parent < 0) {
+        return -errno;
+    }
+    const bool b_own = fstat(parent, &found) == 0 && found.st_uid == user && is_written_by_owner_alone(found);
+    const int descriptor = b_own ? make_folder_of(user, parent, "kav") : -EPERM;
+    ::close(parent);
+    return descriptor;
+}
+
+// Others may have put something in the place of this user's folder. Root moves it out of the way; the system lets
+// nobody else do that. True when it is no longer there.
+bool set_aside(int parent, const char* path, bool b_log)
+{
+    std::uint64_t number = 0; // that nobody can foresee, and so be there first
+    if (getrandom(&number, sizeof number, 0) != sizeof number) {
+        return false;
+    }
+    const char* const name = std::strrchr(path, '/') + 1;
+    char other_name[64];
+    std::snprintf(other_name, sizeof other_name, ".%s.refused.%016" PRIx64, name, number);
+    struct stat found
+    {
+    };
+    if (fstatat(parent, name, &found, AT_SYMLINK_NOFOLLOW) != 0 || renameat(parent, name, parent, other_name) != 0) {
+        return errno == ENOENT;
+    }
+    if (b_log) {
+        char owner[RE_user_text_size];
+        __re_syslog(log_file, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_folder_set_aside,
+                    "%s belonged to %s, or others could write to it; it was renamed to %s", path,
+                    user_text(found.st_uid, owner), other_name);
+    }
+    return true;
+}
+
+int make_memory_folder(uid_t user, const char* path)
+{
+    const int parent = ::open(memory_folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (parent < 0) {
+        return -errno;
+    }
+    const char* const name = std::strrchr(path, '/') + 1;
+    int descriptor = -1;
+    // Somebody who is quick may be there again, or have taken away what was in the way.
+    constexpr int attempts = 100;
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        descriptor = make_folder_of(user, parent, name);
+        const bool b_in_the_way = descriptor == -EPERM || descriptor == -ENOTDIR || descriptor == -ELOOP;
+        const bool b_again = b_in_the_way ? set_aside(parent, path, attempt == 0) : descriptor == -ENOENT;
+        if (!b_again) {
+            break;
+        }
+    }
+    ::close(parent);
+    return descriptor;
+}
+
+void report_refused_folder(const char* path, int error)
+{
+    struct stat found
+    {
+    };
+    if (lstat(path, &found) == 0) {
+        char owner[RE_user_text_size];
+        __re_syslog(log_file, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_folder_refused,
+                    "no statistics: %s belongs to %s, mode %o: %s", path, user_text(found.st_uid, owner),
+                    found.st_mode & 07777U, std::strerror(error));
+    } else {
+        __re_syslog(log_file, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_folder_refused,
+                    "no statistics: %s cannot be made: %s", path, std::strerror(error));
+    }
+}
+
+} // namespace
+
+int open_own_stat_folder(RE_stat_path& path)
+{
+    const uid_t user = geteuid();
+    std::snprintf(path, sizeof path, "%s", service_folder);
+    int descriptor = open_folder_of(user, AT_FDCWD, path);
+    if (descriptor < 0 && name_session_folder(path)) {
+        descriptor = make_session_folder(user, path);
+    }
+    if (descriptor < 0) {
+        name_memory_folder(user, path);
+        descriptor = make_memory_folder(user, path);
+    }
+    if (descriptor < 0) {
+        report_refused_folder(path, -descriptor);
+    }
+    return descriptor;
+}
+
+RE_stat_folders::RE_stat_folders() : m_user(geteuid())
+{
+    const char* const owner = secure_getenv("KAV_STAT_OWNER");
+    m_b_owner = owner != nullptr;
+    if (m_b_owner && !find_user(owner, m_owner)) {
+        m_b_valid = false;
+        __re_syslog(log_file, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_owner_unknown,
+                    "KAV_STAT_OWNER names no user of this machine: %s", owner);
+    }
+}
+
+bool RE_stat_folders::name_of(int number, RE_stat_path& path) const
+{
+    switch (number) {
+    case 0:
+        name_usual_session_folder(m_owner, path);
+        return m_b_owner;
+    case 1:
+        name_memory_folder(m_owner, path);
+        return m_b_owner;
+    case 2:
+        std::snprintf(path, sizeof path, "%s", service_folder);
+        return true;
+    case 3:
+        if (!name_session_folder(path)) {
+            name_usual_session_folder(m_user, path);
+        }
+        return true;
+    default:
+        name_memory_folder(m_user, path);
+        return true;
+    }
+}
+
+bool RE_stat_folders::is_trusted(uid_t user) const
+{
+    return user == 0 || user == m_user || (m_b_owner && user == m_owner);
+}
