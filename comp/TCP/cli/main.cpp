@@ -65,7 +65,9 @@ void print_patiently()
     std::setvbuf(stdout, output_buffer, _IOFBF, sizeof output_buffer);
 }
 
-// Shared memory that is cut short while it is read, which no engine does, is no longer an engine to report on.
+// Shared memory that is cut short while it is read, which no engine does, is no longer an engine to report on. While
+// statistics are being saved the engine library keeps the signal to itself, removes what it began, and returns an
+// error.
 void refuse_and_exit(int)
 {
     constexpr char refusal[] = "KAV Statistics failed OR KAV was not initialized by WEQ";

@@ -60,6 +60,10 @@ public:
     std::time_t engine_start_time() const { return is_open() ? m_image.header->engine_start_time : 0; }
     std::time_t capture_time() const { return is_open() ? m_image.header->capture_time : 0; }
 
+    // Whether the statistics were cut short while they were read: what was read may be zeros then, and is to be thrown
+    // away. To be asked after the last read.
+    bool is_cut() const { return m_image.is_cut(); }
+
 protected:
     // Starts and ends the reading of an image that has been attached to.
     void begin(const RE_stat_image& image);

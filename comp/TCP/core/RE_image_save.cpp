@@ -153,6 +153,9 @@ int image_writer::write()
     m_target.append(&trailer.magic, sizeof trailer.magic);
     trailer.checksum = m_target.checksum();
     m_target.append(&trailer.checksum, sizeof trailer.checksum);
+    if (m_image.is_cut()) {
+        return RE_STAT_ERR_CUT; // the unfinished file goes with the target
+    }
     return m_target.finish();
 }
 
@@ -319,6 +322,8 @@ void image_writer::write_bypass()
 
 int save_image(const RE_stat_image& image, const char* path)
 {
+    // Before the target, so that the unfinished file is gone when a cut may end the program again.
+    const RE_cut_silence silence(image.mapping);
     RE_save_target target;
     if (const int error = target.open(path)) {
         return error;

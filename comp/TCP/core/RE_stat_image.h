@@ -8,6 +8,7 @@
 
 #include "RE_sequence.h"
 #include "RE_statistics.h"
+#include "RE_watched_mapping.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -213,6 +214,11 @@ struct RE_stat_image
     std::uint32_t nack_slots = 0;
     std::uint32_t bypass_room = 0; // bytes
     bool b_saved = false;
+    // What a live image lies in; null for memory that nobody else can cut short.
+    const RE_watched_mapping* mapping = nullptr;
+
+    // Whether figures that were read may have been zeros in place of what had been cut off.
+    bool is_cut() const { return mapping != nullptr && mapping->is_cut(); }
 
     // How many rows hold anything. In a live image those beyond have no memory yet; a mere look would claim some.
     std::uint32_t peer_rows_in_reach() const { return rows_in_reach(&header->peer_slots_used, peer_rows); }
