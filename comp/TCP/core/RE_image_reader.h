@@ -107,6 +107,6 @@ private:
     RE_image_config_row m_config{};
     RE_stat_app_struct m_app{};
     std::uint64_t m_nacks_end = 0; // where the walk through the NACK log ends, so that a busy engine cannot prolong it
-    int m_patience = 0;            // how often this reader may still wait for an engine that is changing a record
+    RE_patience m_patience;        // with an engine that is changing a record
     std::unique_ptr<unsigned char[]> m_bypass_copy; // of a saved table, at its full size
 };

@@ -47,7 +47,7 @@ row_list list_rows_in_use(const Row* rows, std::uint32_t count)
 
 // A row's identity for the file. A slot that has been vacated or let again since it was listed is saved as vacant.
 template <typename Row>
-Row copy_for_file(const Row* rows, const listed_row& listed, bool b_saved, int& patience)
+Row copy_for_file(const Row* rows, const listed_row& listed, bool b_saved, RE_patience& patience)
 {
     Row copy{};
     if (!copy_row(&rows[listed.row], copy, patience) || copy.generation != listed.generation) {
@@ -120,7 +120,7 @@ private:
 
     const RE_stat_image& m_image;
     RE_save_target& m_target;
-    int m_patience = RE_patience;
+    RE_patience m_patience = RE_patience::with_engine();
     row_list m_peers;
     row_list m_conns;
     std::uint32_t m_app_count = 0;
