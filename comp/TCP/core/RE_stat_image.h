@@ -94,6 +94,15 @@ struct RE_image_section
 };
 static_assert(sizeof(RE_image_section) == 32);
 
+// Where the header and the section table behind it end.
+constexpr std::uint64_t RE_image_table_end =
+    sizeof(RE_image_header) + RE_image_section_count * sizeof(RE_image_section);
+
+// Judges the section table of an image of `size` bytes (that of a saved one with its trailer) whose header has been
+// judged, and sorts it by id. Returns 0 or RE_STAT_ERR_LAYOUT. found: all 0.
+int check_image_sections(const RE_image_header& head, const RE_image_section (&table)[RE_image_section_count],
+                         std::uint64_t size, RE_image_kind kind, RE_image_section (&found)[RE_image_section_count]);
+
 // Rows that are read as one carry a sequence counter in front (RE_sequence.h).
 
 struct RE_image_config_row
