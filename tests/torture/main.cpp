@@ -1,5 +1,6 @@
 // Runs one torture campaign and prints its row: what was tried, how often, and how often something was lost.
-//     kav_torture CAMPAIGN [--count N | --percent N] [--seed N]
+//     kav_torture CAMPAIGN [--count N | --percent N] [--seed N] [--bin FOLDER]
+// With --bin, hostile-inputs attacks the programs in that folder, such as those of an earlier version.
 //     kav_torture --list
 #include "sample_engine.h"
 #include "torture.h"
@@ -26,6 +27,7 @@ constexpr campaign campaigns[] = {
     {"poor", "limits on memory, descriptors, files; signals", 0, starve_viewer},
     {"clocks", "years, time zones, locales", 0, turn_clocks},
     {"crowd", "viewers at once beside one engine", 1000, start_many_viewers},
+    {"hostile-inputs", "cut segments, pipes, links, files that lie", 5, attack_with_inputs},
 };
 
 const campaign* find_campaign(const char* name)
@@ -73,7 +75,7 @@ int main(int argc, char** argv)
     }
     const campaign* const chosen = argc > 1 ? find_campaign(argv[1]) : nullptr;
     if (chosen == nullptr || argc % 2 != 0) {
-        std::fprintf(stderr, "kav_torture CAMPAIGN [--count N | --percent N] [--seed N] | --list\n");
+        std::fprintf(stderr, "kav_torture CAMPAIGN [--count N | --percent N] [--seed N] [--bin FOLDER] | --list\n");
         return 2;
     }
     torture_options options;
@@ -84,6 +86,8 @@ int main(int argc, char** argv)
             options.count = number;
         } else if (std::strcmp(argv[at], "--percent") == 0) {
             options.count = (chosen->default_count * number + 99) / 100;
+        } else if (std::strcmp(argv[at], "--bin") == 0) {
+            options.bin = std::filesystem::absolute(argv[at + 1]);
         } else {
             options.seed = static_cast<unsigned int>(number);
         }

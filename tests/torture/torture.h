@@ -13,6 +13,7 @@ struct torture_options
 {
     unsigned long count = 0; // how many trials
     unsigned int seed = 1;
+    std::string bin;    // programs to attack in place of those built here
     std::string folder; // empty, on a disk, gone at the end
 };
 
@@ -59,6 +60,9 @@ void fail_allocations(const torture_options& options, tally& result);
 void starve_viewer(const torture_options& options, tally& result);
 void turn_clocks(const torture_options& options, tally& result);
 void start_many_viewers(const torture_options& options, tally& result);
+
+// What the other side does.
+void attack_with_inputs(const torture_options& options, tally& result);
 
 // Every report of a live engine, as arguments of the viewer.
 const std::vector<std::vector<std::string>>& all_reports();
