@@ -12,15 +12,6 @@
 #include <csignal>
 #include <thread>
 
-#ifdef KAV_SANITIZED
-// The sanitizer's handler would be the program's own, which a cut may end.
-extern "C" const char* __asan_default_options(); // NOLINT(bugprone-reserved-identifier)
-extern "C" const char* __asan_default_options()  // NOLINT(bugprone-reserved-identifier)
-{
-    return "handle_sigbus=0";
-}
-#endif
-
 namespace {
 
 class cut_test : public engine_test
