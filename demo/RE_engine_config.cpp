@@ -1,12 +1,12 @@
 #include "RE_engine_config.h"
 
 #include "RE_encoder.h"
+#include "RE_output_file.h"
 #include "RE_peer.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <system_error>
+#include <sstream>
 
 RE_chunk_sizes configured_chunk_sizes()
 {
@@ -56,23 +56,11 @@ RE_stat_config_param make_config(const RE_options& options)
 void write_config_file(const std::string& path, const RE_options& options)
 {
     const RE_chunk_sizes chunk_sizes = configured_chunk_sizes();
-    std::FILE* const file = std::fopen(path.c_str(), "we");
-    if (file == nullptr) {
-        throw std::system_error(errno, std::generic_category(), "cannot write " + path);
-    }
-    std::fprintf(file, "peers %d\n", options.peers);
-    std::fprintf(file, "connection_slots %d\n", options.slots);
-    std::fprintf(file, "cache_mb %u\n", options.cache_mb);
-    std::fprintf(file, "signature_bits %u\n", options.signature_bits);
-    std::fprintf(file, "chunk_min %u\n", chunk_sizes.min);
-    std::fprintf(file, "chunk_anchor_distance %u\n", chunk_sizes.anchor_distance);
-    std::fprintf(file, "chunk_max %u\n", chunk_sizes.max);
-    std::fprintf(file, "lz_level %d\n", options.lz_level);
-    std::fprintf(file, "lz_min_size %u\n", lz_min_size);
-    std::fprintf(file, "bypass_threshold_mb %u\n", options.bypass_threshold_mb);
-    std::fprintf(file, "bypass_retry_seconds %u\n", options.bypass_retry);
-    const bool b_failed = std::ferror(file) != 0;
-    if (std::fclose(file) != 0 || b_failed) {
-        throw std::system_error(errno, std::generic_category(), "cannot write " + path);
-    }
+    std::ostringstream text;
+    text << "peers " << options.peers << "\nconnection_slots " << options.slots << "\ncache_mb " << options.cache_mb
+         << "\nsignature_bits " << options.signature_bits << "\nchunk_min " << chunk_sizes.min
+         << "\nchunk_anchor_distance " << chunk_sizes.anchor_distance << "\nchunk_max " << chunk_sizes.max
+         << "\nlz_level " << options.lz_level << "\nlz_min_size " << lz_min_size << "\nbypass_threshold_mb "
+         << options.bypass_threshold_mb << "\nbypass_retry_seconds " << options.bypass_retry << '\n';
+    replace_file(path, text.str());
 }

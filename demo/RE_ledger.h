@@ -72,7 +72,7 @@ public:
     long long rounds() const { return m_rounds; }
 
     // Writes the account as JSON, the file as a whole or not at all. b_finished: the traffic went through as a whole.
-    // Throws std::system_error.
+    // Throws std::runtime_error.
     void write(const std::string& path, bool b_finished) const;
 
 private:

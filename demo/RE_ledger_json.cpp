@@ -1,13 +1,9 @@
 // The ledger as a JSON text.
 #include "RE_ip.h"
 #include "RE_ledger.h"
+#include "RE_output_file.h"
 
 #include <nlohmann/json.hpp>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
-#include <system_error>
 
 namespace {
 
@@ -55,22 +51,6 @@ void add_account(ordered_json& json, const RE_ledger_account& account)
     json["open_connections"] = account.open_connections;
     json["encode"] = side_to_json(account.encode, "retransmissions");
     json["decode"] = side_to_json(account.decode, "nacks");
-}
-
-void write_file(const std::string& path, const std::string& text)
-{
-    const std::string temporary = path + ".tmp" + std::to_string(getpid());
-    std::FILE* const file = std::fopen(temporary.c_str(), "we");
-    if (file == nullptr) {
-        throw std::system_error(errno, std::generic_category(), "cannot write " + temporary);
-    }
-    bool b_written = std::fwrite(text.data(), 1, text.size(), file) == text.size();
-    b_written = std::fclose(file) == 0 && b_written;
-    if (!b_written || std::rename(temporary.c_str(), path.c_str()) != 0) {
-        const int error = errno;
-        unlink(temporary.c_str());
-        throw std::system_error(error, std::generic_category(), "cannot write " + path);
-    }
 }
 
 } // namespace
@@ -121,5 +101,5 @@ void RE_ledger::write(const std::string& path, bool b_finished) const
                                             {"bytes", around.bytes},
                                             {"connections", around.connections}});
     }
-    write_file(path, json.dump(1, '\t') + '\n');
+    replace_file(path, json.dump(1, '\t') + '\n');
 }

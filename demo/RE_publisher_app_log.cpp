@@ -1,9 +1,9 @@
 // The part of the publisher that writes the top-application log.
+#include "RE_output_file.h"
 #include "RE_published_app.h"
 #include "RE_publisher.h"
 
 #include <cstdio>
-#include <system_error>
 
 void RE_publisher::append_app_log(const std::string& path)
 {
@@ -34,6 +34,6 @@ void RE_publisher::append_app_log(const std::string& path)
     }
     const int result = append_top_app_log(path, names, records);
     if (result != 0) {
-        throw std::system_error(-result, std::generic_category(), "cannot append to " + path);
+        fail_with_file(result, "cannot append to ", path);
     }
 }

@@ -15,6 +15,9 @@ int run_diff(const RE_diff_options& options)
             return status;
         }
         sides[at] = take_side(source.reader(), source.name(), std::time(nullptr));
+        if (const int status = report_if_cut(source)) {
+            return status;
+        }
     }
     const auto& [before, after] = sides;
     if (const auto reason = why_not_comparable(before, after); reason && !options.b_force) {

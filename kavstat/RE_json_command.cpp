@@ -13,6 +13,9 @@ int run_json(const RE_json_options& options)
     RE_descriptor_sink sink(STDOUT_FILENO);
     RE_output output(sink);
     write_statistics_json(source, options.scopes, std::time(nullptr), output);
+    if (const int status = report_if_cut(source)) {
+        return status;
+    }
     return finish_output(output, sink);
 }
 

@@ -292,5 +292,10 @@ void write_metrics_of(RE_image_reader& reader, std::time_t now, RE_output& outpu
     if (const auto bypass = read_bypass(reader)) {
         extra.bypass_servers = static_cast<int>(bypass->size());
     }
-    write_metrics(take_snapshot(reader, now), extra, output);
+    const RE_snapshot snapshot = take_snapshot(reader, now);
+    if (reader.is_cut()) {
+        write_metrics_without_engine(output);
+        return;
+    }
+    write_metrics(snapshot, extra, output);
 }

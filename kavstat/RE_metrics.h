@@ -24,7 +24,8 @@ void write_metrics(const RE_snapshot& snapshot, const RE_metrics_extra& extra, R
 // The exposition when there is no engine: kav_up 0.
 void write_metrics_without_engine(RE_output& output);
 
-// Reads an open reader and writes the exposition.
+// Reads an open reader and writes the exposition; the one without an engine when the statistics were cut short
+// meanwhile.
 void write_metrics_of(RE_image_reader& reader, std::time_t now, RE_output& output);
 
 // The metrics that show a counter, by their full names.

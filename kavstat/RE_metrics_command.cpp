@@ -24,5 +24,6 @@ int run_metrics(const RE_metrics_options& options)
         return finish_output(output, sink);
     }
     write_metrics_of(source.reader(), std::time(nullptr), output);
+    report_if_cut(source); // the output says it, too
     return finish_output(output, sink);
 }

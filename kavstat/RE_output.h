@@ -69,6 +69,12 @@ public:
 
     // Hands over what has been added. False when the sink has refused anything so far.
     bool flush();
+    // Throws away what has not been handed over, and all that comes: it turned out to be untrue.
+    void give_up()
+    {
+        m_b_ok = false;
+        m_buffer.clear();
+    }
     // False once the sink has refused something: there is no point in making more.
     bool is_ok() const { return m_b_ok; }
 

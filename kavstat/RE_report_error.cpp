@@ -22,6 +22,15 @@ int open_or_report(RE_source& source)
     return RE_EXIT_NO_STATISTICS;
 }
 
+int report_if_cut(RE_source& source)
+{
+    if (!source.reader().is_cut()) {
+        return RE_EXIT_OK;
+    }
+    report_error("the statistics were cut short while they were read");
+    return RE_EXIT_NO_STATISTICS;
+}
+
 int finish_output(RE_output& output, const RE_descriptor_sink& sink)
 {
     if (output.flush()) {

@@ -95,7 +95,7 @@ std::optional<std::vector<RE_bypass_entry>> read_bypass(RE_stat_reader& reader)
     }
     std::vector<RE_bypass_entry> entries;
     const std::uint32_t rows = std::min(load_acquire(&table->rows_used), RE_bypass_capacity);
-    int patience = RE_patience;
+    RE_patience patience = RE_patience::with_engine();
     for (std::uint32_t at = 0; at < rows; ++at) {
         RE_bypass_row row{};
         if (copy_row(&table->rows[at], row, patience) && row.b_in_use != 0) {

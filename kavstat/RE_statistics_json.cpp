@@ -293,4 +293,7 @@ void write_statistics_json(RE_source& source, const RE_json_scopes& scopes, std:
         write_bypass(json, reader);
     }
     json.end_object();
+    if (reader.is_cut()) {
+        output.give_up();
+    }
 }

@@ -27,7 +27,8 @@ std::string all_json_scopes();
 // Reads words joined by commas. Nothing when one is unknown or empty; `unknown` is then that word.
 std::optional<RE_json_scopes> parse_json_scopes(std::string_view words, std::string& unknown);
 
-// source: open. now: the capture time of live statistics. Stops early once the output takes no more.
+// source: open. now: the capture time of live statistics. Stops early once the output takes no more, and leaves the
+// document without its end when the statistics were cut short while they were read.
 void write_statistics_json(RE_source& source, const RE_json_scopes& scopes, std::time_t now, RE_output& output);
 
 // The JSON Schema of the document, made from the counter table.

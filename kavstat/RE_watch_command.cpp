@@ -1,6 +1,7 @@
 // kavstat watch.
 #include "RE_commands.h"
 #include "RE_report_error.h"
+#include "RE_stat_error.h"
 #include "RE_watch_screen.h"
 #include "RE_watch_view.h"
 
@@ -40,6 +41,9 @@ void look(RE_source& source, RE_watch_model& model, const RE_watch_view& view)
         return;
     }
     model.update(source.reader(), view.needs_connections(), std::time(nullptr), clock::now());
+    if (source.reader().is_cut()) {
+        model.lose(RE_STAT_ERR_CUT);
+    }
     source.close();
 }
 

@@ -2,6 +2,7 @@
 #include "RE_command_line.h"
 #include "RE_commands.h"
 #include "RE_report_error.h"
+#include "RE_zone_name.h"
 
 #include <csignal>
 #include <exception>
@@ -12,6 +13,7 @@ int main(int argc, char** argv)
     // A reader of our output that goes away is noticed where we write, with a status of its own.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
+    RE_keep_from_odd_zone_files();
     try {
         return run_command_line(argc, argv);
     } catch (const std::bad_alloc&) {

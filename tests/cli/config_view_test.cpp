@@ -319,6 +319,22 @@ TEST_F(config_view, prints_a_large_file_with_one_read)
     EXPECT_TRUE(printed.ends_with(banner + content));
 }
 
+TEST_F(config_view, prints_what_is_no_configuration_in_pieces)
+{
+    constexpr std::size_t size = (40U << 20U) + 7;
+    show_file_with(std::string(size, 'x'));
+    fake_system_calls::read = [](int fd, void* buffer, std::size_t asked) {
+        EXPECT_LE(asked, 16U << 20U);
+        return fake_system_calls::real_read(fd, buffer, asked);
+    };
+    testing::internal::CaptureStdout();
+    show_config(true);
+    std::fflush(stdout);
+    fake_system_calls::read = nullptr;
+    const std::string printed = testing::internal::GetCapturedStdout();
+    EXPECT_TRUE(printed.ends_with(banner + std::string(size, 'x')));
+}
+
 TEST_F(config_view, prints_what_a_short_read_gives)
 {
     show_file_with("0123456789");

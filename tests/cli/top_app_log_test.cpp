@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <fstream>
 #include <thread>
 
@@ -36,6 +37,14 @@ public:
                   static_cast<ssize_t>(bytes.size()));
     }
     void shrink(off_t size) const { EXPECT_EQ(ftruncate(m_fd, size), 0); }
+    // Locks all of it as the engine does while it appends (F_WRLCK), or lets go (F_UNLCK).
+    void lock(int type) const
+    {
+        struct flock request = {};
+        request.l_type = static_cast<short>(type);
+        request.l_whence = SEEK_SET;
+        EXPECT_EQ(fcntl(m_fd, F_OFD_SETLK, &request), 0);
+    }
 
 private:
     int m_fd;
@@ -454,6 +463,34 @@ TEST_F(top_app_log, comes_through_a_fifo_in_pieces)
     writer.join();
     EXPECT_EQ(outcome, read_log_field_by_field(bytes, path, "", false, 0));
     EXPECT_NE(outcome.output.find("Web"), std::string::npos);
+}
+
+TEST_F(top_app_log, that_is_appended_to_is_waited_for_from_wherever_it_ends)
+{
+    const std::string bytes = two_sections();
+    for (std::size_t size = 1; size < bytes.size(); size += 31) {
+        const memory_file file(bytes.substr(0, size));
+        file.lock(F_WRLCK);
+        std::thread writer([&] {
+            usleep(2000);
+            file.append(bytes.substr(size));
+            file.lock(F_UNLCK);
+        });
+        const log_outcome outcome = outcome_of(file.path());
+        writer.join();
+        EXPECT_EQ(outcome, read_log_field_by_field(bytes, file.path(), "", false, 0)) << size;
+    }
+}
+
+TEST_F(top_app_log, that_somebody_keeps_locked_is_waited_for_a_second)
+{
+    const std::string bytes = two_sections();
+    const memory_file cut(bytes.substr(0, bytes.size() - 1));
+    cut.lock(F_WRLCK);
+    const auto begun = std::chrono::steady_clock::now();
+    EXPECT_EQ(outcome_of(cut.path()),
+              read_log_field_by_field(bytes.substr(0, bytes.size() - 1), cut.path(), "", false, 0));
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(5));
 }
 
 TEST_F(top_app_log, of_the_old_layout_cannot_come_through_a_fifo)

@@ -388,4 +388,39 @@ TEST_F(concurrency_test, threads_of_one_engine_lose_no_count)
     EXPECT_EQ(header().nacks_logged, 4U * rounds);
 }
 
+// Somebody who may write to the segment keeps every record busy, and gives one free now and then.
+TEST_F(concurrency_test, records_that_are_kept_busy_hold_a_reader_for_a_second_at_most_in_all)
+{
+    constexpr int busy_conns = 200;
+    start({8, busy_conns, 4, 32});
+    const int peer = engine.add_peer(1, peer_header_of(1));
+    for (std::uint32_t number = 0; number < busy_conns; ++number) {
+        engine.open_conn(peer, conn_header_of(number), so_header_of(number), 1);
+    }
+    unsigned char* const base = map_segment();
+    RE_stat_image image;
+    ASSERT_EQ(image.attach(base, header().total_size, RE_image_kind::live), 0);
+    for (std::uint32_t row = 0; row < image.conn_rows; ++row) {
+        store_release(&image.conns[row].sequence, 1U);
+    }
+    std::atomic<bool> b_done{false};
+    std::thread neighbour([&] {
+        for (std::uint32_t row = 0; row < image.conn_rows && !b_done; ++row) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(60));
+            store_release(&image.conns[row].sequence, 2U);
+        }
+    });
+    const auto begun = std::chrono::steady_clock::now();
+    int found = 0;
+    for (int slot = 0; slot < busy_conns; ++slot) {
+        found += reader->is_conn_valid(slot) ? 1 : 0;
+    }
+    const auto spent = std::chrono::steady_clock::now() - begun;
+    b_done = true;
+    neighbour.join();
+    EXPECT_GT(found, 0) << "who is soon done is waited for";
+    EXPECT_LT(found, busy_conns);
+    EXPECT_LT(spent, std::chrono::seconds(b_under_a_sanitizer ? 3 : 1));
+}
+
 } // namespace

@@ -15,6 +15,15 @@
 #include <cstring>
 #include <filesystem>
 
+#ifdef KAV_SANITIZED
+// Its handler would be the program's own, which is called when live statistics are cut short.
+extern "C" const char* __asan_default_options(); // NOLINT(bugprone-reserved-identifier)
+extern "C" const char* __asan_default_options()  // NOLINT(bugprone-reserved-identifier)
+{
+    return "handle_sigbus=0";
+}
+#endif
+
 namespace {
 
 void fill_bytes(void* bytes, std::size_t size, std::uint32_t number)

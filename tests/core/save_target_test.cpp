@@ -225,6 +225,46 @@ TEST_F(save_target_test, a_planted_link_behind_a_link_of_ones_own_is_refused)
     EXPECT_TRUE(bytes_of_file(victim) == "precious");
 }
 
+TEST_F(save_target_test, a_folder_on_the_way_is_judged_as_the_target_is)
+{
+    if (!may_change_user()) {
+        GTEST_SKIP() << "needs another user";
+    }
+    const std::string shared = sticky_folder();
+    const std::string victim = folder.file("victim");
+    ASSERT_EQ(mkdir(victim.c_str(), 0755), 0);
+    ASSERT_EQ(mkdir((victim + "/deep").c_str(), 0755), 0);
+    ASSERT_EQ(symlink(victim.c_str(), (shared + "/d").c_str()), 0);
+    EXPECT_EQ(save_to(shared + "/d/deep/../saved"), 0) << "a link of one's own";
+    expect_saved(victim + "/saved");
+    ASSERT_EQ(unlink((victim + "/saved").c_str()), 0);
+    ASSERT_EQ(lchown((shared + "/d").c_str(), nobody, nobody), 0);
+    EXPECT_EQ(save_to(shared + "/d/saved"), RE_STAT_ERR_PLANTED_LINK);
+    EXPECT_EQ(save_to(shared + "/d/deep/saved"), RE_STAT_ERR_PLANTED_LINK);
+    EXPECT_NE(access((victim + "/saved").c_str(), F_OK), 0);
+
+    ASSERT_EQ(mkdir((shared + "/theirs").c_str(), 0755), 0);
+    ASSERT_EQ(chown((shared + "/theirs").c_str(), nobody, nobody), 0);
+    EXPECT_EQ(save_to(shared + "/theirs/saved"), RE_STAT_ERR_PLANTED_LINK) << "it may be a link in a moment";
+}
+
+TEST_F(save_target_test, a_link_of_ones_own_is_followed_only_where_nobody_else_can_move_it)
+{
+    const std::string open_to_all = folder.file("open");
+    ASSERT_EQ(mkdir(open_to_all.c_str(), 0755), 0);
+    write_file(folder.file("old"), "old");
+    ASSERT_EQ(symlink(folder.file("old").c_str(), (open_to_all + "/link").c_str()), 0);
+    for (const mode_t mode : {0777U, 0775U}) {
+        ASSERT_EQ(chmod(open_to_all.c_str(), mode), 0);
+        EXPECT_EQ(save_to(open_to_all + "/link"), RE_STAT_ERR_PLANTED_LINK) << mode;
+    }
+    EXPECT_EQ(bytes_of_file(folder.file("old")), "old");
+    EXPECT_EQ(save_to(open_to_all + "/new"), 0) << "without a link";
+    ASSERT_EQ(chmod(open_to_all.c_str(), 01777), 0);
+    EXPECT_EQ(save_to(open_to_all + "/link"), 0);
+    expect_saved(folder.file("old"));
+}
+
 TEST_F(save_target_test, a_pipe_that_another_user_planted_is_refused)
 {
     if (!may_change_user()) {

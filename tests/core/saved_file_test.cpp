@@ -14,6 +14,7 @@
 
 #include <cstring>
 #include <ctime>
+#include <fstream>
 #include <random>
 
 #define XXH_INLINE_ALL
@@ -305,12 +306,12 @@ TEST_F(saved_file_test, a_hostile_header_with_a_right_checksum_is_refused)
     EXPECT_EQ(result_of([](RE_image_header& header) { --header.peer_counters; }), RE_STAT_ERR_LAYOUT);
     EXPECT_EQ(result_of([](RE_image_header& header) { header.conn_counters = 0; }), RE_STAT_ERR_LAYOUT);
     EXPECT_EQ(result_of([](RE_image_header& header) { header.app_counters = 1U << 31; }), RE_STAT_ERR_LAYOUT);
-    // These are not believed, whatever they say.
-    EXPECT_EQ(result_of([](RE_image_header& header) { header.peer_slots_used = UINT32_MAX; }), 0);
-    EXPECT_EQ(result_of([](RE_image_header& header) { header.conn_slots_used = UINT32_MAX; }), 0);
-    EXPECT_EQ(result_of([](RE_image_header& header) { header.app_slots_used = UINT32_MAX; }), 0);
-    EXPECT_EQ(result_of([](RE_image_header& header) { header.nacks_logged = UINT64_MAX; }), 0);
-    EXPECT_EQ(result_of([](RE_image_header& header) { header.nacks_reset = UINT64_MAX; }), 0);
+    // What is counted is what is there.
+    EXPECT_EQ(result_of([](RE_image_header& header) { ++header.peer_slots_used; }), RE_STAT_ERR_LAYOUT);
+    EXPECT_EQ(result_of([](RE_image_header& header) { --header.conn_slots_used; }), RE_STAT_ERR_LAYOUT);
+    EXPECT_EQ(result_of([](RE_image_header& header) { header.app_slots_used = UINT32_MAX; }), RE_STAT_ERR_LAYOUT);
+    EXPECT_EQ(result_of([](RE_image_header& header) { header.nacks_logged = UINT64_MAX; }), RE_STAT_ERR_LAYOUT);
+    EXPECT_EQ(result_of([](RE_image_header& header) { header.nacks_reset = 1; }), RE_STAT_ERR_LAYOUT);
     EXPECT_EQ(result_of([](RE_image_header& header) { header.capture_time = INT64_MIN; }), 0);
 }
 
@@ -445,6 +446,42 @@ TEST_F(saved_file_test, a_huge_sparse_file_is_refused_at_once)
     write_file(path, bytes);
     ASSERT_EQ(truncate(path.c_str(), off_t{1} << 39), 0);
     EXPECT_EQ(open_path(path), RE_STAT_ERR_CUT);
+}
+
+TEST_F(saved_file_test, a_large_file_of_holes_is_refused_before_it_is_loaded)
+{
+    std::string bytes = saved_bytes();
+    const std::string path = folder.file("holes");
+    const auto open_of_size = [&](std::uint64_t size) {
+        header_in(bytes).total_size = size;
+        write_file(path, bytes);
+        EXPECT_EQ(truncate(path.c_str(), static_cast<off_t>(size - 16)), 0);
+        std::ofstream(path, std::ios::app) << "KAVSTEND" << std::string(8, '\0');
+        rusage before{};
+        rusage after{};
+        getrusage(RUSAGE_SELF, &before);
+        const int result = open_path(path);
+        getrusage(RUSAGE_SELF, &after);
+        EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 16 << 10) << "kilobytes";
+        return result;
+    };
+    EXPECT_EQ(open_of_size(RE_image_max_size), RE_STAT_ERR_LAYOUT) << "the table does not account for its size";
+
+    // Now the table does, with connections that nobody wrote.
+    constexpr std::uint64_t rows = 1000000;
+    std::uint64_t end = RE_image_table_end;
+    for (std::uint32_t id = 1; id <= RE_image_section_count; ++id) {
+        RE_image_section section = section_in(bytes, static_cast<RE_image_section_id>(id));
+        if (id == RE_IMAGE_CONNS || id == RE_IMAGE_CONN_COUNTERS) {
+            section.rows = rows;
+            section.slots = rows;
+        }
+        section.offset = end;
+        end = (end + section.rows * section.row_size + 7) / 8 * 8;
+        std::memcpy(bytes.data() + sizeof(RE_image_header) + (id - 1) * sizeof section, &section, sizeof section);
+    }
+    header_in(bytes).conn_slots_used = rows;
+    EXPECT_EQ(open_of_size(end + sizeof(RE_image_trailer)), RE_STAT_ERR_LAYOUT);
 }
 
 TEST_F(saved_file_test, a_large_file_without_memory_for_it_is_refused)

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <fstream>
@@ -149,23 +150,65 @@ TEST_F(top_app_log_writer, tells_what_went_wrong)
     const RE_stat_app_struct records[] = {record(7, 0)};
     EXPECT_EQ(append_top_app_log("/nonexistent/log", {}, records), -ENOENT);
     EXPECT_EQ(append_top_app_log("/tmp", {}, records), -EISDIR);
-    EXPECT_EQ(append_top_app_log("/dev/full", {}, records), -ENOSPC);
+    EXPECT_EQ(append_top_app_log("/dev/full", {}, records), -EINVAL);
 }
 
-TEST_F(top_app_log_writer, writes_through_a_pipe_that_takes_less_than_a_section_at_once)
+TEST_F(top_app_log_writer, waits_for_no_pipe)
 {
     ASSERT_EQ(mkfifo(path().c_str(), 0600), 0);
-    const std::vector<RE_stat_app_struct> many(5000, record(9, 0));
-    std::string received;
-    std::thread reader([&] {
-        std::ifstream pipe(path(), std::ios::binary);
-        received.assign(std::istreambuf_iterator<char>(pipe), {});
-    });
-    EXPECT_EQ(append_top_app_log(path(), {}, many), 0);
-    reader.join();
-    ASSERT_EQ(received.size(), 12U + 5000 * 100);
-    EXPECT_EQ(received.substr(0, 8), word(1) + word(0));
-    EXPECT_EQ(received.substr(received.size() - 100), record_bytes(9, 0));
+    EXPECT_EQ(append_top_app_log(path(), {}, {}), -EINVAL) << "nobody reads it";
+    const int reader = open(path().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    EXPECT_EQ(append_top_app_log(path(), {}, {}), -EINVAL) << "somebody does";
+    char byte = 0;
+    EXPECT_EQ(read(reader, &byte, 1), 0) << "and is given nothing";
+    close(reader);
+}
+
+TEST_F(top_app_log_writer, follows_no_link)
+{
+    const std::string elsewhere = path() + ".elsewhere";
+    ASSERT_EQ(symlink(elsewhere.c_str(), path().c_str()), 0);
+    EXPECT_EQ(append_top_app_log(path(), {}, {}), -ELOOP);
+    EXPECT_NE(access(elsewhere.c_str(), F_OK), 0);
+}
+
+TEST_F(top_app_log_writer, follows_no_folder_that_may_be_planted)
+{
+    const std::string open_to_all = path() + ".d";
+    ASSERT_EQ(mkdir(open_to_all.c_str(), 0755), 0);
+    ASSERT_EQ(chmod(open_to_all.c_str(), 0777), 0);
+    ASSERT_EQ(symlink("/tmp", (open_to_all + "/link").c_str()), 0);
+    EXPECT_EQ(append_top_app_log(open_to_all + "/link/kav_no_such_log", {}, {}), -ELOOP);
+    EXPECT_NE(access("/tmp/kav_no_such_log", F_OK), 0);
+    unlink((open_to_all + "/link").c_str());
+    rmdir(open_to_all.c_str());
+}
+
+// Locks the whole log through a descriptor of its own, until that is closed.
+int lock_log(const std::string& path, int type)
+{
+    const int descriptor = open(path.c_str(), (type == F_RDLCK ? O_RDONLY : O_RDWR) | O_CLOEXEC);
+    struct flock request
+    {
+    };
+    request.l_type = static_cast<short>(type);
+    request.l_whence = SEEK_SET;
+    EXPECT_EQ(fcntl(descriptor, F_OFD_SETLK, &request), 0);
+    return descriptor;
+}
+
+TEST_F(top_app_log_writer, appends_although_somebody_keeps_the_log_locked)
+{
+    ASSERT_EQ(append_top_app_log(path(), {}, {}), 0);
+    for (const int type : {F_RDLCK, F_WRLCK}) {
+        const int locked = lock_log(path(), type);
+        const std::size_t before = bytes().size();
+        const auto begun = std::chrono::steady_clock::now();
+        EXPECT_EQ(append_top_app_log(path(), {}, {}), 0);
+        EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(1));
+        EXPECT_EQ(bytes().size(), before + 12);
+        close(locked);
+    }
 }
 
 TEST_F(top_app_log_writer, keeps_sections_of_several_threads_whole)
@@ -201,7 +244,8 @@ TEST_F(top_app_log_writer, leaves_no_descriptor_open)
     const int before = dup(0);
     close(before);
     EXPECT_EQ(append_top_app_log(path(), {}, {}), 0);
-    EXPECT_EQ(append_top_app_log("/dev/full", {}, {}), -ENOSPC);
+    EXPECT_EQ(append_top_app_log("/dev/full", {}, {}), -EINVAL);
+    EXPECT_EQ(append_top_app_log("/tmp", {}, {}), -EISDIR);
     const int after = dup(0);
     close(after);
     EXPECT_EQ(after, before);

@@ -7,6 +7,9 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <memory>
 
@@ -118,6 +121,27 @@ TEST(program, writes_its_configuration_only_where_it_is_asked_to)
     EXPECT_EQ(config->m_max_fan_out, 3);
     EXPECT_EQ(config->m_comp_type, 3);
     EXPECT_STREQ(config->m_lz_algorithm, "zlib");
+}
+
+// Whatever has an output's name, the engine neither waits for it nor writes to it.
+TEST(program, ends_with_an_error_where_an_output_is_no_regular_file)
+{
+    const temporary_folder folder;
+    folder.write("traffic/a.txt", random_bytes(100'000, 1));
+    ASSERT_EQ(mkfifo(folder.file("pipe").c_str(), 0600), 0);
+    ASSERT_EQ(symlink(folder.file("elsewhere").c_str(), folder.file("link").c_str()), 0);
+    for (const char* const option : {"--top-app-log", "--ledger", "--config-file"}) {
+        for (const std::string& output : {folder.file("pipe"), folder.file("link"), std::string("/dev/null")}) {
+            engine_process engine({"--once", option, output, folder.file("traffic")});
+            EXPECT_EQ(engine.wait(), 1) << option << ' ' << output;
+            EXPECT_NE(engine.errors().find(output + ": "), std::string::npos) << engine.errors();
+            EXPECT_FALSE(engine.has_segment());
+        }
+    }
+    EXPECT_NE(access(folder.file("elsewhere").c_str(), F_OK), 0);
+    struct stat status = {};
+    ASSERT_EQ(stat("/dev/null", &status), 0);
+    EXPECT_TRUE(S_ISCHR(status.st_mode));
 }
 
 } // namespace

@@ -3,6 +3,8 @@
 #include "RE_watch_view.h"
 #include "kavstat_fixture.h"
 
+#include <unistd.h>
+
 #include <filesystem>
 #include <random>
 #include <set>
@@ -72,4 +74,29 @@ TEST_F(hostile_image, gives_documents_that_are_still_sound)
             EXPECT_FALSE(view.report(model).empty());
         }
     }
+}
+
+TEST_F(hostile_image, that_is_cut_short_gives_no_document)
+{
+    start();
+    fill();
+    const auto size = static_cast<off_t>(std::filesystem::file_size(segment_path()));
+    RE_source source;
+    RE_source metrics_source;
+    ASSERT_EQ(source.open(), 0);
+    ASSERT_EQ(metrics_source.open(), 0);
+    ASSERT_EQ(truncate(segment_path().c_str(), 4096), 0);
+    RE_string_sink json;
+    RE_output json_output(json);
+    write_statistics_json(source, {}, now, json_output);
+    EXPECT_FALSE(json_output.flush());
+    EXPECT_FALSE(nlohmann::json::accept(json.text()));
+
+    RE_string_sink exposition;
+    RE_output exposition_output(exposition);
+    write_metrics_of(metrics_source.reader(), now, exposition_output);
+    EXPECT_TRUE(exposition_output.flush());
+    EXPECT_NE(exposition.text().find("\nkav_up 0\n"), std::string::npos);
+    EXPECT_EQ(exposition.text().find("kav_peer_info{"), std::string::npos);
+    ASSERT_EQ(truncate(segment_path().c_str(), size), 0); // so that the engine can withdraw
 }

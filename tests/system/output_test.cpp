@@ -195,6 +195,25 @@ TEST_F(output, ends_with_the_refusal_when_shared_memory_is_cut_short_under_a_rep
     EXPECT_EQ(printed, report.substr(0, printed.size() - refusal.size()) + refusal);
 }
 
+TEST_F(output, that_is_being_saved_to_ends_with_a_code_when_shared_memory_is_cut_short)
+{
+    fill_nack_log();
+    struct stat whole = {};
+    ASSERT_EQ(stat(segment_path().c_str(), &whole), 0);
+    make_pipe();
+    child_program viewer(built_program("exec_show_stats_kav"), {"save-file", "/dev/fd/1"}, {.output = m_writing});
+    close_end(m_writing);
+    std::string printed(1, '\0');
+    ASSERT_EQ(read(m_reading, printed.data(), 1), 1);
+    ASSERT_EQ(truncate(segment_path().c_str(), 0), 0);
+    printed += rest_of_pipe(small_pipe);
+    const program_result result = viewer.finish();
+    ASSERT_EQ(truncate(segment_path().c_str(), whole.st_size), 0); // so that the engine can withdraw
+
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(printed.ends_with("KAV Statistics Reader: failed to write file /dev/fd/1, error code: -13\n"));
+}
+
 TEST_F(output, of_a_long_report_comes_through_whole)
 {
     fill_nack_log();

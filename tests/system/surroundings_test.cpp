@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -133,6 +134,20 @@ TEST_F(surroundings, with_an_odd_time_zone_show_universal_time)
     for (const std::string& zone : {std::string(), std::string("No/Such/Zone"), std::string(":"), std::string("%n%s%n"),
                                     std::string("../../../etc/passwd"), std::string(5000, 'A')}) {
         expect_same_bytes({.environment = {{"TZ", zone}}});
+    }
+}
+
+TEST_F(surroundings, with_a_time_zone_that_is_no_file_never_wait_for_it)
+{
+    ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600), 0);
+    ASSERT_EQ(mkfifo(path("posixrules").c_str(), 0600), 0);
+    for (const std::string& zone :
+         {path("fifo"), ":" + path("fifo"), "../../.." + path("fifo"), std::string("/dev/tty"), std::string("America"),
+          std::string("/proc/self/status")}) {
+        expect_same_bytes({.environment = {{"TZ", zone}}});
+    }
+    for (const std::string& zone : {std::string("fifo"), std::string(":fifo"), std::string("EST5EDT")}) {
+        expect_same_bytes({.environment = {{"TZDIR", folder()}, {"TZ", zone}}});
     }
 }
 

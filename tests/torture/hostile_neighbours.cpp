@@ -64,21 +64,20 @@ void attack_as_neighbours(const torture_options& options, tally& result)
         result.skip("needs root, and a second user");
         return;
     }
-    for (const std::vector<attack>* const table : {&attacks_on_trust()}) {
-        for (const attack& each : *table) {
-            unsigned long lost = 0;
-            std::string told;
-            for (unsigned long times = 0; times < options.count; ++times) {
-                const std::string got_through = attempt(each, options);
-                if (got_through == no_place) {
-                    result.skip("needs folders of its own in place of /dev and /run");
-                    return;
-                }
-                lost += got_through.empty() ? 0U : 1U;
-                told = got_through.empty() ? told : got_through;
-                result.add(got_through.empty(), std::string(each.what) + ": " + got_through);
+    for (const attack& each : attacks_on_trust()) {
+        unsigned long lost = 0;
+        std::string told;
+        for (unsigned long times = 0; times < options.count; ++times) {
+            const std::string got_through = attempt(each, options);
+            if (got_through == no_place) {
+                result.skip("needs folders of its own in place of /dev and /run");
+                return;
             }
-            std::printf("  %-50s %9lu %6lu  %s\n", each.what, options.count, lost, told.c_str());
+            lost += got_through.empty() ? 0U : 1U;
+            told = got_through.empty() ? told : got_through;
+            result.add(got_through.empty(), std::string(each.what) + ": " + got_through);
         }
+        std::printf("  %-50s %9lu %6lu  %s\n", each.what, options.count, lost, told.c_str());
     }
+    attack_with_inputs(options, result);
 }

@@ -68,8 +68,9 @@ void fail_allocations(const torture_options& options, tally& result);
 void starve_viewer(const torture_options& options, tally& result);
 void turn_clocks(const torture_options& options, tally& result);
 void start_many_viewers(const torture_options& options, tally& result);
-// Other users.
+// Other users: whom readers believe, and what else the other side can do.
 void attack_as_neighbours(const torture_options& options, tally& result);
+void attack_with_inputs(const torture_options& options, tally& result);
 
 // Every report of a live engine, as arguments of the viewer.
 const std::vector<std::vector<std::string>>& all_reports();

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -79,8 +80,12 @@ void print_detailed_config(const RE_stat_config_param& cfg)
 }
 
 // What one read gives of the file's size: a file that is cut meanwhile, or that cannot be read, prints that much less.
+// Only a file that is no configuration comes in pieces. Room for all of it is asked for, as the message about it says,
+// but only one piece is ever filled.
 void print_open_file(int fd)
 {
+    constexpr std::size_t most_in_a_read = 0x7ffff000; // of the system; one read is all that has ever been printed
+    constexpr std::size_t piece = 16 << 20;            // more than any configuration
     struct stat status = {};
     if (fstat(fd, &status) != 0) {
         return;
@@ -92,9 +97,16 @@ void print_open_file(int fd)
         std::printf(" malloc failure for config file open: %ld\n", static_cast<long>(status.st_size));
         return;
     }
-    const ssize_t length = read(fd, buffer.get(), size);
-    if (length > 0) {
-        std::fwrite(buffer.get(), 1, static_cast<std::size_t>(length), stdout);
+    for (std::size_t left = std::min(size, most_in_a_read); left > 0;) {
+        const std::size_t wanted = std::min(left, piece);
+        const ssize_t length = read(fd, buffer.get(), wanted);
+        if (length > 0) {
+            std::fwrite(buffer.get(), 1, static_cast<std::size_t>(length), stdout);
+        }
+        if (length != static_cast<ssize_t>(wanted) || std::ferror(stdout) != 0) {
+            return;
+        }
+        left -= wanted;
     }
 }
 

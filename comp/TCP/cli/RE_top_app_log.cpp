@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <span>
 #include <vector>
@@ -32,7 +33,7 @@ class RE_top_app_log
 public:
     // Borrows all of them.
     RE_top_app_log(int fd, std::span<unsigned char> buffer, const char* path, char* peer, bool detail)
-        : m_input(fd, buffer), m_path(path), m_peer(peer), m_b_detail(detail)
+        : m_fd(fd), m_input(fd, buffer), m_path(path), m_peer(peer), m_b_detail(detail)
     {}
 
     // Reads the log to its end. Returns whether it may be reported; if not, the system log has been told why.
@@ -49,9 +50,13 @@ private:
     std::uint32_t gather_read_ahead(std::uint32_t limit);
     void gather(RE_stat_app_struct& record);
     template <typename field_type>
+    int read_rest(field_type& field, int count);
+    bool is_being_appended_to();
+    template <typename field_type>
     bool read_whole(field_type& field);
     void report_read_error(int count) const;
 
+    int m_fd;
     RE_descriptor_reader m_input;
     const char* m_path;
     char* m_peer;
@@ -60,16 +65,18 @@ private:
     RE_section_names m_names;
     std::vector<RE_stat_app_struct> m_collector; // empty, or the one record on its way to the tally
     RE_top_app_tally m_tally;
+    int m_patience = 1000; // milliseconds left to wait for the log's writer
 };
 
 bool RE_top_app_log::read_sections()
 {
     for (;;) {
         std::uint32_t version = RE_STAT_TOP_APP_LOG_MAX;
-        const int count = m_input.read_field(version);
+        int count = m_input.read_field(version);
         if (count == 0) {
             return true;
         }
+        count = read_rest(version, count);
         if (count != sizeof version) {
             report_read_error(count);
             return false;
@@ -173,11 +180,39 @@ void RE_top_app_log::gather(RE_stat_app_struct& record)
     m_collector.clear();
 }
 
+// A field that was read in part only, or not at all, may be of a section that is being written at this moment: then the
+// rest of it is waited for. count: what reading the field has given. Returns what it gave in the end.
+template <typename field_type>
+int RE_top_app_log::read_rest(field_type& field, int count)
+{
+    // Once more when nobody writes, as the writer may just have finished.
+    for (bool b_again = true; count >= 0 && count != sizeof field && b_again; count = m_input.read_field(field)) {
+        b_again = is_being_appended_to();
+    }
+    return count;
+}
+
+// Whether the log's writer is at work, after a short wait if it is. It says so by a lock, which only somebody who may
+// write to the log can hold.
+bool RE_top_app_log::is_being_appended_to()
+{
+    struct flock writer = {};
+    writer.l_type = F_RDLCK;
+    writer.l_whence = SEEK_SET;
+    if (m_patience == 0 || fcntl(m_fd, F_OFD_GETLK, &writer) != 0 || writer.l_type != F_WRLCK) {
+        return false;
+    }
+    --m_patience;
+    const timespec pause = {0, 1'000'000};
+    nanosleep(&pause, nullptr);
+    return true;
+}
+
 // Returns false, and tells the system log, when the field is not there as a whole.
 template <typename field_type>
 bool RE_top_app_log::read_whole(field_type& field)
 {
-    const int count = m_input.read_field(field);
+    const int count = read_rest(field, m_input.read_field(field));
     if (count != sizeof field) {
         report_read_error(count);
         return false;

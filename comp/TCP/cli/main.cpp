@@ -1,9 +1,12 @@
 #include "RE_exec_show_stats_kav.h"
+#include "RE_terminal_filter.h"
+#include "RE_zone_name.h"
 
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -14,16 +17,17 @@ namespace {
 alignas(4096) char output_buffer[65536];
 
 // With standard output closed, the next file to be opened would take its number and receive the report. A file that
-// cannot be written to takes it instead, so that printing fails and the exit status says so.
-void keep_standard_output_apart()
+// cannot be written to takes it instead, so that printing fails and the exit status says so. Returns whether standard
+// output is a terminal, which is the same question to the system.
+bool keep_standard_output_apart()
 {
-    if (fcntl(STDOUT_FILENO, F_GETFD) >= 0) {
-        return;
+    if (isatty(STDOUT_FILENO) == 1) {
+        return true;
     }
-    int descriptor = 0;
-    do {
+    for (int descriptor = errno == EBADF ? 0 : STDOUT_FILENO; descriptor >= 0 && descriptor < STDOUT_FILENO;) {
         descriptor = open("/dev/null", O_RDONLY);
-    } while (descriptor >= 0 && descriptor < STDOUT_FILENO);
+    }
+    return false;
 }
 
 // A closed pipe and a file size limit are told by the exit status, like a full disk, and not by a signal's death.
@@ -55,17 +59,35 @@ ssize_t write_patiently(void*, const char* bytes, std::size_t size)
     return static_cast<ssize_t>(written);
 }
 
-void print_patiently()
+// Names come from peers. What would move the cursor or set a title when it is shown is shown as a question mark.
+ssize_t write_to_terminal(void* filter, const char* bytes, std::size_t size)
 {
+    char piece[4096];
+    for (std::size_t at = 0; at < size;) {
+        const std::size_t length = std::min(size - at, sizeof piece);
+        static_cast<RE_terminal_filter*>(filter)->copy(bytes + at, length, piece);
+        if (write_patiently(nullptr, piece, length) == 0) {
+            return 0;
+        }
+        at += length;
+    }
+    return static_cast<ssize_t>(size);
+}
+
+void print_patiently(bool b_terminal)
+{
+    static RE_terminal_filter filter;
     cookie_io_functions_t functions{};
-    functions.write = write_patiently;
-    if (FILE* const patient = fopencookie(nullptr, "w", functions)) {
+    functions.write = b_terminal ? write_to_terminal : write_patiently;
+    if (FILE* const patient = fopencookie(&filter, "w", functions)) {
         stdout = patient;
     }
     std::setvbuf(stdout, output_buffer, _IOFBF, sizeof output_buffer);
 }
 
-// Shared memory that is cut short while it is read, which no engine does, is no longer an engine to report on.
+// Shared memory that is cut short while it is read, which no engine does, is no longer an engine to report on. While
+// statistics are being saved the engine library keeps the signal to itself, removes what it began, and returns an
+// error.
 void refuse_and_exit(int)
 {
     constexpr char refusal[] = "KAV Statistics failed OR KAV was not initialized by WEQ";
@@ -87,9 +109,9 @@ void refuse_statistics_that_vanish()
 
 int main(int argc, char** argv)
 {
-    keep_standard_output_apart();
-    print_patiently();
+    print_patiently(keep_standard_output_apart());
     hold_back_output_signals();
     refuse_statistics_that_vanish();
+    RE_keep_from_odd_zone_files();
     return exec_show_stats_kav(argc, argv);
 }

@@ -66,7 +66,7 @@ void RE_auto_bypass::show_tables(void* mem, bool b_detail)
 
     // Summary and entries come from one walk's worth of rows each; a running engine may change them in between.
     const std::uint32_t rows = std::min(load_acquire(&table->rows_used), RE_bypass_capacity);
-    int patience = RE_patience;
+    RE_patience patience = RE_patience::with_engine();
     std::uint32_t servers = 0;
     std::uint64_t bytes = 0;
     std::uint64_t connections = 0;

@@ -97,7 +97,7 @@ void RE_image_reader::begin(const RE_stat_image& image)
     m_image = image;
     m_peer = {};
     m_conn = {};
-    m_patience = image.b_saved ? 0 : RE_patience;
+    m_patience = image.b_saved ? RE_patience() : RE_patience::with_engine();
     m_nacks_end = load_acquire(&image.header->nacks_logged);
 }
 

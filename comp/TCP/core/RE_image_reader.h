@@ -60,6 +60,10 @@ public:
     std::time_t engine_start_time() const { return is_open() ? m_image.header->engine_start_time : 0; }
     std::time_t capture_time() const { return is_open() ? m_image.header->capture_time : 0; }
 
+    // Whether the statistics were cut short while they were read: what was read may be zeros then, and is to be thrown
+    // away. To be asked after the last read.
+    bool is_cut() const { return m_image.is_cut(); }
+
 protected:
     // Starts and ends the reading of an image that has been attached to.
     void begin(const RE_stat_image& image);
@@ -103,6 +107,6 @@ private:
     RE_image_config_row m_config{};
     RE_stat_app_struct m_app{};
     std::uint64_t m_nacks_end = 0; // where the walk through the NACK log ends, so that a busy engine cannot prolong it
-    int m_patience = 0;            // how often this reader may still wait for an engine that is changing a record
+    RE_patience m_patience;        // with an engine that is changing a record
     std::unique_ptr<unsigned char[]> m_bypass_copy; // of a saved table, at its full size
 };

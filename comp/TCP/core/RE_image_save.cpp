@@ -48,7 +48,7 @@ row_list list_rows_in_use(const Row* rows, std::uint32_t count)
 
 // A row's identity for the file. A slot that has been vacated or let again since it was listed is saved as vacant.
 template <typename Row>
-Row copy_for_file(const Row* rows, const listed_row& listed, bool b_saved, int& patience)
+Row copy_for_file(const Row* rows, const listed_row& listed, bool b_saved, RE_patience& patience)
 {
     Row copy{};
     if (!copy_row(&rows[listed.row], copy, patience) || copy.generation != listed.generation) {
@@ -121,7 +121,7 @@ private:
 
     const RE_stat_image& m_image;
     RE_save_target& m_target;
-    int m_patience = RE_patience;
+    RE_patience m_patience = RE_patience::with_engine();
     row_list m_peers;
     row_list m_conns;
     std::uint32_t m_app_count = 0;
@@ -154,6 +154,9 @@ int image_writer::write()
     m_target.append(&trailer.magic, sizeof trailer.magic);
     trailer.checksum = m_target.checksum();
     m_target.append(&trailer.checksum, sizeof trailer.checksum);
+    if (m_image.is_cut()) {
+        return RE_STAT_ERR_CUT; // the unfinished file goes with the target
+    }
     return m_target.finish();
 }
 
@@ -323,6 +326,8 @@ int save_image(const RE_stat_image& image, const char* path)
     if (is_live_segment(path)) {
         return RE_STAT_ERR_LIVE_SEGMENT; // replacing it would hide its engine
     }
+    // Before the target, so that the unfinished file is gone when a cut may end the program again.
+    const RE_cut_silence silence(image.mapping);
     RE_save_target target;
     if (const int error = target.open(path)) {
         return error;

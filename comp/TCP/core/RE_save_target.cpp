@@ -1,6 +1,7 @@
 #include "RE_save_target.h"
 
 #include "RE_stat_error.h"
+#include "RE_target_path.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -37,56 +38,6 @@ bool folder_of(const char* path, char (&folder)[PATH_MAX])
     std::memcpy(folder, path, length);
     folder[length] = '\0';
     return true;
-}
-
-// Whether what stands at `path` could have been put there by anybody: it is neither ours nor the folder's owner's, and
-// everybody may write to the folder.
-bool is_planted(const char* path, const struct stat& found)
-{
-    char folder[PATH_MAX];
-    struct stat around
-    {
-    };
-    if (!folder_of(path, folder) || stat(folder, &around) != 0) {
-        return false;
-    }
-    const bool b_open_to_all = (around.st_mode & S_ISVTX) != 0 && (around.st_mode & S_IWOTH) != 0;
-    return b_open_to_all && found.st_uid != geteuid() && found.st_uid != around.st_uid;
-}
-
-// Looks at `path` and every link that it leads through. Returns 0 when none of them is planted.
-int check_links(const char* path)
-{
-    char place[PATH_MAX];
-    if (static_cast<std::size_t>(std::snprintf(place, sizeof place, "%s", path)) >= sizeof place) {
-        return RE_STAT_ERR_TARGET;
-    }
-    constexpr int most_links = 40; // as many as the system follows
-    for (int links = 0; links <= most_links; ++links) {
-        struct stat found
-        {
-        };
-        if (lstat(place, &found) != 0 || !S_ISLNK(found.st_mode)) {
-            return 0;
-        }
-        if (is_planted(place, found)) {
-            return RE_STAT_ERR_PLANTED_LINK;
-        }
-        char next[PATH_MAX];
-        const ssize_t length = readlink(place, next, sizeof next);
-        if (length <= 0 || static_cast<std::size_t>(length) >= sizeof next) {
-            return RE_STAT_ERR_TARGET;
-        }
-        next[length] = '\0';
-        const bool b_absolute = next[0] == '/';
-        const char* const slash = std::strrchr(place, '/');
-        const std::size_t kept = b_absolute || slash == nullptr ? 0 : static_cast<std::size_t>(slash - place) + 1;
-        if (kept + static_cast<std::size_t>(length) >= sizeof place) {
-            return RE_STAT_ERR_TARGET;
-        }
-        std::memcpy(place + kept, next, static_cast<std::size_t>(length) + 1);
-    }
-    return RE_STAT_ERR_TARGET;
 }
 
 int error_of_write(int error)
@@ -132,32 +83,20 @@ int RE_save_target::open(const char* path)
     if (m_buffer == nullptr) {
         return RE_STAT_ERR_NO_MEMORY;
     }
+    char target[PATH_MAX];
     struct stat found
     {
     };
-    if (lstat(path, &found) != 0) {
-        return errno == ENOENT ? open_beside(path, {}) : RE_STAT_ERR_TARGET;
-    }
-    if (S_ISLNK(found.st_mode)) {
-        if (const int error = check_links(path)) {
-            return error;
-        }
-        // A link to a pipe (as /dev/stdout is) has no path of its own to resolve to, so it is opened through the link.
-        if (stat(path, &found) != 0) {
-            return RE_STAT_ERR_TARGET;
-        }
-        char resolved[PATH_MAX];
-        if (S_ISREG(found.st_mode)) {
-            return realpath(path, resolved) != nullptr ? open_beside(resolved, found) : RE_STAT_ERR_TARGET;
-        }
+    if (const int error = resolve_target(path, target, found)) {
+        return error;
     }
     if (S_ISDIR(found.st_mode)) {
         return RE_STAT_ERR_TARGET_FOLDER;
     }
-    if (S_ISREG(found.st_mode)) {
-        return open_beside(path, found);
+    if (found.st_mode == 0 || S_ISREG(found.st_mode)) {
+        return open_beside(target, found);
     }
-    return is_planted(path, found) ? RE_STAT_ERR_PLANTED_LINK : open_in_place(path, found);
+    return is_planted(target, found) ? RE_STAT_ERR_PLANTED_LINK : open_in_place(target, found);
 }
 
 int RE_save_target::open_in_place(const char* target, const struct stat& expected)

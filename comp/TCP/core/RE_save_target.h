@@ -17,9 +17,8 @@ public:
     RE_save_target(const RE_save_target&) = delete;
     RE_save_target& operator=(const RE_save_target&) = delete;
 
-    // Returns 0 or an RE_stat_error. path: what the user named. A link is followed to what it names, unless somebody
-    // else may have planted it: one of another owner in a sticky folder that all may write to is refused, as are a pipe
-    // and a device of another owner there.
+    // Returns 0 or an RE_stat_error. path: what the user named. Links are followed unless somebody else may have
+    // planted them (RE_target_path.h), as he may a pipe or a device.
     int open(const char* path);
 
     // Errors are kept and told by finish().

@@ -92,42 +92,82 @@ void write_row(Row* row, const Row& value)
     store_release(&row->sequence, sequence + 1);
 }
 
-// How often all copies that fail together may wait for a writer: a quarter of a second, far more than any living
-// engine's thread is kept from finishing its record, and soon over when the engine was killed there or the record is
-// garbage.
-constexpr int RE_patience = 2000;
+// How long a report waits for writers that are changing records: as long as a living engine's thread may be kept from
+// finishing one, but not for ever when the engine was killed there, the record is garbage, or somebody means it to
+// last.
+class RE_patience
+{
+public:
+    // For records that nobody writes any more.
+    RE_patience() = default;
+    // For live records. What has been waited counts together, over all records; a reader that is used for longer than a
+    // report takes gets its patience back after a minute.
+    static RE_patience with_engine()
+    {
+        RE_patience patience;
+        patience.m_left = in_all;
+        return patience;
+    }
+
+    // Waits a moment for a record that had to be tried `tries` times. False when it has been waited for long enough.
+    bool wait(int tries, std::int64_t& waited_for_record)
+    {
+        constexpr int tries_without_sleeping = 64;
+        const std::int64_t start = now();
+        if (m_left <= 0 && m_first_wait != 0 && start - m_first_wait > 60 * second) {
+            m_left = in_all;
+            m_first_wait = 0;
+        }
+        if (m_left <= 0 || waited_for_record >= for_one_record) {
+            return false;
+        }
+        m_first_wait = m_first_wait != 0 ? m_first_wait : start;
+        if (tries < tries_without_sleeping) {
+            sched_yield();
+        } else {
+            // The writer may wait for the very processor that yielding would keep busy.
+            const timespec pause{0, 50000};
+            nanosleep(&pause, nullptr);
+        }
+        const std::int64_t waited = now() - start;
+        waited_for_record += waited;
+        m_left -= waited;
+        return true;
+    }
+
+private:
+    static constexpr std::int64_t second = 1'000'000'000; // all times are nanoseconds
+    static constexpr std::int64_t in_all = second / 2;
+    static constexpr std::int64_t for_one_record = second / 4;
+
+    static std::int64_t now()
+    {
+        timespec time{};
+        clock_gettime(CLOCK_MONOTONIC, &time);
+        return time.tv_sec * second + time.tv_nsec;
+    }
+
+    std::int64_t m_left = 0;
+    std::int64_t m_first_wait = 0; // 0 before it
+};
 
 // Copies a record as one. False when it would not hold still: its writer was stopped in the middle, or it is garbage.
-// patience: how many more waits there are; 0 for records that nobody writes any more. A copy that succeeds costs none,
-// so that a reader which runs for days is as patient as on its first day.
 template <typename Row>
-bool copy_row(const Row* row, Row& copy, int& patience)
+bool copy_row(const Row* row, Row& copy, RE_patience& patience)
 {
     constexpr int tries_without_waiting = 8;
-    constexpr int tries_without_sleeping = 64;
-    const int patience_before = patience;
+    std::int64_t waited = 0;
     for (int tries = 0;; ++tries) {
         const std::uint32_t before = load_acquire(&row->sequence);
         if ((before & 1U) == 0) {
             load_words(row, copy);
             if (load_relaxed(&row->sequence) == before) {
                 copy.sequence = before;
-                patience = patience_before;
                 return true;
             }
         }
-        if (tries >= tries_without_waiting) {
-            if (patience <= 0) {
-                return false;
-            }
-            --patience;
-            if (tries < tries_without_sleeping) {
-                sched_yield();
-            } else {
-                // The writer may wait for the very processor that yielding would keep busy.
-                const timespec pause{0, 50000};
-                nanosleep(&pause, nullptr);
-            }
+        if (tries >= tries_without_waiting && !patience.wait(tries, waited)) {
+            return false;
         }
     }
 }

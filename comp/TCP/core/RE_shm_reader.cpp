@@ -158,24 +158,25 @@ int RE_shm_reader::map(int segment, const struct stat& status)
         return RE_STAT_ERR_CUT;
     }
     const auto size = static_cast<std::size_t>(status.st_size);
-    void* const mapping = mmap(nullptr, size, PROT_READ, MAP_SHARED, segment, 0);
-    if (mapping == MAP_FAILED) {
-        return errno == ENOMEM ? RE_STAT_ERR_NO_MEMORY : RE_STAT_ERR_READ;
+    if (const int error = m_mapping.map(segment, size, PROT_READ)) {
+        return error;
     }
-    m_mapping = mapping;
-    m_size = size;
     m_device = status.st_dev;
     m_inode = status.st_ino;
 
     RE_stat_image image;
-    int error = image.attach(static_cast<unsigned char*>(mapping), size, RE_image_kind::live);
+    int error = image.attach(m_mapping.base(), size, RE_image_kind::live);
     if (error == 0 && load_acquire(&image.header->state) != RE_IMAGE_PUBLISHED) {
         error = RE_STAT_ERR_NOT_PUBLISHED;
+    }
+    if (m_mapping.is_cut()) {
+        error = RE_STAT_ERR_CUT;
     }
     if (error != 0) {
         close();
         return error;
     }
+    image.mapping = &m_mapping;
     begin(image);
     return 0;
 }
@@ -183,10 +184,7 @@ int RE_shm_reader::map(int segment, const struct stat& status)
 int RE_shm_reader::close()
 {
     end();
-    if (m_mapping != nullptr) {
-        munmap(m_mapping, m_size);
-        m_mapping = nullptr;
-    }
+    m_mapping.unmap();
     return 0;
 }
 
@@ -196,14 +194,7 @@ namespace {
 class writable_segment : public RE_image_reader::writable_image
 {
 public:
-    writable_segment(void* mapping, std::size_t size) : m_mapping(mapping), m_size(size) {}
-    ~writable_segment() override { munmap(m_mapping, m_size); }
-    writable_segment(const writable_segment&) = delete;
-    writable_segment& operator=(const writable_segment&) = delete;
-
-private:
-    void* m_mapping;
-    std::size_t m_size;
+    RE_watched_mapping mapping;
 };
 
 } // namespace
@@ -220,16 +211,14 @@ std::unique_ptr<RE_image_reader::writable_image> RE_shm_reader::open_writable()
     const descriptor segment(name != nullptr ? open_segment(RE_stat_folders(), m_folder, name, O_RDWR, status)
                                              : RE_STAT_ERR_NO_ENGINE);
     const bool b_same = segment.number() >= 0 && status.st_dev == m_device && status.st_ino == m_inode;
-    void* const mapping =
-        b_same ? mmap(nullptr, m_size, PROT_READ | PROT_WRITE, MAP_SHARED, segment.number(), 0) : MAP_FAILED;
-    if (mapping == MAP_FAILED) {
+    auto target = std::make_unique<writable_segment>();
+    if (!b_same || target->mapping.map(segment.number(), m_mapping.size(), PROT_READ | PROT_WRITE) != 0) {
         const char* const reason = segment.number() >= 0 && !b_same ? "another engine has it" : std::strerror(errno);
         __re_syslog(__FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_reset_refused,
                     "statistics not reset: the segment in %s cannot be written to: %s", m_folder, reason);
         return nullptr;
     }
-    auto target = std::make_unique<writable_segment>(mapping, m_size);
-    if (target->image.attach(static_cast<unsigned char*>(mapping), m_size, RE_image_kind::live) != 0) {
+    if (target->image.attach(target->mapping.base(), target->mapping.size(), RE_image_kind::live) != 0) {
         return nullptr;
     }
     return target;

@@ -3,6 +3,7 @@
 
 #include "RE_image_reader.h"
 #include "RE_stat_folder.h"
+#include "RE_watched_mapping.h"
 
 class RE_shm_reader : public RE_image_reader
 {
@@ -23,9 +24,8 @@ protected:
 private:
     int map(int segment, const struct stat& status);
 
-    RE_stat_path m_folder = {}; // where the segment was found
-    void* m_mapping = nullptr;    // read-only
-    std::size_t m_size = 0;
-    unsigned long m_device = 0; // which file the mapping is of, as later a new engine may own the name
+    RE_stat_path m_folder = {};   // where the segment was found
+    RE_watched_mapping m_mapping; // read-only
+    unsigned long m_device = 0;   // which file the mapping is of, as later a new engine may own the name
     unsigned long m_inode = 0;
 };

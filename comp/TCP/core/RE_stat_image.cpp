@@ -112,6 +112,39 @@ int check_image_header(const RE_image_header& header, std::size_t bytes_there, s
     return size <= RE_image_max_size ? 0 : RE_STAT_ERR_LAYOUT;
 }
 
+int check_image_sections(const RE_image_header& head, const RE_image_section (&table)[RE_image_section_count],
+                         std::uint64_t size, RE_image_kind kind, RE_image_section (&found)[RE_image_section_count])
+{
+    const bool b_is_saved = kind == RE_image_kind::saved;
+    const std::uint64_t end = b_is_saved ? size - sizeof(RE_image_trailer) : size;
+    if (b_is_saved != (head.state == RE_IMAGE_SAVED) || head.section_count != RE_image_section_count ||
+        RE_image_table_end > end || head.global_counters != RE_STAT_GLOBAL_ID_MAX ||
+        head.peer_counters != RE_STAT_PEER_ID_MAX || head.conn_counters != RE_STAT_CONN_ID_MAX ||
+        head.app_counters != RE_STAT_APP_ID_MAX) {
+        return RE_STAT_ERR_LAYOUT;
+    }
+    constexpr std::uint64_t most_padding = 64; // in front of a section
+    std::uint64_t accounted_for = RE_image_table_end;
+    for (const RE_image_section& section : table) {
+        if (!is_section_sound(section, RE_image_table_end, end) || found[section.id - 1].id != 0 ||
+            (!b_is_saved && section.rows != section.slots)) {
+            return RE_STAT_ERR_LAYOUT;
+        }
+        found[section.id - 1] = section;
+        accounted_for += most_padding + section.rows * section.row_size;
+    }
+    const auto rows_of = [&](RE_image_section_id id) { return found[id - 1].rows; };
+    if (rows_of(RE_IMAGE_PEER_COUNTERS) != rows_of(RE_IMAGE_PEERS) ||
+        rows_of(RE_IMAGE_CONN_COUNTERS) != rows_of(RE_IMAGE_CONNS)) {
+        return RE_STAT_ERR_LAYOUT;
+    }
+    const bool b_counts_right = head.peer_slots_used == rows_of(RE_IMAGE_PEERS) &&
+                                head.conn_slots_used == rows_of(RE_IMAGE_CONNS) &&
+                                head.app_slots_used == rows_of(RE_IMAGE_APPS) &&
+                                head.nacks_logged == rows_of(RE_IMAGE_NACKS) && head.nacks_reset == 0;
+    return b_is_saved && (!b_counts_right || accounted_for < end) ? RE_STAT_ERR_LAYOUT : 0;
+}
+
 int RE_stat_image::attach(unsigned char* base, std::size_t size, RE_image_kind kind)
 {
     *this = RE_stat_image{};
@@ -125,35 +158,18 @@ int RE_stat_image::attach(unsigned char* base, std::size_t size, RE_image_kind k
     if (b_is_saved && !is_checksum_right(base, size)) {
         return RE_STAT_ERR_CHECKSUM;
     }
-    if (b_is_saved != (head.state == RE_IMAGE_SAVED)) {
+    if (size < RE_image_table_end) {
         return RE_STAT_ERR_LAYOUT;
     }
-
-    const std::uint64_t table_end = sizeof head + std::uint64_t{RE_image_section_count} * sizeof(RE_image_section);
-    const std::uint64_t end = b_is_saved ? size - sizeof(RE_image_trailer) : size;
-    if (head.section_count != RE_image_section_count || table_end > end ||
-        head.global_counters != RE_STAT_GLOBAL_ID_MAX || head.peer_counters != RE_STAT_PEER_ID_MAX ||
-        head.conn_counters != RE_STAT_CONN_ID_MAX || head.app_counters != RE_STAT_APP_ID_MAX) {
-        return RE_STAT_ERR_LAYOUT;
-    }
-
+    RE_image_section table[RE_image_section_count];
+    std::memcpy(table, base + sizeof head, sizeof table);
     RE_image_section found[RE_image_section_count] = {};
-    for (std::uint32_t at = 0; at < RE_image_section_count; ++at) {
-        RE_image_section section{};
-        std::memcpy(&section, base + sizeof head + at * sizeof section, sizeof section);
-        if (!is_section_sound(section, table_end, end) || found[section.id - 1].id != 0 ||
-            (!b_is_saved && section.rows != section.slots)) {
-            return RE_STAT_ERR_LAYOUT;
-        }
-        found[section.id - 1] = section;
+    if (const int error = check_image_sections(head, table, size, kind, found)) {
+        return error;
     }
     const auto rows_of = [&](RE_image_section_id id) { return static_cast<std::uint32_t>(found[id - 1].rows); };
     const auto slots_of = [&](RE_image_section_id id) { return static_cast<std::uint32_t>(found[id - 1].slots); };
     const auto start_of = [&](RE_image_section_id id) { return base + found[id - 1].offset; };
-    if (rows_of(RE_IMAGE_PEER_COUNTERS) != rows_of(RE_IMAGE_PEERS) ||
-        rows_of(RE_IMAGE_CONN_COUNTERS) != rows_of(RE_IMAGE_CONNS)) {
-        return RE_STAT_ERR_LAYOUT;
-    }
 
     RE_stat_image image;
     image.b_saved = b_is_saved;

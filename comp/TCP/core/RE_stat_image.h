@@ -8,6 +8,7 @@
 
 #include "RE_sequence.h"
 #include "RE_statistics.h"
+#include "RE_watched_mapping.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -92,6 +93,15 @@ struct RE_image_section
     std::uint64_t slots; // how many rows the engine has room for; `rows` in a live image
 };
 static_assert(sizeof(RE_image_section) == 32);
+
+// Where the header and the section table behind it end.
+constexpr std::uint64_t RE_image_table_end =
+    sizeof(RE_image_header) + RE_image_section_count * sizeof(RE_image_section);
+
+// Judges the section table of an image of `size` bytes (that of a saved one with its trailer) whose header has been
+// judged, and sorts it by id. Returns 0 or RE_STAT_ERR_LAYOUT. found: all 0.
+int check_image_sections(const RE_image_header& head, const RE_image_section (&table)[RE_image_section_count],
+                         std::uint64_t size, RE_image_kind kind, RE_image_section (&found)[RE_image_section_count]);
 
 // Rows that are read as one carry a sequence counter in front (RE_sequence.h).
 
@@ -213,6 +223,11 @@ struct RE_stat_image
     std::uint32_t nack_slots = 0;
     std::uint32_t bypass_room = 0; // bytes
     bool b_saved = false;
+    // What a live image lies in; null for memory that nobody else can cut short.
+    const RE_watched_mapping* mapping = nullptr;
+
+    // Whether figures that were read may have been zeros in place of what had been cut off.
+    bool is_cut() const { return mapping != nullptr && mapping->is_cut(); }
 
     // How many rows hold anything. In a live image those beyond have no memory yet; a mere look would claim some.
     std::uint32_t peer_rows_in_reach() const { return rows_in_reach(&header->peer_slots_used, peer_rows); }
