@@ -202,16 +202,13 @@ std::string cut_under_kavstat(const hostile_place& place)
     limited_run json(place.program("kavstat"), {"json"}, into_pipe);
     close(ends[1]);
     char bytes[65536];
-    bool b_cut = false;
-    for (ssize_t count = 0; (count = read(ends[0], bytes, sizeof bytes)) > 0;) {
-        if (!b_cut) {
-            engine.cut(0);
-            b_cut = true;
-        }
+    const bool b_begun = read(ends[0], bytes, 1) == 1;
+    engine.cut(0);
+    while (b_begun && read(ends[0], bytes, sizeof bytes) > 0) {
     }
     close(ends[0]);
     const program_result& end = json.finish();
-    return end_if(end.status != 3, end_of(end));
+    return end_if(end.status != 3 || !b_begun, end_of(end));
 }
 
 // The answer's first bytes are there, and the rest cannot be sent before they are taken.
