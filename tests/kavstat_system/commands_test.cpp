@@ -6,6 +6,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 namespace {
 
 class kavstat_command : public system_test
@@ -136,6 +138,28 @@ TEST_F(kavstat_command, ends_quietly_when_its_reader_has_seen_enough)
         EXPECT_EQ(result.err, "");
     }
     close(ends[1]);
+}
+
+TEST_F(kavstat_command, waits_for_a_non_blocking_output_that_is_full)
+{
+    const small_engine engine;
+    const std::string whole = run_kavstat({"metrics"}).out;
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+    ASSERT_LT(fcntl(ends[1], F_SETPIPE_SZ, 4096), static_cast<int>(whole.size()));
+    run_surroundings surroundings;
+    surroundings.output = ends[1];
+    child_program program(built_program("kavstat"), {"metrics"}, surroundings);
+    close(ends[1]);
+    std::string taken;
+    char bytes[1000];
+    for (ssize_t count = -1; count != 0; count = read(ends[0], bytes, sizeof bytes)) {
+        taken.append(bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        usleep(200);
+    }
+    close(ends[0]);
+    EXPECT_EQ(program.finish().status, 0);
+    EXPECT_EQ(taken, whole);
 }
 
 TEST_F(kavstat_command, list_finds_counters_by_name_meaning_unit_and_kind)
