@@ -15,6 +15,9 @@ constexpr const char* peer_prefix = "kav_peer_";
 constexpr const char* peer_connections_prefix = "kav_peer_connections_";
 constexpr const char* application_prefix = "kav_application_";
 
+// Far less than a piece of a document that a client holds.
+constexpr std::size_t series_at_once = 32;
+
 void add_head(RE_output& output, const std::string& name, std::string_view meaning, bool b_total)
 {
     output.add("# HELP ");
@@ -36,9 +39,12 @@ void add_gauge(RE_output& output, const std::string& name, std::string_view mean
 }
 
 // Counters without labels of their own, the members of a range apart.
-void add_figures(RE_output& output, const char* prefix, RE_counter_scope scope, std::span<const long long> figures)
+void add_figures(RE_document& document, RE_output& output, const char* prefix, RE_counter_scope scope,
+                 std::span<const long long> figures)
 {
-    for (const RE_named_counter& counter : counters_of(scope)) {
+    const std::vector<RE_named_counter>& counters = counters_of(scope);
+    document.add_each(counters.size(), [&, prefix, figures](std::size_t at) {
+        const RE_named_counter& counter = counters[at];
         const std::string name = prefix + metric_name_of(counter);
         add_head(output, name, counter.info.meaning, counter.is_total());
         for (int id = counter.id(); id <= counter.info.last_id; ++id) {
@@ -52,7 +58,7 @@ void add_figures(RE_output& output, const char* prefix, RE_counter_scope scope, 
             add_metric_value(output, counter.info.unit, figures[static_cast<std::size_t>(id)]);
             output.add('\n');
         }
-    }
+    });
 }
 
 std::string label(const char* name, std::string_view value)
@@ -86,20 +92,29 @@ template <typename Thing, typename Figure>
 void add_families(RE_document& document, RE_output& output, const char* prefix, RE_counter_scope scope,
                   const std::vector<const Thing*>& things, const Figure& figure)
 {
-    const std::vector<RE_named_counter>& counters = counters_of(scope);
-    document.add_each(
-        things.size() * counters.size(), [&, prefix, figure, name = std::string()](std::size_t at) mutable {
-            const RE_named_counter& counter = counters[at / things.size()];
-            const Thing& thing = *things[at % things.size()];
-            if (&thing == things.front()) {
-                name = prefix + metric_name_of(counter);
-                add_head(output, name, counter.info.meaning, counter.is_total());
-            }
+    if (things.empty()) {
+        return;
+    }
+    document.add([&output, &things, &counters = counters_of(scope), prefix, figure, name = std::string(),
+                  family = std::size_t{0}, next = std::size_t{0}]() mutable {
+        const RE_named_counter& counter = counters[family];
+        if (next == 0) {
+            name = prefix + metric_name_of(counter);
+            add_head(output, name, counter.info.meaning, counter.is_total());
+        }
+        const std::size_t end = std::min(next + series_at_once, things.size());
+        for (; next < end; ++next) {
             output.add(name);
-            add_labels(output, thing);
-            add_metric_value(output, counter.info.unit, figure(thing, static_cast<std::size_t>(counter.id())));
+            add_labels(output, *things[next]);
+            add_metric_value(output, counter.info.unit, figure(*things[next], static_cast<std::size_t>(counter.id())));
             output.add('\n');
-        });
+        }
+        if (next == things.size()) {
+            next = 0;
+            ++family;
+        }
+        return family < counters.size();
+    });
 }
 
 // A metric of one more value that things have.
@@ -279,6 +294,8 @@ RE_document RE_exposition::document(RE_output& output) const
 {
     RE_document document;
     document.add_once([this, &output] { write_engine(output); });
+    add_figures(document, output, engine_prefix, RE_counter_scope::engine, m_snapshot.engine);
+    add_figures(document, output, connections_prefix, RE_counter_scope::connection, m_snapshot.connections);
     add_peers(document, output);
     add_applications(document, output);
     return document;
@@ -293,8 +310,6 @@ void RE_exposition::write_engine(RE_output& output) const
     if (m_bypass_servers >= 0) {
         add_gauge(output, "kav_bypass_servers", "servers in the auto-bypass table", m_bypass_servers);
     }
-    add_figures(output, engine_prefix, RE_counter_scope::engine, m_snapshot.engine);
-    add_figures(output, connections_prefix, RE_counter_scope::connection, m_snapshot.connections);
 }
 
 void RE_exposition::add_peers(RE_document& document, RE_output& output) const

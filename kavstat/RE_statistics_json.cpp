@@ -214,30 +214,43 @@ void write_config(RE_json_writer& json, RE_stat_reader& reader)
     json.end_object();
 }
 
-void write_bypass(RE_json_writer& json, RE_stat_reader& reader)
+void write_bypassed(RE_json_writer& json, const RE_bypass_entry& entry)
 {
-    json.key("bypass");
-    const std::optional<std::vector<RE_bypass_entry>> entries = read_bypass(reader);
-    if (!entries) {
-        json.null();
-        return;
-    }
-    json.begin_array();
-    for (const RE_bypass_entry& entry : *entries) {
-        json.begin_object();
-        json.member_text("server_ip", ip_text(entry.server_ip));
-        json.member("server_port", entry.server_port);
-        json.member("reason", static_cast<long long>(entry.reason));
-        json.member_text("reason_word", word_for(bypass_reason_words, static_cast<long long>(entry.reason)));
-        json.member("since", entry.since);
-        json.member("next_attempt", entry.next_attempt);
-        json.key("bytes");
-        json.number(entry.bytes);
-        json.key("connections");
-        json.number(entry.connections);
-        json.end_object();
-    }
-    json.end_array();
+    json.begin_object();
+    json.member_text("server_ip", ip_text(entry.server_ip));
+    json.member("server_port", entry.server_port);
+    json.member("reason", static_cast<long long>(entry.reason));
+    json.member_text("reason_word", word_for(bypass_reason_words, static_cast<long long>(entry.reason)));
+    json.member("since", entry.since);
+    json.member("next_attempt", entry.next_attempt);
+    json.key("bytes");
+    json.number(entry.bytes);
+    json.key("connections");
+    json.number(entry.connections);
+    json.end_object();
+}
+
+void add_bypass(RE_document& document, RE_json_writer& json, RE_stat_reader& reader)
+{
+    using entries = std::optional<std::vector<RE_bypass_entry>>;
+    document.add([&json, &reader, b_begun = false, table = entries(), at = std::size_t{0}]() mutable {
+        if (!b_begun) {
+            b_begun = true;
+            json.key("bypass");
+            table = read_bypass(reader);
+            if (!table) {
+                json.null();
+                return false;
+            }
+            json.begin_array();
+        } else if (at < table->size()) {
+            write_bypassed(json, (*table)[at++]);
+        } else {
+            json.end_array();
+            return false;
+        }
+        return true;
+    });
 }
 
 } // namespace
@@ -309,7 +322,7 @@ RE_document statistics_json(RE_source& source, const RE_snapshot& snapshot, cons
         document.add_once([&] { write_config(json, reader); });
     }
     if (scopes.b_bypass) {
-        document.add_once([&] { write_bypass(json, reader); });
+        add_bypass(document, json, reader);
     }
     document.add_once([writer] { writer->end_object(); });
     return document;

@@ -26,6 +26,7 @@ constexpr campaign campaigns[] = {
     {"poor", "limits on memory, descriptors, files; signals", 0, starve_viewer},
     {"clocks", "years, time zones, locales", 0, turn_clocks},
     {"crowd", "viewers at once beside one engine", 1000, start_many_viewers},
+    {"attacks", "attacks on kavstat's server: others are answered", 30, attack_server},
 };
 
 const campaign* find_campaign(const char* name)

@@ -59,6 +59,8 @@ void fail_allocations(const torture_options& options, tally& result);
 void starve_viewer(const torture_options& options, tally& result);
 void turn_clocks(const torture_options& options, tally& result);
 void start_many_viewers(const torture_options& options, tally& result);
+// kavstat's server.
+void attack_server(const torture_options& options, tally& result);
 
 // Every report of a live engine, as arguments of the viewer.
 const std::vector<std::vector<std::string>>& all_reports();
