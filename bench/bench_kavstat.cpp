@@ -101,7 +101,8 @@ std::size_t scrape(int port, const char* path)
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     std::size_t size = 0;
     if (connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
-        const std::string request = std::string("GET ") + path + " HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n";
+        const std::string request =
+            std::string("GET ") + path + " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n";
         static char bytes[1 << 20];
         if (write(socket, request.data(), request.size()) > 0) {
             for (ssize_t count = 0; (count = read(socket, bytes, sizeof bytes)) > 0;) {

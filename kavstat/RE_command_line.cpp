@@ -134,7 +134,12 @@ void add_serve(CLI::App& app, int& status)
             },
             "ADDRESS:PORT"))
         ->capture_default_str();
-    command->callback([address, &status] { status = run_serve({*parse_listen_address(*address)}); });
+    const auto hosts = std::make_shared<std::vector<std::string>>();
+    command
+        ->add_option("--allow-host", *hosts,
+                     "Another name that clients may use for a loopback address; once for each name")
+        ->allow_extra_args(false);
+    command->callback([address, hosts, &status] { status = run_serve({*parse_listen_address(*address), *hosts}); });
 }
 
 void add_diff(CLI::App& app, int& status)

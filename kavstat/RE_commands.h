@@ -9,6 +9,7 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <vector>
 
 enum RE_exit_status : int
 {
@@ -56,6 +57,7 @@ int run_diff(const RE_diff_options& options);
 struct RE_serve_options
 {
     RE_listen_address address;
+    std::vector<std::string> allowed_hosts; // beside those of loopback
 };
 // Serves until SIGTERM or SIGINT.
 int run_serve(const RE_serve_options& options);

@@ -230,25 +230,22 @@ private:
         }
     }
 
-    static std::string app_title(const RE_peer_numbers& peers, const RE_snapshot_app& app)
+    static std::string app_title(const RE_snapshot_app& app)
     {
-        const RE_kav_peer_id& identity = app.app.m_header.m_kav_peer_id;
-        const int number = peers.number_of(identity);
         return "application " + application_label(app.app.m_header) + " with peer " +
-               (number >= 0 ? std::to_string(number) : identity.getString());
+               (app.peer_number >= 0 ? std::to_string(app.peer_number) : app.app.m_header.m_kav_peer_id.getString());
     }
 
     void write_applications()
     {
         const auto before = by_key(m_before.snapshot.apps);
         const auto after = by_key(m_after.snapshot.apps);
-        const RE_peer_numbers peers(m_after.snapshot);
         static const RE_snapshot_app nothing;
         for (const auto& [key, app] : after) {
             const auto found = before.find(key);
             const bool b_new = found == before.end();
             const RE_stat_app_struct& earlier = b_new ? nothing.app : found->second->app;
-            section figures(app_title(peers, *app) + (b_new ? ", new" : ""), m_b_restarted, m_seconds, m_b_all);
+            section figures(app_title(*app) + (b_new ? ", new" : ""), m_b_restarted, m_seconds, m_b_all);
             for (const RE_named_counter& counter : counters_of(RE_counter_scope::application)) {
                 const auto at = static_cast<std::size_t>(counter.id());
                 figures.add_32(counter.key, counter.info.unit, counter.info.kind, earlier.m_id_array[at],
@@ -256,10 +253,9 @@ private:
             }
             figures.print(m_output);
         }
-        const RE_peer_numbers earlier_peers(m_before.snapshot);
         for (const auto& [key, app] : before) {
             if (!after.contains(key)) {
-                m_output.add("\n" + app_title(earlier_peers, *app) + ", gone\n");
+                m_output.add("\n" + app_title(*app) + ", gone\n");
             }
         }
     }

@@ -1,272 +1,634 @@
 #include "RE_http_server.h"
 
+#include "RE_http_request.h"
 #include "RE_json_writer.h"
-#include "RE_metrics.h"
-#include "RE_source.h"
+#include "RE_moments.h"
+#include "RE_stat_error.h"
 #include "RE_statistics_json.h"
 
-#include <arpa/inet.h>
-#include <civetweb.h>
+#include <microhttpd.h>
 
-#include <charconv>
+#include <linux/tcp.h>
+#include <malloc.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <strings.h>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <exception>
+#include <filesystem>
+#include <list>
+#include <optional>
+#include <thread>
 
 namespace {
 
 using steady_clock = std::chrono::steady_clock;
 
-// An answer's body, piece by piece. HTTP/1.0 knows no pieces; there the end of the connection ends the body.
-class body_sink : public RE_sink
+constexpr std::size_t piece_size = 16384;        // of a document, as one client holds it
+constexpr std::size_t connection_memory = 32768; // for a request's head, and then for a piece on its way
+constexpr std::size_t longest_head = 16384;
+constexpr int send_buffer = 65536;           // the kernel's, for one client
+constexpr std::size_t spare_descriptors = 4; // for reading the engine's statistics
+constexpr std::chrono::milliseconds sweep_interval{100};
+constexpr std::chrono::milliseconds accept_pause{100};
+
+constexpr const char* plain_type = "text/plain; charset=utf-8";
+constexpr const char* metrics_type = "text/plain; version=0.0.4; charset=utf-8";
+constexpr const char* json_type = "application/json";
+
+// Ends a connection at once and so that the client cannot take it for the regular end of an answer: by a reset. What is
+// on its way to the client is dropped. The descriptor stays; the library notices the end.
+void reset_connection(int socket)
+{
+    sockaddr nobody{};
+    nobody.sa_family = AF_UNSPEC;
+    static_cast<void>(connect(socket, &nobody, sizeof nobody));
+}
+
+// How many bytes the client has taken, as far as its system has told.
+std::uint64_t taken_bytes(int socket)
+{
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size);
+    return info.tcpi_bytes_acked;
+}
+
+// What counts as one address: whoever has one of IPv6 mostly has 2^64 of them.
+std::string address_key(const sockaddr* address)
+{
+    if (address->sa_family == AF_INET6) {
+        return {reinterpret_cast<const char*>(&reinterpret_cast<const sockaddr_in6*>(address)->sin6_addr), 8};
+    }
+    return {reinterpret_cast<const char*>(&reinterpret_cast<const sockaddr_in*>(address)->sin_addr), 4};
+}
+
+// A body that is made while it is sent.
+class document_answer : private RE_sink
 {
 public:
-    body_sink(mg_connection* connection, bool b_chunked, std::chrono::milliseconds longest)
-        : m_connection(connection), m_b_chunked(b_chunked), m_deadline(steady_clock::now() + longest)
+    // make: makes the document, for the output that it is given.
+    template <typename Make>
+    document_answer(std::shared_ptr<RE_moment> moment, const Make& make)
+        : m_moment(std::move(moment)), m_document(make(*m_moment, m_output))
     {}
 
+    const RE_moment& moment() const { return *m_moment; }
+
+    // Whether all that was read is true: the statistics may be cut short meanwhile.
+    bool is_whole() const { return m_output.is_ok(); }
+
+    // The next bytes, at most `room` of them; 0 at the end.
+    std::size_t read(char* bytes, std::size_t room)
+    {
+        if (m_taken == m_piece.size()) {
+            m_piece.clear();
+            m_taken = 0;
+            while (m_piece.empty() && m_b_more) {
+                m_b_more = m_document.write_more();
+            }
+            if (!m_b_more) {
+                m_output.flush();
+            }
+        }
+        const std::size_t count = std::min(room, m_piece.size() - m_taken);
+        std::memcpy(bytes, m_piece.data() + m_taken, count);
+        m_taken += count;
+        return count;
+    }
+
+private:
     bool take(std::string_view bytes) override
     {
-        if (steady_clock::now() > m_deadline) {
-            return false;
-        }
-        return m_b_chunked ? mg_send_chunk(m_connection, bytes.data(), static_cast<unsigned int>(bytes.size())) > 0
-                           : mg_write(m_connection, bytes.data(), bytes.size()) > 0;
+        m_piece.append(bytes);
+        return true;
     }
 
-    // A body that was cut off gets no end, so that the client sees that it is not whole.
-    void end()
-    {
-        if (m_b_chunked) {
-            mg_send_chunk(m_connection, "", 0);
-        }
-    }
-
-private:
-    mg_connection* m_connection;
-    bool m_b_chunked;
-    steady_clock::time_point m_deadline;
+    std::shared_ptr<RE_moment> m_moment;
+    std::string m_piece;
+    std::size_t m_taken = 0;
+    RE_output m_output{*this, piece_size};
+    RE_document m_document;
+    bool m_b_more = true;
 };
 
-class request
+struct client
 {
-public:
-    request(mg_connection* connection, const RE_http_limits& limits)
-        : m_connection(connection), m_info(*mg_get_request_info(connection)), m_limits(limits)
-    {}
+    client(int its_socket, const sockaddr* its_address) : socket(its_socket), address(address_key(its_address)) {}
 
-    // Answers, and returns the status.
-    int answer()
-    {
-        if (!is_method("GET") && !is_method("HEAD")) {
-            return send_text("405 Method Not Allowed", "Allow: GET, HEAD\r\n", "only GET and HEAD are served\n");
-        }
-        const std::string_view path = m_info.local_uri != nullptr ? m_info.local_uri : "";
-        if (path == "/metrics") {
-            return send_metrics();
-        }
-        if (path == "/api/v1/statistics") {
-            return send_statistics();
-        }
-        if (path == "/healthz") {
-            return send_text("200 OK", "", "ok\n");
-        }
-        if (path == "/") {
-            return send_text("200 OK", "", "kavstat " KAV_VERSION "\n/metrics\n/api/v1/statistics\n/healthz\n");
-        }
-        return send_text("404 Not Found", "", "not found; there are /metrics, /api/v1/statistics and /healthz\n");
-    }
-
-private:
-    bool is_method(const char* method) const
-    {
-        return m_info.request_method != nullptr && std::strcmp(m_info.request_method, method) == 0;
-    }
-    bool is_chunked() const { return m_info.http_version != nullptr && std::strcmp(m_info.http_version, "1.0") > 0; }
-
-    // write: fills an RE_output with the body.
-    template <typename Write>
-    int send(const char* status, const char* more_headers, const char* type, const Write& write)
-    {
-        mg_printf(m_connection,
-                  "HTTP/1.1 %s\r\nContent-Type: %s\r\nCache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\n"
-                  "Connection: close\r\n%s%s\r\n",
-                  status, type, more_headers, is_chunked() ? "Transfer-Encoding: chunked\r\n" : "");
-        if (!is_method("HEAD")) {
-            body_sink sink(m_connection, is_chunked(), m_limits.longest_answer);
-            RE_output output(sink);
-            write(output);
-            if (output.flush()) {
-                sink.end();
-            }
-        }
-        return std::atoi(status);
-    }
-
-    int send_text(const char* status, const char* more_headers, std::string_view text)
-    {
-        return send(status, more_headers, "text/plain; charset=utf-8", [&](RE_output& output) { output.add(text); });
-    }
-
-    int send_json_error(const char* status, const std::string& reason)
-    {
-        return send(status, "", "application/json", [&](RE_output& output) {
-            RE_json_writer json(output);
-            json.begin_object();
-            json.member_text("error", reason);
-            json.end_object();
-        });
-    }
-
-    int send_metrics()
-    {
-        RE_source source;
-        const bool b_up = source.open() == 0;
-        return send("200 OK", "", "text/plain; version=0.0.4; charset=utf-8", [&](RE_output& output) {
-            if (b_up) {
-                write_metrics_of(source.reader(), std::time(nullptr), output);
-            } else {
-                write_metrics_without_engine(output);
-            }
-        });
-    }
-
-    int send_statistics()
-    {
-        RE_json_scopes scopes;
-        const char* const query = m_info.query_string;
-        char words[256];
-        const int length = query != nullptr ? mg_get_var(query, std::strlen(query), "scope", words, sizeof words) : -1;
-        if (length == -2) {
-            return send_json_error("400 Bad Request", "the scope is too long");
-        }
-        if (length >= 0) {
-            std::string unknown;
-            const std::optional<RE_json_scopes> wanted = parse_json_scopes(words, unknown);
-            if (!wanted) {
-                return send_json_error("400 Bad Request", "no such scope: \"" + unknown + "\"");
-            }
-            scopes = *wanted;
-        }
-        RE_source source;
-        if (const int error = source.open()) {
-            return send_json_error("503 Service Unavailable", RE_source::reason_of(error));
-        }
-        return send("200 OK", "", "application/json",
-                    [&](RE_output& output) { write_statistics_json(source, scopes, std::time(nullptr), output); });
-    }
-
-    mg_connection* m_connection;
-    const mg_request_info& m_info;
-    const RE_http_limits& m_limits;
+    int socket;
+    std::string address;
+    steady_clock::time_point since = steady_clock::now();
+    std::string target;   // of the request
+    bool b_asked = false; // the request is complete
+    bool b_cut_off = false;
+    std::unique_ptr<document_answer> answer;
+    std::uint64_t taken = 0; // of the answer, and when that last became more
+    steady_clock::time_point taken_at = since;
 };
 
 } // namespace
 
-struct RE_http_server::implementation
+class RE_http_server::implementation
 {
-    RE_http_limits limits;
-    std::string first_message;
-    mg_context* context = nullptr;
+public:
+    implementation() = default;
+    ~implementation();
+    implementation(const implementation&) = delete;
+    implementation& operator=(const implementation&) = delete;
+
+    bool start(const RE_listen_address& address, const RE_http_limits& limits,
+               const std::vector<std::string>& allowed_hosts, std::string& reason);
+    const RE_listen_address& address() const { return m_address; }
+
+private:
+    // What the library calls.
+    static void on_connection(void* self, MHD_Connection* connection, void** context,
+                              MHD_ConnectionNotificationCode what);
+    static void* on_target(void* self, const char* target, MHD_Connection* connection);
+    static MHD_Result on_request(void* self, MHD_Connection* connection, const char* url, const char* method,
+                                 const char* version, const char* body, std::size_t* body_size, void** context);
+    static ssize_t read_answer(void* of_client, std::uint64_t position, char* bytes, std::size_t room);
+    static client* client_of(MHD_Connection* connection);
+
+    // Serving.
+    bool find_room();
+    void serve();
+    void accept_client();
+    void make_room();
+    void cut_off_oldest(const std::string* address);
+    void sweep();
+
+    // Answering.
+    MHD_Result answer(MHD_Connection* connection, client& asking, std::string_view method, std::string_view version);
+    bool is_host_allowed(const std::vector<std::string>& hosts) const;
+    MHD_Result send_metrics(MHD_Connection* connection, client& asking, bool b_head);
+    MHD_Result send_statistics(MHD_Connection* connection, client& asking, bool b_head, const RE_http_target& target);
+    template <typename Make>
+    MHD_Result send_document(MHD_Connection* connection, client& asking, bool b_head, std::shared_ptr<RE_moment> moment,
+                             const char* type, const Make& make);
+
+    RE_listen_address m_address;
+    RE_http_limits m_limits;
+    std::vector<std::string> m_allowed_hosts;
+    int m_listener = -1;
+    int m_stop = -1; // an event descriptor
+    MHD_Daemon* m_daemon = nullptr;
+    std::thread m_thread;
+    std::list<client> m_clients; // oldest first
+    steady_clock::time_point m_accept_again;
+    RE_moments m_moments{[this](const RE_moment& moment) {
+        for (client& each : m_clients) {
+            if (each.answer && &each.answer->moment() == &moment) {
+                cut_off(each);
+            }
+        }
+    }};
+
+    static void cut_off(client& one)
+    {
+        one.b_cut_off = true;
+        one.answer.reset();
+        reset_connection(one.socket);
+    }
 };
 
-std::optional<RE_listen_address> parse_listen_address(std::string_view text)
+RE_http_server::implementation::~implementation()
 {
-    const std::size_t colon = text.rfind(':');
-    if (colon == std::string_view::npos) {
-        return std::nullopt;
+    if (m_thread.joinable()) {
+        eventfd_write(m_stop, 1);
+        m_thread.join();
     }
-    const std::string_view port = text.substr(colon + 1);
-    std::string_view host = text.substr(0, colon);
-    int family = AF_INET;
-    if (host.size() > 2 && host.front() == '[' && host.back() == ']') {
-        host = host.substr(1, host.size() - 2);
-        family = AF_INET6;
+    if (m_daemon != nullptr) {
+        for (client& each : m_clients) {
+            cut_off(each);
+        }
+        MHD_stop_daemon(m_daemon);
     }
-    RE_listen_address address{std::string(host), 0};
-    unsigned char bytes[sizeof(in6_addr)];
-    const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), address.port);
-    const bool b_port = error == std::errc() && end == port.data() + port.size() && port.front() != '-' &&
-                        address.port >= 0 && address.port <= 65535;
-    if (!b_port || host.find('\0') != std::string_view::npos || inet_pton(family, address.host.c_str(), bytes) != 1) {
-        return std::nullopt;
+    for (const int descriptor : {m_listener, m_stop}) {
+        if (descriptor >= 0) {
+            close(descriptor);
+        }
     }
-    return address;
+}
+
+bool RE_http_server::implementation::start(const RE_listen_address& address, const RE_http_limits& limits,
+                                           const std::vector<std::string>& allowed_hosts, std::string& reason)
+{
+    m_address = address;
+    m_limits = limits;
+    m_allowed_hosts = allowed_hosts;
+    m_stop = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    m_listener = m_stop >= 0 ? listen_on(m_address) : -1;
+    if (m_listener < 0) {
+        reason = std::strerror(errno);
+        return false;
+    }
+    m_daemon = MHD_start_daemon(MHD_USE_EPOLL | MHD_USE_NO_LISTEN_SOCKET, 0, nullptr, nullptr, &on_request, this, //
+                                MHD_OPTION_CONNECTION_MEMORY_LIMIT, connection_memory,                            //
+                                MHD_OPTION_NOTIFY_CONNECTION, &on_connection, this,                               //
+                                MHD_OPTION_URI_LOG_CALLBACK, &on_target, this,                                    //
+                                MHD_OPTION_SIGPIPE_HANDLED_BY_APP, 1, MHD_OPTION_END);
+    if (m_daemon == nullptr) {
+        reason = std::strerror(errno);
+        return false;
+    }
+    if (!find_room()) {
+        reason = "too few descriptors; raise the limit on open files";
+        return false;
+    }
+    m_thread = std::thread([this] { serve(); });
+    return true;
+}
+
+// No more connections than there are descriptors for. False when that is not enough to serve anybody.
+bool RE_http_server::implementation::find_room()
+{
+    std::error_code error;
+    const auto open = static_cast<std::size_t>(std::distance(
+        std::filesystem::directory_iterator("/proc/self/fd", error), std::filesystem::directory_iterator()));
+    rlimit allowed{};
+    getrlimit(RLIMIT_NOFILE, &allowed);
+    const std::size_t taken = open + spare_descriptors;
+    const std::size_t room = allowed.rlim_cur > taken ? allowed.rlim_cur - taken : 0;
+    m_limits.connections = std::min(m_limits.connections, room);
+    return m_limits.connections >= 2;
+}
+
+void RE_http_server::implementation::serve()
+{
+    const int library = MHD_get_daemon_info(m_daemon, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd;
+    auto next_sweep = steady_clock::now();
+    bool b_clients = false; // since the last sweep
+    for (;;) {
+        // A client that was cut off keeps its place until the library has noticed.
+        const bool b_accept = m_clients.size() < m_limits.connections && steady_clock::now() >= m_accept_again;
+        unsigned long long wait = sweep_interval.count();
+        MHD_get_timeout(m_daemon, &wait);
+        wait = std::min<unsigned long long>(wait, sweep_interval.count());
+        pollfd ready[] = {{library, POLLIN, 0}, {m_stop, POLLIN, 0}, {b_accept ? m_listener : -1, POLLIN, 0}};
+        poll(ready, std::size(ready), b_accept && !b_clients ? -1 : static_cast<int>(wait));
+        if (ready[1].revents != 0) {
+            return;
+        }
+        if (ready[2].revents != 0) {
+            accept_client();
+            b_clients = true;
+        }
+        MHD_run(m_daemon);
+        if (steady_clock::now() >= next_sweep) {
+            sweep();
+            b_clients = !m_clients.empty();
+            next_sweep = steady_clock::now() + sweep_interval;
+        }
+    }
+}
+
+// One at a time, so that its request is read before another one asks for its place.
+void RE_http_server::implementation::accept_client()
+{
+    sockaddr_storage address{};
+    socklen_t size = sizeof address;
+    const int socket = accept4(m_listener, reinterpret_cast<sockaddr*>(&address), &size, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (socket < 0) {
+        // Without descriptors or memory the listener stays ready, and nothing would change by trying at once.
+        if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+            m_accept_again = steady_clock::now() + accept_pause;
+        }
+        return;
+    }
+    setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &send_buffer, sizeof send_buffer);
+    // Closes the socket when it fails.
+    if (MHD_add_connection(m_daemon, socket, reinterpret_cast<sockaddr*>(&address), size) == MHD_YES &&
+        !m_clients.empty()) {
+        make_room();
+    }
+}
+
+// Keeps a place free for the next client, and others' places free of an address that has many.
+void RE_http_server::implementation::make_room()
+{
+    const std::string& address = m_clients.back().address;
+    std::size_t all = 0;
+    std::size_t of_address = 0;
+    for (const client& each : m_clients) {
+        all += each.b_cut_off ? 0 : 1;
+        of_address += !each.b_cut_off && each.address == address ? 1 : 0;
+    }
+    if (of_address > m_limits.connections_of_address) {
+        cut_off_oldest(&address);
+    } else if (all == m_limits.connections) {
+        cut_off_oldest(nullptr);
+    }
+}
+
+// The newest stays. address: of which the client is; of any when null.
+void RE_http_server::implementation::cut_off_oldest(const std::string* address)
+{
+    client* oldest = nullptr;
+    for (client& each : m_clients) {
+        const bool b_candidate =
+            !each.b_cut_off && &each != &m_clients.back() && (address == nullptr || each.address == *address);
+        if (b_candidate && (oldest == nullptr || (oldest->b_asked && !each.b_asked))) {
+            oldest = &each;
+        }
+    }
+    if (oldest != nullptr) {
+        cut_off(*oldest);
+    }
+}
+
+// Cuts off who has had the time that there is for a request or an answer.
+void RE_http_server::implementation::sweep()
+{
+    const auto now = steady_clock::now();
+    for (client& each : m_clients) {
+        if (each.b_cut_off) {
+            continue;
+        }
+        if (each.b_asked) {
+            if (const std::uint64_t taken = taken_bytes(each.socket); taken != each.taken) {
+                each.taken = taken;
+                each.taken_at = now;
+            }
+        }
+        if (now - each.taken_at > m_limits.idle || now - each.since > m_limits.longest_answer) {
+            cut_off(each);
+        }
+    }
+    // What many clients have needed goes back to the system.
+    if (m_clients.empty()) {
+        malloc_trim(0);
+    }
+}
+
+client* RE_http_server::implementation::client_of(MHD_Connection* connection)
+{
+    return static_cast<client*>(
+        MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT)->socket_context);
+}
+
+void RE_http_server::implementation::on_connection(void* self, MHD_Connection* connection, void** context,
+                                                   MHD_ConnectionNotificationCode what)
+{
+    std::list<client>& clients = static_cast<implementation*>(self)->m_clients;
+    if (what == MHD_CONNECTION_NOTIFY_STARTED) {
+        const int socket = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
+        try {
+            *context = &clients.emplace_back(
+                socket, MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS)->client_addr);
+        } catch (const std::exception&) {
+            reset_connection(socket);
+        }
+    } else if (*context != nullptr) {
+        // What has arrived and was not read would end the answer by a reset.
+        const auto* const gone = static_cast<const client*>(*context);
+        recv(gone->socket, nullptr, 1U << 20U, MSG_DONTWAIT | MSG_TRUNC);
+        clients.remove_if([&](const client& each) { return &each == gone; });
+    }
+}
+
+void* RE_http_server::implementation::on_target(void*, const char* target, MHD_Connection* connection)
+{
+    // As it was sent; the library's own decoding would end it at an encoded NUL.
+    if (client* const asking = client_of(connection); asking != nullptr) {
+        try {
+            asking->target = target;
+        } catch (const std::exception&) {
+            cut_off(*asking);
+        }
+    }
+    return nullptr;
+}
+
+ssize_t RE_http_server::implementation::read_answer(void* of_client, std::uint64_t, char* bytes, std::size_t room)
+{
+    client& asking = *static_cast<client*>(of_client);
+    try {
+        if (asking.answer) {
+            const std::size_t count = asking.answer->read(bytes, room);
+            if (count > 0) {
+                return static_cast<ssize_t>(count);
+            }
+            if (asking.answer->is_whole()) {
+                return MHD_CONTENT_READER_END_OF_STREAM;
+            }
+            cut_off(asking);
+        }
+    } catch (const std::exception&) {
+        cut_off(asking);
+    }
+    return MHD_CONTENT_READER_END_WITH_ERROR;
+}
+
+namespace {
+
+MHD_Result send(MHD_Connection* connection, MHD_Response* response, unsigned int status, const char* type)
+{
+    if (response == nullptr) {
+        return MHD_NO;
+    }
+    MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, type);
+    MHD_add_response_header(response, MHD_HTTP_HEADER_CACHE_CONTROL, "no-store");
+    MHD_add_response_header(response, "X-Content-Type-Options", "nosniff");
+    MHD_add_response_header(response, MHD_HTTP_HEADER_CONNECTION, "close");
+    if (status == MHD_HTTP_METHOD_NOT_ALLOWED) {
+        MHD_add_response_header(response, MHD_HTTP_HEADER_ALLOW, "GET, HEAD");
+    }
+    const MHD_Result result = MHD_queue_response(connection, status, response);
+    MHD_destroy_response(response);
+    return result;
+}
+
+MHD_Result send_text(MHD_Connection* connection, unsigned int status, std::string_view text,
+                     const char* type = plain_type)
+{
+    // Copied.
+    void* const bytes = const_cast<char*>(text.data());
+    return send(connection, MHD_create_response_from_buffer(text.size(), bytes, MHD_RESPMEM_MUST_COPY), status, type);
+}
+
+// write: writes the text to an RE_output.
+template <typename Write>
+std::string text_of(const Write& write)
+{
+    RE_string_sink sink;
+    RE_output output(sink);
+    write(output);
+    output.flush();
+    return sink.text();
+}
+
+MHD_Result send_json_error(MHD_Connection* connection, unsigned int status, const std::string& reason)
+{
+    const std::string text = text_of([&](RE_output& output) {
+        RE_json_writer json(output);
+        json.begin_object();
+        json.member_text("error", reason);
+        json.end_object();
+    });
+    return send_text(connection, status, text, json_type);
+}
+
+bool has_body(MHD_Connection* connection)
+{
+    const char* const length = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_CONTENT_LENGTH);
+    return (length != nullptr && std::strspn(length, "0") != std::strlen(length)) ||
+           MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_TRANSFER_ENCODING) != nullptr;
+}
+
+// All values of the head's Host fields.
+std::vector<std::string> hosts_of(MHD_Connection* connection)
+{
+    std::vector<std::string> hosts;
+    const auto add = [](void* to, MHD_ValueKind, const char* key, const char* value) {
+        if (strcasecmp(key, MHD_HTTP_HEADER_HOST) == 0) {
+            static_cast<std::vector<std::string>*>(to)->emplace_back(value != nullptr ? value : "");
+        }
+        return MHD_YES;
+    };
+    MHD_get_connection_values(connection, MHD_HEADER_KIND, add, &hosts);
+    return hosts;
+}
+
+} // namespace
+
+MHD_Result RE_http_server::implementation::on_request(void* self, MHD_Connection* connection, const char*,
+                                                      const char* method, const char* version, const char*,
+                                                      std::size_t*, void**)
+{
+    client* const asking = client_of(connection);
+    if (asking == nullptr || asking->b_cut_off) {
+        return MHD_NO;
+    }
+    asking->b_asked = true;
+    asking->taken_at = steady_clock::now();
+    try {
+        return static_cast<implementation*>(self)->answer(connection, *asking, method, version);
+    } catch (const std::exception&) {
+        return MHD_NO;
+    }
+}
+
+MHD_Result RE_http_server::implementation::answer(MHD_Connection* connection, client& asking, std::string_view method,
+                                                  std::string_view version)
+{
+    const bool b_head = method == MHD_HTTP_METHOD_HEAD;
+    if (has_body(connection)) {
+        return send_text(connection, MHD_HTTP_CONTENT_TOO_LARGE, "a request with a body is not served\n");
+    }
+    if (method != MHD_HTTP_METHOD_GET && !b_head) {
+        return send_text(connection, MHD_HTTP_METHOD_NOT_ALLOWED, "only GET and HEAD are served\n");
+    }
+    if (MHD_get_connection_info(connection, MHD_CONNECTION_INFO_REQUEST_HEADER_SIZE)->header_size > longest_head) {
+        return send_text(connection, MHD_HTTP_REQUEST_HEADER_FIELDS_TOO_LARGE, "the request is too long\n");
+    }
+    const std::optional<RE_http_target> target = parse_http_target(asking.target);
+    std::vector<std::string> hosts = hosts_of(connection);
+    if (!target || hosts.size() > 1 || (hosts.empty() && version == MHD_HTTP_VERSION_1_1)) {
+        return send_text(connection, MHD_HTTP_BAD_REQUEST, "not a request for a path of one host\n");
+    }
+    if (target->host) {
+        hosts.push_back(*target->host);
+    }
+    // Without any host it is no browser that asks.
+    if (!is_host_allowed(hosts)) {
+        return send_text(connection, MHD_HTTP_FORBIDDEN, "not a name of this server; see kavstat serve --allow-host\n");
+    }
+    if (target->path == "/metrics") {
+        return send_metrics(connection, asking, b_head);
+    }
+    if (target->path == "/api/v1/statistics") {
+        return send_statistics(connection, asking, b_head, *target);
+    }
+    if (target->path == "/healthz") {
+        return send_text(connection, MHD_HTTP_OK, "ok\n");
+    }
+    if (target->path == "/") {
+        return send_text(connection, MHD_HTTP_OK, "kavstat " KAV_VERSION "\n/metrics\n/api/v1/statistics\n/healthz\n");
+    }
+    return send_text(connection, MHD_HTTP_NOT_FOUND,
+                     "not found; there are /metrics, /api/v1/statistics and /healthz\n");
+}
+
+bool RE_http_server::implementation::is_host_allowed(const std::vector<std::string>& hosts) const
+{
+    return !m_address.is_loopback() || std::all_of(hosts.begin(), hosts.end(), [this](const std::string& host) {
+        return is_own_host(host, m_allowed_hosts);
+    });
+}
+
+// make: makes the document of a moment, for an output.
+template <typename Make>
+MHD_Result RE_http_server::implementation::send_document(MHD_Connection* connection, client& asking, bool b_head,
+                                                         std::shared_ptr<RE_moment> moment, const char* type,
+                                                         const Make& make)
+{
+    if (!b_head) {
+        asking.answer = std::make_unique<document_answer>(std::move(moment), make);
+    }
+    MHD_Response* const response =
+        MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, piece_size, &read_answer, &asking, nullptr);
+    if (b_head && response != nullptr) {
+        // The library would end a body in chunks that is not there.
+        MHD_set_response_options(response, MHD_RF_HTTP_1_0_COMPATIBLE_STRICT, MHD_RO_END);
+    }
+    return send(connection, response, MHD_HTTP_OK, type);
+}
+
+MHD_Result RE_http_server::implementation::send_metrics(MHD_Connection* connection, client& asking, bool b_head)
+{
+    int error = 0;
+    std::shared_ptr<RE_moment> moment = m_moments.now(error);
+    if (error == RE_STAT_ERR_READ || error == RE_STAT_ERR_NO_MEMORY) {
+        // Says nothing about the engine.
+        return send_text(connection, MHD_HTTP_SERVICE_UNAVAILABLE, RE_source::reason_of(error) + "\n");
+    }
+    if (moment == nullptr) {
+        return send_text(connection, MHD_HTTP_OK, text_of(write_metrics_without_engine), metrics_type);
+    }
+    return send_document(connection, asking, b_head, std::move(moment), metrics_type,
+                         [](RE_moment& of, RE_output& output) { return of.exposition.document(output); });
+}
+
+MHD_Result RE_http_server::implementation::send_statistics(MHD_Connection* connection, client& asking, bool b_head,
+                                                           const RE_http_target& target)
+{
+    std::string unknown;
+    const std::optional<RE_json_scopes> scopes =
+        target.scope ? parse_json_scopes(*target.scope, unknown) : RE_json_scopes();
+    if (!scopes) {
+        return send_json_error(connection, MHD_HTTP_BAD_REQUEST, "no such scope: \"" + unknown + "\"");
+    }
+    int error = 0;
+    std::shared_ptr<RE_moment> moment = m_moments.now(error);
+    if (moment == nullptr) {
+        return send_json_error(connection, MHD_HTTP_SERVICE_UNAVAILABLE, RE_source::reason_of(error));
+    }
+    return send_document(
+        connection, asking, b_head, std::move(moment), json_type,
+        [&](RE_moment& of, RE_output& output) { return statistics_json(*of.source, of.snapshot, *scopes, output); });
 }
 
 RE_http_server::RE_http_server() : m_impl(std::make_unique<implementation>())
 {}
 
-RE_http_server::~RE_http_server()
+RE_http_server::~RE_http_server() = default;
+
+bool RE_http_server::start(const RE_listen_address& address, const RE_http_limits& limits,
+                           const std::vector<std::string>& allowed_hosts, std::string& reason)
 {
-    if (m_impl->context != nullptr) {
-        mg_stop(m_impl->context);
-        mg_exit_library();
-    }
+    return m_impl->start(address, limits, allowed_hosts, reason);
 }
 
-bool RE_http_server::start(const RE_listen_address& address, const RE_http_limits& limits, std::string& reason)
+const RE_listen_address& RE_http_server::address() const
 {
-    m_impl->limits = limits;
-    const bool b_v6 = address.host.find(':') != std::string::npos;
-    const std::string where = (b_v6 ? "[" + address.host + "]" : address.host) + ":" + std::to_string(address.port);
-    const std::string threads = std::to_string(limits.threads);
-    const std::string queue = std::to_string(limits.queue);
-    const std::string timeout = std::to_string(limits.idle.count());
-    // No folder is served and no other site's script may ask: what is not answered below does not exist.
-    const char* options[] = {"listening_ports",
-                             where.c_str(),
-                             "num_threads",
-                             threads.c_str(),
-                             "connection_queue",
-                             queue.c_str(),
-                             "request_timeout_ms",
-                             timeout.c_str(),
-                             "enable_keep_alive",
-                             "no",
-                             "enable_directory_listing",
-                             "no",
-                             "access_control_allow_origin",
-                             "",
-                             nullptr};
-
-    mg_callbacks callbacks{};
-    callbacks.begin_request = [](mg_connection* connection) {
-        const auto* const self = static_cast<implementation*>(mg_get_user_data(mg_get_context(connection)));
-        return request(connection, self->limits).answer();
-    };
-    // Requests that are none do not get as far as that. The server's own words for them would tell what it is made of.
-    callbacks.http_error = [](mg_connection* connection, int status, const char*) {
-        mg_printf(connection,
-                  "HTTP/1.1 %d %s\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Length: 0\r\n"
-                  "Connection: close\r\n\r\n",
-                  status, mg_get_response_code_text(connection, status));
-        return 0;
-    };
-    callbacks.log_message = [](const mg_connection* connection, const char* message) {
-        // Before it serves, the server says here why it cannot; later it says what clients do, which is their affair.
-        if (auto* const self = static_cast<implementation*>(mg_get_user_data(mg_get_context(connection)));
-            self != nullptr && self->context == nullptr && self->first_message.empty()) {
-            self->first_message = message;
-        }
-        return 1;
-    };
-
-    mg_init_library(MG_FEATURES_DEFAULT);
-    char text[256] = "";
-    unsigned int code = 0;
-    mg_error_data error{&code, text, sizeof text};
-    mg_init_data init{&callbacks, m_impl.get(), options};
-    mg_context* const context = mg_start2(&init, &error);
-    if (context == nullptr) {
-        reason = !m_impl->first_message.empty() ? m_impl->first_message : text;
-        mg_exit_library();
-        return false;
-    }
-    m_impl->context = context;
-    return true;
-}
-
-int RE_http_server::port() const
-{
-    mg_server_port port{};
-    return m_impl->context != nullptr && mg_get_server_ports(m_impl->context, 1, &port) == 1 ? port.port : 0;
+    return m_impl->address();
 }

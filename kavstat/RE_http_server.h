@@ -1,30 +1,26 @@
-// Serves statistics over HTTP: /metrics, /api/v1/statistics, /healthz. Each request reads the engine's statistics anew,
-// with a reader of its own, so an engine that stops, starts or restarts is followed from one request to the next.
+// Serves statistics over HTTP: /metrics, /api/v1/statistics, /healthz. Each request looks for the engine anew, so an
+// engine that stops, starts or restarts is followed from one request to the next.
 //
-// Nothing that a client does takes more than a bounded share: requests are limited in size, a fixed number of threads
-// serves a bounded queue, and both a request and its answer have to come to an end in time.
+// One thread serves all clients; none of them can make it wait. Each has a bounded share of memory and of time:
+// requests are limited in size, answers are written piece by piece as they are taken, and both have to come to an end
+// in time.
 #pragma once
+
+#include "RE_listener.h"
 
 #include <chrono>
 #include <memory>
-#include <optional>
 #include <string>
-#include <string_view>
-
-struct RE_listen_address
-{
-    std::string host; // a numeric address, "127.0.0.1" or "::1"
-    int port = 0;     // 0 for any that is free
-};
-// "127.0.0.1:9748" or "[::1]:9748"; nothing when it is not of that form.
-std::optional<RE_listen_address> parse_listen_address(std::string_view text);
+#include <vector>
 
 struct RE_http_limits
 {
-    int threads = 16;                                // requests served at a time
-    int queue = 32;                                  // connections that wait for a thread
-    std::chrono::milliseconds idle{3000};            // a client that neither sends nor takes anything is dropped
-    std::chrono::milliseconds longest_answer{30000}; // an answer that takes longer is cut off
+    // Connections at a time. When there are more, one is cut off: the oldest that has not sent its request yet, or the
+    // oldest of all.
+    std::size_t connections = 256;
+    std::size_t connections_of_address = 128;        // of an IPv4 address, or of an IPv6 network of 64 bits
+    std::chrono::milliseconds idle{3000};            // for the whole request, and then for a client that takes nothing
+    std::chrono::milliseconds longest_answer{30000}; // from the beginning of the connection to the end of the answer
 };
 
 class RE_http_server
@@ -36,12 +32,15 @@ public:
     RE_http_server(const RE_http_server&) = delete;
     RE_http_server& operator=(const RE_http_server&) = delete;
 
-    // Starts serving in threads of its own; false with a reason when the address cannot be listened on.
-    bool start(const RE_listen_address& address, const RE_http_limits& limits, std::string& reason);
-    // The port that is listened on.
-    int port() const;
+    // Starts serving in a thread of its own; false with a reason when the address cannot be listened on.
+    // allowed_hosts: names that clients of a loopback address may use beside those of loopback.
+    bool start(const RE_listen_address& address, const RE_http_limits& limits,
+               const std::vector<std::string>& allowed_hosts, std::string& reason);
+    // What is listened on, with the port that was found.
+    const RE_listen_address& address() const;
+    int port() const { return address().port; }
 
 private:
-    struct implementation;
+    class implementation;
     std::unique_ptr<implementation> m_impl;
 };

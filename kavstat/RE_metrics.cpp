@@ -2,9 +2,10 @@
 
 #include "RE_text.h"
 
+#include <algorithm>
 #include <charconv>
-#include <set>
 #include <span>
+#include <tuple>
 
 namespace {
 
@@ -14,13 +15,8 @@ constexpr const char* peer_prefix = "kav_peer_";
 constexpr const char* peer_connections_prefix = "kav_peer_connections_";
 constexpr const char* application_prefix = "kav_application_";
 
-// One of several things that a metric has a series for.
-template <typename Thing>
-struct labelled
-{
-    const Thing* thing;
-    std::string labels; // {peer="1"}
-};
+// Far less than a piece of a document that a client holds.
+constexpr std::size_t series_at_once = 32;
 
 void add_head(RE_output& output, const std::string& name, std::string_view meaning, bool b_total)
 {
@@ -43,9 +39,12 @@ void add_gauge(RE_output& output, const std::string& name, std::string_view mean
 }
 
 // Counters without labels of their own, the members of a range apart.
-void add_figures(RE_output& output, const char* prefix, RE_counter_scope scope, std::span<const long long> figures)
+void add_figures(RE_document& document, RE_output& output, const char* prefix, RE_counter_scope scope,
+                 std::span<const long long> figures)
 {
-    for (const RE_named_counter& counter : counters_of(scope)) {
+    const std::vector<RE_named_counter>& counters = counters_of(scope);
+    document.add_each(counters.size(), [&, prefix, figures](std::size_t at) {
+        const RE_named_counter& counter = counters[at];
         const std::string name = prefix + metric_name_of(counter);
         add_head(output, name, counter.info.meaning, counter.is_total());
         for (int id = counter.id(); id <= counter.info.last_id; ++id) {
@@ -59,47 +58,7 @@ void add_figures(RE_output& output, const char* prefix, RE_counter_scope scope, 
             add_metric_value(output, counter.info.unit, figures[static_cast<std::size_t>(id)]);
             output.add('\n');
         }
-    }
-}
-
-// A metric for every counter, and in it a series for every thing. figure: the thing's value of a counter's id.
-template <typename Thing, typename Figure>
-void add_families(RE_output& output, const char* prefix, RE_counter_scope scope,
-                  const std::vector<labelled<Thing>>& things, const Figure& figure)
-{
-    if (things.empty()) {
-        return;
-    }
-    for (const RE_named_counter& counter : counters_of(scope)) {
-        const std::string name = prefix + metric_name_of(counter);
-        add_head(output, name, counter.info.meaning, counter.is_total());
-        for (const labelled<Thing>& one : things) {
-            output.add(name);
-            output.add(one.labels);
-            add_metric_value(output, counter.info.unit, figure(*one.thing, static_cast<std::size_t>(counter.id())));
-            output.add('\n');
-        }
-        if (!output.is_ok()) {
-            return;
-        }
-    }
-}
-
-// A metric of one more value that things have.
-template <typename Thing, typename Value>
-void add_family(RE_output& output, const std::string& name, std::string_view meaning, bool b_total,
-                const std::vector<labelled<Thing>>& things, const Value& value)
-{
-    if (things.empty()) {
-        return;
-    }
-    add_head(output, name, meaning, b_total);
-    for (const labelled<Thing>& one : things) {
-        output.add(name);
-        output.add(one.labels);
-        output.add_number(value(*one.thing));
-        output.add('\n');
-    }
+    });
 }
 
 std::string label(const char* name, std::string_view value)
@@ -107,65 +66,116 @@ std::string label(const char* name, std::string_view value)
     return std::string(name) + "=\"" + escaped_label(clean_text(value)) + "\"";
 }
 
-void add_peers(RE_output& output, const RE_snapshot& snapshot)
+void add_labels(RE_output& output, const RE_snapshot_peer& peer)
 {
-    std::vector<labelled<RE_snapshot_peer>> peers;
-    std::set<int> numbers;
-    for (const RE_snapshot_peer& peer : snapshot.peers) {
-        if (numbers.insert(peer.number).second) {
-            peers.push_back({&peer, "{peer=\"" + std::to_string(peer.number) + "\"} "});
-        }
-    }
-    add_gauge(output, "kavstat_skipped_peers", "peers left out because another one has the same number",
-              static_cast<long long>(snapshot.peers.size() - peers.size()));
-    if (!peers.empty()) {
-        add_head(output, "kav_peer_info", "who the peer is; always 1", false);
-    }
-    for (const labelled<RE_snapshot_peer>& one : peers) {
-        const RE_stat_peer_header& header = one.thing->header;
-        output.add("kav_peer_info{");
-        output.add(label("peer", std::to_string(one.thing->number)) + ",");
-        output.add(label("kav_peer_id", header.m_kav_peer_id.getString()) + ",");
-        output.add(label("mac_id", header.m_peer_mac_id.getString()) + ",");
-        output.add(label("ip", ip_text(header.m_peer_ip)) + ",");
-        output.add(label("host_name", text_in(header.m_peer_host_name)));
-        output.add("} 1\n");
-    }
-    add_family(output, "kav_peer_outdated", "1 when the peer's record is outdated", false, peers,
-               [](const RE_snapshot_peer& peer) { return peer.header.m_b_outdated != 0 ? 1 : 0; });
-    add_family(output, "kav_peer_active_connections", "connections open with the peer now", false, peers,
-               [](const RE_snapshot_peer& peer) { return peer.active_connections; });
-    add_families(output, peer_prefix, RE_counter_scope::peer, peers,
-                 [](const RE_snapshot_peer& peer, std::size_t id) { return peer.figures[id]; });
-    add_families(output, peer_connections_prefix, RE_counter_scope::connection, peers,
-                 [](const RE_snapshot_peer& peer, std::size_t id) { return peer.connections[id]; });
+    output.add("{peer=\"");
+    output.add_number(peer.number);
+    output.add("\"} ");
 }
 
-void add_applications(RE_output& output, const RE_snapshot& snapshot)
+void add_labels(RE_output& output, const RE_snapshot_app& app)
 {
-    const RE_peer_numbers peers(snapshot);
-    std::vector<labelled<RE_snapshot_app>> apps;
-    std::set<std::string> seen;
-    for (const RE_snapshot_app& app : snapshot.apps) {
-        const RE_stat_app_header& header = app.app.m_header;
-        const int peer = peers.number_of(header.m_kav_peer_id);
-        // The identity as well, as an application may outlive its peer's record, and with it the number.
-        std::string labels = "{" + label("application", application_label(header)) + "," +
-                             label("peer", peer >= 0 ? std::to_string(peer) : "") + "," +
-                             label("kav_peer_id", header.m_kav_peer_id.getString()) + "} ";
-        if (seen.insert(labels).second) {
-            apps.push_back({&app, std::move(labels)});
-        }
+    output.add("{application=\"");
+    output.add(application_label(app.app.m_header));
+    output.add("\",peer=\"");
+    if (app.peer_number >= 0) {
+        output.add_number(app.peer_number);
     }
-    add_gauge(output, "kavstat_skipped_applications", "applications left out because another one has the same labels",
-              static_cast<long long>(snapshot.apps.size() - apps.size()));
-    add_family(output, "kav_application_opened_total", "connections of the application opened, wraps at 2^23", true,
-               apps, [](const RE_snapshot_app& app) { return static_cast<long long>(app.app.m_header.m_open_cnt); });
-    add_family(output, "kav_application_closed_total", "connections of the application closed, wraps at 2^24", true,
-               apps, [](const RE_snapshot_app& app) { return static_cast<long long>(app.app.m_header.m_close_cnt); });
-    add_families(
-        output, application_prefix, RE_counter_scope::application, apps,
-        [](const RE_snapshot_app& app, std::size_t id) { return static_cast<long long>(app.app.m_id_array[id]); });
+    // The identity as well, as an application may outlive its peer's record, and with it the number.
+    output.add("\",kav_peer_id=\"");
+    output.add(app.app.m_header.m_kav_peer_id.getString());
+    output.add("\"} ");
+}
+
+// A metric for every counter, and in it a series for every thing. figure: the thing's value of a counter's id.
+template <typename Thing, typename Figure>
+void add_families(RE_document& document, RE_output& output, const char* prefix, RE_counter_scope scope,
+                  const std::vector<const Thing*>& things, const Figure& figure)
+{
+    if (things.empty()) {
+        return;
+    }
+    document.add([&output, &things, &counters = counters_of(scope), prefix, figure, name = std::string(),
+                  family = std::size_t{0}, next = std::size_t{0}]() mutable {
+        const RE_named_counter& counter = counters[family];
+        if (next == 0) {
+            name = prefix + metric_name_of(counter);
+            add_head(output, name, counter.info.meaning, counter.is_total());
+        }
+        const std::size_t end = std::min(next + series_at_once, things.size());
+        for (; next < end; ++next) {
+            output.add(name);
+            add_labels(output, *things[next]);
+            add_metric_value(output, counter.info.unit, figure(*things[next], static_cast<std::size_t>(counter.id())));
+            output.add('\n');
+        }
+        if (next == things.size()) {
+            next = 0;
+            ++family;
+        }
+        return family < counters.size();
+    });
+}
+
+// A metric of one more value that things have.
+template <typename Thing, typename Value>
+void add_family(RE_document& document, RE_output& output, const char* name, const char* meaning, bool b_total,
+                const std::vector<const Thing*>& things, const Value& value)
+{
+    document.add_each(things.size(), [&, name, meaning, b_total, value](std::size_t at) {
+        if (at == 0) {
+            add_head(output, name, meaning, b_total);
+        }
+        output.add(name);
+        add_labels(output, *things[at]);
+        output.add_number(value(*things[at]));
+        output.add('\n');
+    });
+}
+
+void add_peer_info(RE_output& output, const RE_snapshot_peer& peer)
+{
+    const RE_stat_peer_header& header = peer.header;
+    output.add("kav_peer_info{");
+    output.add(label("peer", std::to_string(peer.number)) + ",");
+    output.add(label("kav_peer_id", header.m_kav_peer_id.getString()) + ",");
+    output.add(label("mac_id", header.m_peer_mac_id.getString()) + ",");
+    output.add(label("ip", ip_text(header.m_peer_ip)) + ",");
+    output.add(label("host_name", text_in(header.m_peer_host_name)));
+    output.add("} 1\n");
+}
+
+// Of things that compare equal only the first is kept; the order stays.
+template <typename Thing, typename Less>
+std::vector<const Thing*> first_of_each(const std::vector<Thing>& things, const Less& less)
+{
+    std::vector<const Thing*> kept;
+    kept.reserve(things.size());
+    for (const Thing& thing : things) {
+        kept.push_back(&thing);
+    }
+    std::stable_sort(kept.begin(), kept.end(),
+                     [&](const Thing* one, const Thing* other) { return less(*one, *other); });
+    const auto b_equal = [&](const Thing* one, const Thing* other) { return !less(*one, *other); };
+    kept.erase(std::unique(kept.begin(), kept.end(), b_equal), kept.end());
+    std::sort(kept.begin(), kept.end());
+    return kept;
+}
+
+bool has_lesser_number(const RE_snapshot_peer& one, const RE_snapshot_peer& other)
+{
+    return one.number < other.number;
+}
+
+// By what the labels show.
+bool has_lesser_labels(const RE_snapshot_app& one, const RE_snapshot_app& other)
+{
+    const auto key = [](const RE_snapshot_app& app) {
+        const RE_stat_app_header& header = app.app.m_header;
+        return std::make_tuple(header.m_server_port, header.m_b_src_port, header.m_policy_engine_handler,
+                               std::to_array(header.m_kav_peer_id.m_data));
+    };
+    return key(one) < key(other);
 }
 
 void add_program(RE_output& output, bool b_up)
@@ -266,36 +276,89 @@ std::vector<std::string> metrics_of(RE_counter_scope scope, const RE_named_count
     return {application_prefix + name};
 }
 
-void write_metrics(const RE_snapshot& snapshot, const RE_metrics_extra& extra, RE_output& output)
-{
-    add_program(output, true);
-    add_gauge(output, "kav_engine_start_time_seconds", "when the engine was started, seconds since the epoch",
-              snapshot.engine_start_time);
-    add_gauge(output, "kav_active_connections", "connections open now", snapshot.active_connections);
-    if (extra.bypass_servers >= 0) {
-        add_gauge(output, "kav_bypass_servers", "servers in the auto-bypass table", extra.bypass_servers);
-    }
-    add_figures(output, engine_prefix, RE_counter_scope::engine, snapshot.engine);
-    add_figures(output, connections_prefix, RE_counter_scope::connection, snapshot.connections);
-    add_peers(output, snapshot);
-    add_applications(output, snapshot);
-}
-
 void write_metrics_without_engine(RE_output& output)
 {
     add_program(output, false);
 }
 
+RE_exposition::RE_exposition(RE_image_reader& reader, const RE_snapshot& snapshot)
+    : m_snapshot(snapshot), m_peers(first_of_each(snapshot.peers, has_lesser_number)),
+      m_apps(first_of_each(snapshot.apps, has_lesser_labels))
+{
+    if (const auto bypass = read_bypass(reader)) {
+        m_bypass_servers = static_cast<int>(bypass->size());
+    }
+}
+
+RE_document RE_exposition::document(RE_output& output) const
+{
+    RE_document document;
+    document.add_once([this, &output] { write_engine(output); });
+    add_figures(document, output, engine_prefix, RE_counter_scope::engine, m_snapshot.engine);
+    add_figures(document, output, connections_prefix, RE_counter_scope::connection, m_snapshot.connections);
+    add_peers(document, output);
+    add_applications(document, output);
+    return document;
+}
+
+void RE_exposition::write_engine(RE_output& output) const
+{
+    add_program(output, true);
+    add_gauge(output, "kav_engine_start_time_seconds", "when the engine was started, seconds since the epoch",
+              m_snapshot.engine_start_time);
+    add_gauge(output, "kav_active_connections", "connections open now", m_snapshot.active_connections);
+    if (m_bypass_servers >= 0) {
+        add_gauge(output, "kav_bypass_servers", "servers in the auto-bypass table", m_bypass_servers);
+    }
+}
+
+void RE_exposition::add_peers(RE_document& document, RE_output& output) const
+{
+    document.add_once([this, &output] {
+        add_gauge(output, "kavstat_skipped_peers", "peers left out because another one has the same number",
+                  static_cast<long long>(m_snapshot.peers.size() - m_peers.size()));
+        if (!m_peers.empty()) {
+            add_head(output, "kav_peer_info", "who the peer is; always 1", false);
+        }
+    });
+    document.add_each(m_peers.size(), [this, &output](std::size_t at) { add_peer_info(output, *m_peers[at]); });
+    add_family(document, output, "kav_peer_outdated", "1 when the peer's record is outdated", false, m_peers,
+               [](const RE_snapshot_peer& peer) { return peer.header.m_b_outdated != 0 ? 1 : 0; });
+    add_family(document, output, "kav_peer_active_connections", "connections open with the peer now", false, m_peers,
+               [](const RE_snapshot_peer& peer) { return peer.active_connections; });
+    add_families(document, output, peer_prefix, RE_counter_scope::peer, m_peers,
+                 [](const RE_snapshot_peer& peer, std::size_t id) { return peer.figures[id]; });
+    add_families(document, output, peer_connections_prefix, RE_counter_scope::connection, m_peers,
+                 [](const RE_snapshot_peer& peer, std::size_t id) { return peer.connections[id]; });
+}
+
+void RE_exposition::add_applications(RE_document& document, RE_output& output) const
+{
+    document.add_once([this, &output] {
+        add_gauge(output, "kavstat_skipped_applications",
+                  "applications left out because another one has the same labels",
+                  static_cast<long long>(m_snapshot.apps.size() - m_apps.size()));
+    });
+    add_family(document, output, "kav_application_opened_total", "connections of the application opened, wraps at 2^23",
+               true, m_apps,
+               [](const RE_snapshot_app& app) { return static_cast<long long>(app.app.m_header.m_open_cnt); });
+    add_family(document, output, "kav_application_closed_total", "connections of the application closed, wraps at 2^24",
+               true, m_apps,
+               [](const RE_snapshot_app& app) { return static_cast<long long>(app.app.m_header.m_close_cnt); });
+    add_families(
+        document, output, application_prefix, RE_counter_scope::application, m_apps,
+        [](const RE_snapshot_app& app, std::size_t id) { return static_cast<long long>(app.app.m_id_array[id]); });
+}
+
 void write_metrics_of(RE_image_reader& reader, std::time_t now, RE_output& output)
 {
-    RE_metrics_extra extra;
-    if (const auto bypass = read_bypass(reader)) {
-        extra.bypass_servers = static_cast<int>(bypass->size());
-    }
     const RE_snapshot snapshot = take_snapshot(reader, now);
+    const RE_exposition exposition(reader, snapshot);
     if (reader.is_cut()) {
         write_metrics_without_engine(output);
         return;
     }
-    write_metrics(snapshot, extra, output);
+    RE_document document = exposition.document(output);
+    while (document.write_more() && output.is_ok()) {
+    }
 }

@@ -3,23 +3,35 @@
 #pragma once
 
 #include "RE_counter_names.h"
+#include "RE_document.h"
 #include "RE_output.h"
 #include "RE_snapshot.h"
 
 #include <string>
 #include <vector>
 
-// What to expose beside a snapshot.
-struct RE_metrics_extra
-{
-    // Servers in the auto-bypass table; negative when there is no table.
-    int bypass_servers = -1;
-};
-
-// Writes the exposition of an engine that is up. Peers that share a number, and applications that share all labels,
-// would be two series of one name, which no scraper takes; the first one is shown and the others are counted in
+// The exposition of an engine that is up. Peers that share a number, and applications that share all labels, would be
+// two series of one name, which no scraper takes; the first one is shown and the others are counted in
 // kavstat_skipped_peers and kavstat_skipped_applications.
-void write_metrics(const RE_snapshot& snapshot, const RE_metrics_extra& extra, RE_output& output);
+class RE_exposition
+{
+public:
+    // reader: what the snapshot was taken from. snapshot: outlives this object.
+    RE_exposition(RE_image_reader& reader, const RE_snapshot& snapshot);
+
+    // The text, for `output`. Both this object and the output outlive it.
+    RE_document document(RE_output& output) const;
+
+private:
+    void write_engine(RE_output& output) const;
+    void add_peers(RE_document& document, RE_output& output) const;
+    void add_applications(RE_document& document, RE_output& output) const;
+
+    const RE_snapshot& m_snapshot;
+    std::vector<const RE_snapshot_peer*> m_peers;
+    std::vector<const RE_snapshot_app*> m_apps;
+    int m_bypass_servers = -1; // in the auto-bypass table; negative when there is none
+};
 
 // The exposition when there is no engine: kav_up 0.
 void write_metrics_without_engine(RE_output& output);

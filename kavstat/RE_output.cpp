@@ -1,5 +1,6 @@
 #include "RE_output.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,6 +10,12 @@ bool RE_descriptor_sink::take(std::string_view bytes)
     while (!bytes.empty()) {
         const ssize_t written = write(m_descriptor, bytes.data(), bytes.size());
         if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written < 0 && errno == EAGAIN) {
+            // Another program that shares the output has made it non-blocking.
+            pollfd ready{m_descriptor, POLLOUT, 0};
+            poll(&ready, 1, -1);
             continue;
         }
         if (written <= 0) {

@@ -47,14 +47,17 @@ private:
 class RE_output
 {
 public:
-    // sink: outlives this object.
-    explicit RE_output(RE_sink& sink) : m_sink(sink) { m_buffer.reserve(capacity); }
+    // sink: outlives this object. capacity: how much is gathered before it is handed over.
+    explicit RE_output(RE_sink& sink, std::size_t capacity = 65536) : m_sink(sink), m_capacity(capacity)
+    {
+        m_buffer.reserve(capacity);
+    }
     RE_output(const RE_output&) = delete;
     RE_output& operator=(const RE_output&) = delete;
 
     void add(std::string_view text)
     {
-        if (m_buffer.size() + text.size() > capacity) {
+        if (m_buffer.size() + text.size() > m_capacity) {
             flush();
         }
         m_buffer.append(text);
@@ -79,9 +82,8 @@ public:
     bool is_ok() const { return m_b_ok; }
 
 private:
-    static constexpr std::size_t capacity = 65536;
-
     RE_sink& m_sink;
+    std::size_t m_capacity;
     std::string m_buffer;
     bool m_b_ok = true;
 };

@@ -18,20 +18,17 @@ int run_serve(const RE_serve_options& options)
 
     // What a scrape needs goes back to the system when it is done, instead of staying with the thread that had it.
     mallopt(M_MMAP_THRESHOLD, 128 * 1024);
-    mallopt(M_ARENA_MAX, 2);
+    mallopt(M_ARENA_MAX, 1);
 
     RE_http_server server;
     std::string reason;
-    if (!server.start(options.address, {}, reason)) {
-        report_error("cannot listen on " + options.address.host + " port " + std::to_string(options.address.port) +
-                     ": " + reason);
+    if (!server.start(options.address, {}, options.allowed_hosts, reason)) {
+        report_error("cannot listen on " + options.address.text() + ": " + reason);
         return RE_EXIT_LISTEN;
     }
-    const std::string& host = options.address.host;
     RE_descriptor_sink sink(STDOUT_FILENO);
     RE_output output(sink);
-    output.add("serving http://" + (host.find(':') != std::string::npos ? "[" + host + "]" : host) + ":" +
-               std::to_string(server.port()) + "\n");
+    output.add("serving http://" + server.address().text() + "\n");
     // Whoever started it may not want to know.
     output.flush();
 

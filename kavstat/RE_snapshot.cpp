@@ -5,6 +5,7 @@
 #include "RE_sequence.h"
 
 #include <algorithm>
+#include <map>
 
 namespace {
 
@@ -61,6 +62,11 @@ RE_snapshot take_snapshot(RE_image_reader& reader, std::time_t now)
         }
     }
 
+    // Applications know nothing of their peer but its identity.
+    std::map<std::array<unsigned char, sizeof(RE_kav_peer_id)>, int> numbers;
+    for (const RE_snapshot_peer& known : snapshot.peers) {
+        numbers.emplace(std::to_array(known.header.m_kav_peer_id.m_data), known.number);
+    }
     const auto app_slots = static_cast<int>(reader.get_app_slot_shared_memory_header_size());
     snapshot.apps.reserve(static_cast<std::size_t>(app_slots));
     for (int slot = 0; slot < app_slots; ++slot) {
@@ -68,22 +74,10 @@ RE_snapshot take_snapshot(RE_image_reader& reader, std::time_t now)
         if (reader.read_app_slot(slot, app) < 0 || app == nullptr) {
             break;
         }
-        snapshot.apps.push_back({slot, *app});
+        const auto found = numbers.find(std::to_array(app->m_header.m_kav_peer_id.m_data));
+        snapshot.apps.push_back({slot, found != numbers.end() ? found->second : -1, *app});
     }
     return snapshot;
-}
-
-std::vector<RE_stat_nack_header> read_nacks(RE_stat_reader& reader)
-{
-    std::vector<RE_stat_nack_header> nacks;
-    RE_stat_nack_header nack{};
-    for (int cursor = reader.get_first_nack(); cursor >= 0;) {
-        cursor = reader.get_next_nack(cursor, nack);
-        if (cursor >= 0) {
-            nacks.push_back(nack);
-        }
-    }
-    return nacks;
 }
 
 std::optional<std::vector<RE_bypass_entry>> read_bypass(RE_stat_reader& reader)
@@ -120,17 +114,4 @@ bool read_connection(RE_stat_reader& reader, int slot, RE_snapshot_conn& conn)
         }
     }
     return true;
-}
-
-RE_peer_numbers::RE_peer_numbers(const RE_snapshot& snapshot)
-{
-    for (const RE_snapshot_peer& peer : snapshot.peers) {
-        m_numbers.emplace(std::to_array(peer.header.m_kav_peer_id.m_data), peer.number);
-    }
-}
-
-int RE_peer_numbers::number_of(const RE_kav_peer_id& identity) const
-{
-    const auto found = m_numbers.find(std::to_array(identity.m_data));
-    return found != m_numbers.end() ? found->second : -1;
 }

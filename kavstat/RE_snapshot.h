@@ -8,7 +8,6 @@
 #include <array>
 #include <cstdint>
 #include <ctime>
-#include <map>
 #include <optional>
 #include <vector>
 
@@ -29,6 +28,7 @@ struct RE_snapshot_peer
 struct RE_snapshot_app
 {
     int slot = 0;
+    int peer_number = -1; // -1 when the peer is gone
     RE_stat_app_struct app{};
 };
 
@@ -59,23 +59,8 @@ struct RE_snapshot
 // Reads everything but connections. reader: open. now: the capture time of live statistics.
 RE_snapshot take_snapshot(RE_image_reader& reader, std::time_t now);
 
-// The NACK log, oldest entry first.
-std::vector<RE_stat_nack_header> read_nacks(RE_stat_reader& reader);
-
 // The auto-bypass table's entries in use, or nothing when there is no table.
 std::optional<std::vector<RE_bypass_entry>> read_bypass(RE_stat_reader& reader);
 
 // Reads one connection; false when the slot holds none, or was given to another one meanwhile.
 bool read_connection(RE_stat_reader& reader, int slot, RE_snapshot_conn& conn);
-
-// Finds a peer's number by its identity, for applications, which know nothing else of their peer.
-class RE_peer_numbers
-{
-public:
-    explicit RE_peer_numbers(const RE_snapshot& snapshot);
-    // -1 when there is no peer with this identity.
-    int number_of(const RE_kav_peer_id& identity) const;
-
-private:
-    std::map<std::array<unsigned char, sizeof(RE_kav_peer_id)>, int> m_numbers;
-};

@@ -3,9 +3,9 @@
 #include "RE_counter_names.h"
 #include "RE_json_writer.h"
 #include "RE_record_fields.h"
-#include "RE_snapshot.h"
 #include "RE_text.h"
 
+#include <memory>
 #include <span>
 #include <type_traits>
 
@@ -44,6 +44,18 @@ public:
 private:
     RE_json_writer& m_json;
 };
+
+// A section that is an array, written an entry at a time. entry: writes one, given its place in `entries`.
+template <typename Entry>
+void add_array(RE_document& document, RE_json_writer& json, const char* key, std::size_t entries, const Entry& entry)
+{
+    document.add_once([&json, key] {
+        json.key(key);
+        json.begin_array();
+    });
+    document.add_each(entries, entry);
+    document.add_once([&json] { json.end_array(); });
+}
 
 // A range of counters is an array, as its members have no names of their own.
 template <typename Value>
@@ -92,102 +104,101 @@ void write_global(RE_json_writer& json, const RE_snapshot& snapshot)
     json.end_object();
 }
 
-void write_peers(RE_json_writer& json, const RE_snapshot& snapshot)
+void write_peer(RE_json_writer& json, const RE_snapshot_peer& peer)
 {
-    json.key("peers");
-    json.begin_array();
-    for (const RE_snapshot_peer& peer : snapshot.peers) {
-        const RE_stat_peer_header& header = peer.header;
-        json.begin_object();
-        json.member("slot", peer.slot);
-        json.member("number", peer.number);
-        json.member("context", header.m_context_id.context_number());
-        json.member_text("mac_id", header.m_peer_mac_id.getString());
-        json.member_text("kav_peer_id", header.m_kav_peer_id.getString());
-        json.member("kav_peer_hash", header.m_kav_peer_id.hash_u16());
-        json.member_text("ip", ip_text(header.m_peer_ip));
-        json.member_text("host_name", text_in(header.m_peer_host_name));
-        json.member_boolean("outdated", header.m_b_outdated != 0);
-        json.member_boolean("update_from_active_conn", header.m_b_update_from_active_conn != 0);
-        json.member("active_connections", peer.active_connections);
-        write_figures(json, "counters", RE_counter_scope::peer, std::span<const long long>(peer.figures));
-        write_figures(json, "connection_counters", RE_counter_scope::connection,
-                      std::span<const long long>(peer.connections));
-        json.end_object();
-    }
-    json.end_array();
+    const RE_stat_peer_header& header = peer.header;
+    json.begin_object();
+    json.member("slot", peer.slot);
+    json.member("number", peer.number);
+    json.member("context", header.m_context_id.context_number());
+    json.member_text("mac_id", header.m_peer_mac_id.getString());
+    json.member_text("kav_peer_id", header.m_kav_peer_id.getString());
+    json.member("kav_peer_hash", header.m_kav_peer_id.hash_u16());
+    json.member_text("ip", ip_text(header.m_peer_ip));
+    json.member_text("host_name", text_in(header.m_peer_host_name));
+    json.member_boolean("outdated", header.m_b_outdated != 0);
+    json.member_boolean("update_from_active_conn", header.m_b_update_from_active_conn != 0);
+    json.member("active_connections", peer.active_connections);
+    write_figures(json, "counters", RE_counter_scope::peer, std::span<const long long>(peer.figures));
+    write_figures(json, "connection_counters", RE_counter_scope::connection,
+                  std::span<const long long>(peer.connections));
+    json.end_object();
 }
 
-void write_connections(RE_json_writer& json, RE_stat_reader& reader, const RE_output& output)
+void write_connection(RE_json_writer& json, RE_stat_reader& reader, int slot)
 {
-    json.key("connections");
-    json.begin_array();
-    const int slots = reader.get_max_conn_slots();
     RE_snapshot_conn conn;
-    for (int slot = 0; slot < slots && output.is_ok(); ++slot) {
-        if (!read_connection(reader, slot, conn)) {
-            continue;
+    if (!read_connection(reader, slot, conn)) {
+        return;
+    }
+    json.begin_object();
+    json.member("slot", conn.slot);
+    json.member("id", conn.header.m_conn_id);
+    json.member("peer", conn.peer_number);
+    json.member_text("client_ip", ip_text(conn.header.m_client_ip));
+    json.member("client_port", conn.header.m_client_port);
+    json.member_text("server_ip", ip_text(conn.header.m_server_ip));
+    json.member("server_port", conn.header.m_server_port);
+    json.member_boolean("open", conn.is_open());
+    json.member("open_time", conn.open_time);
+    json.member("close_time", conn.close_time);
+    json.key("transport");
+    json.begin_object();
+    visit_transport(conn.transport, member_visitor(json));
+    json.end_object();
+    write_figures(json, "counters", RE_counter_scope::connection, std::span<const long long>(conn.figures));
+    json.end_object();
+}
+
+void write_app(RE_json_writer& json, const RE_snapshot_app& app)
+{
+    const RE_stat_app_header& header = app.app.m_header;
+    json.begin_object();
+    json.member("slot", app.slot);
+    json.member("peer", app.peer_number);
+    json.member_text("kav_peer_id", header.m_kav_peer_id.getString());
+    json.member("port", static_cast<long long>(header.m_server_port));
+    json.member_boolean("is_source_port", header.m_b_src_port != 0);
+    json.member("policy_engine_handler", static_cast<long long>(header.m_policy_engine_handler));
+    json.member("opened", static_cast<long long>(header.m_open_cnt));
+    json.member("closed", static_cast<long long>(header.m_close_cnt));
+    write_figures(json, "counters", RE_counter_scope::application, std::span<const std::uint32_t>(app.app.m_id_array));
+    json.end_object();
+}
+
+void write_nack(RE_json_writer& json, const RE_stat_nack_header& nack)
+{
+    json.begin_object();
+    json.member("time", nack.m_time);
+    json.member("type", nack.m_type);
+    json.member_text("type_word", nack.m_type == RE_STAT_NACK_AT_RECEIVER ? "nack" : "rtx");
+    json.member("reason", nack.m_reason);
+    json.member_text("reason_word", word_for(nack_reason_words, nack.m_reason));
+    json.member("peer", nack.m_peer_id);
+    json.member("connection", nack.m_conn_id);
+    json.member("message", nack.m_msg_seq_no);
+    json.end_object();
+}
+
+// The NACK log, oldest entry first.
+void add_nacks(RE_document& document, RE_json_writer& json, RE_stat_reader& reader)
+{
+    document.add([&json, &reader, b_begun = false, cursor = 0]() mutable {
+        if (!b_begun) {
+            b_begun = true;
+            json.key("nacks");
+            json.begin_array();
+            cursor = reader.get_first_nack();
+        } else {
+            RE_stat_nack_header nack{};
+            cursor = reader.get_next_nack(cursor, nack);
+            if (cursor >= 0) {
+                write_nack(json, nack);
+            }
         }
-        json.begin_object();
-        json.member("slot", conn.slot);
-        json.member("id", conn.header.m_conn_id);
-        json.member("peer", conn.peer_number);
-        json.member_text("client_ip", ip_text(conn.header.m_client_ip));
-        json.member("client_port", conn.header.m_client_port);
-        json.member_text("server_ip", ip_text(conn.header.m_server_ip));
-        json.member("server_port", conn.header.m_server_port);
-        json.member_boolean("open", conn.is_open());
-        json.member("open_time", conn.open_time);
-        json.member("close_time", conn.close_time);
-        json.key("transport");
-        json.begin_object();
-        visit_transport(conn.transport, member_visitor(json));
-        json.end_object();
-        write_figures(json, "counters", RE_counter_scope::connection, std::span<const long long>(conn.figures));
-        json.end_object();
-    }
-    json.end_array();
-}
-
-void write_apps(RE_json_writer& json, const RE_snapshot& snapshot)
-{
-    const RE_peer_numbers peers(snapshot);
-    json.key("apps");
-    json.begin_array();
-    for (const auto& [slot, app] : snapshot.apps) {
-        const RE_stat_app_header& header = app.m_header;
-        json.begin_object();
-        json.member("slot", slot);
-        json.member("peer", peers.number_of(header.m_kav_peer_id));
-        json.member_text("kav_peer_id", header.m_kav_peer_id.getString());
-        json.member("port", static_cast<long long>(header.m_server_port));
-        json.member_boolean("is_source_port", header.m_b_src_port != 0);
-        json.member("policy_engine_handler", static_cast<long long>(header.m_policy_engine_handler));
-        json.member("opened", static_cast<long long>(header.m_open_cnt));
-        json.member("closed", static_cast<long long>(header.m_close_cnt));
-        write_figures(json, "counters", RE_counter_scope::application, std::span<const std::uint32_t>(app.m_id_array));
-        json.end_object();
-    }
-    json.end_array();
-}
-
-void write_nacks(RE_json_writer& json, RE_stat_reader& reader)
-{
-    json.key("nacks");
-    json.begin_array();
-    for (const RE_stat_nack_header& nack : read_nacks(reader)) {
-        json.begin_object();
-        json.member("time", nack.m_time);
-        json.member("type", nack.m_type);
-        json.member_text("type_word", nack.m_type == RE_STAT_NACK_AT_RECEIVER ? "nack" : "rtx");
-        json.member("reason", nack.m_reason);
-        json.member_text("reason_word", word_for(nack_reason_words, nack.m_reason));
-        json.member("peer", nack.m_peer_id);
-        json.member("connection", nack.m_conn_id);
-        json.member("message", nack.m_msg_seq_no);
-        json.end_object();
-    }
-    json.end_array();
+        return cursor >= 0;
+    });
+    document.add_once([&json] { json.end_array(); });
 }
 
 void write_config(RE_json_writer& json, RE_stat_reader& reader)
@@ -203,30 +214,43 @@ void write_config(RE_json_writer& json, RE_stat_reader& reader)
     json.end_object();
 }
 
-void write_bypass(RE_json_writer& json, RE_stat_reader& reader)
+void write_bypassed(RE_json_writer& json, const RE_bypass_entry& entry)
 {
-    json.key("bypass");
-    const std::optional<std::vector<RE_bypass_entry>> entries = read_bypass(reader);
-    if (!entries) {
-        json.null();
-        return;
-    }
-    json.begin_array();
-    for (const RE_bypass_entry& entry : *entries) {
-        json.begin_object();
-        json.member_text("server_ip", ip_text(entry.server_ip));
-        json.member("server_port", entry.server_port);
-        json.member("reason", static_cast<long long>(entry.reason));
-        json.member_text("reason_word", word_for(bypass_reason_words, static_cast<long long>(entry.reason)));
-        json.member("since", entry.since);
-        json.member("next_attempt", entry.next_attempt);
-        json.key("bytes");
-        json.number(entry.bytes);
-        json.key("connections");
-        json.number(entry.connections);
-        json.end_object();
-    }
-    json.end_array();
+    json.begin_object();
+    json.member_text("server_ip", ip_text(entry.server_ip));
+    json.member("server_port", entry.server_port);
+    json.member("reason", static_cast<long long>(entry.reason));
+    json.member_text("reason_word", word_for(bypass_reason_words, static_cast<long long>(entry.reason)));
+    json.member("since", entry.since);
+    json.member("next_attempt", entry.next_attempt);
+    json.key("bytes");
+    json.number(entry.bytes);
+    json.key("connections");
+    json.number(entry.connections);
+    json.end_object();
+}
+
+void add_bypass(RE_document& document, RE_json_writer& json, RE_stat_reader& reader)
+{
+    using entries = std::optional<std::vector<RE_bypass_entry>>;
+    document.add([&json, &reader, b_begun = false, table = entries(), at = std::size_t{0}]() mutable {
+        if (!b_begun) {
+            b_begun = true;
+            json.key("bypass");
+            table = read_bypass(reader);
+            if (!table) {
+                json.null();
+                return false;
+            }
+            json.begin_array();
+        } else if (at < table->size()) {
+            write_bypassed(json, (*table)[at++]);
+        } else {
+            json.end_array();
+            return false;
+        }
+        return true;
+    });
 }
 
 } // namespace
@@ -264,36 +288,55 @@ std::optional<RE_json_scopes> parse_json_scopes(std::string_view words, std::str
     }
 }
 
-void write_statistics_json(RE_source& source, const RE_json_scopes& scopes, std::time_t now, RE_output& output)
+RE_document statistics_json(RE_source& source, const RE_snapshot& snapshot, const RE_json_scopes& scopes,
+                            RE_output& output)
 {
+    RE_document document;
+    // The last part owns it.
+    const auto writer = std::make_shared<RE_json_writer>(output);
+    RE_json_writer& json = *writer;
     RE_image_reader& reader = source.reader();
-    const RE_snapshot snapshot = take_snapshot(reader, now);
-    RE_json_writer json(output);
-    json.begin_object();
-    write_head(json, source, snapshot);
-    if (scopes.b_global) {
-        write_global(json, snapshot);
-    }
+    document.add_once([&, b_global = scopes.b_global] {
+        json.begin_object();
+        write_head(json, source, snapshot);
+        if (b_global) {
+            write_global(json, snapshot);
+        }
+    });
     if (scopes.b_peers) {
-        write_peers(json, snapshot);
+        add_array(document, json, "peers", snapshot.peers.size(),
+                  [&](std::size_t at) { write_peer(json, snapshot.peers[at]); });
     }
     if (scopes.b_connections) {
-        write_connections(json, reader, output);
+        add_array(document, json, "connections", static_cast<std::size_t>(reader.get_max_conn_slots()),
+                  [&](std::size_t slot) { write_connection(json, reader, static_cast<int>(slot)); });
     }
     if (scopes.b_apps) {
-        write_apps(json, snapshot);
+        add_array(document, json, "apps", snapshot.apps.size(),
+                  [&](std::size_t at) { write_app(json, snapshot.apps[at]); });
     }
     if (scopes.b_nacks) {
-        write_nacks(json, reader);
+        add_nacks(document, json, reader);
     }
     if (scopes.b_config) {
-        write_config(json, reader);
+        document.add_once([&] { write_config(json, reader); });
     }
     if (scopes.b_bypass) {
-        write_bypass(json, reader);
+        add_bypass(document, json, reader);
     }
-    json.end_object();
-    if (reader.is_cut()) {
-        output.give_up();
+    document.add_once([&, writer] {
+        writer->end_object();
+        if (reader.is_cut()) {
+            output.give_up();
+        }
+    });
+    return document;
+}
+
+void write_statistics_json(RE_source& source, const RE_json_scopes& scopes, std::time_t now, RE_output& output)
+{
+    const RE_snapshot snapshot = take_snapshot(source.reader(), now);
+    RE_document document = statistics_json(source, snapshot, scopes, output);
+    while (document.write_more() && output.is_ok()) {
     }
 }

@@ -1,7 +1,9 @@
 // Statistics as one JSON document. Its keys are a contract, described by docs/kavstat.schema.json.
 #pragma once
 
+#include "RE_document.h"
 #include "RE_output.h"
+#include "RE_snapshot.h"
 #include "RE_source.h"
 
 #include <ctime>
@@ -27,8 +29,13 @@ std::string all_json_scopes();
 // Reads words joined by commas. Nothing when one is unknown or empty; `unknown` is then that word.
 std::optional<RE_json_scopes> parse_json_scopes(std::string_view words, std::string& unknown);
 
-// source: open. now: the capture time of live statistics. Stops early once the output takes no more, and leaves the
-// document without its end when the statistics were cut short while they were read.
+// The document, for `output`. source: open, and what the snapshot was taken from; connections and NACKs are read from
+// it when they are written. Everything but the scopes outlives the document. It ends without its end, and gives up the
+// output, when the statistics were cut short while they were read.
+RE_document statistics_json(RE_source& source, const RE_snapshot& snapshot, const RE_json_scopes& scopes,
+                            RE_output& output);
+
+// Writes the whole of it. now: the capture time of live statistics. Stops early once the output takes no more.
 void write_statistics_json(RE_source& source, const RE_json_scopes& scopes, std::time_t now, RE_output& output);
 
 // The JSON Schema of the document, made from the counter table.

@@ -123,10 +123,9 @@ void RE_watch_model::follow_apps(const RE_snapshot& now, double seconds)
     for (const RE_watch_app& app : m_apps) {
         before.emplace(app.now.slot, app.now);
     }
-    const RE_peer_numbers peers(now);
     m_apps.clear();
     for (const RE_snapshot_app& app : now.apps) {
-        RE_watch_app next{app, {}, peers.number_of(app.app.m_header.m_kav_peer_id)};
+        RE_watch_app next{app, {}};
         const auto found = before.find(app.slot);
         if (m_b_rates && found != before.end() && found->second.app.m_header == app.app.m_header) {
             const auto rate = [&](RE_stat_app_id id) {

@@ -54,7 +54,6 @@ struct RE_watch_app
 {
     RE_snapshot_app now;
     RE_traffic_rates rates;
-    int peer_number = -1;
 };
 
 // What a table of connections shows of one.

@@ -171,7 +171,7 @@ RE_watch_table application_table(const std::vector<RE_watch_app>& apps)
     table.columns = {
         text_column("APPLICATION", 22, apps, [](const app& a) { return application_label(a.now.app.m_header); }),
         number_column(
-            "PEER", 7, apps, [](const app& a) -> long long { return a.peer_number; }, whole),
+            "PEER", 7, apps, [](const app& a) -> long long { return a.now.peer_number; }, whole),
         number_column(
             "ENC-IN", 11, apps, [](const app& a) { return a.rates.encode_in; }, short_rate),
         number_column(

@@ -152,6 +152,7 @@ TEST_F(difference, follows_peers_and_applications_whatever_their_slots)
     RE_snapshot_peer other;
     other.number = 4;
     RE_snapshot_app app;
+    app.peer_number = 3;
     app.app.m_header.set(peer.header.m_kav_peer_id, 80, false);
     app.app.m_id_array[RE_STAT_APP_ID_ENCODE_NUM_MSGS] = 0xfffffffeU;
 

@@ -6,19 +6,29 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <stdexcept>
 
-http_client::http_client(int port) : m_socket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+http_client::http_client(int port, const char* from)
 {
+    sockaddr_in6 v6{};
+    const bool b_v6 = inet_pton(AF_INET6, from, &v6.sin6_addr) == 1;
+    v6.sin6_family = AF_INET6;
+    sockaddr_in v4{};
+    v4.sin_family = AF_INET;
+    inet_pton(AF_INET, from, &v4.sin_addr);
+    auto* const address = b_v6 ? reinterpret_cast<sockaddr*>(&v6) : reinterpret_cast<sockaddr*>(&v4);
+    const socklen_t size = b_v6 ? sizeof v6 : sizeof v4;
+
+    m_socket = socket(address->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const int window = 4096;
     setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &window, sizeof window);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (connect(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    const bool b_bound = bind(m_socket, address, size) == 0;
+    v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    v4.sin_port = v6.sin6_port = htons(static_cast<std::uint16_t>(port));
+    if (!b_bound || connect(m_socket, address, size) != 0) {
         close(m_socket);
         throw std::runtime_error("nobody listens on port " + std::to_string(port));
     }
@@ -46,6 +56,33 @@ void http_client::end_sending() const
     shutdown(m_socket, SHUT_WR);
 }
 
+ssize_t http_client::receive(char* bytes, std::size_t size, int flags) const
+{
+    const ssize_t count = recv(m_socket, bytes, size, flags);
+    m_b_reset = m_b_reset || (count < 0 && errno == ECONNRESET);
+    return count;
+}
+
+bool http_client::take(std::size_t count) const
+{
+    std::string bytes(count, '\0');
+    return receive(bytes.data(), count) > 0;
+}
+
+bool http_client::take_some(std::size_t count) const
+{
+    std::string bytes(count, '\0');
+    errno = 0;
+    return receive(bytes.data(), count, MSG_DONTWAIT) > 0 || errno == EAGAIN;
+}
+
+bool http_client::is_open() const
+{
+    char byte = 0;
+    errno = 0;
+    return receive(&byte, 1, MSG_DONTWAIT | MSG_PEEK) > 0 || errno == EAGAIN;
+}
+
 std::string http_client::read_all() const
 {
     using clock = std::chrono::steady_clock;
@@ -58,7 +95,7 @@ std::string http_client::read_all() const
             return text;
         }
         char bytes[65536];
-        const ssize_t count = recv(m_socket, bytes, sizeof bytes, 0);
+        const ssize_t count = receive(bytes, sizeof bytes);
         if (count <= 0) {
             return text;
         }
@@ -77,7 +114,7 @@ bool http_client::is_dropped_within(int milliseconds) const
             return false;
         }
         char bytes[4096];
-        if (recv(m_socket, bytes, sizeof bytes, 0) <= 0) {
+        if (receive(bytes, sizeof bytes) <= 0) {
             return true;
         }
     }
@@ -116,9 +153,9 @@ http_answer parse_answer(const std::string& text)
     }
 }
 
-http_answer get(int port, const std::string& path)
+http_answer get(int port, const std::string& path, const char* from)
 {
-    const http_client client(port);
+    const http_client client(port, from);
     client.send("GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n");
     return parse_answer(client.read_all());
 }

@@ -6,6 +6,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 namespace {
 
 class kavstat_command : public system_test
@@ -138,6 +140,28 @@ TEST_F(kavstat_command, ends_quietly_when_its_reader_has_seen_enough)
     close(ends[1]);
 }
 
+TEST_F(kavstat_command, waits_for_a_non_blocking_output_that_is_full)
+{
+    const small_engine engine;
+    const std::string whole = run_kavstat({"metrics"}).out;
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+    ASSERT_LT(fcntl(ends[1], F_SETPIPE_SZ, 4096), static_cast<int>(whole.size()));
+    run_surroundings surroundings;
+    surroundings.output = ends[1];
+    child_program program(built_program("kavstat"), {"metrics"}, surroundings);
+    close(ends[1]);
+    std::string taken;
+    char bytes[1000];
+    for (ssize_t count = -1; count != 0; count = read(ends[0], bytes, sizeof bytes)) {
+        taken.append(bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        usleep(200);
+    }
+    close(ends[0]);
+    EXPECT_EQ(program.finish().status, 0);
+    EXPECT_EQ(taken, whole);
+}
+
 TEST_F(kavstat_command, list_finds_counters_by_name_meaning_unit_and_kind)
 {
     EXPECT_EQ(run_kavstat({"list", "CACHE_STATE"}).out,
@@ -250,4 +274,58 @@ TEST_F(kavstat_command, serve_ends_at_sigterm_and_refuses_a_taken_port_with_stat
     const program_result result = server.stop();
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "");
+}
+
+TEST_F(kavstat_command, serve_ends_within_a_second_while_it_sends)
+{
+    RE_stat_limits limits;
+    limits.connections = 4000;
+    RE_stat_writer engine;
+    ASSERT_EQ(engine.create(limits, 1700000000), 0);
+    for (int number = 0; number < limits.connections; ++number) {
+        engine.open_conn(-1, conn_ends(number, 1, 2, 3, 4), transport(1), 5);
+    }
+    engine.publish();
+    kavstat_server server;
+    const http_client lazy(server.port());
+    lazy.send("GET /api/v1/statistics HTTP/1.1\r\nHost: localhost\r\n\r\n");
+    ASSERT_TRUE(lazy.take(1));
+    const auto start_time = std::chrono::steady_clock::now();
+    const program_result result = server.stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - start_time, std::chrono::seconds(1));
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+}
+
+TEST_F(kavstat_command, serve_keeps_descriptors_for_itself)
+{
+    const small_engine engine;
+    run_surroundings surroundings;
+    surroundings.limits = {{RLIMIT_NOFILE, 20}};
+    kavstat_server server(surroundings);
+    std::vector<std::unique_ptr<http_client>> silent;
+    for (int number = 0; number < 30; ++number) {
+        silent.push_back(std::make_unique<http_client>(server.port()));
+        EXPECT_NE(get(server.port(), "/metrics").body.find("\nkav_up 1\n"), std::string::npos) << number;
+    }
+    EXPECT_EQ(server.stop().status, 0);
+
+    surroundings.limits = {{RLIMIT_NOFILE, 10}};
+    const program_result result = run_kavstat({"serve", "--listen", "127.0.0.1:0"}, surroundings);
+    EXPECT_EQ(result.status, 5);
+    EXPECT_EQ(result.err,
+              "kavstat: cannot listen on 127.0.0.1:0: too few descriptors; raise the limit on open files\n");
+}
+
+TEST_F(kavstat_command, serve_answers_to_the_hosts_that_are_allowed)
+{
+    child_program server(built_program("kavstat"), {"serve", "--listen", "127.0.0.1:0", "--allow-host", "a.example",
+                                                    "--allow-host", "b.example"});
+    const std::string line = server.read_line().value_or("");
+    const int port = std::atoi(line.substr(line.rfind(':') + 1).c_str());
+    for (const auto& [host, status] : {std::pair{"a.example", 200}, {"b.example", 200}, {"c.example", 403}}) {
+        const http_client client(port);
+        client.send(std::string("GET /healthz HTTP/1.1\r\nHost: ") + host + "\r\n\r\n");
+        EXPECT_EQ(parse_answer(client.read_all()).status, status) << host;
+    }
 }

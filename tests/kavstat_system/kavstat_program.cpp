@@ -28,7 +28,8 @@ int free_port()
     return ntohs(address.sin_port);
 }
 
-kavstat_server::kavstat_server() : m_program(built_program("kavstat"), {"serve", "--listen", "127.0.0.1:0"})
+kavstat_server::kavstat_server(const run_surroundings& surroundings)
+    : m_program(built_program("kavstat"), {"serve", "--listen", "127.0.0.1:0"}, surroundings)
 {
     const std::string begin = "serving http://127.0.0.1:";
     const std::string line = m_program.read_line().value_or("");

@@ -18,7 +18,7 @@ int free_port();
 class kavstat_server
 {
 public:
-    kavstat_server();
+    explicit kavstat_server(const run_surroundings& surroundings = {});
     int port() const { return m_port; }
     // Asks it to stop and waits for its end.
     program_result stop();

@@ -29,6 +29,7 @@ constexpr campaign campaigns[] = {
     {"clocks", "years, time zones, locales", 0, turn_clocks},
     {"crowd", "viewers at once beside one engine", 1000, start_many_viewers},
     {"hostile-neighbours", "attacks by other users of the machine", 20, attack_as_neighbours},
+    {"attacks", "attacks on kavstat's server: others are answered", 30, attack_server},
 };
 
 const campaign* find_campaign(const char* name)

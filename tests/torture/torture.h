@@ -71,6 +71,8 @@ void start_many_viewers(const torture_options& options, tally& result);
 // Other users: whom readers believe, and what else the other side can do.
 void attack_as_neighbours(const torture_options& options, tally& result);
 void attack_with_inputs(const torture_options& options, tally& result);
+// kavstat's server.
+void attack_server(const torture_options& options, tally& result);
 
 // Every report of a live engine, as arguments of the viewer.
 const std::vector<std::vector<std::string>>& all_reports();

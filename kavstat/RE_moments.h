@@ -1,0 +1,67 @@
+// The running engine's statistics for clients that take them at their own speed. Each client reads from a moment: a
+// snapshot and the open statistics that it was taken from. Clients that ask soon after one another share one, and all
+// moments together have a bounded size, however slow the clients are.
+#pragma once
+
+#include "RE_metrics.h"
+#include "RE_snapshot.h"
+#include "RE_source.h"
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <vector>
+
+struct RE_moment
+{
+    // open_source: open.
+    explicit RE_moment(std::unique_ptr<RE_source> open_source)
+        : source(std::move(open_source)), snapshot(take_snapshot(source->reader(), std::time(nullptr))),
+          exposition(source->reader(), snapshot)
+    {}
+    RE_moment(const RE_moment&) = delete;
+    RE_moment& operator=(const RE_moment&) = delete;
+
+    // Of its memory.
+    std::size_t bytes() const
+    {
+        return sizeof *this + snapshot.peers.size() * (sizeof(RE_snapshot_peer) + sizeof(void*)) +
+               snapshot.apps.size() * (sizeof(RE_snapshot_app) + sizeof(void*));
+    }
+
+    std::chrono::steady_clock::time_point taken = std::chrono::steady_clock::now();
+    std::unique_ptr<RE_source> source;
+    RE_snapshot snapshot;
+    RE_exposition exposition;
+};
+
+struct RE_moment_limits
+{
+    // Of all moments together. One of the largest engine takes 16 MB.
+    std::size_t bytes = std::size_t{36} << 20;
+    // While somebody reads from a moment, others share it for so long.
+    std::chrono::milliseconds shared_for{1000};
+    // When there is no room for another one, the newest is shared until the oldest has been there for so long. Then
+    // those who still read from the oldest have to go.
+    std::chrono::milliseconds kept_for{10000};
+};
+
+class RE_moments
+{
+public:
+    // end_readers: makes everybody let go of a moment.
+    explicit RE_moments(std::function<void(const RE_moment&)> end_readers, const RE_moment_limits& limits = {})
+        : m_end_readers(std::move(end_readers)), m_limits(limits)
+    {}
+
+    // The moment for a client that asks now. Without one, `error` is an RE_stat_error.
+    std::shared_ptr<RE_moment> now(int& error);
+
+private:
+    // For another one like the newest.
+    bool has_room() const;
+
+    std::function<void(const RE_moment&)> m_end_readers;
+    RE_moment_limits m_limits;
+    std::vector<std::weak_ptr<RE_moment>> m_alive; // oldest first
+};

@@ -1,0 +1,182 @@
+// Clients that want to keep others from kavstat's server: nobody waits for them, and its memory stays bounded.
+#include "kavstat/http_client.h"
+#include "sample_engine.h"
+#include "torture.h"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <memory>
+#include <thread>
+
+namespace {
+
+using clock_type = std::chrono::steady_clock;
+
+double milliseconds_since(clock_type::time_point start)
+{
+    return std::chrono::duration<double, std::milli>(clock_type::now() - start).count();
+}
+
+// As large as an engine may be but for connections, which no client shares with others.
+constexpr sample_size largest = {4096, 1000, 65536, 1000, 100};
+
+constexpr double delay_at_most = 100;      // milliseconds of a scrape, at the median
+constexpr double end_at_most = 1000;       // milliseconds for the server's end
+constexpr long private_at_most = 64 << 10; // kilobytes
+
+struct attack
+{
+    const char* name;
+    std::size_t clients;
+    bool b_many_addresses;
+    const char* request; // what each client sends at first
+    const char* drop;    // what it sends then, again and again
+    bool b_reads;        // some bytes, again and again
+};
+
+constexpr const char* bodies = "POST /metrics HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 1000000000\r\n\r\n";
+constexpr const char* metrics = "GET /metrics HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
+constexpr const char* old_metrics = "GET /metrics HTTP/1.0\r\n\r\n";
+constexpr const char* json = "GET /api/v1/statistics HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
+
+constexpr attack attacks[] = {
+    {"silent, of one address", 1000, false, "", "", false},
+    {"silent, of many addresses", 1000, true, "", "", false},
+    {"heads in drops", 400, true, "GET /metrics HTTP/1.1\r\n", "X: y\r\n", false},
+    {"bodies in drops", 400, true, bodies, "x", false},
+    {"metrics taken slowly", 64, false, metrics, "", true},
+    {"metrics taken slowly without chunks", 64, true, old_metrics, "", true},
+    {"JSON taken slowly", 64, false, json, "", true},
+    {"metrics not taken", 400, true, metrics, "", false},
+    {"requests one after another", 200, true, metrics, metrics, true},
+};
+
+class attackers
+{
+public:
+    attackers(const attack& chosen, int port) : m_attack(chosen), m_port(port) {}
+
+    // Those who were dropped come again, and all go on; new ones a few at a time, so that they are not in step.
+    void go_on()
+    {
+        std::erase_if(m_clients, [&](const auto& each) {
+            return !each->send(m_attack.drop) || (m_attack.b_reads && !each->take_some(400));
+        });
+        if (!m_attack.b_reads) {
+            std::erase_if(m_clients, [](const auto& each) { return !each->is_open(); });
+        }
+        const std::size_t new_ones = m_attack.clients / 8;
+        for (std::size_t at = 0; at < new_ones && m_clients.size() < m_attack.clients; ++at) {
+            ++m_made;
+            const std::string own =
+                "127.1." + std::to_string(m_made / 200 % 200 + 1) + "." + std::to_string(m_made % 200 + 1);
+            m_clients.push_back(
+                std::make_unique<http_client>(m_port, m_attack.b_many_addresses ? own.c_str() : "127.0.0.1"));
+            m_clients.back()->send(m_attack.request);
+        }
+    }
+
+private:
+    const attack& m_attack;
+    int m_port;
+    std::size_t m_made = 0;
+    std::vector<std::unique_ptr<http_client>> m_clients;
+};
+
+// Private memory now, in kilobytes.
+long private_memory_of(pid_t pid)
+{
+    std::ifstream file("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(file, line);) {
+        if (line.starts_with("RssAnon:")) {
+            return std::strtol(line.c_str() + 8, nullptr, 10);
+        }
+    }
+    return private_at_most;
+}
+
+int port_of(child_program& server)
+{
+    const std::string line = server.read_line().value_or("");
+    return std::atoi(line.substr(line.rfind(':') + 1).c_str());
+}
+
+class trial
+{
+public:
+    trial(const attack& chosen, tally& result)
+        : m_name(chosen.name), m_result(result),
+          m_server(built_program("kavstat"), {"serve", "--listen", "127.0.0.1:0"}), m_port(port_of(m_server)),
+          m_attackers(chosen, m_port)
+    {}
+
+    void run(unsigned long scrapes)
+    {
+        const double quiet = median_scrape(scrapes, [] {});
+        m_delay = median_scrape(scrapes, [this] { m_attackers.go_on(); }) - quiet;
+        m_result.add(m_delay <= delay_at_most, m_name + ": delays of " + std::to_string(m_delay) + " ms");
+        m_result.add(m_private < private_at_most, m_name + ": " + std::to_string(m_private) + " KB of private memory");
+        const auto start = clock_type::now();
+        m_server.send_signal(SIGTERM);
+        const program_result end = m_server.finish();
+        const double length = milliseconds_since(start);
+        m_result.add(end.status == 0 && end.err.empty() && length < end_at_most,
+                     m_name + ": " + end_of(end) + " after " + std::to_string(length) + " ms");
+    }
+
+    // In milliseconds, at the median.
+    double delay() const { return m_delay; }
+    long private_memory() const { return m_private; }
+
+private:
+    // Scrapes so many times, with something else before each.
+    template <typename Work>
+    double median_scrape(unsigned long scrapes, const Work& before)
+    {
+        std::vector<double> times;
+        for (unsigned long round = 0; round < scrapes; ++round) {
+            before();
+            const auto start = clock_type::now();
+            const http_answer answer = get(m_port, "/api/v1/statistics?scope=global");
+            times.push_back(milliseconds_since(start));
+            m_result.add(answer.status == 200 && answer.b_whole, m_name + ": an answer is missing");
+            m_private = std::max(m_private, private_memory_of(m_server.pid()));
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+        std::sort(times.begin(), times.end());
+        return times[times.size() / 2];
+    }
+
+    std::string m_name;
+    tally& m_result;
+    child_program m_server;
+    int m_port;
+    attackers m_attackers;
+    double m_delay = 0;
+    long m_private = 0;
+};
+
+} // namespace
+
+void attack_server(const torture_options& options, tally& result)
+{
+    // A thousand clients are a thousand descriptors.
+    const rlimit enough{4096, 4096};
+    setrlimit(RLIMIT_NOFILE, &enough);
+    RE_stat_writer engine;
+    publish_sample(engine, largest);
+    double slowest = 0;
+    long most = 0;
+    for (const attack& each : attacks) {
+        trial one(each, result);
+        one.run(options.count);
+        slowest = std::max(slowest, one.delay());
+        most = std::max(most, one.private_memory());
+    }
+    char note[128];
+    std::snprintf(note, sizeof note, "%zu attacks; delay %.1f ms at most, private memory %.1f MB at most",
+                  std::size(attacks), slowest, static_cast<double>(most) / 1024);
+    result.note(note);
+}
