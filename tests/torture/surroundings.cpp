@@ -41,17 +41,19 @@ bool is_told(const program_result& end, const std::string& whole)
     return end.out.ends_with("bject not initialized\n") || end.out.ends_with("error code: -9\n");
 }
 
-// Fails each allocation of the report in turn; how: "" for this one only, "+" for all that follow as well. Returns
-// how often the viewer ended with status 1.
+// Fails each allocation of the report in turn; how: "" for this one only, "+" for all that follow as well. The time
+// zone is one that is read from a file. Returns how often the viewer ended with status 1.
 unsigned long fail_allocations_of(const std::vector<std::string>& report, const std::string& how, tally& result)
 {
-    const std::string whole = run_viewer(report).out;
+    run_surroundings surroundings{.environment = {{"TZ", "Asia/Kathmandu"}}};
+    const std::string whole = run_viewer(report, surroundings).out;
     unsigned long refused = 0;
     constexpr int allocations_at_most = 2000;
     for (int which = 1; which <= allocations_at_most; ++which) {
         const std::string number = std::to_string(which) + how;
-        const program_result end =
-            run_other_viewer(failing_viewer, report, {.environment = {{"KAV_FAIL_ALLOCATION", number}}});
+        surroundings.environment.resize(1);
+        surroundings.environment.emplace_back("KAV_FAIL_ALLOCATION", number);
+        const program_result end = run_other_viewer(failing_viewer, report, surroundings);
         const bool b_same = end.status == 0 && end.out == whole;
         refused += end.status == 1 ? 1U : 0U;
         result.add(b_same || is_told(end, whole), words_of(report) + ", allocation " + number + ": " + end_of(end));
