@@ -20,7 +20,8 @@ void* __wrap_realloc(void* memory, std::size_t size);
 namespace {
 
 // What the C library needs before main, for shared objects that a static program never opens, is not ours to survive.
-bool b_started = false;
+// Volatile, or else Clang runs the constructor while it compiles.
+volatile bool b_started = false;
 
 __attribute__((constructor)) void start()
 {
