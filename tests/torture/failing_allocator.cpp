@@ -1,7 +1,8 @@
-// Linked into a viewer with --wrap=malloc and its kin: the allocation whose number is in KAV_FAIL_ALLOCATION fails, and
-// standard error says so.
+// Linked into a viewer with --wrap=malloc and its kin: the allocation whose number is in KAV_FAIL_ALLOCATION fails and,
+// if the number ends in "+", all that follow. Standard error says so.
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 
@@ -19,7 +20,8 @@ void* __wrap_realloc(void* memory, std::size_t size);
 namespace {
 
 // What the C library needs before main, for shared objects that a static program never opens, is not ours to survive.
-bool b_started = false;
+// Volatile, or else Clang runs the constructor while it compiles.
+volatile bool b_started = false;
 
 __attribute__((constructor)) void start()
 {
@@ -28,19 +30,20 @@ __attribute__((constructor)) void start()
 
 bool is_to_fail()
 {
-    static long left = -1;
-    if (!b_started) {
+    const char* const which = b_started ? std::getenv("KAV_FAIL_ALLOCATION") : nullptr;
+    if (which == nullptr) {
         return false;
     }
-    if (left < 0) {
-        const char* const which = std::getenv("KAV_FAIL_ALLOCATION");
-        left = which != nullptr ? std::strtol(which, nullptr, 10) : 0;
-    }
-    if (left == 0 || --left > 0) {
+    static long count = 0;
+    char* end = nullptr;
+    const long first = std::strtol(which, &end, 10);
+    ++count;
+    if (*end == '+' ? count < first : count != first) {
         return false;
     }
     const ssize_t ignored = write(STDERR_FILENO, "allocation failed\n", 18);
     static_cast<void>(ignored);
+    errno = ENOMEM;
     return true;
 }
 

@@ -24,7 +24,7 @@ constexpr campaign campaigns[] = {
     {"throughput", "engine's speed, being read and not, in pairs", 20, compare_throughput},
     {"changes", "engine killed, restarted, replaced in a report", 2000, change_engines},
     {"outputs", "closed, full, slow and broken outputs", 0, close_outputs},
-    {"allocations", "each allocation failing in turn", 0, fail_allocations},
+    {"allocations", "each allocation failing in turn, alone and for good", 0, fail_allocations},
     {"poor", "limits on memory, descriptors, files; signals", 0, starve_viewer},
     {"clocks", "years, time zones, locales", 0, turn_clocks},
     {"crowd", "viewers at once beside one engine", 1000, start_many_viewers},

@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdint>
 #include <memory>
+#include <string_view>
 
 namespace {
 
@@ -16,17 +17,52 @@ constexpr sample_size some = {5, 40, 10, 20, 5};
 constexpr const char* failing_viewer = "viewer_failing_allocations";
 constexpr const char* other_clock_viewer = "viewer_other_clock";
 
-program_result run_other_viewer(const char* name, const std::vector<std::string>& report, const std::string& variable,
-                                const std::string& value)
+program_result run_other_viewer(const char* name, const std::vector<std::string>& report,
+                                const run_surroundings& surroundings)
 {
-    run_surroundings surroundings;
-    surroundings.environment = {{variable, value}};
     return child_program(built_program(name), report, surroundings).finish();
 }
 
 std::ptrdiff_t lines_of(const std::string& text)
 {
     return std::count(text.begin(), text.end(), '\n');
+}
+
+// Whether the viewer says that memory was missing, after nothing but a part of the report.
+bool is_told(const program_result& end, const std::string& whole)
+{
+    constexpr std::string_view message = "exec_show_stats_kav: out of memory\n";
+    if (end.status != 1) {
+        return false;
+    }
+    if (end.out.ends_with(message)) {
+        return whole.starts_with(end.out.substr(0, end.out.size() - message.size()));
+    }
+    return end.out.ends_with("bject not initialized\n") || end.out.ends_with("error code: -9\n");
+}
+
+// Fails each allocation of the report in turn; how: "" for this one only, "+" for all that follow as well. The time
+// zone is one that is read from a file. Returns how often the viewer ended with status 1.
+unsigned long fail_allocations_of(const std::vector<std::string>& report, const std::string& how, tally& result)
+{
+    run_surroundings surroundings{.environment = {{"TZ", "Asia/Kathmandu"}}};
+    const std::string whole = run_viewer(report, surroundings).out;
+    unsigned long refused = 0;
+    constexpr int allocations_at_most = 2000;
+    for (int which = 1; which <= allocations_at_most; ++which) {
+        const std::string number = std::to_string(which) + how;
+        surroundings.environment.resize(1);
+        surroundings.environment.emplace_back("KAV_FAIL_ALLOCATION", number);
+        const program_result end = run_other_viewer(failing_viewer, report, surroundings);
+        const bool b_same = end.status == 0 && end.out == whole;
+        refused += end.status == 1 ? 1U : 0U;
+        result.add(b_same || is_told(end, whole), words_of(report) + ", allocation " + number + ": " + end_of(end));
+        // The allocator tells on standard error that it has failed one; without that there were no more.
+        if (end.err.empty()) {
+            break;
+        }
+    }
+    return refused;
 }
 
 } // namespace
@@ -43,20 +79,8 @@ void fail_allocations(const torture_options& options, tally& result)
     reports.push_back({"top-app", "from-file", saved});
     unsigned long refused = 0;
     for (const auto& report : reports) {
-        const std::string whole = run_viewer(report).out;
-        constexpr int allocations_at_most = 2000;
-        for (int which = 1; which <= allocations_at_most; ++which) {
-            const program_result end =
-                run_other_viewer(failing_viewer, report, "KAV_FAIL_ALLOCATION", std::to_string(which));
-            const bool b_same = end.status == 0 && end.out == whole;
-            refused += end.status == 1 ? 1U : 0U;
-            result.add(b_same || end.status == 1,
-                       words_of(report) + ", allocation " + std::to_string(which) + ": " + end_of(end));
-            // The allocator tells on standard error that it has failed one; without that there were no more.
-            if (end.err.empty()) {
-                break;
-            }
-        }
+        refused += fail_allocations_of(report, "", result);
+        refused += fail_allocations_of(report, "+", result);
     }
     result.note("told by status 1: " + std::to_string(refused));
 }
@@ -147,8 +171,8 @@ void turn_clocks(const torture_options&, tally& result)
     for (const auto& report : all_reports()) {
         const std::string whole = run_viewer(report).out;
         for (const long long moment : moments) {
-            const program_result end =
-                run_other_viewer(other_clock_viewer, report, "KAV_TEST_NOW", std::to_string(moment));
+            const program_result end = run_other_viewer(other_clock_viewer, report,
+                                                        {.environment = {{"KAV_TEST_NOW", std::to_string(moment)}}});
             result.add(end.status == 0 && lines_of(end.out) == lines_of(whole),
                        words_of(report) + " at " + std::to_string(moment) + ": " + end_of(end));
         }

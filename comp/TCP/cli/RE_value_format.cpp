@@ -1,7 +1,7 @@
 #include "RE_value_format.h"
 
+#include "RE_local_time.h"
 #include "RE_row_writer.h"
-#include "RE_time_zone.h"
 #include "RE_viewer_reader.h"
 
 #include <array>
@@ -204,7 +204,7 @@ const char* get_time_str(int t)
 
 char* put_time(char* at, int t)
 {
-    std::tm local;
+    std::tm local{};
     RE_local_time(t, local);
     // "%02d" of what a calendar holds.
     const auto put_two = [](char* to, int value) {

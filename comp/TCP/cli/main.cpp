@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <exception>
 
 namespace {
 
@@ -105,6 +106,17 @@ void refuse_statistics_that_vanish()
     sigaction(SIGBUS, &action, nullptr);
 }
 
+// std::bad_alloc is the only exception, and the viewer does not catch it. This is not a new handler, as `new
+// (std::nothrow)` calls that too, and its callers report a failure themselves.
+[[noreturn]] void give_up_without_memory()
+{
+    std::fflush(stdout);
+    constexpr char message[] = "exec_show_stats_kav: out of memory\n";
+    const ssize_t ignored = write(STDOUT_FILENO, message, sizeof message - 1);
+    static_cast<void>(ignored);
+    _exit(1);
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -112,6 +124,7 @@ int main(int argc, char** argv)
     print_patiently(keep_standard_output_apart());
     hold_back_output_signals();
     refuse_statistics_that_vanish();
+    std::set_terminate(give_up_without_memory);
     RE_keep_from_odd_zone_files();
     return exec_show_stats_kav(argc, argv);
 }

@@ -2,8 +2,8 @@
 
 #include "RE_bypass_table.h"
 #include "RE_ip.h"
+#include "RE_local_time.h"
 #include "RE_sequence.h"
-#include "RE_time_zone.h"
 
 #include <algorithm>
 #include <cinttypes>
