@@ -67,8 +67,8 @@ int __wrap_open(const char* path, int flags, unsigned int mode)
         return __real_open(found->second.c_str(), flags, mode);
     }
     // The sample engine's segment and its folders, the inputs in memory, and where reports are saved to.
-    if (std::strcmp(path, "/dev/shm") == 0 || begins(path, "/dev/shm/kav-") || begins(path, "/tmp/kav_sample.") || is_input_in_memory(path) ||
-        std::strcmp(path, "/dev/null") == 0) {
+    if (std::strcmp(path, "/dev/shm") == 0 || begins(path, "/dev/shm/kav-") || begins(path, "/tmp/kav_sample.") ||
+        is_input_in_memory(path) || std::strcmp(path, "/dev/null") == 0) {
         return __real_open(path, flags, mode);
     }
     errno = ENOENT;

@@ -20,7 +20,8 @@ constexpr const char* footer =
     "Exit status: 0 when all went well, 1 after an error without a status of its own, 2 for a mistake on the command\n"
     "line, 3 when no engine is running or a file cannot be read, 4 when the output cannot be written, 5 when the\n"
     "address cannot be listened on.\n"
-    "Environment: KAV_STAT_SEGMENT names the engine's statistics, to tell several engines apart; KAV_STAT_OWNER names the\n"
+    "Environment: KAV_STAT_SEGMENT names the engine's statistics, to tell several engines apart; KAV_STAT_OWNER names "
+    "the\n"
     "user, beside root and oneself, whose engine is believed.";
 
 constexpr const char* file_help = "A saved statistics file instead of the running engine";

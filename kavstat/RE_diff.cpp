@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr std::size_t columns = 7;
-using row = std::array<std::string, columns>;
+constexpr std::size_t diff_columns = 7;
+using diff_row = std::array<std::string, diff_columns>;
 
 constexpr const char* mark_restarted = "since the restart";
 constexpr const char* mark_went_back = "went back: reset";
@@ -62,20 +62,20 @@ public:
         if (m_rows.size() == 1) {
             return;
         }
-        std::array<std::size_t, columns> widths{};
-        for (const row& one : m_rows) {
-            for (std::size_t column = 0; column < columns; ++column) {
+        std::array<std::size_t, diff_columns> widths{};
+        for (const diff_row& one : m_rows) {
+            for (std::size_t column = 0; column < diff_columns; ++column) {
                 widths[column] = std::max(widths[column], one[column].size());
             }
         }
         output.add('\n');
         output.add(m_title);
         output.add('\n');
-        for (const row& one : m_rows) {
+        for (const diff_row& one : m_rows) {
             std::string line;
-            for (std::size_t column = 0; column < columns; ++column) {
+            for (std::size_t column = 0; column < diff_columns; ++column) {
                 const std::string blanks(widths[column] - one[column].size(), ' ');
-                const bool b_left = column <= 1 || column == columns - 1;
+                const bool b_left = column <= 1 || column == diff_columns - 1;
                 line += "  " + (b_left ? one[column] + blanks : blanks + one[column]);
             }
             line.resize(line.find_last_not_of(' ') + 1);
@@ -110,7 +110,7 @@ private:
     bool m_b_restarted;
     double m_seconds;
     bool m_b_all;
-    std::vector<row> m_rows{{"counter", "unit", "before", "after", "change", "rate", ""}};
+    std::vector<diff_row> m_rows{{"counter", "unit", "before", "after", "change", "rate", ""}};
 };
 
 template <typename Figures>

@@ -41,11 +41,12 @@ protected:
 
 } // namespace
 
-TEST_F(budget, of_a_report_is_34_system_calls_and_one_write)
+// Of which 5 find the segment's folder, which may be in three places, see whose it is, and guard against its being cut.
+TEST_F(budget, of_a_report_is_37_system_calls_and_one_write)
 {
     for (const auto& words : one_shot_words) {
         const program_cost cost = watched_run(viewer(words));
-        EXPECT_LE(cost.system_calls, 34) << text_of(words);
+        EXPECT_LE(cost.system_calls, 37) << text_of(words);
         EXPECT_EQ(cost.write_calls, 1) << text_of(words);
     }
 }

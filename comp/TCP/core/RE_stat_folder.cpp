@@ -16,7 +16,6 @@
 
 namespace {
 
-constexpr const char* log_file = "comp/TCP/core/RE_stat_folder";
 constexpr int log_id_folder_refused = 690462;
 constexpr int log_id_folder_set_aside = 690463;
 constexpr int log_id_owner_unknown = 690464;
@@ -110,7 +109,7 @@ bool set_aside(int parent, const char* path, bool b_log)
     }
     if (b_log) {
         char owner[RE_user_text_size];
-        __re_syslog(log_file, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_folder_set_aside,
+        __re_syslog(__FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_folder_set_aside,
                     "%s belonged to %s, or others could write to it; it was renamed to %s", path,
                     user_text(found.st_uid, owner), other_name);
     }
@@ -146,11 +145,11 @@ void report_refused_folder(const char* path, int error)
     };
     if (lstat(path, &found) == 0) {
         char owner[RE_user_text_size];
-        __re_syslog(log_file, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_folder_refused,
+        __re_syslog(__FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_folder_refused,
                     "no statistics: %s belongs to %s, mode %o: %s", path, user_text(found.st_uid, owner),
                     found.st_mode & 07777U, std::strerror(error));
     } else {
-        __re_syslog(log_file, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_folder_refused,
+        __re_syslog(__FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_folder_refused,
                     "no statistics: %s cannot be made: %s", path, std::strerror(error));
     }
 }
@@ -181,7 +180,7 @@ RE_stat_folders::RE_stat_folders() : m_user(geteuid())
     m_b_owner = owner != nullptr;
     if (m_b_owner && !find_user(owner, m_owner)) {
         m_b_valid = false;
-        __re_syslog(log_file, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_owner_unknown,
+        __re_syslog(__FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_owner_unknown,
                     "KAV_STAT_OWNER names no user of this machine: %s", owner);
     }
 }

@@ -15,7 +15,6 @@
 
 namespace {
 
-constexpr const char* log_file = "comp/TCP/core/RE_stat_segment";
 constexpr int log_id_earlier_layout = 690465;
 
 constexpr const char* default_segment_name = "kav_statistics";
@@ -106,7 +105,7 @@ void report_segment_of_earlier_layout(const char* name)
     if (b_image || (b_hidden && lstat(path, &found) == 0)) {
         char owner[RE_user_text_size];
         __re_syslog(
-            log_file, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_earlier_layout,
+            __FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_earlier_layout,
             "%s, of %s, is where engines of an earlier release publish; it is not used. Engines of this release "
             "publish in /run/kav, $XDG_RUNTIME_DIR/kav or /dev/shm/kav-UID: stop that engine and start one of "
             "this release",

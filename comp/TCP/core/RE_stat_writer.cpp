@@ -67,7 +67,6 @@ app_key key_of(const RE_stat_app_header& header)
     return {reinterpret_cast<const char*>(&identity), sizeof identity};
 }
 
-constexpr const char* log_file = "comp/TCP/core/RE_stat_writer";
 constexpr int log_id_published_again = 690467;
 constexpr int log_id_not_published_again = 690468;
 
@@ -453,11 +452,11 @@ int RE_stat_writer::publish_again()
     const std::string lost = me.path;
     const int error = me.make_again();
     if (error == 0) {
-        __re_syslog(log_file, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_published_again,
+        __re_syslog(__FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_published_again,
                     "the statistics in %s were removed or replaced; published again in %s", lost.c_str(),
                     me.path.c_str());
     } else if (error != me.last_error) { // once, however often it is tried
-        __re_syslog(log_file, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_not_published_again,
+        __re_syslog(__FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_not_published_again,
                     "the statistics in %s were removed or replaced, and cannot be published again: %s", lost.c_str(),
                     std::strerror(-error));
     }
