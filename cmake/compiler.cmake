@@ -1,8 +1,12 @@
 # What everything is compiled with: warnings as errors, and the sanitizers of the preset.
 add_library(kav_warnings INTERFACE)
 target_compile_options(kav_warnings INTERFACE
-    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2 -Werror
+    -Wall -Wextra -Wpedantic -Wconversion -Wformat=2 -Werror
     -fstack-protector-strong -ffunction-sections -fdata-sections)
+# Sources that are compiled together shadow one another's names; the other builds find what is shadowed within one.
+if(NOT CMAKE_UNITY_BUILD)
+    target_compile_options(kav_warnings INTERFACE -Wshadow)
+endif()
 # Messages name the source that logs by its path from here, wherever the tree is; compiler caches make paths relative.
 cmake_path(RELATIVE_PATH PROJECT_SOURCE_DIR BASE_DIRECTORY "${PROJECT_BINARY_DIR}" OUTPUT_VARIABLE way_to_source)
 target_compile_options(kav_warnings INTERFACE
