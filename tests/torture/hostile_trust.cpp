@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <sys/mman.h>
+#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -425,6 +426,27 @@ std::string grow_the_segment(const hostile_place& place)
                                            std::to_string(memory_in_use());
 }
 
+// Of the engine as well, which has more connections than memory for them.
+std::string fill_the_memory(const hostile_place& place)
+{
+    if (mount("tmpfs", "/dev/shm", "tmpfs", 0, "mode=1777,size=2m") != 0) {
+        throw std::runtime_error("no /dev/shm to fill");
+    }
+    child_program engine(place.bin + "/kav_demo_engine",
+                         {"--slots", "100000", "--repeat", "1000", "--duration", "1", "/etc/hostname"});
+    if (engine.read_line() != "ready") {
+        return "no engine to attack";
+    }
+    const neighbour filler([] {
+        const int file = open("/dev/shm/full", O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+        const std::vector<char> bytes(4096);
+        while (write(file, bytes.data(), bytes.size()) > 0) {
+        }
+    });
+    const program_result end = engine.finish();
+    return end.status == 0 ? "" : "the engine ends: " + end.err;
+}
+
 // Not by a neighbour, but by whoever tidies up, or by accident.
 std::string remove_the_segment(const hostile_place& place)
 {
@@ -511,6 +533,7 @@ const std::vector<attack>& attacks_on_trust()
         {"the group of a service writes to the segment", write_to_a_services_segment},
         {"another user reads what the engine publishes", read_what_an_engine_publishes},
         {"another user makes the segment grow", grow_the_segment},
+        {"another user fills the shared memory", fill_the_memory},
         {"the segment is removed", remove_the_segment},
         {"statistics are saved over the segment", save_over_the_segment},
         {"a killed engine leaves an unfinished segment", leave_an_unfinished_segment},
