@@ -34,6 +34,5 @@ enum RE_stat_error : int
     RE_STAT_ERR_NO_SPACE = -25,      // the disk is full, or a quota or size limit is reached
     RE_STAT_ERR_SYNC = -26,          // the bytes did not reach the disk
     RE_STAT_ERR_RENAME = -27,        // the new file could not take the old one's place
-    RE_STAT_ERR_LIVE_SEGMENT =
-        -28, // the target is the segment of a running engine, or a file that engines keep beside it
+    RE_STAT_ERR_LIVE_SEGMENT = -28,  // the target is a running engine's segment, or a file that engines keep beside it
 };
