@@ -1,5 +1,8 @@
 #include "RE_cache_file.h"
 
+#include "RE_stat_error.h"
+#include "RE_target_path.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -17,6 +20,13 @@ namespace {
 
 int open_unnamed_file(const std::string& folder)
 {
+    char resolved[PATH_MAX];
+    struct stat found
+    {
+    };
+    if (resolve_target(folder.c_str(), resolved, found) == RE_STAT_ERR_PLANTED_LINK) {
+        fail(ELOOP, "cannot make a cache file in " + folder);
+    }
     std::string name = folder + "/kav_cache_XXXXXX";
     const int descriptor = mkostemp(name.data(), O_CLOEXEC);
     if (descriptor < 0) {

@@ -32,6 +32,12 @@ std::string octal_mode(std::string& text)
     return {};
 }
 
+// An empty path would stand for an option that was not given.
+std::string not_empty(const std::string& path)
+{
+    return path.empty() ? "the path is empty" : "";
+}
+
 std::string default_cache_folder()
 {
     const char* const folder = std::getenv("TMPDIR");
@@ -85,6 +91,7 @@ RE_parsed_options parse_options(int argc, char** argv)
         ->check(CLI::Range(1U, 65'536U))
         ->capture_default_str();
     app.add_option("--cache-dir", options.cache_folder, "Where cache files are made; they have no names")
+        ->check(not_empty)
         ->capture_default_str();
     app.add_option("--signature-bits", options.signature_bits, "Length of chunk signatures; short ones collide")
         ->check(CLI::Range(8U, 64U))
@@ -97,12 +104,14 @@ RE_parsed_options parse_options(int argc, char** argv)
     app.add_option("--bypass-retry", options.bypass_retry, "Seconds until a bypassed server is tried again")
         ->check(CLI::Range(1U, 86'400U))
         ->capture_default_str();
-    app.add_option("--ledger", options.ledger, "Write the engine's own account of its traffic, as JSON, to this file");
+    app.add_option("--ledger", options.ledger, "Write the engine's own account of its traffic, as JSON, to this file")
+        ->check(not_empty);
     app.add_option("--top-app-log", options.top_app_log,
-                   "Append a section to this log file after each pass, once a second at most");
+                   "Append a section to this log file after each pass, once a second at most")
+        ->check(not_empty);
     app.add_flag("--install-config", options.b_install_config,
                  "Write the configuration to /sw/vantero/config/re_cfg.txt");
-    app.add_option("--config-file", options.config_file, "Write the configuration to this file");
+    app.add_option("--config-file", options.config_file, "Write the configuration to this file")->check(not_empty);
 
     try {
         app.parse(argc, argv);

@@ -4,6 +4,7 @@
 #include "RE_published_app.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <system_error>
 
 namespace {
@@ -125,8 +126,9 @@ void RE_publisher::open_conn(RE_published_conn& conn, const RE_peer& peer, const
     conn.peer_number = peer.number();
     conn.so_header = so_header_of(application, b_bypassed);
     conn.slot = m_writer.open_conn(peer_slot, ends, conn.so_header, now);
-    if (conn.slot < 0) {
-        throw std::runtime_error("no room for the statistics of another connection");
+    if (conn.slot < 0 && !m_b_room_missed) {
+        m_b_room_missed = true;
+        std::fputs("kav_demo_engine: no room for the statistics of all connections\n", stderr);
     }
     m_writer.add_global(SO_STAT_TOTAL_CONN_NUM, 1);
     m_writer.add_global(SO_STAT_BYPASS_CONN_NUM, b_bypassed ? 1 : 0);

@@ -48,7 +48,7 @@ public:
     // All of them, once, in the order of their numbers. Throws when there is no room.
     void add_peers(const std::vector<std::unique_ptr<RE_peer>>& peers);
 
-    // Throws when all slots are taken by open connections.
+    // A connection that there is no room for is not published. That is noted once.
     void open_conn(RE_published_conn& conn, const RE_peer& peer, const RE_application& application,
                    const RE_stat_conn_header& ends, bool b_bypassed);
     // local_bytes, remote_bytes: what the applications here and at the peer sent over the connection.
@@ -99,6 +99,7 @@ private:
     void refresh_global(const std::vector<std::unique_ptr<RE_peer>>& peers);
 
     RE_stat_writer m_writer;
+    bool m_b_room_missed = false;
     std::vector<RE_concurrency> m_concurrency; // by peer slot
     std::vector<peer_work> m_peer_work;        // by peer slot
     long long m_connected_peers = 0;

@@ -37,6 +37,8 @@ std::string RE_source::reason_of(int error)
         return "the engine is still starting, or is just stopping";
     case RE_STAT_ERR_OWNER:
         return "the statistics are those of a user who is not trusted; the system log says of whom";
+    case RE_STAT_ERR_UNKNOWN_OWNER:
+        return "KAV_STAT_OWNER names no user of this machine";
     case RE_STAT_ERR_NO_FILE:
         return "there is no such file";
     case RE_STAT_ERR_NOT_A_FILE:

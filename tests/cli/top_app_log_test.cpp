@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <fstream>
 #include <thread>
 
@@ -714,16 +715,38 @@ TEST_F(top_app_log, leaves_no_descriptor_open)
     EXPECT_EQ(next_descriptor(), before);
 }
 
-TEST_F(top_app_log, is_opened_for_reading_and_kept_from_child_processes)
+TEST_F(top_app_log, is_opened_for_reading_without_waiting_and_kept_from_child_processes)
 {
     int opened_with = 0;
+    int read_with = 0;
     fake_system_calls::open = [&](const char* path, int flags) {
         opened_with = flags;
         return fake_system_calls::real_open(path, flags);
     };
+    fake_system_calls::read = [&](int fd, void* buffer, std::size_t size) {
+        read_with |= fcntl(fd, F_GETFL);
+        return fake_system_calls::real_read(fd, buffer, size);
+    };
     const memory_file file(two_sections());
     shown(file.path());
-    EXPECT_EQ(opened_with, O_RDONLY | O_CLOEXEC);
+    EXPECT_EQ(opened_with, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    EXPECT_EQ(read_with & O_NONBLOCK, 0);
+}
+
+TEST_F(top_app_log, whose_owner_has_a_lease_is_not_waited_for)
+{
+    const scratch_folder folder;
+    const std::string path = folder.m_path + "/log";
+    std::ofstream(path) << two_sections();
+    const auto before = std::signal(SIGIO, SIG_IGN); // which asks the owner to give the lease up
+    const int owner = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(fcntl(owner, F_SETLEASE, F_WRLCK), 0);
+    EXPECT_EQ(shown(path), "\n");
+    EXPECT_EQ(messages(), std::vector<std::string>{"top_app_log open error: open(" + path +
+                                                   ", O_RDONLY): Resource temporarily unavailable\n"});
+    close(owner);
+    unlink(path.c_str());
+    std::signal(SIGIO, before);
 }
 
 TEST_F(top_app_live, reports_the_slots_by_port)

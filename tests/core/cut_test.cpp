@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <thread>
@@ -28,9 +29,6 @@ protected:
         m_size = status.st_size;
         ASSERT_EQ(m_mine.open(), 0);
     }
-    // The engine cannot withdraw from memory that is gone.
-    void TearDown() override { cut_to(m_size); }
-
     void cut_to(off_t size) const { ASSERT_EQ(truncate(segment_path().c_str(), size), 0); }
 
     off_t m_size = 0;
@@ -102,6 +100,58 @@ TEST_F(cut_test, of_one_engine_is_noted_by_all_its_readers_at_once)
         thread.join();
     }
     EXPECT_EQ(noted, 16);
+}
+
+// Group members may do that, when the segment's mode says so.
+TEST_F(cut_test, of_a_living_engine_costs_it_no_more_than_what_was_cut)
+{
+    std::vector<int> open_conns;
+    for (std::uint32_t number = 0; number < 1000; ++number) {
+        const int slot = engine.open_conn(0, conn_header_of(number), so_header_of(number), 1);
+        if (slot >= 0) {
+            open_conns.push_back(slot);
+        }
+    }
+    const int app = engine.find_or_add_app(app_key_of(7));
+    for (const off_t size : {off_t{0}, off_t{100}, off_t{4096}, off_t{8192}, m_size / 2}) {
+        for (const bool b_grown : {false, true}) {
+            SCOPED_TRACE(size);
+            ASSERT_TRUE(engine.is_in_place());
+            cut_to(size);
+            if (b_grown && size < 4096) {
+                cut_to(m_size);
+            }
+            EXPECT_FALSE(engine.is_in_place());
+            engine.add_global(1, 1);
+            engine.add_conn_stat(open_conns.front(), 1, 1);
+            engine.close_conn(open_conns.front(), 5);
+            open_conns.erase(open_conns.begin());
+            engine.add_nack(nack_of(1));
+            EXPECT_EQ(engine.set_bypass({1, 2, RE_bypass_reason::configured, 1, 1, 1, 1}), 0);
+            EXPECT_EQ(engine.publish_again(), 0);
+            EXPECT_TRUE(engine.is_in_place());
+            ASSERT_EQ(reader->open(), 0);
+            long long value = 0;
+            reader->read_global_stat(1, value);
+            EXPECT_GT(value, 0);
+            EXPECT_TRUE(same_record(*reader->get_config_param(), config_of(77)));
+            EXPECT_EQ(reader->read_global_active_conn_count(), static_cast<int>(open_conns.size()) + 7);
+            RE_stat_peer_header peer{};
+            EXPECT_EQ(reader->read_peer_header(0, peer), 0);
+            EXPECT_TRUE(same_record(peer, peer_header_of(500)));
+            RE_stat_app_header found{};
+            EXPECT_EQ(reader->read_app_header(app, found), 0);
+            EXPECT_EQ(engine.find_or_add_app(app_key_of(7)), app);
+            // The place of the connection that was closed is another's, whose counters start at 0.
+            const int slot = engine.open_conn(0, conn_header_of(5000), so_header_of(1), 9);
+            ASSERT_GE(slot, 0);
+            EXPECT_EQ(std::count(open_conns.begin(), open_conns.end(), slot), 0);
+            open_conns.push_back(slot);
+            RE_stat_conn_header conn{};
+            EXPECT_EQ(reader->read_conn_header(slot, conn), 0);
+            EXPECT_TRUE(same_record(conn, conn_header_of(5000)));
+        }
+    }
 }
 
 TEST_F(cut_test, has_nothing_to_do_with_other_signals_of_that_name)

@@ -335,6 +335,7 @@ segment_test::~segment_test()
     }
     std::error_code ignored;
     std::filesystem::remove_all(segment_path(), ignored);
+    std::filesystem::remove_all("/dev/shm/kav-" + std::to_string(nobody) + "/" + m_name, ignored); // result_as_nobody()
     unsetenv("KAV_STAT_SEGMENT");
 }
 

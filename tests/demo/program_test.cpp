@@ -123,6 +123,33 @@ TEST(program, writes_its_configuration_only_where_it_is_asked_to)
     EXPECT_STREQ(config->m_lz_algorithm, "zlib");
 }
 
+TEST(program, takes_no_empty_path)
+{
+    for (const char* const option : {"--top-app-log", "--ledger", "--config-file", "--cache-dir"}) {
+        engine_process engine({"--once", "--duration", "1", option, ""});
+        EXPECT_EQ(engine.wait(), 2) << option;
+        EXPECT_NE(engine.errors().find(std::string(option) + ": the path is empty"), std::string::npos);
+    }
+}
+
+TEST(program, makes_no_cache_through_another_users_link)
+{
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs another user";
+    }
+    const temporary_folder folder;
+    const std::string open_to_all = folder.file("open");
+    const std::string link = open_to_all + "/link";
+    ASSERT_EQ(mkdir(open_to_all.c_str(), 0755), 0);
+    ASSERT_EQ(chmod(open_to_all.c_str(), 01777), 0);
+    ASSERT_EQ(symlink(folder.path().c_str(), link.c_str()), 0);
+    ASSERT_EQ(lchown(link.c_str(), 65534, 65534), 0);
+    engine_process engine({"--once", "--duration", "1", "--cache-dir", link, "/etc/hostname"});
+    EXPECT_EQ(engine.wait(), 1);
+    EXPECT_EQ(engine.errors(),
+              "kav_demo_engine: cannot make a cache file in " + link + ": Too many levels of symbolic links\n");
+}
+
 // Whatever has an output's name, the engine neither waits for it nor writes to it.
 TEST(program, ends_with_an_error_where_an_output_is_no_regular_file)
 {

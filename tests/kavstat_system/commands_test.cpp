@@ -69,6 +69,9 @@ TEST_F(kavstat_command, without_an_engine_says_so_with_status_3)
         EXPECT_EQ(result.out, "");
         EXPECT_EQ(result.err, "kavstat: no engine is running\n");
     }
+    setenv("KAV_STAT_OWNER", "no such user", 1);
+    EXPECT_EQ(run_kavstat({"json"}).err, "kavstat: KAV_STAT_OWNER names no user of this machine\n");
+    unsetenv("KAV_STAT_OWNER");
     // What collects metrics must see it, and see a success.
     const program_result metrics = run_kavstat({"metrics"});
     EXPECT_EQ(metrics.status, 0);

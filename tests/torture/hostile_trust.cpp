@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <sys/mman.h>
+#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -373,6 +374,29 @@ std::string write_to_a_services_segment(const hostile_place& place)
     return is_true(place.view({"brief-config"})) ? "" : "the engine is no longer reported";
 }
 
+// By the group, which the segment's mode lets write.
+std::string cut_a_services_segment(const hostile_place& place)
+{
+    make_service_folder();
+    child_program engine(place.bin + "/kav_demo_engine",
+                         {"--segment-mode", "0660", "--rate", "1", "--duration", "3", "/etc/hostname"}, as_service);
+    if (engine.read_line() != "ready") {
+        return "no engine to attack";
+    }
+    const auto cut = [] { truncate(("/run/kav/" + segment_name()).c_str(), 100) != 0 ? _exit(1) : void(); };
+    const neighbour writer(cut, false, operators);
+    bool b_reported = false;
+    for (int tenths = 0; tenths < 20 && !b_reported; ++tenths) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        b_reported = is_true(place.view({"brief-config"}));
+    }
+    const program_result end = engine.finish();
+    if (end.signal != 0) {
+        return "the engine ends by signal " + std::to_string(end.signal);
+    }
+    return b_reported ? "" : "the engine is no longer reported";
+}
+
 std::string read_what_an_engine_publishes(const hostile_place& place)
 {
     const real_engine engine(place);
@@ -423,6 +447,27 @@ std::string grow_the_segment(const hostile_place& place)
     return memory_in_use() == before ? ""
                                      : "the segment has grown from " + std::to_string(before) + " bytes to " +
                                            std::to_string(memory_in_use());
+}
+
+// Of the engine as well, which has more connections than memory for them.
+std::string fill_the_memory(const hostile_place& place)
+{
+    if (mount("tmpfs", "/dev/shm", "tmpfs", 0, "mode=1777,size=2m") != 0) {
+        throw std::runtime_error("no /dev/shm to fill");
+    }
+    child_program engine(place.bin + "/kav_demo_engine",
+                         {"--slots", "100000", "--repeat", "1000", "--duration", "1", "/etc/hostname"});
+    if (engine.read_line() != "ready") {
+        return "no engine to attack";
+    }
+    const neighbour filler([] {
+        const int file = open("/dev/shm/full", O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+        const std::vector<char> bytes(4096);
+        while (write(file, bytes.data(), bytes.size()) > 0) {
+        }
+    });
+    const program_result end = engine.finish();
+    return end.status == 0 ? "" : "the engine ends: " + end.err;
 }
 
 // Not by a neighbour, but by whoever tidies up, or by accident.
@@ -509,8 +554,10 @@ const std::vector<attack>& attacks_on_trust()
         {"readers' locks stop the engine's restart", stop_a_restart_by_locks},
         {"the same, by the group of a service", stop_a_services_restart_by_locks},
         {"the group of a service writes to the segment", write_to_a_services_segment},
+        {"the same group cuts a segment that it may write to", cut_a_services_segment},
         {"another user reads what the engine publishes", read_what_an_engine_publishes},
         {"another user makes the segment grow", grow_the_segment},
+        {"another user fills the shared memory", fill_the_memory},
         {"the segment is removed", remove_the_segment},
         {"statistics are saved over the segment", save_over_the_segment},
         {"a killed engine leaves an unfinished segment", leave_an_unfinished_segment},

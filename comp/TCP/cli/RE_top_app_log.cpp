@@ -8,6 +8,7 @@
 #include "RE_viewer_reader.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -244,12 +245,26 @@ void show_live(char* peer, bool detail, int top)
     process_top_app_vector(stdout, records, top, detail);
 }
 
-void show_log(const char* path, char* peer, bool detail, int top)
+// Opens without waiting, for whoever owns the log may hold its opening up for long by a lease. A writer at the other
+// end of a pipe is waited for afterwards.
+int open_log(const char* path)
 {
     int fd = -1;
     do {
-        fd = open(path, O_RDONLY | O_CLOEXEC);
+        fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     } while (fd < 0 && errno == EINTR);
+    if (fd >= 0) {
+        pollfd readable = {fd, POLLIN, 0};
+        while (poll(&readable, 1, -1) < 0 && errno == EINTR) {
+        }
+        fcntl(fd, F_SETFL, O_RDONLY);
+    }
+    return fd;
+}
+
+void show_log(const char* path, char* peer, bool detail, int top)
+{
+    const int fd = open_log(path);
     if (fd < 0) {
         __re_syslog(__FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, message_id,
                     "top_app_log open error: open(%s, O_RDONLY): %s\n", path, std::strerror(errno));

@@ -4,7 +4,6 @@
 #include "RE_save_target.h"
 #include "RE_sequence.h"
 #include "RE_stat_error.h"
-#include "RE_stat_segment.h"
 
 #include <algorithm>
 #include <cstring>
@@ -323,9 +322,6 @@ void image_writer::write_bypass()
 
 int save_image(const RE_stat_image& image, const char* path)
 {
-    if (is_live_segment(path)) {
-        return RE_STAT_ERR_LIVE_SEGMENT; // replacing it would hide its engine
-    }
     // Before the target, so that the unfinished file is gone when a cut may end the program again.
     const RE_cut_silence silence(image.mapping);
     RE_save_target target;

@@ -1,6 +1,8 @@
 #include "RE_save_target.h"
 
 #include "RE_stat_error.h"
+#include "RE_stat_folder.h"
+#include "RE_stat_segment.h"
 #include "RE_target_path.h"
 
 #include <fcntl.h>
@@ -43,6 +45,12 @@ bool folder_of(const char* path, char (&folder)[PATH_MAX])
 int error_of_write(int error)
 {
     return error == ENOSPC || error == EDQUOT || error == EFBIG ? RE_STAT_ERR_NO_SPACE : RE_STAT_ERR_WRITE;
+}
+
+// Replacing an engine's segment would hide the engine.
+bool is_engines(const char* target)
+{
+    return is_live_segment(target) || is_engine_file(target);
 }
 
 XXH64_state_t* hash_in(unsigned char* bytes)
@@ -120,6 +128,9 @@ int RE_save_target::open_in_place(const char* target, const struct stat& expecte
 
 int RE_save_target::open_beside(const char* target, const struct stat& existing)
 {
+    if (is_engines(target)) {
+        return RE_STAT_ERR_LIVE_SEGMENT;
+    }
     char folder[PATH_MAX];
     if (!folder_of(target, folder)) {
         return RE_STAT_ERR_TARGET;
@@ -231,6 +242,9 @@ int RE_save_target::put_into_place()
     m_descriptor = -1;
     if (::close(descriptor) != 0) {
         return error_of_write(errno);
+    }
+    if (is_engines(m_target)) { // one may have started meanwhile
+        return RE_STAT_ERR_LIVE_SEGMENT;
     }
     if (rename(m_temporary, m_target) != 0) {
         return RE_STAT_ERR_RENAME;

@@ -60,8 +60,7 @@ bool is_believed(const RE_stat_folders& folders, const struct stat& found, const
     }
     char owner[RE_user_text_size];
     __re_syslog(__FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_not_believed,
-                "statistics not read: %s%s belongs to %s; KAV_STAT_OWNER=%u takes them all the same", what, path,
-                user_text(found.st_uid, owner), found.st_uid);
+                "statistics not read: %s%s belongs to %s", what, path, user_text(found.st_uid, owner));
     return false;
 }
 
@@ -127,7 +126,7 @@ int RE_shm_reader::open()
     const char* const name = stat_segment_name();
     const RE_stat_folders folders;
     if (name == nullptr || !folders.is_valid()) {
-        return RE_STAT_ERR_NO_ENGINE;
+        return name == nullptr ? RE_STAT_ERR_NO_ENGINE : RE_STAT_ERR_UNKNOWN_OWNER;
     }
     int error = RE_STAT_ERR_NO_ENGINE;
     for (int number = 0; number < RE_stat_folders::count; ++number) {
@@ -146,9 +145,7 @@ int RE_shm_reader::open()
             error = segment.number() >= 0 ? RE_STAT_ERR_ENGINE_GONE : segment.number();
         }
     }
-    if (error == RE_STAT_ERR_NO_ENGINE) {
-        report_segment_of_earlier_layout(name);
-    }
+    report_segment_of_earlier_layout(name);
     return error;
 }
 

@@ -5,11 +5,12 @@
 enum RE_stat_error : int
 {
     // Live statistics.
-    RE_STAT_ERR_NO_ENGINE = -1,     // there is no segment of that name, or the name is no name
-    RE_STAT_ERR_PERMISSION = -2,    // the segment or file may not be read
-    RE_STAT_ERR_ENGINE_GONE = -3,   // a segment is there, but the engine that made it no longer runs
-    RE_STAT_ERR_NOT_PUBLISHED = -4, // the engine is still starting, or is just stopping
-    RE_STAT_ERR_OWNER = -16,        // a segment is there, but it is, or could be, that of a user who is not trusted
+    RE_STAT_ERR_NO_ENGINE = -1,      // there is no segment of that name, or the name is no name
+    RE_STAT_ERR_PERMISSION = -2,     // the segment or file may not be read
+    RE_STAT_ERR_ENGINE_GONE = -3,    // a segment is there, but the engine that made it no longer runs
+    RE_STAT_ERR_NOT_PUBLISHED = -4,  // the engine is still starting, or is just stopping
+    RE_STAT_ERR_OWNER = -16,         // a segment is there, but it is, or could be, that of a user who is not trusted
+    RE_STAT_ERR_UNKNOWN_OWNER = -17, // KAV_STAT_OWNER names no user
 
     // Saved statistics.
     RE_STAT_ERR_NO_FILE = -5,         // there is no file of that name
@@ -33,5 +34,5 @@ enum RE_stat_error : int
     RE_STAT_ERR_NO_SPACE = -25,      // the disk is full, or a quota or size limit is reached
     RE_STAT_ERR_SYNC = -26,          // the bytes did not reach the disk
     RE_STAT_ERR_RENAME = -27,        // the new file could not take the old one's place
-    RE_STAT_ERR_LIVE_SEGMENT = -28,  // the target is the segment of a running engine
+    RE_STAT_ERR_LIVE_SEGMENT = -28,  // the target is a running engine's segment, or a file that engines keep beside it
 };

@@ -8,11 +8,13 @@
 #include <sys/random.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 namespace {
 
@@ -172,6 +174,35 @@ int open_own_stat_folder(RE_stat_path& path)
         report_refused_folder(path, -descriptor);
     }
     return descriptor;
+}
+
+bool is_engine_file(const char* path)
+{
+    const char* const slash = std::strrchr(path, '/');
+    const char* const name = slash != nullptr ? slash + 1 : path;
+    char folder[PATH_MAX] = ".";
+    struct stat found
+    {
+    };
+    if (slash != nullptr) {
+        std::snprintf(folder, sizeof folder, "%.*s", static_cast<int>(name - path), path);
+    }
+    if (name[0] != '.' || stat(folder, &found) != 0) {
+        return false;
+    }
+    RE_stat_path places[4] = {};
+    std::snprintf(places[0], sizeof places[0], "%s", service_folder);
+    if (!name_session_folder(places[1])) {
+        places[1][0] = '\0';
+    }
+    name_usual_session_folder(found.st_uid, places[2]);
+    name_memory_folder(found.st_uid, places[3]);
+    return std::any_of(std::begin(places), std::end(places), [&found](const RE_stat_path& place) {
+        struct stat status
+        {
+        };
+        return stat(place, &status) == 0 && status.st_dev == found.st_dev && status.st_ino == found.st_ino;
+    });
 }
 
 RE_stat_folders::RE_stat_folders() : m_user(geteuid())

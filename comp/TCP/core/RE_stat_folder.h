@@ -23,6 +23,10 @@ inline bool is_written_by_owner_alone(const struct stat& found)
 // in `path`; or -errno, after which the system log tells why.
 int open_own_stat_folder(RE_stat_path& path);
 
+// Whether `path` is in a folder for segments and has a name that begins with a dot: engines keep such files for
+// themselves.
+bool is_engine_file(const char* path);
+
 // Where a reader looks, in this order: the folders of the user that KAV_STAT_OWNER names (by name or number), if it is
 // set, then /run/kav, then the reader's own.
 class RE_stat_folders

@@ -6,6 +6,7 @@
 #include "RE_stat_image.h"
 #include "RE_stat_segment.h"
 #include "RE_syslog.h"
+#include "RE_watched_mapping.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -21,6 +22,7 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -81,7 +83,8 @@ public:
     starting_engine& operator=(const starting_engine&) = delete;
 
     // Returns 0, -EBUSY when an engine of this name runs, or -errno.
-    int begin(const std::string& name);
+    // own_segment: what the engine has published so far, or -1.
+    int begin(const std::string& name, int own_segment = -1);
     // Makes a new, locked segment that has no name yet that readers know. Returns its descriptor or -errno.
     int make_segment(unsigned int mode);
     // Gives it its name. Whoever still reads what had the name before keeps it.
@@ -115,7 +118,7 @@ starting_engine::~starting_engine()
     }
 }
 
-int starting_engine::begin(const std::string& name)
+int starting_engine::begin(const std::string& name, int own_segment)
 {
     m_name = name;
     m_folder = open_own_stat_folder(m_folder_path);
@@ -129,7 +132,7 @@ int starting_engine::begin(const std::string& name)
     if (existing < 0) {
         return errno == ENOENT ? 0 : -errno;
     }
-    const bool b_running = is_segment_lock_held(existing);
+    const bool b_running = is_segment_lock_held(existing) && !is_name_of(path().c_str(), own_segment);
     ::close(existing);
     return b_running ? -EBUSY : 0;
 }
@@ -192,10 +195,18 @@ struct RE_stat_writer::implementation
     std::string name;    // of the segment
     std::string path;    // the same with its folder, empty until it is in place
     unsigned int mode = 0;
-    int last_error = 0; // of publishing again, which is logged when it changes
-    unsigned char* mapping = nullptr;
-    std::size_t size = 0;
+    int last_error = 0;         // of publishing again, which is logged when it changes
+    RE_watched_mapping mapping; // whoever may write to the segment may cut it
+    std::optional<RE_cut_silence> silence;
     RE_stat_image image;
+
+    // What cannot be had from a segment that was cut.
+    std::vector<unsigned char> head; // header and section table
+    RE_image_config_row config{};
+    std::vector<RE_image_peer_row> peers;
+    std::uint32_t peer_slots_used = 0;
+    std::uint32_t conn_slots_used = 0;
+    std::uint32_t app_slots_used = 0;
 
     std::vector<conn_tenant> conns;                         // by slot
     std::vector<int> free_conn_slots;                       // released, to be taken again from the back
@@ -211,9 +222,16 @@ struct RE_stat_writer::implementation
 
     int make(const RE_stat_limits& limits, std::time_t start_time, starting_engine& start);
     int lay_out(const RE_stat_limits& limits, std::time_t start_time);
-    bool is_in_place() const { return !path.empty() && is_name_of(path.c_str(), descriptor); }
+    bool is_made() const { return mapping.base() != nullptr; }
+    bool has_name() const { return !path.empty() && is_name_of(path.c_str(), descriptor); }
+    bool has_head() const;
+    bool is_whole() const;
+    bool is_in_place() const { return has_name() && is_whole(); }
     int make_again();
     int move_memory_to(int new_descriptor);
+    void restore();
+    void write_peer(std::uint32_t slot, const RE_image_peer_row& row);
+    void use_slot(std::uint32_t slot, std::uint32_t& used, std::uint32_t& published_used);
     std::vector<std::span<const unsigned char>> backed_memory() const;
     int back(const void* start, std::size_t bytes) const;
     template <typename Row>
@@ -226,22 +244,22 @@ struct RE_stat_writer::implementation
 
     bool has_peer(int slot) const
     {
-        return mapping != nullptr && slot >= 0 &&
-               static_cast<std::uint32_t>(slot) < load_acquire(&image.header->peer_slots_used);
+        return is_made() && slot >= 0 && static_cast<std::uint32_t>(slot) < load_acquire(&peer_slots_used);
     }
+    // Only under the lock.
+    bool is_peer(int slot) const { return has_peer(slot) && peers[static_cast<std::uint32_t>(slot)].b_in_use != 0; }
     bool has_conn(int slot) const
     {
-        return mapping != nullptr && slot >= 0 &&
-               static_cast<std::uint32_t>(slot) < load_acquire(&image.header->conn_slots_used);
+        return is_made() && slot >= 0 && static_cast<std::uint32_t>(slot) < load_acquire(&conn_slots_used);
     }
     bool has_app(int slot) const
     {
-        return mapping != nullptr && slot >= 0 &&
-               static_cast<std::uint32_t>(slot) < load_acquire(&image.header->app_slots_used);
+        return is_made() && slot >= 0 && static_cast<std::uint32_t>(slot) < load_acquire(&app_slots_used);
     }
     // The peer's counters of the connection in `conn_slot`, null when that peer has gone.
     RE_image_peer_counters* peer_counters_of(int conn_slot) const;
     int take_conn_slot();
+    void count_active(int conn_slot, int delta) const;
     void close_locked(int conn_slot, std::time_t close_time);
     void remember_closed(int conn_slot);
     RE_bypass_table* bypass_table() const { return reinterpret_cast<RE_bypass_table*>(image.bypass); }
@@ -256,7 +274,7 @@ int RE_stat_writer::create(const RE_stat_limits& limits, std::time_t start_time,
 {
     constexpr unsigned int possible_mode = 0664;
     const char* const name = stat_segment_name();
-    if (m_impl->mapping != nullptr || name == nullptr || (mode & ~possible_mode) != 0 ||
+    if (m_impl->is_made() || name == nullptr || (mode & ~possible_mode) != 0 ||
         !is_within(limits.peers, RE_image_max_peers) || !is_within(limits.connections, RE_image_max_conns) ||
         !is_within(limits.applications, RE_image_max_apps) || !is_within(limits.nacks, RE_image_max_nacks)) {
         return -EINVAL;
@@ -320,19 +338,17 @@ int RE_stat_writer::implementation::lay_out(const RE_stat_limits& limits, std::t
     if (ftruncate(descriptor, static_cast<off_t>(end)) != 0) {
         return -errno;
     }
-    void* const memory = mmap(nullptr, end, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
-    if (memory == MAP_FAILED) {
+    if (mapping.map(descriptor, end, PROT_READ | PROT_WRITE) != 0) {
         return -errno;
     }
-    mapping = static_cast<unsigned char*>(memory);
-    size = end;
+    silence.emplace(&mapping);
 
     // Memory that shared memory cannot back would kill the engine at the first touch; so it is claimed beforehand, and
     // for slots when they are first used.
-    if (const int error = back(mapping, sections[RE_IMAGE_PEERS - 1].offset)) {
+    if (const int error = back(mapping.base(), sections[RE_IMAGE_PEERS - 1].offset)) {
         return error;
     }
-    if (const int error = back(mapping + sections[RE_IMAGE_BYPASS - 1].offset, sizeof(RE_bypass_table))) {
+    if (const int error = back(mapping.base() + sections[RE_IMAGE_BYPASS - 1].offset, sizeof(RE_bypass_table))) {
         return error;
     }
     RE_image_header header{};
@@ -347,11 +363,12 @@ int RE_stat_writer::implementation::lay_out(const RE_stat_limits& limits, std::t
     header.peer_counters = RE_STAT_PEER_ID_MAX;
     header.conn_counters = RE_STAT_CONN_ID_MAX;
     header.app_counters = RE_STAT_APP_ID_MAX;
-    std::memcpy(mapping, &header, sizeof header);
-    std::memcpy(mapping + sizeof header, sections, sizeof sections);
-    if (image.attach(mapping, size, RE_image_kind::live) != 0) {
+    std::memcpy(mapping.base(), &header, sizeof header);
+    std::memcpy(mapping.base() + sizeof header, sections, sizeof sections);
+    if (image.attach(mapping.base(), mapping.size(), RE_image_kind::live) != 0) {
         return -EINVAL;
     }
+    head.assign(mapping.base(), mapping.base() + sizeof header + sizeof sections);
     bypass_table()->magic = RE_bypass_magic;
     bypass_table()->capacity = RE_bypass_capacity;
     conns.resize(static_cast<std::size_t>(limits.connections));
@@ -360,7 +377,7 @@ int RE_stat_writer::implementation::lay_out(const RE_stat_limits& limits, std::t
 
 int RE_stat_writer::implementation::back(const void* start, std::size_t bytes) const
 {
-    const auto offset = static_cast<off_t>(static_cast<const unsigned char*>(start) - mapping);
+    const auto offset = static_cast<off_t>(static_cast<const unsigned char*>(start) - mapping.base());
     return -posix_fallocate(descriptor, offset, static_cast<off_t>(bytes));
 }
 
@@ -371,7 +388,7 @@ std::vector<std::span<const unsigned char>> RE_stat_writer::implementation::back
         return std::span(reinterpret_cast<const unsigned char*>(rows), count * sizeof *rows);
     };
     return {
-        std::span<const unsigned char>(mapping, reinterpret_cast<const unsigned char*>(image.peers)),
+        std::span<const unsigned char>(mapping.base(), reinterpret_cast<const unsigned char*>(image.peers)),
         bytes_of(image.peers, backed_peers),
         bytes_of(image.peer_counters, backed_peers),
         bytes_of(image.conns, backed_conns),
@@ -385,36 +402,81 @@ std::vector<std::span<const unsigned char>> RE_stat_writer::implementation::back
 // Copies the segment to another file, whose memory takes the old one's place at the same addresses.
 int RE_stat_writer::implementation::move_memory_to(int new_descriptor)
 {
-    if (ftruncate(new_descriptor, static_cast<off_t>(size)) != 0) {
+    RE_watched_mapping memory;
+    if (ftruncate(new_descriptor, static_cast<off_t>(mapping.size())) != 0 ||
+        memory.map(new_descriptor, mapping.size(), PROT_READ | PROT_WRITE) != 0) {
         return -errno;
     }
-    void* const memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, new_descriptor, 0);
-    if (memory == MAP_FAILED) {
-        return -errno;
-    }
-    int error = 0;
     for (const std::span<const unsigned char>& range : backed_memory()) {
-        const std::ptrdiff_t offset = range.data() - mapping;
-        if (error == 0 && !range.empty()) {
-            error = -posix_fallocate(new_descriptor, offset, static_cast<off_t>(range.size()));
+        const std::ptrdiff_t offset = range.data() - mapping.base();
+        if (range.empty()) {
+            continue;
         }
-        if (error == 0) {
-            std::memcpy(static_cast<unsigned char*>(memory) + offset, range.data(), range.size());
+        if (const int error = posix_fallocate(new_descriptor, offset, static_cast<off_t>(range.size()))) {
+            return -error;
+        }
+        const RE_cut_silence while_copying(&memory);
+        std::memcpy(memory.base() + offset, range.data(), range.size());
+    }
+    return memory.move_to(mapping) ? 0 : -errno;
+}
+
+bool RE_stat_writer::implementation::is_whole() const
+{
+    struct stat found
+    {
+    };
+    return fstat(descriptor, &found) == 0 && static_cast<std::size_t>(found.st_size) >= mapping.size() && has_head() &&
+           !mapping.is_cut();
+}
+
+// A segment that was cut and is as long as before again has zeros there.
+bool RE_stat_writer::implementation::has_head() const
+{
+    constexpr std::size_t table = sizeof(RE_image_header);
+    return std::memcmp(mapping.base(), head.data(), sizeof RE_image_magic) == 0 &&
+           std::memcmp(mapping.base() + table, head.data() + table, head.size() - table) == 0;
+}
+
+// Puts right what a cut has taken and the writer knows. Counters that were cut start at 0, and connections that were
+// cut are published no more.
+void RE_stat_writer::implementation::restore()
+{
+    if (!has_head()) {
+        std::memcpy(mapping.base(), head.data(), head.size());
+    }
+    image.header->peer_slots_used = peer_slots_used;
+    image.header->conn_slots_used = conn_slots_used;
+    image.header->app_slots_used = app_slots_used;
+    write_row(image.config, config);
+    for (std::uint32_t slot = 0; slot < peer_slots_used; ++slot) {
+        write_row(&image.peers[slot], peers[slot]);
+        image.peer_counters[slot].active_conns = 0;
+    }
+    for (const auto& [key, slot] : app_slots) {
+        if (key_of(image.apps[slot].app.m_header) != key) {
+            std::memcpy(&image.apps[slot].app.m_header, key.data(), key.size());
         }
     }
-    if (error == 0 && mremap(memory, size, size, MREMAP_MAYMOVE | MREMAP_FIXED, mapping) == MAP_FAILED) {
-        error = -errno;
+    bypass_table()->magic = RE_bypass_magic;
+    bypass_table()->capacity = RE_bypass_capacity;
+
+    std::erase_if(closed_conns, [this](const auto& closed) { return image.conns[closed.first].b_in_use == 0; });
+    free_conn_slots.clear();
+    image.global->active_conns = 0;
+    for (int slot = 0; has_conn(slot); ++slot) {
+        if (conns[static_cast<std::size_t>(slot)].b_open) {
+            count_active(slot, 1);
+        } else if (image.conns[slot].b_in_use == 0) {
+            free_conn_slots.push_back(slot);
+        }
     }
-    if (error != 0) {
-        munmap(memory, size);
-    }
-    return error;
 }
 
 int RE_stat_writer::implementation::make_again()
 {
     starting_engine start;
-    if (const int error = start.begin(name)) {
+    if (const int error = start.begin(name, descriptor)) {
         return error;
     }
     const int segment = start.make_segment(mode);
@@ -425,6 +487,7 @@ int RE_stat_writer::implementation::make_again()
         ::close(segment);
         return error;
     }
+    restore();
     ::close(descriptor);
     descriptor = segment;
     if (const int error = start.put_into_place()) {
@@ -443,7 +506,7 @@ int RE_stat_writer::publish_again()
 {
     implementation& me = *m_impl;
     const std::lock_guard<std::mutex> lock(me.mutex);
-    if (me.mapping == nullptr) {
+    if (!me.is_made()) {
         return -EINVAL;
     }
     if (me.is_in_place()) {
@@ -453,12 +516,12 @@ int RE_stat_writer::publish_again()
     const int error = me.make_again();
     if (error == 0) {
         __re_syslog(__FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_published_again,
-                    "the statistics in %s were removed or replaced; published again in %s", lost.c_str(),
+                    "the statistics in %s were removed, replaced or cut; published again in %s", lost.c_str(),
                     me.path.c_str());
     } else if (error != me.last_error) { // once, however often it is tried
         __re_syslog(__FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_not_published_again,
-                    "the statistics in %s were removed or replaced, and cannot be published again: %s", lost.c_str(),
-                    std::strerror(-error));
+                    "the statistics in %s were removed, replaced or cut, and cannot be published again: %s",
+                    lost.c_str(), std::strerror(-error));
     }
     me.last_error = error;
     return error;
@@ -536,16 +599,16 @@ bool RE_stat_writer::implementation::ensure_nack(std::uint32_t row)
 
 void RE_stat_writer::implementation::withdraw()
 {
-    if (mapping != nullptr) {
+    if (is_made()) {
         if (image.header != nullptr) {
             store_release(&image.header->state, std::uint32_t{RE_IMAGE_WITHDRAWN});
         }
-        munmap(mapping, size);
-        mapping = nullptr;
+        silence.reset();
+        mapping.unmap();
         image = {};
     }
     // Somebody may have removed the segment, and another engine have made its own since.
-    if (is_in_place()) {
+    if (has_name()) {
         unlink(path.c_str());
     }
     path.clear();
@@ -559,13 +622,18 @@ void RE_stat_writer::implementation::withdraw()
     closed_conns.clear();
     free_peer_slots.clear();
     app_slots.clear();
+    head.clear();
+    config = {};
+    peers.clear();
+    peer_slots_used = conn_slots_used = app_slots_used = 0;
     backed_peers = backed_conns = backed_apps = backed_nacks = 0;
 }
 
 void RE_stat_writer::publish()
 {
-    if (m_impl->mapping != nullptr) {
+    if (m_impl->is_made()) {
         store_release(&m_impl->image.header->state, std::uint32_t{RE_IMAGE_PUBLISHED});
+        std::memcpy(m_impl->head.data(), m_impl->mapping.base(), m_impl->head.size());
     }
 }
 
@@ -578,43 +646,55 @@ void RE_stat_writer::close()
 void RE_stat_writer::set_config(const RE_stat_config_param& config)
 {
     const std::lock_guard<std::mutex> lock(m_impl->mutex);
-    if (m_impl->mapping != nullptr) {
-        RE_image_config_row row{};
-        row.b_present = 1;
-        row.config = config;
-        write_row(m_impl->image.config, row);
+    if (m_impl->is_made()) {
+        m_impl->config.b_present = 1;
+        m_impl->config.config = config;
+        write_row(m_impl->image.config, m_impl->config);
     }
 }
 
 void RE_stat_writer::add_global(int id, long long delta)
 {
-    if (m_impl->mapping != nullptr && is_id(id, RE_STAT_GLOBAL_ID_MAX)) {
+    if (m_impl->is_made() && is_id(id, RE_STAT_GLOBAL_ID_MAX)) {
         add_to(m_impl->image.global->stats[id], delta);
     }
 }
 
 void RE_stat_writer::set_global(int id, long long value)
 {
-    if (m_impl->mapping != nullptr && is_id(id, RE_STAT_GLOBAL_ID_MAX)) {
+    if (m_impl->is_made() && is_id(id, RE_STAT_GLOBAL_ID_MAX)) {
         store_relaxed(&m_impl->image.global->stats[id], std::int64_t{value});
     }
 }
 
 long long RE_stat_writer::get_global(int id) const
 {
-    return m_impl->mapping != nullptr && is_id(id, RE_STAT_GLOBAL_ID_MAX)
-               ? load_relaxed(&m_impl->image.global->stats[id])
-               : 0;
+    return m_impl->is_made() && is_id(id, RE_STAT_GLOBAL_ID_MAX) ? load_relaxed(&m_impl->image.global->stats[id]) : 0;
+}
+
+void RE_stat_writer::implementation::write_peer(std::uint32_t slot, const RE_image_peer_row& row)
+{
+    peers[slot] = row;
+    write_row(&image.peers[slot], row);
+}
+
+// Lets readers look at a new slot, whose row is there by now.
+void RE_stat_writer::implementation::use_slot(std::uint32_t slot, std::uint32_t& used, std::uint32_t& published_used)
+{
+    if (slot >= used) {
+        store_release(&used, slot + 1);
+        store_release(&published_used, slot + 1);
+    }
 }
 
 int RE_stat_writer::add_peer(int peer_id, const RE_stat_peer_header& header)
 {
     implementation& me = *m_impl;
     const std::lock_guard<std::mutex> lock(me.mutex);
-    if (me.mapping == nullptr) {
+    if (!me.is_made()) {
         return -EINVAL;
     }
-    const std::uint32_t used = me.image.header->peer_slots_used;
+    const std::uint32_t used = me.peer_slots_used;
     const bool b_again = !me.free_peer_slots.empty();
     if (!b_again && (used >= me.image.peer_rows || !me.ensure_peer(used))) {
         return -ENOSPC;
@@ -622,16 +702,17 @@ int RE_stat_writer::add_peer(int peer_id, const RE_stat_peer_header& header)
     const std::uint32_t slot = b_again ? static_cast<std::uint32_t>(me.free_peer_slots.back()) : used;
     if (b_again) {
         me.free_peer_slots.pop_back();
+    } else {
+        me.peers.emplace_back();
     }
 
     // The new tenant's number goes first, so that no reader takes the old one's figures for the new one's.
-    RE_image_peer_row* const place = &me.image.peers[slot];
     RE_image_peer_row row{};
-    row.generation = place->generation + 1;
+    row.generation = me.peers[slot].generation + 1;
     row.slot = slot;
     row.peer_id = peer_id;
     row.header = header;
-    write_row(place, row);
+    me.write_peer(slot, row);
     RE_image_peer_counters& counters = me.image.peer_counters[slot];
     for (std::int64_t& counter : counters.stats) {
         store_release(&counter, std::int64_t{0});
@@ -641,32 +722,32 @@ int RE_stat_writer::add_peer(int peer_id, const RE_stat_peer_header& header)
     }
     store_release(&counters.active_conns, std::int64_t{0});
     row.b_in_use = 1;
-    write_row(place, row);
-    if (!b_again) {
-        store_release(&me.image.header->peer_slots_used, used + 1);
-    }
+    me.write_peer(slot, row);
+    me.use_slot(slot, me.peer_slots_used, me.image.header->peer_slots_used);
     return static_cast<int>(slot);
 }
 
 void RE_stat_writer::update_peer(int peer_slot, const RE_stat_peer_header& header)
 {
     const std::lock_guard<std::mutex> lock(m_impl->mutex);
-    if (m_impl->has_peer(peer_slot) && m_impl->image.peers[peer_slot].b_in_use != 0) {
-        RE_image_peer_row row = m_impl->image.peers[peer_slot];
+    if (m_impl->is_peer(peer_slot)) {
+        const auto slot = static_cast<std::uint32_t>(peer_slot);
+        RE_image_peer_row row = m_impl->peers[slot];
         row.header = header;
-        write_row(&m_impl->image.peers[peer_slot], row);
+        m_impl->write_peer(slot, row);
     }
 }
 
 void RE_stat_writer::remove_peer(int peer_slot)
 {
     const std::lock_guard<std::mutex> lock(m_impl->mutex);
-    if (m_impl->has_peer(peer_slot) && m_impl->image.peers[peer_slot].b_in_use != 0) {
-        RE_image_peer_row row = m_impl->image.peers[peer_slot];
+    if (m_impl->is_peer(peer_slot)) {
+        const auto slot = static_cast<std::uint32_t>(peer_slot);
+        RE_image_peer_row row = m_impl->peers[slot];
         row.b_in_use = 0;
         // Connections of this peer no longer count for the slot, whoever gets it.
         ++row.generation;
-        write_row(&m_impl->image.peers[peer_slot], row);
+        m_impl->write_peer(slot, row);
         m_impl->free_peer_slots.push_back(peer_slot);
     }
 }
@@ -709,7 +790,7 @@ int RE_stat_writer::implementation::take_conn_slot()
         free_conn_slots.pop_back();
         return slot;
     }
-    const std::uint32_t used = image.header->conn_slots_used;
+    const std::uint32_t used = conn_slots_used;
     if (used < image.conn_rows) {
         return ensure_conn(used) ? static_cast<int>(used) : -ENOSPC;
     }
@@ -729,9 +810,10 @@ int RE_stat_writer::open_conn(int peer_slot, const RE_stat_conn_header& header, 
 {
     implementation& me = *m_impl;
     const std::lock_guard<std::mutex> lock(me.mutex);
-    if (!me.has_peer(peer_slot) || me.image.peers[peer_slot].b_in_use == 0) {
+    if (!me.is_peer(peer_slot)) {
         return -EINVAL;
     }
+    const RE_image_peer_row& peer = me.peers[static_cast<std::uint32_t>(peer_slot)];
     const int slot = me.take_conn_slot();
     if (slot < 0) {
         return slot;
@@ -742,7 +824,7 @@ int RE_stat_writer::open_conn(int peer_slot, const RE_stat_conn_header& header, 
     RE_image_conn_row row{};
     row.generation = place->generation + 1;
     row.slot = static_cast<std::uint32_t>(slot);
-    row.peer_id = me.image.peers[peer_slot].peer_id;
+    row.peer_id = peer.peer_id;
     row.header = header;
     row.so_header = so_header;
     row.open_time = open_time;
@@ -752,18 +834,14 @@ int RE_stat_writer::open_conn(int peer_slot, const RE_stat_conn_header& header, 
     }
     row.b_in_use = 1;
     write_row(place, row);
-    if (static_cast<std::uint32_t>(slot) >= me.image.header->conn_slots_used) {
-        store_release(&me.image.header->conn_slots_used, static_cast<std::uint32_t>(slot) + 1);
-    }
+    me.use_slot(static_cast<std::uint32_t>(slot), me.conn_slots_used, me.image.header->conn_slots_used);
 
     conn_tenant& tenant = me.conns[static_cast<std::size_t>(slot)];
-    tenant.set_peer(peer_slot, me.image.peers[peer_slot].generation);
+    tenant.set_peer(peer_slot, peer.generation);
     tenant.b_open = true;
-    RE_image_peer_counters& peer = me.image.peer_counters[peer_slot];
     add_to(me.image.global->stats[RE_STAT_GLOBAL_ID_NUM_TOTAL_CONNS], 1);
-    add_to(me.image.global->active_conns, 1);
-    add_to(peer.stats[RE_STAT_PEER_ID_NUM_TOTAL_CONNS], 1);
-    add_to(peer.active_conns, 1);
+    add_to(me.image.peer_counters[peer_slot].stats[RE_STAT_PEER_ID_NUM_TOTAL_CONNS], 1);
+    me.count_active(slot, 1);
     return slot;
 }
 
@@ -787,14 +865,23 @@ void RE_stat_writer::implementation::close_locked(int conn_slot, std::time_t clo
     RE_image_conn_row row = image.conns[conn_slot];
     row.close_time = std::max<std::time_t>(close_time, 1); // 0 or less would say that it is open
     write_row(&image.conns[conn_slot], row);
-    add_to(image.global->active_conns, -1);
+    count_active(conn_slot, -1);
+}
+
+void RE_stat_writer::implementation::count_active(int conn_slot, int delta) const
+{
+    add_to(image.global->active_conns, delta);
     if (RE_image_peer_counters* const peer = peer_counters_of(conn_slot)) {
-        add_to(peer->active_conns, -1);
+        add_to(peer->active_conns, delta);
     }
 }
 
 void RE_stat_writer::implementation::remember_closed(int conn_slot)
 {
+    if (image.conns[conn_slot].b_in_use == 0) { // it was cut
+        free_conn_slots.push_back(conn_slot);
+        return;
+    }
     // Connections that were released after closing stay in the queue; it is tidied before they are the larger part.
     if (closed_conns.size() > 2 * conns.size()) {
         std::erase_if(closed_conns,
@@ -815,7 +902,8 @@ void RE_stat_writer::close_conn(int conn_slot, std::time_t close_time)
 void RE_stat_writer::release_conn(int conn_slot)
 {
     const std::lock_guard<std::mutex> lock(m_impl->mutex);
-    if (!m_impl->has_conn(conn_slot) || m_impl->image.conns[conn_slot].b_in_use == 0) {
+    if (!m_impl->has_conn(conn_slot) ||
+        (m_impl->image.conns[conn_slot].b_in_use == 0 && !m_impl->conns[static_cast<std::size_t>(conn_slot)].b_open)) {
         return;
     }
     m_impl->close_locked(conn_slot, std::time(nullptr));
@@ -864,21 +952,21 @@ int RE_stat_writer::find_or_add_app(const RE_stat_app_header& key)
 {
     implementation& me = *m_impl;
     const std::lock_guard<std::mutex> lock(me.mutex);
-    if (me.mapping == nullptr) {
+    if (!me.is_made()) {
         return -EINVAL;
     }
     const app_key identity = key_of(key);
     if (const auto found = me.app_slots.find(identity); found != me.app_slots.end()) {
         return found->second;
     }
-    const std::uint32_t slot = me.image.header->app_slots_used;
+    const std::uint32_t slot = me.app_slots_used;
     if (slot >= me.image.app_rows || !me.ensure_app(slot)) {
         return -ENOSPC;
     }
     std::memcpy(&me.image.apps[slot].app.m_header, identity.data(), identity.size());
     me.app_slots.emplace(identity, static_cast<int>(slot));
     // Readers look only at what stands below this number, and so never at half an identity.
-    store_release(&me.image.header->app_slots_used, slot + 1);
+    me.use_slot(slot, me.app_slots_used, me.image.header->app_slots_used);
     return static_cast<int>(slot);
 }
 
@@ -911,7 +999,7 @@ void RE_stat_writer::add_nack(const RE_stat_nack_header& entry)
 {
     implementation& me = *m_impl;
     const std::lock_guard<std::mutex> lock(me.mutex);
-    if (me.mapping == nullptr) {
+    if (!me.is_made()) {
         return;
     }
     const std::uint64_t number = me.image.header->nacks_logged;
@@ -932,7 +1020,7 @@ int RE_stat_writer::set_bypass(const RE_bypass_entry& entry)
 {
     implementation& me = *m_impl;
     const std::lock_guard<std::mutex> lock(me.mutex);
-    if (me.mapping == nullptr) {
+    if (!me.is_made()) {
         return -EINVAL;
     }
     RE_bypass_table* const table = me.bypass_table();
@@ -963,7 +1051,7 @@ int RE_stat_writer::set_bypass(const RE_bypass_entry& entry)
 int RE_stat_writer::clear_bypass(std::uint32_t server_ip, std::uint16_t server_port)
 {
     const std::lock_guard<std::mutex> lock(m_impl->mutex);
-    if (m_impl->mapping == nullptr) {
+    if (!m_impl->is_made()) {
         return -EINVAL;
     }
     RE_bypass_table* const table = m_impl->bypass_table();

@@ -60,10 +60,11 @@ public:
     int create(const RE_stat_limits& limits, std::time_t start_time, unsigned int mode = 0640);
     // Lets viewers in.
     void publish();
-    // Whether the segment is still where viewers look for it. Somebody may have removed or replaced it; an engine asks
-    // once a second or so. Costs two system calls.
+    // Whether the segment is still where viewers look for it, and whole. Somebody may have removed, replaced or cut it,
+    // which ends no engine; an engine asks once a second or so. Costs three system calls.
     bool is_in_place() const;
-    // Puts a new segment with the same figures there when it is not, and says so in the system log. Returns 0, -EBUSY
+    // Puts a new segment with the same figures there when it is not, and says so in the system log. After a cut, what
+    // was cut is published no more: counters start at 0, and connections are missing; peers stay. Returns 0, -EBUSY
     // when another engine has taken the name, or -errno; then the figures stay as they are, and trying again later is
     // fine. What other threads count meanwhile would be lost, so they do not.
     int publish_again();

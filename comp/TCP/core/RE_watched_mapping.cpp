@@ -168,9 +168,26 @@ void RE_watched_mapping::unmap()
     }
     m_range->start.store(0, std::memory_order_release);
     munmap(m_base, m_size);
+    forget();
+}
+
+void RE_watched_mapping::forget()
+{
     m_range->b_taken = false;
     m_range = nullptr;
     m_base = nullptr;
+}
+
+bool RE_watched_mapping::move_to(RE_watched_mapping& other)
+{
+    const std::uintptr_t start = m_range->start.exchange(0);
+    if (mremap(m_base, m_size, m_size, MREMAP_MAYMOVE | MREMAP_FIXED, other.m_base) == MAP_FAILED) {
+        m_range->start = start;
+        return false;
+    }
+    other.m_range->b_cut = m_range->b_cut.load();
+    forget();
+    return true;
 }
 
 bool RE_watched_mapping::is_cut() const

@@ -21,6 +21,9 @@ public:
     // Maps the first `size` bytes of an open file. protection: as of mmap. Returns 0 or an RE_stat_error.
     int map(int descriptor, std::size_t size, int protection);
     void unmap();
+    // Puts this memory in the place of another mapping's, of the same size, and leaves none here. Returns false, with
+    // errno, when that fails.
+    bool move_to(RE_watched_mapping& other);
 
     unsigned char* base() const { return m_base; }
     std::size_t size() const { return m_size; }
@@ -29,6 +32,8 @@ public:
 
 private:
     friend class RE_cut_silence;
+
+    void forget();
 
     unsigned char* m_base = nullptr;
     std::size_t m_size = 0;
