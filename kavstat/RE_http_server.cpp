@@ -477,26 +477,31 @@ MHD_Result send_json_error(MHD_Connection* connection, unsigned int status, cons
     return send_text(connection, status, text, json_type);
 }
 
-bool has_body(MHD_Connection* connection)
+// What counts in a request's head; a field may be there more than once.
+struct head_fields
 {
-    const char* const length = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_CONTENT_LENGTH);
-    return (length != nullptr && std::strspn(length, "0") != std::strlen(length)) ||
-           MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_TRANSFER_ENCODING) != nullptr;
-}
-
-// All values of the head's Host fields.
-std::vector<std::string> hosts_of(MHD_Connection* connection)
-{
-    std::vector<std::string> hosts;
-    const auto add = [](void* to, MHD_ValueKind, const char* key, const char* value) {
+    explicit head_fields(MHD_Connection* connection)
+    {
+        const auto add = [](void* to, MHD_ValueKind, const char* key, const char* value) {
+            static_cast<head_fields*>(to)->add(key, value != nullptr ? value : "");
+            return MHD_YES;
+        };
+        MHD_get_connection_values(connection, MHD_HEADER_KIND, add, this);
+    }
+    void add(const char* key, std::string_view value)
+    {
         if (strcasecmp(key, MHD_HTTP_HEADER_HOST) == 0) {
-            static_cast<std::vector<std::string>*>(to)->emplace_back(value != nullptr ? value : "");
+            hosts.emplace_back(value);
+        } else if (strcasecmp(key, MHD_HTTP_HEADER_CONTENT_LENGTH) == 0) {
+            b_body = b_body || value.find_first_not_of('0') != std::string_view::npos;
+        } else if (strcasecmp(key, MHD_HTTP_HEADER_TRANSFER_ENCODING) == 0) {
+            b_body = true;
         }
-        return MHD_YES;
-    };
-    MHD_get_connection_values(connection, MHD_HEADER_KIND, add, &hosts);
-    return hosts;
-}
+    }
+
+    std::vector<std::string> hosts;
+    bool b_body = false;
+};
 
 } // namespace
 
@@ -521,7 +526,8 @@ MHD_Result RE_http_server::implementation::answer(MHD_Connection* connection, cl
                                                   std::string_view version)
 {
     const bool b_head = method == MHD_HTTP_METHOD_HEAD;
-    if (has_body(connection)) {
+    head_fields fields(connection);
+    if (fields.b_body) {
         return send_text(connection, MHD_HTTP_CONTENT_TOO_LARGE, "a request with a body is not served\n");
     }
     if (method != MHD_HTTP_METHOD_GET && !b_head) {
@@ -531,7 +537,7 @@ MHD_Result RE_http_server::implementation::answer(MHD_Connection* connection, cl
         return send_text(connection, MHD_HTTP_REQUEST_HEADER_FIELDS_TOO_LARGE, "the request is too long\n");
     }
     const std::optional<RE_http_target> target = parse_http_target(asking.target);
-    std::vector<std::string> hosts = hosts_of(connection);
+    std::vector<std::string>& hosts = fields.hosts;
     if (!target || hosts.size() > 1 || (hosts.empty() && version == MHD_HTTP_VERSION_1_1)) {
         return send_text(connection, MHD_HTTP_BAD_REQUEST, "not a request for a path of one host\n");
     }

@@ -112,6 +112,16 @@ TEST(http_target, is_taken_apart)
     }
 }
 
+TEST(host_name, is_one_that_a_client_can_use)
+{
+    for (const char* const text : {"metrics.example.net", "host_1", "192.0.2.1", "2001:db8::1"}) {
+        EXPECT_TRUE(is_host_name(text)) << text;
+    }
+    for (const char* const text : {"", "*", "*.example.net", "example.net:80", "[2001:db8::1]", "http://h", "a b"}) {
+        EXPECT_FALSE(is_host_name(text)) << text;
+    }
+}
+
 TEST_F(kavstat_test, moments_are_shared_and_few)
 {
     start();
@@ -373,7 +383,9 @@ TEST_F(server_test, a_server_that_ends_cuts_off_what_it_sends)
 TEST_F(server_test, refuses_a_body_and_does_not_wait_for_it)
 {
     serve();
-    for (const char* const field : {"Content-Length: 1000000000", "Content-Length: 1", "Transfer-Encoding: chunked"}) {
+    for (const char* const field :
+         {"Content-Length: 1000000000", "Content-Length: 1", "Content-Length: 0\r\nContent-Length: 5",
+          "Transfer-Encoding: chunked", "Content-Length: 0\r\nTransfer-Encoding: identity"}) {
         for (const char* const method : {"GET", "POST"}) {
             const http_client client(server.port());
             const auto start_time = std::chrono::steady_clock::now();
@@ -422,7 +434,8 @@ TEST_F(server_test, on_loopback_answers_to_names_of_loopback_only)
         EXPECT_EQ(status_for_host(host), 200) << host;
     }
     for (const char* const host : {"example.net", "192.0.2.1", "localhost.example.net", "127.0.0.1.example.net",
-                                   "128.0.0.1", "[::2]", "", "x.metrics.example.net", "::1"}) {
+                                   "128.0.0.1", "[::2]", "", "x.metrics.example.net", "::1", "[::1]example.net",
+                                   "localhost:80:example", "localhost:80example.net", "[localhost]", "[::1"}) {
         EXPECT_EQ(status_for_host(host), 403) << host;
     }
     EXPECT_EQ(answer_to("GET http://example.net/metrics HTTP/1.1\r\nHost: 127.0.0.1\r\n").status, 403);
