@@ -169,10 +169,11 @@ private:
     // Answering.
     MHD_Result answer(MHD_Connection* connection, client& asking, std::string_view method, std::string_view version);
     bool is_host_allowed(const std::vector<std::string>& hosts) const;
+    int find_statistics(bool b_head, std::shared_ptr<RE_moment>& moment);
     MHD_Result send_metrics(MHD_Connection* connection, client& asking, bool b_head);
     MHD_Result send_statistics(MHD_Connection* connection, client& asking, bool b_head, const RE_http_target& target);
     template <typename Make>
-    MHD_Result send_document(MHD_Connection* connection, client& asking, bool b_head, std::shared_ptr<RE_moment> moment,
+    MHD_Result send_document(MHD_Connection* connection, client& asking, std::shared_ptr<RE_moment> moment,
                              const char* type, const Make& make);
 
     RE_listen_address m_address;
@@ -266,7 +267,7 @@ void RE_http_server::implementation::serve()
 {
     const int library = MHD_get_daemon_info(m_daemon, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd;
     auto next_sweep = steady_clock::now();
-    bool b_clients = false; // since the last sweep
+    bool b_to_sweep = false;
     for (;;) {
         // A client that was cut off keeps its place until the library has noticed.
         const bool b_accept = m_clients.size() < m_limits.connections && steady_clock::now() >= m_accept_again;
@@ -274,18 +275,18 @@ void RE_http_server::implementation::serve()
         MHD_get_timeout(m_daemon, &wait);
         wait = std::min<unsigned long long>(wait, sweep_interval.count());
         pollfd ready[] = {{library, POLLIN, 0}, {m_stop, POLLIN, 0}, {b_accept ? m_listener : -1, POLLIN, 0}};
-        poll(ready, std::size(ready), b_accept && !b_clients ? -1 : static_cast<int>(wait));
+        poll(ready, std::size(ready), b_accept && !b_to_sweep ? -1 : static_cast<int>(wait));
         if (ready[1].revents != 0) {
             return;
         }
         if (ready[2].revents != 0) {
             accept_client();
-            b_clients = true;
+            b_to_sweep = true;
         }
         MHD_run(m_daemon);
         if (steady_clock::now() >= next_sweep) {
             sweep();
-            b_clients = !m_clients.empty();
+            b_to_sweep = !m_clients.empty() || !m_moments.is_empty();
             next_sweep = steady_clock::now() + sweep_interval;
         }
     }
@@ -363,8 +364,9 @@ void RE_http_server::implementation::sweep()
             cut_off(each);
         }
     }
+    m_moments.drop_old();
     // What many clients have needed goes back to the system.
-    if (m_clients.empty()) {
+    if (m_clients.empty() && m_moments.is_empty()) {
         malloc_trim(0);
     }
 }
@@ -571,12 +573,19 @@ bool RE_http_server::implementation::is_host_allowed(const std::vector<std::stri
     });
 }
 
-// make: makes the document of a moment, for an output.
+// Gives the moment for an answer; for its head alone it is enough to look. Returns 0 or an RE_stat_error.
+int RE_http_server::implementation::find_statistics(bool b_head, std::shared_ptr<RE_moment>& moment)
+{
+    return b_head ? RE_source().open() : m_moments.take(moment);
+}
+
+// moment: none for the head alone. make: makes the document of a moment, for an output.
 template <typename Make>
-MHD_Result RE_http_server::implementation::send_document(MHD_Connection* connection, client& asking, bool b_head,
+MHD_Result RE_http_server::implementation::send_document(MHD_Connection* connection, client& asking,
                                                          std::shared_ptr<RE_moment> moment, const char* type,
                                                          const Make& make)
 {
+    const bool b_head = moment == nullptr;
     if (!b_head) {
         asking.answer = std::make_unique<document_answer>(std::move(moment), make);
     }
@@ -591,16 +600,16 @@ MHD_Result RE_http_server::implementation::send_document(MHD_Connection* connect
 
 MHD_Result RE_http_server::implementation::send_metrics(MHD_Connection* connection, client& asking, bool b_head)
 {
-    int error = 0;
-    std::shared_ptr<RE_moment> moment = m_moments.now(error);
+    std::shared_ptr<RE_moment> moment;
+    const int error = find_statistics(b_head, moment);
     if (error == RE_STAT_ERR_READ || error == RE_STAT_ERR_NO_MEMORY) {
         // Says nothing about the engine.
         return send_text(connection, MHD_HTTP_SERVICE_UNAVAILABLE, RE_source::reason_of(error) + "\n");
     }
-    if (moment == nullptr) {
+    if (error != 0) {
         return send_text(connection, MHD_HTTP_OK, text_of(write_metrics_without_engine), metrics_type);
     }
-    return send_document(connection, asking, b_head, std::move(moment), metrics_type,
+    return send_document(connection, asking, std::move(moment), metrics_type,
                          [](RE_moment& of, RE_output& output) { return of.exposition.document(output); });
 }
 
@@ -613,14 +622,14 @@ MHD_Result RE_http_server::implementation::send_statistics(MHD_Connection* conne
     if (!scopes) {
         return send_json_error(connection, MHD_HTTP_BAD_REQUEST, "no such scope: \"" + unknown + "\"");
     }
-    int error = 0;
-    std::shared_ptr<RE_moment> moment = m_moments.now(error);
-    if (moment == nullptr) {
+    std::shared_ptr<RE_moment> moment;
+    const int error = find_statistics(b_head, moment);
+    if (error != 0) {
         return send_json_error(connection, MHD_HTTP_SERVICE_UNAVAILABLE, RE_source::reason_of(error));
     }
-    return send_document(
-        connection, asking, b_head, std::move(moment), json_type,
-        [&](RE_moment& of, RE_output& output) { return statistics_json(*of.source, of.snapshot, *scopes, output); });
+    return send_document(connection, asking, std::move(moment), json_type, [&](RE_moment& of, RE_output& output) {
+        return statistics_json(*of.source, of.snapshot, *scopes, output);
+    });
 }
 
 RE_http_server::RE_http_server() : m_impl(std::make_unique<implementation>())

@@ -130,18 +130,31 @@ TEST_F(kavstat_test, moments_are_shared_and_few)
     const auto end_readers = [&](const RE_moment& moment) {
         ended += static_cast<int>(std::erase_if(held, [&](const auto& one) { return one.get() == &moment; }));
     };
-    const std::chrono::milliseconds shared_for{40};
+    const std::chrono::milliseconds shared_for{100};
     auto source = std::make_unique<RE_source>();
     ASSERT_EQ(source->open(), 0);
     const std::size_t room_for_two = 2 * RE_moment(std::move(source)).bytes();
-    RE_moments moments(end_readers, {room_for_two, shared_for, std::chrono::milliseconds(400)});
-    int error = 0;
-    const auto take = [&] { return moments.now(error); };
+    const std::chrono::milliseconds kept_for{600};
+    RE_moments moments(end_readers, {room_for_two, shared_for, kept_for});
+    const auto take = [&] {
+        std::shared_ptr<RE_moment> moment;
+        EXPECT_EQ(moments.take(moment), 0);
+        return moment;
+    };
 
-    take();
+    // Also when its readers have gone meanwhile, until it is old.
+    const std::weak_ptr<RE_moment> first = take();
+    moments.drop_old();
+    EXPECT_EQ(take(), first.lock());
+    EXPECT_FALSE(moments.is_empty());
+    std::this_thread::sleep_for(shared_for);
+    moments.drop_old();
+    EXPECT_TRUE(first.expired());
+    EXPECT_TRUE(moments.is_empty());
+
     engine.set_global(RE_STAT_GLOBAL_ID_NUM_READ, 5);
     held = {take()};
-    EXPECT_EQ(held[0]->snapshot.engine[RE_STAT_GLOBAL_ID_NUM_READ], 5); // nobody had kept the first one
+    EXPECT_EQ(held[0]->snapshot.engine[RE_STAT_GLOBAL_ID_NUM_READ], 5);
     EXPECT_EQ(take(), held[0]);
     std::this_thread::sleep_for(shared_for);
     held.push_back(take());
@@ -149,19 +162,21 @@ TEST_F(kavstat_test, moments_are_shared_and_few)
     std::this_thread::sleep_for(shared_for);
     EXPECT_EQ(take(), held[1]); // there is no room for a third
     EXPECT_EQ(ended, 0);
-    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    std::this_thread::sleep_for(kept_for);
     EXPECT_NE(take(), nullptr);
     EXPECT_EQ(ended, 1);
     EXPECT_EQ(held.size(), 1U);
 
-    // Of another engine there is a new one at once.
+    // Of another engine there is a new one at once, even if it was started in the same second.
     held = {take()};
     engine.close();
-    EXPECT_EQ(take(), nullptr);
-    EXPECT_EQ(error, RE_STAT_ERR_NO_ENGINE);
-    ASSERT_EQ(engine.create(few, 1700000555), 0);
+    std::shared_ptr<RE_moment> none;
+    EXPECT_EQ(moments.take(none), RE_STAT_ERR_NO_ENGINE);
+    EXPECT_EQ(none, nullptr);
+    ASSERT_EQ(engine.create(few, held[0]->snapshot.engine_start_time), 0);
+    engine.set_global(RE_STAT_GLOBAL_ID_NUM_READ, 6);
     engine.publish();
-    EXPECT_EQ(take()->snapshot.engine_start_time, 1700000555);
+    EXPECT_EQ(take()->snapshot.engine[RE_STAT_GLOBAL_ID_NUM_READ], 6);
 }
 
 TEST_F(server_test, gives_the_metrics_and_the_statistics_of_the_command_line)
@@ -235,6 +250,7 @@ TEST_F(server_test, series_of_a_peer_that_is_gone_vanish)
     serve();
     EXPECT_TRUE(exposes("kav_peer_active_connections{peer=\"7\"} 0"));
     engine.remove_peer(slot);
+    std::this_thread::sleep_for(RE_moment_limits().shared_for);
     EXPECT_EQ(get(server.port(), "/metrics").body.find("peer=\"7\""), std::string::npos);
 }
 
