@@ -25,6 +25,7 @@
 #include <filesystem>
 #include <list>
 #include <optional>
+#include <random>
 #include <thread>
 
 namespace {
@@ -50,15 +51,6 @@ void reset_connection(int socket)
     sockaddr nobody{};
     nobody.sa_family = AF_UNSPEC;
     static_cast<void>(connect(socket, &nobody, sizeof nobody));
-}
-
-// How many bytes the client has taken, as far as its system has told.
-std::uint64_t taken_bytes(int socket)
-{
-    tcp_info info{};
-    socklen_t size = sizeof info;
-    getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size);
-    return info.tcpi_bytes_acked;
 }
 
 // What counts as one address: whoever has one of IPv6 mostly has 2^64 of them.
@@ -123,6 +115,18 @@ struct client
 {
     client(int its_socket, const sockaddr* its_address) : socket(its_socket), address(address_key(its_address)) {}
 
+    // Looks how much the client has taken, as far as its system has told.
+    void note_taken(steady_clock::time_point now)
+    {
+        tcp_info info{};
+        socklen_t size = sizeof info;
+        getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size);
+        if (taken != info.tcpi_bytes_acked) {
+            taken = info.tcpi_bytes_acked;
+            taken_at = now - std::chrono::milliseconds(info.tcpi_last_ack_recv);
+        }
+    }
+
     int socket;
     std::string address;
     steady_clock::time_point since = steady_clock::now();
@@ -163,7 +167,10 @@ private:
     void serve();
     void accept_client();
     void make_room();
-    void cut_off_oldest(const std::string* address);
+    void cut_off_one(const std::string* address);
+    bool may_be_cut_off(const client& one, const std::string* address) const;
+    client* find_silent(const std::string* address);
+    client* find_idle(const std::string* address);
     void sweep();
 
     // Answering.
@@ -185,6 +192,7 @@ private:
     std::thread m_thread;
     std::list<client> m_clients; // oldest first
     steady_clock::time_point m_accept_again;
+    std::minstd_rand m_random{std::random_device()()};
     RE_moments m_moments{[this](const RE_moment& moment) {
         for (client& each : m_clients) {
             if (each.answer && &each.answer->moment() == &moment) {
@@ -324,26 +332,66 @@ void RE_http_server::implementation::make_room()
         of_address += !each.b_cut_off && each.address == address ? 1 : 0;
     }
     if (of_address > m_limits.connections_of_address) {
-        cut_off_oldest(&address);
+        cut_off_one(&address);
     } else if (all == m_limits.connections) {
-        cut_off_oldest(nullptr);
+        cut_off_one(nullptr);
     }
 }
 
-// The newest stays. address: of which the client is; of any when null.
-void RE_http_server::implementation::cut_off_oldest(const std::string* address)
+// address: of which the client is; of any when null.
+void RE_http_server::implementation::cut_off_one(const std::string* address)
 {
-    client* oldest = nullptr;
+    client* leaving = find_silent(address);
+    if (leaving == nullptr) {
+        leaving = find_idle(address);
+    }
+    if (leaving != nullptr) {
+        cut_off(*leaving);
+    }
+}
+
+// The newest stays.
+bool RE_http_server::implementation::may_be_cut_off(const client& one, const std::string* address) const
+{
+    return !one.b_cut_off && &one != &m_clients.back() && (address == nullptr || one.address == *address);
+}
+
+// Of those that have not sent their request, the oldest when it has had time for that. Otherwise any one: then nobody
+// can be sure to displace a client whose request is still on its way.
+client* RE_http_server::implementation::find_silent(const std::string* address)
+{
+    const auto now = steady_clock::now();
+    client* found = nullptr;
+    std::size_t count = 0;
     for (client& each : m_clients) {
-        const bool b_candidate =
-            !each.b_cut_off && &each != &m_clients.back() && (address == nullptr || each.address == *address);
-        if (b_candidate && (oldest == nullptr || (oldest->b_asked && !each.b_asked))) {
-            oldest = &each;
+        if (each.b_asked || !may_be_cut_off(each, address)) {
+            continue;
+        }
+        if (count == 0 && now - each.since >= m_limits.time_to_ask) {
+            return &each;
+        }
+        ++count;
+        if (m_random() % count == 0) {
+            found = &each;
         }
     }
-    if (oldest != nullptr) {
-        cut_off(*oldest);
+    return found;
+}
+
+// Of those that have asked, the one that has taken nothing for longest.
+client* RE_http_server::implementation::find_idle(const std::string* address)
+{
+    const auto now = steady_clock::now();
+    client* found = nullptr;
+    for (client& each : m_clients) {
+        if (each.b_asked && may_be_cut_off(each, address)) {
+            each.note_taken(now);
+            if (found == nullptr || each.taken_at < found->taken_at) {
+                found = &each;
+            }
+        }
     }
+    return found;
 }
 
 // Cuts off who has had the time that there is for a request or an answer.
@@ -355,10 +403,7 @@ void RE_http_server::implementation::sweep()
             continue;
         }
         if (each.b_asked) {
-            if (const std::uint64_t taken = taken_bytes(each.socket); taken != each.taken) {
-                each.taken = taken;
-                each.taken_at = now;
-            }
+            each.note_taken(now);
         }
         if (now - each.taken_at > m_limits.idle || now - each.since > m_limits.longest_answer) {
             cut_off(each);

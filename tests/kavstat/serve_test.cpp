@@ -22,6 +22,7 @@ class server_test : public kavstat_test
 {
 protected:
     // Instrumented programs take their time.
+    static constexpr std::chrono::milliseconds time_to_ask{100};
     static constexpr std::chrono::milliseconds idle{b_under_a_sanitizer ? 2000 : 500};
     static constexpr std::chrono::milliseconds longest_answer{b_under_a_sanitizer ? 8000 : 1500};
 
@@ -30,6 +31,7 @@ protected:
         RE_http_limits limits;
         limits.connections = 16;
         limits.connections_of_address = 12;
+        limits.time_to_ask = time_to_ask;
         limits.idle = idle;
         limits.longest_answer = longest_answer;
         std::string reason;
@@ -302,6 +304,58 @@ TEST_F(server_test, many_connections_of_one_address_cost_other_addresses_nothing
     EXPECT_FALSE(lazy_too.back()->is_dropped_within(1));
     EXPECT_TRUE(lazy_too.front()->is_dropped_within(5000));
     EXPECT_TRUE(lazy.read_all().ends_with("\r\n0\r\n\r\n"));
+}
+
+TEST_F(server_test, an_answer_that_is_read_outlives_those_that_are_not)
+{
+    start_large();
+    serve();
+    const http_client eager(server.port());
+    eager.send("GET /api/v1/statistics HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+    std::vector<std::unique_ptr<http_client>> lazy;
+    for (int number = 0; number < 40; ++number) {
+        ASSERT_TRUE(eager.take(4000)) << number;
+        lazy.push_back(std::make_unique<http_client>(server.port()));
+        lazy.back()->send("GET /api/v1/statistics HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_TRUE(eager.read_all().ends_with("\r\n0\r\n\r\n"));
+}
+
+TEST_F(server_test, silent_clients_that_come_fast_cannot_be_sure_to_displace_another)
+{
+    serve();
+    std::vector<std::unique_ptr<http_client>> silent;
+    int answered = 0;
+    for (int round = 0; round < 100; ++round) {
+        const http_client late(server.port());
+        for (int number = 0; number < 16; ++number) {
+            silent.push_back(std::make_unique<http_client>(server.port()));
+        }
+        late.send("GET /healthz HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+        answered += parse_answer(late.read_all()).status == 200 ? 1 : 0;
+        silent.clear();
+    }
+    EXPECT_GT(answered, 0);
+}
+
+TEST_F(server_test, the_oldest_silent_clients_go_first_when_they_had_time_to_ask)
+{
+    serve();
+    for (int round = 0; round < 5; ++round) {
+        std::vector<std::unique_ptr<http_client>> silent;
+        const auto add_silent = [&](int count) {
+            for (int number = 0; number < count; ++number) {
+                silent.push_back(std::make_unique<http_client>(server.port()));
+            }
+        };
+        add_silent(12);
+        std::this_thread::sleep_for(2 * time_to_ask);
+        const http_client late(server.port());
+        add_silent(8);
+        late.send("GET /healthz HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+        EXPECT_EQ(parse_answer(late.read_all()).status, 200);
+    }
 }
 
 TEST_F(server_test, a_request_in_drops_does_not_last_for_ever)
