@@ -38,6 +38,8 @@ int RE_moments::take(std::shared_ptr<RE_moment>& moment)
             return 0;
         }
     }
+    // All clients wait while a snapshot is taken.
+    source->reader().patience() = RE_patience::with_engine(RE_patience::second / 20);
     m_newest.reset();
     drop_old();
     while (!m_alive.empty() && !has_room()) {

@@ -1,7 +1,9 @@
 // Statistics over HTTP, and what clients may try.
+#include "RE_bypass_table.h"
 #include "RE_http_request.h"
 #include "RE_http_server.h"
 #include "RE_moments.h"
+#include "RE_sequence.h"
 #include "RE_stat_error.h"
 #include "http_client.h"
 #include "kavstat_fixture.h"
@@ -243,6 +245,23 @@ TEST_F(server_test, follows_an_engine_that_stops_and_starts_again)
     another.publish();
     EXPECT_TRUE(exposes("kav_num_read_total 6"));
     EXPECT_TRUE(exposes("kav_engine_start_time_seconds 1700000555"));
+}
+
+TEST_F(server_test, records_that_are_kept_busy_hold_nobody_up)
+{
+    start();
+    fill();
+    serve();
+    RE_stat_image image;
+    ASSERT_EQ(image.attach(map_segment(), header().total_size, RE_image_kind::live), 0);
+    for (std::uint32_t row = 0; row < image.peer_rows; ++row) {
+        store_release(&image.peers[row].sequence, 1U);
+    }
+    auto* const bypass = reinterpret_cast<RE_bypass_table*>(image.bypass);
+    store_release(&bypass->rows[0].sequence, 1U);
+    const auto start_time = std::chrono::steady_clock::now();
+    EXPECT_TRUE(exposes("kav_up 1"));
+    EXPECT_LT(std::chrono::steady_clock::now() - start_time, std::chrono::milliseconds(300));
 }
 
 TEST_F(server_test, series_of_a_peer_that_is_gone_vanish)
