@@ -2,6 +2,7 @@
 
 #include "RE_commands.h"
 #include "RE_counter_names.h"
+#include "RE_http_request.h"
 
 #include <CLI/CLI.hpp>
 
@@ -139,6 +140,11 @@ void add_serve(CLI::App& app, int& status)
     command
         ->add_option("--allow-host", *hosts,
                      "Another name that clients may use for a loopback address; once for each name")
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                return is_host_name(text) ? "" : "not a name or an address without a port: \"" + text + "\"";
+            },
+            "NAME"))
         ->allow_extra_args(false);
     command->callback([address, hosts, &status] { status = run_serve({*parse_listen_address(*address), *hosts}); });
 }

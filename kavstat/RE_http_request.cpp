@@ -96,13 +96,25 @@ std::optional<RE_http_target> parse_http_target(std::string_view text)
 bool is_own_host(std::string_view host, const std::vector<std::string>& allowed)
 {
     std::string_view name = host;
-    if (name.starts_with('[')) {
-        name.remove_prefix(1);
-        name = take_up_to(name, ']');
-    } else {
-        name = take_up_to(name, ':');
+    const std::size_t before_port = name.find_last_not_of("0123456789");
+    if (before_port != std::string_view::npos && name[before_port] == ':') {
+        name = name.substr(0, before_port);
+    }
+    const bool b_brackets = name.starts_with('[') && name.ends_with(']');
+    if (b_brackets) {
+        name = name.substr(1, name.size() - 2);
+    }
+    if (b_brackets != (name.find(':') != std::string_view::npos)) {
+        return false;
     }
     return is_loopback_host(std::string(name)) || std::any_of(allowed.begin(), allowed.end(), [&](const auto& other) {
                return equals_ignoring_case(name, other);
            });
+}
+
+bool is_host_name(std::string_view text)
+{
+    in6_addr v6{};
+    return inet_pton(AF_INET6, std::string(text).c_str(), &v6) == 1 ||
+           (!text.empty() && text.find_first_of(" \t/:*[]") == std::string_view::npos);
 }

@@ -21,3 +21,6 @@ std::optional<RE_http_target> parse_http_target(std::string_view text);
 // cannot ask under another name. host: what the client takes this server for, with or without a port. allowed: names
 // beside those of loopback.
 bool is_own_host(std::string_view host, const std::vector<std::string>& allowed);
+
+// Whether a client can use this name: not empty, and without port, brackets and wildcards.
+bool is_host_name(std::string_view text);

@@ -25,6 +25,7 @@
 #include <filesystem>
 #include <list>
 #include <optional>
+#include <random>
 #include <thread>
 
 namespace {
@@ -50,15 +51,6 @@ void reset_connection(int socket)
     sockaddr nobody{};
     nobody.sa_family = AF_UNSPEC;
     static_cast<void>(connect(socket, &nobody, sizeof nobody));
-}
-
-// How many bytes the client has taken, as far as its system has told.
-std::uint64_t taken_bytes(int socket)
-{
-    tcp_info info{};
-    socklen_t size = sizeof info;
-    getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size);
-    return info.tcpi_bytes_acked;
 }
 
 // What counts as one address: whoever has one of IPv6 mostly has 2^64 of them.
@@ -123,6 +115,18 @@ struct client
 {
     client(int its_socket, const sockaddr* its_address) : socket(its_socket), address(address_key(its_address)) {}
 
+    // Looks how much the client has taken, as far as its system has told.
+    void note_taken(steady_clock::time_point now)
+    {
+        tcp_info info{};
+        socklen_t size = sizeof info;
+        getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size);
+        if (taken != info.tcpi_bytes_acked) {
+            taken = info.tcpi_bytes_acked;
+            taken_at = now - std::chrono::milliseconds(info.tcpi_last_ack_recv);
+        }
+    }
+
     int socket;
     std::string address;
     steady_clock::time_point since = steady_clock::now();
@@ -163,16 +167,20 @@ private:
     void serve();
     void accept_client();
     void make_room();
-    void cut_off_oldest(const std::string* address);
+    void cut_off_one(const std::string* address);
+    bool may_be_cut_off(const client& one, const std::string* address) const;
+    client* find_silent(const std::string* address);
+    client* find_idle(const std::string* address);
     void sweep();
 
     // Answering.
     MHD_Result answer(MHD_Connection* connection, client& asking, std::string_view method, std::string_view version);
     bool is_host_allowed(const std::vector<std::string>& hosts) const;
+    int find_statistics(bool b_head, std::shared_ptr<RE_moment>& moment);
     MHD_Result send_metrics(MHD_Connection* connection, client& asking, bool b_head);
     MHD_Result send_statistics(MHD_Connection* connection, client& asking, bool b_head, const RE_http_target& target);
     template <typename Make>
-    MHD_Result send_document(MHD_Connection* connection, client& asking, bool b_head, std::shared_ptr<RE_moment> moment,
+    MHD_Result send_document(MHD_Connection* connection, client& asking, std::shared_ptr<RE_moment> moment,
                              const char* type, const Make& make);
 
     RE_listen_address m_address;
@@ -184,6 +192,7 @@ private:
     std::thread m_thread;
     std::list<client> m_clients; // oldest first
     steady_clock::time_point m_accept_again;
+    std::minstd_rand m_random{std::random_device()()};
     RE_moments m_moments{[this](const RE_moment& moment) {
         for (client& each : m_clients) {
             if (each.answer && &each.answer->moment() == &moment) {
@@ -266,7 +275,7 @@ void RE_http_server::implementation::serve()
 {
     const int library = MHD_get_daemon_info(m_daemon, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd;
     auto next_sweep = steady_clock::now();
-    bool b_clients = false; // since the last sweep
+    bool b_to_sweep = false;
     for (;;) {
         // A client that was cut off keeps its place until the library has noticed.
         const bool b_accept = m_clients.size() < m_limits.connections && steady_clock::now() >= m_accept_again;
@@ -274,18 +283,18 @@ void RE_http_server::implementation::serve()
         MHD_get_timeout(m_daemon, &wait);
         wait = std::min<unsigned long long>(wait, sweep_interval.count());
         pollfd ready[] = {{library, POLLIN, 0}, {m_stop, POLLIN, 0}, {b_accept ? m_listener : -1, POLLIN, 0}};
-        poll(ready, std::size(ready), b_accept && !b_clients ? -1 : static_cast<int>(wait));
+        poll(ready, std::size(ready), b_accept && !b_to_sweep ? -1 : static_cast<int>(wait));
         if (ready[1].revents != 0) {
             return;
         }
         if (ready[2].revents != 0) {
             accept_client();
-            b_clients = true;
+            b_to_sweep = true;
         }
         MHD_run(m_daemon);
         if (steady_clock::now() >= next_sweep) {
             sweep();
-            b_clients = !m_clients.empty();
+            b_to_sweep = !m_clients.empty() || !m_moments.is_empty();
             next_sweep = steady_clock::now() + sweep_interval;
         }
     }
@@ -323,26 +332,66 @@ void RE_http_server::implementation::make_room()
         of_address += !each.b_cut_off && each.address == address ? 1 : 0;
     }
     if (of_address > m_limits.connections_of_address) {
-        cut_off_oldest(&address);
+        cut_off_one(&address);
     } else if (all == m_limits.connections) {
-        cut_off_oldest(nullptr);
+        cut_off_one(nullptr);
     }
 }
 
-// The newest stays. address: of which the client is; of any when null.
-void RE_http_server::implementation::cut_off_oldest(const std::string* address)
+// address: of which the client is; of any when null.
+void RE_http_server::implementation::cut_off_one(const std::string* address)
 {
-    client* oldest = nullptr;
+    client* leaving = find_silent(address);
+    if (leaving == nullptr) {
+        leaving = find_idle(address);
+    }
+    if (leaving != nullptr) {
+        cut_off(*leaving);
+    }
+}
+
+// The newest stays.
+bool RE_http_server::implementation::may_be_cut_off(const client& one, const std::string* address) const
+{
+    return !one.b_cut_off && &one != &m_clients.back() && (address == nullptr || one.address == *address);
+}
+
+// Of those that have not sent their request, the oldest when it has had time for that. Otherwise any one: then nobody
+// can be sure to displace a client whose request is still on its way.
+client* RE_http_server::implementation::find_silent(const std::string* address)
+{
+    const auto now = steady_clock::now();
+    client* found = nullptr;
+    std::size_t count = 0;
     for (client& each : m_clients) {
-        const bool b_candidate =
-            !each.b_cut_off && &each != &m_clients.back() && (address == nullptr || each.address == *address);
-        if (b_candidate && (oldest == nullptr || (oldest->b_asked && !each.b_asked))) {
-            oldest = &each;
+        if (each.b_asked || !may_be_cut_off(each, address)) {
+            continue;
+        }
+        if (count == 0 && now - each.since >= m_limits.time_to_ask) {
+            return &each;
+        }
+        ++count;
+        if (m_random() % count == 0) {
+            found = &each;
         }
     }
-    if (oldest != nullptr) {
-        cut_off(*oldest);
+    return found;
+}
+
+// Of those that have asked, the one that has taken nothing for longest.
+client* RE_http_server::implementation::find_idle(const std::string* address)
+{
+    const auto now = steady_clock::now();
+    client* found = nullptr;
+    for (client& each : m_clients) {
+        if (each.b_asked && may_be_cut_off(each, address)) {
+            each.note_taken(now);
+            if (found == nullptr || each.taken_at < found->taken_at) {
+                found = &each;
+            }
+        }
     }
+    return found;
 }
 
 // Cuts off who has had the time that there is for a request or an answer.
@@ -354,17 +403,15 @@ void RE_http_server::implementation::sweep()
             continue;
         }
         if (each.b_asked) {
-            if (const std::uint64_t taken = taken_bytes(each.socket); taken != each.taken) {
-                each.taken = taken;
-                each.taken_at = now;
-            }
+            each.note_taken(now);
         }
         if (now - each.taken_at > m_limits.idle || now - each.since > m_limits.longest_answer) {
             cut_off(each);
         }
     }
+    m_moments.drop_old();
     // What many clients have needed goes back to the system.
-    if (m_clients.empty()) {
+    if (m_clients.empty() && m_moments.is_empty()) {
         malloc_trim(0);
     }
 }
@@ -477,26 +524,31 @@ MHD_Result send_json_error(MHD_Connection* connection, unsigned int status, cons
     return send_text(connection, status, text, json_type);
 }
 
-bool has_body(MHD_Connection* connection)
+// What counts in a request's head; a field may be there more than once.
+struct head_fields
 {
-    const char* const length = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_CONTENT_LENGTH);
-    return (length != nullptr && std::strspn(length, "0") != std::strlen(length)) ||
-           MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_TRANSFER_ENCODING) != nullptr;
-}
-
-// All values of the head's Host fields.
-std::vector<std::string> hosts_of(MHD_Connection* connection)
-{
-    std::vector<std::string> hosts;
-    const auto add = [](void* to, MHD_ValueKind, const char* key, const char* value) {
+    explicit head_fields(MHD_Connection* connection)
+    {
+        const auto add = [](void* to, MHD_ValueKind, const char* key, const char* value) {
+            static_cast<head_fields*>(to)->add(key, value != nullptr ? value : "");
+            return MHD_YES;
+        };
+        MHD_get_connection_values(connection, MHD_HEADER_KIND, add, this);
+    }
+    void add(const char* key, std::string_view value)
+    {
         if (strcasecmp(key, MHD_HTTP_HEADER_HOST) == 0) {
-            static_cast<std::vector<std::string>*>(to)->emplace_back(value != nullptr ? value : "");
+            hosts.emplace_back(value);
+        } else if (strcasecmp(key, MHD_HTTP_HEADER_CONTENT_LENGTH) == 0) {
+            b_body = b_body || value.find_first_not_of('0') != std::string_view::npos;
+        } else if (strcasecmp(key, MHD_HTTP_HEADER_TRANSFER_ENCODING) == 0) {
+            b_body = true;
         }
-        return MHD_YES;
-    };
-    MHD_get_connection_values(connection, MHD_HEADER_KIND, add, &hosts);
-    return hosts;
-}
+    }
+
+    std::vector<std::string> hosts;
+    bool b_body = false;
+};
 
 } // namespace
 
@@ -521,7 +573,8 @@ MHD_Result RE_http_server::implementation::answer(MHD_Connection* connection, cl
                                                   std::string_view version)
 {
     const bool b_head = method == MHD_HTTP_METHOD_HEAD;
-    if (has_body(connection)) {
+    head_fields fields(connection);
+    if (fields.b_body) {
         return send_text(connection, MHD_HTTP_CONTENT_TOO_LARGE, "a request with a body is not served\n");
     }
     if (method != MHD_HTTP_METHOD_GET && !b_head) {
@@ -531,7 +584,7 @@ MHD_Result RE_http_server::implementation::answer(MHD_Connection* connection, cl
         return send_text(connection, MHD_HTTP_REQUEST_HEADER_FIELDS_TOO_LARGE, "the request is too long\n");
     }
     const std::optional<RE_http_target> target = parse_http_target(asking.target);
-    std::vector<std::string> hosts = hosts_of(connection);
+    std::vector<std::string>& hosts = fields.hosts;
     if (!target || hosts.size() > 1 || (hosts.empty() && version == MHD_HTTP_VERSION_1_1)) {
         return send_text(connection, MHD_HTTP_BAD_REQUEST, "not a request for a path of one host\n");
     }
@@ -565,12 +618,19 @@ bool RE_http_server::implementation::is_host_allowed(const std::vector<std::stri
     });
 }
 
-// make: makes the document of a moment, for an output.
+// Gives the moment for an answer; for its head alone it is enough to look. Returns 0 or an RE_stat_error.
+int RE_http_server::implementation::find_statistics(bool b_head, std::shared_ptr<RE_moment>& moment)
+{
+    return b_head ? RE_source().open() : m_moments.take(moment);
+}
+
+// moment: none for the head alone. make: makes the document of a moment, for an output.
 template <typename Make>
-MHD_Result RE_http_server::implementation::send_document(MHD_Connection* connection, client& asking, bool b_head,
+MHD_Result RE_http_server::implementation::send_document(MHD_Connection* connection, client& asking,
                                                          std::shared_ptr<RE_moment> moment, const char* type,
                                                          const Make& make)
 {
+    const bool b_head = moment == nullptr;
     if (!b_head) {
         asking.answer = std::make_unique<document_answer>(std::move(moment), make);
     }
@@ -585,16 +645,16 @@ MHD_Result RE_http_server::implementation::send_document(MHD_Connection* connect
 
 MHD_Result RE_http_server::implementation::send_metrics(MHD_Connection* connection, client& asking, bool b_head)
 {
-    int error = 0;
-    std::shared_ptr<RE_moment> moment = m_moments.now(error);
+    std::shared_ptr<RE_moment> moment;
+    const int error = find_statistics(b_head, moment);
     if (error == RE_STAT_ERR_READ || error == RE_STAT_ERR_NO_MEMORY) {
         // Says nothing about the engine.
         return send_text(connection, MHD_HTTP_SERVICE_UNAVAILABLE, RE_source::reason_of(error) + "\n");
     }
-    if (moment == nullptr) {
+    if (error != 0) {
         return send_text(connection, MHD_HTTP_OK, text_of(write_metrics_without_engine), metrics_type);
     }
-    return send_document(connection, asking, b_head, std::move(moment), metrics_type,
+    return send_document(connection, asking, std::move(moment), metrics_type,
                          [](RE_moment& of, RE_output& output) { return of.exposition.document(output); });
 }
 
@@ -607,14 +667,14 @@ MHD_Result RE_http_server::implementation::send_statistics(MHD_Connection* conne
     if (!scopes) {
         return send_json_error(connection, MHD_HTTP_BAD_REQUEST, "no such scope: \"" + unknown + "\"");
     }
-    int error = 0;
-    std::shared_ptr<RE_moment> moment = m_moments.now(error);
-    if (moment == nullptr) {
+    std::shared_ptr<RE_moment> moment;
+    const int error = find_statistics(b_head, moment);
+    if (error != 0) {
         return send_json_error(connection, MHD_HTTP_SERVICE_UNAVAILABLE, RE_source::reason_of(error));
     }
-    return send_document(
-        connection, asking, b_head, std::move(moment), json_type,
-        [&](RE_moment& of, RE_output& output) { return statistics_json(*of.source, of.snapshot, *scopes, output); });
+    return send_document(connection, asking, std::move(moment), json_type, [&](RE_moment& of, RE_output& output) {
+        return statistics_json(*of.source, of.snapshot, *scopes, output);
+    });
 }
 
 RE_http_server::RE_http_server() : m_impl(std::make_unique<implementation>())

@@ -15,10 +15,11 @@
 
 struct RE_http_limits
 {
-    // Connections at a time. When there are more, one is cut off: the oldest that has not sent its request yet, or the
-    // oldest of all.
+    // Connections at a time. When there are more, one is cut off: one that has not sent its request yet, or the one
+    // that has taken nothing for longest.
     std::size_t connections = 256;
     std::size_t connections_of_address = 128;        // of an IPv4 address, or of an IPv6 network of 64 bits
+    std::chrono::milliseconds time_to_ask{500};      // before it, a client is cut off at random instead of by age
     std::chrono::milliseconds idle{3000};            // for the whole request, and then for a client that takes nothing
     std::chrono::milliseconds longest_answer{30000}; // from the beginning of the connection to the end of the answer
 };

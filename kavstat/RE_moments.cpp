@@ -11,34 +11,47 @@ bool RE_moments::has_room() const
     return bytes <= m_limits.bytes;
 }
 
-std::shared_ptr<RE_moment> RE_moments::now(int& error)
+void RE_moments::drop_old()
+{
+    if (m_newest != nullptr && std::chrono::steady_clock::now() - m_newest->taken >= m_limits.shared_for) {
+        m_newest.reset();
+    }
+    std::erase_if(m_alive, [](const std::weak_ptr<RE_moment>& moment) { return moment.expired(); });
+}
+
+int RE_moments::take(std::shared_ptr<RE_moment>& moment)
 {
     // Looked for at every request, so that an engine which is gone is never shown as being there.
     auto source = std::make_unique<RE_source>();
-    error = source->open();
-    if (error != 0) {
-        return nullptr;
+    if (const int error = source->open()) {
+        return error;
     }
-    const auto time = std::chrono::steady_clock::now();
-    std::erase_if(m_alive, [](const std::weak_ptr<RE_moment>& moment) { return moment.expired(); });
+    drop_old();
     if (!m_alive.empty()) {
         std::shared_ptr<RE_moment> newest = m_alive.back().lock();
-        const bool b_same_engine = newest->snapshot.engine_start_time == source->reader().engine_start_time();
-        const bool b_new = time - newest->taken < m_limits.shared_for;
-        const bool b_oldest_stays = time - m_alive.front().lock()->taken < m_limits.kept_for;
-        if (b_same_engine && !newest->source->reader().is_cut() && (b_new || (b_oldest_stays && !has_room()))) {
-            return newest;
+        const bool b_same_engine = newest->source->is_same_engine(*source);
+        const bool b_oldest_stays =
+            std::chrono::steady_clock::now() - m_alive.front().lock()->taken < m_limits.kept_for;
+        if (b_same_engine && !newest->source->reader().is_cut() &&
+            (newest == m_newest || (b_oldest_stays && !has_room()))) {
+            moment = newest;
+            return 0;
         }
     }
+    // All clients wait while a snapshot is taken.
+    source->reader().patience() = RE_patience::with_engine(RE_patience::second / 20);
+    m_newest.reset();
+    drop_old();
     while (!m_alive.empty() && !has_room()) {
         m_end_readers(*m_alive.front().lock());
         m_alive.erase(m_alive.begin());
     }
-    auto moment = std::make_shared<RE_moment>(std::move(source));
-    if (moment->source->reader().is_cut()) {
-        error = RE_STAT_ERR_CUT;
-        return nullptr;
+    auto made = std::make_shared<RE_moment>(std::move(source));
+    if (made->source->reader().is_cut()) {
+        return RE_STAT_ERR_CUT;
     }
-    m_alive.push_back(moment);
-    return moment;
+    m_alive.push_back(made);
+    m_newest = made;
+    moment = made;
+    return 0;
 }

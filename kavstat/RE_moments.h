@@ -1,6 +1,7 @@
 // The running engine's statistics for clients that take them at their own speed. Each client reads from a moment: a
-// snapshot and the open statistics that it was taken from. Clients that ask soon after one another share one, and all
-// moments together have a bounded size, however slow the clients are.
+// snapshot and the open statistics that it was taken from. Clients that ask soon after one another share one, so that
+// taking snapshots costs little however often they ask, and all moments together have a bounded size, however slow the
+// clients are.
 #pragma once
 
 #include "RE_metrics.h"
@@ -39,7 +40,7 @@ struct RE_moment_limits
 {
     // Of all moments together. One of the largest engine takes 16 MB.
     std::size_t bytes = std::size_t{36} << 20;
-    // While somebody reads from a moment, others share it for so long.
+    // A moment is shared for so long.
     std::chrono::milliseconds shared_for{1000};
     // When there is no room for another one, the newest is shared until the oldest has been there for so long. Then
     // those who still read from the oldest have to go.
@@ -54,8 +55,12 @@ public:
         : m_end_readers(std::move(end_readers)), m_limits(limits)
     {}
 
-    // The moment for a client that asks now. Without one, `error` is an RE_stat_error.
-    std::shared_ptr<RE_moment> now(int& error);
+    // Gives the moment for a client that asks now. Returns 0 or an RE_stat_error.
+    int take(std::shared_ptr<RE_moment>& moment);
+
+    // Lets go of what is not shared any more; to be called again and again while there is something.
+    void drop_old();
+    bool is_empty() const { return m_newest == nullptr; }
 
 private:
     // For another one like the newest.
@@ -63,5 +68,6 @@ private:
 
     std::function<void(const RE_moment&)> m_end_readers;
     RE_moment_limits m_limits;
+    std::shared_ptr<RE_moment> m_newest;           // while it is shared, also without readers
     std::vector<std::weak_ptr<RE_moment>> m_alive; // oldest first
 };

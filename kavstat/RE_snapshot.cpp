@@ -80,7 +80,7 @@ RE_snapshot take_snapshot(RE_image_reader& reader, std::time_t now)
     return snapshot;
 }
 
-std::optional<std::vector<RE_bypass_entry>> read_bypass(RE_stat_reader& reader)
+std::optional<std::vector<RE_bypass_entry>> read_bypass(RE_image_reader& reader)
 {
     const void* const memory = reader.get_re_auto_bypass_memory_ptr(static_cast<int>(RE_auto_bypass::get_shm_size()));
     const auto* const table = static_cast<const RE_bypass_table*>(memory);
@@ -89,10 +89,9 @@ std::optional<std::vector<RE_bypass_entry>> read_bypass(RE_stat_reader& reader)
     }
     std::vector<RE_bypass_entry> entries;
     const std::uint32_t rows = std::min(load_acquire(&table->rows_used), RE_bypass_capacity);
-    RE_patience patience = RE_patience::with_engine();
     for (std::uint32_t at = 0; at < rows; ++at) {
         RE_bypass_row row{};
-        if (copy_row(&table->rows[at], row, patience) && row.b_in_use != 0) {
+        if (copy_row(&table->rows[at], row, reader.patience()) && row.b_in_use != 0) {
             entries.push_back(row.entry);
         }
     }

@@ -60,7 +60,7 @@ struct RE_snapshot
 RE_snapshot take_snapshot(RE_image_reader& reader, std::time_t now);
 
 // The auto-bypass table's entries in use, or nothing when there is no table.
-std::optional<std::vector<RE_bypass_entry>> read_bypass(RE_stat_reader& reader);
+std::optional<std::vector<RE_bypass_entry>> read_bypass(RE_image_reader& reader);
 
 // Reads one connection; false when the slot holds none, or was given to another one meanwhile.
 bool read_connection(RE_stat_reader& reader, int slot, RE_snapshot_conn& conn);

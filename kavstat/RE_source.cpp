@@ -24,6 +24,13 @@ int RE_source::open()
     return m_reader->open();
 }
 
+bool RE_source::is_same_engine(const RE_source& other) const
+{
+    const auto* const mine = dynamic_cast<const RE_shm_reader*>(m_reader.get());
+    const auto* const theirs = dynamic_cast<const RE_shm_reader*>(other.m_reader.get());
+    return mine != nullptr && theirs != nullptr && mine->reads_same_segment(*theirs);
+}
+
 std::string RE_source::reason_of(int error)
 {
     switch (error) {

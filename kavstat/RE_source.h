@@ -25,6 +25,8 @@ public:
     static std::string reason_of(int error);
 
     RE_image_reader& reader() { return *m_reader; }
+    // Whether both are open on the segment of one engine: not of one that was restarted in between.
+    bool is_same_engine(const RE_source& other) const;
 
 private:
     std::optional<std::string> m_file;

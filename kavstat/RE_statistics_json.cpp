@@ -230,7 +230,7 @@ void write_bypassed(RE_json_writer& json, const RE_bypass_entry& entry)
     json.end_object();
 }
 
-void add_bypass(RE_document& document, RE_json_writer& json, RE_stat_reader& reader)
+void add_bypass(RE_document& document, RE_json_writer& json, RE_image_reader& reader)
 {
     using entries = std::optional<std::vector<RE_bypass_entry>>;
     document.add([&json, &reader, b_begun = false, table = entries(), at = std::size_t{0}]() mutable {

@@ -1,7 +1,9 @@
 // Statistics over HTTP, and what clients may try.
+#include "RE_bypass_table.h"
 #include "RE_http_request.h"
 #include "RE_http_server.h"
 #include "RE_moments.h"
+#include "RE_sequence.h"
 #include "RE_stat_error.h"
 #include "http_client.h"
 #include "kavstat_fixture.h"
@@ -22,6 +24,7 @@ class server_test : public kavstat_test
 {
 protected:
     // Instrumented programs take their time.
+    static constexpr std::chrono::milliseconds time_to_ask{100};
     static constexpr std::chrono::milliseconds idle{b_under_a_sanitizer ? 2000 : 500};
     static constexpr std::chrono::milliseconds longest_answer{b_under_a_sanitizer ? 8000 : 1500};
 
@@ -30,6 +33,7 @@ protected:
         RE_http_limits limits;
         limits.connections = 16;
         limits.connections_of_address = 12;
+        limits.time_to_ask = time_to_ask;
         limits.idle = idle;
         limits.longest_answer = longest_answer;
         std::string reason;
@@ -112,6 +116,16 @@ TEST(http_target, is_taken_apart)
     }
 }
 
+TEST(host_name, is_one_that_a_client_can_use)
+{
+    for (const char* const text : {"metrics.example.net", "host_1", "192.0.2.1", "2001:db8::1"}) {
+        EXPECT_TRUE(is_host_name(text)) << text;
+    }
+    for (const char* const text : {"", "*", "*.example.net", "example.net:80", "[2001:db8::1]", "http://h", "a b"}) {
+        EXPECT_FALSE(is_host_name(text)) << text;
+    }
+}
+
 TEST_F(kavstat_test, moments_are_shared_and_few)
 {
     start();
@@ -120,18 +134,31 @@ TEST_F(kavstat_test, moments_are_shared_and_few)
     const auto end_readers = [&](const RE_moment& moment) {
         ended += static_cast<int>(std::erase_if(held, [&](const auto& one) { return one.get() == &moment; }));
     };
-    const std::chrono::milliseconds shared_for{40};
+    const std::chrono::milliseconds shared_for{100};
     auto source = std::make_unique<RE_source>();
     ASSERT_EQ(source->open(), 0);
     const std::size_t room_for_two = 2 * RE_moment(std::move(source)).bytes();
-    RE_moments moments(end_readers, {room_for_two, shared_for, std::chrono::milliseconds(400)});
-    int error = 0;
-    const auto take = [&] { return moments.now(error); };
+    const std::chrono::milliseconds kept_for{600};
+    RE_moments moments(end_readers, {room_for_two, shared_for, kept_for});
+    const auto take = [&] {
+        std::shared_ptr<RE_moment> moment;
+        EXPECT_EQ(moments.take(moment), 0);
+        return moment;
+    };
 
-    take();
+    // Also when its readers have gone meanwhile, until it is old.
+    const std::weak_ptr<RE_moment> first = take();
+    moments.drop_old();
+    EXPECT_EQ(take(), first.lock());
+    EXPECT_FALSE(moments.is_empty());
+    std::this_thread::sleep_for(shared_for);
+    moments.drop_old();
+    EXPECT_TRUE(first.expired());
+    EXPECT_TRUE(moments.is_empty());
+
     engine.set_global(RE_STAT_GLOBAL_ID_NUM_READ, 5);
     held = {take()};
-    EXPECT_EQ(held[0]->snapshot.engine[RE_STAT_GLOBAL_ID_NUM_READ], 5); // nobody had kept the first one
+    EXPECT_EQ(held[0]->snapshot.engine[RE_STAT_GLOBAL_ID_NUM_READ], 5);
     EXPECT_EQ(take(), held[0]);
     std::this_thread::sleep_for(shared_for);
     held.push_back(take());
@@ -139,19 +166,21 @@ TEST_F(kavstat_test, moments_are_shared_and_few)
     std::this_thread::sleep_for(shared_for);
     EXPECT_EQ(take(), held[1]); // there is no room for a third
     EXPECT_EQ(ended, 0);
-    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    std::this_thread::sleep_for(kept_for);
     EXPECT_NE(take(), nullptr);
     EXPECT_EQ(ended, 1);
     EXPECT_EQ(held.size(), 1U);
 
-    // Of another engine there is a new one at once.
+    // Of another engine there is a new one at once, even if it was started in the same second.
     held = {take()};
     engine.close();
-    EXPECT_EQ(take(), nullptr);
-    EXPECT_EQ(error, RE_STAT_ERR_NO_ENGINE);
-    ASSERT_EQ(engine.create(few, 1700000555), 0);
+    std::shared_ptr<RE_moment> none;
+    EXPECT_EQ(moments.take(none), RE_STAT_ERR_NO_ENGINE);
+    EXPECT_EQ(none, nullptr);
+    ASSERT_EQ(engine.create(few, held[0]->snapshot.engine_start_time), 0);
+    engine.set_global(RE_STAT_GLOBAL_ID_NUM_READ, 6);
     engine.publish();
-    EXPECT_EQ(take()->snapshot.engine_start_time, 1700000555);
+    EXPECT_EQ(take()->snapshot.engine[RE_STAT_GLOBAL_ID_NUM_READ], 6);
 }
 
 TEST_F(server_test, gives_the_metrics_and_the_statistics_of_the_command_line)
@@ -218,6 +247,23 @@ TEST_F(server_test, follows_an_engine_that_stops_and_starts_again)
     EXPECT_TRUE(exposes("kav_engine_start_time_seconds 1700000555"));
 }
 
+TEST_F(server_test, records_that_are_kept_busy_hold_nobody_up)
+{
+    start();
+    fill();
+    serve();
+    RE_stat_image image;
+    ASSERT_EQ(image.attach(map_segment(), header().total_size, RE_image_kind::live), 0);
+    for (std::uint32_t row = 0; row < image.peer_rows; ++row) {
+        store_release(&image.peers[row].sequence, 1U);
+    }
+    auto* const bypass = reinterpret_cast<RE_bypass_table*>(image.bypass);
+    store_release(&bypass->rows[0].sequence, 1U);
+    const auto start_time = std::chrono::steady_clock::now();
+    EXPECT_TRUE(exposes("kav_up 1"));
+    EXPECT_LT(std::chrono::steady_clock::now() - start_time, std::chrono::milliseconds(300));
+}
+
 TEST_F(server_test, series_of_a_peer_that_is_gone_vanish)
 {
     start();
@@ -225,6 +271,7 @@ TEST_F(server_test, series_of_a_peer_that_is_gone_vanish)
     serve();
     EXPECT_TRUE(exposes("kav_peer_active_connections{peer=\"7\"} 0"));
     engine.remove_peer(slot);
+    std::this_thread::sleep_for(RE_moment_limits().shared_for);
     EXPECT_EQ(get(server.port(), "/metrics").body.find("peer=\"7\""), std::string::npos);
 }
 
@@ -276,6 +323,58 @@ TEST_F(server_test, many_connections_of_one_address_cost_other_addresses_nothing
     EXPECT_FALSE(lazy_too.back()->is_dropped_within(1));
     EXPECT_TRUE(lazy_too.front()->is_dropped_within(5000));
     EXPECT_TRUE(lazy.read_all().ends_with("\r\n0\r\n\r\n"));
+}
+
+TEST_F(server_test, an_answer_that_is_read_outlives_those_that_are_not)
+{
+    start_large();
+    serve();
+    const http_client eager(server.port());
+    eager.send("GET /api/v1/statistics HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+    std::vector<std::unique_ptr<http_client>> lazy;
+    for (int number = 0; number < 40; ++number) {
+        ASSERT_TRUE(eager.take(4000)) << number;
+        lazy.push_back(std::make_unique<http_client>(server.port()));
+        lazy.back()->send("GET /api/v1/statistics HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_TRUE(eager.read_all().ends_with("\r\n0\r\n\r\n"));
+}
+
+TEST_F(server_test, silent_clients_that_come_fast_cannot_be_sure_to_displace_another)
+{
+    serve();
+    std::vector<std::unique_ptr<http_client>> silent;
+    int answered = 0;
+    for (int round = 0; round < 100; ++round) {
+        const http_client late(server.port());
+        for (int number = 0; number < 16; ++number) {
+            silent.push_back(std::make_unique<http_client>(server.port()));
+        }
+        late.send("GET /healthz HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+        answered += parse_answer(late.read_all()).status == 200 ? 1 : 0;
+        silent.clear();
+    }
+    EXPECT_GT(answered, 0);
+}
+
+TEST_F(server_test, the_oldest_silent_clients_go_first_when_they_had_time_to_ask)
+{
+    serve();
+    for (int round = 0; round < 5; ++round) {
+        std::vector<std::unique_ptr<http_client>> silent;
+        const auto add_silent = [&](int count) {
+            for (int number = 0; number < count; ++number) {
+                silent.push_back(std::make_unique<http_client>(server.port()));
+            }
+        };
+        add_silent(12);
+        std::this_thread::sleep_for(2 * time_to_ask);
+        const http_client late(server.port());
+        add_silent(8);
+        late.send("GET /healthz HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+        EXPECT_EQ(parse_answer(late.read_all()).status, 200);
+    }
 }
 
 TEST_F(server_test, a_request_in_drops_does_not_last_for_ever)
@@ -373,7 +472,9 @@ TEST_F(server_test, a_server_that_ends_cuts_off_what_it_sends)
 TEST_F(server_test, refuses_a_body_and_does_not_wait_for_it)
 {
     serve();
-    for (const char* const field : {"Content-Length: 1000000000", "Content-Length: 1", "Transfer-Encoding: chunked"}) {
+    for (const char* const field :
+         {"Content-Length: 1000000000", "Content-Length: 1", "Content-Length: 0\r\nContent-Length: 5",
+          "Transfer-Encoding: chunked", "Content-Length: 0\r\nTransfer-Encoding: identity"}) {
         for (const char* const method : {"GET", "POST"}) {
             const http_client client(server.port());
             const auto start_time = std::chrono::steady_clock::now();
@@ -422,7 +523,8 @@ TEST_F(server_test, on_loopback_answers_to_names_of_loopback_only)
         EXPECT_EQ(status_for_host(host), 200) << host;
     }
     for (const char* const host : {"example.net", "192.0.2.1", "localhost.example.net", "127.0.0.1.example.net",
-                                   "128.0.0.1", "[::2]", "", "x.metrics.example.net", "::1"}) {
+                                   "128.0.0.1", "[::2]", "", "x.metrics.example.net", "::1", "[::1]example.net",
+                                   "localhost:80:example", "localhost:80example.net", "[localhost]", "[::1"}) {
         EXPECT_EQ(status_for_host(host), 403) << host;
     }
     EXPECT_EQ(answer_to("GET http://example.net/metrics HTTP/1.1\r\nHost: 127.0.0.1\r\n").status, 403);

@@ -51,6 +51,8 @@ TEST_F(kavstat_command, refuses_mistakes_with_status_2)
                                                             {"watch", "--page", "5"},
                                                             {"serve", "--listen", "localhost"},
                                                             {"serve", "--listen", "1.2.3.4:99999"},
+                                                            {"serve", "--allow-host", "example.net:80"},
+                                                            {"serve", "--allow-host", ""},
                                                             {"diff"}};
     for (const std::vector<std::string>& arguments : mistakes) {
         const program_result result = run_kavstat(arguments);

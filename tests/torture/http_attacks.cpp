@@ -26,6 +26,13 @@ constexpr double delay_at_most = 100;      // milliseconds of a scrape, at the m
 constexpr double end_at_most = 1000;       // milliseconds for the server's end
 constexpr long private_at_most = 64 << 10; // kilobytes
 
+enum class manner
+{
+    stays,  // and takes nothing
+    reads,  // some bytes, again and again
+    leaves, // at once
+};
+
 struct attack
 {
     const char* name;
@@ -33,24 +40,27 @@ struct attack
     bool b_many_addresses;
     const char* request; // what each client sends at first
     const char* drop;    // what it sends then, again and again
-    bool b_reads;        // some bytes, again and again
+    manner then;
 };
 
 constexpr const char* bodies = "POST /metrics HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 1000000000\r\n\r\n";
 constexpr const char* metrics = "GET /metrics HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
+constexpr const char* head = "HEAD /metrics HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
 constexpr const char* old_metrics = "GET /metrics HTTP/1.0\r\n\r\n";
 constexpr const char* json = "GET /api/v1/statistics HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
 
 constexpr attack attacks[] = {
-    {"silent, of one address", 1000, false, "", "", false},
-    {"silent, of many addresses", 1000, true, "", "", false},
-    {"heads in drops", 400, true, "GET /metrics HTTP/1.1\r\n", "X: y\r\n", false},
-    {"bodies in drops", 400, true, bodies, "x", false},
-    {"metrics taken slowly", 64, false, metrics, "", true},
-    {"metrics taken slowly without chunks", 64, true, old_metrics, "", true},
-    {"JSON taken slowly", 64, false, json, "", true},
-    {"metrics not taken", 400, true, metrics, "", false},
-    {"requests one after another", 200, true, metrics, metrics, true},
+    {"silent, of one address", 1000, false, "", "", manner::stays},
+    {"silent, of many addresses", 1000, true, "", "", manner::stays},
+    {"heads in drops", 400, true, "GET /metrics HTTP/1.1\r\n", "X: y\r\n", manner::stays},
+    {"bodies in drops", 400, true, bodies, "x", manner::stays},
+    {"metrics taken slowly", 64, false, metrics, "", manner::reads},
+    {"metrics taken slowly without chunks", 64, true, old_metrics, "", manner::reads},
+    {"JSON taken slowly", 64, false, json, "", manner::reads},
+    {"metrics not taken", 400, true, metrics, "", manner::stays},
+    {"requests one after another", 200, true, metrics, metrics, manner::reads},
+    {"heads of metrics", 400, true, head, "", manner::reads},
+    {"metrics asked for and left", 400, true, metrics, "", manner::leaves},
 };
 
 class attackers
@@ -62,9 +72,9 @@ public:
     void go_on()
     {
         std::erase_if(m_clients, [&](const auto& each) {
-            return !each->send(m_attack.drop) || (m_attack.b_reads && !each->take_some(400));
+            return !each->send(m_attack.drop) || (m_attack.then == manner::reads && !each->take_some(400));
         });
-        if (!m_attack.b_reads) {
+        if (m_attack.then == manner::stays) {
             std::erase_if(m_clients, [](const auto& each) { return !each->is_open(); });
         }
         const std::size_t new_ones = m_attack.clients / 8;
@@ -75,6 +85,9 @@ public:
             m_clients.push_back(
                 std::make_unique<http_client>(m_port, m_attack.b_many_addresses ? own.c_str() : "127.0.0.1"));
             m_clients.back()->send(m_attack.request);
+            if (m_attack.then == manner::leaves) {
+                m_clients.pop_back();
+            }
         }
     }
 

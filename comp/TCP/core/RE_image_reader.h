@@ -1,6 +1,7 @@
 // All of RE_stat_reader over a statistics image; where the image comes from is the derived classes' part.
 #pragma once
 
+#include "RE_sequence.h"
 #include "RE_stat_image.h"
 
 #include <memory>
@@ -60,6 +61,10 @@ public:
     std::time_t engine_start_time() const { return is_open() ? m_image.header->engine_start_time : 0; }
     std::time_t capture_time() const { return is_open() ? m_image.header->capture_time : 0; }
 
+    // With an engine that is changing records. open() sets it to that of a report; a reader that must not wait for so
+    // long replaces it.
+    RE_patience& patience() { return m_patience; }
+
     // Whether the statistics were cut short while they were read: what was read may be zeros then, and is to be thrown
     // away. To be asked after the last read.
     bool is_cut() const { return m_image.is_cut(); }
@@ -107,6 +112,6 @@ private:
     RE_image_config_row m_config{};
     RE_stat_app_struct m_app{};
     std::uint64_t m_nacks_end = 0; // where the walk through the NACK log ends, so that a busy engine cannot prolong it
-    RE_patience m_patience;        // with an engine that is changing a record
+    RE_patience m_patience;
     std::unique_ptr<unsigned char[]> m_bypass_copy; // of a saved table, at its full size
 };

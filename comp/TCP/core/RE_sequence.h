@@ -98,14 +98,16 @@ void write_row(Row* row, const Row& value)
 class RE_patience
 {
 public:
+    static constexpr std::int64_t second = 1'000'000'000; // all times are nanoseconds
+
     // For records that nobody writes any more.
     RE_patience() = default;
-    // For live records. What has been waited counts together, over all records; a reader that is used for longer than a
-    // report takes gets its patience back after a minute.
-    static RE_patience with_engine()
+    // For live records. What has been waited counts together, over all records, half of it at most for one; a reader
+    // that is used for longer than a report takes gets its patience back after a minute.
+    static RE_patience with_engine(std::int64_t in_all = second / 2)
     {
         RE_patience patience;
-        patience.m_left = in_all;
+        patience.m_in_all = patience.m_left = in_all;
         return patience;
     }
 
@@ -115,10 +117,10 @@ public:
         constexpr int tries_without_sleeping = 64;
         const std::int64_t start = now();
         if (m_left <= 0 && m_first_wait != 0 && start - m_first_wait > 60 * second) {
-            m_left = in_all;
+            m_left = m_in_all;
             m_first_wait = 0;
         }
-        if (m_left <= 0 || waited_for_record >= for_one_record) {
+        if (m_left <= 0 || waited_for_record >= m_in_all / 2) {
             return false;
         }
         m_first_wait = m_first_wait != 0 ? m_first_wait : start;
@@ -136,10 +138,6 @@ public:
     }
 
 private:
-    static constexpr std::int64_t second = 1'000'000'000; // all times are nanoseconds
-    static constexpr std::int64_t in_all = second / 2;
-    static constexpr std::int64_t for_one_record = second / 4;
-
     static std::int64_t now()
     {
         timespec time{};
@@ -147,6 +145,7 @@ private:
         return time.tv_sec * second + time.tv_nsec;
     }
 
+    std::int64_t m_in_all = 0;
     std::int64_t m_left = 0;
     std::int64_t m_first_wait = 0; // 0 before it
 };

@@ -17,6 +17,11 @@ public:
     // no segment, no permission, no living engine, or no sound image: of the first folder that has anything.
     int open() override;
     int close() override;
+    // Both open. What is mapped keeps its inode, so that no other engine can get the same one.
+    bool reads_same_segment(const RE_shm_reader& other) const
+    {
+        return m_device == other.m_device && m_inode == other.m_inode;
+    }
 
 protected:
     std::unique_ptr<writable_image> open_writable() override;
