@@ -554,7 +554,7 @@ const std::vector<attack>& attacks_on_trust()
         {"readers' locks stop the engine's restart", stop_a_restart_by_locks},
         {"the same, by the group of a service", stop_a_services_restart_by_locks},
         {"the group of a service writes to the segment", write_to_a_services_segment},
-        {"the same group cuts a segment that it may write to", cut_a_services_segment},
+        {"the group cuts a segment that it may write to", cut_a_services_segment},
         {"another user reads what the engine publishes", read_what_an_engine_publishes},
         {"another user makes the segment grow", grow_the_segment},
         {"another user fills the shared memory", fill_the_memory},

@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -231,7 +232,7 @@ struct RE_stat_writer::implementation
     int move_memory_to(int new_descriptor);
     void restore();
     void write_peer(std::uint32_t slot, const RE_image_peer_row& row);
-    void use_slot(std::uint32_t slot, std::uint32_t& used, std::uint32_t& published_used);
+    static void use_slot(std::uint32_t slot, std::uint32_t& used, std::uint32_t& published_used);
     std::vector<std::span<const unsigned char>> backed_memory() const;
     int back(const void* start, std::size_t bytes) const;
     template <typename Row>
@@ -632,8 +633,9 @@ void RE_stat_writer::implementation::withdraw()
 void RE_stat_writer::publish()
 {
     if (m_impl->is_made()) {
-        store_release(&m_impl->image.header->state, std::uint32_t{RE_IMAGE_PUBLISHED});
-        std::memcpy(m_impl->head.data(), m_impl->mapping.base(), m_impl->head.size());
+        constexpr std::uint32_t published = RE_IMAGE_PUBLISHED;
+        store_release(&m_impl->image.header->state, published);
+        std::memcpy(m_impl->head.data() + offsetof(RE_image_header, state), &published, sizeof published);
     }
 }
 
@@ -1055,7 +1057,8 @@ int RE_stat_writer::clear_bypass(std::uint32_t server_ip, std::uint16_t server_p
         return -EINVAL;
     }
     RE_bypass_table* const table = m_impl->bypass_table();
-    for (std::uint32_t at = 0; at < table->rows_used; ++at) {
+    const std::uint32_t rows_used = std::min(table->rows_used, RE_bypass_capacity); // whoever has written to it
+    for (std::uint32_t at = 0; at < rows_used; ++at) {
         RE_bypass_row& row = table->rows[at];
         if (row.b_in_use != 0 && row.entry.server_ip == server_ip && row.entry.server_port == server_port) {
             write_row(&row, RE_bypass_row{});
