@@ -351,6 +351,7 @@ TEST_F(server_test, silent_clients_that_come_fast_cannot_be_sure_to_displace_ano
         for (int number = 0; number < 16; ++number) {
             silent.push_back(std::make_unique<http_client>(server.port()));
         }
+        get(server.port(), "/healthz", "127.0.2.1"); // after it, all have been accepted
         late.send("GET /healthz HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
         answered += parse_answer(late.read_all()).status == 200 ? 1 : 0;
         silent.clear();
@@ -372,6 +373,7 @@ TEST_F(server_test, the_oldest_silent_clients_go_first_when_they_had_time_to_ask
         std::this_thread::sleep_for(2 * time_to_ask);
         const http_client late(server.port());
         add_silent(8);
+        get(server.port(), "/healthz", "127.0.2.1"); // after it, all have been accepted
         late.send("GET /healthz HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
         EXPECT_EQ(parse_answer(late.read_all()).status, 200);
     }
