@@ -1,4 +1,4 @@
-// An application as the publisher knows it: exact sums behind counters that hold whole kilobytes.
+// An application as the publisher knows it: exact sums for counters that hold whole kilobytes.
 #pragma once
 
 #include "RE_statistics.h"

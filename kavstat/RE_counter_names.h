@@ -38,6 +38,6 @@ const char* word_of(RE_counter_scope scope);
 inline constexpr RE_counter_scope all_counter_scopes[] = {RE_counter_scope::engine, RE_counter_scope::peer,
                                                           RE_counter_scope::connection, RE_counter_scope::application};
 
-// The metric's name behind its prefix: "cache_sigblock_age_timestamp_seconds". Base units (bytes, seconds, a ratio),
+// The metric's name after its prefix: "cache_sigblock_age_timestamp_seconds". Base units (bytes, seconds, a ratio),
 // "_total" on running totals and nowhere else.
 std::string metric_name_of(const RE_named_counter& counter);

@@ -115,7 +115,7 @@ struct client
 {
     client(int its_socket, const sockaddr* its_address) : socket(its_socket), address(address_key(its_address)) {}
 
-    // Looks how much the client has taken, as far as its system has told.
+    // Looks how much the client has taken, as far as its system has acknowledged.
     void note_taken(steady_clock::time_point now)
     {
         tcp_info info{};

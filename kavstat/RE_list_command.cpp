@@ -36,7 +36,7 @@ void add_padded(RE_output& output, const std::string& text, std::size_t width)
     output.add("  ");
 }
 
-// The counter's key, with the length of a range behind it.
+// The counter's key, followed by the length of a range.
 std::string shown_key(const RE_named_counter& counter)
 {
     return counter.is_range() ? counter.key + "[" + std::to_string(counter.size()) + "]" : counter.key;

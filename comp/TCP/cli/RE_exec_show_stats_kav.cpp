@@ -106,7 +106,7 @@ enum class outcome
     refused_with_usage,
 };
 
-// A word that the arguments of one command may hold: with a value behind it, or alone.
+// A word that the arguments of one command may hold: with a value after it, or alone.
 template <typename Arguments>
 struct keyword_rule
 {
@@ -115,7 +115,7 @@ struct keyword_rule
     void (*set)(Arguments& arguments);
 };
 
-// Walks the arguments behind the command word. False after an error, which has been printed. invalid_text: how the
+// Walks the arguments after the command word. False after an error, which has been printed. invalid_text: how the
 // command calls a word that it does not know.
 template <typename Arguments, std::size_t count>
 bool parse_keywords(int argc, char** argv, const keyword_rule<Arguments> (&rules)[count], const char* invalid_text,
@@ -296,7 +296,7 @@ public:
 
     bool is(int place, const char* keyword) const { return place < m_argc && is_keyword(m_argv[place], keyword); }
 
-    // The value behind the keyword at `place`; null, with a message, when it is missing.
+    // The value after the keyword at `place`; null, with a message, when it is missing.
     const char* value_of(int place) const
     {
         if (place + 1 < m_argc) {
@@ -565,7 +565,7 @@ int exec_show_stats_kav(int argc, char** argv)
 
 void show_usage()
 {
-    // "brief-config" and the positional "connection" work although they are not told.
+    // "brief-config" and the positional "connection" work although the usage text does not name them.
     std::puts("Usage:\n"
               "/sw/vantero/bin/exec_show_stats_kav [tech-support]\n"
               "        [global-info | global-detail | nack]\n"

@@ -51,7 +51,7 @@ void print_peer_counters(RE_show_type type)
 
 void print_identity(const RE_stat_peer_header& hdr, int pid, RE_show_type type)
 {
-    // The blank behind the context number stays when nothing follows it.
+    // The blank after the context number stays when nothing follows it.
     std::printf("\nPeer-No : %-15d      Context: %d %s\n", pid, hdr.m_context_id.context_number(),
                 hdr.m_b_outdated ? "(outdated)" : "");
     std::printf("Peer-ID : %s\n", hdr.m_peer_mac_id.getString().c_str());
@@ -96,7 +96,7 @@ long long average(int peer_slot, RE_stat_peer_id size_id, RE_stat_peer_id count_
     return count == 0 ? 0 : wrapping_quotient(size, count);
 }
 
-// A peer that has not told a safe clock yet is safe up to its head.
+// A peer that has not sent a safe clock yet is safe up to its head.
 long long safe_clock(int peer_slot, RE_stat_peer_id safe_id, RE_stat_peer_id head_id)
 {
     return PEER(peer_slot, safe_id) > 0 ? PEER(peer_slot, safe_id) : PEER(peer_slot, head_id);

@@ -1,7 +1,7 @@
 // Writes the rows of a long table to standard output, at a fraction of what printf takes for a row.
 //
 // A row is put together field by field. Each put_... function takes the place where its field begins and returns the
-// place behind it: kept in a variable of the caller, the place stays in a register, and that is most of the gain.
+// place after it: kept in a variable of the caller, the place stays in a register, and that is most of the gain.
 // Fields come out as printf makes them: a width is a least width, a wider value is not cut, and a sign counts.
 #pragma once
 
@@ -65,7 +65,7 @@ public:
 
     explicit packed_digits(unsigned int number)
     {
-        // In every step, each part of the word is split into the half that stands before and the half behind.
+        // In every step, each part of the word is split into the half that stands first and the half that follows.
         std::uint64_t parts = number / 10'000 | std::uint64_t{number % 10'000} << 32U;
         std::uint64_t heads = ((parts * 10'486) >> 20U) & 0x0000'007f'0000'007fU; // hundredths of up to 9,999
         parts = heads | (parts - 100 * heads) << 16U;
@@ -183,7 +183,7 @@ public:
     RE_row_writer(const RE_row_writer&) = delete;
     RE_row_writer& operator=(const RE_row_writer&) = delete;
 
-    // Where the next row begins, with room for max_row bytes. end_row takes the place behind its last field.
+    // Where the next row begins, with room for max_row bytes. end_row takes the place after its last field.
     char* begin_row();
     void end_row(const char* end) { m_length = static_cast<std::size_t>(end - m_buffer); }
 

@@ -2,7 +2,7 @@
 
 namespace {
 
-unsigned int rest_behind(unsigned char lead)
+unsigned int bytes_after(unsigned char lead)
 {
     if (lead >= 0xc2 && lead <= 0xdf) {
         return 1;
@@ -33,7 +33,7 @@ char RE_terminal_filter::filtered(unsigned char byte)
         return b_control ? mark : static_cast<char>(byte);
     }
     m_lead = byte;
-    m_rest = rest_behind(byte);
+    m_rest = bytes_after(byte);
     m_b_second_next = true;
     const bool b_low = byte < ' ' && byte != '\n' && byte != '\t';
     const bool b_high = byte >= 0x7f && byte < 0xa0;

@@ -16,5 +16,5 @@ private:
 
     unsigned char m_lead = 0;     // of the UTF-8 character whose rest is to come
     unsigned int m_rest = 0;      // bytes of it that are to come
-    bool m_b_second_next = false; // the next is the one behind the lead
+    bool m_b_second_next = false; // the next byte is the one after the lead
 };

@@ -37,7 +37,7 @@ public:
         : m_fd(fd), m_input(fd, buffer), m_path(path), m_peer(peer), m_b_detail(detail)
     {}
 
-    // Reads the log to its end. Returns whether it may be reported; if not, the system log has been told why.
+    // Reads the log to its end. Returns whether it may be reported; if not, the reason is in the system log.
     bool read_sections();
 
     // The records that were gathered.

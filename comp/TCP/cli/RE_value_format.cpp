@@ -16,7 +16,7 @@ namespace {
 constexpr long long bound_of_second_unit = 100LL << 10;
 constexpr long long bound_of_third_unit = 100LL << 20;
 
-// A ratio above 0 but below this is told as "less than"; the text says 0.01 all the same, which scripts rely on.
+// A ratio above 0 but below this is printed as "less than"; the text says 0.01 all the same, which scripts rely on.
 constexpr float smallest_ratio = 0.0001F;
 
 float percentage(long long part, long long whole)

@@ -31,7 +31,7 @@ bool keep_standard_output_apart()
     return false;
 }
 
-// A closed pipe and a file size limit are told by the exit status, like a full disk, and not by a signal's death.
+// A closed pipe and a file size limit end in an exit status, as a full disk does, not in a signal.
 void hold_back_output_signals()
 {
     sigset_t signals;

@@ -21,7 +21,7 @@ public:
     // planted them (RE_target_path.h), as he may a pipe or a device.
     int open(const char* path);
 
-    // Errors are kept and told by finish().
+    // Errors are kept, and returned by finish().
     void append(const void* bytes, std::size_t size);
     // Appends zeros up to `position` bytes from the start.
     void fill_to(std::uint64_t position);

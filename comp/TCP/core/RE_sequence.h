@@ -37,15 +37,15 @@ void store_release(Value* place, Value value)
     __atomic_store_n(place, value, __ATOMIC_RELEASE);
 }
 
-// A record behind its counter: one word of 32 bits, then words of 64. Both sides go by the same words. Row: starts with
-// `std::uint32_t sequence`, and stands on a multiple of 8 bytes.
+// A record without its counter: one word of 32 bits, then words of 64. Both sides go by the same words. Row: starts
+// with `std::uint32_t sequence`, and stands on a multiple of 8 bytes.
 template <typename Row>
 constexpr void check_record()
 {
     static_assert(sizeof(Row) % sizeof(std::uint64_t) == 0 && offsetof(Row, sequence) == 0);
 }
 
-// Copies the words of a record behind its counter.
+// Copies the words of a record that follow its counter.
 template <typename Row>
 void load_words(const Row* from, Row& to)
 {

@@ -10,7 +10,7 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
-// Room for a folder's name and for a segment's behind it. A session's folder with a longer name is passed over.
+// Holds a folder's name and a segment's name. A session's folder with a longer name is skipped.
 using RE_stat_path = char[1024];
 
 // Whether nobody but its owner may write to what `found` describes.
@@ -20,7 +20,7 @@ inline bool is_written_by_owner_alone(const struct stat& found)
 }
 
 // Opens this user's folder for segments and makes it when it is not there. Returns a descriptor, and the folder's name
-// in `path`; or -errno, after which the system log tells why.
+// in `path`; or -errno, with the reason in the system log.
 int open_own_stat_folder(RE_stat_path& path);
 
 // Whether `path` is in a folder for segments and has a name that begins with a dot: engines keep such files for

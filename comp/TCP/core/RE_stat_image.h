@@ -94,7 +94,7 @@ struct RE_image_section
 };
 static_assert(sizeof(RE_image_section) == 32);
 
-// Where the header and the section table behind it end.
+// The end of the section table, which follows the header.
 constexpr std::uint64_t RE_image_table_end =
     sizeof(RE_image_header) + RE_image_section_count * sizeof(RE_image_section);
 

@@ -26,7 +26,7 @@ Word xor_of_little_endian_words(const unsigned char* bytes, std::size_t size)
     return result;
 }
 
-// Two digits for each byte. separators: what stands behind each byte but the last, a blank for nothing.
+// Two digits for each byte. separators: what stands after each byte but the last, a blank for nothing.
 template <std::size_t Size>
 std::string hex_text(const unsigned char (&bytes)[Size], const char (&separators)[Size])
 {
@@ -65,7 +65,7 @@ bool RE_mac_id::set(const char* str)
                     "Invalid MAC address: NULL pointer for mac id string");
         return false;
     }
-    // The two texts below differ by one blank behind the colon; log filters know both.
+    // The two texts below differ by one blank after the colon; log filters know both.
     if (std::strlen(str) < text_length) {
         __re_syslog(log_file, log_line_short, KAV_CORE, RE_SYSLOG_ERROR, log_id_invalid_mac,
                     "Invalid MAC address: Invalid mac id string:%s", str);

@@ -69,7 +69,7 @@ public:
 
     // Exclusive-or of the four little-endian 32-bit words.
     std::uint32_t hash_u32() const;
-    // The low 16 bits of hash_u32: the number that reports print in brackets behind the identity.
+    // The low 16 bits of hash_u32: the number that reports print in brackets after the identity.
     std::uint16_t hash_u16() const;
 
     // Six bytes joined by colons, a dash, six bytes, a dash, four bytes; lower-case hexadecimal, 39 characters.
