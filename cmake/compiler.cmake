@@ -26,6 +26,8 @@ endif()
 if(KAV_COVERAGE)
     target_compile_options(kav_warnings INTERFACE --coverage -fprofile-update=atomic)
     target_link_options(kav_warnings INTERFACE --coverage)
+    # Programs without a descriptor to write their counts complain on standard error.
+    target_compile_definitions(kav_warnings INTERFACE KAV_COUNTED)
 endif()
 
 # Our libraries and programs are hardened on top.
