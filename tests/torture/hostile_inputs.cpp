@@ -189,26 +189,40 @@ private:
 
 // ---- Segments.
 
-std::string cut_under_kavstat(const hostile_place& place)
+struct cut_run
 {
-    attacked_engine engine(place, 2000);
-    engine.fill();
+    program_result end;
+    std::string text;
+};
+
+// Cuts the segment when the first byte of output is there. The program waits then for the rest to be taken.
+cut_run run_and_cut(attacked_engine& engine, const std::string& program, const std::vector<std::string>& words)
+{
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) {
         throw std::runtime_error("no pipe");
     }
     run_surroundings into_pipe;
     into_pipe.output = ends[1];
-    limited_run json(place.program("kavstat"), {"json"}, into_pipe);
+    limited_run run(program, words, into_pipe);
     close(ends[1]);
+    std::string text;
     char bytes[65536];
-    const bool b_begun = read(ends[0], bytes, 1) == 1;
+    ssize_t count = read(ends[0], bytes, 1);
     engine.cut(0);
-    while (b_begun && read(ends[0], bytes, sizeof bytes) > 0) {
+    for (; count > 0; count = read(ends[0], bytes, sizeof bytes)) {
+        text.append(bytes, static_cast<std::size_t>(count));
     }
     close(ends[0]);
-    const program_result& end = json.finish();
-    return end_if(end.status != 3 || !b_begun, end_of(end));
+    return {run.finish(), text};
+}
+
+std::string cut_under_kavstat(const hostile_place& place)
+{
+    attacked_engine engine(place, 2000);
+    engine.fill();
+    const cut_run run = run_and_cut(engine, place.program("kavstat"), {"json"});
+    return end_if(run.end.status != 3 || run.text.empty(), end_of(run.end));
 }
 
 // The answer's first bytes are there, and the rest cannot be sent before they are taken.
@@ -273,24 +287,8 @@ std::string cut_under_a_report(const hostile_place& place)
 {
     attacked_engine engine(place, 20000);
     engine.fill();
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
-        throw std::runtime_error("no pipe");
-    }
-    run_surroundings into_pipe;
-    into_pipe.output = ends[1];
-    limited_run viewer(place.program("exec_show_stats_kav"), {"conn"}, into_pipe);
-    close(ends[1]);
-    std::string text(1, '\0');
-    const bool b_begun = read(ends[0], text.data(), 1) == 1;
-    engine.cut(0);
-    char bytes[65536];
-    for (ssize_t count = 0; b_begun && (count = read(ends[0], bytes, sizeof bytes)) > 0;) {
-        text.append(bytes, static_cast<std::size_t>(count));
-    }
-    close(ends[0]);
-    const program_result& end = viewer.finish();
-    return end_if(end.status != 1 || !text.ends_with(refusal), end_of(end));
+    const cut_run run = run_and_cut(engine, place.program("exec_show_stats_kav"), {"conn"});
+    return end_if(run.end.status != 1 || !run.text.ends_with(refusal), end_of(run.end));
 }
 
 // One record is given free every 60 ms, and the others are kept busy.
