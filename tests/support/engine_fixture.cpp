@@ -1,5 +1,7 @@
 #include "support/engine_fixture.h"
 
+#include "support/engine_shapes.h"
+
 #include <fcntl.h>
 #include <grp.h>
 #include <signal.h>
@@ -324,33 +326,25 @@ void engine_test::start(const RE_stat_limits& limits)
 void engine_test::fill()
 {
     engine.set_config(config_of(77));
-    for (int id = 0; id < RE_STAT_GLOBAL_ID_MAX; ++id) {
-        engine.set_global(id, 1000000007LL * (id + 1));
-    }
+    set_engine_figures(engine, [](int id) { return 1000000007LL * (id + 1); });
     for (std::uint32_t peer = 0; peer < 4; ++peer) {
         const int slot = engine.add_peer(static_cast<int>(peer) + 40, peer_header_of(peer + 500));
         ASSERT_EQ(slot, static_cast<int>(peer));
-        for (int id = 0; id < RE_STAT_PEER_ID_MAX; ++id) {
-            engine.set_peer_stat(slot, id, 10000 * slot + id);
-        }
+        set_peer_figures(engine, slot, [&](int id) { return 10000 * slot + id; });
     }
     engine.remove_peer(1);
     for (std::uint32_t number = 0; number < 10; ++number) {
         const int peer = number % 2 == 0 ? 0 : 3;
         const int slot = engine.open_conn(peer, conn_header_of(number + 900), so_header_of(number), 5000 + number);
         ASSERT_EQ(slot, static_cast<int>(number));
-        for (int id = 0; id < RE_STAT_CONN_ID_MAX; ++id) {
-            engine.add_conn_stat(slot, id, 1000 * slot + id - 50);
-        }
+        add_conn_figures(engine, slot, [&](int id) { return 1000 * slot + id - 50; });
     }
     engine.close_conn(2, 6000);
     engine.release_conn(4);
     engine.release_conn(7);
     for (std::uint32_t number = 0; number < 3; ++number) {
         const int slot = engine.find_or_add_app(app_key_of(number + 60));
-        for (int id = 0; id < RE_STAT_APP_ID_MAX; ++id) {
-            engine.add_app_stat(slot, id, number * 100 + static_cast<std::uint32_t>(id));
-        }
+        add_app_figures(engine, slot, [&](int id) { return number * 100 + static_cast<std::uint32_t>(id); });
         engine.add_app_conns(slot, number + 3, number + 2);
     }
     for (std::uint32_t number = 0; number < 11; ++number) { // more than the log holds

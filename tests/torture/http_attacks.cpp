@@ -20,7 +20,7 @@ double milliseconds_since(clock_type::time_point start)
 }
 
 // As large as an engine may be but for connections, which no client shares with others.
-constexpr sample_size largest = {4096, 1000, 65536, 1000, 100};
+constexpr engine_shape largest = {4096, 1000, 65536, 1000, 100};
 
 constexpr double delay_at_most = 100;      // milliseconds of a scrape, at the median
 constexpr double end_at_most = 1000;       // milliseconds for the server's end
