@@ -67,7 +67,7 @@ void say(const char* word)
 } // namespace
 
 RE_engine::RE_engine(const RE_options& options, RE_stop_signal& stop)
-    : m_options(options), m_stop(stop), m_files(find_traffic(options.paths)), m_lz(options.lz_level),
+    : m_options(options), m_stop(stop), m_files(find_traffic(options.paths, options.b_variety)), m_lz(options.lz_level),
       m_concurrency(static_cast<std::size_t>(std::min(options.concurrency, options.slots))),
       m_keep_open(std::min(static_cast<std::size_t>(options.keep_open),
                            static_cast<std::size_t>(options.slots) - m_concurrency)),
@@ -85,7 +85,8 @@ RE_engine::RE_engine(const RE_options& options, RE_stop_signal& stop)
     allow_many_files();
     const RE_cache_settings cache = cache_settings_of(options);
     for (int number = 1; number <= options.peers; ++number) {
-        m_peers.push_back(std::make_unique<RE_peer>(number, cache, bypass_rule_of(options), m_lz));
+        const RE_peer_profile profile = options.b_variety ? odd_peer_profile(number) : RE_peer_profile{};
+        m_peers.push_back(std::make_unique<RE_peer>(number, profile, cache, bypass_rule_of(options), m_lz));
     }
     m_publisher.add_peers(m_peers);
     m_publisher.refresh(m_peers);

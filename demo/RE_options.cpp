@@ -59,6 +59,9 @@ RE_parsed_options parse_options(int argc, char** argv)
     app.set_version_flag("--version", std::string("kav_demo_engine ") + KAV_VERSION);
     app.add_option("PATH", options.paths, "Files and folders to take as traffic");
     app.add_flag("--once", options.b_once, "Go through the traffic once, print \"idle\" and hold the statistics still");
+    app.add_flag("--variety", options.b_variety,
+                 "For reports of everything: the second to the fourth peer have their troubles, and default traffic "
+                 "holds files that do not compress");
     app.add_option("--peers", options.peers, "Number of peers")->check(CLI::Range(1, 4096))->capture_default_str();
     app.add_option("--slots", options.slots, "Number of connection slots")
         ->check(CLI::Range(1, 1'000'000))

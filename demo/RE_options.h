@@ -10,6 +10,7 @@ struct RE_options
 {
     std::vector<std::string> paths;
     bool b_once = false;
+    bool b_variety = false;
     int peers = 4;
     int slots = 1024;
     unsigned int segment_mode = 0640;

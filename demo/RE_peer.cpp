@@ -10,30 +10,6 @@ namespace {
 
 constexpr std::uint64_t kilobyte = 1024;
 
-// The first four peers show an operator what can be the matter with a peer; all others are like the first.
-RE_peer_profile profile_of(int number)
-{
-    RE_peer_profile profile;
-    switch (number) {
-    case 2: // behind in its updates, and with little room
-        profile.b_outdated = true;
-        profile.cache_divisor = 16;
-        break;
-    case 3: // just started, on a slow disk
-        profile.b_named = false;
-        profile.b_slow_start = true;
-        profile.read_budget = {4 * kilobyte, 48 * kilobyte};
-        break;
-    case 4: // of an older release, with short signatures
-        profile.minor_version = 3;
-        profile.signature_bits = 20;
-        break;
-    default:
-        break;
-    }
-    return profile;
-}
-
 // The addresses of all examples: 192.0.2.0/24, 198.51.100.0/24 and 203.0.113.0/24 belong to nobody.
 constexpr std::uint32_t server_network = 0xc6336400U;
 constexpr std::uint32_t peer_network = 0xcb007100U;
@@ -101,6 +77,29 @@ RE_decoder_settings remote_settings(const RE_peer_profile& profile, const RE_cac
 
 } // namespace
 
+RE_peer_profile odd_peer_profile(int number)
+{
+    RE_peer_profile profile;
+    switch (number) {
+    case 2: // behind in its updates, and with little room
+        profile.b_outdated = true;
+        profile.cache_divisor = 16;
+        break;
+    case 3: // just started, on a slow disk
+        profile.b_named = false;
+        profile.b_slow_start = true;
+        profile.read_budget = {4 * kilobyte, 48 * kilobyte};
+        break;
+    case 4: // of an older release, with short signatures
+        profile.minor_version = 3;
+        profile.signature_bits = 20;
+        break;
+    default:
+        break;
+    }
+    return profile;
+}
+
 RE_mac_id own_mac_id()
 {
     return mac_id_of(0);
@@ -111,8 +110,9 @@ RE_kav_peer_id own_kav_peer_id()
     return kav_peer_id_of(0);
 }
 
-RE_peer::RE_peer(int number, const RE_cache_settings& cache, const RE_bypass_rule& bypass_rule, RE_lz& lz)
-    : m_number(number), m_profile(profile_of(number)), m_header(header_of(number, m_profile)),
+RE_peer::RE_peer(int number, const RE_peer_profile& profile, const RE_cache_settings& cache,
+                 const RE_bypass_rule& bypass_rule, RE_lz& lz)
+    : m_number(number), m_profile(profile), m_header(header_of(number, m_profile)),
       m_outbound(cache.chunk_sizes, cache.bytes_per_peer, remote_settings(m_profile, cache), lz),
       m_inbound(cache.chunk_sizes, cache.bytes_per_peer, decoder_settings(m_profile, cache), lz),
       m_bypass_policy(bypass_rule)

@@ -20,6 +20,9 @@ struct RE_peer_profile
     RE_read_budget read_budget;       // of its disk
 };
 
+// Of the peers of these numbers, the second to the fourth have their troubles.
+RE_peer_profile odd_peer_profile(int number);
+
 // What this engine has for each peer.
 struct RE_cache_settings
 {
@@ -36,8 +39,9 @@ RE_kav_peer_id own_kav_peer_id();
 class RE_peer
 {
 public:
-    // number: from 1; it decides on the peer's profile, name and addresses. lz: used, not owned.
-    RE_peer(int number, const RE_cache_settings& cache, const RE_bypass_rule& bypass_rule, RE_lz& lz);
+    // number: from 1; it decides on the peer's name and addresses. lz: used, not owned.
+    RE_peer(int number, const RE_peer_profile& profile, const RE_cache_settings& cache,
+            const RE_bypass_rule& bypass_rule, RE_lz& lz);
 
     int number() const { return m_number; }
     const RE_peer_profile& profile() const { return m_profile; }
