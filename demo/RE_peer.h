@@ -3,6 +3,7 @@
 #pragma once
 
 #include "RE_bypass_policy.h"
+#include "RE_illness.h"
 #include "RE_path.h"
 #include "RE_stat_records.h"
 
@@ -43,6 +44,11 @@ public:
     RE_peer(int number, const RE_peer_profile& profile, const RE_cache_settings& cache,
             const RE_bypass_rule& bypass_rule, RE_lz& lz);
 
+    // Makes the parts suffer from these illnesses and from no others; tick: how often all were asked to.
+    void suffer(const RE_illness_set& ills, std::uint64_t tick);
+    // How long an answer from there is under way.
+    std::int64_t distance_ns() const { return m_distance_ns; }
+
     int number() const { return m_number; }
     const RE_peer_profile& profile() const { return m_profile; }
     const RE_stat_peer_header& header() const { return m_header; }
@@ -66,4 +72,6 @@ private:
     RE_path m_outbound;
     RE_path m_inbound;
     RE_bypass_policy m_bypass_policy;
+    RE_illness_set m_ills;
+    std::int64_t m_distance_ns = 0;
 };
