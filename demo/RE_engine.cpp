@@ -201,14 +201,14 @@ int RE_engine::next_conn_id() const
     return m_last_conn_id == std::numeric_limits<int>::max() ? 1 : m_last_conn_id + 1;
 }
 
-// The repeats of a pass come one after another, and each file keeps its peer and its direction in all of them: what
-// comes again meets the caches that have seen it.
+// The repeats of a pass come one after another, and each file keeps its peer, its direction and its messages in all of
+// them: what comes again meets the caches that have seen it, and adds nothing to them.
 bool RE_engine::open_next()
 {
     while (!is_pass_through()) {
         const std::size_t file = m_next_transfer++ % m_files.size();
         const int conn_id = next_conn_id();
-        auto seed = m_options.seed + static_cast<std::uint64_t>(conn_id);
+        auto seed = m_options.seed + file;
         if (m_files[file].empty()) {
             continue;
         }
