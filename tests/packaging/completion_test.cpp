@@ -1,4 +1,4 @@
-// Completion of the viewer's command line, as bash itself performs it.
+// Completion of command lines, the viewer's above all, as bash itself performs it.
 #include "shell.h"
 
 #include <gtest/gtest.h>
@@ -9,20 +9,25 @@
 
 namespace {
 
-const std::string completion = KAV_SOURCE_DIR "/packaging/completion/exec_show_stats_kav";
+// Where a program's completion is.
+std::string completion_of(const std::string& program)
+{
+    return KAV_SOURCE_DIR "/packaging/completion/" + program;
+}
 
 // What is offered for the word at the end of the line, separated by blanks. The line is handed over as readline does
 // it, with words that end at colons as well.
-std::string offered(const std::string& line)
+std::string offered(const std::string& line, const std::string& program = "exec_show_stats_kav")
 {
-    static const std::string driver = R"(
-source ')" + completion + R"('
+    const std::string driver = R"(
+source ')" + completion_of(program) +
+                               R"('
 COMP_LINE=$1 COMP_POINT=${#1} COMP_WORDBREAKS=$' \t\n"\'><=;|&(:'
 read -ra COMP_WORDS <<<"${COMP_LINE//:/ : }"
 [[ $COMP_LINE == *' ' ]] && COMP_WORDS+=('')
 COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
 PATH=)" KAV_BIN_DIR R"(:$PATH
-_exec_show_stats_kav
+_)" + program + R"(
 echo "${COMPREPLY[*]}")";
     const temporary_folder folder;
     std::ofstream(folder.path() / "driver") << driver;
@@ -141,7 +146,7 @@ TEST(completion, keys_typed_at_a_prompt_complete_the_line)
     const temporary_folder folder;
     std::ofstream(folder.path() / "exec_show_stats_kav") << "#!/bin/sh\necho \"<$*>\"\n";
     std::ofstream(folder.path() / "rc") << "PATH='" << folder.path().string() << "':$PATH\nPS1='> '\nsource '"
-                                        << completion << "'\n";
+                                        << completion_of("exec_show_stats_kav") << "'\n";
     std::ofstream(folder.path() / "keys") << "exec_show_stats_kav tec\t\n"
                                              "exec_show_stats_kav conn server-p\t80 la\t\n"
                                              "exec_show_stats_kav top-app det\t\nexit\n";
@@ -152,6 +157,15 @@ TEST(completion, keys_typed_at_a_prompt_complete_the_line)
     EXPECT_NE(session.find("<tech-support>"), std::string::npos) << session;
     EXPECT_NE(session.find("<conn server-port 80 last>"), std::string::npos) << session;
     EXPECT_NE(session.find("<top-app detail>"), std::string::npos) << session;
+}
+
+TEST(completion, the_demo_engine_offers_its_options_and_illnesses)
+{
+    EXPECT_EQ(offered("kav_demo_engine --bypass", "kav_demo_engine"), "--bypass-threshold-mb --bypass-retry");
+    EXPECT_EQ(offered("kav_demo_engine --ill slow", "kav_demo_engine"), "slow-disk slow-encode slow-decode");
+    EXPECT_EQ(offered("kav_demo_engine --ill nacks,cache-f", "kav_demo_engine"), "nacks,cache-failed");
+    EXPECT_EQ(offered("kav_demo_engine --peers ", "kav_demo_engine"), "");
+    EXPECT_EQ(offered("kav_demo_engine re", "kav_demo_engine"), "report.log");
 }
 
 } // namespace
