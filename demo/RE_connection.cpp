@@ -32,6 +32,14 @@ void fill_with_noise(RE_byte_buffer& message, RE_random& random)
     }
 }
 
+// All causes but low compression, which takes a server that is gone around.
+RE_bypass_cause bypass_cause_in_turn(std::uint32_t number)
+{
+    constexpr auto first = static_cast<std::uint32_t>(RE_bypass_cause::remote_cache_not_ready);
+    constexpr auto last = static_cast<std::uint32_t>(RE_bypass_cause::no_redundancy_elimination);
+    return static_cast<RE_bypass_cause>(first + number % (last - first + 1));
+}
+
 } // namespace
 
 RE_connection::RE_connection(const RE_connection_surroundings& surroundings, RE_peer& peer, RE_direction direction,
@@ -140,10 +148,7 @@ void RE_connection::close()
 RE_bypass_cause RE_connection::choose_bypass_cause()
 {
     if (m_surroundings.health.ills.has(RE_illness::bypass) && is_encoding()) {
-        const auto first = static_cast<std::uint32_t>(RE_bypass_cause::low_compression) + 1;
-        const auto count = static_cast<std::uint32_t>(RE_bypass_cause::no_redundancy_elimination) - first + 1;
-        return static_cast<RE_bypass_cause>(first +
-                                            (static_cast<std::uint32_t>(m_published.conn_id) + m_sequence) % count);
+        return bypass_cause_in_turn(static_cast<std::uint32_t>(m_published.conn_id) + m_sequence);
     }
     return sender_policy().find(m_server) != nullptr ? RE_bypass_cause::low_compression : path().next_bypass_cause();
 }

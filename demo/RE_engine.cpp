@@ -144,11 +144,11 @@ bool RE_engine::run_pass()
         if (m_active.empty()) {
             return true;
         }
-        bool b_moved = false;
-        if (!step_all(b_moved)) {
+        const turn_result result = take_turn();
+        if (result == turn_result::stopped) {
             return false;
         }
-        if (!b_moved) {
+        if (result == turn_result::waits) {
             // What waits for its peer is no reason to hold up the other traffic.
             if (!m_options.b_once && is_pass_through()) {
                 return true;
@@ -159,9 +159,10 @@ bool RE_engine::run_pass()
     }
 }
 
-// Each connection's next step. False when the engine is to stop.
-bool RE_engine::step_all(bool& b_moved)
+// Each connection's next step.
+RE_engine::turn_result RE_engine::take_turn()
 {
+    bool b_moved = false;
     for (std::size_t at = 0; at < m_active.size();) {
         const RE_step step = m_active[at]->step();
         b_moved = b_moved || step.b_through || step.sent_bytes > 0;
@@ -174,12 +175,12 @@ bool RE_engine::step_all(bool& b_moved)
         }
         if (++m_steps % steps_between_looks(!m_options.ills.empty()) == 0) {
             if (m_stop.is_set()) {
-                return false;
+                return turn_result::stopped;
             }
             refresh_now_and_then();
         }
     }
-    return true;
+    return b_moved ? turn_result::moved : turn_result::waits;
 }
 
 bool RE_engine::is_pass_through() const

@@ -15,8 +15,15 @@ public:
     void run();
 
 private:
+    enum class turn_result
+    {
+        moved,
+        waits, // each connection for its peer
+        stopped,
+    };
+
     bool run_pass();
-    bool step_all(bool& b_moved);
+    turn_result take_turn();
     bool is_pass_through() const;
     bool is_passed_over(const RE_peer& peer) const;
     void refresh();

@@ -38,7 +38,7 @@ enum class RE_illness : std::uint8_t
 struct RE_illness_info
 {
     const char* name;
-    bool b_real; // it happens to the engine's parts; otherwise only its figures are set
+    bool b_happens; // to the engine's parts; otherwise only its figures are set
     const char* effect;
 };
 

@@ -14,7 +14,7 @@ constexpr const char* description =
     "exec_show_stats_kav. Without PATHs it takes some files that every machine has.\n"
     "It prints \"ready\" once its statistics can be read, and runs until SIGTERM or SIGINT.";
 
-constexpr const char* environment =
+constexpr const char* status_and_environment =
     "Exit status: 0 when stopped, 1 after an error, 2 for a mistake on the command line.\n"
     "Environment: KAV_STAT_SEGMENT names the statistics' segment, to run several engines "
     "side by side. It is in /run/kav\n"
@@ -40,7 +40,7 @@ std::string illness_text()
     for (const RE_illness_info& info : all_illnesses()) {
         std::string name = info.name;
         name.resize(name_width, ' ');
-        text += "  " + name + (info.b_real ? "" : "set: ") + info.effect + '\n';
+        text += "  " + name + (info.b_happens ? "" : "set: ") + info.effect + '\n';
     }
     return text;
 }
@@ -68,7 +68,7 @@ RE_parsed_options parse_options(int argc, char** argv)
     options.cache_folder = default_cache_folder();
 
     CLI::App app(description, "kav_demo_engine");
-    app.footer(illness_text() + '\n' + environment);
+    app.footer(illness_text() + '\n' + status_and_environment);
     app.set_version_flag("--version", std::string("kav_demo_engine ") + KAV_VERSION);
     app.add_option("PATH", options.paths, "Files and folders to take as traffic");
     app.add_flag("--once", options.b_once, "Go through the traffic once, print \"idle\" and hold the statistics still");

@@ -154,19 +154,25 @@ void RE_peer::suffer(const RE_illness_set& ills, std::uint64_t tick)
     remote_store.set_in_use(!first_has(RE_illness::peer_out_of_sync) || tick % ticks_between_losses != 0);
     m_distance_ns = first_has(RE_illness::peer_far) ? far_ns : 0;
 
-    // What a sender still believes its receiver to hold would be refused bit by bit.
+    start_anew_after(ills);
+    m_ills = ills;
+}
+
+// What a sender still believes its receiver to hold after an illness would be refused bit by bit.
+void RE_peer::start_anew_after(const RE_illness_set& ills)
+{
     const auto one_ended = [&](std::initializer_list<RE_illness> illnesses) {
         return std::any_of(illnesses.begin(), illnesses.end(),
                            [&](RE_illness illness) { return m_ills.has(illness) && !ills.has(illness); });
     };
+    const bool b_first = m_number == ill_peer_number;
     if (one_ended({RE_illness::cache_unusable, RE_illness::cache_failed, RE_illness::cache_initialising}) ||
-        (m_number == ill_peer_number && one_ended({RE_illness::nacks}))) {
+        (b_first && one_ended({RE_illness::nacks}))) {
         m_inbound.encoder().start_anew();
     }
-    if (m_number == ill_peer_number && one_ended({RE_illness::retransmissions, RE_illness::peer_out_of_sync})) {
+    if (b_first && one_ended({RE_illness::retransmissions, RE_illness::peer_out_of_sync})) {
         m_outbound.encoder().start_anew();
     }
-    m_ills = ills;
 }
 
 bool RE_peer::is_before_4_4_1() const

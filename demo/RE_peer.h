@@ -66,6 +66,8 @@ public:
     RE_server server(std::uint16_t handler, std::uint16_t port) const;
 
 private:
+    void start_anew_after(const RE_illness_set& ills);
+
     int m_number;
     RE_peer_profile m_profile;
     RE_stat_peer_header m_header;

@@ -1,10 +1,11 @@
 // The part of the publisher that sets the figures of illnesses for which the engine has no part that could suffer.
 #include "RE_publisher.h"
 
+#include <algorithm>
+
 void RE_publisher::stage(const std::vector<std::unique_ptr<RE_peer>>& peers, const RE_illness_set& ills)
 {
     const auto has = [&](RE_illness illness) { return ills.has(illness); };
-    // Gauges and maxima of the engine.
     const auto degrade = [&](RE_illness illness, int current_id, int most_id) {
         m_writer.set_global(current_id, has(illness) ? 1 : 0);
         if (has(illness)) {
@@ -23,7 +24,6 @@ void RE_publisher::stage(const std::vector<std::unique_ptr<RE_peer>>& peers, con
         m_writer.set_global(RE_STAT_GLOBAL_ID_LOWMEM_LOWEST_RESERVE, 0);
     }
 
-    // The ill peer's.
     constexpr int slot = ill_peer_number - 1;
     RE_stat_peer_header header = peers[slot]->header();
     const bool b_low = has(RE_illness::peer_low_buffer);

@@ -377,6 +377,19 @@ public:
             EXPECT_FALSE(is_ill(illness, m_before, m_now)) << illness;
         }
     }
+    // No sign of any illness, and nothing that could become one.
+    void expect_healthy() const
+    {
+        for (const sign& candidate : signs) {
+            EXPECT_FALSE(candidate.is_ill(m_before, m_now)) << candidate.illness;
+        }
+        for (const int id : {RE_STAT_CONN_ID_NUM_TOTAL_NACK_MSGS, RE_STAT_CONN_ID_NUM_TOTAL_RTX_MSGS,
+                             RE_STAT_CONN_ID_ENCODE_BYPASS_TOTAL_NUM, RE_STAT_CONN_ID_DECODE_BYPASS_TOTAL_NUM}) {
+            EXPECT_EQ(m_now.conns[static_cast<std::size_t>(id)], 0) << id;
+        }
+        EXPECT_GT(m_now.conns[RE_STAT_CONN_ID_ENCODE_NUM_MSGS], 0);
+        EXPECT_GT(m_now.engine[RE_STAT_GLOBAL_ID_LOWMEM_LOWEST_RESERVE], 0);
+    }
     const moved_counters& moved() const { return m_moved; }
 
 private:
@@ -449,6 +462,10 @@ TEST(illness, each_shows_and_is_over_and_what_none_moves_is_documented)
     arguments.insert(arguments.end(), {"--variety", "--cache-mb", "6", folder.file("large")});
     engines.push_back(std::make_unique<watched_engine>(arguments, std::vector<std::string>{}));
 
+    std::vector<std::string> healthy = common;
+    healthy.push_back(folder.file("small"));
+    engines.push_back(std::make_unique<watched_engine>(healthy, std::vector<std::string>{}));
+
     const auto start = std::chrono::steady_clock::now();
     const auto is_over = [&](const auto& engine) { return engine->has_shown_all() && engine->is_well(); };
     do {
@@ -459,6 +476,7 @@ TEST(illness, each_shows_and_is_over_and_what_none_moves_is_documented)
     } while (std::chrono::steady_clock::now() - start < std::chrono::seconds(40) &&
              !std::all_of(engines.begin(), engines.end(), is_over));
 
+    engines.back()->expect_healthy();
     moved_counters moved;
     for (const auto& engine : engines) {
         engine->expect_shown_and_well();
