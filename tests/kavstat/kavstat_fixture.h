@@ -4,6 +4,7 @@
 #include "../core/engine_fixture.h"
 #include "documents/metrics.h"
 #include "documents/statistics_json.h"
+#include "model/counter_names.h"
 
 #include <nlohmann/json.hpp>
 

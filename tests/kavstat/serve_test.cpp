@@ -246,7 +246,7 @@ TEST_F(server_test, follows_an_engine_that_stops_and_starts_again)
     another.set_global(RE_STAT_GLOBAL_ID_NUM_READ, 6);
     another.publish();
     EXPECT_TRUE(exposes("kav_num_read_total 6"));
-    EXPECT_TRUE(exposes("kav_engine_start_time_seconds 1700000555"));
+    EXPECT_TRUE(exposes("kav_engine_start_timestamp_seconds 1700000555"));
 }
 
 TEST_F(server_test, records_that_are_kept_busy_hold_nobody_up)
