@@ -182,22 +182,16 @@ constexpr bool has_help(const RE_stat_counter_info& counter)
     return !contains(counter.metric, "=") || help_in_table(metric_name_of(counter)) != nullptr;
 }
 
-template <std::size_t Size>
-constexpr bool are_good(const RE_stat_counter_info (&counters)[Size])
+constexpr bool is_good(const RE_stat_counter_info& counter)
 {
-    for (const RE_stat_counter_info& counter : counters) {
-        if (!is_series(counter) || !is_named_by_the_book(counter) || !has_help(counter)) {
-            return false;
-        }
-    }
-    return true;
+    return is_series(counter) && is_named_by_the_book(counter) && has_help(counter);
 }
 
 // A metric's name, labels or ending is wrong, or RE_STAT_METRIC is missing. The rules are at the top of the table.
-static_assert(are_good(re_stat_global_counters));
-static_assert(are_good(re_stat_peer_counters));
-static_assert(are_good(re_stat_conn_counters));
-static_assert(are_good(re_stat_app_counters));
+static_assert(std::ranges::all_of(re_stat_global_counters, is_good));
+static_assert(std::ranges::all_of(re_stat_peer_counters, is_good));
+static_assert(std::ranges::all_of(re_stat_conn_counters, is_good));
+static_assert(std::ranges::all_of(re_stat_app_counters, is_good));
 
 // ---- The metrics.
 

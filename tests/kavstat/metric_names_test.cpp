@@ -156,7 +156,8 @@ TEST(metric_names, the_tables_helps_are_used_once_and_need_no_escapes)
     }
     std::set<std::string> listed;
     for (const RE_stat_metric_info& metric : re_stat_metrics) {
-        EXPECT_TRUE(listed.insert(metric.name).second) << metric.name;
-        EXPECT_TRUE(used.contains(metric.name)) << metric.name;
+        const std::string name(metric.name);
+        EXPECT_TRUE(listed.insert(name).second) << name;
+        EXPECT_TRUE(used.contains(name)) << name;
     }
 }

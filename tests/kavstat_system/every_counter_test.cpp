@@ -6,6 +6,9 @@
 #include "prometheus.h"
 
 #include <cmath>
+#include <fstream>
+#include <iterator>
+#include <regex>
 #include <set>
 #include <sstream>
 
@@ -117,7 +120,7 @@ TEST_F(every_counter_test, has_the_same_value_in_json_and_in_prometheus)
     ASSERT_EQ(run_viewer({"save-file", path("saved")}).status, 0);
     const nlohmann::json document = nlohmann::json::parse(run_kavstat({"json", "--file", path("saved")}).out);
     const kavstat_server server;
-    const prometheus store(folder(), server.port());
+    const prometheus store(folder(), {server.port()});
     store.query_until("kav_up", [](const stored_series& series) { return !series.empty(); });
     const stored_series stored = store.query("{job=\"kav\"}");
 
@@ -206,7 +209,7 @@ TEST_F(every_counter_test, makes_the_viewer_report_the_same_from_json_as_from_th
 TEST_F(every_counter_test, is_answered_by_prometheus_as_the_engine_lives_and_dies)
 {
     const kavstat_server server;
-    const prometheus store(folder(), server.port());
+    const prometheus store(folder(), {server.port()});
     const auto is_value = [](double value) {
         return [value](const stored_series& series) { return series.size() == 1 && series.begin()->second == value; };
     };
@@ -235,4 +238,77 @@ TEST_F(every_counter_test, is_answered_by_prometheus_as_the_engine_lives_and_die
     expect_answer("kav_up", 1);
     expect_answer("count(kav_peer_info)", 3);
     expect_answer("kav_engine_start_timestamp_seconds", 1700000500);
+}
+
+namespace {
+
+std::string document_text(const std::string& name)
+{
+    std::ifstream file(KAV_DOCS "/" + name);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+} // namespace
+
+// The engine stands still, so queries are asked of totals instead of rates.
+TEST_F(every_counter_test, answers_the_documented_queries_for_two_appliances)
+{
+    const kavstat_server one;
+    const kavstat_server other;
+    const prometheus store(folder(), {one.port(), other.port()});
+    ASSERT_EQ(
+        store.query_until("count(kav_up) == 2", [](const stored_series& series) { return !series.empty(); }).size(),
+        1U);
+    const std::string documents = document_text("kavstat.md");
+    const auto expect_answers = [&](const std::string& query, const std::string& of_answers, double value) {
+        EXPECT_NE(documents.find(query), std::string::npos) << query;
+        const std::string of_totals = std::regex_replace(query, std::regex(R"(rate\(([^\[]*)\[5m\]\))"), "$1");
+        const stored_series answer = store.query(of_answers + "(" + of_totals + ")");
+        ASSERT_EQ(answer.size(), 1U) << of_totals;
+        EXPECT_NEAR(answer.begin()->second, value, 1e-9) << of_totals;
+    };
+    const auto all = [](int id) {
+        double sum = 0;
+        for (int conn = 0; conn < every_counter::conns; ++conn) {
+            sum += static_cast<double>(every_counter::conn_value(conn, id));
+        }
+        return sum;
+    };
+
+    // Each of three peers at each of two appliances; a join without the instance is refused.
+    const std::string join = "kav_peer_bypass_ratio * on (instance, peer) group_left (host_name) kav_peer_info";
+    expect_answers(join, "count", 6);
+    expect_answers(join, "max", (700001.0 * 31 + 13 * 2) / 100);
+    EXPECT_TRUE(store.query("kav_peer_bypass_ratio * on (peer) group_left (host_name) kav_peer_info").empty());
+
+    const std::string saved =
+        R"(1 - sum by (instance) (rate(kav_connections_output_bytes_total{direction="encode"}[5m]))
+  / sum by (instance) (rate(kav_connections_input_bytes_total{direction="encode"}[5m])))";
+    expect_answers(saved, "count", 2);
+    expect_answers(saved, "max", 1 - all(RE_STAT_CONN_ID_ENCODE_OUT_BYTES) / all(RE_STAT_CONN_ID_ENCODE_IN_BYTES));
+
+    const std::string causes =
+        R"(sum by (instance, cause) (rate(kav_connections_bypass_bytes_total{direction="encode"}[5m])))";
+    expect_answers(causes, "count", 2 * 16);
+    expect_answers(causes, "max", all(RE_STAT_CONN_ID_ENCODE_BYPASS_LOW_COMP_BYTES));
+
+    const std::string nacks = R"(sum by (instance, peer) (rate(kav_peer_connections_nacks_total[5m]))
+  / on (instance, peer) rate(kav_peer_connections_messages_total{direction="decode"}[5m]))";
+    expect_answers(nacks, "count", 6);
+
+    const std::string latency =
+        R"(rate(kav_connections_processing_seconds_total[5m]) / rate(kav_connections_messages_total[5m]))";
+    expect_answers(latency, "count", 4);
+    expect_answers(latency, "max", all(RE_STAT_CONN_ID_TOT_DECODE_SPEED) / 1e6 / all(RE_STAT_CONN_ID_DECODE_NUM_MSGS));
+
+    // About a sixth of the messages is in the last bucket, whose lower bound is the answer.
+    const std::string sizes = R"(histogram_quantile(0.9,
+  sum by (instance, direction, le) (rate(kav_connections_message_size_bytes_bucket[5m]))))";
+    expect_answers(sizes, "count", 4);
+    expect_answers(sizes, "max", 40960);
+
+    const std::string applications = R"(topk by (instance) (5,
+  sum by (instance, port, handle, classifier) (rate(kav_application_input_bytes_total{direction="encode"}[5m]))))";
+    expect_answers(applications, "count", 2 * every_counter::apps);
+    expect_answers(applications, "max", 1024.0 * every_counter::app_value(3, RE_STAT_APP_ID_ENCODE_IN_KBYTES));
 }

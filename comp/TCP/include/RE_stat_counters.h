@@ -5,6 +5,7 @@
 #include "RE_statistics.h"
 
 #include <cstddef>
+#include <string_view>
 
 // What one of a counter's value is, and how the value behaves. The enumerators are the words themselves.
 enum class RE_stat_unit : unsigned char
@@ -30,7 +31,7 @@ struct RE_stat_counter_info
     const char* name; // the enumerator, "RE_STAT_GLOBAL_ID_CACHE_STATE"
     RE_stat_unit unit;
     RE_stat_kind kind;
-    const char* metric; // name and labels in Prometheus, after the prefix of what is counted for
+    std::string_view metric; // name and labels in Prometheus, after the prefix of what is counted for
     const char* meaning;
 };
 
@@ -68,7 +69,7 @@ inline constexpr RE_stat_counter_info re_stat_app_counters[] = {
 struct RE_stat_sum_info
 {
     int id; // an RE_stat_conn_id
-    const char* metric;
+    std::string_view metric;
 };
 
 inline constexpr RE_stat_sum_info re_stat_conn_sums[] = {
@@ -79,7 +80,7 @@ inline constexpr RE_stat_sum_info re_stat_conn_sums[] = {
 // What a metric says of itself when a counter's meaning does not say it.
 struct RE_stat_metric_info
 {
-    const char* name;
+    std::string_view name;
     const char* help;
 };
 
