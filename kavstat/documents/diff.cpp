@@ -187,7 +187,7 @@ public:
     {
         write_head();
         section engine("engine", m_b_restarted, m_seconds, m_b_all);
-        add_fields(engine, engine_fields(), m_before.snapshot, m_after.snapshot);
+        add_fields(engine, engine_fields, m_before.snapshot, m_after.snapshot);
         add_figures(engine, CounterScope::engine, m_before.snapshot.engine, m_after.snapshot.engine);
         engine.print(m_output);
         section connections("all connections", m_b_restarted, m_seconds, m_b_all);
@@ -228,7 +228,7 @@ private:
             const bool b_new = found == before.end();
             const SnapshotPeer& earlier = b_new ? nobody : *found->second;
             section figures(peer_title(*peer) + (b_new ? ", new" : ""), m_b_restarted, m_seconds, m_b_all || b_new);
-            add_fields(figures, peer_fields(), earlier, *peer);
+            add_fields(figures, peer_fields, earlier, *peer);
             add_figures(figures, CounterScope::peer, earlier.figures, peer->figures);
             figures.print(m_output);
             section connections(peer_title(*peer) + ", connections", m_b_restarted, m_seconds, m_b_all);

@@ -28,55 +28,29 @@ ordered_json pattern(const char* expression)
     return {{"type", "string"}, {"pattern", expression}};
 }
 
-// What values look like that are the same alternative of FieldValue.
-ordered_json form_of(bool)
+// The schema of what FieldValue holds, whatever the value.
+struct ValueSchema
 {
-    return {{"type", "boolean"}};
-}
-
-ordered_json form_of(long long)
-{
-    return {{"type", "integer"}};
-}
-
-ordered_json form_of(std::uint64_t)
-{
-    return {{"type", "integer"}, {"minimum", 0}};
-}
-
-ordered_json form_of(Port)
-{
-    return {{"type", "integer"}, {"minimum", 0}, {"maximum", 65535}};
-}
-
-ordered_json form_of(IpAddress)
-{
-    return pattern("^[0-9]{1,3}(\\.[0-9]{1,3}){3}$");
-}
-
-ordered_json form_of(const RE_mac_id&)
-{
-    return pattern("^([0-9a-f]{2}:){5}[0-9a-f]{2}$");
-}
-
-ordered_json form_of(const RE_kav_peer_id&)
-{
-    return pattern("^([0-9a-f]{2}:){5}[0-9a-f]{2}-[0-9a-f]{12}-[0-9a-f]{8}$");
-}
-
-ordered_json form_of(const Word& word)
-{
-    ordered_json list = word.words;
-    if (!word.b_closed && list.front() != "unknown") {
-        list.push_back("unknown");
+    ordered_json operator()(bool) const { return {{"type", "boolean"}}; }
+    ordered_json operator()(long long) const { return {{"type", "integer"}}; }
+    ordered_json operator()(std::uint64_t) const { return {{"type", "integer"}, {"minimum", 0}}; }
+    ordered_json operator()(Port) const { return {{"type", "integer"}, {"minimum", 0}, {"maximum", 65535}}; }
+    ordered_json operator()(IpAddress) const { return pattern("^[0-9]{1,3}(\\.[0-9]{1,3}){3}$"); }
+    ordered_json operator()(const RE_mac_id&) const { return pattern("^([0-9a-f]{2}:){5}[0-9a-f]{2}$"); }
+    ordered_json operator()(const RE_kav_peer_id&) const
+    {
+        return pattern("^([0-9a-f]{2}:){5}[0-9a-f]{2}-[0-9a-f]{12}-[0-9a-f]{8}$");
     }
-    return {{"enum", list}};
-}
-
-ordered_json form_of(std::string_view)
-{
-    return {{"type", "string"}};
-}
+    ordered_json operator()(const Word& word) const
+    {
+        ordered_json words = word.words;
+        if (!word.b_closed && words.front() != "unknown") {
+            words.push_back("unknown");
+        }
+        return {{"enum", words}};
+    }
+    ordered_json operator()(std::string_view) const { return {{"type", "string"}}; }
+};
 
 // A record's fields as members of an object.
 template <typename Record>
@@ -85,7 +59,7 @@ ordered_json members_of(Fields<Record> fields)
     ordered_json members = ordered_json::object();
     const Record record{};
     for (const Field<Record>& field : fields) {
-        ordered_json schema = std::visit([](const auto& value) { return form_of(value); }, field.value(record));
+        ordered_json schema = std::visit(ValueSchema{}, field.value(record));
         const std::string unit = field.unit ? std::string(" (") + get_stat_unit_word(*field.unit) + ")" : "";
         schema["description"] = field.meaning + unit;
         members[field.key] = schema;
@@ -141,7 +115,7 @@ ordered_json counters(CounterScope scope, const std::string& description)
 
 ordered_json global_schema()
 {
-    ordered_json members = members_of(engine_fields());
+    ordered_json members = members_of(engine_fields);
     members["counters"] = reference("engine_counters");
     members["connection_counters"] = reference("connection_counters");
     return object(members,
@@ -150,7 +124,7 @@ ordered_json global_schema()
 
 ordered_json peer_schema()
 {
-    ordered_json members = members_of(peer_fields());
+    ordered_json members = members_of(peer_fields);
     members["counters"] = reference("peer_counters");
     members["connection_counters"] = reference("connection_counters");
     return object(members, "one peer; connection_counters are sums over its connections");
@@ -158,15 +132,15 @@ ordered_json peer_schema()
 
 ordered_json connection_schema()
 {
-    ordered_json members = members_of(connection_fields());
-    members["transport"] = object(members_of(transport_fields()), "the connection as the transport optimizer sees it");
+    ordered_json members = members_of(connection_fields);
+    members["transport"] = object(members_of(transport_fields), "the connection as the transport optimizer sees it");
     members["counters"] = reference("connection_counters");
     return object(members, "one connection that the engine still lists, open or closed");
 }
 
 ordered_json app_schema()
 {
-    ordered_json members = members_of(app_fields());
+    ordered_json members = members_of(app_fields);
     members["counters"] = reference("application_counters");
     return object(members, "one application's traffic with one peer");
 }
@@ -197,11 +171,11 @@ std::string statistics_json_schema()
     members["peers"] = array_of(peer_schema(), "the peers in ascending order of slots");
     members["connections"] = array_of(connection_schema(), "the connections in ascending order of slots");
     members["apps"] = array_of(app_schema(), "the applications in ascending order of slots");
-    members["nacks"] = array_of(object(members_of(nack_fields()), "one entry"), "the NACK log, oldest entry first");
+    members["nacks"] = array_of(object(members_of(nack_fields), "one entry"), "the NACK log, oldest entry first");
     members["config"] =
-        or_null(object(members_of(config_fields()), "the engine's configuration; null when it has published none"));
+        or_null(object(members_of(config_fields), "the engine's configuration; null when it has published none"));
     members["bypass"] =
-        or_null(array_of(object(members_of(bypass_fields()), "one server whose traffic goes around the engine"),
+        or_null(array_of(object(members_of(bypass_fields), "one server whose traffic goes around the engine"),
                          "the auto-bypass table; null when there is none"));
 
     const ordered_json schema = {

@@ -14,62 +14,33 @@ namespace kavstat {
 
 namespace {
 
-struct scope_word
+struct ScopeWord
 {
     std::string_view word;
     bool JsonScopes::*flag;
 };
-constexpr scope_word scope_words[] = {
+constexpr ScopeWord scope_words[] = {
     {"global", &JsonScopes::b_global}, {"connections", &JsonScopes::b_connections},
     {"peers", &JsonScopes::b_peers},   {"apps", &JsonScopes::b_apps},
     {"nacks", &JsonScopes::b_nacks},   {"config", &JsonScopes::b_config},
     {"bypass", &JsonScopes::b_bypass},
 };
 
-void write_value(JsonWriter& json, bool b_value)
+// Writes what FieldValue holds.
+struct ValueWriter
 {
-    json.boolean(b_value);
-}
+    void operator()(bool b_value) const { json.boolean(b_value); }
+    void operator()(long long value) const { json.number(value); }
+    void operator()(std::uint64_t value) const { json.number(value); }
+    void operator()(Port port) const { json.number(port.number); }
+    void operator()(IpAddress address) const { json.text(ip_text(address.ip)); }
+    void operator()(const RE_mac_id& mac) const { json.text(mac.getString()); }
+    void operator()(const RE_kav_peer_id& identity) const { json.text(identity.getString()); }
+    void operator()(const Word& word) const { json.text(word_for(word.words, word.code)); }
+    void operator()(std::string_view text) const { json.text(text); }
 
-void write_value(JsonWriter& json, long long value)
-{
-    json.number(value);
-}
-
-void write_value(JsonWriter& json, std::uint64_t value)
-{
-    json.number(value);
-}
-
-void write_value(JsonWriter& json, Port port)
-{
-    json.number(port.number);
-}
-
-void write_value(JsonWriter& json, IpAddress address)
-{
-    json.text(ip_text(address.ip));
-}
-
-void write_value(JsonWriter& json, const RE_mac_id& mac)
-{
-    json.text(mac.getString());
-}
-
-void write_value(JsonWriter& json, const RE_kav_peer_id& identity)
-{
-    json.text(identity.getString());
-}
-
-void write_value(JsonWriter& json, const Word& word)
-{
-    json.text(word_for(word.words, word.code));
-}
-
-void write_value(JsonWriter& json, std::string_view text)
-{
-    json.text(text);
-}
+    JsonWriter& json;
+};
 
 // A record's fields as members.
 template <typename Record>
@@ -77,7 +48,7 @@ void write_fields(JsonWriter& json, Fields<Record> fields, const std::type_ident
 {
     for (const Field<Record>& field : fields) {
         json.key(field.key);
-        std::visit([&json](const auto& value) { write_value(json, value); }, field.value(record));
+        std::visit(ValueWriter{json}, field.value(record));
     }
 }
 
@@ -141,7 +112,7 @@ void write_global(JsonWriter& json, const Snapshot& snapshot)
 {
     json.key("global");
     json.begin_object();
-    write_fields(json, engine_fields(), snapshot);
+    write_fields(json, engine_fields, snapshot);
     write_figures(json, "counters", CounterScope::engine, std::span<const long long>(snapshot.engine));
     write_figures(json, "connection_counters", CounterScope::connection,
                   std::span<const long long>(snapshot.connections));
@@ -151,7 +122,7 @@ void write_global(JsonWriter& json, const Snapshot& snapshot)
 void write_peer(JsonWriter& json, const SnapshotPeer& peer)
 {
     json.begin_object();
-    write_fields(json, peer_fields(), peer);
+    write_fields(json, peer_fields, peer);
     write_figures(json, "counters", CounterScope::peer, std::span<const long long>(peer.figures));
     write_figures(json, "connection_counters", CounterScope::connection, std::span<const long long>(peer.connections));
     json.end_object();
@@ -164,9 +135,9 @@ void write_connection(JsonWriter& json, RE_stat_reader& reader, int slot)
         return;
     }
     json.begin_object();
-    write_fields(json, connection_fields(), conn);
+    write_fields(json, connection_fields, conn);
     json.key("transport");
-    write_record(json, transport_fields(), conn.transport);
+    write_record(json, transport_fields, conn.transport);
     write_figures(json, "counters", CounterScope::connection, std::span<const long long>(conn.figures));
     json.end_object();
 }
@@ -174,7 +145,7 @@ void write_connection(JsonWriter& json, RE_stat_reader& reader, int slot)
 void write_app(JsonWriter& json, const SnapshotApp& app)
 {
     json.begin_object();
-    write_fields(json, app_fields(), app);
+    write_fields(json, app_fields, app);
     write_figures(json, "counters", CounterScope::application, std::span<const std::uint32_t>(app.app.m_id_array));
     json.end_object();
 }
@@ -192,7 +163,7 @@ void add_nacks(Document& document, JsonWriter& json, RE_stat_reader& reader)
             RE_stat_nack_header nack{};
             cursor = reader.get_next_nack(cursor, nack);
             if (cursor >= 0) {
-                write_record(json, nack_fields(), nack);
+                write_record(json, nack_fields, nack);
             }
         }
         return cursor >= 0;
@@ -208,7 +179,7 @@ void write_config(JsonWriter& json, RE_stat_reader& reader)
         json.null();
         return;
     }
-    write_record(json, config_fields(), *config);
+    write_record(json, config_fields, *config);
 }
 
 void add_bypass(Document& document, JsonWriter& json, RE_image_reader& reader)
@@ -225,7 +196,7 @@ void add_bypass(Document& document, JsonWriter& json, RE_image_reader& reader)
             }
             json.begin_array();
         } else if (at < table->size()) {
-            write_record(json, bypass_fields(), (*table)[at++]);
+            write_record(json, bypass_fields, (*table)[at++]);
         } else {
             json.end_array();
             return false;
@@ -239,7 +210,7 @@ void add_bypass(Document& document, JsonWriter& json, RE_image_reader& reader)
 std::string all_json_scopes()
 {
     std::string words;
-    for (const scope_word& scope : scope_words) {
+    for (const ScopeWord& scope : scope_words) {
         words += (words.empty() ? "" : ",") + std::string(scope.word);
     }
     return words;
@@ -252,7 +223,7 @@ std::optional<JsonScopes> parse_json_scopes(std::string_view words, std::string&
         const std::size_t end = words.find(',');
         const std::string_view word = words.substr(0, end);
         bool b_known = false;
-        for (const scope_word& scope : scope_words) {
+        for (const ScopeWord& scope : scope_words) {
             if (scope.word == word) {
                 scopes.*scope.flag = true;
                 b_known = true;

@@ -218,44 +218,13 @@ constexpr Field<RE_bypass_entry> bypass_table[] = {
 
 } // namespace
 
-Fields<Snapshot> engine_fields()
-{
-    return engine_table;
-}
-
-Fields<SnapshotPeer> peer_fields()
-{
-    return peer_table;
-}
-
-Fields<SnapshotConn> connection_fields()
-{
-    return connection_table;
-}
-
-Fields<SO_stat_conn_header> transport_fields()
-{
-    return transport_table;
-}
-
-Fields<SnapshotApp> app_fields()
-{
-    return app_table;
-}
-
-Fields<RE_stat_nack_header> nack_fields()
-{
-    return nack_table;
-}
-
-Fields<RE_stat_config_param> config_fields()
-{
-    return config_table;
-}
-
-Fields<RE_bypass_entry> bypass_fields()
-{
-    return bypass_table;
-}
+constinit const Fields<Snapshot> engine_fields = engine_table;
+constinit const Fields<SnapshotPeer> peer_fields = peer_table;
+constinit const Fields<SnapshotConn> connection_fields = connection_table;
+constinit const Fields<SO_stat_conn_header> transport_fields = transport_table;
+constinit const Fields<SnapshotApp> app_fields = app_table;
+constinit const Fields<RE_stat_nack_header> nack_fields = nack_table;
+constinit const Fields<RE_stat_config_param> config_fields = config_table;
+constinit const Fields<RE_bypass_entry> bypass_fields = bypass_table;
 
 } // namespace kavstat

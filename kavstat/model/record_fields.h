@@ -68,13 +68,13 @@ template <typename Record>
 using Fields = std::span<const Field<Record>>;
 
 // In the order of the document.
-Fields<Snapshot> engine_fields();
-Fields<SnapshotPeer> peer_fields();
-Fields<SnapshotConn> connection_fields();
-Fields<SO_stat_conn_header> transport_fields();
-Fields<SnapshotApp> app_fields();
-Fields<RE_stat_nack_header> nack_fields();
-Fields<RE_stat_config_param> config_fields();
-Fields<RE_bypass_entry> bypass_fields();
+extern const Fields<Snapshot> engine_fields;
+extern const Fields<SnapshotPeer> peer_fields;
+extern const Fields<SnapshotConn> connection_fields;
+extern const Fields<SO_stat_conn_header> transport_fields;
+extern const Fields<SnapshotApp> app_fields;
+extern const Fields<RE_stat_nack_header> nack_fields;
+extern const Fields<RE_stat_config_param> config_fields;
+extern const Fields<RE_bypass_entry> bypass_fields;
 
 } // namespace kavstat
