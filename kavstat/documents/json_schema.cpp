@@ -183,7 +183,7 @@ std::string statistics_json_schema()
         {"title", "Statistics of the KAV engine, as kavstat json and kavstat serve give them"},
         {"description", "Counters are integers of 64 bits in the unit that their description names; a reader that "
                         "keeps numbers as doubles loses digits above 2^53. Sections outside the scope asked for are "
-                        "missing. Bytes that are no UTF-8 have been replaced by U+FFFD."},
+                        "missing. Bytes that are not UTF-8 are replaced by U+FFFD."},
         {"type", "object"},
         {"properties", members},
         {"required", required},
