@@ -9,7 +9,7 @@ namespace kavstat {
 
 namespace {
 
-using enum RE_stat_unit;
+using Unit = RE_stat_unit;
 
 // One-bit flags as the byte that they make up.
 template <typename Flags>
@@ -22,7 +22,7 @@ unsigned char byte_of(const Flags& flags)
 }
 
 constexpr Field<Snapshot> engine_table[] = {
-    {"active_connections", "connections open now", [](auto& s) { return s.active_connections; }, connections},
+    {"active_connections", "connections open now", [](auto& s) { return s.active_connections; }, Unit::connections},
 };
 
 constexpr Field<SnapshotPeer> peer_table[] = {
@@ -41,7 +41,7 @@ constexpr Field<SnapshotPeer> peer_table[] = {
     {"update_from_active_conn", "the record came from an active connection",
      [](auto& p) { return p.header.m_b_update_from_active_conn != 0; }},
     {"active_connections", "connections open with the peer now", [](auto& p) { return p.active_connections; },
-     connections},
+     Unit::connections},
 };
 
 constexpr Field<SnapshotConn> connection_table[] = {
@@ -53,9 +53,9 @@ constexpr Field<SnapshotConn> connection_table[] = {
     {"server_ip", "the server's address", [](auto& c) { return IpAddress{c.header.m_server_ip}; }},
     {"server_port", "the server's port", [](auto& c) { return Port{c.header.m_server_port}; }},
     {"open", "the connection is open", [](auto& c) { return c.is_open(); }},
-    {"open_time", "when it was opened", [](auto& c) { return c.open_time; }, seconds_since_epoch},
+    {"open_time", "when it was opened", [](auto& c) { return c.open_time; }, Unit::seconds_since_epoch},
     {"close_time", "when it was closed; 0 or less while it is open", [](auto& c) { return c.close_time; },
-     seconds_since_epoch},
+     Unit::seconds_since_epoch},
 };
 
 constexpr Field<SO_stat_conn_header> transport_table[] = {
@@ -99,9 +99,9 @@ constexpr Field<SO_stat_conn_header> transport_table[] = {
     {"wan_fd", "descriptor of the socket towards the WAN", [](auto& t) { return t.m_wan_fd; }},
     {"ao_fd", "descriptor of the socket towards the application", [](auto& t) { return t.m_ao_fd; }},
     {"eot_remote_orig_bytes", "original bytes of the peer at end of traffic",
-     [](auto& t) { return t.m_eot_remote_orig_bytes; }, bytes},
+     [](auto& t) { return t.m_eot_remote_orig_bytes; }, Unit::bytes},
     {"eot_local_orig_bytes", "original bytes of this side at end of traffic",
-     [](auto& t) { return t.m_eot_local_orig_bytes; }, bytes},
+     [](auto& t) { return t.m_eot_local_orig_bytes; }, Unit::bytes},
 };
 
 constexpr Field<SnapshotApp> app_table[] = {
@@ -113,12 +113,14 @@ constexpr Field<SnapshotApp> app_table[] = {
      [](auto& a) { return a.app.m_header.m_b_src_port != 0; }},
     {"policy_engine_handler", "handle of the application's names, 0 to 1023",
      [](auto& a) { return a.app.m_header.m_policy_engine_handler; }},
-    {"opened", "connections opened, wraps at 2^23", [](auto& a) { return a.app.m_header.m_open_cnt; }, connections},
-    {"closed", "connections closed, wraps at 2^24", [](auto& a) { return a.app.m_header.m_close_cnt; }, connections},
+    {"opened", "connections opened, wraps at 2^23", [](auto& a) { return a.app.m_header.m_open_cnt; },
+     Unit::connections},
+    {"closed", "connections closed, wraps at 2^24", [](auto& a) { return a.app.m_header.m_close_cnt; },
+     Unit::connections},
 };
 
 constexpr Field<RE_stat_nack_header> nack_table[] = {
-    {"time", "when it was logged", [](auto& n) { return n.m_time; }, seconds_since_epoch},
+    {"time", "when it was logged", [](auto& n) { return n.m_time; }, Unit::seconds_since_epoch},
     {"type", "0 when this engine sent the NACK, otherwise it received one and sent the message again",
      [](auto& n) { return n.m_type; }},
     {"type_word", "type as a word",
@@ -144,51 +146,54 @@ constexpr Field<RE_stat_config_param> config_table[] = {
      [](auto& c) {
          return Word{comp_type_words, c.m_comp_type};
      }},
-    {"max_peer_slots", "peers that can be kept", [](auto& c) { return c.m_max_peer_slots; }, peers},
+    {"max_peer_slots", "peers that can be kept", [](auto& c) { return c.m_max_peer_slots; }, Unit::peers},
     {"max_con_cur_connection", "connections open at a time", [](auto& c) { return c.m_max_con_cur_connection; },
-     connections},
-    {"max_num_conn_slots", "connections that can be kept", [](auto& c) { return c.m_max_num_conn_slots; }, connections},
-    {"max_fan_out", "peers that the machine is made for", [](auto& c) { return c.m_max_fan_out; }, peers},
+     Unit::connections},
+    {"max_num_conn_slots", "connections that can be kept", [](auto& c) { return c.m_max_num_conn_slots; },
+     Unit::connections},
+    {"max_fan_out", "peers that the machine is made for", [](auto& c) { return c.m_max_fan_out; }, Unit::peers},
     {"worker_threads_num", "threads of the transport optimizer", [](auto& c) { return c.m_worker_threads_num; }},
     {"total_kav_diskspace_in_mb", "disk space of the cache", [](auto& c) { return c.m_total_kav_diskspace_in_MB; },
-     megabytes},
-    {"total_kav_memory_in_mb", "memory of the cache", [](auto& c) { return c.m_total_kav_memory_in_MB; }, megabytes},
+     Unit::megabytes},
+    {"total_kav_memory_in_mb", "memory of the cache", [](auto& c) { return c.m_total_kav_memory_in_MB; },
+     Unit::megabytes},
     {"hash_table_memory_in_mb", "memory of the cache's index", [](auto& c) { return c.m_hash_table_memory_in_MB; },
-     megabytes},
-    {"plz_memory_in_mb", "memory of persistent LZ", [](auto& c) { return c.m_PLZ_memory_in_MB; }, megabytes},
+     Unit::megabytes},
+    {"plz_memory_in_mb", "memory of persistent LZ", [](auto& c) { return c.m_PLZ_memory_in_MB; }, Unit::megabytes},
     {"plz_buffer_q_size", "length of persistent LZ's queue", [](auto& c) { return c.m_PLZ_buffer_q_size; }},
     {"total_weq_buffer_size_in_mb", "memory for messages", [](auto& c) { return c.m_total_WEQ_buffer_size_in_MB; },
-     megabytes},
+     Unit::megabytes},
     {"cache_data_version", "the cache's format; peers with another one are not compatible",
      [](auto& c) { return c.m_cache_data_version; }},
     {"ack_q_weq_cap_in_mb", "memory that the ack queue may take", [](auto& c) { return c.m_ack_q_WEQ_cap_in_MB; },
-     megabytes},
+     Unit::megabytes},
     {"ack_q_disk_cap_in_mb", "disk space that the ack queue may take", [](auto& c) { return c.m_ack_q_disk_cap_in_MB; },
-     megabytes},
+     Unit::megabytes},
     {"wait_q_cap_in_mb", "memory that the wait queue may take", [](auto& c) { return c.m_wait_q_cap_in_MB; },
-     megabytes},
-    {"max_sig_block_num", "signature blocks on disk", [](auto& c) { return c.m_max_sig_block_num; }, blocks},
+     Unit::megabytes},
+    {"max_sig_block_num", "signature blocks on disk", [](auto& c) { return c.m_max_sig_block_num; }, Unit::blocks},
     {"max_data_unit_num", "data units on disk", [](auto& c) { return c.m_max_data_unit_num; }},
     {"sig_read_pool_size", "signature blocks held in memory for reading",
      [](auto& c) { return c.m_sig_read_pool_size; }},
     {"data_read_pool_size", "data segments held in memory for reading",
      [](auto& c) { return c.m_data_read_pool_size; }},
-    {"anchor_distance", "distance of anchors by default", [](auto& c) { return c.m_anchor_distance; }, bytes},
+    {"anchor_distance", "distance of anchors by default", [](auto& c) { return c.m_anchor_distance; }, Unit::bytes},
     {"section_size", "size of a section of chunks by default", [](auto& c) { return c.m_section_size; }},
-    {"avg_chunk_size", "size of a chunk on average by default", [](auto& c) { return c.m_avg_chunk_size; }, bytes},
-    {"min_chunk_size", "least size of a chunk by default", [](auto& c) { return c.m_min_chunk_size; }, bytes},
+    {"avg_chunk_size", "size of a chunk on average by default", [](auto& c) { return c.m_avg_chunk_size; },
+     Unit::bytes},
+    {"min_chunk_size", "least size of a chunk by default", [](auto& c) { return c.m_min_chunk_size; }, Unit::bytes},
     {"partial_lookup_on", "range lookup: partial matches are looked for",
      [](auto& c) { return c.m_b_partial_lookup_on; }},
     {"write_tshld", "range lookup: threshold of writing", [](auto& c) { return c.m_write_tshld; }},
     {"cold_pass_tshld", "range lookup: threshold of the cold pass", [](auto& c) { return c.m_cold_pass_tshld; }},
     {"lz_algorithm", "name of the LZ algorithm", [](auto& c) { return text_in(c.m_lz_algorithm); }},
     {"lz_min_msg_size", "smaller messages are not compressed with LZ", [](auto& c) { return c.m_lz_min_msg_size; },
-     bytes},
+     Unit::bytes},
     {"lz_mem_level", "memory level of LZ", [](auto& c) { return c.m_lz_memLevel; }},
     {"lz_windows_bits", "window of LZ, in bits", [](auto& c) { return c.m_lz_windowsBits; }},
     {"lz_comprs_level", "compression level of LZ", [](auto& c) { return c.m_lz_comprsLevel; }},
     {"lz_adaptive", "LZ leaves alone what does not compress", [](auto& c) { return c.m_lz_adaptive; }},
-    {"lz_adaptive_thres", "threshold of adaptive LZ", [](auto& c) { return c.m_lz_adaptive_thres; }, percent},
+    {"lz_adaptive_thres", "threshold of adaptive LZ", [](auto& c) { return c.m_lz_adaptive_thres; }, Unit::percent},
     {"lz_adaptive_use_entropy", "adaptive LZ judges by entropy", [](auto& c) { return c.m_lz_adaptive_use_entropy; }},
     {"big_msg_checksum", "large messages have a checksum", [](auto& c) { return c.m_big_msg_checksum; }},
     {"plz_high_watermark", "fill level at which persistent LZ begins to save memory",
@@ -196,9 +201,9 @@ constexpr Field<RE_stat_config_param> config_table[] = {
     {"plz_low_watermark", "fill level at which persistent LZ ends saving memory",
      [](auto& c) { return c.m_plz_low_watermark; }},
     {"plz_enabled", "persistent LZ is on", [](auto& c) { return c.m_b_plz_enabled; }},
-    {"iov_block_size", "block size of message buffers", [](auto& c) { return c.m_iov_block_size; }, bytes},
+    {"iov_block_size", "block size of message buffers", [](auto& c) { return c.m_iov_block_size; }, Unit::bytes},
     {"auto_bypass_threshold_in_mb", "traffic of a server after which it is judged whether it compresses",
-     [](auto& c) { return c.m_kav_auto_bypass_threshold; }, megabytes},
+     [](auto& c) { return c.m_kav_auto_bypass_threshold; }, Unit::megabytes},
 };
 
 constexpr Field<RE_bypass_entry> bypass_table[] = {
@@ -209,11 +214,11 @@ constexpr Field<RE_bypass_entry> bypass_table[] = {
      [](auto& b) {
          return Word{bypass_reason_words, static_cast<int>(b.reason)};
      }},
-    {"since", "when the bypass began", [](auto& b) { return b.since; }, seconds_since_epoch},
+    {"since", "when the bypass began", [](auto& b) { return b.since; }, Unit::seconds_since_epoch},
     {"next_attempt", "when the server is tried again; 0 for never", [](auto& b) { return b.next_attempt; },
-     seconds_since_epoch},
-    {"bytes", "bytes bypassed since then", [](auto& b) { return b.bytes; }, bytes},
-    {"connections", "connections bypassed since then", [](auto& b) { return b.connections; }, connections},
+     Unit::seconds_since_epoch},
+    {"bytes", "bytes bypassed since then", [](auto& b) { return b.bytes; }, Unit::bytes},
+    {"connections", "connections bypassed since then", [](auto& b) { return b.connections; }, Unit::connections},
 };
 
 } // namespace
