@@ -1,7 +1,7 @@
 // The engine's configuration, its auto-bypass table and the support bundle.
 #include "RE_config_view.h"
-#include "cli/fake_reader.h"
 #include "cli/fake_system_calls.h"
+#include "support/fake_reader.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -35,10 +35,9 @@ const std::string brief = "\nKAV configuration:\n"
                           "  KAV auto bypass fifo threshold 25 MB\n";
 const std::string banner = "\n<---------------- re_cfg.txt start here--------------------->\n";
 
-class config_view : public testing::Test
+class config_view : public view_test
 {
 protected:
-    fake_reader reader;
     std::filesystem::path folder;
 
     void SetUp() override
@@ -60,7 +59,6 @@ protected:
     void TearDown() override
     {
         fake_system_calls::reset();
-        fake_engine::reset();
         std::filesystem::remove_all(folder);
     }
 
@@ -108,9 +106,6 @@ protected:
 
     int m_open_flags = 0;
     int m_fd = -1;
-
-private:
-    reader_in_place m_in_place{reader};
 };
 
 } // namespace
@@ -414,8 +409,6 @@ TEST_F(config_view, passes_the_bypass_tables_size_on_as_a_signed_number)
 TEST_F(config_view, bundles_brief_configuration_nack_log_and_bypass_table_for_support)
 {
     show_file_with("secret");
-    setenv("TZ", "UTC0", 1);
-    tzset();
     reader.nacks = {{0, 1, 7, 5, 1, 10}};
     EXPECT_EQ(output_of(show_tech_support),
               "\n ------------ KAV configuration parameters ------------------\n" + brief +
@@ -425,8 +418,6 @@ TEST_F(config_view, bundles_brief_configuration_nack_log_and_bypass_table_for_su
                   "01/01/1970 00:00:00         5        1         10 R-Tx Unknown\n"
                   "\n------------- KAV auto bypass table -----------------------\n"
                   "auto-bypass table at null, detail\n");
-    unsetenv("TZ");
-    tzset();
     EXPECT_EQ(m_fd, -1);
 }
 

@@ -1,5 +1,5 @@
 // Outputs that take little, nothing, or go away: the whole report or status 1, and soon.
-#include "sample_engine.h"
+#include "support/engine_shapes.h"
 #include "torture.h"
 
 #include <fcntl.h>
@@ -130,7 +130,7 @@ private:
 void close_outputs(const torture_options&, tally& result)
 {
     RE_stat_writer engine;
-    publish_sample(engine, {20, 200, 50, 100, 20});
+    publish_sample(engine, large_shape);
     outputs trial(result);
     for (const auto& report : all_reports()) {
         trial.try_report(report);

@@ -1,7 +1,7 @@
 // Saving over an older file while something goes wrong: afterwards there is the old file or the new one, whole, and
 // after a failure that the viewer could tell, nothing else.
 #include "RE_stat_image.h"
-#include "sample_engine.h"
+#include "support/engine_shapes.h"
 #include "torture.h"
 
 #include <fcntl.h>
@@ -24,7 +24,7 @@ using clock_type = std::chrono::steady_clock;
 class saving
 {
 public:
-    saving(const torture_options& options, const sample_size& size)
+    saving(const torture_options& options, const engine_shape& size)
         : m_folder(options.folder), m_old(saved_sample({1, 1, 1, 1, 1}))
     {
         if (publish_sample(m_engine, size) != 0 || m_old.empty()) {

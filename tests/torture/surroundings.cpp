@@ -1,6 +1,6 @@
 // Surroundings in which a program is easily caught out: no memory, few descriptors, odd clocks, a crowd. The report has
 // the same bytes as ever, or the viewer says by status 1 that it could not be had.
-#include "sample_engine.h"
+#include "support/engine_shapes.h"
 #include "torture.h"
 
 #include <algorithm>
@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr sample_size some = {5, 40, 10, 20, 5};
+constexpr engine_shape some = {5, 40, 10, 20, 5};
 
 // The name of a viewer that was built for one of these campaigns.
 constexpr const char* failing_viewer = "viewer_failing_allocations";

@@ -1,15 +1,8 @@
 #include "torture.h"
 
 #include <sched.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 
-#include <algorithm>
-#include <csignal>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 
 void tally::add(bool b_kept, const std::string& what)
 {
@@ -58,27 +51,13 @@ std::string end_of(const program_result& result)
 
 std::vector<unsigned char> read_bytes(const std::string& path)
 {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    const std::string bytes = bytes_of_file(path);
+    return {bytes.begin(), bytes.end()};
 }
 
 void write_bytes(const std::string& path, const std::vector<unsigned char>& bytes)
 {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    if (!file.flush()) {
-        throw std::runtime_error("cannot write " + path);
-    }
-}
-
-std::vector<std::string> names_in(const std::string& folder)
-{
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        names.push_back(entry.path().filename());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
+    write_file(path, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
 
 void stay_on_processor(int number)
@@ -87,22 +66,4 @@ void stay_on_processor(int number)
     CPU_ZERO(&processors);
     CPU_SET(static_cast<unsigned int>(number), &processors);
     sched_setaffinity(0, sizeof processors, &processors);
-}
-
-int engine_process::start()
-{
-    std::fflush(stdout);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-    }
-    return pid;
-}
-
-engine_process::~engine_process()
-{
-    if (m_pid > 0) {
-        kill(m_pid, SIGKILL);
-        waitpid(m_pid, nullptr, 0);
-    }
 }

@@ -1,9 +1,8 @@
 // What the torture campaigns share. A campaign tries one promise many times and counts how often it was broken.
 #pragma once
 
-#include "system/child_program.h"
-
-#include <unistd.h>
+#include "support/child_program.h"
+#include "support/files.h"
 
 #include <random>
 #include <string>
@@ -86,29 +85,6 @@ std::string end_of(const program_result& result);
 
 std::vector<unsigned char> read_bytes(const std::string& path);
 void write_bytes(const std::string& path, const std::vector<unsigned char>& bytes);
-// Names in a folder, apart from "." and "..", sorted.
-std::vector<std::string> names_in(const std::string& folder);
 
 // Keeps this process and those it starts on one processor; does nothing on a machine with fewer.
 void stay_on_processor(int number);
-
-// Another process that is an engine: runs `work` in it, which is killed with this object.
-class engine_process
-{
-public:
-    template <typename Work>
-    explicit engine_process(const Work& work) : m_pid(start())
-    {
-        if (m_pid == 0) {
-            work();
-            _exit(0);
-        }
-    }
-    ~engine_process();
-    engine_process(const engine_process&) = delete;
-    engine_process& operator=(const engine_process&) = delete;
-
-private:
-    static int start();
-    int m_pid;
-};
