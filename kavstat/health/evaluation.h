@@ -20,9 +20,9 @@ struct PendingConnection
     int peer_number = -1;
     RE_stat_conn_header header{};
     std::time_t open_time = 0;
-    long long pending = 0;      // bytes
+    double pending = 0;           // bytes
     unsigned long long moved = 0; // bytes in all directions, wraps
-    double silent = 0;          // seconds, as far as is known
+    double silent = 0;            // seconds, as far as is known
 };
 
 // Follows the connections that have data pending. An engine may have a million connections: they are looked at only
@@ -33,12 +33,9 @@ public:
     // Looks at the open connections. seconds: since the last time.
     void update(RE_stat_reader& reader, const Snapshot& now, double seconds);
     const std::unordered_map<int, PendingConnection>& by_slot() const { return m_by_slot; }
-    // Open connections that were looked at the last time.
-    int looked_at() const { return m_looked_at; }
 
 private:
     std::unordered_map<int, PendingConnection> m_by_slot;
-    int m_looked_at = 0;
 };
 
 // What rules look at beside the snapshot.

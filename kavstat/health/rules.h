@@ -45,19 +45,18 @@ struct Figure
         bypass_servers,            // in the auto-bypass table, for whatever reason
         bypass_servers_with_nacks, // in the auto-bypass table for repeated NACKs
     };
-    Kind kind;
+    Kind kind = Kind::engine;
     int id = 0;
+    double unit = 1; // what 1 is in base units (bytes, seconds, a ratio)
 };
-
-// What a counter is in base units (bytes, seconds, a ratio): a factor.
-double base_unit_of(const Figure& figure);
 
 // The sum of some figures in base units.
 class Sum
 {
 public:
     constexpr Sum() = default;
-    constexpr Sum(const Figure& figure) : m_figures{figure}, m_size(1) {} // NOLINT(google-explicit-constructor)
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    constexpr Sum(const Figure& figure) : m_figures{figure}, m_size(1) {}
     constexpr Sum operator+(const Figure& figure) const
     {
         Sum sum = *this;
@@ -94,15 +93,16 @@ struct Term
         silence,           // seconds in which a connection moved no byte though it has data pending
         engine_is_missing, // there are no statistics
     };
-    Kind kind;
-    Sum part;
-    Sum whole;
+    Kind kind = Kind::level;
+    Sum part = {};
+    Sum whole = {};
     Comparison comparison = Comparison::above;
     double limit = 0;
     // A share or savings of less than this says nothing: three messages make no alarm.
     double least_part = 0;
     double least_whole = 0;
 
+    // Whether it is about what happened between two moments.
     bool needs_two_moments() const;
 };
 
@@ -120,19 +120,19 @@ enum class Form
 
 struct Rule
 {
-    const char* name; // snake_case
-    RuleScope scope;
-    Severity severity;
+    const char* name = nullptr; // snake_case
+    RuleScope scope = RuleScope::engine;
+    Severity severity = Severity::warning;
     // What is shown and compared with the threshold, then what must hold as well.
-    Term term;
-    std::array<std::optional<Term>, 3> also;
-    Form form;
+    Term term = {};
+    std::array<std::optional<Term>, 3> also = {};
+    Form form = Form::count;
     // Seconds that it must hold before Prometheus raises an alert. Two moments prove no more than the time between
     // them; with a value above 0 it must hold at both.
-    int hold;
-    const char* figure;  // what the figure is: "messages nacked"
-    const char* meaning; // complete sentences
-    const char* remedy;  // complete sentences
+    int hold = 0;
+    const char* figure = nullptr;  // what the figure is: "messages nacked"
+    const char* meaning = nullptr; // complete sentences
+    const char* remedy = nullptr;  // complete sentences
     // Why no alerting rule can be printed; null when one can.
     const char* not_printable = nullptr;
 
