@@ -1,6 +1,7 @@
 #include "command_line.h"
 
 #include "commands/commands.h"
+#include "health/report.h"
 #include "model/counter_names.h"
 #include "serve/http_request.h"
 
@@ -28,6 +29,7 @@ constexpr const char* footer =
     "user, beside root and oneself, whose engine is believed.";
 
 constexpr const char* file_help = "A saved statistics file instead of the running engine";
+constexpr const char* rules_help = "A file in TOML that changes thresholds and severities of rules";
 
 std::vector<std::string> unit_words()
 {
@@ -127,6 +129,37 @@ void add_watch(CLI::App& app, int& status)
     });
 }
 
+void add_health(CLI::App& app, int& status)
+{
+    CLI::App* const command =
+        app.add_subcommand("health", "What is wrong, where, since when, and what to do; exits as a monitoring plugin");
+    const auto options = std::make_shared<HealthOptions>();
+    CLI::Option* const files =
+        command
+            ->add_option("-f,--file", options->files,
+                         "A saved statistics file instead of the running engine; twice for two moments, the earlier one "
+                         "first")
+            ->allow_extra_args(false)
+            ->expected(1, 2);
+    CLI::Option* const since =
+        command->add_option("--since", options->since, "A saved statistics file as the earlier moment");
+    command->add_option("-i,--interval", options->interval, "Seconds between two looks at the running engine")
+        ->check(CLI::Validator(check_interval, "SECONDS"))
+        ->capture_default_str()
+        ->excludes(files)
+        ->excludes(since);
+    command->add_option("--rules", options->rules, rules_help);
+    command->add_flag("--json", options->b_json, "As JSON");
+    command->add_flag("-a,--all", options->b_all, "Every finding, also of a rule that has many");
+    command->footer("Exit status: 0 ok, 1 warning, 2 critical, 3 unknown (no engine, or any error).");
+    command->callback([options, &status] {
+        if (options->since && options->files.size() > 1) {
+            throw CLI::ExcludesError("--since", "a second --file");
+        }
+        status = run_health(*options);
+    });
+}
+
 void add_serve(CLI::App& app, int& status)
 {
     CLI::App* const command = app.add_subcommand(
@@ -175,6 +208,7 @@ int run_command_line(int argc, const char* const* argv)
     app.require_subcommand(1);
     add_json(app, status);
     add_metrics(app, status);
+    add_health(app, status);
     add_watch(app, status);
     add_serve(app, status);
     add_diff(app, status);
@@ -188,7 +222,11 @@ int run_command_line(int argc, const char* const* argv)
         if (!std::cout) {
             return EXIT_OUTPUT;
         }
-        return b_asked_for ? EXIT_OK : EXIT_USAGE;
+        if (b_asked_for) {
+            return EXIT_OK;
+        }
+        // To a monitor 2 would be a verdict about the engine.
+        return argc > 1 && std::string(argv[1]) == "health" ? static_cast<int>(HEALTH_UNKNOWN) : EXIT_USAGE;
     }
     return status;
 }

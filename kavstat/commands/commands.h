@@ -56,6 +56,18 @@ struct DiffOptions
 };
 int run_diff(const DiffOptions& options);
 
+struct HealthOptions
+{
+    std::vector<std::string> files;   // the running engine when there is none; the earlier one first when there are two
+    std::optional<std::string> since; // the earlier moment, a saved file
+    double interval = 2;              // seconds between two looks at the running engine
+    std::optional<std::string> rules; // the file of settings
+    bool b_json = false;
+    bool b_all = false; // all findings of a rule that has many
+};
+// Returns a HealthStatus, as monitoring plugins do.
+int run_health(const HealthOptions& options);
+
 struct ServeOptions
 {
     ListenAddress address;
