@@ -225,8 +225,12 @@ int run_command_line(int argc, const char* const* argv)
         if (b_asked_for) {
             return EXIT_OK;
         }
-        // To a monitor 2 would be a verdict about the engine.
-        return argc > 1 && std::string(argv[1]) == "health" ? static_cast<int>(HEALTH_UNKNOWN) : EXIT_USAGE;
+        // To a monitor 2 would be a verdict about the engine, and standard error is nothing at all.
+        if (argc > 1 && std::string(argv[1]) == "health") {
+            std::cout << "KAV UNKNOWN: " << error.what() << std::endl;
+            return HEALTH_UNKNOWN;
+        }
+        return EXIT_USAGE;
     }
     return status;
 }

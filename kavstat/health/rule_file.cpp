@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <fstream>
 
 namespace kavstat {
@@ -51,11 +52,12 @@ public:
     }
 
 private:
-    // The first mistake counts.
+    // Of several mistakes the first one in the file counts; members come in the order of their names.
     void fail(const toml::source_region& where, const std::string& text)
     {
-        if (m_result.error.empty()) {
-            m_result.error = m_path + ":" + std::to_string(where.begin.line) + ": " + text;
+        if (m_result.error.empty() || where.begin.line < m_line) {
+            m_line = where.begin.line;
+            m_result.error = m_path + ":" + std::to_string(m_line) + ": " + text;
         }
     }
 
@@ -171,6 +173,7 @@ private:
     }
 
     const std::string& m_path;
+    std::uint32_t m_line = 0; // of the error
     RuleFileResult m_result;
 };
 

@@ -14,10 +14,19 @@ namespace {
 
 constexpr double minute = 60;
 constexpr double hour = 60 * minute;
-constexpr double millisecond = 0.001;
-constexpr double percent = 0.01;
 constexpr double kilobyte = 1024;
 constexpr double megabyte = 1024 * kilobyte;
+
+// Divided, so that they are what the decimal number is in a program.
+constexpr double milliseconds(double value)
+{
+    return value / 1000;
+}
+
+constexpr double percent(double value)
+{
+    return value / 100;
+}
 
 constexpr double in_base_units(RE_stat_unit unit)
 {
@@ -29,7 +38,7 @@ constexpr double in_base_units(RE_stat_unit unit)
     case RE_stat_unit::microseconds:
         return 1e-6;
     case RE_stat_unit::percent:
-        return percent;
+        return percent(1);
     default:
         return 1;
     }
@@ -116,7 +125,7 @@ consteval Term cache_state(Comparison comparison, RE_CACHE_INIT_STATE state)
 // Messages that went around redundancy elimination for a cause, as a share of all that were encoded.
 consteval Term bypassed(RE_stat_conn_id cause)
 {
-    return share(connections(cause), connections(RE_STAT_CONN_ID_ENCODE_NUM_MSGS), 5 * percent, 5, 20);
+    return share(connections(cause), connections(RE_STAT_CONN_ID_ENCODE_NUM_MSGS), percent(5), 5, 20);
 }
 
 // The same for a cause that should never be.
@@ -127,7 +136,7 @@ consteval Term ever_bypassed(RE_stat_conn_id cause)
 
 constexpr Term cache_is_full =
     ratio(engine(RE_STAT_GLOBAL_ID_USED_CACHE_SIZE), engine(RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE), Comparison::at_least,
-          95 * percent);
+          percent(95));
 
 // Loading a cache may take that long after the engine's start.
 constexpr double longest_initialization = 15 * minute;
@@ -149,7 +158,7 @@ constexpr Rule rules[] = {
      .severity = Severity::warning,
      .term = age(engine_start_time, Comparison::below, 5 * minute),
      .form = Form::seconds,
-     .figure = "the engine was started only",
+     .figure = "time since the engine's start",
      .meaning = "The engine was started a moment ago; its counters began at 0, and connections were cut.",
      .remedy = "If nobody restarted it on purpose, read the system log for the reason."},
     {.name = "cache_not_usable",
@@ -188,7 +197,7 @@ constexpr Rule rules[] = {
      .term = age(engine_start_time, Comparison::above, longest_initialization),
      .also = {cache_state(Comparison::equal, RE_CACHE_INIT_IN_PROGRESS)},
      .form = Form::seconds,
-     .figure = "the cache is initializing, after the engine's start",
+     .figure = "the cache is still initializing, time since the engine's start",
      .meaning = "The cache is still being loaded; traffic passes without redundancy elimination until it is done.",
      .remedy = "Look at the disk's speed. Loading takes minutes with a large disk, not longer."},
     {.name = "cache_too_small_for_encoding",
@@ -198,7 +207,7 @@ constexpr Rule rules[] = {
      .also = {cache_is_full},
      .form = Form::seconds,
      .hold = 300,
-     .figure = "the cache is full, its oldest signatures are of the last",
+     .figure = "the cache is full, age of its oldest signatures",
      .meaning = "What was sent a short while ago is not recognised any more: the cache is too small for its traffic, or "
                 "traffic without redundancy pushes the rest out.",
      .remedy = "Look for applications with much traffic and little saved (exec_show_stats_kav top-app) and except them, "
@@ -210,7 +219,7 @@ constexpr Rule rules[] = {
      .also = {cache_is_full},
      .form = Form::seconds,
      .hold = 300,
-     .figure = "the cache is full, its oldest data is of the last",
+     .figure = "the cache is full, age of its oldest data",
      .meaning = "What peers refer to is thrown away early: the cache is too small for its traffic, which leads to NACKs.",
      .remedy = "Compare the age with that of the peers' sigblocks, and give the cache more disk."},
     {.name = "index_table_full",
@@ -226,7 +235,7 @@ constexpr Rule rules[] = {
      .severity = Severity::warning,
      .term = ratio(Sum(engine(RE_STAT_GLOBAL_ID_TOT_SIGBLOCK_HT_USAGE)) +
                        engine(RE_STAT_GLOBAL_ID_TOT_SECBLOCK_HT_USAGE),
-                   engine(RE_STAT_GLOBAL_ID_MAX_HASH_TABLE_ENTRY), Comparison::above, 98 * percent),
+                   engine(RE_STAT_GLOBAL_ID_MAX_HASH_TABLE_ENTRY), Comparison::above, percent(98)),
      .form = Form::percent,
      .hold = 300,
      .figure = "entries of the index table in use",
@@ -235,7 +244,7 @@ constexpr Rule rules[] = {
     {.name = "cache_reads_slow",
      .scope = RuleScope::engine,
      .severity = Severity::warning,
-     .term = level(engine(RE_STAT_GLOBAL_ID_AVG_READ_LATENCY), Comparison::above, 10 * millisecond),
+     .term = level(engine(RE_STAT_GLOBAL_ID_AVG_READ_LATENCY), Comparison::above, milliseconds(10)),
      .also = {grows(engine(RE_STAT_GLOBAL_ID_NUM_READ))},
      .form = Form::seconds,
      .hold = 60,
@@ -245,7 +254,7 @@ constexpr Rule rules[] = {
     {.name = "disk_reads_slow",
      .scope = RuleScope::engine,
      .severity = Severity::warning,
-     .term = level(engine(RE_STAT_GLOBAL_ID_AVG_DISK_READ_LATENCY), Comparison::above, 50 * millisecond),
+     .term = level(engine(RE_STAT_GLOBAL_ID_AVG_DISK_READ_LATENCY), Comparison::above, milliseconds(50)),
      .also = {grows(engine(RE_STAT_GLOBAL_ID_NUM_DISK_READ))},
      .form = Form::seconds,
      .hold = 60,
@@ -275,6 +284,7 @@ constexpr Rule rules[] = {
      .scope = RuleScope::engine,
      .severity = Severity::warning,
      .term = level(engine(RE_STAT_GLOBAL_ID_LOWMEM_LOWEST_RESERVE), Comparison::below, 64 * megabyte),
+     // 0 stands for an engine that keeps no reserve.
      .also = {level(engine(RE_STAT_GLOBAL_ID_LOWMEM_LOWEST_RESERVE), Comparison::above, 0)},
      .form = Form::bytes,
      .figure = "least memory that was ever left in reserve",
@@ -287,7 +297,7 @@ constexpr Rule rules[] = {
      .scope = RuleScope::engine,
      .severity = Severity::warning,
      .term = share(connections(RE_STAT_CONN_ID_TOT_ENCODE_SPEED), connections(RE_STAT_CONN_ID_ENCODE_NUM_MSGS),
-                   10 * millisecond, 0, 20),
+                   milliseconds(10), 0, 20),
      .form = Form::seconds,
      .figure = "average time to encode a message",
      .meaning = "The engine is overloaded or its disk is slow, and holds traffic up.",
@@ -297,7 +307,7 @@ constexpr Rule rules[] = {
      .scope = RuleScope::engine,
      .severity = Severity::warning,
      .term = share(connections(RE_STAT_CONN_ID_TOT_DECODE_SPEED), connections(RE_STAT_CONN_ID_DECODE_NUM_MSGS),
-                   10 * millisecond, 0, 20),
+                   milliseconds(10), 0, 20),
      .form = Form::seconds,
      .figure = "average time to decode a message",
      .meaning = "The engine is overloaded or its disk is slow, and holds traffic up.",
@@ -411,7 +421,7 @@ constexpr Rule rules[] = {
      .scope = RuleScope::peer,
      .severity = Severity::warning,
      .term = share(peer(RE_STAT_PEER_ID_NUM_NACKS),
-                   Sum(connections(RE_STAT_CONN_ID_DECODE_NUM_MSGS)) + peer(RE_STAT_PEER_ID_NUM_NACKS), 0.1 * percent,
+                   Sum(connections(RE_STAT_CONN_ID_DECODE_NUM_MSGS)) + peer(RE_STAT_PEER_ID_NUM_NACKS), percent(0.1),
                    5, 20),
      .form = Form::percent,
      .figure = "messages nacked",
@@ -421,7 +431,7 @@ constexpr Rule rules[] = {
     {.name = "retransmissions_frequent",
      .scope = RuleScope::peer,
      .severity = Severity::warning,
-     .term = share(peer(RE_STAT_PEER_ID_NUM_RTXS), connections(RE_STAT_CONN_ID_ENCODE_NUM_MSGS), 0.1 * percent, 5, 20),
+     .term = share(peer(RE_STAT_PEER_ID_NUM_RTXS), connections(RE_STAT_CONN_ID_ENCODE_NUM_MSGS), percent(0.1), 5, 20),
      .form = Form::percent,
      .figure = "messages sent again",
      .meaning = "The peer could not decode messages and asks for them again; each costs a round trip.",
@@ -486,7 +496,7 @@ constexpr Rule rules[] = {
               rate(connections(SO_STAT_RECV_ACK_FRAME_NUM), Comparison::equal, 0)},
      .form = Form::bytes,
      .hold = 60,
-     .figure = "no acknowledgement comes although connections are open; data that waits for one",
+     .figure = "no acknowledgements although connections are open, data that waits for them",
      .meaning = "The peer does not answer: it has stopped, or the line to it is down.",
      .remedy = "Check that the peer runs and can be reached over the WAN."},
     {.name = "peer_out_of_sync",
@@ -521,7 +531,7 @@ constexpr Rule rules[] = {
     {.name = "peer_slow",
      .scope = RuleScope::peer,
      .severity = Severity::warning,
-     .term = level(peer(RE_STAT_PEER_ID_ACK_Q_AVG_RTT), Comparison::above, 500 * millisecond),
+     .term = level(peer(RE_STAT_PEER_ID_ACK_Q_AVG_RTT), Comparison::above, milliseconds(500)),
      .also = {level(active_connections, Comparison::above, 0)},
      .form = Form::seconds,
      .hold = 60,
@@ -547,8 +557,8 @@ constexpr Rule rules[] = {
               .part = Sum(connections(RE_STAT_CONN_ID_ENCODE_OUT_BYTES)) + connections(RE_STAT_CONN_ID_DECODE_IN_BYTES),
               .whole = Sum(connections(RE_STAT_CONN_ID_ENCODE_IN_BYTES)) + connections(RE_STAT_CONN_ID_DECODE_OUT_BYTES),
               .comparison = Comparison::below,
-              .limit = 25 * percent,
-              .least_part = 20 * percent,
+              .limit = percent(25),
+              .least_part = percent(20),
               .least_whole = megabyte},
      .form = Form::percent,
      .hold = 300,
@@ -568,7 +578,7 @@ constexpr Rule rules[] = {
     {.name = "bypass_table_nearly_full",
      .scope = RuleScope::engine,
      .severity = Severity::warning,
-     .term = level(bypass_servers, Comparison::above, RE_bypass_capacity * 90 * percent),
+     .term = level(bypass_servers, Comparison::above, RE_bypass_capacity * percent(90)),
      .form = Form::count,
      .hold = 60,
      .figure = "servers in the auto-bypass table",
@@ -586,7 +596,7 @@ constexpr Rule rules[] = {
      .scope = RuleScope::application,
      .severity = Severity::warning,
      .term = share(application(RE_STAT_APP_ID_ENCODE_OUT_KBYTES), application(RE_STAT_APP_ID_ENCODE_IN_KBYTES),
-                   110 * percent, 0, megabyte),
+                   percent(110), 0, megabyte),
      .form = Form::percent,
      .figure = "size after encoding",
      .meaning = "The engine makes the application's traffic larger.",
@@ -599,7 +609,7 @@ constexpr Rule rules[] = {
      .severity = Severity::warning,
      .term = {.kind = Term::Kind::silence, .comparison = Comparison::at_least, .limit = 2},
      .form = Form::seconds,
-     .figure = "has data pending and has moved none",
+     .figure = "open with data pending, time without any movement",
      .meaning = "The connection is open, data waits to be written or decoded, and nothing moves.",
      .remedy = "See on which side it waits (exec_show_stats_kav conn id N detail), and look at the host on that side "
                "first.",
@@ -671,7 +681,7 @@ std::string rounded(double value, int decimals)
 std::string shown_seconds(double seconds)
 {
     if (seconds < 1) {
-        return rounded(seconds / millisecond, 1) + " ms";
+        return rounded(seconds * 1000, 1) + " ms";
     }
     if (seconds < 2 * minute) {
         std::string text = rounded(seconds, 1);
@@ -712,7 +722,7 @@ std::string shown_value(Form form, double value)
     case Form::count:
         return rounded(value, 0);
     case Form::percent:
-        return rounded(value / percent, 2) + "%";
+        return rounded(value * 100, 2) + "%";
     case Form::seconds:
         return shown_seconds(value);
     case Form::bytes:
