@@ -160,6 +160,16 @@ void add_health(CLI::App& app, int& status)
     });
 }
 
+void add_rules(CLI::App& app, int& status)
+{
+    CLI::App* const command =
+        app.add_subcommand("rules", "The rules of \"health\" as alerting rules of Prometheus");
+    const auto options = std::make_shared<RulesOptions>();
+    command->add_option("--rules", options->rules, rules_help);
+    command->add_flag("--settings", options->b_settings, "As a file for --rules, with everything that it can change");
+    command->callback([options, &status] { status = run_rules(*options); });
+}
+
 void add_serve(CLI::App& app, int& status)
 {
     CLI::App* const command = app.add_subcommand(
@@ -209,6 +219,7 @@ int run_command_line(int argc, const char* const* argv)
     add_json(app, status);
     add_metrics(app, status);
     add_health(app, status);
+    add_rules(app, status);
     add_watch(app, status);
     add_serve(app, status);
     add_diff(app, status);

@@ -68,6 +68,13 @@ struct HealthOptions
 // Returns a HealthStatus, as monitoring plugins do.
 int run_health(const HealthOptions& options);
 
+struct RulesOptions
+{
+    std::optional<std::string> rules; // the file of settings
+    bool b_settings = false;          // print such a file
+};
+int run_rules(const RulesOptions& options);
+
 struct ServeOptions
 {
     ListenAddress address;

@@ -480,17 +480,8 @@ std::string Finding::subject() const
 
 std::string Finding::figure_text() const
 {
-    const Form form = rule->form;
-    std::string text = rule->figure;
-    if (form == Form::flag) {
-        return text;
-    }
-    text += " " + shown_value(form, value);
-    if (!rule->has_threshold()) {
-        return text;
-    }
-    const bool b_below = rule->term.comparison == Comparison::below;
-    return text + (b_below ? " (at least " : " (at most ") + shown_value(form, threshold) + ")";
+    const std::string shown = shown_value(rule->form, value);
+    return rule->figure + (shown.empty() ? "" : " " + shown) + limit_text(*rule, threshold);
 }
 
 std::vector<Finding> findings(const RuleSet& rules, const HealthMoments& moments)

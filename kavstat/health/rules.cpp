@@ -733,4 +733,15 @@ std::string shown_value(Form form, double value)
     return "";
 }
 
+std::string limit_text(const Rule& rule, double threshold)
+{
+    if (!rule.has_threshold()) {
+        return "";
+    }
+    const char* const words = rule.term.comparison == Comparison::below      ? " (at least "
+                              : rule.term.comparison == Comparison::at_least ? " (less than "
+                                                                             : " (at most ";
+    return words + shown_value(rule.form, threshold) + ")";
+}
+
 } // namespace kavstat

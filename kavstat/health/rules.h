@@ -179,5 +179,7 @@ RuleFileResult read_rule_file(const std::string& path);
 
 // The value as people read it: "1.20%", "12.5 ms", "failed".
 std::string shown_value(Form form, double value);
+// " (at most 0.10%)", or nothing when the rule has no threshold.
+std::string limit_text(const Rule& rule, double threshold);
 
 } // namespace kavstat

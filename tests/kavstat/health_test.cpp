@@ -653,12 +653,12 @@ TEST_F(health_of_connections, finds_those_that_are_silent_with_data_pending)
     engine.add_conn_stat(busy, SO_STAT_AO_RD_BYTES, 1);
     look(0.1);
     EXPECT_EQ(stuck(), names{"connection 17 192.0.2.10:40000 - 198.51.100.1:80 of peer 3: open with data pending, time "
-                             "without any movement 2 s (at most 2 s), for at least 2 s"});
+                             "without any movement 2 s (less than 2 s), for at least 2 s"});
     // It moves again.
     engine.add_conn_stat(silent, SO_STAT_WAN_WT_BYTES, 1);
     look(2);
     EXPECT_EQ(stuck(), names{"connection 18 192.0.2.10:40000 - 198.51.100.1:80 of peer 3: open with data pending, time "
-                             "without any movement 2 s (at most 2 s), for at least 2 s"});
+                             "without any movement 2 s (less than 2 s), for at least 2 s"});
 }
 
 TEST_F(health_of_connections, begins_anew_with_another_one_in_the_slot)
