@@ -1,6 +1,6 @@
 // Makes the seeds of fuzz_saved_file: small files as engines of several sizes save them.
 #include "seeds.h"
-#include "torture/sample_engine.h"
+#include "support/engine_shapes.h"
 
 int main(int argc, char** argv)
 {

@@ -1,9 +1,9 @@
 // What the tests of kavstat share: a small engine whose statistics are read into documents.
 #pragma once
 
-#include "../core/engine_fixture.h"
 #include "documents/metrics.h"
 #include "documents/statistics_json.h"
+#include "support/engine_fixture.h"
 
 #include <nlohmann/json.hpp>
 

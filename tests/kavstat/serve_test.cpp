@@ -2,11 +2,11 @@
 #include "RE_bypass_table.h"
 #include "RE_sequence.h"
 #include "RE_stat_error.h"
-#include "http_client.h"
 #include "kavstat_fixture.h"
 #include "serve/http_request.h"
 #include "serve/http_server.h"
 #include "serve/moments.h"
+#include "support/http_client.h"
 
 #include <netinet/in.h>
 #include <sys/socket.h>

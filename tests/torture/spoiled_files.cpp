@@ -1,7 +1,7 @@
 // Saved files that are cut or have a flipped bit: each is refused by the code that says what is wrong with it.
 #include "RE_stat_error.h"
 #include "RE_stat_image.h"
-#include "sample_engine.h"
+#include "support/engine_shapes.h"
 #include "torture.h"
 
 #include <cstddef>

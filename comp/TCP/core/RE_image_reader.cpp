@@ -2,6 +2,7 @@
 
 #include "RE_image_reset.h"
 #include "RE_image_save.h"
+#include "RE_record_flag.h"
 #include "RE_sequence.h"
 #include "RE_stat_error.h"
 
@@ -61,14 +62,6 @@ int slots_to_scan(const Row* rows, std::uint32_t count, bool b_saved)
     return static_cast<int>(b_saved && count != 0 ? rows[count - 1].slot + 1 : count);
 }
 
-// A byte that came from an image may hold anything, a bool may not.
-void make_sound(bool& flag)
-{
-    unsigned char byte = 0;
-    std::memcpy(&byte, &flag, sizeof byte);
-    flag = byte != 0;
-}
-
 float milliseconds_a_message(long long microseconds, long long messages)
 {
     return messages > 0 ? static_cast<float>(static_cast<double>(microseconds) / static_cast<double>(messages) / 1000.0)
@@ -117,7 +110,7 @@ RE_stat_config_param* RE_image_reader::get_config_param()
     RE_stat_config_param& config = m_config.config;
     for (bool* const flag : {&config.m_b_rep_accl_mode, &config.m_b_partial_lookup_on, &config.m_lz_adaptive,
                              &config.m_lz_adaptive_use_entropy, &config.m_big_msg_checksum, &config.m_b_plz_enabled}) {
-        make_sound(*flag);
+        *flag = is_set(*flag);
     }
     return &config;
 }

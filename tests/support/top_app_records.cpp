@@ -1,4 +1,4 @@
-#include "cli/top_app_records.h"
+#include "support/top_app_records.h"
 
 #include "RE_top_app_names.h"
 

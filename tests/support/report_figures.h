@@ -40,3 +40,6 @@ std::vector<app_row> rows_of_top_app(const std::string& report);
 
 // The entries of an auto-bypass table: "bytes connections" by "address:port"; and its sums as "sum".
 figure_map bypass_figures(const std::string& report);
+
+// Ages move on while all other figures of a quiet engine stand still; this replaces each by "AGE".
+std::string without_ages(const std::string& report);

@@ -1,4 +1,4 @@
-#include "program_cost.h"
+#include "support/program_cost.h"
 
 #include <fcntl.h>
 #include <spawn.h>

@@ -1,8 +1,8 @@
-#include "cli/top_app_log_reference.h"
+#include "support/top_app_log_reference.h"
 
 #include "RE_top_app_names.h"
 #include "RE_top_app_post_process.h"
-#include "cli/top_app_records.h"
+#include "support/top_app_records.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,7 +1,7 @@
-#include "demo_engine.h"
+#include "support/demo_engine.h"
 
 #include <csignal>
-#include <regex>
+#include <optional>
 
 namespace {
 
@@ -25,15 +25,17 @@ bool demo_engine::says(const std::string& line)
     return m_program.read_line() == line;
 }
 
+bool demo_engine::wait_for(const std::string& line)
+{
+    std::optional<std::string> next;
+    do {
+        next = m_program.read_line();
+    } while (next && next != line);
+    return next.has_value();
+}
+
 program_result demo_engine::stop()
 {
     send_signal(SIGTERM);
     return finish();
-}
-
-std::string without_ages(const std::string& report)
-{
-    static const std::regex age(R"(([Aa]ge: |\(age\): )[0-9dhms]+)");
-    static const std::regex closed(R"(  C\([0-9dhms]+\))");
-    return std::regex_replace(std::regex_replace(report, age, "$1AGE"), closed, "  C(AGE)");
 }

@@ -1,4 +1,4 @@
-#include "core/engine_fixture.h"
+#include "support/engine_fixture.h"
 
 #include <fcntl.h>
 #include <grp.h>
@@ -92,53 +92,6 @@ RE_stat_config_param config_of(std::uint32_t number)
     config.m_b_plz_enabled = true;
     config.m_kav_auto_bypass_threshold = static_cast<std::int32_t>(number);
     return config;
-}
-
-scratch_folder::scratch_folder(const char* place) : m_path(std::string(place) + "/kav_test.XXXXXX")
-{
-    if (mkdtemp(m_path.data()) == nullptr) {
-        std::abort();
-    }
-}
-
-scratch_folder::~scratch_folder()
-{
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-}
-
-std::vector<std::string> scratch_folder::names() const
-{
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(m_path)) {
-        names.push_back(entry.path().filename());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-std::string bytes_of_file(const std::string& path)
-{
-    std::string bytes;
-    std::FILE* const file = std::fopen(path.c_str(), "rb");
-    if (file == nullptr) {
-        ADD_FAILURE() << "cannot read " << path;
-        return bytes;
-    }
-    char buffer[65536];
-    for (std::size_t part = 0; (part = std::fread(buffer, 1, sizeof buffer, file)) > 0;) {
-        bytes.append(buffer, part);
-    }
-    std::fclose(file);
-    return bytes;
-}
-
-void write_file(const std::string& path, const std::string& bytes)
-{
-    std::FILE* const file = std::fopen(path.c_str(), "wb");
-    ASSERT_NE(file, nullptr) << path;
-    EXPECT_EQ(std::fwrite(bytes.data(), 1, bytes.size(), file), bytes.size());
-    EXPECT_EQ(std::fclose(file), 0);
 }
 
 int result_in_child(const std::function<int()>& work)

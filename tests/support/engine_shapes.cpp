@@ -1,4 +1,4 @@
-#include "sample_engine.h"
+#include "support/engine_shapes.h"
 
 #include "support/own_segment.h"
 

@@ -1,4 +1,4 @@
-#include "small_engine.h"
+#include "support/small_engine.h"
 
 #include <cstring>
 #include <stdexcept>

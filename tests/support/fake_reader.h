@@ -3,6 +3,8 @@
 
 #include "RE_statistics.h"
 
+#include <gtest/gtest.h>
+
 #include <functional>
 #include <map>
 #include <optional>
@@ -73,9 +75,9 @@ public:
     int get_max_app_slots() override;
     int read_app_slot(int app_slot, RE_stat_app_struct*& p) override;
     std::uint32_t get_app_slot_shared_memory_header_size() override;
-    int read_app_header(int app_slot, RE_stat_app_header& hdr) override;
-    int read_app_stat(int app_slot, int id, long& value) override;
-    const std::uint32_t* get_app_id_array(int app_slot) override;
+    int read_app_header(int, RE_stat_app_header&) override { return -1; }
+    int read_app_stat(int, int, long&) override { return -1; }
+    const std::uint32_t* get_app_id_array(int) override { return nullptr; }
     int get_max_conn_slots() override;
     bool is_conn_valid(int conn_slot) override;
     int read_conn_header(int conn_slot, RE_stat_conn_header& hdr) override;
@@ -83,7 +85,7 @@ public:
     int read_conn_stat(int conn_slot, int id, long long& value) override;
     int read_conn_time(int conn_slot, std::time_t& open_time, std::time_t& close_time) override;
     int read_conn_peer_id(int conn_slot, int& peer_id) override;
-    int read_conn_stat_for_qlt(RE_stat_conn_handler conn, RE_stat_conn_for_qlt& out) override;
+    int read_conn_stat_for_qlt(RE_stat_conn_handler, RE_stat_conn_for_qlt&) override { return -1; }
     int get_first_nack() override;
     int get_next_nack(int cursor, RE_stat_nack_header& hdr) override;
     void reset_all() override {}
@@ -99,9 +101,10 @@ public:
     void* get_re_auto_bypass_memory_ptr(int size) override;
 
 private:
-    void note(const std::string& call);
-    bool has_peer(int slot) const { return !b_failing && slot >= 0 && slot < static_cast<int>(peers.size()); }
-    bool has_conn(int slot) const { return !b_failing && slot >= 0 && slot < static_cast<int>(conns.size()); }
+    template <typename... Numbers>
+    void note(const char* operation, Numbers... numbers);
+    template <typename Thing>
+    const Thing* in_slot(const std::vector<Thing>& things, int slot) const;
 };
 
 // One message as the viewer sent it to the system log.
@@ -148,4 +151,21 @@ public:
     ~reader_in_place();
     reader_in_place(const reader_in_place&) = delete;
     reader_in_place& operator=(const reader_in_place&) = delete;
+};
+
+// A run of the viewer: its reader is `reader`, the time of day stands still, and local time is universal time.
+class view_test : public testing::Test
+{
+protected:
+    static constexpr std::time_t now = 1'000'000'000;
+
+    view_test();
+    ~view_test() override;
+
+    static void use_zone(const char* zone);
+
+    fake_reader reader;
+
+private:
+    reader_in_place m_in_place{reader};
 };

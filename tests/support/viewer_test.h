@@ -1,8 +1,8 @@
 // The viewer beside the small engine.
 #pragma once
 
-#include "small_engine.h"
-#include "system_test.h"
+#include "support/small_engine.h"
+#include "support/system_test.h"
 
 class viewer_test : public system_test
 {

@@ -1,4 +1,4 @@
-#include "cli/fake_reader.h"
+#include "support/fake_reader.h"
 
 #include "RE_auto_bypass.h"
 #include "RE_ip.h"
@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 
 fake_reader::~fake_reader()
 {
@@ -24,34 +25,55 @@ int fake_reader::count(const std::string& call) const
     return static_cast<int>(std::count(calls.begin(), calls.end(), call));
 }
 
-void fake_reader::note(const std::string& call)
+template <typename... Numbers>
+void fake_reader::note(const char* operation, Numbers... numbers)
 {
-    calls.push_back(call);
+    calls.push_back((operation + ... + (" " + std::to_string(numbers))));
     if (on_read) {
         on_read();
     }
 }
 
+// What is in a slot; null while nothing can be read.
+template <typename Thing>
+const Thing* fake_reader::in_slot(const std::vector<Thing>& things, int slot) const
+{
+    const bool b_there = !b_failing && slot >= 0 && slot < static_cast<int>(things.size());
+    return b_there ? &things[static_cast<std::size_t>(slot)] : nullptr;
+}
+
 namespace {
 
-int look_up(const std::map<int, long long>& stats, int id, bool b_failing, long long& value)
+template <typename Thing, typename Value>
+int read_member(const Thing* thing, Value Thing::*member, Value& value)
+{
+    if (thing == nullptr) {
+        return -1;
+    }
+    value = thing->*member;
+    return 0;
+}
+
+int look_up(const std::map<int, long long>& stats, int id, long long& value)
 {
     const auto found = stats.find(id);
-    if (b_failing || found == stats.end()) {
+    if (found == stats.end()) {
         return -1;
     }
     value = found->second;
     return 0;
 }
 
-std::string call_text(const char* operation, int first)
+template <typename Thing>
+int look_up(const Thing* thing, std::map<int, long long> Thing::*stats, int id, long long& value)
 {
-    return std::string(operation) + " " + std::to_string(first);
+    return thing == nullptr ? -1 : look_up(thing->*stats, id, value);
 }
 
-std::string call_text(const char* operation, int first, int second)
+template <typename Thing>
+bool is_valid(const std::vector<Thing>& things, int slot)
 {
-    return call_text(operation, first) + " " + std::to_string(second);
+    return slot >= 0 && slot < static_cast<int>(things.size()) && things[static_cast<std::size_t>(slot)].b_valid;
 }
 
 } // namespace
@@ -76,14 +98,14 @@ RE_stat_config_param* fake_reader::get_config_param()
 
 int fake_reader::read_global_stat(int id, long long& value)
 {
-    note(call_text("read_global_stat", id));
-    return look_up(global_stats, id, b_failing, value);
+    note("read_global_stat", id);
+    return b_failing ? -1 : look_up(global_stats, id, value);
 }
 
 int fake_reader::read_global_conn_stat(int id, long long& value)
 {
-    note(call_text("read_global_conn_stat", id));
-    return look_up(global_conn_stats, id, b_failing, value);
+    note("read_global_conn_stat", id);
+    return b_failing ? -1 : look_up(global_conn_stats, id, value);
 }
 
 int fake_reader::read_global_active_conn_count()
@@ -100,47 +122,39 @@ int fake_reader::get_max_peer_slots()
 
 bool fake_reader::is_peer_valid(int peer_slot)
 {
-    note(call_text("is_peer_valid", peer_slot));
-    return peer_slot >= 0 && peer_slot < static_cast<int>(peers.size()) &&
-           peers[static_cast<std::size_t>(peer_slot)].b_valid;
+    note("is_peer_valid", peer_slot);
+    return is_valid(peers, peer_slot);
 }
 
 int fake_reader::read_peer_header(int peer_slot, RE_stat_peer_header& hdr)
 {
-    note(call_text("read_peer_header", peer_slot));
-    if (!has_peer(peer_slot)) {
-        return -1;
-    }
-    hdr = peers[static_cast<std::size_t>(peer_slot)].header;
-    return 0;
+    note("read_peer_header", peer_slot);
+    return read_member(in_slot(peers, peer_slot), &fake_peer::header, hdr);
 }
 
 int fake_reader::read_peer_id(int peer_slot, int& peer_id)
 {
-    note(call_text("read_peer_id", peer_slot));
-    if (!has_peer(peer_slot)) {
-        return -1;
-    }
-    peer_id = peers[static_cast<std::size_t>(peer_slot)].peer_id;
-    return 0;
+    note("read_peer_id", peer_slot);
+    return read_member(in_slot(peers, peer_slot), &fake_peer::peer_id, peer_id);
 }
 
 int fake_reader::read_peer_stat(int peer_slot, int id, long long& value)
 {
-    note(call_text("read_peer_stat", peer_slot, id));
-    return has_peer(peer_slot) ? look_up(peers[static_cast<std::size_t>(peer_slot)].stats, id, false, value) : -1;
+    note("read_peer_stat", peer_slot, id);
+    return look_up(in_slot(peers, peer_slot), &fake_peer::stats, id, value);
 }
 
 int fake_reader::read_peer_conn_stat(int peer_slot, int id, long long& value)
 {
-    note(call_text("read_peer_conn_stat", peer_slot, id));
-    return has_peer(peer_slot) ? look_up(peers[static_cast<std::size_t>(peer_slot)].conn_stats, id, false, value) : -1;
+    note("read_peer_conn_stat", peer_slot, id);
+    return look_up(in_slot(peers, peer_slot), &fake_peer::conn_stats, id, value);
 }
 
 int fake_reader::read_peer_active_conn_count(int peer_slot)
 {
-    note(call_text("read_peer_active_conn_count", peer_slot));
-    return has_peer(peer_slot) ? peers[static_cast<std::size_t>(peer_slot)].active_conns : 0;
+    note("read_peer_active_conn_count", peer_slot);
+    const fake_peer* const peer = in_slot(peers, peer_slot);
+    return peer != nullptr ? peer->active_conns : 0;
 }
 
 int fake_reader::get_max_app_slots()
@@ -151,34 +165,16 @@ int fake_reader::get_max_app_slots()
 
 int fake_reader::read_app_slot(int app_slot, RE_stat_app_struct*& p)
 {
-    note(call_text("read_app_slot", app_slot));
-    if (app_slot < 0 || app_slot >= static_cast<int>(apps.size())) {
-        p = nullptr;
-        return -1;
-    }
-    p = &apps[static_cast<std::size_t>(app_slot)];
-    return 0;
+    note("read_app_slot", app_slot);
+    const bool b_there = app_slot >= 0 && app_slot < static_cast<int>(apps.size());
+    p = b_there ? &apps[static_cast<std::size_t>(app_slot)] : nullptr;
+    return b_there ? 0 : -1;
 }
 
 std::uint32_t fake_reader::get_app_slot_shared_memory_header_size()
 {
     note("get_app_slot_shared_memory_header_size");
     return app_slots_to_visit;
-}
-
-int fake_reader::read_app_header(int, RE_stat_app_header&)
-{
-    return -1;
-}
-
-int fake_reader::read_app_stat(int, int, long&)
-{
-    return -1;
-}
-
-const std::uint32_t* fake_reader::get_app_id_array(int)
-{
-    return nullptr;
 }
 
 int fake_reader::get_max_conn_slots()
@@ -189,61 +185,40 @@ int fake_reader::get_max_conn_slots()
 
 bool fake_reader::is_conn_valid(int conn_slot)
 {
-    note(call_text("is_conn_valid", conn_slot));
-    return conn_slot >= 0 && conn_slot < static_cast<int>(conns.size()) &&
-           conns[static_cast<std::size_t>(conn_slot)].b_valid;
+    note("is_conn_valid", conn_slot);
+    return is_valid(conns, conn_slot);
 }
 
 int fake_reader::read_conn_header(int conn_slot, RE_stat_conn_header& hdr)
 {
-    note(call_text("read_conn_header", conn_slot));
-    if (!has_conn(conn_slot)) {
-        return -1;
-    }
-    hdr = conns[static_cast<std::size_t>(conn_slot)].header;
-    return 0;
+    note("read_conn_header", conn_slot);
+    return read_member(in_slot(conns, conn_slot), &fake_conn::header, hdr);
 }
 
 int fake_reader::read_conn_so_header(int conn_slot, SO_stat_conn_header& hdr)
 {
-    note(call_text("read_conn_so_header", conn_slot));
-    if (!has_conn(conn_slot)) {
-        return -1;
-    }
-    hdr = conns[static_cast<std::size_t>(conn_slot)].so_header;
-    return 0;
+    note("read_conn_so_header", conn_slot);
+    return read_member(in_slot(conns, conn_slot), &fake_conn::so_header, hdr);
 }
 
 int fake_reader::read_conn_stat(int conn_slot, int id, long long& value)
 {
-    note(call_text("read_conn_stat", conn_slot, id));
-    return has_conn(conn_slot) ? look_up(conns[static_cast<std::size_t>(conn_slot)].stats, id, false, value) : -1;
+    note("read_conn_stat", conn_slot, id);
+    return look_up(in_slot(conns, conn_slot), &fake_conn::stats, id, value);
 }
 
 int fake_reader::read_conn_time(int conn_slot, std::time_t& open_time, std::time_t& close_time)
 {
-    note(call_text("read_conn_time", conn_slot));
-    if (!has_conn(conn_slot)) {
-        return -1;
-    }
-    open_time = conns[static_cast<std::size_t>(conn_slot)].open_time;
-    close_time = conns[static_cast<std::size_t>(conn_slot)].close_time;
-    return 0;
+    note("read_conn_time", conn_slot);
+    const fake_conn* const conn = in_slot(conns, conn_slot);
+    read_member(conn, &fake_conn::open_time, open_time);
+    return read_member(conn, &fake_conn::close_time, close_time);
 }
 
 int fake_reader::read_conn_peer_id(int conn_slot, int& peer_id)
 {
-    note(call_text("read_conn_peer_id", conn_slot));
-    if (!has_conn(conn_slot)) {
-        return -1;
-    }
-    peer_id = conns[static_cast<std::size_t>(conn_slot)].peer_id;
-    return 0;
-}
-
-int fake_reader::read_conn_stat_for_qlt(RE_stat_conn_handler, RE_stat_conn_for_qlt&)
-{
-    return -1;
+    note("read_conn_peer_id", conn_slot);
+    return read_member(in_slot(conns, conn_slot), &fake_conn::peer_id, peer_id);
 }
 
 // Cursors start at 7, so that a view which takes them for indexes is found out.
@@ -257,7 +232,7 @@ int fake_reader::get_first_nack()
 
 int fake_reader::get_next_nack(int cursor, RE_stat_nack_header& hdr)
 {
-    note(call_text("get_next_nack", cursor));
+    note("get_next_nack", cursor);
     const int at = cursor - first_nack_cursor;
     if (at < 0 || at >= static_cast<int>(nacks.size())) {
         return -1;
@@ -268,13 +243,13 @@ int fake_reader::get_next_nack(int cursor, RE_stat_nack_header& hdr)
 
 int fake_reader::save_stats_binary(const char* path)
 {
-    note(std::string("save_stats_binary ") + path);
+    note((std::string("save_stats_binary ") + path).c_str());
     return save_result;
 }
 
 void* fake_reader::get_re_auto_bypass_memory_ptr(int size)
 {
-    note(call_text("get_re_auto_bypass_memory_ptr", size));
+    note("get_re_auto_bypass_memory_ptr", size);
     return bypass_memory;
 }
 
@@ -394,4 +369,24 @@ reader_in_place::reader_in_place(fake_reader& reader)
 reader_in_place::~reader_in_place()
 {
     p_statReader = nullptr;
+}
+
+view_test::view_test()
+{
+    fake_engine::reset();
+    fake_engine::now = now;
+    use_zone("UTC0");
+}
+
+view_test::~view_test()
+{
+    fake_engine::reset();
+    unsetenv("TZ");
+    tzset();
+}
+
+void view_test::use_zone(const char* zone)
+{
+    setenv("TZ", zone, 1);
+    tzset();
 }

@@ -2,7 +2,8 @@
 // side by side, and coordinated universal time.
 #pragma once
 
-#include "child_program.h"
+#include "support/child_program.h"
+#include "support/files.h"
 #include "support/own_segment.h"
 
 #include <gtest/gtest.h>
@@ -22,18 +23,13 @@ protected:
     // The segment's name, as KAV_STAT_SEGMENT has it by now.
     const std::string& segment() const { return m_segment; }
     std::string segment_path() const { return own_segment_path(m_segment); }
-    const std::string& folder() const { return m_folder; }
+    const std::string& folder() const { return m_folder.path(); }
     // The path of a file in the test's folder.
-    std::string path(const std::string& name) const { return m_folder + "/" + name; }
+    std::string path(const std::string& name) const { return m_folder.file(name); }
     // Another segment's name, removed at the end like the first.
     std::string other_segment() const { return m_segment + "_other"; }
 
 private:
     std::string m_segment;
-    std::string m_folder;
+    scratch_folder m_folder;
 };
-
-std::string bytes_of(const std::string& path);
-void write_bytes(const std::string& path, const std::string& bytes);
-// The names in a folder, hidden ones included, in ascending order.
-std::vector<std::string> names_in(const std::string& folder);

@@ -1,4 +1,4 @@
-#include "report_figures.h"
+#include "support/report_figures.h"
 
 #include <regex>
 #include <sstream>
@@ -190,4 +190,11 @@ figure_map bypass_figures(const std::string& report)
         }
     }
     return figures;
+}
+
+std::string without_ages(const std::string& report)
+{
+    static const std::regex age(R"(([Aa]ge: |\(age\): )[0-9dhms]+)");
+    static const std::regex closed(R"(  C\([0-9dhms]+\))");
+    return std::regex_replace(std::regex_replace(report, age, "$1AGE"), closed, "  C(AGE)");
 }

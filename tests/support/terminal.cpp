@@ -1,6 +1,6 @@
-#include "terminal.h"
+#include "support/terminal.h"
 
-#include "../system/child_program.h"
+#include "support/child_program.h"
 
 #include <chrono>
 #include <thread>

@@ -1,10 +1,11 @@
 // What the tests of the core library share: an engine with a segment of its own, records made from one number, and a
-// few ways to look at files and processes.
+// few ways to look at processes.
 #pragma once
 
 #include "RE_stat_image.h"
 #include "RE_stat_writer.h"
 #include "RE_statistics.h"
+#include "support/files.h"
 #include "support/own_segment.h"
 
 #include <gtest/gtest.h>
@@ -42,27 +43,6 @@ template <typename Record>
     }
     return ::testing::AssertionSuccess();
 }
-
-// A folder that goes with all that is in it; in memory, unless told otherwise.
-class scratch_folder
-{
-public:
-    explicit scratch_folder(const char* place = "/dev/shm");
-    ~scratch_folder();
-    scratch_folder(const scratch_folder&) = delete;
-    scratch_folder& operator=(const scratch_folder&) = delete;
-
-    const std::string& path() const { return m_path; }
-    std::string file(const std::string& name) const { return m_path + "/" + name; }
-    // Names in it, sorted.
-    std::vector<std::string> names() const;
-
-private:
-    std::string m_path;
-};
-
-std::string bytes_of_file(const std::string& path);
-void write_file(const std::string& path, const std::string& bytes);
 
 // Runs `work` in a child process and returns its result (0 to 255), or -1 when the child was killed, by a signal or
 // because it took longer than half a minute.
