@@ -86,8 +86,12 @@ void add_json(CLI::App& app, int& status)
 
 void add_schema(CLI::App& app, int& status)
 {
-    CLI::App* const command = app.add_subcommand("schema", "The JSON Schema of what \"json\" and \"serve\" give");
-    command->callback([&status] { status = run_schema(); });
+    CLI::App* const command = app.add_subcommand("schema", "The JSON Schema of what kavstat gives as JSON");
+    const auto document = std::make_shared<std::string>("statistics");
+    command->add_option("--of", *document, "What \"json\" and \"serve\" give, or what \"health\" does")
+        ->check(CLI::IsMember({"statistics", "health"}))
+        ->capture_default_str();
+    command->callback([document, &status] { status = run_schema(*document); });
 }
 
 void add_metrics(CLI::App& app, int& status)
@@ -166,7 +170,7 @@ void add_rules(CLI::App& app, int& status)
         app.add_subcommand("rules", "The rules of \"health\" as alerting rules of Prometheus");
     const auto options = std::make_shared<RulesOptions>();
     command->add_option("--rules", options->rules, rules_help);
-    command->add_flag("--settings", options->b_settings, "As a file for --rules, with everything that it can change");
+    command->add_flag("--settings", options->b_settings, "As a file of settings, with everything that can be changed");
     command->callback([options, &status] { status = run_rules(*options); });
 }
 

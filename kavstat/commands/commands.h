@@ -39,7 +39,8 @@ struct JsonOptions
     JsonScopes scopes;
 };
 int run_json(const JsonOptions& options);
-int run_schema();
+// document: "statistics" or "health".
+int run_schema(const std::string& document);
 
 struct MetricsOptions
 {

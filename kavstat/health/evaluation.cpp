@@ -332,6 +332,8 @@ private:
             return peer != nullptr ? peer->active_connections : snapshot.active_connections;
         case Figure::Kind::outdated:
             return peer->header.m_b_outdated;
+        case Figure::Kind::connected:
+            return peer->header.m_b_update_from_active_conn;
         case Figure::Kind::engine_start_time:
             return snapshot.engine_start_time;
         // The table is read once, now.

@@ -72,6 +72,8 @@ Selector selector_of(const Figure& figure, RuleScope scope)
         return {b_peer ? "kav_peer_active_connections" : "kav_active_connections", ""};
     case Figure::Kind::outdated:
         return {"kav_peer_outdated", ""};
+    case Figure::Kind::connected:
+        return {"kav_peer_connected", ""};
     case Figure::Kind::engine_start_time:
         return {"kav_engine_start_time_seconds", ""};
     case Figure::Kind::bypass_servers:

@@ -77,6 +77,7 @@ consteval Figure application(RE_stat_app_id id)
 
 constexpr Figure active_connections{Figure::Kind::active_connections};
 constexpr Figure outdated{Figure::Kind::outdated};
+constexpr Figure connected{Figure::Kind::connected};
 constexpr Figure engine_start_time{Figure::Kind::engine_start_time};
 constexpr Figure bypass_servers{Figure::Kind::bypass_servers};
 constexpr Figure bypass_servers_with_nacks{Figure::Kind::bypass_servers_with_nacks};
@@ -254,7 +255,7 @@ constexpr Rule rules[] = {
     {.name = "disk_reads_slow",
      .scope = RuleScope::engine,
      .severity = Severity::warning,
-     .term = level(engine(RE_STAT_GLOBAL_ID_AVG_DISK_READ_LATENCY), Comparison::above, milliseconds(50)),
+     .term = level(engine(RE_STAT_GLOBAL_ID_AVG_DISK_READ_LATENCY), Comparison::above, milliseconds(15)),
      .also = {grows(engine(RE_STAT_GLOBAL_ID_NUM_DISK_READ))},
      .form = Form::seconds,
      .hold = 60,
@@ -284,8 +285,10 @@ constexpr Rule rules[] = {
      .scope = RuleScope::engine,
      .severity = Severity::warning,
      .term = level(engine(RE_STAT_GLOBAL_ID_LOWMEM_LOWEST_RESERVE), Comparison::below, 64 * megabyte),
-     // 0 stands for an engine that keeps no reserve.
-     .also = {level(engine(RE_STAT_GLOBAL_ID_LOWMEM_LOWEST_RESERVE), Comparison::above, 0)},
+     // 0 without any error is the figure of an engine that does not measure it.
+     .also = {level(Sum(engine(RE_STAT_GLOBAL_ID_LOWMEM_LOWEST_RESERVE)) + engine(RE_STAT_GLOBAL_ID_LOWMEM_OPEN_ERROR) +
+                        engine(RE_STAT_GLOBAL_ID_LOWMEM_DECODE_ERROR) + engine(RE_STAT_GLOBAL_ID_LOWMEM_MALLOC_ERROR),
+                    Comparison::above, 0)},
      .form = Form::bytes,
      .figure = "least memory that was ever left in reserve",
      .meaning = "The engine came close to the end of its memory since its start.",
@@ -343,13 +346,26 @@ constexpr Rule rules[] = {
      .scope = RuleScope::engine,
      .severity = Severity::warning,
      .term = bypassed(RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_CACHE_NOT_READY),
-     .also = {age(engine_start_time, Comparison::above, longest_initialization)},
+     .also = {cache_state(Comparison::equal, RE_CACHE_ACTIVE)},
      .form = Form::percent,
+     .hold = 60,
      .figure = "messages bypassed encoding because the cache is being loaded",
-     .meaning = "The cache is being loaded longer than after a start, or again.",
-     .remedy = "Look at the cache's status (exec_show_stats_kav global-info) and at the disk."},
+     .meaning = "The cache counts as usable, and yet messages go around it.",
+     .remedy = "Look at the disk. If it goes on, save the statistics (exec_show_stats_kav save-file FILE) and restart "
+               "the engine."},
 
-    // ---- The same by the cause on a peer's side.
+    // ---- The same by peer, for causes that lie with it or its traffic.
+    {.name = "bypass_low_compression",
+     .scope = RuleScope::peer,
+     .severity = Severity::warning,
+     .term = share(connections(RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_LOW_COMP),
+                   connections(RE_STAT_CONN_ID_ENCODE_NUM_MSGS), percent(50), 5, 20),
+     .form = Form::percent,
+     .hold = 300,
+     .figure = "messages bypassed encoding because they compress little",
+     .meaning = "Servers with most of the traffic are in the auto-bypass table: it is encrypted or compressed already.",
+     .remedy = "See which they are (exec_show_stats_kav kav-bypass detail). Let their traffic be compressible if you can "
+               "(no compression of their own), or except it by configuration."},
     {.name = "bypass_out_of_sync",
      .scope = RuleScope::peer,
      .severity = Severity::warning,
@@ -491,14 +507,24 @@ constexpr Rule rules[] = {
     {.name = "peer_disconnected",
      .scope = RuleScope::peer,
      .severity = Severity::critical,
-     .term = level(peer(RE_STAT_PEER_ID_ACK_Q_SIZE), Comparison::above, 64 * kilobyte),
+     .term = level(connected, Comparison::equal, 0),
+     .also = {level(active_connections, Comparison::above, 0)},
+     .form = Form::flag,
+     .hold = 60,
+     .figure = "is disconnected although connections are open",
+     .meaning = "Connections with the peer are open, but none of them reaches it any more.",
+     .remedy = "Check that the peer runs and can be reached over the WAN."},
+    {.name = "peer_not_acknowledging",
+     .scope = RuleScope::peer,
+     .severity = Severity::critical,
+     .term = level(peer(RE_STAT_PEER_ID_ACK_Q_SIZE), Comparison::above, 0),
      .also = {level(active_connections, Comparison::above, 0),
               rate(connections(SO_STAT_RECV_ACK_FRAME_NUM), Comparison::equal, 0)},
      .form = Form::bytes,
      .hold = 60,
      .figure = "no acknowledgements although connections are open, data that waits for them",
      .meaning = "The peer does not answer: it has stopped, or the line to it is down.",
-     .remedy = "Check that the peer runs and can be reached over the WAN."},
+     .remedy = "Check that the peer runs and can be reached over the WAN, and look at its disk."},
     {.name = "peer_out_of_sync",
      .scope = RuleScope::peer,
      .severity = Severity::warning,

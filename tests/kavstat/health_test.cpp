@@ -26,6 +26,7 @@ public:
             snapshot->peers[0].slot = 2;
             snapshot->peers[0].number = 3;
             snapshot->peers[0].active_connections = 5;
+            snapshot->peers[0].header.m_b_update_from_active_conn = 1;
             std::strcpy(snapshot->peers[0].header.m_peer_host_name, "branch-3");
             snapshot->active_connections = 5;
             SnapshotApp app;
@@ -38,6 +39,7 @@ public:
         engine(RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE, 1000);
         engine(RE_STAT_GLOBAL_ID_USED_CACHE_SIZE, 500);
         engine(RE_STAT_GLOBAL_ID_MAX_HASH_TABLE_ENTRY, 1000);
+        engine(RE_STAT_GLOBAL_ID_LOWMEM_LOWEST_RESERVE, 500);
         connections(RE_STAT_CONN_ID_ENCODE_NUM_MSGS, 50000, 60000);
         connections(RE_STAT_CONN_ID_DECODE_NUM_MSGS, 50000, 60000);
         connections(RE_STAT_CONN_ID_ENCODE_IN_BYTES, 100000000, 110000000);
@@ -75,6 +77,10 @@ public:
     void outdated()
     {
         before.peers[0].header.m_b_outdated = now.peers[0].header.m_b_outdated = 1;
+    }
+    void disconnected()
+    {
+        before.peers[0].header.m_b_update_from_active_conn = now.peers[0].header.m_b_update_from_active_conn = 0;
     }
     void nobody_connected()
     {
@@ -187,7 +193,7 @@ const std::vector<edge>& edges()
              m.engine(RE_STAT_GLOBAL_ID_TOT_SECBLOCK_HT_USAGE, 501);
          }},
         average("cache_reads_slow", RE_STAT_GLOBAL_ID_AVG_READ_LATENCY, 10000),
-        average("disk_reads_slow", RE_STAT_GLOBAL_ID_AVG_DISK_READ_LATENCY, 50000),
+        average("disk_reads_slow", RE_STAT_GLOBAL_ID_AVG_DISK_READ_LATENCY, 15000),
         grows("low_memory_errors", RE_STAT_GLOBAL_ID_LOWMEM_OPEN_ERROR),
         grows("low_memory_errors", RE_STAT_GLOBAL_ID_LOWMEM_DECODE_ERROR),
         grows("low_memory_errors", RE_STAT_GLOBAL_ID_LOWMEM_MALLOC_ERROR),
@@ -251,13 +257,22 @@ const std::vector<edge>& edges()
          [](two_moments& m) { m.engine(RE_STAT_GLOBAL_ID_NUM_DEGRADED_PEER_DUE_WRITE_DATA_UNIT, 1); }},
         {"peer_disconnected",
          [](two_moments& m) {
-             m.peer(RE_STAT_PEER_ID_ACK_Q_SIZE, 65536);
-             m.connections(SO_STAT_RECV_ACK_FRAME_NUM, 500, 500);
+             m.disconnected();
+             m.nobody_connected();
+         },
+         [](two_moments& m) { m.disconnected(); }},
+        {"peer_not_acknowledging",
+         [](two_moments& m) {
+             m.peer(RE_STAT_PEER_ID_ACK_Q_SIZE, 1);
+             m.connections(SO_STAT_RECV_ACK_FRAME_NUM, 500, 501);
          },
          [](two_moments& m) {
-             m.peer(RE_STAT_PEER_ID_ACK_Q_SIZE, 65537);
+             m.peer(RE_STAT_PEER_ID_ACK_Q_SIZE, 1);
              m.connections(SO_STAT_RECV_ACK_FRAME_NUM, 500, 500);
          }},
+        {"bypass_low_compression",
+         [](two_moments& m) { m.connections(RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_LOW_COMP, 1000, 6000); },
+         [](two_moments& m) { m.connections(RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_LOW_COMP, 1000, 6001); }},
         {"peer_out_of_sync", [](two_moments& m) { m.peer(RE_STAT_PEER_ID_NUM_CTX_OUT_OF_SYNC, 4, 4); },
          [](two_moments& m) { m.peer(RE_STAT_PEER_ID_NUM_CTX_OUT_OF_SYNC, 4, 5); }},
         {"peer_outdated",
@@ -312,7 +327,7 @@ TEST_F(health, finds_nothing_wrong_with_a_healthy_engine)
 {
     EXPECT_EQ(two_moments().broken(), names{});
     EXPECT_EQ(two_moments().text(),
-              "KAV OK: healthy - 48 rules, 1 peer, 1 application, 5 open connections; rates over 10 s\n");
+              "KAV OK: healthy - 50 rules, 1 peer, 1 application, 5 open connections; rates over 10 s\n");
 }
 
 TEST_F(health, tells_both_sides_of_every_threshold)
@@ -357,7 +372,8 @@ TEST_F(health, has_rules_that_make_sense)
         for (const Term& term : terms) {
             for (const Sum& sum : {term.part, term.whole}) {
                 for (const Figure& figure : sum.figures()) {
-                    if (figure.kind == Figure::Kind::peer || figure.kind == Figure::Kind::outdated) {
+                    if (figure.kind == Figure::Kind::peer || figure.kind == Figure::Kind::outdated ||
+                        figure.kind == Figure::Kind::connected) {
                         EXPECT_EQ(rule.scope, RuleScope::peer) << rule.name;
                     }
                     if (figure.kind == Figure::Kind::application) {
@@ -384,7 +400,7 @@ TEST_F(health, says_what_is_wrong_where_since_when_and_what_to_do)
               "    Messages of the peer could not be decoded here and are asked for again; each costs a round trip. Look "
               "at the reasons (exec_show_stats_kav peer nack). Many chunk-misses: the cache here is smaller than the "
               "peer believes, or it lost data; compare both ends' cache ages.\n"
-              "Looked at: 48 rules, 1 peer, 1 application, 5 open connections; rates over 10 s\n");
+              "Looked at: 50 rules, 1 peer, 1 application, 5 open connections; rates over 10 s\n");
 }
 
 TEST_F(health, knows_since_when_the_engine_runs)
@@ -516,6 +532,15 @@ TEST_F(health, takes_any_figures)
             EXPECT_FALSE(moments.text().empty());
         }
     }
+}
+
+TEST_F(health, knows_a_reserve_of_nothing_from_one_that_is_not_measured)
+{
+    two_moments moments;
+    moments.engine(RE_STAT_GLOBAL_ID_LOWMEM_LOWEST_RESERVE, 0);
+    EXPECT_EQ(moments.broken(), names{});
+    moments.engine(RE_STAT_GLOBAL_ID_LOWMEM_DECODE_ERROR, 1);
+    EXPECT_EQ(moments.broken(), names{"memory_reserve_low"});
 }
 
 TEST_F(health, keeps_hostile_names_harmless)
@@ -704,6 +729,7 @@ protected:
     {
         start(); // at 1700000000
         engine.set_global(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_ACTIVE);
+        engine.set_global(RE_STAT_GLOBAL_ID_LOWMEM_LOWEST_RESERVE, 500);
     }
 
     HealthWatch m_watch;
