@@ -6,7 +6,7 @@
 // Instructions of one exposition:
 //   bench_kavstat 1000 100000 hold &  valgrind --tool=callgrind kavstat metrics >/dev/null
 // The engine's side is told by its own processor time while it is scraped: nobody calls it, so there is none.
-#include "RE_stat_writer.h"
+#include "support/engine_shapes.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -44,17 +44,13 @@ void fill(RE_stat_writer& engine, int peers, int conns)
         std::memcpy(header.m_kav_peer_id.m_data, &peer, sizeof peer);
         std::snprintf(header.m_peer_host_name, sizeof header.m_peer_host_name, "branch-%d.example.net", peer);
         const int slot = engine.add_peer(peer, header);
-        for (int id = 0; id < RE_STAT_PEER_ID_MAX; ++id) {
-            engine.set_peer_stat(slot, id, 123456789LL * (id + 1));
-        }
+        set_peer_figures(engine, slot, [](int id) { return 123456789LL * (id + 1); });
     }
     for (int conn = 0; conn < conns; ++conn) {
         RE_stat_conn_header header{};
         header.m_conn_id = conn;
         const int slot = engine.open_conn(conn % peers, header, {}, 1);
-        for (int id = 0; id < RE_STAT_CONN_ID_MAX; ++id) {
-            engine.add_conn_stat(slot, id, 1000 + id);
-        }
+        add_conn_figures(engine, slot, [](int id) { return 1000 + id; });
     }
     engine.publish();
 }

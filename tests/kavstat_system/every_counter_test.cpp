@@ -1,10 +1,10 @@
 // One engine's every counter, wherever it can be seen: in JSON, in a real Prometheus, and in the viewer's reports.
+#include "document_engine.h"
 #include "documents/metrics.h"
-#include "every_counter.h"
 #include "kavstat_program.h"
 #include "model/counter_names.h"
 #include "prometheus.h"
-#include "support/demo_engine.h"
+#include "support/engine_shapes.h"
 #include "support/report_figures.h"
 
 #include <cmath>

@@ -22,14 +22,6 @@ constexpr long long tiny_messages = 1000000;
 constexpr long long tiny_messages = 100000;
 #endif
 
-std::string report_of(const std::vector<std::string>& arguments)
-{
-    const program_result result = run_viewer(arguments);
-    EXPECT_EQ(result.status, 0) << arguments.front();
-    EXPECT_EQ(result.err, "");
-    return result.out;
-}
-
 // Text of `size` bytes in which sentences come again and again.
 std::string repeating_text(std::size_t size, unsigned int seed)
 {
