@@ -1,4 +1,4 @@
-// Completion of the viewer's command line, as bash itself performs it.
+// Completion of command lines, the viewer's above all, as bash itself performs it.
 #include "shell.h"
 #include "support/contains.h"
 
@@ -10,20 +10,25 @@
 
 namespace {
 
-const std::string completion = KAV_SOURCE_DIR "/packaging/completion/exec_show_stats_kav";
+// Where a program's completion is.
+std::string completion_of(const std::string& program)
+{
+    return KAV_SOURCE_DIR "/packaging/completion/" + program;
+}
 
 // What is offered for the word at the end of the line, separated by blanks. The line is handed over as readline does
 // it, with words that end at colons as well.
-std::string offered(const std::string& line)
+std::string offered(const std::string& line, const std::string& program = "exec_show_stats_kav")
 {
-    static const std::string driver = R"(
-source ')" + completion + R"('
+    const std::string driver = R"(
+source ')" + completion_of(program) +
+                               R"('
 COMP_LINE=$1 COMP_POINT=${#1} COMP_WORDBREAKS=$' \t\n"\'><=;|&(:'
 read -ra COMP_WORDS <<<"${COMP_LINE//:/ : }"
 [[ $COMP_LINE == *' ' ]] && COMP_WORDS+=('')
 COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
 PATH=)" KAV_BIN_DIR R"(:$PATH
-_exec_show_stats_kav
+_)" + program + R"(
 echo "${COMPREPLY[*]}")";
     const scratch_folder folder(disk());
     std::ofstream(folder.file("driver")) << driver;
@@ -127,8 +132,8 @@ TEST(completion, keys_typed_at_a_prompt_complete_the_line)
 {
     const scratch_folder folder(disk());
     std::ofstream(folder.file("exec_show_stats_kav")) << "#!/bin/sh\necho \"<$*>\"\n";
-    std::ofstream(folder.file("rc")) << "PATH='" << folder.path() << "':$PATH\nPS1='> '\nsource '" << completion
-                                     << "'\n";
+    std::ofstream(folder.file("rc")) << "PATH='" << folder.path() << "':$PATH\nPS1='> '\nsource '"
+                                     << completion_of("exec_show_stats_kav") << "'\n";
     std::ofstream(folder.file("keys")) << "exec_show_stats_kav tec\t\n"
                                           "exec_show_stats_kav conn server-p\t80 la\t\n"
                                           "exec_show_stats_kav top-app det\t\nexit\n";
@@ -139,6 +144,15 @@ TEST(completion, keys_typed_at_a_prompt_complete_the_line)
     EXPECT_TRUE(contains(session, "<tech-support>")) << session;
     EXPECT_TRUE(contains(session, "<conn server-port 80 last>")) << session;
     EXPECT_TRUE(contains(session, "<top-app detail>")) << session;
+}
+
+TEST(completion, the_demo_engine_offers_its_options_and_illnesses)
+{
+    EXPECT_EQ(offered("kav_demo_engine --bypass", "kav_demo_engine"), "--bypass-threshold-mb --bypass-retry");
+    EXPECT_EQ(offered("kav_demo_engine --ill slow", "kav_demo_engine"), "slow-disk slow-encode slow-decode");
+    EXPECT_EQ(offered("kav_demo_engine --ill nacks,cache-f", "kav_demo_engine"), "nacks,cache-failed");
+    EXPECT_EQ(offered("kav_demo_engine --peers ", "kav_demo_engine"), "");
+    EXPECT_EQ(offered("kav_demo_engine re", "kav_demo_engine"), "report.log");
 }
 
 } // namespace

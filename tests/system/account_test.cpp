@@ -287,7 +287,7 @@ TEST_F(account, agrees_on_mixed_traffic)
     }
     add_file("empty.txt", "");
     add_file("one_byte.txt", "1");
-    expect_agreement({"--cache-mb", "4", "--repeat", "3"});
+    expect_agreement({"--variety", "--cache-mb", "4", "--repeat", "3"});
     EXPECT_EQ(connections(), 3U * 42U);
     EXPECT_EQ(m_listed_connections, connections());
     EXPECT_GT(m_ledger.at("engine").at("encode").at("retransmissions").at("total"), 0);
