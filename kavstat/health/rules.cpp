@@ -438,7 +438,7 @@ constexpr Rule rules[] = {
      .severity = Severity::warning,
      .term = share(peer(RE_STAT_PEER_ID_NUM_NACKS),
                    Sum(connections(RE_STAT_CONN_ID_DECODE_NUM_MSGS)) + peer(RE_STAT_PEER_ID_NUM_NACKS), percent(0.1),
-                   5, 20),
+                   2, 20),
      .form = Form::percent,
      .figure = "messages nacked",
      .meaning = "Messages of the peer could not be decoded here and are asked for again; each costs a round trip.",
@@ -447,7 +447,7 @@ constexpr Rule rules[] = {
     {.name = "retransmissions_frequent",
      .scope = RuleScope::peer,
      .severity = Severity::warning,
-     .term = share(peer(RE_STAT_PEER_ID_NUM_RTXS), connections(RE_STAT_CONN_ID_ENCODE_NUM_MSGS), percent(0.1), 5, 20),
+     .term = share(peer(RE_STAT_PEER_ID_NUM_RTXS), connections(RE_STAT_CONN_ID_ENCODE_NUM_MSGS), percent(0.1), 2, 20),
      .form = Form::percent,
      .figure = "messages sent again",
      .meaning = "The peer could not decode messages and asks for them again; each costs a round trip.",
@@ -487,10 +487,11 @@ constexpr Rule rules[] = {
      .severity = Severity::warning,
      .term = level(peer(RE_STAT_PEER_ID_NUM_WRITE_SIG_BLOCK), Comparison::equal, 0),
      .also = {level(engine(RE_STAT_GLOBAL_ID_NUM_DEGRADED_PEER_DUE_WRITE_SIG_BLOCK), Comparison::above, 0),
+              level(engine(RE_STAT_GLOBAL_ID_NUM_PEER_WITH_WRITE_SIG_BLOCK), Comparison::above, 0),
               grows(connections(RE_STAT_CONN_ID_ENCODE_IN_BYTES))},
      .form = Form::flag,
      .hold = 60,
-     .figure = "has traffic to encode and no sigblock to write to, while the engine says that peers are degraded",
+     .figure = "has traffic to encode and no sigblock to write to while others have and the engine counts degraded peers",
      .meaning = "The signatures of its traffic are probably not written to the cache.",
      .remedy = "Too many peers are busy at a time: spread their traffic, or use a larger machine."},
     {.name = "peer_degraded_data",
@@ -498,10 +499,11 @@ constexpr Rule rules[] = {
      .severity = Severity::warning,
      .term = level(peer(RE_STAT_PEER_ID_NUM_WRITE_DATA_UNIT), Comparison::equal, 0),
      .also = {level(engine(RE_STAT_GLOBAL_ID_NUM_DEGRADED_PEER_DUE_WRITE_DATA_UNIT), Comparison::above, 0),
+              level(engine(RE_STAT_GLOBAL_ID_NUM_PEER_WITH_WRITE_DATA_UNIT), Comparison::above, 0),
               grows(connections(RE_STAT_CONN_ID_DECODE_OUT_BYTES))},
      .form = Form::flag,
      .hold = 60,
-     .figure = "has traffic to decode and no data unit to write to, while the engine says that peers are degraded",
+     .figure = "has traffic to decode and no data unit to write to while others have and the engine counts degraded peers",
      .meaning = "The data of its traffic is probably not written to the cache.",
      .remedy = "Too many peers are busy at a time: spread their traffic, or use a larger machine."},
     {.name = "peer_disconnected",
@@ -748,13 +750,13 @@ std::string shown_value(Form form, double value)
     case Form::count:
         return rounded(value, 0);
     case Form::percent:
-        return rounded(value * 100, 2) + "%";
+        return value == 0 ? "0%" : rounded(value * 100, 2) + "%";
     case Form::seconds:
         return shown_seconds(value);
     case Form::bytes:
         return shown_bytes(value);
     case Form::per_second:
-        return rounded(value, 2) + "/s";
+        return value == 0 ? "0/s" : rounded(value, 2) + "/s";
     }
     return "";
 }

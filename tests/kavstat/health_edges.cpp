@@ -170,10 +170,24 @@ const std::vector<edge>& edges()
              m.peer(RE_STAT_PEER_ID_NUM_WRITE_DATA_UNIT, 1);
              m.engine(RE_STAT_GLOBAL_ID_NUM_DEGRADED_PEER_DUE_WRITE_DATA_UNIT, 1);
          }},
-        {"peer_degraded_signatures", [](two_moments& m) { m.peer(RE_STAT_PEER_ID_NUM_WRITE_SIG_BLOCK, 0); },
-         [](two_moments& m) { m.engine(RE_STAT_GLOBAL_ID_NUM_DEGRADED_PEER_DUE_WRITE_SIG_BLOCK, 1); }},
-        {"peer_degraded_data", [](two_moments& m) { m.peer(RE_STAT_PEER_ID_NUM_WRITE_DATA_UNIT, 0); },
-         [](two_moments& m) { m.engine(RE_STAT_GLOBAL_ID_NUM_DEGRADED_PEER_DUE_WRITE_DATA_UNIT, 1); }},
+        {"peer_degraded_signatures",
+         [](two_moments& m) {
+             m.engine(RE_STAT_GLOBAL_ID_NUM_PEER_WITH_WRITE_SIG_BLOCK, 1);
+             m.peer(RE_STAT_PEER_ID_NUM_WRITE_SIG_BLOCK, 0);
+         },
+         [](two_moments& m) {
+             m.engine(RE_STAT_GLOBAL_ID_NUM_PEER_WITH_WRITE_SIG_BLOCK, 1);
+             m.engine(RE_STAT_GLOBAL_ID_NUM_DEGRADED_PEER_DUE_WRITE_SIG_BLOCK, 1);
+         }},
+        {"peer_degraded_data",
+         [](two_moments& m) {
+             m.engine(RE_STAT_GLOBAL_ID_NUM_PEER_WITH_WRITE_DATA_UNIT, 1);
+             m.peer(RE_STAT_PEER_ID_NUM_WRITE_DATA_UNIT, 0);
+         },
+         [](two_moments& m) {
+             m.engine(RE_STAT_GLOBAL_ID_NUM_PEER_WITH_WRITE_DATA_UNIT, 1);
+             m.engine(RE_STAT_GLOBAL_ID_NUM_DEGRADED_PEER_DUE_WRITE_DATA_UNIT, 1);
+         }},
         {"peer_disconnected",
          [](two_moments& m) {
              m.disconnected();
