@@ -1,6 +1,5 @@
 #include "watch/pages.h"
 
-#include "documents/metrics.h"
 #include "format/text.h"
 #include "model/counter_names.h"
 #include "model/words.h"

@@ -226,7 +226,7 @@ TEST_F(server_test, follows_an_engine_that_stops_and_starts_again)
     start();
     engine.set_global(RE_STAT_GLOBAL_ID_NUM_READ, 5);
     serve();
-    EXPECT_TRUE(exposes("kav_num_read_total 5"));
+    EXPECT_TRUE(exposes("kav_cache_reads_total 5"));
     engine.close();
     EXPECT_TRUE(exposes("kav_up 0"));
     RE_stat_writer another;
@@ -234,8 +234,8 @@ TEST_F(server_test, follows_an_engine_that_stops_and_starts_again)
     EXPECT_TRUE(exposes("kav_up 0")); // not published yet
     another.set_global(RE_STAT_GLOBAL_ID_NUM_READ, 6);
     another.publish();
-    EXPECT_TRUE(exposes("kav_num_read_total 6"));
-    EXPECT_TRUE(exposes("kav_engine_start_time_seconds 1700000555"));
+    EXPECT_TRUE(exposes("kav_cache_reads_total 6"));
+    EXPECT_TRUE(exposes("kav_engine_start_timestamp_seconds 1700000555"));
 }
 
 TEST_F(server_test, records_that_are_kept_busy_hold_nobody_up)
