@@ -1,6 +1,5 @@
 #include "health/evaluation.h"
 
-#include "documents/metrics.h"
 #include "format/text.h"
 #include "model/change.h"
 

@@ -1,6 +1,6 @@
 #include "health/prometheus_rules.h"
 
-#include "documents/metrics.h"
+#include "model/metric_names.h"
 
 #include <charconv>
 
@@ -44,14 +44,24 @@ const char* operator_of(Comparison comparison)
     return " != ";
 }
 
-const NamedCounter& counter_of(CounterScope scope, int id)
+// The names of labels written as they are in a selector, joined by commas.
+std::string label_names_of(const std::string& labels)
 {
-    const std::vector<NamedCounter>& counters = counters_of(scope);
-    std::size_t at = 0;
-    while (counters[at].info.last_id < id) {
-        ++at;
+    std::string names;
+    for (std::size_t begin = 0; begin < labels.size();) {
+        const std::size_t equals = labels.find('=', begin);
+        names += (names.empty() ? "" : ",") + labels.substr(begin, equals - begin);
+        // Behind the closing quote, which none of the values has inside, and the comma.
+        begin = labels.find('"', equals + 2) + 2;
     }
-    return counters[at];
+    return names;
+}
+
+Selector selector_of(const char* prefix, CounterScope scope, int id)
+{
+    const MetricSeries& series = metric_of(scope, id).series;
+    return {prefix + series.name + (series.labels.empty() ? "" : "{" + series.labels + "}"),
+            label_names_of(series.labels)};
 }
 
 // As it is written in a rule of this scope.
@@ -60,14 +70,13 @@ Selector selector_of(const Figure& figure, RuleScope scope)
     const bool b_peer = scope == RuleScope::peer;
     switch (figure.kind) {
     case Figure::Kind::engine:
-        return {metrics_of(CounterScope::engine, counter_of(CounterScope::engine, figure.id)).front(), ""};
+        return selector_of(engine_prefix, CounterScope::engine, figure.id);
     case Figure::Kind::peer:
-        return {metrics_of(CounterScope::peer, counter_of(CounterScope::peer, figure.id)).front(), ""};
+        return selector_of(peer_prefix, CounterScope::peer, figure.id);
     case Figure::Kind::connections:
-        return {metrics_of(CounterScope::connection, counter_of(CounterScope::connection, figure.id)).at(b_peer ? 1 : 0),
-                ""};
+        return selector_of(b_peer ? peer_connections_prefix : connections_prefix, CounterScope::connection, figure.id);
     case Figure::Kind::application:
-        return {metrics_of(CounterScope::application, counter_of(CounterScope::application, figure.id)).front(), ""};
+        return selector_of(application_prefix, CounterScope::application, figure.id);
     case Figure::Kind::active_connections:
         return {b_peer ? "kav_peer_active_connections" : "kav_active_connections", ""};
     case Figure::Kind::outdated:
@@ -75,9 +84,9 @@ Selector selector_of(const Figure& figure, RuleScope scope)
     case Figure::Kind::connected:
         return {"kav_peer_connected", ""};
     case Figure::Kind::engine_start_time:
-        return {"kav_engine_start_time_seconds", ""};
+        return {"kav_engine_start_timestamp_seconds", ""};
     case Figure::Kind::bypass_servers:
-        return {"kav_bypass_servers", ""};
+        return {"kav_bypass_servers", "reason"};
     case Figure::Kind::bypass_servers_with_nacks:
         break;
     }

@@ -1,7 +1,7 @@
 #include "health/rules.h"
 
 #include "RE_bypass_table.h"
-#include "RE_stat_counters.h"
+#include "model/metric_names.h"
 #include "model/words.h"
 
 #include <algorithm>
@@ -28,20 +28,15 @@ constexpr double percent(double value)
     return value / 100;
 }
 
+// What 1 of the unit is in its base unit.
 constexpr double in_base_units(RE_stat_unit unit)
 {
-    switch (unit) {
-    case RE_stat_unit::kilobytes:
-        return kilobyte;
-    case RE_stat_unit::megabytes:
-        return megabyte;
-    case RE_stat_unit::microseconds:
-        return 1e-6;
-    case RE_stat_unit::percent:
-        return percent(1);
-    default:
-        return 1;
+    const BaseUnit base = base_unit_of(unit);
+    auto divisor = 1.0;
+    for (int digit = 0; digit < base.decimals; ++digit) {
+        divisor *= 10;
     }
+    return static_cast<double>(base.factor) / divisor;
 }
 
 template <std::size_t Size>

@@ -89,7 +89,7 @@ protected:
                  << "        values: '";
             if (metric.ends_with("_total") || metric.ends_with("_sum") || metric.ends_with("_count")) {
                 text << "0+" << old << "x70 " << old * 70 + (value - old) << "+" << value - old << "x11'\n";
-            } else if (metric.ends_with("_timestamp_seconds") || metric.ends_with("start_time_seconds")) {
+            } else if (metric.ends_with("_timestamp_seconds") || metric.ends_with("start_timestamp_seconds")) {
                 // In a test, time begins at 0.
                 const double age = static_cast<double>(moments.now.capture_time) - value;
                 text << (value == 0 ? 0 : end * 60 - age) << "x" << end << "'\n";
@@ -205,7 +205,7 @@ TEST_F(alerting_rules, keep_to_the_settings)
               "    rules:\n"
               "      - alert: KavPeerSlow\n"
               "        expr: |-\n"
-              "          (kav_peer_ack_q_avg_rtt_seconds > 0.25\n"
+              "          (kav_peer_ack_round_trip_avg_seconds > 0.25\n"
               "          and kav_peer_active_connections > 0)\n"
               "          * on(instance, peer) group_left(host_name) kav_peer_info\n"
               "        for: 7s\n"
