@@ -39,7 +39,8 @@ struct JsonOptions
     JsonScopes scopes;
 };
 int run_json(const JsonOptions& options);
-int run_schema();
+// document: "statistics" or "health".
+int run_schema(const std::string& document);
 
 struct MetricsOptions
 {
@@ -55,6 +56,25 @@ struct DiffOptions
     bool b_force = false; // compare what had better not be compared
 };
 int run_diff(const DiffOptions& options);
+
+struct HealthOptions
+{
+    std::vector<std::string> files;   // the running engine when there is none; the earlier one first when there are two
+    std::optional<std::string> since; // the earlier moment, a saved file
+    double interval = 2;              // seconds between two looks at the running engine
+    std::optional<std::string> rules; // the file of settings
+    bool b_json = false;
+    bool b_all = false; // all findings of a rule that has many
+};
+// Returns a HealthStatus, as monitoring plugins do.
+int run_health(const HealthOptions& options);
+
+struct RulesOptions
+{
+    std::optional<std::string> rules; // the file of settings
+    bool b_settings = false;          // print such a file
+};
+int run_rules(const RulesOptions& options);
 
 struct ServeOptions
 {

@@ -20,16 +20,6 @@ using diff_row = std::array<std::string, diff_columns>;
 constexpr const char* mark_restarted = "since the restart";
 constexpr const char* mark_went_back = "went back: reset";
 
-std::string date_and_time(std::time_t moment)
-{
-    char text[64];
-    std::tm local{};
-    if (localtime_r(&moment, &local) == nullptr || std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local) == 0) {
-        std::snprintf(text, sizeof text, "%lld", static_cast<long long>(moment));
-    }
-    return text;
-}
-
 std::string with_sign(long long value)
 {
     return (value > 0 ? "+" : "") + std::to_string(value);

@@ -70,7 +70,7 @@ TEST_F(metrics_text, has_engine_peers_and_applications)
     EXPECT_TRUE(has_line("kav_up 1"));
     EXPECT_TRUE(has_line("kav_engine_start_timestamp_seconds 1700000000"));
     EXPECT_TRUE(has_line("kav_active_connections 1"));
-    EXPECT_TRUE(has_line("kav_bypass_servers 0"));
+    EXPECT_TRUE(has_line("kav_bypass_servers{reason=\"low_compression\"} 0"));
     EXPECT_TRUE(has_line("# HELP kav_cache_size_bytes usable cache size on disk"));
     EXPECT_TRUE(has_line("# TYPE kav_cache_size_bytes gauge"));
     EXPECT_TRUE(has_line("kav_cache_size_bytes 2097152000"));
@@ -159,7 +159,7 @@ TEST_F(metrics_text, every_sample_follows_its_head)
             }
         }
     }
-    std::size_t expected = 12; // those that are no counters of the table
+    std::size_t expected = 13; // those that are no counters of the table
     for (const CounterScope scope : all_counter_scopes) {
         expected += metrics_of(scope).size() * metric_prefixes_of(scope).size();
     }
