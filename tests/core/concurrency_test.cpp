@@ -400,12 +400,12 @@ TEST_F(concurrency_test, records_that_are_kept_busy_hold_a_reader_for_a_second_a
     unsigned char* const base = map_segment();
     RE_stat_image image;
     ASSERT_EQ(image.attach(base, header().total_size, RE_image_kind::live), 0);
-    for (std::uint32_t row = 0; row < image.conn_rows; ++row) {
+    for (std::uint32_t row = 0; row < image.conns.rows; ++row) {
         store_release(&image.conns[row].sequence, 1U);
     }
     std::atomic<bool> b_done{false};
     std::thread neighbour([&] {
-        for (std::uint32_t row = 0; row < image.conn_rows && !b_done; ++row) {
+        for (std::uint32_t row = 0; row < image.conns.rows && !b_done; ++row) {
             std::this_thread::sleep_for(std::chrono::milliseconds(60));
             store_release(&image.conns[row].sequence, 2U);
         }

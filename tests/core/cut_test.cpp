@@ -67,6 +67,18 @@ TEST_F(cut_test, is_forgotten_when_the_statistics_are_opened_again)
     EXPECT_FALSE(m_mine.is_cut());
 }
 
+TEST_F(cut_test, with_a_header_that_agrees_is_refused_for_its_layout)
+{
+    const std::string whole = bytes_of_file(segment_path());
+    for (off_t size = m_size - 1; size >= static_cast<off_t>(sizeof(RE_image_header)); size = size * 9 / 10) {
+        cut_to(size);
+        header().total_size = static_cast<std::uint64_t>(size);
+        const auto other = live_reader();
+        EXPECT_EQ(other->open(), RE_STAT_ERR_LAYOUT) << size;
+    }
+    write_file(segment_path(), whole); // so that the engine can withdraw
+}
+
 TEST_F(cut_test, of_what_is_being_saved_leaves_the_old_file_and_no_other)
 {
     write_file(folder.file("old"), "old");

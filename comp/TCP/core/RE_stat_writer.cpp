@@ -1,6 +1,7 @@
 #include "RE_stat_writer.h"
 
 #include "RE_bypass_table.h"
+#include "RE_image_sections.h"
 #include "RE_sequence.h"
 #include "RE_stat_folder.h"
 #include "RE_stat_image.h"
@@ -200,6 +201,11 @@ struct RE_stat_writer::implementation
     RE_watched_mapping mapping; // whoever may write to the segment may cut it
     std::optional<RE_cut_silence> silence;
     RE_stat_image image;
+    // Its rows of counters, which have the size that this build gives them.
+    RE_image_global_row* global = nullptr;
+    RE_image_peer_counters* peer_counters = nullptr;
+    RE_image_conn_counters* conn_counters = nullptr;
+    RE_image_app_row* apps = nullptr;
 
     // What cannot be had from a segment that was cut.
     std::vector<unsigned char> head; // header and section table
@@ -235,8 +241,7 @@ struct RE_stat_writer::implementation
     static void use_slot(std::uint32_t slot, std::uint32_t& used, std::uint32_t& published_used);
     std::vector<std::span<const unsigned char>> backed_memory() const;
     int back(const void* start, std::size_t bytes) const;
-    template <typename Row>
-    bool back_rows(const Row* rows, std::uint64_t first, std::uint64_t count) const;
+    bool back_rows(const RE_image_view& rows, std::uint64_t first, std::uint64_t count) const;
     bool ensure_peer(std::uint32_t slot);
     bool ensure_conn(std::uint32_t slot);
     bool ensure_app(std::uint32_t slot);
@@ -263,7 +268,7 @@ struct RE_stat_writer::implementation
     void count_active(int conn_slot, int delta) const;
     void close_locked(int conn_slot, std::time_t close_time);
     void remember_closed(int conn_slot);
-    RE_bypass_table* bypass_table() const { return reinterpret_cast<RE_bypass_table*>(image.bypass); }
+    RE_bypass_table* bypass_table() const { return reinterpret_cast<RE_bypass_table*>(image.bypass.base); }
 };
 
 RE_stat_writer::RE_stat_writer() : m_impl(std::make_unique<implementation>())
@@ -311,31 +316,14 @@ int RE_stat_writer::implementation::make(const RE_stat_limits& limits, std::time
 
 int RE_stat_writer::implementation::lay_out(const RE_stat_limits& limits, std::time_t start_time)
 {
-    struct
-    {
-        RE_image_section_id id;
-        std::uint64_t row_size;
-        std::uint64_t rows;
-    } const wanted[RE_image_section_count] = {
-        {RE_IMAGE_CONFIG, sizeof(RE_image_config_row), 1},
-        {RE_IMAGE_GLOBAL, sizeof(RE_image_global_row), 1},
-        {RE_IMAGE_PEERS, sizeof(RE_image_peer_row), static_cast<std::uint64_t>(limits.peers)},
-        {RE_IMAGE_PEER_COUNTERS, sizeof(RE_image_peer_counters), static_cast<std::uint64_t>(limits.peers)},
-        {RE_IMAGE_CONNS, sizeof(RE_image_conn_row), static_cast<std::uint64_t>(limits.connections)},
-        {RE_IMAGE_CONN_COUNTERS, sizeof(RE_image_conn_counters), static_cast<std::uint64_t>(limits.connections)},
-        {RE_IMAGE_APPS, sizeof(RE_image_app_row), static_cast<std::uint64_t>(limits.applications)},
-        {RE_IMAGE_NACKS, sizeof(RE_image_nack_row), static_cast<std::uint64_t>(limits.nacks)},
-        {RE_IMAGE_BYPASS, 1, sizeof(RE_bypass_table)},
-    };
     constexpr std::uint64_t line = 64; // sections start on cache lines of their own
     RE_image_section sections[RE_image_section_count];
-    std::uint64_t end = sizeof(RE_image_header) + sizeof sections;
-    for (std::size_t at = 0; at < RE_image_section_count; ++at) {
-        const std::uint64_t start = (end + line - 1) / line * line;
-        sections[at] = {wanted[at].id, static_cast<std::uint32_t>(wanted[at].row_size), start, wanted[at].rows,
-                        wanted[at].rows};
-        end = start + wanted[at].rows * wanted[at].row_size;
+    for (const RE_image_section_rule& rule : RE_image_section_rules) {
+        const std::uint64_t rows = rule.limit != nullptr ? static_cast<std::uint64_t>(limits.*rule.limit) : rule.rows;
+        const auto row_size = static_cast<std::uint32_t>(RE_image_own_row_size(rule.id));
+        sections[rule.id - 1] = {rule.id, row_size, 0, rows, rows};
     }
+    const std::uint64_t end = place_image_sections(sections, line);
     if (ftruncate(descriptor, static_cast<off_t>(end)) != 0) {
         return -errno;
     }
@@ -360,15 +348,19 @@ int RE_stat_writer::implementation::lay_out(const RE_stat_limits& limits, std::t
     header.section_count = RE_image_section_count;
     header.total_size = end;
     header.engine_start_time = start_time;
-    header.global_counters = RE_STAT_GLOBAL_ID_MAX;
-    header.peer_counters = RE_STAT_PEER_ID_MAX;
-    header.conn_counters = RE_STAT_CONN_ID_MAX;
-    header.app_counters = RE_STAT_APP_ID_MAX;
+    header.global_counters = RE_image_counts_of_this_build.global;
+    header.peer_counters = RE_image_counts_of_this_build.peer;
+    header.conn_counters = RE_image_counts_of_this_build.conn;
+    header.app_counters = RE_image_counts_of_this_build.app;
     std::memcpy(mapping.base(), &header, sizeof header);
     std::memcpy(mapping.base() + sizeof header, sections, sizeof sections);
     if (image.attach(mapping.base(), mapping.size(), RE_image_kind::live) != 0) {
         return -EINVAL;
     }
+    global = reinterpret_cast<RE_image_global_row*>(image.global.base);
+    peer_counters = reinterpret_cast<RE_image_peer_counters*>(image.peer_counters.base);
+    conn_counters = reinterpret_cast<RE_image_conn_counters*>(image.conn_counters.base);
+    apps = reinterpret_cast<RE_image_app_row*>(image.apps.base);
     head.assign(mapping.base(), mapping.base() + sizeof header + sizeof sections);
     bypass_table()->magic = RE_bypass_magic;
     bypass_table()->capacity = RE_bypass_capacity;
@@ -385,18 +377,18 @@ int RE_stat_writer::implementation::back(const void* start, std::size_t bytes) c
 // All memory that is certain to be there, which is all that has been written to.
 std::vector<std::span<const unsigned char>> RE_stat_writer::implementation::backed_memory() const
 {
-    const auto bytes_of = [](const auto* rows, std::uint64_t count) {
-        return std::span(reinterpret_cast<const unsigned char*>(rows), count * sizeof *rows);
+    const auto bytes_of = [](const RE_image_view& rows, std::uint64_t count) {
+        return std::span<const unsigned char>(rows.base, count * rows.stride);
     };
     return {
-        std::span<const unsigned char>(mapping.base(), reinterpret_cast<const unsigned char*>(image.peers)),
+        std::span<const unsigned char>(mapping.base(), image.peers.base),
         bytes_of(image.peers, backed_peers),
         bytes_of(image.peer_counters, backed_peers),
         bytes_of(image.conns, backed_conns),
         bytes_of(image.conn_counters, backed_conns),
         bytes_of(image.apps, backed_apps),
         bytes_of(image.nacks, backed_nacks),
-        bytes_of(image.bypass, image.bypass_size),
+        bytes_of(image.bypass, image.bypass.rows),
     };
 }
 
@@ -449,14 +441,14 @@ void RE_stat_writer::implementation::restore()
     image.header->peer_slots_used = peer_slots_used;
     image.header->conn_slots_used = conn_slots_used;
     image.header->app_slots_used = app_slots_used;
-    write_row(image.config, config);
+    write_row(&image.config[0], config);
     for (std::uint32_t slot = 0; slot < peer_slots_used; ++slot) {
         write_row(&image.peers[slot], peers[slot]);
-        image.peer_counters[slot].active_conns = 0;
+        peer_counters[slot].active_conns = 0;
     }
     for (const auto& [key, slot] : app_slots) {
-        if (key_of(image.apps[slot].app.m_header) != key) {
-            std::memcpy(&image.apps[slot].app.m_header, key.data(), key.size());
+        if (key_of(apps[slot].header) != key) {
+            std::memcpy(&apps[slot].header, key.data(), key.size());
         }
     }
     bypass_table()->magic = RE_bypass_magic;
@@ -464,7 +456,7 @@ void RE_stat_writer::implementation::restore()
 
     std::erase_if(closed_conns, [this](const auto& closed) { return image.conns[closed.first].b_in_use == 0; });
     free_conn_slots.clear();
-    image.global->active_conns = 0;
+    global->active_conns = 0;
     for (int slot = 0; has_conn(slot); ++slot) {
         if (conns[static_cast<std::size_t>(slot)].b_open) {
             count_active(slot, 1);
@@ -528,10 +520,10 @@ int RE_stat_writer::publish_again()
     return error;
 }
 
-template <typename Row>
-bool RE_stat_writer::implementation::back_rows(const Row* rows, std::uint64_t first, std::uint64_t count) const
+bool RE_stat_writer::implementation::back_rows(const RE_image_view& rows, std::uint64_t first,
+                                               std::uint64_t count) const
 {
-    return back(rows + first, count * sizeof(Row)) == 0;
+    return back(rows.row(first), count * rows.stride) == 0;
 }
 
 namespace {
@@ -551,7 +543,7 @@ bool RE_stat_writer::implementation::ensure_peer(std::uint32_t slot)
     if (slot < backed_peers) {
         return true;
     }
-    const std::uint64_t count = rows_to_back(backed_peers, image.peer_rows);
+    const std::uint64_t count = rows_to_back(backed_peers, image.peers.rows);
     if (!back_rows(image.peers, backed_peers, count) || !back_rows(image.peer_counters, backed_peers, count)) {
         return false;
     }
@@ -564,7 +556,7 @@ bool RE_stat_writer::implementation::ensure_conn(std::uint32_t slot)
     if (slot < backed_conns) {
         return true;
     }
-    const std::uint64_t count = rows_to_back(backed_conns, image.conn_rows);
+    const std::uint64_t count = rows_to_back(backed_conns, image.conns.rows);
     if (!back_rows(image.conns, backed_conns, count) || !back_rows(image.conn_counters, backed_conns, count)) {
         return false;
     }
@@ -577,7 +569,7 @@ bool RE_stat_writer::implementation::ensure_app(std::uint32_t slot)
     if (slot < backed_apps) {
         return true;
     }
-    const std::uint64_t count = rows_to_back(backed_apps, image.app_rows);
+    const std::uint64_t count = rows_to_back(backed_apps, image.apps.rows);
     if (!back_rows(image.apps, backed_apps, count)) {
         return false;
     }
@@ -590,7 +582,7 @@ bool RE_stat_writer::implementation::ensure_nack(std::uint32_t row)
     if (row < backed_nacks) {
         return true;
     }
-    const std::uint64_t count = rows_to_back(backed_nacks, image.nack_rows);
+    const std::uint64_t count = rows_to_back(backed_nacks, image.nacks.rows);
     if (!back_rows(image.nacks, backed_nacks, count)) {
         return false;
     }
@@ -651,27 +643,27 @@ void RE_stat_writer::set_config(const RE_stat_config_param& config)
     if (m_impl->is_made()) {
         m_impl->config.b_present = 1;
         m_impl->config.config = config;
-        write_row(m_impl->image.config, m_impl->config);
+        write_row(&m_impl->image.config[0], m_impl->config);
     }
 }
 
 void RE_stat_writer::add_global(int id, long long delta)
 {
     if (m_impl->is_made() && is_id(id, RE_STAT_GLOBAL_ID_MAX)) {
-        add_to(m_impl->image.global->stats[id], delta);
+        add_to(m_impl->global->stats[id], delta);
     }
 }
 
 void RE_stat_writer::set_global(int id, long long value)
 {
     if (m_impl->is_made() && is_id(id, RE_STAT_GLOBAL_ID_MAX)) {
-        store_relaxed(&m_impl->image.global->stats[id], std::int64_t{value});
+        store_relaxed(&m_impl->global->stats[id], std::int64_t{value});
     }
 }
 
 long long RE_stat_writer::get_global(int id) const
 {
-    return m_impl->is_made() && is_id(id, RE_STAT_GLOBAL_ID_MAX) ? load_relaxed(&m_impl->image.global->stats[id]) : 0;
+    return m_impl->is_made() && is_id(id, RE_STAT_GLOBAL_ID_MAX) ? load_relaxed(&m_impl->global->stats[id]) : 0;
 }
 
 void RE_stat_writer::implementation::write_peer(std::uint32_t slot, const RE_image_peer_row& row)
@@ -698,7 +690,7 @@ int RE_stat_writer::add_peer(int peer_id, const RE_stat_peer_header& header)
     }
     const std::uint32_t used = me.peer_slots_used;
     const bool b_again = !me.free_peer_slots.empty();
-    if (!b_again && (used >= me.image.peer_rows || !me.ensure_peer(used))) {
+    if (!b_again && (used >= me.image.peers.rows || !me.ensure_peer(used))) {
         return -ENOSPC;
     }
     const std::uint32_t slot = b_again ? static_cast<std::uint32_t>(me.free_peer_slots.back()) : used;
@@ -715,7 +707,7 @@ int RE_stat_writer::add_peer(int peer_id, const RE_stat_peer_header& header)
     row.peer_id = peer_id;
     row.header = header;
     me.write_peer(slot, row);
-    RE_image_peer_counters& counters = me.image.peer_counters[slot];
+    RE_image_peer_counters& counters = me.peer_counters[slot];
     for (std::int64_t& counter : counters.stats) {
         store_release(&counter, std::int64_t{0});
     }
@@ -757,7 +749,7 @@ void RE_stat_writer::remove_peer(int peer_slot)
 void RE_stat_writer::add_peer_stat(int peer_slot, int id, long long delta)
 {
     if (m_impl->has_peer(peer_slot) && is_id(id, RE_STAT_PEER_ID_MAX)) {
-        add_to(m_impl->image.peer_counters[peer_slot].stats[id], delta);
+        add_to(m_impl->peer_counters[peer_slot].stats[id], delta);
     }
 }
 
@@ -765,14 +757,14 @@ void RE_stat_writer::set_peer_stat(int peer_slot, int id, long long value)
 {
     if (m_impl->has_peer(peer_slot) && is_id(id, RE_STAT_PEER_ID_MAX)) {
         // Released, so that a reader which sees it also sees whose it is; additions carry that on by themselves.
-        store_release(&m_impl->image.peer_counters[peer_slot].stats[id], std::int64_t{value});
+        store_release(&m_impl->peer_counters[peer_slot].stats[id], std::int64_t{value});
     }
 }
 
 long long RE_stat_writer::get_peer_stat(int peer_slot, int id) const
 {
     return m_impl->has_peer(peer_slot) && is_id(id, RE_STAT_PEER_ID_MAX)
-               ? load_relaxed(&m_impl->image.peer_counters[peer_slot].stats[id])
+               ? load_relaxed(&m_impl->peer_counters[peer_slot].stats[id])
                : 0;
 }
 
@@ -781,7 +773,7 @@ RE_image_peer_counters* RE_stat_writer::implementation::peer_counters_of(int con
     const std::uint64_t peer = load_relaxed(&conns[static_cast<std::size_t>(conn_slot)].peer);
     const int slot = static_cast<int>(static_cast<std::uint32_t>(peer));
     const bool b_there = has_peer(slot) && load_relaxed(&image.peers[slot].generation) == peer >> 32U;
-    return b_there ? &image.peer_counters[slot] : nullptr;
+    return b_there ? &peer_counters[slot] : nullptr;
 }
 
 // A slot for a new connection: one that was released, one never used, or that of the connection closed first.
@@ -793,7 +785,7 @@ int RE_stat_writer::implementation::take_conn_slot()
         return slot;
     }
     const std::uint32_t used = conn_slots_used;
-    if (used < image.conn_rows) {
+    if (used < image.conns.rows) {
         return ensure_conn(used) ? static_cast<int>(used) : -ENOSPC;
     }
     while (!closed_conns.empty()) {
@@ -831,7 +823,7 @@ int RE_stat_writer::open_conn(int peer_slot, const RE_stat_conn_header& header, 
     row.so_header = so_header;
     row.open_time = open_time;
     write_row(place, row);
-    for (std::int64_t& counter : me.image.conn_counters[slot].stats) {
+    for (std::int64_t& counter : me.conn_counters[slot].stats) {
         store_release(&counter, std::int64_t{0});
     }
     row.b_in_use = 1;
@@ -841,8 +833,8 @@ int RE_stat_writer::open_conn(int peer_slot, const RE_stat_conn_header& header, 
     conn_tenant& tenant = me.conns[static_cast<std::size_t>(slot)];
     tenant.set_peer(peer_slot, peer.generation);
     tenant.b_open = true;
-    add_to(me.image.global->stats[RE_STAT_GLOBAL_ID_NUM_TOTAL_CONNS], 1);
-    add_to(me.image.peer_counters[peer_slot].stats[RE_STAT_PEER_ID_NUM_TOTAL_CONNS], 1);
+    add_to(me.global->stats[RE_STAT_GLOBAL_ID_NUM_TOTAL_CONNS], 1);
+    add_to(me.peer_counters[peer_slot].stats[RE_STAT_PEER_ID_NUM_TOTAL_CONNS], 1);
     me.count_active(slot, 1);
     return slot;
 }
@@ -872,7 +864,7 @@ void RE_stat_writer::implementation::close_locked(int conn_slot, std::time_t clo
 
 void RE_stat_writer::implementation::count_active(int conn_slot, int delta) const
 {
-    add_to(image.global->active_conns, delta);
+    add_to(global->active_conns, delta);
     if (RE_image_peer_counters* const peer = peer_counters_of(conn_slot)) {
         add_to(peer->active_conns, delta);
     }
@@ -921,11 +913,11 @@ void RE_stat_writer::add_conn_stat(int conn_slot, int id, long long delta)
     if (!m_impl->has_conn(conn_slot) || !is_id(id, RE_STAT_CONN_ID_MAX)) {
         return;
     }
-    add_to(m_impl->image.conn_counters[conn_slot].stats[id], delta);
+    add_to(m_impl->conn_counters[conn_slot].stats[id], delta);
     if (RE_image_peer_counters* const peer = m_impl->peer_counters_of(conn_slot)) {
         add_to(peer->conn_stats[id], delta);
     }
-    add_to(m_impl->image.global->conn_stats[id], delta);
+    add_to(m_impl->global->conn_stats[id], delta);
 }
 
 void RE_stat_writer::set_conn_stat(int conn_slot, int id, long long value)
@@ -934,19 +926,19 @@ void RE_stat_writer::set_conn_stat(int conn_slot, int id, long long value)
         return;
     }
     const std::int64_t before =
-        __atomic_exchange_n(&m_impl->image.conn_counters[conn_slot].stats[id], std::int64_t{value}, __ATOMIC_RELAXED);
+        __atomic_exchange_n(&m_impl->conn_counters[conn_slot].stats[id], std::int64_t{value}, __ATOMIC_RELAXED);
     const auto delta =
         static_cast<long long>(static_cast<unsigned long long>(value) - static_cast<unsigned long long>(before));
     if (RE_image_peer_counters* const peer = m_impl->peer_counters_of(conn_slot)) {
         add_to(peer->conn_stats[id], delta);
     }
-    add_to(m_impl->image.global->conn_stats[id], delta);
+    add_to(m_impl->global->conn_stats[id], delta);
 }
 
 long long RE_stat_writer::get_conn_stat(int conn_slot, int id) const
 {
     return m_impl->has_conn(conn_slot) && is_id(id, RE_STAT_CONN_ID_MAX)
-               ? load_relaxed(&m_impl->image.conn_counters[conn_slot].stats[id])
+               ? load_relaxed(&m_impl->conn_counters[conn_slot].stats[id])
                : 0;
 }
 
@@ -962,10 +954,10 @@ int RE_stat_writer::find_or_add_app(const RE_stat_app_header& key)
         return found->second;
     }
     const std::uint32_t slot = me.app_slots_used;
-    if (slot >= me.image.app_rows || !me.ensure_app(slot)) {
+    if (slot >= me.image.apps.rows || !me.ensure_app(slot)) {
         return -ENOSPC;
     }
-    std::memcpy(&me.image.apps[slot].app.m_header, identity.data(), identity.size());
+    std::memcpy(&me.apps[slot].header, identity.data(), identity.size());
     me.app_slots.emplace(identity, static_cast<int>(slot));
     // Readers look only at what stands below this number, and so never at half an identity.
     me.use_slot(slot, me.app_slots_used, me.image.header->app_slots_used);
@@ -975,7 +967,7 @@ int RE_stat_writer::find_or_add_app(const RE_stat_app_header& key)
 void RE_stat_writer::add_app_stat(int app_slot, int id, std::uint32_t delta)
 {
     if (m_impl->has_app(app_slot) && is_id(id, RE_STAT_APP_ID_MAX)) {
-        __atomic_fetch_add(&m_impl->image.apps[app_slot].app.m_id_array[id], delta, __ATOMIC_RELAXED);
+        __atomic_fetch_add(&m_impl->apps[app_slot].stats[id], delta, __ATOMIC_RELAXED);
     }
 }
 
@@ -984,9 +976,8 @@ void RE_stat_writer::add_app_conns(int app_slot, std::uint32_t opened, std::uint
     if (!m_impl->has_app(app_slot)) {
         return;
     }
-    // Both counts share a 64-bit word with port and flag: bits 17 to 39 and 40 to 63. Each wraps by itself.
-    auto* const header = reinterpret_cast<unsigned char*>(&m_impl->image.apps[app_slot].app.m_header);
-    auto* const word = reinterpret_cast<std::uint64_t*>(header + 4);
+    // Each count wraps by itself.
+    std::uint64_t* const word = RE_image_app_word(&m_impl->apps[app_slot].header);
     constexpr std::uint64_t open_bits = 0x7fffff;
     std::uint64_t before = load_relaxed(word);
     std::uint64_t after = 0;
@@ -1005,7 +996,7 @@ void RE_stat_writer::add_nack(const RE_stat_nack_header& entry)
         return;
     }
     const std::uint64_t number = me.image.header->nacks_logged;
-    const auto at = static_cast<std::uint32_t>(number % me.image.nack_rows);
+    const auto at = static_cast<std::uint32_t>(number % me.image.nacks.rows);
     if (!me.ensure_nack(at)) {
         return;
     }
