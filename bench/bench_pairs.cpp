@@ -8,7 +8,7 @@
 // Prints a line for each program, its fields parted by tabs: median of the wall time in microseconds; median of the
 // ratios that the first program's time has to this one's in the same round; system calls; page faults; most memory in
 // KB; bytes printed (0 without --memory).
-#include "program_cost.h"
+#include "support/program_cost.h"
 
 #include <sys/mman.h>
 #include <unistd.h>

@@ -3,7 +3,7 @@
 #include "RE_exec_show_stats_kav.h"
 #include "RE_file_reader.h"
 #include "harness.h"
-#include "torture/sample_engine.h"
+#include "support/engine_shapes.h"
 
 #include <cstring>
 #include <deque>

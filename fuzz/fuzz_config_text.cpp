@@ -2,7 +2,7 @@
 #include "RE_config_view.h"
 #include "RE_viewer_reader.h"
 #include "harness.h"
-#include "torture/sample_engine.h"
+#include "support/engine_shapes.h"
 
 #include <vector>
 

@@ -1,8 +1,8 @@
 // Any bytes as a top-application log: the report and the messages must be those of reading each field alone.
 #include "RE_syslog.h"
 #include "RE_top_app_log.h"
-#include "cli/top_app_log_reference.h"
-#include "cli/top_app_records.h"
+#include "support/top_app_log_reference.h"
+#include "support/top_app_records.h"
 
 #include <sys/mman.h>
 #include <unistd.h>

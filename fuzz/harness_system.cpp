@@ -1,7 +1,7 @@
 // The system calls that a report depends on, for fuzz targets linked with --wrap: nothing outside the input may change
 // what happens.
 #include "harness.h"
-#include "torture/sample_engine.h"
+#include "support/engine_shapes.h"
 
 #include <sys/stat.h>
 

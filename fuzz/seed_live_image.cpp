@@ -2,8 +2,8 @@
 // may ever hold; so most seeds are saved images made to look like live ones, in which the table is cut short.
 #include "RE_stat_image.h"
 #include "seeds.h"
+#include "support/engine_shapes.h"
 #include "support/relaid_image.h"
-#include "torture/sample_engine.h"
 
 #include <cstring>
 

@@ -1,7 +1,7 @@
 // Makes the seeds of fuzz_saved_file: small files as engines of several sizes save them.
 #include "seeds.h"
+#include "support/engine_shapes.h"
 #include "support/relaid_image.h"
-#include "torture/sample_engine.h"
 
 int main(int argc, char** argv)
 {

@@ -1,12 +1,14 @@
 // kavstat: the engine's statistics as JSON, as metrics, as a live view and as differences. See --help.
-#include "RE_command_line.h"
-#include "RE_commands.h"
-#include "RE_report_error.h"
 #include "RE_zone_name.h"
+#include "command_line.h"
+#include "commands/commands.h"
+#include "commands/report_error.h"
 
 #include <csignal>
 #include <exception>
 #include <new>
+
+using namespace kavstat;
 
 int main(int argc, char** argv)
 {
@@ -15,11 +17,11 @@ int main(int argc, char** argv)
     std::signal(SIGXFSZ, SIG_IGN);
     RE_keep_from_odd_zone_files();
     try {
-        return run_command_line(argc, argv);
+        return kavstat::run_command_line(argc, argv);
     } catch (const std::bad_alloc&) {
-        report_error("out of memory");
+        kavstat::report_error("out of memory");
     } catch (const std::exception& error) {
-        report_error(error.what());
+        kavstat::report_error(error.what());
     }
-    return RE_EXIT_ERROR;
+    return kavstat::EXIT_ERROR;
 }

@@ -1,4 +1,4 @@
-# Debian packages, one a component. `script/package` makes them with the prefix /usr.
+# Debian packages, one per component. `script/package` makes them with the prefix /usr.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME kav-statistics)
 set(CPACK_PACKAGE_VENDOR "KAV statistics")
@@ -35,7 +35,7 @@ function(kav_debian_package component name section summary text)
     endif()
 endfunction()
 
-# A package's changelog names its version; what changed is told where the source is.
+# A package's changelog names its version and refers to CHANGELOG.md.
 string(TIMESTAMP KAV_BUILD_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)
 configure_file(debian/changelog.in changelog @ONLY)
 if(KAV_GZIP)

@@ -1,11 +1,11 @@
-# Fresh Debian roots, for scripts that try what a machine has that never saw the project. To be sourced, as root.
+# Functions for fresh Debian roots. To be sourced, as root.
 
-# make_root FOLDER [PACKAGE...]: the smallest Debian 12, and these packages. Nothing of this machine gets into it but the
-# address of its mirror and of its name server.
+# make_root FOLDER [PACKAGE...]: a minimal Debian 12 with these packages. It takes only the addresses of the mirror and the
+# name server from this machine.
 make_root() {
     local root=$1 mirror include=()
     shift
-    # The mirror that this machine's apt uses. The names in brackets are apt's own.
+    # The mirror that this machine's apt uses. The names in brackets are apt's variables.
     # shellcheck disable=SC2016
     mirror=$(apt-get indextargets --format '$(SITE) $(RELEASE)' 'Created-By: Packages' | sed -n 's/ bookworm$//p' | head -n 1)
     if (($# > 0)); then
@@ -19,7 +19,7 @@ make_root() {
     cp /etc/resolv.conf "$root/etc/resolv.conf"
 }
 
-# in_root FOLDER: runs standard input as a script in a root. What it starts and mounts goes with it.
+# in_root FOLDER: runs standard input as a script in a root. Its processes and mounts end with it.
 in_root() {
     unshare --mount --pid --fork --kill-child bash -s -- "$1" /dev/fd/3 3< <(cat) <<'END'
 set -euo pipefail
@@ -33,7 +33,7 @@ exec chroot "$1" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root TERM=dumb 
 END
 }
 
-# put_tree FOLDER: the committed tree, as a checkout in the root's /root/kav.
+# put_tree FOLDER: checks the committed tree out to /root/kav in the root.
 put_tree() {
     git bundle create -q "$1/root/kav.bundle" HEAD
     in_root "$1" <<'END'

@@ -1,7 +1,7 @@
 // The engine's configuration, its auto-bypass table and the support bundle.
 #include "RE_config_view.h"
-#include "cli/fake_reader.h"
 #include "cli/fake_system_calls.h"
+#include "support/fake_reader.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -35,10 +35,9 @@ const std::string brief = "\nKAV configuration:\n"
                           "  KAV auto bypass fifo threshold 25 MB\n";
 const std::string banner = "\n<---------------- re_cfg.txt start here--------------------->\n";
 
-class config_view : public testing::Test
+class config_view : public view_test
 {
 protected:
-    fake_reader reader;
     std::filesystem::path folder;
 
     void SetUp() override
@@ -60,7 +59,6 @@ protected:
     void TearDown() override
     {
         fake_system_calls::reset();
-        fake_engine::reset();
         std::filesystem::remove_all(folder);
     }
 
@@ -108,9 +106,6 @@ protected:
 
     int m_open_flags = 0;
     int m_fd = -1;
-
-private:
-    reader_in_place m_in_place{reader};
 };
 
 } // namespace

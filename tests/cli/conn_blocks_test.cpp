@@ -1,7 +1,8 @@
 // The connection summary and detail that the engine, peer and connection reports share.
 #include "RE_conn_blocks.h"
 #include "RE_statistics.h"
-#include "cli/fake_reader.h"
+#include "support/contains.h"
+#include "support/fake_reader.h"
 
 #include <gtest/gtest.h>
 
@@ -12,16 +13,9 @@
 
 namespace {
 
-constexpr std::time_t now = 1'000'000'000;
-
-class conn_blocks : public testing::Test
+class conn_blocks : public view_test
 {
 protected:
-    fake_reader reader;
-
-    void SetUp() override { fake_engine::now = now; }
-    void TearDown() override { fake_engine::reset(); }
-
     void set(int id, long long value) { reader.global_conn_stats[id] = value; }
     void set_all(long long value)
     {
@@ -41,9 +35,6 @@ protected:
     }
 
     void set_distinct_counters();
-
-private:
-    reader_in_place m_in_place{reader};
 };
 
 // Every counter of the blocks has a value that shows as a text of its own, so that two mistaken for each other are
@@ -378,19 +369,16 @@ TEST_F(conn_blocks, negative_message_count_gives_no_latency_and_no_average)
         set(id, -2);
     }
     const std::string summary = info();
-    EXPECT_NE(summary.find("    Avg latency:      0.000 ms  disk latency:      0.000 ms  Delayed msg:         33\n"
-                           " Average message size:      0 B\n"),
-              std::string::npos);
-    EXPECT_NE(summary.find("    Avg latency:      0.000 ms  disk latency:      0.000 ms\n"
-                           " Average message size:      0 B\n"),
-              std::string::npos);
+    EXPECT_TRUE(contains(summary,
+                         "    Avg latency:      0.000 ms  disk latency:      0.000 ms  Delayed msg:         33\n"
+                         " Average message size:      0 B\n"));
+    EXPECT_TRUE(contains(summary, "    Avg latency:      0.000 ms  disk latency:      0.000 ms\n"
+                                  " Average message size:      0 B\n"));
     const std::string rest = detail();
-    EXPECT_NE(rest.find("  Encode LZ latency:  0.000 ms per msg, zlib latency:  0.000 ms, "
-                        "average message size:      0 B\n"),
-              std::string::npos);
-    EXPECT_NE(rest.find("  Decode LZ latency:  0.000 ms per msg, zlib latency:  0.000 ms, "
-                        "average message size:      0 B\n"),
-              std::string::npos);
+    EXPECT_TRUE(contains(rest, "  Encode LZ latency:  0.000 ms per msg, zlib latency:  0.000 ms, "
+                               "average message size:      0 B\n"));
+    EXPECT_TRUE(contains(rest, "  Decode LZ latency:  0.000 ms per msg, zlib latency:  0.000 ms, "
+                               "average message size:      0 B\n"));
 }
 
 TEST_F(conn_blocks, negative_divisor_counts_in_the_search_costs)
@@ -400,16 +388,16 @@ TEST_F(conn_blocks, negative_divisor_counts_in_the_search_costs)
     set(RE_STAT_CONN_ID_ENCODE_TOT_RANGE_CNT, -4);
     set(RE_STAT_CONN_ID_ENCODE_TOT_RANGE_CHUNK_CNT, 1);
     const std::string text = detail();
-    EXPECT_NE(text.find("num_used_block per msg for encode: -2.500000\n"), std::string::npos);
-    EXPECT_NE(text.find("number of ranges used for encode per msg: 2.000000\n"), std::string::npos);
-    EXPECT_NE(text.find("average matched range chunk cnt: -0.250000\n"), std::string::npos);
+    EXPECT_TRUE(contains(text, "num_used_block per msg for encode: -2.500000\n"));
+    EXPECT_TRUE(contains(text, "number of ranges used for encode per msg: 2.000000\n"));
+    EXPECT_TRUE(contains(text, "average matched range chunk cnt: -0.250000\n"));
 }
 
 TEST_F(conn_blocks, negative_average_is_cut_toward_0)
 {
     set(RE_STAT_CONN_ID_ENCODE_NUM_MSGS, 2);
     set(RE_STAT_CONN_ID_ENCODE_IN_BYTES, -5);
-    EXPECT_NE(info().find(" Average message size:     -2 B\n"), std::string::npos);
+    EXPECT_TRUE(contains(info(), " Average message size:     -2 B\n"));
 }
 
 TEST_F(conn_blocks, bypassed_chunks_alone_head_the_causes)
@@ -417,11 +405,10 @@ TEST_F(conn_blocks, bypassed_chunks_alone_head_the_causes)
     set(RE_STAT_CONN_ID_ENCODE_BYPASS_TOTAL_BYTES, 0);
     set(RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_CHUNK, 3);
     set(RE_STAT_CONN_ID_ENCODE_BYPASS_CHUNK_BYTES, 99);
-    EXPECT_NE(detail().find("  Ack: msg 0,  size      0 B\n"
-                            "  Encode bypass due to:\n"
-                            "      last partial chunk: chunks: 3,  size:     99 B\n"
-                            "  Nacks: total 0\n"),
-              std::string::npos);
+    EXPECT_TRUE(contains(detail(), "  Ack: msg 0,  size      0 B\n"
+                                   "  Encode bypass due to:\n"
+                                   "      last partial chunk: chunks: 3,  size:     99 B\n"
+                                   "  Nacks: total 0\n"));
 }
 
 TEST_F(conn_blocks, causes_without_bytes_in_total_stay_hidden)
@@ -435,7 +422,7 @@ TEST_F(conn_blocks, causes_without_bytes_in_total_stay_hidden)
 TEST_F(conn_blocks, heading_of_the_causes_may_stand_alone)
 {
     set(RE_STAT_CONN_ID_ENCODE_BYPASS_TOTAL_BYTES, 1);
-    EXPECT_NE(detail().find("  Encode bypass due to:\n  Nacks: total 0\n"), std::string::npos);
+    EXPECT_TRUE(contains(detail(), "  Encode bypass due to:\n  Nacks: total 0\n"));
 }
 
 TEST_F(conn_blocks, cause_with_messages_but_no_bytes_is_hidden)
@@ -463,20 +450,20 @@ TEST_F(conn_blocks, nack_causes_without_messages_are_left_out)
     set(RE_STAT_CONN_ID_NUM_MISS_NACK_MSGS, 8);
     set(RE_STAT_CONN_ID_NUM_COL_NACK_MSGS, -1);
     set(RE_STAT_CONN_ID_NUM_CACHE_NOT_READY_RTX_MSGS, 6);
-    EXPECT_NE(detail().find("\n  Nacks: total 9 chunk-miss 8\n  R-tx: total 0 cache-not-ready 6\n"), std::string::npos);
+    EXPECT_TRUE(contains(detail(), "\n  Nacks: total 9 chunk-miss 8\n  R-tx: total 0 cache-not-ready 6\n"));
 }
 
 TEST_F(conn_blocks, any_converted_section_blames_conversion_for_all_invalid_ones)
 {
     set(RE_STAT_CONN_ID_NUM_INVALID_SECTIONS, 5);
     set(RE_STAT_CONN_ID_NUM_CONVERT_INVALID_SECTIONS, 1);
-    EXPECT_NE(detail().find("\n  Invalidated 5 sections (5 due to converted cache) \n"), std::string::npos);
+    EXPECT_TRUE(contains(detail(), "\n  Invalidated 5 sections (5 due to converted cache) \n"));
 }
 
 TEST_F(conn_blocks, invalid_sections_without_conversion_blame_none_on_it)
 {
     set(RE_STAT_CONN_ID_NUM_INVALID_SECTIONS, 5);
-    EXPECT_NE(detail().find("\n  Invalidated 5 sections (0 due to converted cache) \n"), std::string::npos);
+    EXPECT_TRUE(contains(detail(), "\n  Invalidated 5 sections (0 due to converted cache) \n"));
 }
 
 TEST_F(conn_blocks, converted_sections_alone_are_not_shown)
@@ -550,8 +537,8 @@ TEST_F(conn_blocks, divisor_that_drops_to_0_after_its_guard_gives_0)
             }
         };
         const std::string text = info() + detail();
-        EXPECT_EQ(text.find("inf"), std::string::npos) << text;
-        EXPECT_EQ(text.find("nan"), std::string::npos) << text;
+        EXPECT_FALSE(contains(text, "inf")) << text;
+        EXPECT_FALSE(contains(text, "nan")) << text;
     }
 }
 
@@ -581,10 +568,10 @@ KAV Bypass: msg: 9223372036854775807, in:     -1 MB
     0-1K=16%  1K-5K=16%  5K-15K=16%  15K-25K=16%  25K-40K=16%  >40K=16%
 )");
     const std::string text = detail();
-    EXPECT_NE(text.find("  Total number of processed messges: -2\n"), std::string::npos);
-    EXPECT_NE(text.find("  Invalidated 9223372036854775807 sections (9223372036854775807 due to converted cache) \n"),
-              std::string::npos);
-    EXPECT_NE(text.find("      average matched range chunk cnt: 1.000000\n"), std::string::npos);
+    EXPECT_TRUE(contains(text, "  Total number of processed messges: -2\n"));
+    EXPECT_TRUE(
+        contains(text, "  Invalidated 9223372036854775807 sections (9223372036854775807 due to converted cache) \n"));
+    EXPECT_TRUE(contains(text, "      average matched range chunk cnt: 1.000000\n"));
 }
 
 TEST_F(conn_blocks, smallest_counters_wrap)
@@ -622,12 +609,12 @@ Connection details:
   Noise filter: Chunks: -9223372036854775808, Bytes:      0 B
 )");
     // Bypassed and KAV output together wrap to 0, less the LZ input to the smallest number, which clamps.
-    EXPECT_NE(info().find(" LZ Bypass: msg:          0, in:      0 B\n"), std::string::npos);
+    EXPECT_TRUE(contains(info(), " LZ Bypass: msg:          0, in:      0 B\n"));
 }
 
 TEST_F(conn_blocks, difference_of_messages_wraps_before_it_clamps)
 {
     set(RE_STAT_CONN_ID_ENCODE_NUM_MSGS, LLONG_MIN);
     set(RE_STAT_CONN_ID_LZ_ENCODE_NUM_MSGS, 1);
-    EXPECT_NE(info().find(" LZ Bypass: msg: 9223372036854775807, in:      0 B\n"), std::string::npos);
+    EXPECT_TRUE(contains(info(), " LZ Bypass: msg: 9223372036854775807, in:      0 B\n"));
 }

@@ -1,6 +1,6 @@
 // The three scopes of connection counters: which reader operation each takes, and the order of the virtual operations.
 #include "RE_conn_slot.h"
-#include "cli/fake_reader.h"
+#include "support/fake_reader.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,8 @@
 #include "RE_global_view.h"
 #include "RE_statistics.h"
 #include "RE_viewer_reader.h"
-#include "cli/fake_reader.h"
+#include "support/contains.h"
+#include "support/fake_reader.h"
 
 #include <gtest/gtest.h>
 
@@ -19,26 +20,9 @@
 
 namespace {
 
-constexpr std::time_t now = 1'000'000'000;
-
-class global_view : public testing::Test
+class global_view : public view_test
 {
 protected:
-    fake_reader reader;
-
-    void SetUp() override
-    {
-        fake_engine::now = now;
-        setenv("TZ", "UTC0", 1);
-        tzset();
-    }
-    void TearDown() override
-    {
-        fake_engine::reset();
-        unsetenv("TZ");
-        tzset();
-    }
-
     void set(int id, long long value) { reader.global_stats[id] = value; }
     void set_all(long long value)
     {
@@ -57,9 +41,6 @@ protected:
 
     void set_summary_counters();
     void set_detail_counters();
-
-private:
-    reader_in_place m_in_place{reader};
 };
 
 void global_view::set_summary_counters()
@@ -353,7 +334,7 @@ TEST_F(global_view, cache_of_size_0_is_read_for_the_guard_and_the_column)
 {
     set_summary_counters();
     set(RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE, 0);
-    EXPECT_NE(info().find("\n    Total usable disk size:      0 MB,  Used: 0.00%\n"), std::string::npos);
+    EXPECT_TRUE(contains(info(), "\n    Total usable disk size:      0 MB,  Used: 0.00%\n"));
     EXPECT_EQ(reads_of(RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE), 2);
 }
 
@@ -361,7 +342,7 @@ TEST_F(global_view, cache_of_negative_size_is_not_used)
 {
     set_summary_counters();
     set(RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE, -5);
-    EXPECT_NE(info().find("\n    Total usable disk size:     -5 MB,  Used: 0.00%\n"), std::string::npos);
+    EXPECT_TRUE(contains(info(), "\n    Total usable disk size:     -5 MB,  Used: 0.00%\n"));
 }
 
 // A running engine may empty its cache between the guard's reading and the division's.
@@ -373,7 +354,7 @@ TEST_F(global_view, cache_that_goes_away_after_the_guard_is_not_used)
             set(RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE, 0);
         }
     };
-    EXPECT_NE(info().find("\n    Total usable disk size:      0 MB,  Used: 0.00%\n"), std::string::npos);
+    EXPECT_TRUE(contains(info(), "\n    Total usable disk size:      0 MB,  Used: 0.00%\n"));
 }
 
 TEST_F(global_view, hash_table_without_entries_shows_no_use_but_sizes_and_ages)
@@ -406,7 +387,7 @@ TEST_F(global_view, engine_without_connections_has_no_connection_section)
 TEST_F(global_view, negative_total_of_connections_is_shown)
 {
     set(RE_STAT_GLOBAL_ID_NUM_TOTAL_CONNS, -1);
-    EXPECT_NE(report(false).find("\nConnections:   Total (cumulative): -1   Active: 0\n\n"), std::string::npos);
+    EXPECT_TRUE(contains(report(false), "\nConnections:   Total (cumulative): -1   Active: 0\n\n"));
 }
 
 TEST_F(global_view, connections_are_shown_with_their_summary)
@@ -459,9 +440,9 @@ TEST_F(global_view, cache_without_a_creation_time_leaves_its_line_out)
 TEST_F(global_view, creation_time_is_the_low_32_bits)
 {
     set(RE_STAT_GLOBAL_ID_CACHE_CREATION_TIME, (5LL << 32) + 1299506709);
-    EXPECT_NE(detail().find("\n  Cache created at: 03/07/2011 14:05:09\n"), std::string::npos);
+    EXPECT_TRUE(contains(detail(), "\n  Cache created at: 03/07/2011 14:05:09\n"));
     set(RE_STAT_GLOBAL_ID_CACHE_CREATION_TIME, -1);
-    EXPECT_NE(detail().find("\n  Cache created at: 12/31/1969 23:59:59\n"), std::string::npos);
+    EXPECT_TRUE(contains(detail(), "\n  Cache created at: 12/31/1969 23:59:59\n"));
 }
 
 TEST_F(global_view, every_counter_of_the_detail_is_read_once_and_the_creation_time_for_its_test_as_well)
@@ -489,40 +470,39 @@ TEST_F(global_view, creation_time_that_is_not_set_is_read_once)
 TEST_F(global_view, evicted_cache_counts_kilobytes)
 {
     set(RE_STAT_GLOBAL_ID_DATA_FIFO_IN_LOAD_CACHE, 100);
-    EXPECT_NE(detail().find("\n  Evicted cache in loading cache: 102400 B\n"), std::string::npos);
+    EXPECT_TRUE(contains(detail(), "\n  Evicted cache in loading cache: 102400 B\n"));
     set(RE_STAT_GLOBAL_ID_DATA_FIFO_IN_LOAD_CACHE, 101);
-    EXPECT_NE(detail().find("\n  Evicted cache in loading cache:    101 KB\n"), std::string::npos);
+    EXPECT_TRUE(contains(detail(), "\n  Evicted cache in loading cache:    101 KB\n"));
     set(RE_STAT_GLOBAL_ID_DATA_FIFO_IN_LOAD_CACHE, -1);
-    EXPECT_NE(detail().find("\n  Evicted cache in loading cache:  -1024 B\n"), std::string::npos);
+    EXPECT_TRUE(contains(detail(), "\n  Evicted cache in loading cache:  -1024 B\n"));
 }
 
 TEST_F(global_view, evicted_cache_wraps_in_bytes)
 {
     set(RE_STAT_GLOBAL_ID_DATA_FIFO_IN_LOAD_CACHE, (1LL << 54) + 7);
-    EXPECT_NE(detail().find("\n  Evicted cache in loading cache:   7168 B\n"), std::string::npos);
+    EXPECT_TRUE(contains(detail(), "\n  Evicted cache in loading cache:   7168 B\n"));
     set(RE_STAT_GLOBAL_ID_DATA_FIFO_IN_LOAD_CACHE, LLONG_MAX);
-    EXPECT_NE(detail().find("\n  Evicted cache in loading cache:  -1024 B\n"), std::string::npos);
+    EXPECT_TRUE(contains(detail(), "\n  Evicted cache in loading cache:  -1024 B\n"));
 }
 
 TEST_F(global_view, read_latencies_are_cut_toward_0)
 {
     set(RE_STAT_GLOBAL_ID_AVG_READ_LATENCY, -1999);
     set(RE_STAT_GLOBAL_ID_AVG_DISK_READ_LATENCY, LLONG_MIN);
-    EXPECT_NE(detail().find("\n  Total read speed (disk + kernel-cache):     -1 ms in 0 reads\n"
-                            "  Disk read speed                       : -9223372036854775 ms in 0 reads\n"),
-              std::string::npos);
+    EXPECT_TRUE(contains(detail(), "\n  Total read speed (disk + kernel-cache):     -1 ms in 0 reads\n"
+                                   "  Disk read speed                       : -9223372036854775 ms in 0 reads\n"));
 }
 
 TEST_F(global_view, top_application_shares_are_of_all_updates)
 {
     set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_SUCCESS_COUNT, 3);
     set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_FAILURE_COUNT, 1);
-    EXPECT_NE(detail().find("\n  Update: Succeed        3 (75.00%), Fail        1 (25.00%)\n"), std::string::npos);
+    EXPECT_TRUE(contains(detail(), "\n  Update: Succeed        3 (75.00%), Fail        1 (25.00%)\n"));
     set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_SUCCESS_COUNT, 5);
     set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_FAILURE_COUNT, 0);
-    EXPECT_NE(detail().find("\n  Update: Succeed        5 (100.00%), Fail        0 (0.00%)\n"), std::string::npos);
+    EXPECT_TRUE(contains(detail(), "\n  Update: Succeed        5 (100.00%), Fail        0 (0.00%)\n"));
     set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_SUCCESS_COUNT, 0);
-    EXPECT_NE(detail().find("\n  Update: Succeed        0 (0.00%), Fail        0 (0.00%)\n"), std::string::npos);
+    EXPECT_TRUE(contains(detail(), "\n  Update: Succeed        0 (0.00%), Fail        0 (0.00%)\n"));
 }
 
 TEST_F(global_view, top_application_shares_are_in_single_precision)
@@ -530,29 +510,29 @@ TEST_F(global_view, top_application_shares_are_in_single_precision)
     // 0.005 percent, which single precision holds a little below and double precision a little above.
     set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_SUCCESS_COUNT, 99995);
     set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_FAILURE_COUNT, 5);
-    EXPECT_NE(detail().find(", Fail        5 (0.00%)\n"), std::string::npos);
+    EXPECT_TRUE(contains(detail(), ", Fail        5 (0.00%)\n"));
     // 43.8749992 and 56.1250008 percent, which round to 43.875 and 56.125 when single precision comes in at the end. Of
     // 24 bits from the start, 16968677 is 16968676 and 21706371 is 21706372, 100 times these are 1696867584 and
     // 2170637312, and the shares 43.8749962 and 56.1250038.
     set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_SUCCESS_COUNT, 21706371);
     set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_FAILURE_COUNT, 16968677);
-    EXPECT_NE(detail().find("\n  Update: Succeed 21706371 (56.13%), Fail 16968677 (43.87%)\n"), std::string::npos);
+    EXPECT_TRUE(contains(detail(), "\n  Update: Succeed 21706371 (56.13%), Fail 16968677 (43.87%)\n"));
 }
 
 TEST_F(global_view, top_application_shares_of_negative_counts_are_shown)
 {
     set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_SUCCESS_COUNT, 5);
     set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_FAILURE_COUNT, -1);
-    EXPECT_NE(detail().find("\n  Update: Succeed        5 (125.00%), Fail       -1 (-25.00%)\n"), std::string::npos);
+    EXPECT_TRUE(contains(detail(), "\n  Update: Succeed        5 (125.00%), Fail       -1 (-25.00%)\n"));
     set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_SUCCESS_COUNT, -3);
-    EXPECT_NE(detail().find("\n  Update: Succeed       -3 (75.00%), Fail       -1 (25.00%)\n"), std::string::npos);
+    EXPECT_TRUE(contains(detail(), "\n  Update: Succeed       -3 (75.00%), Fail       -1 (25.00%)\n"));
 }
 
 TEST_F(global_view, top_application_counts_that_cancel_out_guard_success_and_not_failure)
 {
     set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_SUCCESS_COUNT, -3);
     set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_FAILURE_COUNT, 3);
-    EXPECT_NE(detail().find("\n  Update: Succeed       -3 (0.00%), Fail        3 ( inf%)\n"), std::string::npos);
+    EXPECT_TRUE(contains(detail(), "\n  Update: Succeed       -3 (0.00%), Fail        3 ( inf%)\n"));
 }
 
 TEST_F(global_view, largest_counters_wrap)
@@ -567,9 +547,8 @@ Cache:
    Data unit usage:  disk: 9223372036854775807 MB, memory: 100.00% age: 11574d
 )");
     // Their sum is -2, and half of a hundred times 2^63 is 25 times 2^64.
-    EXPECT_NE(detail().find("\n  Update: Succeed 9223372036854775807 (-461168601842738790400.00%), "
-                            "Fail 9223372036854775807 (-461168601842738790400.00%)\n"),
-              std::string::npos);
+    EXPECT_TRUE(contains(detail(), "\n  Update: Succeed 9223372036854775807 (-461168601842738790400.00%), "
+                                   "Fail 9223372036854775807 (-461168601842738790400.00%)\n"));
 }
 
 TEST_F(global_view, smallest_counters_wrap)
@@ -583,7 +562,7 @@ Cache:
     Sigblock usage:  disk: -9223372036854775808 MB, memory: 0.00% age: 0s
    Data unit usage:  disk: -9223372036854775808 MB, memory: 0.00% age: 0s
 )");
-    EXPECT_NE(detail().find("\n  Evicted cache in loading cache:      0 B\n"), std::string::npos);
+    EXPECT_TRUE(contains(detail(), "\n  Evicted cache in loading cache:      0 B\n"));
 }
 
 TEST_F(global_view, GLOB_reads_afresh_and_gives_0_for_a_counter_that_is_not_there)
@@ -638,10 +617,8 @@ TEST_F(global_view, module_memory_shares_are_cut_and_need_not_add_up)
     for (int id = 30; id < 33; ++id) {
         set(id, 1);
     }
-    EXPECT_NE(output_of([] {
-                  show_malloc_stat_for_module("KAV_LZ", 10, 20, 30);
-              }).find("      0-1K=33% 1K-2K=33% 2K-4K=33% 4K-8K=0% 8K-16K=0% 16K-32K=0% 32K-64K=0% >64K=0%\n"),
-              std::string::npos);
+    EXPECT_TRUE(contains(output_of([] { show_malloc_stat_for_module("KAV_LZ", 10, 20, 30); }),
+                         "      0-1K=33% 1K-2K=33% 2K-4K=33% 4K-8K=0% 8K-16K=0% 16K-32K=0% 32K-64K=0% >64K=0%\n"));
 }
 
 TEST_F(global_view, module_memory_sums_wrap)
@@ -651,6 +628,6 @@ TEST_F(global_view, module_memory_sums_wrap)
     // Five and eight times the largest counter are 2^63 - 5 and -8, a hundred times it is -100.
     const std::string text = output_of([&total] { total = show_malloc_stat_for_module("KAV_LZ", 10, 20, 30); });
     EXPECT_EQ(total, LLONG_MAX - 4);
-    EXPECT_NE(text.find("      0-1K=12% 1K-2K=12% 2K-4K=12% 4K-8K=12% 8K-16K=12% 16K-32K=12% 32K-64K=12% >64K=12%\n"),
-              std::string::npos);
+    EXPECT_TRUE(
+        contains(text, "      0-1K=12% 1K-2K=12% 2K-4K=12% 4K-8K=12% 8K-16K=12% 16K-32K=12% 32K-64K=12% >64K=12%\n"));
 }

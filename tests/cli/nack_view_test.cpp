@@ -1,6 +1,7 @@
 // The NACK log.
 #include "RE_nack_view.h"
-#include "cli/fake_reader.h"
+#include "support/contains.h"
+#include "support/fake_reader.h"
 
 #include <gtest/gtest.h>
 
@@ -16,22 +17,9 @@ const std::string head = "\n"
                          "Time                  Peer-No  Conn-ID     Msg-No Type Reason\n"
                          "-------------------------------------------------------------------------------\n";
 
-class nack_view : public testing::Test
+class nack_view : public view_test
 {
 protected:
-    fake_reader reader;
-
-    void SetUp() override
-    {
-        setenv("TZ", "UTC0", 1);
-        tzset();
-    }
-    void TearDown() override
-    {
-        unsetenv("TZ");
-        tzset();
-    }
-
     // 1299506709 is 2011-03-07 14:05:09.
     void add(int peer_id, int conn_id, int msg, int type = 0, int reason = 1, int time = 1299506709)
     {
@@ -45,9 +33,6 @@ protected:
         EXPECT_EQ(output.substr(0, head.size()), head);
         return output.size() < head.size() ? "" : output.substr(head.size());
     }
-
-private:
-    reader_in_place m_in_place{reader};
 };
 
 } // namespace
@@ -60,7 +45,7 @@ TEST_F(nack_view, prints_head_and_rule_alone_for_an_empty_log)
 
 TEST_F(nack_view, has_a_rule_of_79_dashes)
 {
-    EXPECT_NE(head.find("\n" + std::string(79, '-') + "\n"), std::string::npos);
+    EXPECT_TRUE(contains(head, "\n" + std::string(79, '-') + "\n"));
     EXPECT_EQ(rows(-1, -1), "");
 }
 

@@ -3,7 +3,8 @@
 #include "RE_nack_view.h"
 #include "RE_peer_view.h"
 #include "RE_statistics.h"
-#include "cli/fake_reader.h"
+#include "support/contains.h"
+#include "support/fake_reader.h"
 
 #include <gtest/gtest.h>
 
@@ -16,8 +17,6 @@
 #include <vector>
 
 namespace {
-
-constexpr std::time_t now = 1'000'000'000;
 
 const std::string no_counters = "\nCurrent number of peers with active connections:           0\n"
                                 "Maximum number of peers with active connections:           0\n"
@@ -52,24 +51,9 @@ const std::string empty_detail = "Cache details:\n"
                                  "  Allocated write sig-block: 0\n"
                                  "  Allocated write data-unit: 0\n";
 
-class peer_view : public testing::Test
+class peer_view : public view_test
 {
 protected:
-    fake_reader reader;
-
-    void SetUp() override
-    {
-        fake_engine::now = now;
-        setenv("TZ", "UTC0", 1);
-        tzset();
-    }
-    void TearDown() override
-    {
-        fake_engine::reset();
-        unsetenv("TZ");
-        tzset();
-    }
-
     fake_peer& add_peer(int number)
     {
         reader.peers.emplace_back();
@@ -90,15 +74,7 @@ protected:
         return output_of([slot] { show_peer_detail(slot); });
     }
     int reads_of(int id) const { return reader.count("read_peer_stat 0 " + std::to_string(id)); }
-
-private:
-    reader_in_place m_in_place{reader};
 };
-
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
 
 // The peer numbers of a report, in order.
 std::vector<int> numbers_in(const std::string& report)

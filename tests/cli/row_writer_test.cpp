@@ -1,7 +1,7 @@
 // The fields and rows of long tables, held against printf.
 #include "RE_row_writer.h"
 #include "RE_value_format.h"
-#include "cli/fake_reader.h"
+#include "support/fake_reader.h"
 
 #include <gtest/gtest.h>
 

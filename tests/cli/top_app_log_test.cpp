@@ -2,10 +2,11 @@
 
 #include "RE_top_app_names.h"
 #include "RE_top_app_post_process.h"
-#include "cli/fake_reader.h"
 #include "cli/fake_system_calls.h"
-#include "cli/top_app_log_reference.h"
-#include "cli/top_app_records.h"
+#include "support/contains.h"
+#include "support/fake_reader.h"
+#include "support/top_app_log_reference.h"
+#include "support/top_app_records.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -100,7 +101,7 @@ void expect_true_place(const fake_log_message& message)
     for (int number = 0; number < message.line; ++number) {
         std::getline(source, line);
     }
-    EXPECT_NE(line.find("__re_syslog("), std::string::npos) << message.line << line;
+    EXPECT_TRUE(contains(line, "__re_syslog(")) << message.line << line;
     std::getline(source, line);
     EXPECT_NE(line.find('"' + message.text.substr(0, message.text.find(':'))), std::string::npos)
         << message.line << line;
@@ -213,9 +214,9 @@ TEST_F(top_app_log, gives_the_same_names_of_two_sections_one_handle)
 {
     const memory_file file(two_sections());
     const std::string report = shown(file.path());
-    EXPECT_NE(report.find("\n           Mail     20 KB  50.00% "), std::string::npos) << report;
-    EXPECT_NE(report.find("\n            Web     15 KB  37.50% "), std::string::npos) << report;
-    EXPECT_NE(report.find("\n                     5 KB  12.50% "), std::string::npos) << report;
+    EXPECT_TRUE(contains(report, "\n           Mail     20 KB  50.00% ")) << report;
+    EXPECT_TRUE(contains(report, "\n            Web     15 KB  37.50% ")) << report;
+    EXPECT_TRUE(contains(report, "\n                     5 KB  12.50% ")) << report;
     // Numbered as they were met; the name that no record has is not among them.
     ASSERT_EQ(g_stat_handler_policy_engine_map.size(), 3U);
     EXPECT_EQ(g_stat_handler_policy_engine_map[0], names_of("Web", "HTTP"));
@@ -229,7 +230,7 @@ TEST_F(top_app_log, keeps_the_first_names_of_a_handle)
 {
     const memory_file file(
         log_section({{3, names_of("First", "A")}, {3, names_of("Second", "B")}}, {handle_record(3, 1)}));
-    EXPECT_NE(shown(file.path()).find("\n          First      1 KB"), std::string::npos);
+    EXPECT_TRUE(contains(shown(file.path()), "\n          First      1 KB"));
 }
 
 TEST_F(top_app_log, does_not_carry_names_from_one_section_to_the_next)
@@ -237,8 +238,8 @@ TEST_F(top_app_log, does_not_carry_names_from_one_section_to_the_next)
     const memory_file file(log_section({{3, names_of("Web", "HTTP")}}, {handle_record(3, 1)}) +
                            log_section({}, {handle_record(3, 2)}));
     const std::string report = shown(file.path());
-    EXPECT_NE(report.find("\n            Web      1 KB"), std::string::npos);
-    EXPECT_NE(report.find("\n                     2 KB"), std::string::npos);
+    EXPECT_TRUE(contains(report, "\n            Web      1 KB"));
+    EXPECT_TRUE(contains(report, "\n                     2 KB"));
 }
 
 TEST_F(top_app_log, tells_applications_of_one_classifier_apart)
@@ -246,8 +247,8 @@ TEST_F(top_app_log, tells_applications_of_one_classifier_apart)
     const memory_file file(log_section({{1, names_of("Web", "HTTP")}, {2, names_of("Web", "HTTPS")}},
                                        {handle_record(1, 1), handle_record(2, 2)}));
     const std::string report = shown(file.path());
-    EXPECT_NE(report.find("\n            Web      1 KB"), std::string::npos);
-    EXPECT_NE(report.find("\n            Web      2 KB"), std::string::npos);
+    EXPECT_TRUE(contains(report, "\n            Web      1 KB"));
+    EXPECT_TRUE(contains(report, "\n            Web      2 KB"));
 }
 
 TEST_F(top_app_log, takes_names_for_equal_up_to_their_nul)
@@ -257,7 +258,7 @@ TEST_F(top_app_log, takes_names_for_equal_up_to_their_nul)
     dirty.m_policy_engine_classifier_name[10] = 'x';
     dirty.m_policy_engine_application_name[40] = 'y';
     const memory_file file(log_section({{1, clean}, {2, dirty}}, {handle_record(1, 1), handle_record(2, 2)}));
-    EXPECT_NE(shown(file.path()).find("\n            Web      3 KB 100.00% "), std::string::npos);
+    EXPECT_TRUE(contains(shown(file.path()), "\n            Web      3 KB 100.00% "));
     EXPECT_EQ(g_stat_handler_policy_engine_map.size(), 1U);
 }
 
@@ -266,9 +267,9 @@ TEST_F(top_app_log, ends_names_without_a_nul_at_their_arrays_end)
     const memory_file file(
         log_section({{1, names_of(std::string(41, 'c'), std::string(41, 'a'))}}, {handle_record(1, 1)}));
     const std::string report = shown(file.path(), "", true);
-    EXPECT_NE(report.find("\nClassifier: " + std::string(41, 'c') + ", Application: " + std::string(41, 'a') + "\n"),
-              std::string::npos);
-    EXPECT_NE(report.find("\n" + std::string(41, 'c') + "      1 KB"), std::string::npos);
+    EXPECT_TRUE(
+        contains(report, "\nClassifier: " + std::string(41, 'c') + ", Application: " + std::string(41, 'a') + "\n"));
+    EXPECT_TRUE(contains(report, "\n" + std::string(41, 'c') + "      1 KB"));
 }
 
 TEST_F(top_app_log, of_more_names_than_handles_lets_them_share)
@@ -286,8 +287,8 @@ TEST_F(top_app_log, of_more_names_than_handles_lets_them_share)
     EXPECT_EQ(g_stat_handler_policy_engine_map.size(), 1026U);
     EXPECT_EQ(g_stat_handler_policy_engine_map[1024], names_of("late 1025", ""));
     // The first new names met are those of handle 1: they share run handle 0.
-    EXPECT_NE(report.find("\n        class 1     10 KB "), std::string::npos) << report;
-    EXPECT_NE(report.find("\n        class 0      8 KB "), std::string::npos) << report;
+    EXPECT_TRUE(contains(report, "\n        class 1     10 KB ")) << report;
+    EXPECT_TRUE(contains(report, "\n        class 0      8 KB ")) << report;
     EXPECT_TRUE(messages().empty());
 }
 
@@ -295,13 +296,13 @@ TEST_F(top_app_log, keeps_one_peer_and_the_records_own_numbers)
 {
     const memory_file file(two_sections());
     const std::string report = shown(file.path(), "2", true);
-    EXPECT_EQ(report.find("App-Slot: 0, "), std::string::npos);
-    EXPECT_NE(report.find("App-Slot: 1, "), std::string::npos);
-    EXPECT_EQ(report.find("App-Slot: 2, "), std::string::npos);
-    EXPECT_NE(report.find("App-Slot: 3, "), std::string::npos);
-    EXPECT_EQ(report.find("App-Slot: 4, "), std::string::npos);
-    EXPECT_NE(report.find("\n           Mail     20 KB  95.24% "), std::string::npos) << report;
-    EXPECT_NE(report.find("\n            Web      1 KB   4.76% "), std::string::npos) << report;
+    EXPECT_FALSE(contains(report, "App-Slot: 0, "));
+    EXPECT_TRUE(contains(report, "App-Slot: 1, "));
+    EXPECT_FALSE(contains(report, "App-Slot: 2, "));
+    EXPECT_TRUE(contains(report, "App-Slot: 3, "));
+    EXPECT_FALSE(contains(report, "App-Slot: 4, "));
+    EXPECT_TRUE(contains(report, "\n           Mail     20 KB  95.24% ")) << report;
+    EXPECT_TRUE(contains(report, "\n            Web      1 KB   4.76% ")) << report;
 }
 
 TEST_F(top_app_log, of_other_peers_alone_is_an_empty_report_but_fills_the_names)
@@ -342,8 +343,8 @@ TEST_F(top_app_log, in_detail_leaves_printed_what_was_gathered_before_an_error)
     const memory_file file(log_section({{0, names_of("Web", "HTTP")}}, {handle_record(0, 1)}) + log_word(2));
     const std::string report = shown(file.path(), "", true);
     EXPECT_EQ(report.substr(0, 13), "\nApp-Slot: 0,");
-    EXPECT_EQ(report.find("Total:"), std::string::npos);
-    EXPECT_EQ(report.find("Summary"), std::string::npos);
+    EXPECT_FALSE(contains(report, "Total:"));
+    EXPECT_FALSE(contains(report, "Summary"));
 }
 
 TEST_F(top_app_log, of_the_old_layout_is_gathered_and_never_reported)
@@ -353,10 +354,10 @@ TEST_F(top_app_log, of_the_old_layout_is_gathered_and_never_reported)
     EXPECT_EQ(messages(), std::vector<std::string>{read_error(file.path(), "0 - short read")});
 
     const std::string report = shown(file.path(), "", true);
-    EXPECT_NE(report.find("App-Slot: 0, "), std::string::npos);
-    EXPECT_NE(report.find("App-Slot: 1, "), std::string::npos);
-    EXPECT_EQ(report.find("Total:"), std::string::npos);
-    EXPECT_EQ(report.find("Summary"), std::string::npos);
+    EXPECT_TRUE(contains(report, "App-Slot: 0, "));
+    EXPECT_TRUE(contains(report, "App-Slot: 1, "));
+    EXPECT_FALSE(contains(report, "Total:"));
+    EXPECT_FALSE(contains(report, "Summary"));
     EXPECT_TRUE(g_stat_handler_policy_engine_map.empty());
 }
 
@@ -372,9 +373,9 @@ TEST_F(top_app_log, behind_sections_without_records_goes_back_to_the_start_for_t
     // 12 and 88 bytes make one record, whose number of messages the entry block shows.
     const memory_file file(log_section({}, {}) + log_word(77) + std::string(84, '\0'));
     const std::string report = shown(file.path(), "", true);
-    EXPECT_NE(report.find("App-Slot: 0, "), std::string::npos);
-    EXPECT_NE(report.find("in:      1 KB, out:      0 KB"), std::string::npos) << report;
-    EXPECT_EQ(report.find("App-Slot: 1, "), std::string::npos);
+    EXPECT_TRUE(contains(report, "App-Slot: 0, "));
+    EXPECT_TRUE(contains(report, "in:      1 KB, out:      0 KB")) << report;
+    EXPECT_FALSE(contains(report, "App-Slot: 1, "));
     EXPECT_EQ(messages(), std::vector<std::string>{read_error(file.path(), "0 - short read")});
 }
 
@@ -463,7 +464,7 @@ TEST_F(top_app_log, comes_through_a_fifo_in_pieces)
     const log_outcome outcome = outcome_of(path);
     writer.join();
     EXPECT_EQ(outcome, read_log_field_by_field(bytes, path, "", false, 0));
-    EXPECT_NE(outcome.output.find("Web"), std::string::npos);
+    EXPECT_TRUE(contains(outcome.output, "Web"));
 }
 
 TEST_F(top_app_log, that_is_appended_to_is_waited_for_from_wherever_it_ends)
@@ -618,8 +619,8 @@ TEST_F(top_app_log, of_the_old_layout_ends_at_an_interruption)
                                         : fake_system_calls::real_read(fd, buffer, std::min<std::size_t>(size, 200));
     };
     const std::string report = shown(file.path(), "", true);
-    EXPECT_NE(report.find("App-Slot: 1, "), std::string::npos);
-    EXPECT_EQ(report.find("App-Slot: 2, "), std::string::npos);
+    EXPECT_TRUE(contains(report, "App-Slot: 1, "));
+    EXPECT_FALSE(contains(report, "App-Slot: 2, "));
     EXPECT_EQ(messages(), std::vector<std::string>{read_error(file.path(), "-1 - Interrupted system call")});
 }
 
@@ -781,7 +782,7 @@ TEST_F(top_app_live, ends_at_the_first_null_slot)
     reader.apps.assign(3, port_record(80, {{RE_STAT_APP_ID_ENCODE_IN_KBYTES, 1}}));
     reader.app_slots_to_visit = 100;
     const reader_in_place in_place(reader);
-    EXPECT_NE(shown("").find("   80       3 KB 100.00% "), std::string::npos);
+    EXPECT_TRUE(contains(shown(""), "   80       3 KB 100.00% "));
     EXPECT_EQ(reader.count("read_app_slot 3"), 1);
     EXPECT_EQ(reader.count("read_app_slot 4"), 0);
 }
@@ -792,7 +793,7 @@ TEST_F(top_app_live, visits_no_more_slots_than_the_reader_says)
     reader.apps.assign(3, port_record(80, {{RE_STAT_APP_ID_ENCODE_IN_KBYTES, 1}}));
     reader.app_slots_to_visit = 2;
     const reader_in_place in_place(reader);
-    EXPECT_NE(shown("").find("   80       2 KB 100.00% "), std::string::npos);
+    EXPECT_TRUE(contains(shown(""), "   80       2 KB 100.00% "));
     reader.app_slots_to_visit = 0;
     EXPECT_EQ(shown(""), "\n");
 }
@@ -803,7 +804,7 @@ TEST_F(top_app_live, takes_a_slot_count_of_two_to_the_31_for_a_number_without_a_
     reader.apps.assign(1, port_record(80, {{RE_STAT_APP_ID_ENCODE_IN_KBYTES, 1}}));
     reader.app_slots_to_visit = 0x80000000U;
     const reader_in_place in_place(reader);
-    EXPECT_NE(shown("").find("   80       1 KB 100.00% "), std::string::npos);
+    EXPECT_TRUE(contains(shown(""), "   80       1 KB 100.00% "));
 }
 
 TEST_F(top_app_live, keeps_one_peer_and_prints_its_entries_in_slot_order)
@@ -825,7 +826,7 @@ TEST_F(top_app_live, keeps_one_peer_and_prints_its_entries_in_slot_order)
     EXPECT_LT(first, third);
     EXPECT_LT(third, sums);
     EXPECT_LT(sums, report.find("Top Application Summary:"));
-    EXPECT_EQ(report.find("App-Slot: 1, "), std::string::npos);
+    EXPECT_FALSE(contains(report, "App-Slot: 1, "));
 }
 
 TEST_F(top_app_live, does_not_change_the_readers_records)

@@ -1,6 +1,6 @@
 #include "RE_top_app_post_process.h"
 #include "RE_top_app_tally.h"
-#include "cli/top_app_records.h"
+#include "support/top_app_records.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,8 @@
 #include "RE_top_app_names.h"
 #include "RE_top_app_post_process.h"
-#include "cli/fake_reader.h"
-#include "cli/top_app_records.h"
+#include "support/contains.h"
+#include "support/fake_reader.h"
+#include "support/top_app_records.h"
 
 #include <gtest/gtest.h>
 
@@ -118,8 +119,7 @@ TEST(top_app_entry, prints_an_identitys_hash_without_a_sign)
 {
     RE_stat_app_struct record{};
     record.m_header.m_kav_peer_id = peer_of_hash(0x8000);
-    EXPECT_NE(entry_of(record).find("KAV_peer_id: 00:80:00:00:00:00-000000000000-00000000 (32768), Port: 0,"),
-              std::string::npos);
+    EXPECT_TRUE(contains(entry_of(record), "KAV_peer_id: 00:80:00:00:00:00-000000000000-00000000 (32768), Port: 0,"));
 }
 
 TEST(top_app_entry, prints_the_slot_number_without_a_sign)
@@ -144,7 +144,7 @@ TEST(top_app_entry, has_no_names_line_for_an_unknown_handle)
     const names_in_place names({names_of("Web", "HTTP")});
     RE_stat_app_struct record = busy_record();
     record.m_header.set_policy_engine_handler(1);
-    EXPECT_EQ(entry_of(record).find("Classifier"), std::string::npos);
+    EXPECT_FALSE(contains(entry_of(record), "Classifier"));
 }
 
 TEST(top_app_entry, ends_a_name_without_a_nul_at_its_arrays_end)
@@ -152,16 +152,16 @@ TEST(top_app_entry, ends_a_name_without_a_nul_at_its_arrays_end)
     const std::string classifier(41, 'c');
     const std::string application(41, 'a');
     const names_in_place names({names_of(classifier, application)});
-    EXPECT_NE(entry_of(busy_record()).find("\nClassifier: " + classifier + ", Application: " + application + "\n"),
-              std::string::npos);
+    EXPECT_TRUE(
+        contains(entry_of(busy_record()), "\nClassifier: " + classifier + ", Application: " + application + "\n"));
 }
 
 TEST(top_app_entry, prints_counters_up_to_their_ends)
 {
     RE_stat_app_struct record = port_record(
         80, {{RE_STAT_APP_ID_ENCODE_NUM_MSGS, 0xffffffffU}, {RE_STAT_APP_ID_ENCODE_IN_KBYTES, 0xffffffffU}});
-    EXPECT_NE(entry_of(record).find("   Overall: msg: 4294967295, in:   4095 GB, out:      0 KB, ratio: 100.00%\n"),
-              std::string::npos);
+    EXPECT_TRUE(
+        contains(entry_of(record), "   Overall: msg: 4294967295, in:   4095 GB, out:      0 KB, ratio: 100.00%\n"));
 }
 
 TEST(top_app_entry_total, prints_the_sums_with_all_their_bits)
@@ -306,15 +306,14 @@ TEST(top_app_table, keeps_the_counts_of_the_first_of_many_records)
         records.push_back(record);
     }
     const std::string by_port = report_of(records, 0, false);
-    EXPECT_NE(by_port.find("\n    9     100 KB  16.67%          0 "), std::string::npos) << by_port;
-    EXPECT_NE(by_port.find("\n    8     200 KB  33.33%          1 "), std::string::npos);
-    EXPECT_NE(by_port.find("\n    7     300 KB  50.00%          2 "), std::string::npos);
+    EXPECT_TRUE(contains(by_port, "\n    9     100 KB  16.67%          0 ")) << by_port;
+    EXPECT_TRUE(contains(by_port, "\n    8     200 KB  33.33%          1 "));
+    EXPECT_TRUE(contains(by_port, "\n    7     300 KB  50.00%          2 "));
     const names_in_place names({names_of("zero", ""), names_of("one", ""), names_of("two", "")});
     const std::string by_classifier = report_of(records, 0, false);
-    EXPECT_NE(by_classifier.find("\n            two    100 KB  16.67%          0 "), std::string::npos)
-        << by_classifier;
-    EXPECT_NE(by_classifier.find("\n            one    200 KB  33.33%          1 "), std::string::npos);
-    EXPECT_NE(by_classifier.find("\n           zero    300 KB  50.00%          2 "), std::string::npos);
+    EXPECT_TRUE(contains(by_classifier, "\n            two    100 KB  16.67%          0 ")) << by_classifier;
+    EXPECT_TRUE(contains(by_classifier, "\n            one    200 KB  33.33%          1 "));
+    EXPECT_TRUE(contains(by_classifier, "\n           zero    300 KB  50.00%          2 "));
 }
 
 TEST(top_app_table, keeps_the_open_and_close_counts_of_the_first_record_gathered)
@@ -323,12 +322,10 @@ TEST(top_app_table, keeps_the_open_and_close_counts_of_the_first_record_gathered
     second.m_header.m_open_cnt = 9999;
     second.m_header.m_close_cnt = 8888;
     second.m_header.m_b_src_port = 1;
-    EXPECT_NE(report_of({port_80(), second}, 0, false)
-                  .find("\n   80    3000 KB 100.00%          7          5    2000 KB     1000 KB "),
-              std::string::npos);
-    EXPECT_NE(report_of({second, port_80()}, 0, false)
-                  .find("\n   80*   3000 KB 100.00%       9999       8888    2000 KB     1000 KB "),
-              std::string::npos);
+    EXPECT_TRUE(contains(report_of({port_80(), second}, 0, false),
+                         "\n   80    3000 KB 100.00%          7          5    2000 KB     1000 KB "));
+    EXPECT_TRUE(contains(report_of({second, port_80()}, 0, false),
+                         "\n   80*   3000 KB 100.00%       9999       8888    2000 KB     1000 KB "));
 }
 
 TEST(top_app_table, prints_classifiers_once_names_are_known)
@@ -353,7 +350,7 @@ TEST(top_app_table, prints_classifiers_once_names_are_known)
 TEST(top_app_table, ends_a_classifier_without_a_nul_at_its_arrays_end)
 {
     const names_in_place names({names_of(std::string(41, 'c'), std::string(41, 'a'))});
-    EXPECT_NE(report_of({port_80()}, 0, false).find("\n" + std::string(41, 'c') + "   1500 KB "), std::string::npos);
+    EXPECT_TRUE(contains(report_of({port_80()}, 0, false), "\n" + std::string(41, 'c') + "   1500 KB "));
 }
 
 TEST(top_app_table, labels_a_row_without_names_by_its_port_among_classifiers)
@@ -362,17 +359,17 @@ TEST(top_app_table, labels_a_row_without_names_by_its_port_among_classifiers)
     RE_stat_app_struct unnamed = port_443();
     unnamed.m_header.set_policy_engine_handler(5);
     const std::string report = report_of({port_80(), unnamed}, 0, false);
-    EXPECT_NE(report.find("\n     Classifier,  Overall,"), std::string::npos);
-    EXPECT_NE(report.find("\n  443*    500 KB  25.00% "), std::string::npos);
+    EXPECT_TRUE(contains(report, "\n     Classifier,  Overall,"));
+    EXPECT_TRUE(contains(report, "\n  443*    500 KB  25.00% "));
 }
 
 TEST(top_app_table, merges_by_handle_only_once_names_are_known)
 {
     const std::vector<RE_stat_app_struct> records{port_80(), port_443()}; // both of handle 0
-    EXPECT_NE(report_of(records, 0, false).find("\n  443* "), std::string::npos);
+    EXPECT_TRUE(contains(report_of(records, 0, false), "\n  443* "));
     const names_in_place names({names_of("Web", "HTTP")});
-    EXPECT_NE(report_of(records, 0, false).find("\n            Web   2000 KB 100.00% "), std::string::npos);
-    EXPECT_EQ(report_of(records, 0, false).find("443"), std::string::npos);
+    EXPECT_TRUE(contains(report_of(records, 0, false), "\n            Web   2000 KB 100.00% "));
+    EXPECT_FALSE(contains(report_of(records, 0, false), "443"));
 }
 
 TEST(top_app_table, wraps_a_rows_sums_at_32_bits_and_the_totals_not)
@@ -385,13 +382,13 @@ TEST(top_app_table, wraps_a_rows_sums_at_32_bits_and_the_totals_not)
                                                        {RE_STAT_APP_ID_LZ_ENCODE_OUT_KBYTES, 0xffffffffU},
                                                        {RE_STAT_APP_ID_LZ_DECODE_IN_KBYTES, 3}});
     const std::string report = report_of({record}, 0, false);
-    EXPECT_NE(report.find("Total    4096 GB 100.00%        N/A        N/A    4095 GB        3 KB   4096 GB      0 KB "
-                          "100.00%      0 KB   4096 GB 100.00%\n"),
-              std::string::npos)
+    EXPECT_TRUE(contains(report,
+                         "Total    4096 GB 100.00%        N/A        N/A    4095 GB        3 KB   4096 GB      0 KB "
+                         "100.00%      0 KB   4096 GB 100.00%\n"))
         << report;
-    EXPECT_NE(report.find("   80       2 KB   0.00%          0          0    4095 GB        3 KB      2 KB      0 KB "
-                          "100.00%      0 KB      2 KB 100.00%\n"),
-              std::string::npos)
+    EXPECT_TRUE(contains(report,
+                         "   80       2 KB   0.00%          0          0    4095 GB        3 KB      2 KB      0 KB "
+                         "100.00%      0 KB      2 KB 100.00%\n"))
         << report;
 }
 
@@ -401,8 +398,8 @@ TEST(top_app_table, computes_shares_in_single_precision)
     const std::string report = report_of({port_record(1, {{RE_STAT_APP_ID_ENCODE_IN_KBYTES, 16777217}}),
                                           port_record(2, {{RE_STAT_APP_ID_ENCODE_IN_KBYTES, 33554431}})},
                                          0, false);
-    EXPECT_NE(report.find("    1   16384 MB  33.33% "), std::string::npos) << report;
-    EXPECT_NE(report.find("    2   32767 MB  66.67% "), std::string::npos) << report;
+    EXPECT_TRUE(contains(report, "    1   16384 MB  33.33% ")) << report;
+    EXPECT_TRUE(contains(report, "    2   32767 MB  66.67% ")) << report;
 }
 
 TEST(top_app_collector, keeps_a_copy_and_prints_only_in_detail)

@@ -9,7 +9,7 @@
 #include "RE_peer_view.h"
 #include "RE_top_app_log.h"
 #include "RE_viewer_reader.h"
-#include "cli/fake_reader.h"
+#include "support/fake_reader.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // The auto-bypass table as it is kept, handed out and printed; an image of any content prints safely.
-#include "core/engine_fixture.h"
+#include "support/engine_fixture.h"
 
 #include "RE_auto_bypass.h"
 #include "RE_bypass_table.h"

@@ -1,6 +1,6 @@
 // An engine that opens, closes and reuses as fast as it can, read at the same time. Every field of a tenant follows
 // from one number, so that any two that do not belong together show.
-#include "core/engine_fixture.h"
+#include "support/engine_fixture.h"
 
 #include "RE_image_reader.h"
 

@@ -1,5 +1,5 @@
 // Live statistics that are cut short while they are read: nobody dies of it, and nothing is made of the zeros.
-#include "core/engine_fixture.h"
+#include "support/engine_fixture.h"
 
 #include "RE_shm_reader.h"
 #include "RE_stat_error.h"
@@ -86,7 +86,7 @@ TEST_F(cut_test, of_what_is_being_saved_leaves_the_old_file_and_no_other)
     EXPECT_EQ(m_mine.save_stats_binary(folder.file("old").c_str()), RE_STAT_ERR_CUT);
     EXPECT_EQ(m_mine.save_stats_binary(folder.file("new").c_str()), RE_STAT_ERR_CUT);
     EXPECT_EQ(bytes_of_file(folder.file("old")), "old");
-    EXPECT_EQ(folder.names(), std::vector<std::string>{"old"});
+    EXPECT_EQ(names_in(folder.path()), std::vector<std::string>{"old"});
 }
 
 TEST_F(cut_test, of_one_engine_is_noted_by_all_its_readers_at_once)

@@ -1,9 +1,9 @@
 // Images of releases that put more into a row, or have more sections, than this one.
-#include "core/engine_fixture.h"
+#include "support/engine_fixture.h"
 
 #include "RE_stat_error.h"
+#include "support/engine_shapes.h"
 #include "support/relaid_image.h"
-#include "torture/sample_engine.h"
 
 #include <random>
 
@@ -22,7 +22,7 @@ class later_release_test : public segment_test
 protected:
     void write(const std::string& path, const std::vector<unsigned char>& bytes)
     {
-        write_file(path, {bytes.begin(), bytes.end()});
+        write_file(path, std::string(bytes.begin(), bytes.end()));
     }
     // Opens a saved file of these bytes. One that is accepted can be read, saved and reset.
     int open_bytes(std::vector<unsigned char> bytes)

@@ -1,5 +1,5 @@
 // An engine may be as large as it likes within its limits, and a large one that does little costs little.
-#include "core/engine_fixture.h"
+#include "support/engine_fixture.h"
 
 #include <sys/resource.h>
 #include <sys/stat.h>

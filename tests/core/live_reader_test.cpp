@@ -1,5 +1,5 @@
 // What an engine publishes is what a live reader tells, operation by operation.
-#include "core/engine_fixture.h"
+#include "support/engine_fixture.h"
 
 #include "RE_stat_counters.h"
 #include "RE_stat_error.h"
@@ -419,7 +419,7 @@ TEST_F(live_reader_test, tells_nothing_while_it_is_not_open)
     EXPECT_LT(reader->get_next_nack(0, entry), 0);
     EXPECT_EQ(reader->get_re_auto_bypass_memory_ptr(16), nullptr);
     EXPECT_EQ(reader->save_stats_binary(folder.file("none").c_str()), RE_STAT_ERR_NOT_OPEN);
-    EXPECT_TRUE(folder.names().empty());
+    EXPECT_TRUE(names_in(folder.path()).empty());
     reader->reset_all();
     reader->clear_all();
     reader->reset_peer_stat(0);

@@ -1,6 +1,6 @@
 // Statistics that were saved by earlier versions of this library can still be read.
-#include "core/engine_fixture.h"
-#include "torture/sample_engine.h"
+#include "support/engine_fixture.h"
+#include "support/engine_shapes.h"
 
 namespace {
 

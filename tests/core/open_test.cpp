@@ -1,5 +1,5 @@
 // Each reason why live statistics cannot be read has its own number, and engines never get in each other's way.
-#include "core/engine_fixture.h"
+#include "support/engine_fixture.h"
 
 #include "RE_stat_error.h"
 #include "RE_stat_segment.h"

@@ -1,5 +1,5 @@
 // Builds that count more or less than each other read, save and reset each other's statistics.
-#include "core/engine_fixture.h"
+#include "support/engine_fixture.h"
 
 #include <cstdlib>
 #include <fstream>

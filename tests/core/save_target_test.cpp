@@ -1,5 +1,5 @@
 // Where saved statistics go: the old file or the new one, whole, whatever fails; and never where somebody else points.
-#include "core/engine_fixture.h"
+#include "support/engine_fixture.h"
 
 #include "RE_stat_error.h"
 
@@ -61,7 +61,7 @@ TEST_F(save_target_test, makes_a_new_file_as_the_umask_has_it)
     EXPECT_EQ(umask(mask), 0027U) << "left as it was";
     EXPECT_EQ(mode_of(folder.file("new")), 0640U);
     expect_saved(folder.file("new"));
-    EXPECT_EQ(folder.names(), names{"new"});
+    EXPECT_EQ(names_in(folder.path()), names{"new"});
 }
 
 TEST_F(save_target_test, replaces_a_file_and_keeps_its_mode)
@@ -74,7 +74,7 @@ TEST_F(save_target_test, replaces_a_file_and_keeps_its_mode)
         EXPECT_EQ(mode_of(path), mode);
         expect_saved(path);
     }
-    EXPECT_EQ(folder.names(), names{"old"});
+    EXPECT_EQ(names_in(folder.path()), names{"old"});
 }
 
 TEST_F(save_target_test, never_makes_a_file_that_runs_as_its_owner)
@@ -103,7 +103,7 @@ TEST_F(save_target_test, takes_a_path_without_a_folder)
     EXPECT_EQ(save_to("./here"), 0);
     EXPECT_EQ(chdir(before), 0);
     expect_saved(folder.file("here"));
-    EXPECT_EQ(folder.names(), names{"here"});
+    EXPECT_EQ(names_in(folder.path()), names{"here"});
 }
 
 TEST_F(save_target_test, follows_a_link_and_keeps_it)
@@ -119,7 +119,7 @@ TEST_F(save_target_test, follows_a_link_and_keeps_it)
     };
     ASSERT_EQ(lstat(folder.file("link").c_str(), &status), 0);
     EXPECT_TRUE(S_ISLNK(status.st_mode));
-    EXPECT_EQ(folder.names(), (names{"deep", "link", "link2"}));
+    EXPECT_EQ(names_in(folder.path()), (names{"deep", "link", "link2"}));
 }
 
 TEST_F(save_target_test, a_link_to_nothing_is_refused)
@@ -128,7 +128,7 @@ TEST_F(save_target_test, a_link_to_nothing_is_refused)
     ASSERT_EQ(symlink("loop", folder.file("loop").c_str()), 0);
     EXPECT_EQ(save_to(folder.file("link")), RE_STAT_ERR_TARGET);
     EXPECT_EQ(save_to(folder.file("loop")), RE_STAT_ERR_TARGET);
-    EXPECT_EQ(folder.names(), (names{"link", "loop"}));
+    EXPECT_EQ(names_in(folder.path()), (names{"link", "loop"}));
 }
 
 TEST_F(save_target_test, what_is_no_place_for_a_file_is_refused)
@@ -149,14 +149,14 @@ TEST_F(save_target_test, what_is_no_place_for_a_file_is_refused)
     EXPECT_EQ(save_to(folder.file(std::string(256, 'n'))), RE_STAT_ERR_TARGET);
     EXPECT_EQ(save_to("/" + std::string(PATH_MAX, 'n')), RE_STAT_ERR_TARGET);
     EXPECT_EQ(bytes_of_file(folder.file("file")), "x");
-    EXPECT_EQ(folder.names(), (names{"file", "folder", "link"}));
+    EXPECT_EQ(names_in(folder.path()), (names{"file", "folder", "link"}));
 }
 
 TEST_F(save_target_test, the_longest_name_can_be_saved_to)
 {
     const std::string name(255, 'n');
     EXPECT_EQ(save_to(folder.file(name)), 0);
-    EXPECT_EQ(folder.names(), names{name});
+    EXPECT_EQ(names_in(folder.path()), names{name});
 }
 
 TEST_F(save_target_test, without_permission_nothing_changes)
@@ -175,7 +175,7 @@ TEST_F(save_target_test, without_permission_nothing_changes)
               }),
               0);
     EXPECT_EQ(bytes_of_file(folder.file("old")), "old");
-    EXPECT_EQ(folder.names(), names{"old"});
+    EXPECT_EQ(names_in(folder.path()), names{"old"});
 }
 
 TEST_F(save_target_test, a_folder_that_may_be_written_to_but_not_read_will_do)
@@ -317,7 +317,7 @@ TEST_F(save_target_test, in_a_sticky_folder_the_file_of_another_user_stays)
     EXPECT_EQ(result_as_nobody([&] { return save_to(shared + "/saved") == RE_STAT_ERR_RENAME ? 0 : 1; }), 0);
     EXPECT_EQ(bytes_of_file(shared + "/saved"), "precious");
     int entries = 0;
-    for (const std::string& name : folder.names()) {
+    for (const std::string& name : names_in(folder.path())) {
         entries += name.find("kav_statistics") != std::string::npos ? 1 : 0;
     }
     EXPECT_EQ(entries, 0);
@@ -367,7 +367,7 @@ TEST_F(save_target_test, a_pipe_is_written_in_place)
     };
     ASSERT_EQ(lstat(path.c_str(), &status), 0);
     EXPECT_TRUE(S_ISFIFO(status.st_mode)) << "never replaced";
-    EXPECT_EQ(folder.names(), (names{"from_pipe", "pipe"}));
+    EXPECT_EQ(names_in(folder.path()), (names{"from_pipe", "pipe"}));
 }
 
 TEST_F(save_target_test, standard_output_as_a_pipe_is_written_to)
@@ -457,7 +457,7 @@ TEST_F(save_target_test, a_size_limit_at_any_byte_leaves_the_old_file)
                   0)
             << size;
         ASSERT_TRUE(before == bytes_of_file(path));
-        ASSERT_EQ(folder.names(), names{"old"});
+        ASSERT_EQ(names_in(folder.path()), names{"old"});
     }
 }
 
@@ -475,7 +475,7 @@ TEST_F(save_target_test, no_descriptor_left_is_a_failure_of_the_target)
               }),
               0);
     EXPECT_EQ(bytes_of_file(folder.file("old")), "old");
-    EXPECT_EQ(folder.names(), names{"old"});
+    EXPECT_EQ(names_in(folder.path()), names{"old"});
 }
 
 class mounted_target_test : public save_target_test

@@ -1,5 +1,5 @@
 // A saved file tells what the live statistics told, and no other bytes ever pass for one.
-#include "core/engine_fixture.h"
+#include "support/engine_fixture.h"
 
 #include "RE_stat_error.h"
 #include "RE_stat_segment.h"

@@ -1,5 +1,5 @@
 // Slots are used again, figures add up, and nothing of one tenant is ever told of another.
-#include "core/engine_fixture.h"
+#include "support/engine_fixture.h"
 
 #include <cerrno>
 #include <climits>

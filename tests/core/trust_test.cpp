@@ -1,5 +1,5 @@
 // Whose statistics are believed, where engines put them, and what other users can do about either.
-#include "core/engine_fixture.h"
+#include "support/engine_fixture.h"
 
 #include "RE_save_target.h"
 #include "RE_stat_error.h"

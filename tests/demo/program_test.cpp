@@ -30,7 +30,7 @@ TEST(program, runs_until_it_is_told_to_stop)
         engine.send(signal);
         EXPECT_EQ(engine.wait(), 0);
         EXPECT_FALSE(engine.has_segment());
-        EXPECT_TRUE(nlohmann::json::accept(text_of(folder.file("ledger"))));
+        EXPECT_TRUE(nlohmann::json::accept(bytes_of_file(folder.file("ledger"))));
     }
 }
 
@@ -65,7 +65,7 @@ TEST(program, moves_the_same_bytes_again_with_the_same_seed)
         engine_process engine(
             {"--once", "--cache-mb", "4", "--seed", "5", "--ledger", folder.file("ledger"), folder.file("traffic")});
         ASSERT_TRUE(engine.wait_for("idle"));
-        ledger = text_of(folder.file("ledger"));
+        ledger = bytes_of_file(folder.file("ledger"));
     }
     EXPECT_FALSE(ledgers[0].empty());
     EXPECT_EQ(ledgers[0], ledgers[1]);
@@ -81,9 +81,9 @@ TEST(program, refuses_to_publish_where_another_engine_does)
     EXPECT_EQ(second.wait(), 0);
     setenv("KAV_STAT_SEGMENT", segment.c_str(), 1);
     const std::string command =
-        std::string(KAV_DEMO_ENGINE) + " --once " + folder.path() + " 2>" + folder.file("errors");
+        built_program("kav_demo_engine") + " --once " + folder.path() + " 2>" + folder.file("errors");
     EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 1);
-    EXPECT_EQ(text_of(folder.file("errors")),
+    EXPECT_EQ(bytes_of_file(folder.file("errors")),
               "kav_demo_engine: another engine publishes its statistics here already\n");
 }
 
@@ -112,7 +112,7 @@ TEST(program, writes_its_configuration_only_where_it_is_asked_to)
     const temporary_folder folder;
     engine_process engine({"--once", "--peers", "3", "--config-file", folder.file("config"), folder.path()});
     ASSERT_TRUE(engine.wait_for("idle"));
-    EXPECT_EQ(text_of(folder.file("config")).substr(0, 8), "peers 3\n");
+    EXPECT_EQ(bytes_of_file(folder.file("config")).substr(0, 8), "peers 3\n");
 
     const std::unique_ptr<RE_stat_reader> reader(RE_stat_reader::create(RE_STAT_READER_SHM, nullptr));
     ASSERT_EQ(reader->open(), 0);

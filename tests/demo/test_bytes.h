@@ -3,11 +3,10 @@
 
 #include "RE_bytes.h"
 #include "RE_random.h"
+#include "support/files.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 
 inline RE_byte_buffer random_bytes(std::size_t size, std::uint64_t seed)
@@ -46,34 +45,14 @@ inline RE_byte_buffer real_bytes(std::size_t size)
     return bytes;
 }
 
-inline std::string text_of(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-class temporary_folder
+class temporary_folder : public scratch_folder
 {
 public:
-    temporary_folder()
-    {
-        std::string name = std::filesystem::temp_directory_path() / "kav_demo_test_XXXXXX";
-        m_path = mkdtemp(name.data());
-    }
-    ~temporary_folder() { std::filesystem::remove_all(m_path); }
-    temporary_folder(const temporary_folder&) = delete;
-    temporary_folder& operator=(const temporary_folder&) = delete;
-
-    std::string file(const std::string& name) const { return m_path + "/" + name; }
-    const std::string& path() const { return m_path; }
+    temporary_folder() : scratch_folder(disk()) {}
 
     void write(const std::string& name, RE_byte_view bytes) const
     {
         std::filesystem::create_directories(std::filesystem::path(file(name)).parent_path());
-        std::ofstream out(file(name), std::ios::binary);
-        out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        write_file(file(name), {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
     }
-
-private:
-    std::string m_path;
 };

@@ -1,34 +1,36 @@
 // What changed between two moments.
-#include "RE_change.h"
-#include "RE_diff.h"
+#include "documents/diff.h"
 #include "kavstat_fixture.h"
+#include "model/change.h"
 
 #include <cstring>
 #include <limits>
+
+using namespace kavstat;
 
 namespace {
 
 constexpr long long largest = std::numeric_limits<long long>::max();
 constexpr long long lowest = std::numeric_limits<long long>::min();
 
-bool is(const RE_change& change, RE_change_kind kind, long long by)
+bool is(const Change& change, ChangeKind kind, long long by)
 {
     return change.kind == kind && change.by == by;
 }
 
-RE_diff_side side(std::time_t capture, std::time_t start = 1700000000)
+DiffSide side(std::time_t capture, std::time_t start = 1700000000)
 {
-    RE_diff_side result;
+    DiffSide result;
     result.name = "file-" + std::to_string(capture);
     result.snapshot.engine_start_time = start;
     result.snapshot.capture_time = capture;
     return result;
 }
 
-std::string diff(const RE_diff_side& before, const RE_diff_side& after, bool b_all = false)
+std::string diff(const DiffSide& before, const DiffSide& after, bool b_all = false)
 {
-    RE_string_sink sink;
-    RE_output output(sink);
+    StringSink sink;
+    Output output(sink);
     write_diff(before, after, b_all, output);
     output.flush();
     return sink.text();
@@ -44,55 +46,55 @@ protected:
 
 TEST(change, of_a_total_is_what_it_grew_by)
 {
-    EXPECT_TRUE(is(change_of(RE_stat_kind::total, 5, 12, false), RE_change_kind::moved, 7));
-    EXPECT_TRUE(is(change_of(RE_stat_kind::total, 5, 5, false), RE_change_kind::none, 0));
-    EXPECT_TRUE(is(change_of(RE_stat_kind::total, 0, largest, false), RE_change_kind::moved, largest));
+    EXPECT_TRUE(is(change_of(RE_stat_kind::total, 5, 12, false), ChangeKind::moved, 7));
+    EXPECT_TRUE(is(change_of(RE_stat_kind::total, 5, 5, false), ChangeKind::none, 0));
+    EXPECT_TRUE(is(change_of(RE_stat_kind::total, 0, largest, false), ChangeKind::moved, largest));
 }
 
 TEST(change, of_a_total_that_went_back_is_not_known)
 {
-    EXPECT_TRUE(is(change_of(RE_stat_kind::total, 12, 5, false), RE_change_kind::went_back, 0));
-    EXPECT_TRUE(is(change_of(RE_stat_kind::total, largest, lowest, false), RE_change_kind::went_back, 0));
+    EXPECT_TRUE(is(change_of(RE_stat_kind::total, 12, 5, false), ChangeKind::went_back, 0));
+    EXPECT_TRUE(is(change_of(RE_stat_kind::total, largest, lowest, false), ChangeKind::went_back, 0));
 }
 
 TEST(change, behind_a_restart_counts_from_the_start)
 {
-    EXPECT_TRUE(is(change_of(RE_stat_kind::total, 12, 5, true), RE_change_kind::restarted, 5));
-    EXPECT_TRUE(is(change_of(RE_stat_kind::total, 5, 12, true), RE_change_kind::restarted, 12));
-    EXPECT_TRUE(is(change_of(RE_stat_kind::total, 0, 0, true), RE_change_kind::none, 0));
+    EXPECT_TRUE(is(change_of(RE_stat_kind::total, 12, 5, true), ChangeKind::restarted, 5));
+    EXPECT_TRUE(is(change_of(RE_stat_kind::total, 5, 12, true), ChangeKind::restarted, 12));
+    EXPECT_TRUE(is(change_of(RE_stat_kind::total, 0, 0, true), ChangeKind::none, 0));
 }
 
 TEST(change, of_a_current_value_goes_both_ways)
 {
-    EXPECT_TRUE(is(change_of(RE_stat_kind::current, 12, 5, false), RE_change_kind::moved, -7));
-    EXPECT_TRUE(is(change_of(RE_stat_kind::current, 12, 5, true), RE_change_kind::moved, -7));
+    EXPECT_TRUE(is(change_of(RE_stat_kind::current, 12, 5, false), ChangeKind::moved, -7));
+    EXPECT_TRUE(is(change_of(RE_stat_kind::current, 12, 5, true), ChangeKind::moved, -7));
     // The farthest step there is has no positive form; it wraps as the counter itself does.
-    EXPECT_TRUE(is(change_of(RE_stat_kind::current, lowest, largest, false), RE_change_kind::moved, -1));
+    EXPECT_TRUE(is(change_of(RE_stat_kind::current, lowest, largest, false), ChangeKind::moved, -1));
 }
 
 TEST(change, of_32_bits_may_wrap)
 {
-    EXPECT_TRUE(is(change_of_32(RE_stat_kind::total, 0xfffffff0U, 0x10, false), RE_change_kind::moved, 0x20));
-    EXPECT_TRUE(is(change_of_32(RE_stat_kind::total, 1000, 10, false), RE_change_kind::went_back, 0));
-    EXPECT_TRUE(is(change_of_32(RE_stat_kind::total, 0xfffffff0U, 0x10, true), RE_change_kind::restarted, 0x10));
-    EXPECT_TRUE(is(change_of_32(RE_stat_kind::total, 0, 0xffffffffU, false), RE_change_kind::moved, 0xffffffffLL));
+    EXPECT_TRUE(is(change_of_32(RE_stat_kind::total, 0xfffffff0U, 0x10, false), ChangeKind::moved, 0x20));
+    EXPECT_TRUE(is(change_of_32(RE_stat_kind::total, 1000, 10, false), ChangeKind::went_back, 0));
+    EXPECT_TRUE(is(change_of_32(RE_stat_kind::total, 0xfffffff0U, 0x10, true), ChangeKind::restarted, 0x10));
+    EXPECT_TRUE(is(change_of_32(RE_stat_kind::total, 0, 0xffffffffU, false), ChangeKind::moved, 0xffffffffLL));
 }
 
 TEST(change, has_a_rate_where_it_is_known)
 {
-    EXPECT_EQ(rate_of({RE_change_kind::moved, 30}, 60), 0.5);
-    EXPECT_EQ(rate_of({RE_change_kind::went_back, 0}, 60), 0);
-    EXPECT_EQ(rate_of({RE_change_kind::moved, 30}, 0), 0);
+    EXPECT_EQ(rate_of({ChangeKind::moved, 30}, 60), 0.5);
+    EXPECT_EQ(rate_of({ChangeKind::went_back, 0}, 60), 0);
+    EXPECT_EQ(rate_of({ChangeKind::moved, 30}, 0), 0);
 }
 
 TEST_F(difference, shows_what_changed_with_totals_and_rates)
 {
-    RE_diff_side before = side(1700000100);
+    DiffSide before = side(1700000100);
     before.snapshot.engine[RE_STAT_GLOBAL_ID_NUM_READ] = 100;
     before.snapshot.engine[RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE] = 2000;
     before.snapshot.connections[RE_STAT_CONN_ID_ENCODE_IN_BYTES] = 5000;
     before.snapshot.active_connections = 7;
-    RE_diff_side after = before;
+    DiffSide after = before;
     after.name = "b";
     after.snapshot.capture_time += 60;
     after.snapshot.engine[RE_STAT_GLOBAL_ID_NUM_READ] = 130;
@@ -114,9 +116,9 @@ TEST_F(difference, shows_what_changed_with_totals_and_rates)
 
 TEST_F(difference, marks_totals_that_went_back)
 {
-    RE_diff_side before = side(1700000100);
+    DiffSide before = side(1700000100);
     before.snapshot.engine[RE_STAT_GLOBAL_ID_NUM_READ] = 100;
-    RE_diff_side after = side(1700000160);
+    DiffSide after = side(1700000160);
     after.snapshot.engine[RE_STAT_GLOBAL_ID_NUM_READ] = 30;
     EXPECT_NE(diff(before, after).find("\n  num_read  events     100     30       -     -  went back: reset\n"),
               std::string::npos)
@@ -125,9 +127,9 @@ TEST_F(difference, marks_totals_that_went_back)
 
 TEST_F(difference, behind_a_restart_shows_what_was_counted_since_then)
 {
-    RE_diff_side before = side(1700000100);
+    DiffSide before = side(1700000100);
     before.snapshot.engine[RE_STAT_GLOBAL_ID_NUM_READ] = 100;
-    RE_diff_side after = side(1700000200, 1700000150);
+    DiffSide after = side(1700000200, 1700000150);
     after.snapshot.engine[RE_STAT_GLOBAL_ID_NUM_READ] = 200;
     const std::string text = diff(before, after);
     EXPECT_NE(text.find("The engine was started anew in between."), std::string::npos);
@@ -137,29 +139,29 @@ TEST_F(difference, behind_a_restart_shows_what_was_counted_since_then)
 
 TEST_F(difference, of_one_moment_has_no_rates)
 {
-    const RE_diff_side before = side(1700000100);
-    RE_diff_side after = before;
+    const DiffSide before = side(1700000100);
+    DiffSide after = before;
     after.snapshot.engine[RE_STAT_GLOBAL_ID_NUM_READ] = 30;
     EXPECT_NE(diff(before, after).find("\n  num_read  events       0     30     +30\n"), std::string::npos);
 }
 
 TEST_F(difference, follows_peers_and_applications_whatever_their_slots)
 {
-    RE_snapshot_peer peer;
+    SnapshotPeer peer;
     peer.number = 3;
     std::strcpy(peer.header.m_peer_host_name, "branch\x1B[2J");
     peer.figures[RE_STAT_PEER_ID_NUM_NACKS] = 5;
-    RE_snapshot_peer other;
+    SnapshotPeer other;
     other.number = 4;
-    RE_snapshot_app app;
+    SnapshotApp app;
     app.peer_number = 3;
     app.app.m_header.set(peer.header.m_kav_peer_id, 80, false);
     app.app.m_id_array[RE_STAT_APP_ID_ENCODE_NUM_MSGS] = 0xfffffffeU;
 
-    RE_diff_side before = side(1700000100);
+    DiffSide before = side(1700000100);
     before.snapshot.peers = {peer, other};
     before.snapshot.apps = {app};
-    RE_diff_side after = side(1700000110);
+    DiffSide after = side(1700000110);
     peer.slot = 9;
     peer.figures[RE_STAT_PEER_ID_NUM_NACKS] = 6;
     peer.connections[RE_STAT_CONN_ID_NUM_ACK_MSGS] = 10;
@@ -182,7 +184,7 @@ TEST_F(difference, follows_peers_and_applications_whatever_their_slots)
 
 TEST_F(difference, with_all_shows_every_counter)
 {
-    const RE_diff_side before = side(1700000100);
+    const DiffSide before = side(1700000100);
     const std::string text = diff(before, before, true);
     // Three lines of head; for each section a blank line, its title and its columns.
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 3 + (3 + 1 + 383) + (3 + 166));
@@ -190,8 +192,8 @@ TEST_F(difference, with_all_shows_every_counter)
 
 TEST_F(difference, is_refused_for_different_engines_and_a_wrong_order)
 {
-    RE_diff_side before = side(1700000100);
-    RE_diff_side after = side(1700000200);
+    DiffSide before = side(1700000100);
+    DiffSide after = side(1700000200);
     EXPECT_EQ(why_not_comparable(before, after), std::nullopt);
     EXPECT_EQ(why_not_comparable(after, before),
               "file-1700000100 is older than file-1700000200; give the older one first");

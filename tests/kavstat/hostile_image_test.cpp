@@ -1,7 +1,7 @@
 // Images that hold anything at all.
-#include "RE_diff.h"
-#include "RE_watch_view.h"
+#include "documents/diff.h"
 #include "kavstat_fixture.h"
+#include "watch/view.h"
 
 #include <unistd.h>
 
@@ -9,6 +9,8 @@
 #include <random>
 #include <set>
 #include <sstream>
+
+using namespace kavstat;
 
 namespace {
 
@@ -39,14 +41,14 @@ TEST_F(hostile_image, gives_documents_that_are_still_sound)
     fill();
     m_image = map_segment();
     std::mt19937 random(1);
-    RE_source source;
+    Source source;
     ASSERT_EQ(source.open(), 0);
-    RE_diff_side before = take_side(source.reader(), "before", now);
-    RE_watch_model model;
-    RE_watch_view view(RE_watch_page::connections, 1, true);
+    DiffSide before = take_side(source.reader(), "before", now);
+    WatchModel model;
+    WatchView view(WatchPage::connections, 1, true);
     for (int round = 0; round < 12; ++round) {
         spoil(random);
-        RE_source spoiled;
+        Source spoiled;
         const std::string text = json_text(spoiled);
         EXPECT_TRUE(nlohmann::json::accept(text));
 
@@ -58,9 +60,9 @@ TEST_F(hostile_image, gives_documents_that_are_still_sound)
             EXPECT_TRUE(line[0] == '#' || line.find_first_not_of("0123456789.e+-", value) == std::string::npos) << line;
         }
 
-        RE_diff_side after = take_side(spoiled.reader(), "after", now);
-        RE_string_sink sink;
-        RE_output output(sink);
+        DiffSide after = take_side(spoiled.reader(), "after", now);
+        StringSink sink;
+        Output output(sink);
         write_diff(before, after, true, output);
         EXPECT_TRUE(output.flush());
         for (const char letter : sink.text()) {
@@ -68,7 +70,7 @@ TEST_F(hostile_image, gives_documents_that_are_still_sound)
         }
         before = after;
 
-        model.update(spoiled.reader(), true, now, RE_watch_model::clock::now());
+        model.update(spoiled.reader(), true, now, WatchModel::clock::now());
         for (const char page : {'1', '2', '3', '4'}) {
             view.press(page);
             EXPECT_FALSE(view.report(model).empty());
@@ -81,19 +83,19 @@ TEST_F(hostile_image, that_is_cut_short_gives_no_document)
     start();
     fill();
     const auto size = static_cast<off_t>(std::filesystem::file_size(segment_path()));
-    RE_source source;
-    RE_source metrics_source;
+    Source source;
+    Source metrics_source;
     ASSERT_EQ(source.open(), 0);
     ASSERT_EQ(metrics_source.open(), 0);
     ASSERT_EQ(truncate(segment_path().c_str(), 4096), 0);
-    RE_string_sink json;
-    RE_output json_output(json);
+    StringSink json;
+    Output json_output(json);
     write_statistics_json(source, {}, now, json_output);
     EXPECT_FALSE(json_output.flush());
     EXPECT_FALSE(nlohmann::json::accept(json.text()));
 
-    RE_string_sink exposition;
-    RE_output exposition_output(exposition);
+    StringSink exposition;
+    Output exposition_output(exposition);
     write_metrics_of(metrics_source.reader(), now, exposition_output);
     EXPECT_TRUE(exposition_output.flush());
     EXPECT_NE(exposition.text().find("\nkav_up 0\n"), std::string::npos);

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <limits>
 
+using namespace kavstat;
+
 namespace {
 
 class json_document : public kavstat_test
@@ -12,10 +14,10 @@ class json_document : public kavstat_test
 
 // A range is an array; every other counter is a number.
 template <typename Figure>
-void expect_figures(const nlohmann::json& members, RE_counter_scope scope, const Figure& figure)
+void expect_figures(const nlohmann::json& members, CounterScope scope, const Figure& figure)
 {
     EXPECT_EQ(members.size(), counters_of(scope).size());
-    for (const RE_named_counter& counter : counters_of(scope)) {
+    for (const NamedCounter& counter : counters_of(scope)) {
         ASSERT_TRUE(members.contains(counter.key)) << counter.key;
         const nlohmann::json& value = members[counter.key];
         ASSERT_EQ(value.is_array(), counter.is_range()) << counter.key;
@@ -37,7 +39,7 @@ TEST_F(json_document, holds_every_counter_of_the_engine)
     start();
     fill();
     const nlohmann::json global = json()["global"];
-    expect_figures(global["counters"], RE_counter_scope::engine, [&](int id) { return engine.get_global(id); });
+    expect_figures(global["counters"], CounterScope::engine, [&](int id) { return engine.get_global(id); });
     EXPECT_EQ(global["counters"]["cache_dataunit_age"], 9000000063LL);
     // Ten connections opened, one closed, two released: of 1000 * slot + id - 50, summed over ten slots.
     EXPECT_EQ(global["connection_counters"]["encode_in_bytes"], 45000 - 500);
@@ -54,8 +56,7 @@ TEST_F(json_document, holds_every_counter_of_every_peer)
     EXPECT_EQ(peers[1]["number"], 42);
     for (const nlohmann::json& peer : peers) {
         const int slot = peer["slot"];
-        expect_figures(peer["counters"], RE_counter_scope::peer,
-                       [&](int id) { return engine.get_peer_stat(slot, id); });
+        expect_figures(peer["counters"], CounterScope::peer, [&](int id) { return engine.get_peer_stat(slot, id); });
     }
     // The connections in slots 1, 3, 5, 7 and 9 are the last peer's.
     EXPECT_EQ(peers[2]["connection_counters"]["decode_in_bytes"], 25000 + 5 * (1 - 50));
@@ -69,7 +70,7 @@ TEST_F(json_document, holds_every_counter_of_every_connection_and_application)
     ASSERT_EQ(document["connections"].size(), 8U);
     for (const nlohmann::json& conn : document["connections"]) {
         const int slot = conn["slot"];
-        expect_figures(conn["counters"], RE_counter_scope::connection,
+        expect_figures(conn["counters"], CounterScope::connection,
                        [&](int id) { return engine.get_conn_stat(slot, id); });
         EXPECT_EQ(conn["open"].get<bool>(), slot != 2) << slot;
         EXPECT_EQ(conn["close_time"], slot == 2 ? 6000 : 0);
@@ -79,7 +80,7 @@ TEST_F(json_document, holds_every_counter_of_every_connection_and_application)
     ASSERT_EQ(document["apps"].size(), 3U);
     for (const nlohmann::json& app : document["apps"]) {
         const int slot = app["slot"];
-        expect_figures(app["counters"], RE_counter_scope::application, [&](int id) { return slot * 100 + id; });
+        expect_figures(app["counters"], CounterScope::application, [&](int id) { return slot * 100 + id; });
         EXPECT_EQ(app["opened"], slot + 3);
         EXPECT_EQ(app["closed"], slot + 2);
         EXPECT_EQ(app["port"], slot + 60);
@@ -91,7 +92,7 @@ TEST_F(json_document, keeps_all_digits_of_64_bits)
     start();
     engine.set_global(0, std::numeric_limits<long long>::max());
     engine.set_global(1, std::numeric_limits<long long>::min());
-    RE_source source;
+    Source source;
     const std::string text = json_text(source);
     EXPECT_NE(text.find("\"cache_state\":9223372036854775807,"), std::string::npos);
     EXPECT_NE(text.find("\"total_cache_size\":-9223372036854775808,"), std::string::npos);
@@ -108,7 +109,7 @@ TEST_F(json_document, names_of_the_far_side_can_break_nothing)
     std::memset(header.m_peer_host_name, '\xFF', sizeof header.m_peer_host_name);
     engine.add_peer(2, header);
 
-    RE_source source;
+    Source source;
     const std::string text = json_text(source);
     for (const char letter : text) {
         EXPECT_TRUE(letter == '\n' || (letter >= ' ' && letter <= '~')) << int{letter};
@@ -161,7 +162,7 @@ TEST_F(json_document, says_where_and_when_it_was_taken)
     EXPECT_EQ(live["capture_time"], 1700000900);
 
     const std::string path = save();
-    RE_source source(path);
+    Source source(path);
     const nlohmann::json saved = nlohmann::json::parse(json_text(source));
     EXPECT_EQ(saved["source"], "file");
     EXPECT_EQ(saved["file"], path);
@@ -174,7 +175,7 @@ TEST_F(json_document, of_a_saved_file_holds_what_the_live_one_held)
     start();
     fill();
     nlohmann::json live = json();
-    RE_source source(save());
+    Source source(save());
     nlohmann::json saved = nlohmann::json::parse(json_text(source));
     for (const char* const key : {"source", "file", "capture_time"}) {
         live.erase(key);
@@ -207,7 +208,7 @@ TEST_F(json_document, is_described_by_the_schema_in_the_documents)
 
 TEST_F(json_document, goes_no_further_once_its_reader_is_gone)
 {
-    class full_sink : public RE_sink
+    class full_sink : public Sink
     {
     public:
         bool take(std::string_view) override
@@ -219,10 +220,10 @@ TEST_F(json_document, goes_no_further_once_its_reader_is_gone)
     };
     start();
     fill();
-    RE_source source;
+    Source source;
     ASSERT_EQ(source.open(), 0);
     full_sink sink;
-    RE_output output(sink);
+    Output output(sink);
     write_statistics_json(source, {}, now, output);
     EXPECT_FALSE(output.flush());
     EXPECT_EQ(sink.offered, 1);

@@ -6,6 +6,8 @@
 #include <set>
 #include <sstream>
 
+using namespace kavstat;
+
 namespace {
 
 class metrics_text : public kavstat_test
@@ -16,8 +18,8 @@ protected:
 
 std::string value_text(RE_stat_unit unit, long long value)
 {
-    RE_string_sink sink;
-    RE_output output(sink);
+    StringSink sink;
+    Output output(sink);
     add_metric_value(output, unit, value);
     output.flush();
     return sink.text();
@@ -159,8 +161,8 @@ TEST_F(metrics_text, every_sample_follows_its_head)
 
 TEST_F(metrics_text, of_an_absent_engine_says_so_and_nothing_else)
 {
-    RE_string_sink sink;
-    RE_output output(sink);
+    StringSink sink;
+    Output output(sink);
     write_metrics_without_engine(output);
     output.flush();
     EXPECT_EQ(sink.text(), "# HELP kav_up 1 when the engine's statistics could be read\n"

@@ -1,12 +1,12 @@
 // Statistics over HTTP, and what clients may try.
 #include "RE_bypass_table.h"
-#include "RE_http_request.h"
-#include "RE_http_server.h"
-#include "RE_moments.h"
 #include "RE_sequence.h"
 #include "RE_stat_error.h"
-#include "http_client.h"
 #include "kavstat_fixture.h"
+#include "serve/http_request.h"
+#include "serve/http_server.h"
+#include "serve/moments.h"
+#include "support/http_client.h"
 
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -18,6 +18,8 @@
 #include <random>
 #include <thread>
 
+using namespace kavstat;
+
 namespace {
 
 class server_test : public kavstat_test
@@ -28,9 +30,9 @@ protected:
     static constexpr std::chrono::milliseconds idle{b_under_a_sanitizer ? 2000 : 500};
     static constexpr std::chrono::milliseconds longest_answer{b_under_a_sanitizer ? 8000 : 1500};
 
-    void serve(const RE_listen_address& address = {"127.0.0.1", 0}, const std::vector<std::string>& allowed_hosts = {})
+    void serve(const ListenAddress& address = {"127.0.0.1", 0}, const std::vector<std::string>& allowed_hosts = {})
     {
-        RE_http_limits limits;
+        HttpLimits limits;
         limits.connections = 16;
         limits.connections_of_address = 12;
         limits.time_to_ask = time_to_ask;
@@ -70,7 +72,7 @@ protected:
         return ("\n" + answer.body).find("\n" + line + "\n") != std::string::npos;
     }
 
-    RE_http_server server;
+    HttpServer server;
 };
 
 long resident_kilobytes()
@@ -129,25 +131,25 @@ TEST(host_name, is_one_that_a_client_can_use)
 TEST_F(kavstat_test, moments_are_shared_and_few)
 {
     start();
-    std::vector<std::shared_ptr<RE_moment>> held;
+    std::vector<std::shared_ptr<Moment>> held;
     int ended = 0;
-    const auto end_readers = [&](const RE_moment& moment) {
+    const auto end_readers = [&](const Moment& moment) {
         ended += static_cast<int>(std::erase_if(held, [&](const auto& one) { return one.get() == &moment; }));
     };
     const std::chrono::milliseconds shared_for{100};
-    auto source = std::make_unique<RE_source>();
+    auto source = std::make_unique<Source>();
     ASSERT_EQ(source->open(), 0);
-    const std::size_t room_for_two = 2 * RE_moment(std::move(source)).bytes();
+    const std::size_t room_for_two = 2 * Moment(std::move(source)).bytes();
     const std::chrono::milliseconds kept_for{600};
-    RE_moments moments(end_readers, {room_for_two, shared_for, kept_for});
+    Moments moments(end_readers, {room_for_two, shared_for, kept_for});
     const auto take = [&] {
-        std::shared_ptr<RE_moment> moment;
+        std::shared_ptr<Moment> moment;
         EXPECT_EQ(moments.take(moment), 0);
         return moment;
     };
 
     // Also when its readers have gone meanwhile, until it is old.
-    const std::weak_ptr<RE_moment> first = take();
+    const std::weak_ptr<Moment> first = take();
     moments.drop_old();
     EXPECT_EQ(take(), first.lock());
     EXPECT_FALSE(moments.is_empty());
@@ -174,7 +176,7 @@ TEST_F(kavstat_test, moments_are_shared_and_few)
     // Of another engine there is a new one at once, even if it was started in the same second.
     held = {take()};
     engine.close();
-    std::shared_ptr<RE_moment> none;
+    std::shared_ptr<Moment> none;
     EXPECT_EQ(moments.take(none), RE_STAT_ERR_NO_ENGINE);
     EXPECT_EQ(none, nullptr);
     ASSERT_EQ(engine.create(few, held[0]->snapshot.engine_start_time), 0);
@@ -271,14 +273,14 @@ TEST_F(server_test, series_of_a_peer_that_is_gone_vanish)
     serve();
     EXPECT_TRUE(exposes("kav_peer_active_connections{peer=\"7\"} 0"));
     engine.remove_peer(slot);
-    std::this_thread::sleep_for(RE_moment_limits().shared_for);
+    std::this_thread::sleep_for(MomentLimits().shared_for);
     EXPECT_EQ(get(server.port(), "/metrics").body.find("peer=\"7\""), std::string::npos);
 }
 
 TEST_F(server_test, a_port_that_is_taken_is_refused_with_a_reason)
 {
     serve();
-    RE_http_server second;
+    HttpServer second;
     std::string reason;
     EXPECT_FALSE(second.start({"127.0.0.1", server.port()}, {}, {}, reason));
     EXPECT_NE(reason.find("Address already in use"), std::string::npos) << reason;
@@ -459,7 +461,7 @@ TEST_F(server_test, a_server_that_ends_cuts_off_what_it_sends)
     const http_client* client = nullptr;
     std::unique_ptr<http_client> lazy;
     {
-        RE_http_server short_lived;
+        HttpServer short_lived;
         std::string reason;
         ASSERT_TRUE(short_lived.start({"127.0.0.1", 0}, {}, {}, reason)) << reason;
         lazy = std::make_unique<http_client>(short_lived.port());

@@ -1,7 +1,9 @@
 // Text from the far side, made fit for JSON, labels and screens.
-#include "RE_text.h"
+#include "format/text.h"
 
 #include <gtest/gtest.h>
+
+using namespace kavstat;
 
 using namespace std::string_literals;
 

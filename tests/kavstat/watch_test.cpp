@@ -1,19 +1,21 @@
 // The live view without its terminal.
 #include "RE_stat_error.h"
-#include "RE_watch_view.h"
 #include "kavstat_fixture.h"
+#include "watch/view.h"
 
 #include <cstring>
 #include <random>
 
+using namespace kavstat;
+
 namespace {
 
-using clock_point = RE_watch_model::clock::time_point;
+using clock_point = WatchModel::clock::time_point;
 
 clock_point second(double number)
 {
     return clock_point() +
-           std::chrono::duration_cast<RE_watch_model::clock::duration>(std::chrono::duration<double>(number));
+           std::chrono::duration_cast<WatchModel::clock::duration>(std::chrono::duration<double>(number));
 }
 
 class watch : public kavstat_test
@@ -23,7 +25,7 @@ protected:
 
     void look(double at, bool b_connections = false)
     {
-        RE_source source;
+        Source source;
         if (const int error = source.open()) {
             model.lose(error);
             return;
@@ -45,7 +47,7 @@ protected:
     std::vector<std::string> texts(std::size_t width, std::size_t height)
     {
         std::vector<std::string> result;
-        for (const RE_watch_line& line : view.screen(model, width, height)) {
+        for (const WatchLine& line : view.screen(model, width, height)) {
             result.push_back(line.text);
         }
         return result;
@@ -58,8 +60,8 @@ protected:
     }
 
     std::vector<int> conns;
-    RE_watch_model model;
-    RE_watch_view view{RE_watch_page::peers, 1, false};
+    WatchModel model;
+    WatchView view{WatchPage::peers, 1, false};
 };
 
 } // namespace
@@ -104,7 +106,7 @@ TEST(cut_to_width, counts_characters_and_not_bytes)
 
 TEST(history, keeps_the_last_minutes)
 {
-    RE_history history;
+    History history;
     for (int value = 0; value < 1000; ++value) {
         history.add(value);
     }
@@ -206,10 +208,10 @@ TEST_F(watch, orders_and_filters_as_told)
     press({'/', 'C', 'H', '-', '1'});
     EXPECT_EQ(texts(80, 9)[1], "filter: CH-1_");
     EXPECT_EQ(texts(10, 9).size(), 4U);
-    press({RE_KEY_BACKSPACE, '9', RE_KEY_ENTER});
+    press({WATCH_KEY_BACKSPACE, '9', WATCH_KEY_ENTER});
     EXPECT_EQ(texts(80, 9)[1], "filter: CH-9");
     EXPECT_EQ(texts(80, 9)[3], "(none)");
-    press({RE_KEY_ESCAPE});
+    press({WATCH_KEY_ESCAPE});
     EXPECT_EQ(texts(10, 9).size(), 4U);
 }
 
@@ -224,17 +226,17 @@ TEST_F(watch, scrolls_no_further_than_there_are_rows)
     look(0);
     EXPECT_EQ(texts(7, 12).size(), 12U);
     EXPECT_EQ(texts(7, 12)[2], "      0");
-    press({'j', RE_KEY_DOWN});
+    press({'j', WATCH_KEY_DOWN});
     EXPECT_EQ(texts(7, 12)[2], "      2");
-    press({RE_KEY_PAGE_DOWN});
+    press({WATCH_KEY_PAGE_DOWN});
     EXPECT_EQ(texts(7, 12)[2], "     12");
-    press({RE_KEY_END});
+    press({WATCH_KEY_END});
     EXPECT_EQ(texts(7, 12).back(), "     99");
-    press({RE_KEY_PAGE_DOWN});
+    press({WATCH_KEY_PAGE_DOWN});
     EXPECT_EQ(texts(7, 12).back(), "     99");
     press({'k'});
     EXPECT_EQ(texts(7, 12)[2], "     89");
-    press({RE_KEY_HOME, 'k'});
+    press({WATCH_KEY_HOME, 'k'});
     EXPECT_EQ(texts(7, 12)[2], "      0");
 }
 
@@ -254,10 +256,10 @@ TEST_F(watch, tells_keys_pauses_and_ends)
     press({'-', '-'});
     EXPECT_EQ(view.interval(), 2);
     press({'\t'});
-    EXPECT_EQ(view.page(), RE_watch_page::connections);
+    EXPECT_EQ(view.page(), WatchPage::connections);
     EXPECT_TRUE(view.needs_connections());
     press({'\t', '\t'});
-    EXPECT_EQ(view.page(), RE_watch_page::engine);
+    EXPECT_EQ(view.page(), WatchPage::engine);
     press({'q'});
     EXPECT_TRUE(view.is_over());
 }
@@ -280,14 +282,14 @@ TEST_F(watch, fits_any_window_whatever_keys_were_pressed)
     for (int round = 0; round < 3000; ++round) {
         int key = static_cast<int>(random() % 128);
         if (random() % 4 == 0) {
-            key = RE_KEY_UP + static_cast<int>(random() % 9);
+            key = WATCH_KEY_UP + static_cast<int>(random() % 9);
         }
         view.press(key);
         const std::size_t width = round % 3 == 0 ? 1 : random() % 200;
         const std::size_t height = round % 3 == 0 ? 1 : random() % 60;
-        const std::vector<RE_watch_line> lines = view.screen(model, width, height);
+        const std::vector<WatchLine> lines = view.screen(model, width, height);
         EXPECT_LE(lines.size(), height);
-        for (const RE_watch_line& line : lines) {
+        for (const WatchLine& line : lines) {
             EXPECT_LE(line.text.size(), width);
         }
     }

@@ -1,7 +1,8 @@
 // The commands' exit statuses, errors and outputs.
 #include "kavstat_program.h"
 
-#include "../system/demo_engine.h"
+#include "support/contains.h"
+#include "support/demo_engine.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -34,7 +35,7 @@ TEST_F(kavstat_command, tells_its_version_and_its_commands)
     EXPECT_EQ(help.status, 0);
     for (const char* const word :
          {"  json ", "  metrics ", "  serve ", "  watch ", "  diff ", "  list ", "  schema ", "Exit status:"}) {
-        EXPECT_NE(help.out.find(word), std::string::npos) << word;
+        EXPECT_TRUE(contains(help.out, word)) << word;
     }
 }
 
@@ -77,22 +78,22 @@ TEST_F(kavstat_command, without_an_engine_says_so_with_status_3)
     // What collects metrics must see it, and see a success.
     const program_result metrics = run_kavstat({"metrics"});
     EXPECT_EQ(metrics.status, 0);
-    EXPECT_NE(metrics.out.find("\nkav_up 0\n"), std::string::npos);
+    EXPECT_TRUE(contains(metrics.out, "\nkav_up 0\n"));
 }
 
 TEST_F(kavstat_command, refuses_files_that_are_no_statistics_with_a_reason)
 {
     const small_engine engine;
-    const std::string sound = bytes_of(save("sound"));
+    const std::string sound = bytes_of_file(save("sound"));
     std::string other_version = sound;
     other_version[12] = 9;
     std::string damaged = sound;
     damaged[sound.size() / 2] ^= 1;
-    write_bytes(path("empty"), "");
-    write_bytes(path("text"), std::string(1000, 'x'));
-    write_bytes(path("cut"), sound.substr(0, sound.size() - 1));
-    write_bytes(path("damaged"), damaged);
-    write_bytes(path("version"), other_version);
+    write_file(path("empty"), "");
+    write_file(path("text"), std::string(1000, 'x'));
+    write_file(path("cut"), sound.substr(0, sound.size() - 1));
+    write_file(path("damaged"), damaged);
+    write_file(path("version"), other_version);
     const std::vector<std::pair<std::string, std::string>> reasons = {
         {"none", "there is no such file"},  {"empty", "the file is empty"},
         {"text", "not a statistics file"},  {"cut", "the file is cut short or has something behind its end"},
@@ -186,7 +187,7 @@ TEST_F(kavstat_command, list_finds_counters_by_name_meaning_unit_and_kind)
 TEST_F(kavstat_command, json_is_what_its_schema_describes)
 {
     const auto validate = [this](const std::string& document) {
-        write_bytes(path("document.json"), document);
+        write_file(path("document.json"), document);
         const program_result result =
             child_program("/usr/bin/python3",
                           {KAV_TEST_FILES "/validate.py", KAV_DOCS "/kavstat.schema.json", path("document.json")})
@@ -225,7 +226,7 @@ TEST_F(kavstat_command, json_reads_files_of_every_layout)
 TEST_F(kavstat_command, metrics_are_what_promtool_accepts)
 {
     const small_engine engine;
-    write_bytes(path("metrics.prom"), run_kavstat({"metrics"}).out);
+    write_file(path("metrics.prom"), run_kavstat({"metrics"}).out);
     const program_result result =
         child_program("/bin/sh", {"-c", "promtool check metrics <'" + path("metrics.prom") + "'"}).finish();
     EXPECT_EQ(result.status, 0);
@@ -239,10 +240,10 @@ TEST_F(kavstat_command, diff_compares_a_file_with_the_running_engine)
     engine.writer().add_conn_stat(engine.encoding_conn(), RE_STAT_CONN_ID_ENCODE_IN_BYTES, 500);
     const program_result live = run_kavstat({"diff", before});
     EXPECT_EQ(live.status, 0) << live.err;
-    EXPECT_NE(live.out.find("  encode_in_bytes  bytes  1000000  1000500    +500"), std::string::npos) << live.out;
-    EXPECT_NE(live.out.find("\npeer 1 branch-1.example.net, connections\n"), std::string::npos);
+    EXPECT_TRUE(contains(live.out, "  encode_in_bytes  bytes  1000000  1000500    +500")) << live.out;
+    EXPECT_TRUE(contains(live.out, "\npeer 1 branch-1.example.net, connections\n"));
     const std::string after = save("after");
-    EXPECT_NE(run_kavstat({"diff", before, after}).out.find("  +500"), std::string::npos);
+    EXPECT_TRUE(contains(run_kavstat({"diff", before, after}).out, "  +500"));
     const program_result same = run_kavstat({"diff", after, after});
     EXPECT_EQ(std::count(same.out.begin(), same.out.end(), '\n'), 3) << same.out;
 }
@@ -275,7 +276,7 @@ TEST_F(kavstat_command, serve_ends_at_sigterm_and_refuses_a_taken_port_with_stat
     const program_result second = run_kavstat({"serve", "--listen", "127.0.0.1:" + std::to_string(server.port())});
     EXPECT_EQ(second.status, 5);
     EXPECT_EQ(second.out, "");
-    EXPECT_NE(second.err.find("Address already in use"), std::string::npos) << second.err;
+    EXPECT_TRUE(contains(second.err, "Address already in use")) << second.err;
     const program_result result = server.stop();
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "");
@@ -311,7 +312,7 @@ TEST_F(kavstat_command, serve_keeps_descriptors_for_itself)
     std::vector<std::unique_ptr<http_client>> silent;
     for (int number = 0; number < 30; ++number) {
         silent.push_back(std::make_unique<http_client>(server.port()));
-        EXPECT_NE(get(server.port(), "/metrics").body.find("\nkav_up 1\n"), std::string::npos) << number;
+        EXPECT_TRUE(contains(get(server.port(), "/metrics").body, "\nkav_up 1\n")) << number;
     }
     EXPECT_EQ(server.stop().status, 0);
 

@@ -1,5 +1,6 @@
 // What bash offers behind kavstat.
 #include "kavstat_program.h"
+#include "support/contains.h"
 
 #include <sstream>
 
@@ -41,7 +42,7 @@ TEST_F(kavstat_completion, offers_commands_options_and_values)
     EXPECT_EQ(offered({"watch", "--page", ""}), "applications connections engine peers");
     EXPECT_EQ(offered({"list", "--unit", "micro"}), "microseconds");
     EXPECT_EQ(offered({"diff", "--a"}), "--all");
-    write_bytes(path("saved-1"), "");
+    write_file(path("saved-1"), "");
     EXPECT_EQ(offered({"diff", path("sav")}), path("saved-1"));
     EXPECT_EQ(offered({"json", "--file", path("sav")}), path("saved-1"));
 }
@@ -65,7 +66,7 @@ TEST_F(kavstat_completion, knows_every_command_and_option_that_there_is)
             const std::string option =
                 word.substr(word.find("--") == std::string::npos ? word.size() : word.find("--"));
             if (option.size() > 2) {
-                EXPECT_NE((" " + offered({command, "--"}) + " ").find(" " + option + " "), std::string::npos)
+                EXPECT_TRUE(contains((" " + offered({command, "--"}) + " "), " " + option + " "))
                     << command << " " << option;
             }
         }

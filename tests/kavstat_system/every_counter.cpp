@@ -1,12 +1,14 @@
 #include "every_counter.h"
 
-#include "RE_counter_names.h"
 #include "RE_ip.h"
+#include "model/counter_names.h"
 
 #include <cstdio>
 #include <cstring>
 #include <map>
 #include <stdexcept>
+
+using namespace kavstat;
 
 namespace {
 
@@ -147,9 +149,9 @@ namespace {
 
 // Calls `set` with the id and value of every counter in a document's members.
 template <typename Set>
-void for_each_figure(const nlohmann::json& members, RE_counter_scope scope, const Set& set)
+void for_each_figure(const nlohmann::json& members, CounterScope scope, const Set& set)
 {
-    for (const RE_named_counter& counter : counters_of(scope)) {
+    for (const NamedCounter& counter : counters_of(scope)) {
         const nlohmann::json& value = members.at(counter.key);
         for (int at = 0; at < counter.size(); ++at) {
             set(counter.id() + at,
@@ -198,16 +200,16 @@ void publish_document(const nlohmann::json& document, RE_stat_writer& writer)
         transport.m_comp_type =
             static_cast<std::uint8_t>(conn.at("transport").at("comp_type").get<unsigned int>() & 15U);
         const int slot = writer.open_conn(slot_of_peer.at(conn.at("peer")), header, transport, conn.at("open_time"));
-        for_each_figure(conn.at("counters"), RE_counter_scope::connection,
+        for_each_figure(conn.at("counters"), CounterScope::connection,
                         [&](int id, long long value) { writer.add_conn_stat(slot, id, value); });
         if (!conn.at("open").get<bool>()) {
             writer.close_conn(slot, conn.at("close_time"));
         }
     }
-    for_each_figure(document.at("global").at("counters"), RE_counter_scope::engine,
+    for_each_figure(document.at("global").at("counters"), CounterScope::engine,
                     [&](int id, long long value) { writer.set_global(id, value); });
     for (const nlohmann::json& peer : document.at("peers")) {
-        for_each_figure(peer.at("counters"), RE_counter_scope::peer, [&](int id, long long value) {
+        for_each_figure(peer.at("counters"), CounterScope::peer, [&](int id, long long value) {
             writer.set_peer_stat(slot_of_peer.at(peer.at("number")), id, value);
         });
     }
@@ -215,7 +217,7 @@ void publish_document(const nlohmann::json& document, RE_stat_writer& writer)
         RE_stat_app_header header{};
         header.set(identity_of(app.at("kav_peer_id").get<std::string>()), app.at("port"), app.at("is_source_port"));
         const int slot = writer.find_or_add_app(header);
-        for_each_figure(app.at("counters"), RE_counter_scope::application, [&](int id, long long value) {
+        for_each_figure(app.at("counters"), CounterScope::application, [&](int id, long long value) {
             writer.add_app_stat(slot, id, static_cast<std::uint32_t>(value));
         });
         writer.add_app_conns(slot, app.at("opened"), app.at("closed"));

@@ -1,12 +1,15 @@
 // One engine's every counter, wherever it can be seen: in JSON, in a real Prometheus, and in the viewer's reports.
-#include "../system/demo_engine.h"
-#include "RE_counter_names.h"
-#include "RE_metrics.h"
+#include "documents/metrics.h"
 #include "every_counter.h"
 #include "kavstat_program.h"
+#include "model/counter_names.h"
 #include "prometheus.h"
+#include "support/demo_engine.h"
+#include "support/report_figures.h"
 
 #include <cmath>
+
+using namespace kavstat;
 
 namespace {
 
@@ -41,10 +44,10 @@ struct compared
 // Holds each counter of a scope against its value by hand, in the document and among the stored series. labels: of the
 // series, "a=\"b\"", without those of a range. metric: which of the counter's metrics.
 template <typename Value>
-void compare(compared& count, RE_counter_scope scope, const nlohmann::json& members, const stored_series& stored,
+void compare(compared& count, CounterScope scope, const nlohmann::json& members, const stored_series& stored,
              std::size_t metric, const std::string& labels, const Value& value)
 {
-    for (const RE_named_counter& counter : counters_of(scope)) {
+    for (const NamedCounter& counter : counters_of(scope)) {
         for (int at = 0; at < counter.size(); ++at) {
             const long long expected = value(counter.id() + at);
             const nlohmann::json& member = members.at(counter.key);
@@ -91,15 +94,15 @@ TEST_F(every_counter_test, has_the_same_value_in_json_and_in_prometheus)
         };
     };
     const nlohmann::json& global = document.at("global");
-    compare(count, RE_counter_scope::engine, global.at("counters"), stored, 0, "", every_counter::engine_value);
-    compare(count, RE_counter_scope::connection, global.at("connection_counters"), stored, 0, "", sum_of_conns(-1));
+    compare(count, CounterScope::engine, global.at("counters"), stored, 0, "", every_counter::engine_value);
+    compare(count, CounterScope::connection, global.at("connection_counters"), stored, 0, "", sum_of_conns(-1));
     ASSERT_EQ(document.at("peers").size(), static_cast<std::size_t>(every_counter::peers));
     for (int peer = 0; peer < every_counter::peers; ++peer) {
         const nlohmann::json& members = document.at("peers").at(static_cast<std::size_t>(peer));
         const std::string labels = "peer=\"" + std::to_string(10 + peer) + "\"";
-        compare(count, RE_counter_scope::peer, members.at("counters"), stored, 0, labels,
+        compare(count, CounterScope::peer, members.at("counters"), stored, 0, labels,
                 [&](int id) { return every_counter::peer_value(peer, id); });
-        compare(count, RE_counter_scope::connection, members.at("connection_counters"), stored, 1, labels,
+        compare(count, CounterScope::connection, members.at("connection_counters"), stored, 1, labels,
                 sum_of_conns(peer));
     }
     ASSERT_EQ(document.at("apps").size(), static_cast<std::size_t>(every_counter::apps));
@@ -108,7 +111,7 @@ TEST_F(every_counter_test, has_the_same_value_in_json_and_in_prometheus)
         const std::string labels = "application=\"" + std::to_string(80 + app) + (app == 1 ? "-source" : "") +
                                    "\",kav_peer_id=\"" + members.at("kav_peer_id").get<std::string>() + "\",peer=\"" +
                                    std::to_string(10 + app % every_counter::peers) + "\"";
-        compare(count, RE_counter_scope::application, members.at("counters"), stored, 0, labels,
+        compare(count, CounterScope::application, members.at("counters"), stored, 0, labels,
                 [&](int id) { return every_counter::app_value(app, id); });
     }
     EXPECT_EQ(count.counters, 383 + 166 + 3 * (42 + 166) + 4 * 18);
@@ -116,7 +119,7 @@ TEST_F(every_counter_test, has_the_same_value_in_json_and_in_prometheus)
     ASSERT_EQ(document.at("connections").size(), static_cast<std::size_t>(every_counter::conns));
     for (int conn = 0; conn < every_counter::conns; ++conn) {
         const nlohmann::json& members = document.at("connections").at(static_cast<std::size_t>(conn)).at("counters");
-        for (const RE_named_counter& counter : counters_of(RE_counter_scope::connection)) {
+        for (const NamedCounter& counter : counters_of(CounterScope::connection)) {
             EXPECT_EQ(members.at(counter.key), every_counter::conn_value(conn, counter.id()));
         }
     }

@@ -1,9 +1,9 @@
 // kavstat as operators and other programs run it.
 #pragma once
 
-#include "../kavstat/http_client.h"
-#include "../system/small_engine.h"
-#include "../system/system_test.h"
+#include "support/http_client.h"
+#include "support/small_engine.h"
+#include "support/system_test.h"
 
 #include <nlohmann/json.hpp>
 

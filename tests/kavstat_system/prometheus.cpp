@@ -11,14 +11,14 @@ namespace {
 std::string configuration(const std::string& folder, int port)
 {
     const std::string path = folder + "/prometheus.yml";
-    write_bytes(path, "global:\n"
-                      "  scrape_interval: 1s\n"
-                      "  scrape_timeout: 1s\n"
-                      "scrape_configs:\n"
-                      "  - job_name: kav\n"
-                      "    static_configs:\n"
-                      "      - targets: ['127.0.0.1:" +
-                          std::to_string(port) + "']\n");
+    write_file(path, "global:\n"
+                     "  scrape_interval: 1s\n"
+                     "  scrape_timeout: 1s\n"
+                     "scrape_configs:\n"
+                     "  - job_name: kav\n"
+                     "    static_configs:\n"
+                     "      - targets: ['127.0.0.1:" +
+                         std::to_string(port) + "']\n");
     return path;
 }
 

@@ -1,7 +1,7 @@
 // A real Prometheus server that scrapes kavstat once a second.
 #pragma once
 
-#include "../system/child_program.h"
+#include "support/child_program.h"
 
 #include <nlohmann/json.hpp>
 

@@ -1,7 +1,8 @@
 // The live view in a real terminal.
-#include "../system/demo_engine.h"
 #include "kavstat_program.h"
-#include "terminal.h"
+#include "support/contains.h"
+#include "support/demo_engine.h"
+#include "support/terminal.h"
 
 #include <csignal>
 #include <cstring>
@@ -14,7 +15,7 @@ protected:
     std::string watch(const std::string& options = "") const { return built_program("kavstat") + " watch " + options; }
     static void expect_in(const std::string& screen, const std::string& text)
     {
-        EXPECT_NE(screen.find(text), std::string::npos) << "no \"" << text << "\" in\n" << screen;
+        EXPECT_TRUE(contains(screen, text)) << "no \"" << text << "\" in\n" << screen;
     }
 };
 
@@ -31,7 +32,7 @@ TEST_F(live_view, shows_pages_filters_helps_and_ends)
     screen.press({"/", "4", "4", ":", "6", "6", "Enter"});
     const std::string filtered = screen.screen_with("filter: 44:66");
     expect_in(filtered, "00:11:22:33:44:66");
-    EXPECT_EQ(filtered.find("branch-1"), std::string::npos) << filtered;
+    EXPECT_FALSE(contains(filtered, "branch-1")) << filtered;
     screen.press({"Escape"});
     expect_in(screen.screen_without("filter"), "branch-1");
     screen.press({"3"});
@@ -103,10 +104,10 @@ TEST_F(live_view, gives_the_terminal_back_after_signals)
     for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
         const terminal screen(folder(), "sh -c 'echo $$ >" + path("pid") + "; exec " + watch() + "'", 80, 24);
         expect_in(screen.screen_with("COUNTER"), "COUNTER");
-        ASSERT_EQ(kill(std::stoi(bytes_of(path("pid"))), signal), 0);
+        ASSERT_EQ(kill(std::stoi(bytes_of_file(path("pid"))), signal), 0);
         const std::string after = screen.screen_with("status");
         expect_in(after, "status 0");
-        EXPECT_EQ(after.find("COUNTER"), std::string::npos) << after;
+        EXPECT_FALSE(contains(after, "COUNTER")) << after;
     }
 }
 

@@ -1,5 +1,6 @@
 // Completion of the viewer's command line, as bash itself performs it.
 #include "shell.h"
+#include "support/contains.h"
 
 #include <gtest/gtest.h>
 
@@ -24,10 +25,10 @@ COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
 PATH=)" KAV_BIN_DIR R"(:$PATH
 _exec_show_stats_kav
 echo "${COMPREPLY[*]}")";
-    const temporary_folder folder;
-    std::ofstream(folder.path() / "driver") << driver;
+    const scratch_folder folder(disk());
+    std::ofstream(folder.file("driver")) << driver;
     const std::string text =
-        output_of("cd '" + folder.path().string() + "' && touch report.log 'two words' && bash driver '" + line + "'");
+        output_of("cd '" + folder.path() + "' && touch report.log 'two words' && bash driver '" + line + "'");
     return text.substr(0, text.find_last_not_of('\n') + 1);
 }
 
@@ -44,7 +45,7 @@ TEST(completion, the_first_word_is_a_command)
 // The order is part of the viewer's grammar, and completion recognises words by the same rule.
 TEST(completion, commands_are_the_viewers_in_its_order)
 {
-    const std::string source = contents_of(KAV_SOURCE_DIR "/comp/TCP/cli/RE_exec_show_stats_kav.cpp");
+    const std::string source = bytes_of_file(KAV_SOURCE_DIR "/comp/TCP/cli/RE_exec_show_stats_kav.cpp");
     const std::size_t begin = source.find("constexpr command commands[]");
     ASSERT_NE(begin, std::string::npos);
     const std::string table = source.substr(begin, source.find("};", begin) - begin);
@@ -120,7 +121,7 @@ TEST(completion, words_are_recognised_by_their_beginning_as_the_viewer_does)
 
 TEST(completion, a_running_engines_peers_are_offered)
 {
-    const demo_engine engine("--peers 3");
+    const idle_engine engine({"--peers", "3"});
     EXPECT_EQ(offered("exec_show_stats_kav peer no "), "1 2 3");
     EXPECT_EQ(offered("exec_show_stats_kav conn peer-no "), "1 2 3");
     EXPECT_EQ(offered("exec_show_stats_kav peer mac-id "), "02:4b:41:56:00:01 02:4b:41:56:00:02 02:4b:41:56:00:03");
@@ -138,20 +139,20 @@ TEST(completion, nothing_is_offered_for_peers_without_an_engine)
 // Keys typed into an interactive bash, with a program of the viewer's name that tells its arguments.
 TEST(completion, keys_typed_at_a_prompt_complete_the_line)
 {
-    const temporary_folder folder;
-    std::ofstream(folder.path() / "exec_show_stats_kav") << "#!/bin/sh\necho \"<$*>\"\n";
-    std::ofstream(folder.path() / "rc") << "PATH='" << folder.path().string() << "':$PATH\nPS1='> '\nsource '"
-                                        << completion << "'\n";
-    std::ofstream(folder.path() / "keys") << "exec_show_stats_kav tec\t\n"
-                                             "exec_show_stats_kav conn server-p\t80 la\t\n"
-                                             "exec_show_stats_kav top-app det\t\nexit\n";
+    const scratch_folder folder(disk());
+    std::ofstream(folder.file("exec_show_stats_kav")) << "#!/bin/sh\necho \"<$*>\"\n";
+    std::ofstream(folder.file("rc")) << "PATH='" << folder.path() << "':$PATH\nPS1='> '\nsource '" << completion
+                                     << "'\n";
+    std::ofstream(folder.file("keys")) << "exec_show_stats_kav tec\t\n"
+                                          "exec_show_stats_kav conn server-p\t80 la\t\n"
+                                          "exec_show_stats_kav top-app det\t\nexit\n";
     const std::string session =
-        output_of("cd '" + folder.path().string() + "' && chmod +x exec_show_stats_kav && " +
+        output_of("cd '" + folder.path() + "' && chmod +x exec_show_stats_kav && " +
                   "{ sleep 0.5; while IFS= read -r line; do printf '%s\\n' \"$line\"; sleep 0.3; done <keys; } | " +
                   "TERM=dumb script -qec 'bash --noprofile --rcfile rc -i' /dev/null");
-    EXPECT_NE(session.find("<tech-support>"), std::string::npos) << session;
-    EXPECT_NE(session.find("<conn server-port 80 last>"), std::string::npos) << session;
-    EXPECT_NE(session.find("<top-app detail>"), std::string::npos) << session;
+    EXPECT_TRUE(contains(session, "<tech-support>")) << session;
+    EXPECT_TRUE(contains(session, "<conn server-port 80 last>")) << session;
+    EXPECT_TRUE(contains(session, "<top-app detail>")) << session;
 }
 
 } // namespace

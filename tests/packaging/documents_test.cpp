@@ -1,5 +1,6 @@
 // The commands in the documents do what the documents say that they do: each of them is run.
 #include "shell.h"
+#include "support/contains.h"
 
 #include <gtest/gtest.h>
 
@@ -64,9 +65,10 @@ class documents : public testing::TestWithParam<const char*>
 
 TEST_P(documents, every_command_runs)
 {
-    const temporary_folder folder;
-    const demo_engine engine("--peers 2 --top-app-log '" + (folder.path() / "top_app.log").string() + "'");
-    const std::vector<std::string> commands = commands_of(contents_of(KAV_SOURCE_DIR + std::string("/") + GetParam()));
+    const scratch_folder folder(disk());
+    const idle_engine engine({"--peers", "2", "--top-app-log", folder.file("top_app.log")});
+    const std::vector<std::string> commands =
+        commands_of(bytes_of_file(KAV_SOURCE_DIR + std::string("/") + GetParam()));
     EXPECT_GE(commands.size(), 2U);
     for (const std::string& command : commands) {
         if (is_run_elsewhere(command)) {
@@ -111,16 +113,16 @@ std::set<std::string> words_of_first_column(const std::string& table)
 
 TEST(readme, every_command_of_its_table_of_reports_prints_one)
 {
-    const temporary_folder folder;
-    const demo_engine engine("--peers 2");
-    std::string table = contents_of(KAV_SOURCE_DIR "/README.md");
+    const scratch_folder folder(disk());
+    const idle_engine engine({"--peers", "2"});
+    std::string table = bytes_of_file(KAV_SOURCE_DIR "/README.md");
     table = table.substr(table.find("| command | report |"));
     table = table.substr(0, table.find("\n\n"));
     std::set<std::string> commands = words_of_first_column(table);
     EXPECT_EQ(commands.size(), 13U);
     EXPECT_EQ(commands.erase("save-file"), 1U); // a file is saved before it is read
     int status = 0;
-    const std::string saved = (folder.path() / "saved").string();
+    const std::string saved = folder.file("saved");
     EXPECT_EQ(output_of("'" KAV_BIN_DIR "/exec_show_stats_kav' save-file '" + saved + "'", &status), "");
     EXPECT_EQ(status, 0);
     for (const std::string& command : commands) {
@@ -133,12 +135,12 @@ TEST(readme, every_command_of_its_table_of_reports_prints_one)
 
 TEST(readme, its_report_has_the_lines_that_it_explains)
 {
-    const std::string readme = contents_of(KAV_SOURCE_DIR "/README.md");
+    const std::string readme = bytes_of_file(KAV_SOURCE_DIR "/README.md");
     const std::string report = readme.substr(readme.find("```\n==== exec_show_stats_kav global-info"));
     const std::string block = report.substr(0, report.find("\n```\n"));
     for (const char* text : {"Status: Usable", "Used: 24.49%", "age: 1s", "ratio:  53.80%", "ratio:  31.64%",
                              "ratio:  56.07%", "KAV Bypass: msg:        199", "Avg latency:      0.113 ms"}) {
-        EXPECT_NE(block.find(text), std::string::npos) << text;
+        EXPECT_TRUE(contains(block, text)) << text;
     }
 }
 
@@ -146,7 +148,7 @@ TEST(readme, every_file_that_it_links_is_there)
 {
     for (const char* document : {"README.md", "CONTRIBUTING.md", "docs/architecture.md", "docs/reliability.md"}) {
         const std::filesystem::path path = KAV_SOURCE_DIR + std::string("/") + document;
-        const std::string text = contents_of(path);
+        const std::string text = bytes_of_file(path);
         const std::regex link("\\]\\(([^)#:]+)\\)");
         for (std::sregex_iterator at(text.begin(), text.end(), link), end; at != end; ++at) {
             EXPECT_TRUE(std::filesystem::exists(path.parent_path() / (*at)[1].str())) << document << ": " << (*at)[1];

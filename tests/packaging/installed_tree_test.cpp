@@ -1,5 +1,6 @@
 // What is installed, used as an engine's author and an operator use it.
 #include "shell.h"
+#include "support/contains.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +14,7 @@ class installed_tree : public testing::Test
 protected:
     static void SetUpTestSuite()
     {
-        m_folder = new temporary_folder;
+        m_folder = new scratch_folder(disk());
         int status = 0;
         const std::string output =
             output_of("cmake --install '" KAV_BUILD_DIR "' --prefix '" + prefix() + "'", &status);
@@ -26,7 +27,7 @@ protected:
         m_folder = nullptr;
     }
 
-    static std::string prefix() { return m_folder->path() / "prefix"; }
+    static std::string prefix() { return m_folder->file("prefix"); }
     static std::string in_prefix(const std::string& path) { return prefix() + "/" + path; }
     static std::string libraries() { return in_prefix(KAV_LIBDIR); }
 
@@ -42,22 +43,19 @@ protected:
 
     static void expect_reports_of_minimal_engine(const std::string& reports)
     {
-        EXPECT_NE(reports.find("    Status: Usable\n"), std::string::npos) << reports;
-        EXPECT_NE(reports.find("Connections:   Total (cumulative): 1   Active: 1\n"), std::string::npos) << reports;
-        EXPECT_NE(reports.find("   Overall: msg:          1, in:   1000 B, out:    250 B, ratio:  75.00%\n"),
-                  std::string::npos)
+        EXPECT_TRUE(contains(reports, "    Status: Usable\n")) << reports;
+        EXPECT_TRUE(contains(reports, "Connections:   Total (cumulative): 1   Active: 1\n")) << reports;
+        EXPECT_TRUE(contains(reports, "   Overall: msg:          1, in:   1000 B, out:    250 B, ratio:  75.00%\n"))
             << reports;
-        EXPECT_NE(reports.find("1       1      192.0.2.10:40000  198.51.100.20:80     1000B/   0B  A\n"),
-                  std::string::npos)
+        EXPECT_TRUE(contains(reports, "1       1      192.0.2.10:40000  198.51.100.20:80     1000B/   0B  A\n"))
             << reports;
-        EXPECT_NE(reports.find("status 0\nKAV Statistics failed OR KAV was not initialized by WEQ"), std::string::npos)
-            << reports;
+        EXPECT_TRUE(contains(reports, "status 0\nKAV Statistics failed OR KAV was not initialized by WEQ")) << reports;
     }
 
-    static temporary_folder* m_folder;
+    static scratch_folder* m_folder;
 };
 
-temporary_folder* installed_tree::m_folder = nullptr;
+scratch_folder* installed_tree::m_folder = nullptr;
 
 TEST_F(installed_tree, the_viewer_its_page_and_its_completion_are_where_they_belong)
 {
@@ -71,8 +69,8 @@ TEST_F(installed_tree, the_viewer_its_page_and_its_completion_are_where_they_bel
 
 TEST_F(installed_tree, the_viewer_alone_takes_no_library_along)
 {
-    const temporary_folder folder;
-    const std::string alone = folder.path() / "sw/vantero";
+    const scratch_folder folder(disk());
+    const std::string alone = folder.file("sw/vantero");
     output_of("cmake --install '" KAV_BUILD_DIR "' --component viewer --prefix '" + alone + "'");
     EXPECT_TRUE(output_of("'" + alone + "/bin/exec_show_stats_kav'").starts_with("Invalid args\nUsage:\n"));
     EXPECT_FALSE(std::filesystem::exists(alone + "/include"));
@@ -82,51 +80,50 @@ TEST_F(installed_tree, the_viewer_alone_takes_no_library_along)
 
 TEST_F(installed_tree, the_example_builds_with_cmake)
 {
-    const temporary_folder folder;
+    const scratch_folder folder(disk());
     int status = 0;
     const std::string output =
-        output_of("cmake -G Ninja -S '" KAV_SOURCE_DIR "/examples' -B '" + folder.path().string() +
-                      "' -DCMAKE_PREFIX_PATH='" + prefix() + "' && cmake --build '" + folder.path().string() + "'",
+        output_of("cmake -G Ninja -S '" KAV_SOURCE_DIR "/examples' -B '" + folder.path() + "' -DCMAKE_PREFIX_PATH='" +
+                      prefix() + "' && cmake --build '" + folder.path() + "'",
                   &status);
     ASSERT_EQ(status, 0) << output;
-    expect_reports_of_minimal_engine(reports_of_engine(folder.path() / "minimal_engine"));
+    expect_reports_of_minimal_engine(reports_of_engine(folder.file("minimal_engine")));
 }
 
 TEST_F(installed_tree, the_example_builds_with_pkg_config_as_its_comment_says)
 {
-    const temporary_folder folder;
-    const std::string source = contents_of(KAV_SOURCE_DIR "/examples/minimal_engine.cpp");
+    const scratch_folder folder(disk());
+    const std::string source = bytes_of_file(KAV_SOURCE_DIR "/examples/minimal_engine.cpp");
     const std::size_t begin = source.find("c++ -std=c++20 ");
     ASSERT_NE(begin, std::string::npos);
     const std::string command = source.substr(begin, source.find('\n', begin) - begin);
     int status = 0;
     const std::string output =
-        output_of("cd '" + folder.path().string() + "' && cp '" KAV_SOURCE_DIR "/examples/minimal_engine.cpp' . && " +
+        output_of("cd '" + folder.path() + "' && cp '" KAV_SOURCE_DIR "/examples/minimal_engine.cpp' . && " +
                       "export PKG_CONFIG_PATH='" + libraries() + "/pkgconfig' && " + command + " -Wall -Wextra -Werror",
                   &status);
     ASSERT_EQ(status, 0) << output;
-    expect_reports_of_minimal_engine(reports_of_engine(folder.path() / "a.out"));
-    EXPECT_NE(output_of("readelf -d '" + (folder.path() / "a.out").string() + "'").find("[libkav_core.so." KAV_ABI "]"),
-              std::string::npos);
+    expect_reports_of_minimal_engine(reports_of_engine(folder.file("a.out")));
+    EXPECT_TRUE(contains(output_of("readelf -d '" + folder.file("a.out") + "'"), "[libkav_core.so." KAV_ABI "]"));
 }
 
 TEST_F(installed_tree, the_example_builds_with_the_library_inside)
 {
-    const temporary_folder folder;
+    const scratch_folder folder(disk());
     int status = 0;
-    const std::string output = output_of(
-        "cd '" + folder.path().string() + "' && c++ -std=c++20 '" KAV_SOURCE_DIR "/examples/minimal_engine.cpp' -I'" +
-            in_prefix("include/kav") + "' '" + libraries() + "/libkav_core.a'",
-        &status);
+    const std::string output =
+        output_of("cd '" + folder.path() + "' && c++ -std=c++20 '" KAV_SOURCE_DIR "/examples/minimal_engine.cpp' -I'" +
+                      in_prefix("include/kav") + "' '" + libraries() + "/libkav_core.a'",
+                  &status);
     ASSERT_EQ(status, 0) << output;
-    expect_reports_of_minimal_engine(reports_of_engine(folder.path() / "a.out"));
-    EXPECT_EQ(output_of("readelf -d '" + (folder.path() / "a.out").string() + "' | grep libkav"), "");
+    expect_reports_of_minimal_engine(reports_of_engine(folder.file("a.out")));
+    EXPECT_EQ(output_of("readelf -d '" + folder.file("a.out") + "' | grep libkav"), "");
 }
 
 TEST_F(installed_tree, the_model_alone_serves_programs_with_a_log_of_their_own)
 {
-    const temporary_folder folder;
-    std::ofstream(folder.path() / "program.cpp") << R"(#include <RE_stat_counters.h>
+    const scratch_folder folder(disk());
+    std::ofstream(folder.file("program.cpp")) << R"(#include <RE_stat_counters.h>
 #include <RE_syslog.h>
 #include <cstdio>
 void __re_syslog(const char*, int, int, int, int id, const char*, ...) { std::printf("message %d\n", id); }
@@ -135,11 +132,10 @@ int main()
     std::printf("%s\n", get_stat_unit_word(re_stat_global_counters[1].unit));
     return RE_mac_id().set("no address") ? 1 : 0;
 })";
-    std::ofstream(folder.path() / "CMakeLists.txt")
-        << "cmake_minimum_required(VERSION 3.16)\nproject(p LANGUAGES CXX)\n"
-           "find_package(kav_statistics 0.1 REQUIRED)\n"
-           "add_executable(program program.cpp)\n"
-           "target_link_libraries(program kav::model)\n";
+    std::ofstream(folder.file("CMakeLists.txt")) << "cmake_minimum_required(VERSION 3.16)\nproject(p LANGUAGES CXX)\n"
+                                                    "find_package(kav_statistics 0.1 REQUIRED)\n"
+                                                    "add_executable(program program.cpp)\n"
+                                                    "target_link_libraries(program kav::model)\n";
     const std::string place = folder.path();
     int status = 0;
     std::string output = output_of("cmake -G Ninja -S '" + place + "' -B '" + place + "/build' -DCMAKE_PREFIX_PATH='" +
@@ -157,10 +153,10 @@ TEST_F(installed_tree, the_shared_library_offers_what_its_headers_declare_and_no
         output_of("nm -DC --defined-only '" + libraries() + "/libkav_core.so' | cut -c 20- | grep KAV_CORE_" KAV_ABI);
     for (const char* name : {"RE_stat_reader::create(", "RE_stat_writer::open_conn(", "RE_auto_bypass::show_tables(",
                              "RE_mac_id::set(char const*)", "append_top_app_log(", "typeinfo for RE_stat_reader"}) {
-        EXPECT_NE(offered.find(name), std::string::npos) << name;
+        EXPECT_TRUE(contains(offered, name)) << name;
     }
     for (const char* name : {"RE_image_reader", "RE_save_target", "implementation", "\nstd::"}) {
-        EXPECT_EQ(offered.find(name), std::string::npos) << name;
+        EXPECT_FALSE(contains(offered, name)) << name;
     }
 }
 

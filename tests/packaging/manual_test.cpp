@@ -102,7 +102,7 @@ std::vector<std::string> labels_of(const std::string& literal)
 std::vector<std::string> literals_of(const std::filesystem::path& source)
 {
     std::vector<std::string> literals;
-    std::istringstream lines(contents_of(source));
+    std::istringstream lines(bytes_of_file(source));
     for (std::string line; std::getline(lines, line);) {
         if (!std::regex_search(line, std::regex("^ *(#include|//)"))) {
             for (const std::string& literal : matches(line, R"re("((?:[^"\\]|\\.)*)")re")) {
@@ -162,7 +162,7 @@ TEST(manual, every_label_that_the_viewer_prints_is_in_its_page)
     std::size_t count = 0;
     for (const auto& source : sources) {
         const std::filesystem::path kept = testing::TempDir() + "kav_manual_test.cpp";
-        std::ofstream(kept) << without_exempt_functions(contents_of(source));
+        std::ofstream(kept) << without_exempt_functions(bytes_of_file(source));
         for (const std::string& literal : literals_of(kept)) {
             if (is_exempt(literal)) {
                 continue;
@@ -196,7 +196,7 @@ TEST(manual, every_word_of_the_usage_text_is_in_the_viewers_page)
 
 TEST(manual, every_command_of_the_viewer_has_an_entry_of_its_own)
 {
-    const std::string source = contents_of(source_folder + "/comp/TCP/cli/RE_exec_show_stats_kav.cpp");
+    const std::string source = bytes_of_file(source_folder + "/comp/TCP/cli/RE_exec_show_stats_kav.cpp");
     const std::string table = source.substr(source.find("constexpr command commands[]"), 800);
     std::vector<std::string> commands = matches(table.substr(0, table.find("};")), "\\{\"([a-z-]+)\", run_");
     EXPECT_EQ(commands.size(), 12U);
@@ -220,7 +220,7 @@ TEST(manual, the_demo_engines_page_has_its_options_and_no_other)
 TEST(manual, every_error_code_is_in_the_page_of_the_file_format)
 {
     const std::string codes = section_of(page_text("kav-statistics.5"), "ERROR CODES");
-    const std::string header = contents_of(source_folder + "/comp/TCP/core/RE_stat_error.h");
+    const std::string header = bytes_of_file(source_folder + "/comp/TCP/core/RE_stat_error.h");
     const std::regex code("RE_STAT_ERR_([A-Z_]+) = (-[0-9]+)");
     int count = 0;
     for (std::sregex_iterator at(header.begin(), header.end(), code), end; at != end; ++at, ++count) {
@@ -246,7 +246,7 @@ TEST(manual, every_page_is_displayed_without_a_warning)
 TEST(manual, every_page_is_spelt_right)
 {
     const std::string words = testing::TempDir() + "kav_manual_test.words";
-    std::ofstream(words) << "personal_ws-1.1 en 0 utf-8\n" << contents_of(source_folder + "/docs/man/words.txt");
+    std::ofstream(words) << "personal_ws-1.1 en 0 utf-8\n" << bytes_of_file(source_folder + "/docs/man/words.txt");
     for (const std::string& page : pages()) {
         const std::string text = testing::TempDir() + "kav_manual_test.text";
         std::ofstream(text) << page_text(page);

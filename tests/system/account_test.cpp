@@ -1,9 +1,10 @@
 // The end-to-end account: the demo engine goes once through a known set of files, the real viewer prints every view,
 // and every figure in the reports is held against the engine's ledger, which is kept apart from the statistics.
 
-#include "demo_engine.h"
 #include "ledger_figures.h"
-#include "system_test.h"
+#include "support/contains.h"
+#include "support/demo_engine.h"
+#include "support/system_test.h"
 
 #include <sys/stat.h>
 
@@ -65,7 +66,7 @@ protected:
     std::string traffic() const { return path("traffic"); }
     void add_file(const std::string& name, const std::string& bytes) const
     {
-        write_bytes(traffic() + "/" + name, bytes);
+        write_file(traffic() + "/" + name, bytes);
     }
 
     // Runs the engine once through the files and holds every view against the ledger, which ends up in m_ledger.
@@ -75,7 +76,7 @@ protected:
         demo_engine engine(options);
         ASSERT_TRUE(engine.says("ready"));
         ASSERT_TRUE(engine.says("idle"));
-        m_ledger = json::parse(bytes_of(path("ledger")));
+        m_ledger = json::parse(bytes_of_file(path("ledger")));
         ASSERT_TRUE(m_ledger.at("finished").get<bool>());
         EXPECT_EQ(m_ledger.at("rounds"), 1);
 
@@ -88,7 +89,7 @@ protected:
         expect_bypass_table();
         expect_saved_reports();
         EXPECT_EQ(engine.stop().status, 0);
-        EXPECT_EQ(json::parse(bytes_of(path("ledger"))), m_ledger);
+        EXPECT_EQ(json::parse(bytes_of_file(path("ledger"))), m_ledger);
     }
 
     static figure_map with_counts(figure_map figures, const json& account)
@@ -112,7 +113,7 @@ protected:
     {
         const json& engine = m_ledger.at("engine");
         if (engine.at("connections") == 0) {
-            EXPECT_EQ(info.find("Connections:"), std::string::npos);
+            EXPECT_FALSE(contains(info, "Connections:"));
             EXPECT_EQ(connection_figures(detail), figure_map{});
             return;
         }
@@ -131,8 +132,7 @@ protected:
         for (const json& peer : m_ledger.at("peers")) {
             const auto number = peer.at("peer").get<long long>();
             ASSERT_TRUE(details.contains(number));
-            EXPECT_NE(details.at(number).find("Peer-ID : " + peer.at("mac_id").get<std::string>() + "\n"),
-                      std::string::npos);
+            EXPECT_TRUE(contains(details.at(number), "Peer-ID : " + peer.at("mac_id").get<std::string>() + "\n"));
             figure_map expected = with_counts(expected_connection_figures(peer), peer);
             expected["peer Nacks"] = expected["Nacks total"];
             expected["peer R-tx"] = expected["R-tx total"];

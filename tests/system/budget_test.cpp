@@ -1,9 +1,9 @@
 // What a report may cost, in figures that are the same on every machine. Times are for script/bench.
-#include "viewer_test.h"
+#include "support/viewer_test.h"
 
 #if defined(KAV_STATIC_VIEWER) && defined(KAV_OPTIMIZED)
 
-#include "program_cost.h"
+#include "support/program_cost.h"
 
 #include <fcntl.h>
 #include <unistd.h>

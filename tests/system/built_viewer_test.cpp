@@ -1,7 +1,7 @@
 // The viewer as it was built: how it is linked and hardened, read from the file itself, and what rights it needs.
 
 #include "support/own_session.h"
-#include "viewer_test.h"
+#include "support/viewer_test.h"
 
 #include <elf.h>
 #include <fcntl.h>
@@ -20,7 +20,7 @@ namespace {
 class elf_file
 {
 public:
-    explicit elf_file(const std::string& path) : m_bytes(bytes_of(path)) {}
+    explicit elf_file(const std::string& path) : m_bytes(bytes_of_file(path)) {}
 
     Elf64_Ehdr header() const { return record_at<Elf64_Ehdr>(0); }
 
@@ -211,10 +211,10 @@ TEST_F(viewer_rights, to_read_are_enough_for_every_word)
 
 TEST_F(viewer_rights, leave_the_segment_as_it_is)
 {
-    const std::string before = bytes_of(segment_path());
+    const std::string before = bytes_of_file(segment_path());
     for (const char* word : {"global-detail", "peer", "conn", "nack", "top-app", "config", "tech-support"}) {
         run_viewer({word});
     }
     run_viewer({"save-file", path("saved")});
-    EXPECT_TRUE(bytes_of(segment_path()) == before);
+    EXPECT_TRUE(bytes_of_file(segment_path()) == before);
 }

@@ -1,7 +1,7 @@
 // The two command words that list connections, with the whole text that the real viewer prints.
 
-#include "small_engine_reports.h"
-#include "viewer_test.h"
+#include "support/small_engine_reports.h"
+#include "support/viewer_test.h"
 
 namespace {
 

@@ -1,7 +1,9 @@
 // The demo engine as its user meets it, seen through the viewer.
 
-#include "demo_engine.h"
-#include "system_test.h"
+#include "support/contains.h"
+#include "support/demo_engine.h"
+#include "support/report_figures.h"
+#include "support/system_test.h"
 
 #include <unistd.h>
 
@@ -24,7 +26,7 @@ protected:
         for (int line = 0; line < 20000; ++line) {
             text += "line " + std::to_string(line % 700) + " of a text that repeats itself\n";
         }
-        write_bytes(path("traffic.txt"), text);
+        write_file(path("traffic.txt"), text);
     }
 
     std::vector<std::string> once() const { return {"--once", path("traffic.txt")}; }
@@ -117,7 +119,7 @@ TEST_F(demo, explains_itself_without_starting)
     EXPECT_EQ(help.status, 0);
     for (const char* option : {"--once", "--ledger", "--peers", "--slots", "--rate", "--top-app-log", "--version",
                                "KAV_STAT_SEGMENT", "Exit status"}) {
-        EXPECT_NE(help.out.find(option), std::string::npos) << option;
+        EXPECT_TRUE(contains(help.out, option)) << option;
     }
     EXPECT_EQ(help.err, "");
     const program_result version = run_demo({"--version"});
@@ -165,7 +167,7 @@ TEST_F(demo, holds_every_report_still_when_it_is_idle)
     for (const std::vector<std::string>& arguments : every_word) {
         before.push_back(without_ages(report_of(arguments)));
     }
-    EXPECT_NE(before[3].find("\nConnections:   Total (cumulative): 2   Active: 2\n"), std::string::npos);
+    EXPECT_TRUE(contains(before[3], "\nConnections:   Total (cumulative): 2   Active: 2\n"));
     std::this_thread::sleep_for(std::chrono::milliseconds(1500));
     std::size_t at = 0;
     for (const std::vector<std::string>& arguments : every_word) {
@@ -211,8 +213,8 @@ TEST_F(demo, runs_beside_another_under_another_name)
     const std::string peers_of_first = report_of({"peer", "no", "7"});
     const program_result peers_of_second =
         run_viewer({"peer", "no", "7"}, {.environment = {{"KAV_STAT_SEGMENT", other_segment()}}});
-    EXPECT_EQ(peers_of_first.find("Peer-No : 7"), std::string::npos);
-    EXPECT_NE(peers_of_second.out.find("Peer-No : 7"), std::string::npos);
+    EXPECT_FALSE(contains(peers_of_first, "Peer-No : 7"));
+    EXPECT_TRUE(contains(peers_of_second.out, "Peer-No : 7"));
     EXPECT_EQ(first.stop().status, 0);
     EXPECT_EQ(run_viewer({"nack"}, {.environment = {{"KAV_STAT_SEGMENT", other_segment()}}}).status, 0);
     EXPECT_EQ(second.stop().status, 0);

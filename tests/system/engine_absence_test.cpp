@@ -1,8 +1,8 @@
 // What the viewer says when no engine runs, whatever an engine has left behind.
 
-#include "small_engine.h"
 #include "support/own_session.h"
-#include "system_test.h"
+#include "support/small_engine.h"
+#include "support/system_test.h"
 
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -142,7 +142,7 @@ TEST_F(engine_absence, is_told_of_what_is_no_segment)
     ASSERT_EQ(mkfifo(segment_path().c_str(), 0600), 0);
     expect_refused({"global-info"});
     ASSERT_EQ(unlink(segment_path().c_str()), 0);
-    write_bytes(segment_path(), "");
+    write_file(segment_path(), "");
     expect_refused({"global-info"});
     for (const char* name : {"", "/", ".", "..", "a/b", "//"}) {
         expect_refused({"global-info"}, {.environment = {{"KAV_STAT_SEGMENT", name}}});

@@ -1,8 +1,9 @@
 // The command words that report on the engine as a whole, on its peers and on its applications, with the whole text
 // that the real viewer prints.
 
-#include "small_engine_reports.h"
-#include "viewer_test.h"
+#include "support/contains.h"
+#include "support/small_engine_reports.h"
+#include "support/viewer_test.h"
 
 #include <sys/stat.h>
 
@@ -70,7 +71,7 @@ TEST_F(engine_words, config_prints_every_parameter_and_the_configuration_file)
     {
     };
     const std::string file =
-        stat(installed.c_str(), &status) == 0 ? bytes_of(installed) : " Config file open failed \n";
+        stat(installed.c_str(), &status) == 0 ? bytes_of_file(installed) : " Config file open failed \n";
     EXPECT_EQ(report_of({"config"}), config_heading + config_detail +
                                          "\n<---------------- re_cfg.txt start here--------------------->\n" + file);
 }
@@ -117,7 +118,7 @@ TEST_F(engine_words, top_app_peer_keeps_the_entries_of_a_peer)
 {
     const std::string report = report_of({"top-app", "detail", "peer", "00:11:22:33:44:66-000000000000-00000000"});
     EXPECT_EQ(report.substr(0, 1 + files_entry.size()), "\n" + files_entry);
-    EXPECT_EQ(report.find("Port: 80"), std::string::npos);
+    EXPECT_FALSE(contains(report, "Port: 80"));
     EXPECT_EQ(report_of({"top-app", "detail", "peer", "30532"}), report) << "the number behind the identity";
 }
 

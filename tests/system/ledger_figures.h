@@ -2,7 +2,7 @@
 // in the forms of report_figures.h.
 #pragma once
 
-#include "report_figures.h"
+#include "support/report_figures.h"
 
 #include <nlohmann/json.hpp>
 

@@ -1,6 +1,7 @@
 // Files that earlier versions of the engine library wrote are still reported.
-#include "small_engine_reports.h"
-#include "viewer_test.h"
+#include "support/contains.h"
+#include "support/small_engine_reports.h"
+#include "support/viewer_test.h"
 
 namespace {
 
@@ -18,9 +19,9 @@ TEST_F(old_files, a_top_application_log_of_sections_is_reported)
 TEST_F(old_files, saved_statistics_of_layout_1_are_reported)
 {
     const std::string report = report_of({"read-file", KAV_TEST_DATA "/statistics.layout-1"});
-    EXPECT_NE(report.find("Peer-No : 11 "), std::string::npos);
-    EXPECT_NE(report.find("Peer-No : 12 "), std::string::npos);
-    EXPECT_NE(report.find("Peer-ID : 02:00:00:00:00:01\n"), std::string::npos);
+    EXPECT_TRUE(contains(report, "Peer-No : 11 "));
+    EXPECT_TRUE(contains(report, "Peer-No : 12 "));
+    EXPECT_TRUE(contains(report, "Peer-ID : 02:00:00:00:00:01\n"));
 }
 
 } // namespace

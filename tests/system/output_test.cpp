@@ -1,11 +1,13 @@
 // Standard output that cannot take a report, or takes it slowly: the exit status tells, and the viewer never hangs.
 
-#include "small_engine_reports.h"
-#include "viewer_test.h"
+#include "support/small_engine_reports.h"
+#include "support/viewer_test.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <memory>
 
 namespace {
 
@@ -43,6 +45,33 @@ protected:
         m_writing = ends[1];
         ASSERT_GE(fcntl(m_writing, F_SETPIPE_SZ, small_pipe), 0);
         ASSERT_EQ(fcntl(m_writing, F_SETFL, flags), 0);
+    }
+
+    // A viewer that prints into a pipe, which this test reads.
+    std::unique_ptr<child_program> start_into_pipe(const std::vector<std::string>& arguments, int flags = 0)
+    {
+        make_pipe(flags);
+        auto viewer = std::make_unique<child_program>(built_program("exec_show_stats_kav"), arguments,
+                                                      run_surroundings{.output = m_writing});
+        close_end(m_writing);
+        return viewer;
+    }
+
+    // How a viewer ends when shared memory is cut to nothing in the middle of what it prints.
+    program_result result_when_cut(const std::vector<std::string>& arguments)
+    {
+        struct stat whole = {};
+        EXPECT_EQ(stat(segment_path().c_str(), &whole), 0);
+        const auto viewer = start_into_pipe(arguments);
+        // Once the first bytes are there, the viewer waits in the middle of its output for the rest to be taken.
+        std::string printed(1, '\0');
+        EXPECT_EQ(read(m_reading, printed.data(), 1), 1);
+        EXPECT_EQ(truncate(segment_path().c_str(), 0), 0);
+        printed += rest_of_pipe(small_pipe);
+        program_result result = viewer->finish();
+        result.out = printed;
+        EXPECT_EQ(truncate(segment_path().c_str(), whole.st_size), 0); // so that the engine can withdraw
+        return result;
     }
 
     // What the pipe still holds, up to its end.
@@ -130,24 +159,20 @@ TEST_F(output, whose_reader_is_gone_is_told_by_the_status_of_every_word)
 TEST_F(output, whose_reader_leaves_in_the_middle_is_told_by_the_status)
 {
     fill_nack_log();
-    make_pipe();
-    child_program viewer(built_program("exec_show_stats_kav"), {"nack"}, {.output = m_writing});
-    close_end(m_writing);
+    const auto viewer = start_into_pipe({"nack"});
     char some[100];
     ASSERT_EQ(read(m_reading, some, sizeof some), static_cast<ssize_t>(sizeof some));
     close_end(m_reading);
-    EXPECT_EQ(viewer.finish().status, 1);
+    EXPECT_EQ(viewer->finish().status, 1);
 }
 
 TEST_F(output, that_takes_one_byte_at_a_time_gets_the_whole_report)
 {
     const std::string report = report_of({"peer", "detail"});
     ASSERT_GT(report.size(), static_cast<std::size_t>(small_pipe));
-    make_pipe();
-    child_program viewer(built_program("exec_show_stats_kav"), {"peer", "detail"}, {.output = m_writing});
-    close_end(m_writing);
+    const auto viewer = start_into_pipe({"peer", "detail"});
     EXPECT_EQ(rest_of_pipe(1), report);
-    EXPECT_EQ(viewer.finish().status, 0);
+    EXPECT_EQ(viewer->finish().status, 0);
 }
 
 TEST_F(output, that_does_not_wait_gets_the_whole_report_while_there_is_room)
@@ -164,54 +189,29 @@ TEST_F(output, that_does_not_wait_is_waited_for_when_it_is_full)
 {
     fill_nack_log();
     const std::string report = report_of({"nack"});
-    make_pipe(O_NONBLOCK);
-    child_program viewer(built_program("exec_show_stats_kav"), {"nack"}, {.output = m_writing});
-    close_end(m_writing);
+    const auto viewer = start_into_pipe({"nack"}, O_NONBLOCK);
     EXPECT_EQ(rest_of_pipe(small_pipe), report);
-    EXPECT_EQ(viewer.finish().status, 0);
+    EXPECT_EQ(viewer->finish().status, 0);
 }
 
 TEST_F(output, ends_with_the_refusal_when_shared_memory_is_cut_short_under_a_report)
 {
     fill_nack_log();
     const std::string report = report_of({"nack"});
-    struct stat whole = {};
-    ASSERT_EQ(stat(segment_path().c_str(), &whole), 0);
-    make_pipe();
-    child_program viewer(built_program("exec_show_stats_kav"), {"nack"}, {.output = m_writing});
-    close_end(m_writing);
-    // Once the first bytes are there, the viewer waits in the middle of its report for the rest to be taken.
-    std::string printed(1, '\0');
-    ASSERT_EQ(read(m_reading, printed.data(), 1), 1);
-    ASSERT_EQ(truncate(segment_path().c_str(), 0), 0);
-    printed += rest_of_pipe(small_pipe);
-    const program_result result = viewer.finish();
-    ASSERT_EQ(truncate(segment_path().c_str(), whole.st_size), 0); // so that the engine can withdraw
-
+    const program_result result = result_when_cut({"nack"});
     EXPECT_EQ(result.signal, 0);
     EXPECT_EQ(result.status, 1);
     const std::string refusal = "KAV Statistics failed OR KAV was not initialized by WEQ";
-    ASSERT_GT(printed.size(), refusal.size());
-    EXPECT_EQ(printed, report.substr(0, printed.size() - refusal.size()) + refusal);
+    ASSERT_GT(result.out.size(), refusal.size());
+    EXPECT_EQ(result.out, report.substr(0, result.out.size() - refusal.size()) + refusal);
 }
 
 TEST_F(output, that_is_being_saved_to_ends_with_a_code_when_shared_memory_is_cut_short)
 {
     fill_nack_log();
-    struct stat whole = {};
-    ASSERT_EQ(stat(segment_path().c_str(), &whole), 0);
-    make_pipe();
-    child_program viewer(built_program("exec_show_stats_kav"), {"save-file", "/dev/fd/1"}, {.output = m_writing});
-    close_end(m_writing);
-    std::string printed(1, '\0');
-    ASSERT_EQ(read(m_reading, printed.data(), 1), 1);
-    ASSERT_EQ(truncate(segment_path().c_str(), 0), 0);
-    printed += rest_of_pipe(small_pipe);
-    const program_result result = viewer.finish();
-    ASSERT_EQ(truncate(segment_path().c_str(), whole.st_size), 0); // so that the engine can withdraw
-
+    const program_result result = result_when_cut({"save-file", "/dev/fd/1"});
     EXPECT_EQ(result.status, 1);
-    EXPECT_TRUE(printed.ends_with("KAV Statistics Reader: failed to write file /dev/fd/1, error code: -13\n"));
+    EXPECT_TRUE(result.out.ends_with("KAV Statistics Reader: failed to write file /dev/fd/1, error code: -13\n"));
 }
 
 TEST_F(output, of_a_long_report_comes_through_whole)

@@ -1,6 +1,6 @@
 // Command lines that the real viewer refuses or passes over in silence.
 
-#include "viewer_test.h"
+#include "support/viewer_test.h"
 
 namespace {
 

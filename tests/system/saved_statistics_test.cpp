@@ -1,8 +1,9 @@
 // Saving statistics and reading them back, with every way in which either can fail.
 
 #include "RE_stat_error.h"
+#include "support/contains.h"
 #include "support/own_session.h"
-#include "viewer_test.h"
+#include "support/viewer_test.h"
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -76,8 +77,8 @@ TEST_F(saved_statistics, show_the_moment_of_saving)
     m_engine.writer().add_conn_stat(m_engine.encoding_conn(), RE_STAT_CONN_ID_ENCODE_NUM_MSGS, 1);
     EXPECT_NE(report_of({"global-info"}), before);
     const std::string report = report_of({"read-file", file});
-    EXPECT_NE(report.find("   Overall: msg:         10, in:    976 KB"), std::string::npos);
-    EXPECT_EQ(report.find("   Overall: msg:         11, "), std::string::npos);
+    EXPECT_TRUE(contains(report, "   Overall: msg:         10, in:    976 KB"));
+    EXPECT_FALSE(contains(report, "   Overall: msg:         11, "));
 }
 
 TEST_F(saved_statistics, are_read_without_a_look_at_the_live_ones)
@@ -95,7 +96,7 @@ TEST_F(saved_statistics, go_through_a_pipe)
     const program_result saved = run_viewer({"save-file", "/dev/stdout"});
     EXPECT_EQ(saved.status, 0);
     EXPECT_EQ(saved.err, "");
-    write_bytes(path("from_pipe"), saved.out);
+    write_file(path("from_pipe"), saved.out);
     EXPECT_EQ(report_of({"read-file", path("from_pipe")}), report_of({"read-file", save("saved")}));
 }
 
@@ -105,7 +106,7 @@ TEST_F(saved_statistics, take_the_place_of_older_ones_and_keep_their_mode)
     ASSERT_EQ(chmod(file.c_str(), 0640), 0);
     m_engine.writer().set_global(RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE, 4000);
     save("saved");
-    EXPECT_NE(report_of({"read-file", file}).find("Total usable disk size:   4000 MB"), std::string::npos);
+    EXPECT_TRUE(contains(report_of({"read-file", file}), "Total usable disk size:   4000 MB"));
     struct stat status
     {
     };
@@ -117,7 +118,7 @@ TEST_F(saved_statistics, take_the_place_of_older_ones_and_keep_their_mode)
 TEST_F(saved_statistics, follow_ones_own_link_and_leave_it_in_place)
 {
     save("saved");
-    write_bytes(path("target"), "old");
+    write_file(path("target"), "old");
     ASSERT_EQ(symlink("target", path("link").c_str()), 0);
     save("link");
     EXPECT_TRUE(std::filesystem::is_symlink(path("link")));
@@ -152,51 +153,51 @@ TEST_F(saved_statistics, that_are_no_regular_file_are_refused_at_once)
 
 TEST_F(saved_statistics, that_are_empty_or_something_else_are_refused)
 {
-    write_bytes(path("empty"), "");
+    write_file(path("empty"), "");
     expect_read_refused(path("empty"), RE_STAT_ERR_EMPTY_FILE);
-    write_bytes(path("text"), "KAV configuration:\n");
+    write_file(path("text"), "KAV configuration:\n");
     expect_read_refused(path("text"), RE_STAT_ERR_NOT_STATISTICS);
     expect_read_refused(built_program("exec_show_stats_kav"), RE_STAT_ERR_NOT_STATISTICS);
 }
 
 TEST_F(saved_statistics, that_were_cut_or_grew_are_refused)
 {
-    const std::string bytes = bytes_of(save("saved"));
+    const std::string bytes = bytes_of_file(save("saved"));
     for (const std::size_t length :
          {std::size_t{1}, std::size_t{8}, std::size_t{127}, std::size_t{128}, bytes.size() / 2, bytes.size() - 1}) {
-        write_bytes(path("cut"), bytes.substr(0, length));
+        write_file(path("cut"), bytes.substr(0, length));
         expect_read_refused(path("cut"), RE_STAT_ERR_CUT);
     }
-    write_bytes(path("grown"), bytes + '\0');
+    write_file(path("grown"), bytes + '\0');
     expect_read_refused(path("grown"), RE_STAT_ERR_CUT);
 }
 
 TEST_F(saved_statistics, with_a_flipped_bit_are_refused)
 {
-    const std::string bytes = bytes_of(save("saved"));
+    const std::string bytes = bytes_of_file(save("saved"));
     const std::size_t behind_header = 128;
     for (const std::size_t place : {behind_header, bytes.size() / 2, bytes.size() - 1}) {
         std::string flipped = bytes;
         flipped[place] = static_cast<char>(flipped[place] ^ 0x10);
-        write_bytes(path("flipped"), flipped);
+        write_file(path("flipped"), flipped);
         expect_read_refused(path("flipped"), RE_STAT_ERR_CHECKSUM);
     }
 }
 
 TEST_F(saved_statistics, of_another_byte_order_or_version_are_refused_by_name)
 {
-    const std::string bytes = bytes_of(save("saved"));
+    const std::string bytes = bytes_of_file(save("saved"));
     constexpr std::size_t byte_order = 8;
     std::string other = bytes;
     std::swap(other[byte_order], other[byte_order + 3]);
     std::swap(other[byte_order + 1], other[byte_order + 2]);
-    write_bytes(path("other_order"), other);
+    write_file(path("other_order"), other);
     expect_read_refused(path("other_order"), RE_STAT_ERR_BYTE_ORDER);
 
     constexpr std::size_t layout_version = 12;
     other = bytes;
     other[layout_version] = 99;
-    write_bytes(path("newer"), other);
+    write_file(path("newer"), other);
     expect_read_refused(path("newer"), RE_STAT_ERR_VERSION);
 }
 
@@ -212,7 +213,7 @@ TEST_F(saved_statistics, refuse_targets_that_cannot_be)
 {
     expect_save_refused(folder(), RE_STAT_ERR_TARGET_FOLDER);
     expect_save_refused(path("missing/file"), RE_STAT_ERR_TARGET);
-    write_bytes(path("file"), "");
+    write_file(path("file"), "");
     expect_save_refused(path("file/below"), RE_STAT_ERR_TARGET);
     expect_save_refused(path(std::string(300, 'n')), RE_STAT_ERR_TARGET);
     expect_save_refused("", RE_STAT_ERR_TARGET);
@@ -231,21 +232,21 @@ TEST_F(saved_statistics, tell_a_full_disk)
 
 TEST_F(saved_statistics, leave_the_older_ones_whole_when_there_is_no_room)
 {
-    const std::string bytes = bytes_of(save("saved"));
+    const std::string bytes = bytes_of_file(save("saved"));
     expect_save_refused(path("saved"), RE_STAT_ERR_NO_SPACE, {.limits = {{RLIMIT_FSIZE, 1024}}});
-    EXPECT_EQ(bytes_of(path("saved")), bytes);
+    EXPECT_EQ(bytes_of_file(path("saved")), bytes);
 }
 
 TEST_F(saved_statistics, leave_the_older_ones_whole_without_the_right_to_replace_them)
 {
-    const std::string bytes = bytes_of(save("saved"));
+    const std::string bytes = bytes_of_file(save("saved"));
     const own_session session;
     const small_engine engine(0644);
     ASSERT_TRUE(session.let_others_in());
     ASSERT_EQ(chmod(folder().c_str(), 0555), 0);
     expect_save_refused(path("saved"), RE_STAT_ERR_TARGET, without_rights());
     ASSERT_EQ(chmod(folder().c_str(), 0755), 0);
-    EXPECT_EQ(bytes_of(path("saved")), bytes);
+    EXPECT_EQ(bytes_of_file(path("saved")), bytes);
 }
 
 TEST_F(saved_statistics, never_follow_anothers_link_out_of_a_folder_open_to_all)
@@ -253,13 +254,13 @@ TEST_F(saved_statistics, never_follow_anothers_link_out_of_a_folder_open_to_all)
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root can make a link that is another user's";
     }
-    write_bytes(path("precious"), "precious");
+    write_file(path("precious"), "precious");
     ASSERT_EQ(mkdir(path("open").c_str(), 0777), 0);
     ASSERT_EQ(chmod(path("open").c_str(), 01777), 0);
     ASSERT_EQ(symlink(path("precious").c_str(), path("open/planted").c_str()), 0);
     ASSERT_EQ(lchown(path("open/planted").c_str(), nobody, nogroup), 0);
     expect_save_refused(path("open/planted"), RE_STAT_ERR_PLANTED_LINK);
-    EXPECT_EQ(bytes_of(path("precious")), "precious");
+    EXPECT_EQ(bytes_of_file(path("precious")), "precious");
 }
 
 TEST_F(saved_statistics, need_an_engine_only_to_be_saved)

@@ -1,7 +1,7 @@
 // Poor and odd surroundings: the same bytes as ever, or the documented refusal.
 
-#include "small_engine_reports.h"
-#include "viewer_test.h"
+#include "support/small_engine_reports.h"
+#include "support/viewer_test.h"
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -113,7 +113,7 @@ TEST_F(surroundings, that_limit_files_cut_a_redirected_report_and_tell)
     const program_result result = run_viewer({"global-detail"}, {.limits = {{RLIMIT_FSIZE, 1024}}, .output = file});
     close(file);
     EXPECT_EQ(result.status, 1) << "and no death by a signal";
-    EXPECT_EQ(bytes_of(path("report")), report_of({"global-detail"}).substr(0, 1024));
+    EXPECT_EQ(bytes_of_file(path("report")), report_of({"global-detail"}).substr(0, 1024));
 }
 
 TEST_F(surroundings, with_a_time_zone_show_its_time)

@@ -1,6 +1,7 @@
 // Reports on a terminal, where names that come from peers must not act.
 #include "RE_stat_writer.h"
-#include "system_test.h"
+#include "support/contains.h"
+#include "support/system_test.h"
 
 #include <pty.h>
 #include <termios.h>
@@ -69,7 +70,7 @@ private:
 TEST_F(on_a_terminal, control_characters_are_question_marks_and_nothing_else_changes)
 {
     const program_result in_a_pipe = run_viewer({"peer"});
-    EXPECT_NE(in_a_pipe.out.find(hostile_name), std::string::npos) << "as the peer gave it";
+    EXPECT_TRUE(contains(in_a_pipe.out, hostile_name)) << "as the peer gave it";
     int status = -1;
     EXPECT_EQ(shown({"peer"}, status), with_shown_name(in_a_pipe.out));
     EXPECT_EQ(status, 0);

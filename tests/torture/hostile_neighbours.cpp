@@ -1,8 +1,8 @@
 // The campaign of all attacks by other users, each in a process of its own.
 #include "hostile.h"
 
+#include "support/child_program.h"
 #include "support/private_dev.h"
-#include "system/child_program.h"
 
 #include <sys/stat.h>
 #include <sys/wait.h>

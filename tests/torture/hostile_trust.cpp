@@ -1,7 +1,7 @@
 // Attacks on whose engine it is, and on who may stop it. The neighbour tries everything that it may do, wherever an
 // engine of root's could publish.
 #include "hostile.h"
-#include "sample_engine.h"
+#include "support/engine_shapes.h"
 
 #include <fcntl.h>
 #include <grp.h>

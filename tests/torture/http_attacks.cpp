@@ -1,6 +1,6 @@
 // Clients that want to keep others from kavstat's server: nobody waits for them, and its memory stays bounded.
-#include "kavstat/http_client.h"
-#include "sample_engine.h"
+#include "support/engine_shapes.h"
+#include "support/http_client.h"
 #include "torture.h"
 
 #include <algorithm>

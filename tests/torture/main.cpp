@@ -2,7 +2,7 @@
 //     kav_torture CAMPAIGN [--count N | --percent N] [--seed N] [--bin FOLDER]
 // With --bin, hostile-neighbours attacks the programs in that folder, such as those of an earlier version.
 //     kav_torture --list
-#include "sample_engine.h"
+#include "support/engine_shapes.h"
 #include "support/own_segment.h"
 #include "torture.h"
 

@@ -2,7 +2,7 @@
 //
 // Every record of this engine follows from one number, so that a row which shows parts of two records is found out.
 #include "RE_ip.h"
-#include "sample_engine.h"
+#include "support/engine_shapes.h"
 #include "support/own_segment.h"
 #include "torture.h"
 

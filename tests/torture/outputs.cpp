@@ -1,5 +1,5 @@
 // Outputs that take little, nothing, or go away: the whole report or status 1, and soon.
-#include "sample_engine.h"
+#include "support/engine_shapes.h"
 #include "torture.h"
 
 #include <fcntl.h>

@@ -1,7 +1,7 @@
 // Saving over an older file while something goes wrong: afterwards there is the old file or the new one, whole, and
 // after a failure that the viewer could tell, nothing else.
 #include "RE_stat_image.h"
-#include "sample_engine.h"
+#include "support/engine_shapes.h"
 #include "torture.h"
 
 #include <fcntl.h>

@@ -3,7 +3,7 @@
 // or all of it can be read.
 #include "RE_stat_error.h"
 #include "RE_stat_image.h"
-#include "sample_engine.h"
+#include "support/engine_shapes.h"
 #include "support/relaid_image.h"
 #include "torture.h"
 

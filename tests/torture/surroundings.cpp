@@ -1,6 +1,6 @@
 // Surroundings in which a program is easily caught out: no memory, few descriptors, odd clocks, a crowd. The report has
 // the same bytes as ever, or the viewer says by status 1 that it could not be had.
-#include "sample_engine.h"
+#include "support/engine_shapes.h"
 #include "torture.h"
 
 #include <algorithm>

@@ -58,27 +58,13 @@ std::string end_of(const program_result& result)
 
 std::vector<unsigned char> read_bytes(const std::string& path)
 {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    const std::string bytes = bytes_of_file(path);
+    return {bytes.begin(), bytes.end()};
 }
 
 void write_bytes(const std::string& path, const std::vector<unsigned char>& bytes)
 {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    if (!file.flush()) {
-        throw std::runtime_error("cannot write " + path);
-    }
-}
-
-std::vector<std::string> names_in(const std::string& folder)
-{
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        names.push_back(entry.path().filename());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
+    write_file(path, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
 
 void stay_on_processor(int number)

@@ -1,7 +1,8 @@
 // What the torture campaigns share. A campaign tries one promise many times and counts how often it was broken.
 #pragma once
 
-#include "system/child_program.h"
+#include "support/child_program.h"
+#include "support/files.h"
 
 #include <unistd.h>
 
@@ -86,8 +87,6 @@ std::string end_of(const program_result& result);
 
 std::vector<unsigned char> read_bytes(const std::string& path);
 void write_bytes(const std::string& path, const std::vector<unsigned char>& bytes);
-// Names in a folder, apart from "." and "..", sorted.
-std::vector<std::string> names_in(const std::string& folder);
 
 // Keeps this process and those it starts on one processor; does nothing on a machine with fewer.
 void stay_on_processor(int number);

@@ -2,6 +2,7 @@
 
 #include "RE_auto_bypass.h"
 #include "RE_nack_view.h"
+#include "RE_record_flag.h"
 #include "RE_viewer_reader.h"
 
 #include <fcntl.h>
@@ -11,7 +12,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 
 namespace {
@@ -23,15 +23,6 @@ const char* comp_type_word(int comp_type)
     static constexpr const char* words[] = {"INVALID", "KAV-ONLY", "LZ-ONLY", "KAV + LZ", "None"};
     constexpr int count = sizeof words / sizeof words[0];
     return words[comp_type >= 0 && comp_type < count ? comp_type : 0];
-}
-
-// The record comes from shared memory or a file, where a flag's byte may hold more than 0 and 1; loading it as a bool
-// would be undefined.
-bool is_set(const bool& flag)
-{
-    unsigned char byte = 0;
-    std::memcpy(&byte, &flag, sizeof byte);
-    return byte != 0;
 }
 
 void print_brief_config(const RE_stat_config_param& cfg)

@@ -4,6 +4,7 @@
 #include "RE_conn_view.h"
 #include "RE_global_view.h"
 #include "RE_ip.h"
+#include "RE_keyword_rules.h"
 #include "RE_nack_view.h"
 #include "RE_peer_view.h"
 #include "RE_syslog.h"
@@ -34,26 +35,9 @@ constexpr int log_line_client_ip = 2173;
 constexpr int log_line_server_ip = 2213;
 constexpr int log_id_ip_trace = 690406;
 
-// Every word of the command line is matched by its beginning alone: "peers" is "peer", "idle" is "id", "none" is "no".
-// Scripts rely on it, and it makes the order of the tests part of the grammar.
-bool is_keyword(const char* argument, const char* keyword)
-{
-    return std::strncmp(argument, keyword, std::strlen(keyword)) == 0;
-}
-
-int decimal(const char* text)
-{
-    return low32(std::strtol(text, nullptr, 10));
-}
-
 int hexadecimal(const char* text)
 {
     return low32(std::strtol(text, nullptr, 16));
-}
-
-unsigned short low16(int value)
-{
-    return static_cast<unsigned short>(value);
 }
 
 bool has_debug_bit(const unsigned char* flags)
@@ -93,70 +77,6 @@ int fail_with_usage()
     return exit_failure;
 }
 
-void print_missing_value(const char* keyword)
-{
-    std::printf("parameter to %s is NULL\n", keyword);
-}
-
-// What a keyword made of its value.
-enum class outcome
-{
-    accepted,
-    refused,
-    refused_with_usage,
-};
-
-// A word that the arguments of one command may hold: with a value after it, or alone.
-template <typename Arguments>
-struct keyword_rule
-{
-    const char* keyword;
-    outcome (*take_value)(Arguments& arguments, char* value); // null for a word that stands alone
-    void (*set)(Arguments& arguments);
-};
-
-// Walks the arguments after the command word. False after an error, which has been printed. invalid_text: how the
-// command calls a word that it does not know.
-template <typename Arguments, std::size_t count>
-bool parse_keywords(int argc, char** argv, const keyword_rule<Arguments> (&rules)[count], const char* invalid_text,
-                    Arguments& arguments)
-{
-    for (int at = 2; at < argc; ++at) {
-        const keyword_rule<Arguments>* matching = nullptr;
-        for (const keyword_rule<Arguments>& rule : rules) {
-            if (is_keyword(argv[at], rule.keyword)) {
-                matching = &rule;
-                break;
-            }
-        }
-        if (matching == nullptr) {
-            std::printf("%s: %s\n", invalid_text, argv[at]);
-            show_usage();
-            return false;
-        }
-        if (matching->take_value == nullptr) {
-            matching->set(arguments);
-            continue;
-        }
-        if (at + 1 >= argc) {
-            print_missing_value(argv[at]);
-            show_usage();
-            return false;
-        }
-        ++at;
-        switch (matching->take_value(arguments, argv[at])) {
-        case outcome::accepted:
-            break;
-        case outcome::refused_with_usage:
-            show_usage();
-            [[fallthrough]];
-        case outcome::refused:
-            return false;
-        }
-    }
-    return true;
-}
-
 struct peer_arguments
 {
     RE_mac_id peer_mac_id{};
@@ -167,42 +87,29 @@ struct peer_arguments
     RE_show_type type = RE_SHOW_INFO;
 };
 
-outcome take_mac_id(peer_arguments& arguments, char* value)
+bool take_mac_id(peer_arguments& arguments, char* value)
 {
     if (std::strlen(value) > RE_mac_id::text_length) {
         value[RE_mac_id::text_length] = '\0';
     }
     if (!arguments.peer_mac_id.set(value)) {
         std::printf("invalid mac-id format: %s\n", value);
-        return outcome::refused_with_usage;
+        show_usage();
+        return false;
     }
     arguments.p_peer_mac_id = &arguments.peer_mac_id;
-    return outcome::accepted;
+    return true;
 }
 
-outcome take_peer_ip(peer_arguments& arguments, char* value)
+// Unlike with "conn", a refused address does not bring the usage text.
+bool take_peer_ip(peer_arguments& arguments, char* value)
 {
-    // Unlike with "conn", a refused address does not bring the usage text.
-    return parse_ip(value, log_line_peer_ip, arguments.peer_ip) ? outcome::accepted : outcome::refused;
+    return parse_ip(value, log_line_peer_ip, arguments.peer_ip);
 }
 
 constexpr keyword_rule<peer_arguments> peer_rules[] = {
-    {"mac-id", take_mac_id, nullptr},
-    {"no",
-     [](peer_arguments& arguments, char* value) {
-         arguments.peer_id = decimal(value);
-         return outcome::accepted;
-     },
-     nullptr},
-    {"ctx-id",
-     [](peer_arguments& arguments, char* value) {
-         arguments.ctx_id = decimal(value);
-         return outcome::accepted;
-     },
-     nullptr},
-    {"ip", take_peer_ip, nullptr},
-    {"detail", nullptr, [](peer_arguments& arguments) { arguments.type = RE_SHOW_DETAIL; }},
-    {"nack", nullptr, [](peer_arguments& arguments) { arguments.type = RE_SHOW_NACK; }},
+    {"mac-id", take_mac_id}, {"no", &peer_arguments::peer_id}, {"ctx-id", &peer_arguments::ctx_id},
+    {"ip", take_peer_ip},    {"detail", RE_SHOW_DETAIL},       {"nack", RE_SHOW_NACK},
 };
 
 int run_peer(int argc, char** argv)
@@ -234,47 +141,27 @@ void show_conn(const conn_arguments& arguments)
               arguments.peer_id, arguments.type, arguments.conn_active, arguments.conn_last);
 }
 
+template <auto ip, int log_line>
+bool take_conn_ip(conn_arguments& arguments, char* value)
+{
+    const bool b_accepted = parse_ip(value, log_line, arguments.*ip);
+    if (!b_accepted) {
+        show_usage();
+    }
+    return b_accepted;
+}
+
 constexpr keyword_rule<conn_arguments> conn_rules[] = {
-    {"client-ip",
-     [](conn_arguments& arguments, char* value) {
-         return parse_ip(value, log_line_client_ip, arguments.client_ip) ? outcome::accepted
-                                                                         : outcome::refused_with_usage;
-     },
-     nullptr},
-    {"id",
-     [](conn_arguments& arguments, char* value) {
-         arguments.conn_id = decimal(value);
-         return outcome::accepted;
-     },
-     nullptr},
-    {"peer-no",
-     [](conn_arguments& arguments, char* value) {
-         arguments.peer_id = decimal(value);
-         return outcome::accepted;
-     },
-     nullptr},
-    {"server-ip",
-     [](conn_arguments& arguments, char* value) {
-         return parse_ip(value, log_line_server_ip, arguments.server_ip) ? outcome::accepted
-                                                                         : outcome::refused_with_usage;
-     },
-     nullptr},
-    {"client-port",
-     [](conn_arguments& arguments, char* value) {
-         arguments.client_port = low16(decimal(value));
-         return outcome::accepted;
-     },
-     nullptr},
-    {"server-port",
-     [](conn_arguments& arguments, char* value) {
-         arguments.server_port = low16(decimal(value));
-         return outcome::accepted;
-     },
-     nullptr},
-    {"detail", nullptr, [](conn_arguments& arguments) { arguments.type = RE_SHOW_DETAIL; }},
-    {"nack", nullptr, [](conn_arguments& arguments) { arguments.type = RE_SHOW_NACK; }},
-    {"active", nullptr, [](conn_arguments& arguments) { arguments.conn_active = true; }},
-    {"last", nullptr, [](conn_arguments& arguments) { arguments.conn_last = true; }},
+    {"client-ip", take_conn_ip<&conn_arguments::client_ip, log_line_client_ip>},
+    {"id", &conn_arguments::conn_id},
+    {"peer-no", &conn_arguments::peer_id},
+    {"server-ip", take_conn_ip<&conn_arguments::server_ip, log_line_server_ip>},
+    {"client-port", &conn_arguments::client_port},
+    {"server-port", &conn_arguments::server_port},
+    {"detail", RE_SHOW_DETAIL},
+    {"nack", RE_SHOW_NACK},
+    {"active", &conn_arguments::conn_active},
+    {"last", &conn_arguments::conn_last},
 };
 
 int run_conn(int argc, char** argv)
@@ -320,13 +207,12 @@ bool take_hexadecimal_ip(const positional_arguments& places, int place, unsigned
     }
     ip = static_cast<unsigned int>(std::strtoul(value, nullptr, 16));
     if (is_debug_enabled()) {
-        if (place == 2) {
-            __re_syslog(log_file, log_line_positional_client_ip, KAV_GENERIC, RE_SYSLOG_DEBUG, log_id_ip_trace,
-                        "argv[3]=%s, translate into %x, ip_string to %s\n", value, ip, ip_to_string(ip));
-        } else {
-            __re_syslog(log_file, log_line_positional_server_ip, KAV_GENERIC, RE_SYSLOG_DEBUG, log_id_ip_trace,
-                        "argv[5]=%s, translate into %x, ip_string to %s\n", value, ip, ip_to_string(ip));
-        }
+        const bool b_client = place == 2;
+        __re_syslog(log_file, b_client ? log_line_positional_client_ip : log_line_positional_server_ip, KAV_GENERIC,
+                    RE_SYSLOG_DEBUG, log_id_ip_trace,
+                    b_client ? "argv[3]=%s, translate into %x, ip_string to %s\n"
+                             : "argv[5]=%s, translate into %x, ip_string to %s\n",
+                    value, ip, ip_to_string(ip));
     }
     return accept_host_address(ip);
 }
@@ -385,47 +271,40 @@ int run_connection(int argc, char** argv)
     return exit_success;
 }
 
-// Copies a value into an array and cuts it to fit; the rest of the array becomes NUL.
-template <std::size_t size>
-void copy_bounded(char (&array)[size], const char* value)
-{
-    const std::size_t length = strnlen(value, size - 1);
-    std::memcpy(array, value, length);
-    std::memset(array + length, 0, size - length);
-}
-
-// Other than "peer" and "conn", this command passes over words that it does not know and never prints the usage text.
-int run_top_app(int argc, char** argv)
+struct top_app_arguments
 {
     char input_file_path[1024] = {};
     char kav_peer_id_string[256] = {};
-    bool b_show_detail = false;
     int top_id = 0;
+    RE_show_type type = RE_SHOW_INFO;
+};
 
-    for (int at = 2; at < argc; ++at) {
-        if (is_keyword(argv[at], "detail")) {
-            b_show_detail = true;
-        } else if (is_keyword(argv[at], "top")) {
-            if (++at >= argc) {
-                std::puts("parameter to top is NULL");
-                return exit_failure;
-            }
-            top_id = decimal(argv[at]);
-        } else if (is_keyword(argv[at], "from-file")) {
-            if (++at >= argc) {
-                std::puts("parameter to from-file is NULL");
-                return exit_failure;
-            }
-            copy_bounded(input_file_path, argv[at]);
-        } else if (is_keyword(argv[at], "peer")) {
-            if (++at >= argc) {
-                std::puts("parameter to peer is NULL");
-                return exit_failure;
-            }
-            copy_bounded(kav_peer_id_string, argv[at]);
-        }
+// Copies the value and cuts it to fit; the rest of the array becomes NUL.
+template <auto text>
+bool take_text(top_app_arguments& arguments, char* value)
+{
+    auto& array = arguments.*text;
+    const std::size_t length = strnlen(value, sizeof array - 1);
+    std::memcpy(array, value, length);
+    std::memset(array + length, 0, sizeof array - length);
+    return true;
+}
+
+constexpr keyword_rule<top_app_arguments> top_app_rules[] = {
+    {"detail", RE_SHOW_DETAIL},
+    {"top", &top_app_arguments::top_id},
+    {"from-file", take_text<&top_app_arguments::input_file_path>},
+    {"peer", take_text<&top_app_arguments::kav_peer_id_string>},
+};
+
+int run_top_app(int argc, char** argv)
+{
+    top_app_arguments arguments;
+    if (!parse_keywords(argc, argv, top_app_rules, nullptr, arguments)) {
+        return exit_failure;
     }
-    show_top_app(input_file_path, kav_peer_id_string, b_show_detail, top_id);
+    show_top_app(arguments.input_file_path, arguments.kav_peer_id_string, arguments.type == RE_SHOW_DETAIL,
+                 arguments.top_id);
     return exit_success;
 }
 

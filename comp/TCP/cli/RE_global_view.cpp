@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <initializer_list>
 #include <iterator>
-#include <limits>
 #include <string>
 
 namespace {
@@ -38,13 +37,6 @@ double percent_used(long long part, long long whole)
 long long kilobytes_to_bytes(long long kilobytes)
 {
     return static_cast<long long>(static_cast<unsigned long long>(kilobytes) << 10U);
-}
-
-// In percent; a total of 0 gives an infinite share. Single precision, on purpose.
-static_assert(std::numeric_limits<float>::is_iec559);
-float share(long long part, long long total)
-{
-    return static_cast<float>(part) * 100.0F / static_cast<float>(total);
 }
 
 void show_read_latencies()
@@ -145,8 +137,8 @@ void show_top_app_updates()
     const long long fail = GLOB(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_FAILURE_COUNT);
     const long long total = wrapping_sum(succeed, fail);
     // The guards differ on purpose: failures that corrupt counts cancel out show as infinite, not as none.
-    const float fail_percent = fail != 0 ? share(fail, total) : 0.0F;
-    const float succeed_percent = total != 0 ? share(succeed, total) : 0.0F;
+    const float fail_percent = fail != 0 ? percentage(fail, total) : 0.0F;
+    const float succeed_percent = total != 0 ? percentage(succeed, total) : 0.0F;
     std::printf("\nTop Application:\n"
                 "  Update: Succeed %8lld (%4.2f%%), Fail %8lld (%4.2f%%)\n",
                 succeed, static_cast<double>(succeed_percent), fail, static_cast<double>(fail_percent));

@@ -64,7 +64,6 @@ private:
     bool m_b_detail;
     unsigned m_record_number = 0; // for the detail: of all records, those of other peers included
     RE_section_names m_names;
-    std::vector<RE_stat_app_struct> m_collector; // empty, or the one record on its way to the tally
     RE_top_app_tally m_tally;
     int m_patience = 1000; // milliseconds left to wait for the log's writer
 };
@@ -174,13 +173,14 @@ void RE_top_app_log::read_array()
 
 void RE_top_app_log::gather(RE_stat_app_struct& record)
 {
-    check_kav_peer_id_string_match_and_push_back(m_collector, record, m_peer, static_cast<int>(m_record_number),
-                                                 m_b_detail);
-    ++m_record_number;
-    for (const RE_stat_app_struct& kept : m_collector) {
-        m_tally.add(kept);
+    const auto number = static_cast<int>(m_record_number++);
+    if (!is_kept(record, m_peer)) {
+        return;
     }
-    m_collector.clear();
+    if (m_b_detail) {
+        print_top_app_entry(stdout, number, record);
+    }
+    m_tally.add(record);
 }
 
 // A field that was read in part only, or not at all, may be of a section that is being written at this moment: then the

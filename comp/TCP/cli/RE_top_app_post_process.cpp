@@ -202,10 +202,15 @@ bool is_kav_peer_id_string_matched(RE_stat_app_struct& record, char* peer)
     return static_cast<std::uint16_t>(hash) == id.hash_u16() || hash == id.hash_u32();
 }
 
+bool is_kept(RE_stat_app_struct& record, char* peer)
+{
+    return peer[0] == '\0' || is_kav_peer_id_string_matched(record, peer);
+}
+
 void check_kav_peer_id_string_match_and_push_back(std::vector<RE_stat_app_struct>& collector,
                                                   RE_stat_app_struct& record, char* peer, int slot, bool detail)
 {
-    if (peer[0] == '\0' || is_kav_peer_id_string_matched(record, peer)) {
+    if (is_kept(record, peer)) {
         push_back_to_collector_and_print(collector, record, slot, detail);
     }
 }

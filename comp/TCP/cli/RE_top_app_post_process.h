@@ -57,7 +57,10 @@ void aggregate_port_sorted_vector(std::vector<RE_stat_app_struct>& records, std:
 // bytes, or its 16-bit or 32-bit hash as a decimal number. Text that is no number stands for hash 0.
 bool is_kav_peer_id_string_matched(RE_stat_app_struct& record, char* peer);
 
-// Gathers the record if it is of the peer, or if `peer` is empty.
+// Whether the record is of the peer; every record is when `peer` is empty.
+bool is_kept(RE_stat_app_struct& record, char* peer);
+
+// Gathers the record if it is kept.
 void check_kav_peer_id_string_match_and_push_back(std::vector<RE_stat_app_struct>& collector,
                                                   RE_stat_app_struct& record, char* peer, int slot, bool detail);
 

@@ -19,16 +19,6 @@ constexpr long long bound_of_third_unit = 100LL << 20;
 // A ratio above 0 but below this is printed as "less than"; the text says 0.01 all the same, which scripts rely on.
 constexpr float smallest_ratio = 0.0001F;
 
-float percentage(long long part, long long whole)
-{
-    return static_cast<float>(part) * 100.0F / static_cast<float>(whole);
-}
-
-float percentage(unsigned long long part, unsigned long long whole)
-{
-    return static_cast<float>(part) * 100.0F / static_cast<float>(whole);
-}
-
 bool is_nearly_zero(float ratio)
 {
     return ratio > 0.0F && ratio < smallest_ratio;

@@ -3,6 +3,8 @@
 
 #include "RE_statistics.h"
 
+#include <limits>
+
 // Null until the front end makes the reader; views are called only after it has been opened, and do not test it.
 extern RE_stat_reader* p_statReader;
 
@@ -53,4 +55,12 @@ inline int percent_of_total(long long value, long long total)
 {
     const auto hundredfold = static_cast<long long>(static_cast<unsigned long long>(value) * 100U);
     return low32(wrapping_quotient(hundredfold, total));
+}
+
+// A count in percent of another, in single precision on purpose; a whole of 0 gives an infinite share.
+template <typename Count>
+float percentage(Count part, Count whole)
+{
+    static_assert(std::numeric_limits<float>::is_iec559);
+    return static_cast<float>(part) * 100.0F / static_cast<float>(whole);
 }

@@ -99,9 +99,7 @@ void refuse_and_exit(int)
 
 void refuse_statistics_that_vanish()
 {
-    struct sigaction action
-    {
-    };
+    struct sigaction action = {};
     action.sa_handler = refuse_and_exit;
     sigaction(SIGBUS, &action, nullptr);
 }

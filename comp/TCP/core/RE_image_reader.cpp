@@ -2,6 +2,7 @@
 
 #include "RE_image_reset.h"
 #include "RE_image_save.h"
+#include "RE_record_flag.h"
 #include "RE_sequence.h"
 #include "RE_stat_error.h"
 
@@ -26,14 +27,6 @@ enum identity_field : unsigned int
 bool is_id_in_range(int id, int count)
 {
     return id >= 0 && id < count;
-}
-
-// A byte that came from an image may hold anything, a bool may not.
-void make_sound(bool& flag)
-{
-    unsigned char byte = 0;
-    std::memcpy(&byte, &flag, sizeof byte);
-    flag = byte != 0;
 }
 
 float milliseconds_a_message(long long microseconds, long long messages)
@@ -84,7 +77,7 @@ RE_stat_config_param* RE_image_reader::get_config_param()
     RE_stat_config_param& config = m_config.config;
     for (bool* const flag : {&config.m_b_rep_accl_mode, &config.m_b_partial_lookup_on, &config.m_lz_adaptive,
                              &config.m_lz_adaptive_use_entropy, &config.m_big_msg_checksum, &config.m_b_plz_enabled}) {
-        make_sound(*flag);
+        *flag = is_set(*flag);
     }
     return &config;
 }

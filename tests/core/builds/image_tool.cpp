@@ -5,7 +5,7 @@
 //     image_tool save FILE           saves the live statistics
 //     image_tool reset               sets the live statistics back to 0
 //     image_tool clear               the same with current values
-#include "torture/sample_engine.h"
+#include "support/engine_shapes.h"
 
 #include <cstdio>
 #include <cstdlib>

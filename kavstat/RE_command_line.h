@@ -1,5 +1,0 @@
-// The command line of kavstat.
-#pragma once
-
-// Runs what the command line asks for and returns the exit status.
-int run_command_line(int argc, const char* const* argv);

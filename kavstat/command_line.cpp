@@ -1,0 +1,196 @@
+#include "command_line.h"
+
+#include "commands/commands.h"
+#include "model/counter_names.h"
+#include "serve/http_request.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <iostream>
+#include <memory>
+
+namespace kavstat {
+
+namespace {
+
+constexpr const char* description =
+    "Statistics of the KAV engine for programs and for people who watch: as JSON, as metrics, as a live view, and as\n"
+    "what changed between two moments. Statistics come from the running engine, or from a file that\n"
+    "\"exec_show_stats_kav save-file\" wrote.";
+
+constexpr const char* footer =
+    "Exit status: 0 when all went well, 1 after an error without a status of its own, 2 for a mistake on the command\n"
+    "line, 3 when no engine is running or a file cannot be read, 4 when the output cannot be written, 5 when the\n"
+    "address cannot be listened on.\n"
+    "Environment: KAV_STAT_SEGMENT names the engine's statistics, to tell several engines apart; KAV_STAT_OWNER names "
+    "the\n"
+    "user, beside root and oneself, whose engine is believed.";
+
+constexpr const char* file_help = "A saved statistics file instead of the running engine";
+
+std::vector<std::string> unit_words()
+{
+    return {
+#define RE_STAT_UNIT(word) #word,
+#include "RE_stat_counters.def"
+    };
+}
+
+std::vector<std::string> kind_words()
+{
+    return {
+#define RE_STAT_KIND(word) #word,
+#include "RE_stat_counters.def"
+
+    };
+}
+
+void add_list(CLI::App& app, int& status)
+{
+    CLI::App* const command = app.add_subcommand("list", "Every counter with its unit, kind and meaning");
+    const auto options = std::make_shared<ListOptions>();
+    command->add_option("SEARCH", options->search, "Only counters with this in their name or meaning");
+    command->add_option("--scope", options->scope, "Only counters of this scope")
+        ->check(CLI::IsMember({"engine", "peer", "connection", "application"}));
+    command->add_option("--unit", options->unit, "Only counters of this unit")->check(CLI::IsMember(unit_words()));
+    command->add_option("--kind", options->kind, "Only counters of this kind")->check(CLI::IsMember(kind_words()));
+    command->add_flag("--json", options->b_json, "As JSON, with the names of the metrics");
+    command->callback([options, &status] { status = run_list(*options); });
+}
+
+// What a command-line mistake in a list of scopes is called.
+std::string check_scopes(const std::string& words)
+{
+    std::string unknown;
+    return parse_json_scopes(words, unknown) ? "" : "no such scope: \"" + unknown + "\"";
+}
+
+void add_json(CLI::App& app, int& status)
+{
+    CLI::App* const command = app.add_subcommand("json", "Statistics as one JSON document");
+    const auto options = std::make_shared<JsonOptions>();
+    const auto scopes = std::make_shared<std::string>(all_json_scopes());
+    command->add_option("-f,--file", options->file, file_help);
+    command->add_option("--scope", *scopes, "Sections, joined by commas")
+        ->check(CLI::Validator(check_scopes, "SECTIONS"))
+        ->capture_default_str();
+    command->callback([options, scopes, &status] {
+        std::string unknown;
+        options->scopes = *parse_json_scopes(*scopes, unknown);
+        status = run_json(*options);
+    });
+}
+
+void add_schema(CLI::App& app, int& status)
+{
+    CLI::App* const command = app.add_subcommand("schema", "The JSON Schema of what \"json\" and \"serve\" give");
+    command->callback([&status] { status = run_schema(); });
+}
+
+void add_metrics(CLI::App& app, int& status)
+{
+    CLI::App* const command =
+        app.add_subcommand("metrics", "Metrics in the text format of Prometheus: engine, peers and applications");
+    const auto options = std::make_shared<MetricsOptions>();
+    command->add_option("-f,--file", options->file, file_help);
+    command->callback([options, &status] { status = run_metrics(*options); });
+}
+
+// Said so that what is no number at all, which compares with nothing, is refused as well.
+std::string check_interval(const std::string& text)
+{
+    double seconds = 0;
+    const bool b_sound = CLI::detail::lexical_cast(text, seconds) && seconds >= 0.1 && seconds <= 3600;
+    return b_sound ? "" : "not between 0.1 and 3600 seconds: \"" + text + "\"";
+}
+
+void add_watch(CLI::App& app, int& status)
+{
+    CLI::App* const command = app.add_subcommand("watch", "A live view with rates per second; ? tells its keys");
+    const auto options = std::make_shared<WatchOptions>();
+    command->add_option("-i,--interval", options->interval, "Seconds between two looks at the engine")
+        ->check(CLI::Validator(check_interval, "SECONDS"))
+        ->capture_default_str();
+    const auto page = std::make_shared<std::string>(word_of(options->page));
+    std::vector<std::string> pages;
+    for (std::size_t at = 0; at < watch_page_count; ++at) {
+        pages.emplace_back(word_of(static_cast<WatchPage>(at)));
+    }
+    command->add_option("-p,--page", *page, "The page to start with")
+        ->check(CLI::IsMember(pages))
+        ->capture_default_str();
+    command->add_flag("--once", options->b_once, "One report as text, after one interval; as all output to a pipe is");
+    command->callback([options, page, pages, &status] {
+        options->page = static_cast<WatchPage>(std::find(pages.begin(), pages.end(), *page) - pages.begin());
+        status = run_watch(*options);
+    });
+}
+
+void add_serve(CLI::App& app, int& status)
+{
+    CLI::App* const command = app.add_subcommand(
+        "serve", "Serve /metrics, /api/v1/statistics and /healthz over HTTP until SIGTERM or SIGINT");
+    const auto address = std::make_shared<std::string>("127.0.0.1:9748");
+    command->add_option("--listen", *address, "Where to listen: a numeric address and a port, [ADDRESS]:PORT for IPv6")
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                return parse_listen_address(text) ? "" : "not an address and a port: \"" + text + "\"";
+            },
+            "ADDRESS:PORT"))
+        ->capture_default_str();
+    const auto hosts = std::make_shared<std::vector<std::string>>();
+    command
+        ->add_option("--allow-host", *hosts,
+                     "Another name that clients may use for a loopback address; once for each name")
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                return is_host_name(text) ? "" : "not a name or an address without a port: \"" + text + "\"";
+            },
+            "NAME"))
+        ->allow_extra_args(false);
+    command->callback([address, hosts, &status] { status = run_serve({*parse_listen_address(*address), *hosts}); });
+}
+
+void add_diff(CLI::App& app, int& status)
+{
+    CLI::App* const command = app.add_subcommand("diff", "What changed between two moments, as totals and rates");
+    const auto options = std::make_shared<DiffOptions>();
+    command->add_option("A", options->before, "The earlier moment, a saved statistics file")->required();
+    command->add_option("B", options->after,
+                        "The later moment, a saved statistics file; the running engine without it");
+    command->add_flag("-a,--all", options->b_all, "Also what did not change");
+    command->add_flag("--force", options->b_force, "Compare statistics of different engines, or in the wrong order");
+    command->callback([options, &status] { status = run_diff(*options); });
+}
+
+} // namespace
+
+int run_command_line(int argc, const char* const* argv)
+{
+    int status = EXIT_OK;
+    CLI::App app(description, "kavstat");
+    app.footer(footer);
+    app.set_version_flag("--version", std::string("kavstat ") + KAV_VERSION);
+    app.require_subcommand(1);
+    add_json(app, status);
+    add_metrics(app, status);
+    add_watch(app, status);
+    add_serve(app, status);
+    add_diff(app, status);
+    add_list(app, status);
+    add_schema(app, status);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        const bool b_asked_for = app.exit(error) == 0;
+        std::cout.flush();
+        if (!std::cout) {
+            return EXIT_OUTPUT;
+        }
+        return b_asked_for ? EXIT_OK : EXIT_USAGE;
+    }
+    return status;
+}
+
+} // namespace kavstat

@@ -1,0 +1,76 @@
+// The commands of kavstat. Each prints to standard output, tells errors on standard error, and returns the program's
+// exit status.
+#pragma once
+
+#include "documents/statistics_json.h"
+#include "serve/http_server.h"
+#include "watch/pages.h"
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kavstat {
+
+enum ExitStatus : int
+{
+    EXIT_OK = 0,
+    EXIT_ERROR = 1,         // something that has no status of its own
+    EXIT_USAGE = 2,         // a mistake on the command line
+    EXIT_NO_STATISTICS = 3, // no engine is running, or a file cannot be read
+    EXIT_OUTPUT = 4,        // standard output is closed, or what it goes to is full
+    EXIT_LISTEN = 5,        // the address cannot be listened on
+};
+
+struct ListOptions
+{
+    std::string scope;  // of all scopes when empty
+    std::string unit;   // any when empty
+    std::string kind;   // any when empty
+    std::string search; // part of a name or meaning, whatever the case
+    bool b_json = false;
+};
+int run_list(const ListOptions& options);
+
+struct JsonOptions
+{
+    std::optional<std::string> file; // the running engine when there is none
+    JsonScopes scopes;
+};
+int run_json(const JsonOptions& options);
+int run_schema();
+
+struct MetricsOptions
+{
+    std::optional<std::string> file; // the running engine when there is none
+};
+int run_metrics(const MetricsOptions& options);
+
+struct DiffOptions
+{
+    std::string before;
+    std::optional<std::string> after; // the running engine when there is none
+    bool b_all = false;
+    bool b_force = false; // compare what had better not be compared
+};
+int run_diff(const DiffOptions& options);
+
+struct ServeOptions
+{
+    ListenAddress address;
+    std::vector<std::string> allowed_hosts; // beside those of loopback
+};
+// Serves until SIGTERM or SIGINT.
+int run_serve(const ServeOptions& options);
+
+struct WatchOptions
+{
+    double interval = 1; // seconds between two looks at the engine
+    WatchPage page = WatchPage::engine;
+    bool b_once = false; // one report as text
+};
+// Until the user has seen enough, or SIGTERM, SIGINT or SIGHUP.
+int run_watch(const WatchOptions& options);
+
+} // namespace kavstat

@@ -1,0 +1,33 @@
+// kavstat metrics.
+#include "documents/metrics.h"
+#include "RE_stat_error.h"
+#include "commands/commands.h"
+#include "commands/report_error.h"
+
+#include <unistd.h>
+
+namespace kavstat {
+
+int run_metrics(const MetricsOptions& options)
+{
+    Source source(options.file);
+    DescriptorSink sink(STDOUT_FILENO);
+    Output output(sink);
+    if (!source.is_live()) {
+        if (const int status = open_or_report(source)) {
+            return status;
+        }
+    } else if (const int error = source.open()) {
+        // What collects the output must see that the engine is gone, and not the figures of the last time.
+        if (error != RE_STAT_ERR_NO_ENGINE && error != RE_STAT_ERR_ENGINE_GONE && error != RE_STAT_ERR_NOT_PUBLISHED) {
+            report_error(Source::reason_of(error));
+        }
+        write_metrics_without_engine(output);
+        return finish_output(output, sink);
+    }
+    write_metrics_of(source.reader(), std::time(nullptr), output);
+    report_if_cut(source); // the output says it, too
+    return finish_output(output, sink);
+}
+
+} // namespace kavstat

@@ -1,0 +1,55 @@
+// Statistics in the text format that Prometheus scrapes and node_exporter's textfile collector picks up. Engine, peers
+// and applications only: a series for every connection that ever was would be the end of any time series database.
+#pragma once
+
+#include "format/document.h"
+#include "format/output.h"
+#include "model/counter_names.h"
+#include "model/snapshot.h"
+
+#include <string>
+#include <vector>
+
+namespace kavstat {
+
+// The exposition of an engine that is up. Peers that share a number, and applications that share all labels, would be
+// two series of one name, which no scraper takes; the first one is shown and the others are counted in
+// kavstat_skipped_peers and kavstat_skipped_applications.
+class Exposition
+{
+public:
+    // reader: what the snapshot was taken from. snapshot: outlives this object.
+    Exposition(RE_image_reader& reader, const Snapshot& snapshot);
+
+    // The text, for `output`. Both this object and the output outlive it.
+    Document document(Output& output) const;
+
+private:
+    void write_engine(Output& output) const;
+    void add_peers(Document& document, Output& output) const;
+    void add_applications(Document& document, Output& output) const;
+
+    const Snapshot& m_snapshot;
+    std::vector<const SnapshotPeer*> m_peers;
+    std::vector<const SnapshotApp*> m_apps;
+    int m_bypass_servers = -1; // in the auto-bypass table; negative when there is none
+};
+
+// The exposition when there is no engine: kav_up 0.
+void write_metrics_without_engine(Output& output);
+
+// Reads an open reader and writes the exposition; the one without an engine when the statistics were cut short
+// meanwhile.
+void write_metrics_of(RE_image_reader& reader, std::time_t now, Output& output);
+
+// The metrics that show a counter, by their full names.
+std::vector<std::string> metrics_of(CounterScope scope, const NamedCounter& counter);
+
+// The value in the metric's base unit, with all its digits: 25000 microseconds are "0.025".
+void add_metric_value(Output& output, RE_stat_unit unit, long long value);
+
+// The label value that names an application: "80", "80-source" for the client's port, "80-handle5" when the engine's
+// policy gave it names.
+std::string application_label(const RE_stat_app_header& header);
+
+} // namespace kavstat

@@ -1,0 +1,344 @@
+#include "documents/statistics_json.h"
+
+#include "format/json_writer.h"
+#include "format/text.h"
+#include "model/counter_names.h"
+#include "model/record_fields.h"
+
+#include <memory>
+#include <span>
+#include <type_traits>
+
+namespace kavstat {
+
+namespace {
+
+struct scope_word
+{
+    std::string_view word;
+    bool JsonScopes::*flag;
+};
+constexpr scope_word scope_words[] = {
+    {"global", &JsonScopes::b_global}, {"connections", &JsonScopes::b_connections},
+    {"peers", &JsonScopes::b_peers},   {"apps", &JsonScopes::b_apps},
+    {"nacks", &JsonScopes::b_nacks},   {"config", &JsonScopes::b_config},
+    {"bypass", &JsonScopes::b_bypass},
+};
+
+// Writes a record's fields as members.
+class member_visitor
+{
+public:
+    explicit member_visitor(JsonWriter& json) : m_json(json) {}
+
+    template <typename Value>
+    void operator()(std::string_view key, const Value& value) const
+    {
+        if constexpr (std::is_same_v<Value, bool>) {
+            m_json.member_boolean(key, value);
+        } else if constexpr (std::is_integral_v<Value>) {
+            m_json.member(key, value);
+        } else {
+            m_json.member_text(key, value);
+        }
+    }
+
+private:
+    JsonWriter& m_json;
+};
+
+// A section that is an array, written an entry at a time. entry: writes one, given its place in `entries`.
+template <typename Entry>
+void add_array(Document& document, JsonWriter& json, const char* key, std::size_t entries, const Entry& entry)
+{
+    document.add_once([&json, key] {
+        json.key(key);
+        json.begin_array();
+    });
+    document.add_each(entries, entry);
+    document.add_once([&json] { json.end_array(); });
+}
+
+// A range of counters is an array, as its members have no names of their own.
+template <typename Value>
+void write_figures(JsonWriter& json, std::string_view key, CounterScope scope, std::span<const Value> figures)
+{
+    json.key(key);
+    json.begin_object();
+    for (const NamedCounter& counter : counters_of(scope)) {
+        json.key(counter.key);
+        if (counter.is_range()) {
+            json.begin_array();
+        }
+        for (int id = counter.id(); id <= counter.info.last_id; ++id) {
+            json.number(static_cast<long long>(figures[static_cast<std::size_t>(id)]));
+        }
+        if (counter.is_range()) {
+            json.end_array();
+        }
+    }
+    json.end_object();
+}
+
+void write_head(JsonWriter& json, Source& source, const Snapshot& snapshot)
+{
+    json.member("kavstat_json", json_version);
+    json.member_text("kavstat_version", KAV_VERSION);
+    json.member_text("source", source.is_live() ? "live" : "file");
+    json.key("file");
+    if (source.is_live()) {
+        json.null();
+    } else {
+        json.text(source.name());
+    }
+    json.member("engine_start_time", snapshot.engine_start_time);
+    json.member("capture_time", snapshot.capture_time);
+}
+
+void write_global(JsonWriter& json, const Snapshot& snapshot)
+{
+    json.key("global");
+    json.begin_object();
+    json.member("active_connections", snapshot.active_connections);
+    write_figures(json, "counters", CounterScope::engine, std::span<const long long>(snapshot.engine));
+    write_figures(json, "connection_counters", CounterScope::connection,
+                  std::span<const long long>(snapshot.connections));
+    json.end_object();
+}
+
+void write_peer(JsonWriter& json, const SnapshotPeer& peer)
+{
+    const RE_stat_peer_header& header = peer.header;
+    json.begin_object();
+    json.member("slot", peer.slot);
+    json.member("number", peer.number);
+    json.member("context", header.m_context_id.context_number());
+    json.member_text("mac_id", header.m_peer_mac_id.getString());
+    json.member_text("kav_peer_id", header.m_kav_peer_id.getString());
+    json.member("kav_peer_hash", header.m_kav_peer_id.hash_u16());
+    json.member_text("ip", ip_text(header.m_peer_ip));
+    json.member_text("host_name", text_in(header.m_peer_host_name));
+    json.member_boolean("outdated", header.m_b_outdated != 0);
+    json.member_boolean("update_from_active_conn", header.m_b_update_from_active_conn != 0);
+    json.member("active_connections", peer.active_connections);
+    write_figures(json, "counters", CounterScope::peer, std::span<const long long>(peer.figures));
+    write_figures(json, "connection_counters", CounterScope::connection, std::span<const long long>(peer.connections));
+    json.end_object();
+}
+
+void write_connection(JsonWriter& json, RE_stat_reader& reader, int slot)
+{
+    SnapshotConn conn;
+    if (!read_connection(reader, slot, conn)) {
+        return;
+    }
+    json.begin_object();
+    json.member("slot", conn.slot);
+    json.member("id", conn.header.m_conn_id);
+    json.member("peer", conn.peer_number);
+    json.member_text("client_ip", ip_text(conn.header.m_client_ip));
+    json.member("client_port", conn.header.m_client_port);
+    json.member_text("server_ip", ip_text(conn.header.m_server_ip));
+    json.member("server_port", conn.header.m_server_port);
+    json.member_boolean("open", conn.is_open());
+    json.member("open_time", conn.open_time);
+    json.member("close_time", conn.close_time);
+    json.key("transport");
+    json.begin_object();
+    visit_transport(conn.transport, member_visitor(json));
+    json.end_object();
+    write_figures(json, "counters", CounterScope::connection, std::span<const long long>(conn.figures));
+    json.end_object();
+}
+
+void write_app(JsonWriter& json, const SnapshotApp& app)
+{
+    const RE_stat_app_header& header = app.app.m_header;
+    json.begin_object();
+    json.member("slot", app.slot);
+    json.member("peer", app.peer_number);
+    json.member_text("kav_peer_id", header.m_kav_peer_id.getString());
+    json.member("port", static_cast<long long>(header.m_server_port));
+    json.member_boolean("is_source_port", header.m_b_src_port != 0);
+    json.member("policy_engine_handler", static_cast<long long>(header.m_policy_engine_handler));
+    json.member("opened", static_cast<long long>(header.m_open_cnt));
+    json.member("closed", static_cast<long long>(header.m_close_cnt));
+    write_figures(json, "counters", CounterScope::application, std::span<const std::uint32_t>(app.app.m_id_array));
+    json.end_object();
+}
+
+void write_nack(JsonWriter& json, const RE_stat_nack_header& nack)
+{
+    json.begin_object();
+    json.member("time", nack.m_time);
+    json.member("type", nack.m_type);
+    json.member_text("type_word", nack.m_type == RE_STAT_NACK_AT_RECEIVER ? "nack" : "rtx");
+    json.member("reason", nack.m_reason);
+    json.member_text("reason_word", word_for(nack_reason_words, nack.m_reason));
+    json.member("peer", nack.m_peer_id);
+    json.member("connection", nack.m_conn_id);
+    json.member("message", nack.m_msg_seq_no);
+    json.end_object();
+}
+
+// The NACK log, oldest entry first.
+void add_nacks(Document& document, JsonWriter& json, RE_stat_reader& reader)
+{
+    document.add([&json, &reader, b_begun = false, cursor = 0]() mutable {
+        if (!b_begun) {
+            b_begun = true;
+            json.key("nacks");
+            json.begin_array();
+            cursor = reader.get_first_nack();
+        } else {
+            RE_stat_nack_header nack{};
+            cursor = reader.get_next_nack(cursor, nack);
+            if (cursor >= 0) {
+                write_nack(json, nack);
+            }
+        }
+        return cursor >= 0;
+    });
+    document.add_once([&json] { json.end_array(); });
+}
+
+void write_config(JsonWriter& json, RE_stat_reader& reader)
+{
+    json.key("config");
+    const RE_stat_config_param* const config = reader.get_config_param();
+    if (config == nullptr) {
+        json.null();
+        return;
+    }
+    json.begin_object();
+    visit_config(*config, member_visitor(json));
+    json.end_object();
+}
+
+void write_bypassed(JsonWriter& json, const RE_bypass_entry& entry)
+{
+    json.begin_object();
+    json.member_text("server_ip", ip_text(entry.server_ip));
+    json.member("server_port", entry.server_port);
+    json.member("reason", static_cast<long long>(entry.reason));
+    json.member_text("reason_word", word_for(bypass_reason_words, static_cast<long long>(entry.reason)));
+    json.member("since", entry.since);
+    json.member("next_attempt", entry.next_attempt);
+    json.key("bytes");
+    json.number(entry.bytes);
+    json.key("connections");
+    json.number(entry.connections);
+    json.end_object();
+}
+
+void add_bypass(Document& document, JsonWriter& json, RE_image_reader& reader)
+{
+    using entries = std::optional<std::vector<RE_bypass_entry>>;
+    document.add([&json, &reader, b_begun = false, table = entries(), at = std::size_t{0}]() mutable {
+        if (!b_begun) {
+            b_begun = true;
+            json.key("bypass");
+            table = read_bypass(reader);
+            if (!table) {
+                json.null();
+                return false;
+            }
+            json.begin_array();
+        } else if (at < table->size()) {
+            write_bypassed(json, (*table)[at++]);
+        } else {
+            json.end_array();
+            return false;
+        }
+        return true;
+    });
+}
+
+} // namespace
+
+std::string all_json_scopes()
+{
+    std::string words;
+    for (const scope_word& scope : scope_words) {
+        words += (words.empty() ? "" : ",") + std::string(scope.word);
+    }
+    return words;
+}
+
+std::optional<JsonScopes> parse_json_scopes(std::string_view words, std::string& unknown)
+{
+    JsonScopes scopes{false, false, false, false, false, false, false};
+    for (;;) {
+        const std::size_t end = words.find(',');
+        const std::string_view word = words.substr(0, end);
+        bool b_known = false;
+        for (const scope_word& scope : scope_words) {
+            if (scope.word == word) {
+                scopes.*scope.flag = true;
+                b_known = true;
+            }
+        }
+        if (!b_known) {
+            unknown = word;
+            return std::nullopt;
+        }
+        if (end == std::string_view::npos) {
+            return scopes;
+        }
+        words.remove_prefix(end + 1);
+    }
+}
+
+Document statistics_json(Source& source, const Snapshot& snapshot, const JsonScopes& scopes, Output& output)
+{
+    Document document;
+    // The last part owns it.
+    const auto writer = std::make_shared<JsonWriter>(output);
+    JsonWriter& json = *writer;
+    RE_image_reader& reader = source.reader();
+    document.add_once([&, b_global = scopes.b_global] {
+        json.begin_object();
+        write_head(json, source, snapshot);
+        if (b_global) {
+            write_global(json, snapshot);
+        }
+    });
+    if (scopes.b_peers) {
+        add_array(document, json, "peers", snapshot.peers.size(),
+                  [&](std::size_t at) { write_peer(json, snapshot.peers[at]); });
+    }
+    if (scopes.b_connections) {
+        add_array(document, json, "connections", static_cast<std::size_t>(reader.get_max_conn_slots()),
+                  [&](std::size_t slot) { write_connection(json, reader, static_cast<int>(slot)); });
+    }
+    if (scopes.b_apps) {
+        add_array(document, json, "apps", snapshot.apps.size(),
+                  [&](std::size_t at) { write_app(json, snapshot.apps[at]); });
+    }
+    if (scopes.b_nacks) {
+        add_nacks(document, json, reader);
+    }
+    if (scopes.b_config) {
+        document.add_once([&] { write_config(json, reader); });
+    }
+    if (scopes.b_bypass) {
+        add_bypass(document, json, reader);
+    }
+    document.add_once([&, writer] {
+        writer->end_object();
+        if (reader.is_cut()) {
+            output.give_up();
+        }
+    });
+    return document;
+}
+
+void write_statistics_json(Source& source, const JsonScopes& scopes, std::time_t now, Output& output)
+{
+    const Snapshot snapshot = take_snapshot(source.reader(), now);
+    Document document = statistics_json(source, snapshot, scopes, output);
+    while (document.write_more() && output.is_ok()) {
+    }
+}
+
+} // namespace kavstat

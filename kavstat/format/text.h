@@ -1,0 +1,35 @@
+// Text that came from an image or from the far side, made fit for where it goes. An image may hold any bytes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace kavstat {
+
+// The text in a fixed array: up to its NUL, or the array's end when it has none.
+template <std::size_t Size>
+std::string_view text_in(const char (&array)[Size])
+{
+    const std::string_view all(array, Size);
+    return all.substr(0, all.find('\0'));
+}
+
+// Valid UTF-8 without control characters: every byte that is no part of a character, every control character and every
+// character that reorders or hides others on a screen is replaced by U+FFFD.
+std::string clean_text(std::string_view text);
+
+// Printable ASCII alone, one column a byte, for screens and tables; anything else is replaced by "?".
+std::string plain_text(std::string_view text);
+
+// Behind a backslash where a double-quoted label value needs one.
+std::string escaped_label(std::string_view text);
+
+// With the letters A to Z in lower case.
+std::string lower_case(std::string text);
+
+// The dotted text of an address in host order. Unlike ip_to_string it may be called from several threads at once.
+std::string ip_text(std::uint32_t ip);
+
+} // namespace kavstat

@@ -1,0 +1,47 @@
+// The counters of RE_stat_counters.def under the names that programs see: a key in JSON, a metric in an exposition.
+// Both are made from the table's enumerators, so that no name is ever written down a second time.
+#pragma once
+
+#include "RE_stat_counters.h"
+
+#include <span>
+#include <string>
+#include <vector>
+
+namespace kavstat {
+
+// What a counter counts for.
+enum class CounterScope
+{
+    engine,      // RE_stat_global_id
+    peer,        // RE_stat_peer_id
+    connection,  // RE_stat_conn_id: one connection, or the sum of a peer's or of all
+    application, // RE_stat_app_id
+};
+
+// A counter, or a range of counters that shares one name.
+struct NamedCounter
+{
+    RE_stat_counter_info info;
+    std::string key; // "cache_state": the enumerator without its family's prefix, in lower case
+
+    int id() const { return info.id; }
+    // 1 for a counter alone.
+    int size() const { return info.last_id - info.id + 1; }
+    bool is_range() const { return info.last_id != info.id; }
+    bool is_total() const { return info.kind == RE_stat_kind::total; }
+};
+
+// All counters of a scope in the order of their ids; made at the first call, and there as long as the program.
+const std::vector<NamedCounter>& counters_of(CounterScope scope);
+
+// "engine", "peer", "connection" or "application".
+const char* word_of(CounterScope scope);
+inline constexpr CounterScope all_counter_scopes[] = {CounterScope::engine, CounterScope::peer,
+                                                      CounterScope::connection, CounterScope::application};
+
+// The metric's name after its prefix: "cache_sigblock_age_timestamp_seconds". Base units (bytes, seconds, a ratio),
+// "_total" on running totals and nowhere else.
+std::string metric_name_of(const NamedCounter& counter);
+
+} // namespace kavstat

@@ -1,0 +1,70 @@
+// What a reader's statistics were at one moment, as plain values: what JSON, metrics, differences and the live view are
+// made from. Connections, of which an engine may have a million, are gone through one by one instead of being kept.
+#pragma once
+
+#include "RE_image_reader.h"
+#include "RE_stat_writer.h"
+
+#include <array>
+#include <cstdint>
+#include <ctime>
+#include <optional>
+#include <vector>
+
+namespace kavstat {
+
+using EngineFigures = std::array<long long, RE_STAT_GLOBAL_ID_MAX>;   // by RE_stat_global_id
+using PeerFigures = std::array<long long, RE_STAT_PEER_ID_MAX>;       // by RE_stat_peer_id
+using ConnectionFigures = std::array<long long, RE_STAT_CONN_ID_MAX>; // by RE_stat_conn_id
+
+struct SnapshotPeer
+{
+    int slot = 0;
+    int number = -1; // "Peer-No"
+    int active_connections = 0;
+    RE_stat_peer_header header{};
+    PeerFigures figures{};
+    ConnectionFigures connections{}; // sums over the peer's connections
+};
+
+struct SnapshotApp
+{
+    int slot = 0;
+    int peer_number = -1; // -1 when the peer is gone
+    RE_stat_app_struct app{};
+};
+
+struct SnapshotConn
+{
+    int slot = 0;
+    int peer_number = -1;
+    std::time_t open_time = 0;
+    std::time_t close_time = 0; // 0 or less while it is open
+    RE_stat_conn_header header{};
+    SO_stat_conn_header transport{};
+    ConnectionFigures figures{};
+
+    bool is_open() const { return close_time <= 0; }
+};
+
+struct Snapshot
+{
+    std::time_t engine_start_time = 0; // seconds since the epoch
+    std::time_t capture_time = 0;      // when these figures were true
+    int active_connections = 0;
+    EngineFigures engine{};
+    ConnectionFigures connections{}; // sums over all connections
+    std::vector<SnapshotPeer> peers; // in ascending order of slots
+    std::vector<SnapshotApp> apps;   // in ascending order of slots
+};
+
+// Reads everything but connections. reader: open. now: the capture time of live statistics.
+Snapshot take_snapshot(RE_image_reader& reader, std::time_t now);
+
+// The auto-bypass table's entries in use, or nothing when there is no table.
+std::optional<std::vector<RE_bypass_entry>> read_bypass(RE_image_reader& reader);
+
+// Reads one connection; false when the slot holds none, or was given to another one meanwhile.
+bool read_connection(RE_stat_reader& reader, int slot, SnapshotConn& conn);
+
+} // namespace kavstat

@@ -1,0 +1,38 @@
+// Where a command's statistics come from: the running engine, or a saved file.
+#pragma once
+
+#include "RE_image_reader.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kavstat {
+
+class Source
+{
+public:
+    // file: a saved statistics file; the running engine when there is none.
+    explicit Source(std::optional<std::string> file = std::nullopt);
+
+    bool is_live() const { return !m_file.has_value(); }
+    // The file's name, or "the running engine".
+    std::string name() const;
+
+    // Opens the statistics, anew if need be: a running engine is then found under its name again, so that one that was
+    // restarted meanwhile is followed. Returns 0 or an RE_stat_error.
+    int open();
+    void close() { m_reader->close(); }
+    // Why open() failed, for the operator: "no engine is running".
+    static std::string reason_of(int error);
+
+    RE_image_reader& reader() { return *m_reader; }
+    // Whether both are open on the segment of one engine: not of one that was restarted in between.
+    bool is_same_engine(const Source& other) const;
+
+private:
+    std::optional<std::string> m_file;
+    std::unique_ptr<RE_image_reader> m_reader;
+};
+
+} // namespace kavstat

@@ -1,0 +1,24 @@
+// The codes in records as words, the same in JSON, its schema and the live view.
+#pragma once
+
+#include <array>
+
+namespace kavstat {
+
+inline constexpr std::array<const char*, 5> cache_state_words{"inactive", "initializing", "active",
+                                                              "temporarily_failed", "failed"};
+inline constexpr std::array<const char*, 5> comp_type_words{"invalid", "re", "lz", "re_and_lz", "none"};
+inline constexpr std::array<const char*, 5> nack_reason_words{"none", "chunk_missed", "checksum_collision",
+                                                              "disk_overloaded", "cache_not_ready"};
+// From 1 on, an RE_bypass_reason.
+inline constexpr std::array<const char*, 4> bypass_reason_words{"unknown", "low_compression", "configured",
+                                                                "repeated_nacks"};
+
+// The word for a code, "unknown" for a code without one.
+template <typename Code, std::size_t Size>
+const char* word_for(const std::array<const char*, Size>& words, Code code)
+{
+    return code >= Code{0} && static_cast<std::size_t>(code) < Size ? words[static_cast<std::size_t>(code)] : "unknown";
+}
+
+} // namespace kavstat

@@ -1,0 +1,30 @@
+// What a client asks for: the target of its request, taken apart and judged. Nothing in it is trusted.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kavstat {
+
+struct HttpTarget
+{
+    std::string path;                 // decoded; "*" for a request that is of no path
+    std::optional<std::string> host;  // of "http://HOST:PORT/path", as it stands there
+    std::optional<std::string> scope; // the query's value of that name, decoded
+};
+
+// "/path?query", "http://host/path?query" or "*". Nothing when it is none of these, or is not soundly encoded; a NUL is
+// not sound.
+std::optional<HttpTarget> parse_http_target(std::string_view text);
+
+// Whether a page of another site cannot have asked. Such a page can let its own name lead to a loopback address, but it
+// cannot ask under another name. host: what the client takes this server for, with or without a port. allowed: names
+// beside those of loopback.
+bool is_own_host(std::string_view host, const std::vector<std::string>& allowed);
+
+// Whether a client can use this name: not empty, and without port, brackets and wildcards.
+bool is_host_name(std::string_view text);
+
+} // namespace kavstat

@@ -1,0 +1,15 @@
+// Whether one text holds another, with both in the message of a test that fails.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <string_view>
+
+inline testing::AssertionResult contains(const std::string& text, std::string_view part)
+{
+    if (text.find(part) != std::string::npos) {
+        return testing::AssertionSuccess() << '"' << part << "\" is in:\n" << text;
+    }
+    return testing::AssertionFailure() << '"' << part << "\" is not in:\n" << text;
+}

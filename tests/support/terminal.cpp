@@ -1,0 +1,73 @@
+#include "support/terminal.h"
+
+#include "support/child_program.h"
+
+#include <chrono>
+#include <thread>
+
+terminal::terminal(const std::string& folder, const std::string& command, int width, int height)
+{
+    // One of its own, as a server that was told to end may still be there.
+    static int count = 0;
+    m_socket = folder + "/tmux" + std::to_string(++count);
+    run({"new-session", "-d", "-x", std::to_string(width), "-y", std::to_string(height),
+         command + "; echo status $?; sleep 600"});
+}
+
+terminal::~terminal()
+{
+    // The program ends before its terminal goes: a hangup in the middle of a leak check would leave both hanging.
+    if (screen().find("status") == std::string::npos) {
+        press({"C-c"});
+        screen_with("status");
+    }
+    run({"kill-server"});
+}
+
+std::string terminal::run(const std::vector<std::string>& words) const
+{
+    std::vector<std::string> arguments{"-f", "/dev/null", "-S", m_socket};
+    arguments.insert(arguments.end(), words.begin(), words.end());
+    run_surroundings surroundings;
+    surroundings.environment = {{"LC_ALL", "C.UTF-8"}, {"TERM", "xterm"}};
+    return child_program("/usr/bin/tmux", arguments, surroundings).finish().out;
+}
+
+void terminal::press(const std::vector<std::string>& keys) const
+{
+    std::vector<std::string> words{"send-keys"};
+    words.insert(words.end(), keys.begin(), keys.end());
+    run(words);
+}
+
+void terminal::resize(int width, int height) const
+{
+    run({"resize-window", "-x", std::to_string(width), "-y", std::to_string(height)});
+}
+
+std::string terminal::screen() const
+{
+    return run({"capture-pane", "-p"});
+}
+
+std::string terminal::wait_for(const std::function<bool(const std::string&)>& is_wanted) const
+{
+    using clock = std::chrono::steady_clock;
+    const auto deadline = clock::now() + std::chrono::seconds(20);
+    std::string now = screen();
+    while (!is_wanted(now) && clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        now = screen();
+    }
+    return now;
+}
+
+std::string terminal::screen_with(const std::string& text) const
+{
+    return wait_for([&](const std::string& now) { return now.find(text) != std::string::npos; });
+}
+
+std::string terminal::screen_without(const std::string& text) const
+{
+    return wait_for([&](const std::string& now) { return now.find(text) == std::string::npos; });
+}
