@@ -22,9 +22,7 @@ protected:
     {
         start({8, 1000, 8, 8});
         fill();
-        struct stat status
-        {
-        };
+        struct stat status = {};
         ASSERT_EQ(stat(segment_path().c_str(), &status), 0);
         m_size = status.st_size;
         ASSERT_EQ(m_mine.open(), 0);

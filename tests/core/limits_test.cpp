@@ -15,9 +15,7 @@ using limits_test = engine_test;
 
 std::uint64_t bytes_in_memory(const std::string& path)
 {
-    struct stat status
-    {
-    };
+    struct stat status = {};
     EXPECT_EQ(stat(path.c_str(), &status), 0);
     return static_cast<std::uint64_t>(status.st_blocks) * 512;
 }

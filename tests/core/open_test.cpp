@@ -272,9 +272,7 @@ TEST_F(open_test, the_mode_is_the_one_asked_for_whatever_the_umask)
     const mode_t mask = umask(0077);
     ASSERT_EQ(engine.create(few, 1, 0644), 0);
     umask(mask);
-    struct stat status
-    {
-    };
+    struct stat status = {};
     ASSERT_EQ(stat(segment_path().c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777U, 0644U);
 }

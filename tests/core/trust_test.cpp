@@ -21,9 +21,7 @@ namespace {
 
 unsigned int mode_of(const std::string& path)
 {
-    struct stat found
-    {
-    };
+    struct stat found = {};
     return lstat(path.c_str(), &found) == 0 ? found.st_mode & 07777U : 0;
 }
 
@@ -319,9 +317,7 @@ TEST_F(trust_test, a_readers_lock_neither_fakes_nor_stops_an_engine)
     ASSERT_EQ(leave_segment(), 0);
     const int left = open(segment_path().c_str(), O_RDONLY | O_CLOEXEC);
     const auto lock_all = [](int descriptor) {
-        struct flock request
-        {
-        };
+        struct flock request = {};
         request.l_type = F_RDLCK;
         request.l_whence = SEEK_SET;
         return fcntl(descriptor, F_OFD_SETLK, &request);

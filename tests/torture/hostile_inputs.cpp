@@ -2,7 +2,7 @@
 // files that lie, names that act. Nothing may end a program by a signal, hold it, fill its memory, or have it write
 // elsewhere.
 #include "RE_stat_image.h"
-#include "RE_stat_writer.h"
+#include "RE_top_app_log_writer.h"
 #include "torture.h"
 
 #include <arpa/inet.h>

@@ -1,5 +1,6 @@
 #include "RE_file_reader.h"
 
+#include "RE_descriptor.h"
 #include "RE_stat_error.h"
 
 #include <fcntl.h>
@@ -60,8 +61,8 @@ int RE_file_reader::open()
 {
     close();
     // Without waiting, as a pipe in the file's place would make the call wait for a writer.
-    const int descriptor = ::open(m_path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (descriptor < 0) {
+    const RE_descriptor file(::open(m_path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!file.is_open()) {
         switch (errno) {
         case ENOENT:
         case ENOTDIR:
@@ -75,8 +76,7 @@ int RE_file_reader::open()
             return RE_STAT_ERR_READ;
         }
     }
-    const int error = load(descriptor);
-    ::close(descriptor);
+    const int error = load(file.number());
     if (error != 0) {
         close();
     }
@@ -85,9 +85,7 @@ int RE_file_reader::open()
 
 int RE_file_reader::load(int descriptor)
 {
-    struct stat status
-    {
-    };
+    struct stat status = {};
     if (fstat(descriptor, &status) != 0) {
         return RE_STAT_ERR_READ;
     }

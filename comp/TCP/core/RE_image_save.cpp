@@ -173,10 +173,7 @@ void image_writer::write_header()
     header.total_size = m_end + sizeof(RE_image_trailer);
     header.engine_start_time = m_image.header->engine_start_time;
     header.capture_time = m_image.b_saved ? m_image.header->capture_time : std::time(nullptr);
-    header.global_counters = m_image.counts.global;
-    header.peer_counters = m_image.counts.peer;
-    header.conn_counters = m_image.counts.conn;
-    header.app_counters = m_image.counts.app;
+    header.set_counts(m_image.counts);
     header.peer_slots_used = m_peers.count;
     header.conn_slots_used = m_conns.count;
     header.app_slots_used = m_app_count;

@@ -68,9 +68,9 @@ constexpr std::uint64_t RE_image_row_size(const RE_image_section_rule& rule, con
 }
 
 // The rows of this build are no larger than their counters need.
-constexpr std::uint64_t RE_image_own_row_size(RE_image_section_id id)
+constexpr std::uint32_t RE_image_own_row_size(RE_image_section_id id)
 {
-    return RE_image_row_size(RE_image_section_rules[id - 1], RE_image_counts_of_this_build);
+    return static_cast<std::uint32_t>(RE_image_row_size(RE_image_section_rules[id - 1], RE_image_counts_of_this_build));
 }
 static_assert(RE_image_own_row_size(RE_IMAGE_GLOBAL) == sizeof(RE_image_global_row));
 static_assert(RE_image_own_row_size(RE_IMAGE_PEER_COUNTERS) == sizeof(RE_image_peer_counters));

@@ -85,6 +85,13 @@ struct RE_image_header
     std::uint8_t reserved_bytes[32];
 
     RE_image_counts counts() const { return {global_counters, peer_counters, conn_counters, app_counters}; }
+    void set_counts(const RE_image_counts& counts)
+    {
+        global_counters = counts.global;
+        peer_counters = counts.peer;
+        conn_counters = counts.conn;
+        app_counters = counts.app;
+    }
 };
 static_assert(sizeof(RE_image_header) == 128);
 
