@@ -45,7 +45,7 @@ void fill(RE_stat_writer& engine, int peers, int conns)
         std::snprintf(header.m_peer_host_name, sizeof header.m_peer_host_name, "branch-%d.example.net", peer);
         const int slot = engine.add_peer(peer, header);
         for (int id = 0; id < RE_STAT_PEER_ID_MAX; ++id) {
-            engine.set_peer_stat(slot, id, 123456789LL * (id + 1));
+            engine.set_peer_stat(slot, RE_stat_peer_id{id}, 123456789LL * (id + 1));
         }
     }
     for (int conn = 0; conn < conns; ++conn) {
@@ -53,7 +53,7 @@ void fill(RE_stat_writer& engine, int peers, int conns)
         header.m_conn_id = conn;
         const int slot = engine.open_conn(conn % peers, header, {}, 1);
         for (int id = 0; id < RE_STAT_CONN_ID_MAX; ++id) {
-            engine.add_conn_stat(slot, id, 1000 + id);
+            engine.add_conn_stat(slot, RE_stat_conn_id{id}, 1000 + id);
         }
     }
     engine.publish();

@@ -132,8 +132,8 @@ TEST_F(cut_test, of_a_living_engine_costs_it_no_more_than_what_was_cut)
                 cut_to(m_size);
             }
             EXPECT_FALSE(engine.is_in_place());
-            engine.add_global(1, 1);
-            engine.add_conn_stat(open_conns.front(), 1, 1);
+            engine.add_global(RE_stat_global_id{1}, 1);
+            engine.add_conn_stat(open_conns.front(), RE_stat_conn_id{1}, 1);
             engine.close_conn(open_conns.front(), 5);
             open_conns.erase(open_conns.begin());
             engine.add_nack(nack_of(1));

@@ -438,7 +438,7 @@ TEST_F(save_target_test, a_size_limit_at_any_byte_leaves_the_old_file)
     const std::string path = folder.file("old");
     EXPECT_EQ(save_to(path), 0);
     const std::string before = bytes_of_file(path);
-    engine.set_global(0, 987654321);
+    engine.set_global(RE_stat_global_id{0}, 987654321);
     for (rlim_t size = 0; size < before.size(); size += size < 300 ? 37 : 997) {
         EXPECT_EQ(result_in_child([&] {
                       signal(SIGXFSZ, SIG_IGN);

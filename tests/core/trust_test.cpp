@@ -175,11 +175,11 @@ TEST_F(trust_test, of_two_engines_the_one_in_the_earlier_folder_is_read)
     const own_session session;
     own_session::leave();
     start();
-    engine.set_global(1, 22);
+    engine.set_global(RE_stat_global_id{1}, 22);
     session.enter();
     RE_stat_writer earlier;
     ASSERT_EQ(earlier.create(few, 1), 0);
-    earlier.set_global(1, 11);
+    earlier.set_global(RE_stat_global_id{1}, 11);
     earlier.publish();
     long long value = 0;
     ASSERT_EQ(reader->open(), 0);
@@ -397,7 +397,7 @@ TEST_F(trust_test, an_engine_publishes_again_what_was_removed)
         expect_same_statistics(*reader, *before);
     }
     // It counts on, in places old and new.
-    engine.add_global(1, 5);
+    engine.add_global(RE_stat_global_id{1}, 5);
     for (std::uint32_t number = 0; number < 150; ++number) {
         ASSERT_GE(engine.open_conn(0, conn_header_of(number), so_header_of(number), 1), 0);
     }
@@ -413,13 +413,13 @@ TEST_F(trust_test, an_engine_whose_name_was_taken_waits_for_its_turn)
 {
     const own_session session;
     start();
-    engine.set_global(1, 11);
+    engine.set_global(RE_stat_global_id{1}, 11);
     ASSERT_EQ(unlink(segment_path().c_str()), 0);
     RE_stat_writer second;
     ASSERT_EQ(second.create(few, 1), 0);
     second.publish();
     EXPECT_EQ(engine.publish_again(), -EBUSY);
-    EXPECT_EQ(engine.get_global(1), 11);
+    EXPECT_EQ(engine.get_global(RE_stat_global_id{1}), 11);
     EXPECT_TRUE(second.is_in_place());
     second.close();
     EXPECT_EQ(engine.publish_again(), 0);

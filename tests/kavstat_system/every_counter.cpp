@@ -112,7 +112,7 @@ void every_counter::publish()
         transport.m_comp_type = 3;
         const int slot = m_writer.open_conn(conn % peers, header, transport, once + conn);
         for (int id = 0; id < RE_STAT_CONN_ID_MAX; ++id) {
-            m_writer.add_conn_stat(slot, id, conn_value(conn, id));
+            m_writer.add_conn_stat(slot, RE_stat_conn_id{id}, conn_value(conn, id));
         }
         if (conn == 3) {
             m_writer.close_conn(slot, once + 100);
@@ -120,11 +120,11 @@ void every_counter::publish()
     }
     // After the connections, which count themselves.
     for (int id = 0; id < SO_STAT_HWFQ_BYTES_MAX; ++id) {
-        m_writer.set_global(id, engine_value(id));
+        m_writer.set_global(RE_stat_global_id{id}, engine_value(id));
     }
     for (int peer = 0; peer < peers; ++peer) {
         for (int id = 0; id < RE_STAT_PEER_ID_MAX; ++id) {
-            m_writer.set_peer_stat(peer, id, peer_value(peer, id));
+            m_writer.set_peer_stat(peer, RE_stat_peer_id{id}, peer_value(peer, id));
         }
     }
     for (int app = 0; app < apps; ++app) {
@@ -132,7 +132,7 @@ void every_counter::publish()
         header.set(identity_of(app % peers), static_cast<std::uint16_t>(80 + app), app == 1);
         const int slot = m_writer.find_or_add_app(header);
         for (int id = 0; id < RE_STAT_APP_ID_MAX; ++id) {
-            m_writer.add_app_stat(slot, id, app_value(app, id));
+            m_writer.add_app_stat(slot, RE_stat_app_id{id}, app_value(app, id));
         }
         m_writer.add_app_conns(slot, static_cast<std::uint32_t>(app + 5), static_cast<std::uint32_t>(app + 2));
     }
@@ -201,16 +201,16 @@ void publish_document(const nlohmann::json& document, RE_stat_writer& writer)
             static_cast<std::uint8_t>(conn.at("transport").at("comp_type").get<unsigned int>() & 15U);
         const int slot = writer.open_conn(slot_of_peer.at(conn.at("peer")), header, transport, conn.at("open_time"));
         for_each_figure(conn.at("counters"), CounterScope::connection,
-                        [&](int id, long long value) { writer.add_conn_stat(slot, id, value); });
+                        [&](int id, long long value) { writer.add_conn_stat(slot, RE_stat_conn_id{id}, value); });
         if (!conn.at("open").get<bool>()) {
             writer.close_conn(slot, conn.at("close_time"));
         }
     }
     for_each_figure(document.at("global").at("counters"), CounterScope::engine,
-                    [&](int id, long long value) { writer.set_global(id, value); });
+                    [&](int id, long long value) { writer.set_global(RE_stat_global_id{id}, value); });
     for (const nlohmann::json& peer : document.at("peers")) {
         for_each_figure(peer.at("counters"), CounterScope::peer, [&](int id, long long value) {
-            writer.set_peer_stat(slot_of_peer.at(peer.at("number")), id, value);
+            writer.set_peer_stat(slot_of_peer.at(peer.at("number")), RE_stat_peer_id{id}, value);
         });
     }
     for (const nlohmann::json& app : document.at("apps")) {
@@ -218,7 +218,7 @@ void publish_document(const nlohmann::json& document, RE_stat_writer& writer)
         header.set(identity_of(app.at("kav_peer_id").get<std::string>()), app.at("port"), app.at("is_source_port"));
         const int slot = writer.find_or_add_app(header);
         for_each_figure(app.at("counters"), CounterScope::application, [&](int id, long long value) {
-            writer.add_app_stat(slot, id, static_cast<std::uint32_t>(value));
+            writer.add_app_stat(slot, RE_stat_app_id{id}, static_cast<std::uint32_t>(value));
         });
         writer.add_app_conns(slot, app.at("opened"), app.at("closed"));
     }

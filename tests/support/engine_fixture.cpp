@@ -325,13 +325,13 @@ void engine_test::fill()
 {
     engine.set_config(config_of(77));
     for (int id = 0; id < RE_STAT_GLOBAL_ID_MAX; ++id) {
-        engine.set_global(id, 1000000007LL * (id + 1));
+        engine.set_global(RE_stat_global_id{id}, 1000000007LL * (id + 1));
     }
     for (std::uint32_t peer = 0; peer < 4; ++peer) {
         const int slot = engine.add_peer(static_cast<int>(peer) + 40, peer_header_of(peer + 500));
         ASSERT_EQ(slot, static_cast<int>(peer));
         for (int id = 0; id < RE_STAT_PEER_ID_MAX; ++id) {
-            engine.set_peer_stat(slot, id, 10000 * slot + id);
+            engine.set_peer_stat(slot, RE_stat_peer_id{id}, 10000 * slot + id);
         }
     }
     engine.remove_peer(1);
@@ -340,7 +340,7 @@ void engine_test::fill()
         const int slot = engine.open_conn(peer, conn_header_of(number + 900), so_header_of(number), 5000 + number);
         ASSERT_EQ(slot, static_cast<int>(number));
         for (int id = 0; id < RE_STAT_CONN_ID_MAX; ++id) {
-            engine.add_conn_stat(slot, id, 1000 * slot + id - 50);
+            engine.add_conn_stat(slot, RE_stat_conn_id{id}, 1000 * slot + id - 50);
         }
     }
     engine.close_conn(2, 6000);
@@ -349,7 +349,7 @@ void engine_test::fill()
     for (std::uint32_t number = 0; number < 3; ++number) {
         const int slot = engine.find_or_add_app(app_key_of(number + 60));
         for (int id = 0; id < RE_STAT_APP_ID_MAX; ++id) {
-            engine.add_app_stat(slot, id, number * 100 + static_cast<std::uint32_t>(id));
+            engine.add_app_stat(slot, RE_stat_app_id{id}, number * 100 + static_cast<std::uint32_t>(id));
         }
         engine.add_app_conns(slot, number + 3, number + 2);
     }

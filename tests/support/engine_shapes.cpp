@@ -72,7 +72,7 @@ void open_sample_conn(RE_stat_writer& writer, int number, int peers)
     so_header.m_wan_fd = 7 + number;
     const int slot = writer.open_conn(number % peers, header, so_header, sample_start + number);
     for (int id = 0; id < RE_STAT_CONN_ID_MAX; ++id) {
-        writer.add_conn_stat(slot, id, 1000LL * (number + 1) + id);
+        writer.add_conn_stat(slot, RE_stat_conn_id{id}, 1000LL * (number + 1) + id);
     }
     if (number % 2 != 0) {
         writer.close_conn(slot, sample_start + 600 + number);
@@ -85,7 +85,7 @@ void add_sample_app(RE_stat_writer& writer, int number)
     key.set(RE_kav_peer_id(sample_peer(number % 2).m_kav_peer_id), static_cast<std::uint16_t>(80 + number), false);
     const int slot = writer.find_or_add_app(key);
     for (int id = 0; id < RE_STAT_APP_ID_MAX; ++id) {
-        writer.add_app_stat(slot, id, static_cast<std::uint32_t>(5000 * (number + 1) + id));
+        writer.add_app_stat(slot, RE_stat_app_id{id}, static_cast<std::uint32_t>(5000 * (number + 1) + id));
     }
     writer.add_app_conns(slot, 3, 1);
 }
@@ -117,13 +117,13 @@ int publish_sample(RE_stat_writer& writer, const sample_size& wanted)
     }
     writer.set_config(sample_config());
     for (int id = 0; id < RE_STAT_GLOBAL_ID_MAX; ++id) {
-        writer.set_global(id, 7LL * id);
+        writer.set_global(RE_stat_global_id{id}, 7LL * id);
     }
     writer.set_global(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_ACTIVE);
     for (int at = 0; at < wanted.peers; ++at) {
         const int slot = writer.add_peer(11 + at, sample_peer(at));
         for (int id = 0; id < RE_STAT_PEER_ID_MAX; ++id) {
-            writer.set_peer_stat(slot, id, 500LL * (at + 1) + id);
+            writer.set_peer_stat(slot, RE_stat_peer_id{id}, 500LL * (at + 1) + id);
         }
     }
     for (int at = 0; at < wanted.conns && wanted.peers > 0; ++at) {
@@ -132,7 +132,7 @@ int publish_sample(RE_stat_writer& writer, const sample_size& wanted)
     // As an engine had it that did not leave these two to the writer: there is a file of it.
     for (const RE_stat_global_id id :
          {RE_STAT_GLOBAL_ID_NUM_CONNECTED_PEER, RE_STAT_GLOBAL_ID_MAX_NUM_CONNECTED_PEER}) {
-        writer.set_global(id, 7LL * id);
+        writer.set_global(RE_stat_global_id{id}, 7LL * id);
     }
     for (int at = 0; at < wanted.apps; ++at) {
         add_sample_app(writer, at);

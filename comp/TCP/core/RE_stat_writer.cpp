@@ -4,6 +4,7 @@
 #include "RE_sequence.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
@@ -16,9 +17,13 @@
 
 namespace {
 
-bool is_id(int id, int count)
+// Whether `id` is one of a family's. Another one changes nothing, but a debug build stops at it.
+template <typename Id>
+bool is_id(Id id, Id count)
 {
-    return id >= 0 && id < count;
+    const bool b_known = id >= 0 && id < count;
+    assert(b_known);
+    return b_known;
 }
 
 // Adds in the engine's 64-bit arithmetic, which wraps.
@@ -107,17 +112,17 @@ struct RE_stat_writer::implementation
         return is_made() && slot >= 0 && static_cast<std::uint32_t>(slot) < load_acquire(&used);
     }
     // A peer's, a connection's or an application's counter, or null for none.
-    std::int64_t* peer_stat(int slot, int id) const
+    std::int64_t* peer_stat(int slot, RE_stat_peer_id id) const
     {
         return is_id(id, RE_STAT_PEER_ID_MAX) && is_slot(slot, peer_slots_used) ? &peer_counters[slot].stats[id]
                                                                                 : nullptr;
     }
-    std::int64_t* conn_stat(int slot, int id) const
+    std::int64_t* conn_stat(int slot, RE_stat_conn_id id) const
     {
         return is_id(id, RE_STAT_CONN_ID_MAX) && is_slot(slot, conn_slots_used) ? &conn_counters[slot].stats[id]
                                                                                 : nullptr;
     }
-    std::int64_t* global_stat(int id) const
+    std::int64_t* global_stat(RE_stat_global_id id) const
     {
         return is_id(id, RE_STAT_GLOBAL_ID_MAX) && is_made() ? &global->stats[id] : nullptr;
     }
@@ -128,7 +133,7 @@ struct RE_stat_writer::implementation
     }
     // The peer's counters of the connection in `conn_slot`, null when that peer has gone.
     RE_image_peer_counters* peer_counters_of(int conn_slot) const;
-    void add_to_sums(int conn_slot, int id, long long delta) const;
+    void add_to_sums(int conn_slot, RE_stat_conn_id id, long long delta) const;
     int take_conn_slot();
     void count_active(int conn_slot, int delta);
     void publish_connected_peers() const;
@@ -249,21 +254,21 @@ void RE_stat_writer::set_config(const RE_stat_config_param& config)
     }
 }
 
-void RE_stat_writer::add_global(int id, long long delta)
+void RE_stat_writer::add_global(RE_stat_global_id id, long long delta)
 {
     if (std::int64_t* const counter = m_impl->global_stat(id)) {
         add_to(*counter, delta);
     }
 }
 
-void RE_stat_writer::set_global(int id, long long value)
+void RE_stat_writer::set_global(RE_stat_global_id id, long long value)
 {
     if (std::int64_t* const counter = m_impl->global_stat(id)) {
         store_relaxed(counter, std::int64_t{value});
     }
 }
 
-long long RE_stat_writer::get_global(int id) const
+long long RE_stat_writer::get_global(RE_stat_global_id id) const
 {
     const std::int64_t* const counter = m_impl->global_stat(id);
     return counter != nullptr ? load_relaxed(counter) : 0;
@@ -343,14 +348,14 @@ void RE_stat_writer::remove_peer(int peer_slot)
     }
 }
 
-void RE_stat_writer::add_peer_stat(int peer_slot, int id, long long delta)
+void RE_stat_writer::add_peer_stat(int peer_slot, RE_stat_peer_id id, long long delta)
 {
     if (std::int64_t* const counter = m_impl->peer_stat(peer_slot, id)) {
         add_to(*counter, delta);
     }
 }
 
-void RE_stat_writer::set_peer_stat(int peer_slot, int id, long long value)
+void RE_stat_writer::set_peer_stat(int peer_slot, RE_stat_peer_id id, long long value)
 {
     if (std::int64_t* const counter = m_impl->peer_stat(peer_slot, id)) {
         // Released, so that a reader which sees it also sees whose it is; additions carry that on by themselves.
@@ -358,7 +363,7 @@ void RE_stat_writer::set_peer_stat(int peer_slot, int id, long long value)
     }
 }
 
-long long RE_stat_writer::get_peer_stat(int peer_slot, int id) const
+long long RE_stat_writer::get_peer_stat(int peer_slot, RE_stat_peer_id id) const
 {
     const std::int64_t* const counter = m_impl->peer_stat(peer_slot, id);
     return counter != nullptr ? load_relaxed(counter) : 0;
@@ -519,7 +524,7 @@ void RE_stat_writer::release_conn(int conn_slot)
     m_impl->free_conn_slots.push_back(conn_slot);
 }
 
-void RE_stat_writer::implementation::add_to_sums(int conn_slot, int id, long long delta) const
+void RE_stat_writer::implementation::add_to_sums(int conn_slot, RE_stat_conn_id id, long long delta) const
 {
     if (RE_image_peer_counters* const peer = peer_counters_of(conn_slot)) {
         add_to(peer->conn_stats[id], delta);
@@ -527,7 +532,7 @@ void RE_stat_writer::implementation::add_to_sums(int conn_slot, int id, long lon
     add_to(global->conn_stats[id], delta);
 }
 
-void RE_stat_writer::add_conn_stat(int conn_slot, int id, long long delta)
+void RE_stat_writer::add_conn_stat(int conn_slot, RE_stat_conn_id id, long long delta)
 {
     if (std::int64_t* const counter = m_impl->conn_stat(conn_slot, id)) {
         add_to(*counter, delta);
@@ -535,7 +540,7 @@ void RE_stat_writer::add_conn_stat(int conn_slot, int id, long long delta)
     }
 }
 
-void RE_stat_writer::set_conn_stat(int conn_slot, int id, long long value)
+void RE_stat_writer::set_conn_stat(int conn_slot, RE_stat_conn_id id, long long value)
 {
     if (std::int64_t* const counter = m_impl->conn_stat(conn_slot, id)) {
         const std::int64_t before = __atomic_exchange_n(counter, std::int64_t{value}, __ATOMIC_RELAXED);
@@ -545,7 +550,7 @@ void RE_stat_writer::set_conn_stat(int conn_slot, int id, long long value)
     }
 }
 
-long long RE_stat_writer::get_conn_stat(int conn_slot, int id) const
+long long RE_stat_writer::get_conn_stat(int conn_slot, RE_stat_conn_id id) const
 {
     const std::int64_t* const counter = m_impl->conn_stat(conn_slot, id);
     return counter != nullptr ? load_relaxed(counter) : 0;
@@ -573,7 +578,7 @@ int RE_stat_writer::find_or_add_app(const RE_stat_app_header& key)
     return static_cast<int>(slot);
 }
 
-void RE_stat_writer::add_app_stat(int app_slot, int id, std::uint32_t delta)
+void RE_stat_writer::add_app_stat(int app_slot, RE_stat_app_id id, std::uint32_t delta)
 {
     if (is_id(id, RE_STAT_APP_ID_MAX) && m_impl->is_slot(app_slot, m_impl->app_slots_used)) {
         __atomic_fetch_add(&m_impl->apps[app_slot].stats[id], delta, __ATOMIC_RELAXED);

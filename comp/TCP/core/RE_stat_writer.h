@@ -53,18 +53,18 @@ public:
 
     void set_config(const RE_stat_config_param& config);
 
-    void add_global(int id, long long delta);
-    void set_global(int id, long long value);
-    long long get_global(int id) const;
+    void add_global(RE_stat_global_id id, long long delta);
+    void set_global(RE_stat_global_id id, long long value);
+    long long get_global(RE_stat_global_id id) const;
 
     // Adds a peer and returns its slot, or -ENOSPC.
     int add_peer(int peer_id, const RE_stat_peer_header& header);
     void update_peer(int peer_slot, const RE_stat_peer_header& header);
     // Retires a peer; its connections keep their figures and its number, the global figures stay.
     void remove_peer(int peer_slot);
-    void add_peer_stat(int peer_slot, int id, long long delta);
-    void set_peer_stat(int peer_slot, int id, long long value);
-    long long get_peer_stat(int peer_slot, int id) const;
+    void add_peer_stat(int peer_slot, RE_stat_peer_id id, long long delta);
+    void set_peer_stat(int peer_slot, RE_stat_peer_id id, long long value);
+    long long get_peer_stat(int peer_slot, RE_stat_peer_id id) const;
 
     // Adds a connection with the peer in `peer_slot` and returns its slot. When all are taken, the connection that
     // closed first gives up its place; -ENOSPC when all are open. Counts it: the total and active connections of the
@@ -81,16 +81,16 @@ public:
 
     // Adds to a connection's figure, and with the same call to its peer's and to the engine's sum, so that the three
     // always agree.
-    void add_conn_stat(int conn_slot, int id, long long delta);
+    void add_conn_stat(int conn_slot, RE_stat_conn_id id, long long delta);
     // Sets a connection's current value (bytes pending, say); the two sums move by the difference.
-    void set_conn_stat(int conn_slot, int id, long long value);
-    long long get_conn_stat(int conn_slot, int id) const;
+    void set_conn_stat(int conn_slot, RE_stat_conn_id id, long long value);
+    long long get_conn_stat(int conn_slot, RE_stat_conn_id id) const;
 
     // The slot of the application that `key` names (handle, server port, source-port flag, peer), made at the first
     // call for it; -ENOSPC when all slots are taken.
     int find_or_add_app(const RE_stat_app_header& key);
     // Application counters wrap at 2^32.
-    void add_app_stat(int app_slot, int id, std::uint32_t delta);
+    void add_app_stat(int app_slot, RE_stat_app_id id, std::uint32_t delta);
     // Connections of the application opened and closed.
     void add_app_conns(int app_slot, std::uint32_t opened, std::uint32_t closed);
 
