@@ -75,7 +75,7 @@ public:
         }
         m_writer.set_global(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_ACTIVE);
         for (int id = 1; id < RE_STAT_GLOBAL_ID_NUM_TOTAL_CONNS; ++id) {
-            m_writer.set_global(id, 1000LL * id);
+            m_writer.set_global(RE_stat_global_id{id}, 1000LL * id);
         }
         add_peers();
         add_conns();
@@ -114,7 +114,8 @@ private:
             const int slot = m_writer.open_conn(std::min(peer, m_shape.peers) - 1, conn, so_header, m_now - opened_ago);
             for (const int id : {RE_STAT_CONN_ID_ENCODE_IN_BYTES, RE_STAT_CONN_ID_ENCODE_OUT_BYTES,
                                  RE_STAT_CONN_ID_DECODE_IN_BYTES, RE_STAT_CONN_ID_DECODE_OUT_BYTES}) {
-                m_writer.add_conn_stat(slot, id, static_cast<long long>(m_random() >> (30U + below(30U))));
+                m_writer.add_conn_stat(slot, RE_stat_conn_id{id},
+                                       static_cast<long long>(m_random() >> (30U + below(30U))));
             }
             if (below(2) == 0) {
                 m_writer.close_conn(

@@ -62,7 +62,7 @@ void fill(RE_stat_writer& engine, int peers, int conns, int apps)
         header.set(identity, static_cast<std::uint16_t>(80 + app / peers), false);
         const int slot = engine.find_or_add_app(header);
         for (int id = 0; id < RE_STAT_APP_ID_MAX; ++id) {
-            engine.add_app_stat(slot, id, static_cast<std::uint32_t>(123456 * (id + 1)));
+            engine.add_app_stat(slot, RE_stat_app_id{id}, static_cast<std::uint32_t>(123456 * (id + 1)));
         }
     }
     engine.publish();

@@ -5,6 +5,7 @@
 #include "RE_stat_image.h"
 #include "RE_stat_writer.h"
 #include "RE_top_app_log.h"
+#include "RE_top_app_log_writer.h"
 #include "RE_viewer_reader.h"
 
 #include <benchmark/benchmark.h>

@@ -4,8 +4,8 @@
 //
 // Each way runs in a process of its own, in turns, and the best of five rounds counts. Memory is the process's peak
 // resident size, reads are its read calls while it worked, both as the kernel counts them.
-#include "RE_stat_writer.h"
 #include "RE_top_app_log.h"
+#include "RE_top_app_log_writer.h"
 #include "RE_top_app_post_process.h"
 
 #include <fcntl.h>

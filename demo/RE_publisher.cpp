@@ -12,8 +12,8 @@ namespace {
 struct bypass_counters
 {
     RE_bypass_cause cause;
-    int num_id;
-    int bytes_id;
+    RE_stat_conn_id num_id;
+    RE_stat_conn_id bytes_id;
 };
 
 constexpr std::array<bypass_counters, 14> bypass_table{{
@@ -49,8 +49,8 @@ constexpr std::array<bypass_counters, 14> bypass_table{{
 struct nack_counters
 {
     RE_nack_reason reason;
-    int nack_id;
-    int retransmission_id;
+    RE_stat_conn_id nack_id;
+    RE_stat_conn_id retransmission_id;
 };
 
 // An overloaded disk has no counter of its own, only its share in the total.
@@ -62,14 +62,14 @@ constexpr std::array<nack_counters, 3> nack_table{{
 }};
 
 // 0-1K, 1K-5K, 5K-15K, 15K-25K, 25K-40K and above, from `first_id` on.
-int size_counter(int first_id, std::uint32_t size)
+RE_stat_conn_id size_counter(RE_stat_conn_id first_id, std::uint32_t size)
 {
     constexpr std::uint32_t kilobyte = 1024;
     int id = first_id;
     for (const std::uint32_t last : {1U, 5U, 15U, 25U, 40U}) {
         id += size > last * kilobyte ? 1 : 0;
     }
-    return id;
+    return RE_stat_conn_id{id};
 }
 
 SO_stat_conn_header so_header_of(const RE_application& application, bool b_bypassed)
@@ -397,14 +397,14 @@ void RE_publisher::clear_bypass(const RE_server& server)
     m_writer.clear_bypass(server.ip, server.port);
 }
 
-void RE_publisher::add(const RE_published_conn& conn, int id, long long delta)
+void RE_publisher::add(const RE_published_conn& conn, RE_stat_conn_id id, long long delta)
 {
     if (delta != 0) {
         m_writer.add_conn_stat(conn.slot, id, delta);
     }
 }
 
-void RE_publisher::add_app(const RE_published_conn& conn, int id, std::uint64_t amount)
+void RE_publisher::add_app(const RE_published_conn& conn, RE_stat_app_id id, std::uint64_t amount)
 {
     RE_published_app& app = *conn.app;
     const auto index = static_cast<std::size_t>(id);
@@ -418,12 +418,7 @@ void RE_publisher::add_app(const RE_published_conn& conn, int id, std::uint64_t 
 
 void RE_publisher::count_open(int peer_slot, std::time_t now, int delta)
 {
-    RE_concurrency& concurrency = m_concurrency[static_cast<std::size_t>(peer_slot)];
-    const bool b_before = concurrency.open() > 0;
-    concurrency.change(now, delta);
-    const bool b_after = concurrency.open() > 0;
-    m_connected_peers += (b_after ? 1 : 0) - (b_before ? 1 : 0);
-    m_most_connected_peers = std::max(m_most_connected_peers, m_connected_peers);
+    m_concurrency[static_cast<std::size_t>(peer_slot)].change(now, delta);
 }
 
 void RE_publisher::log_nack(const RE_published_conn& conn, const RE_answer& answer, RE_stat_nack_type type)

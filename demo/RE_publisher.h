@@ -100,8 +100,8 @@ private:
         std::int64_t passing_ns = 0;
     };
 
-    void add(const RE_published_conn& conn, int id, long long delta);
-    void add_app(const RE_published_conn& conn, int id, std::uint64_t amount);
+    void add(const RE_published_conn& conn, RE_stat_conn_id id, long long delta);
+    void add_app(const RE_published_conn& conn, RE_stat_app_id id, std::uint64_t amount);
     void count_open(int peer_slot, std::time_t now, int delta);
     void log_nack(const RE_published_conn& conn, const RE_answer& answer, RE_stat_nack_type type);
     void refresh_peer(int slot, const RE_peer& peer);
@@ -112,8 +112,6 @@ private:
     bool m_b_room_missed = false;
     std::vector<RE_concurrency> m_concurrency; // by peer slot
     std::vector<peer_work> m_peer_work;        // by peer slot
-    long long m_connected_peers = 0;
-    long long m_most_connected_peers = 0;
     long long m_stopped_conns = 0; // by the ack queue
     long long m_lowest_reserve = std::numeric_limits<long long>::max();
     RE_illness_set m_staged;

@@ -2,6 +2,7 @@
 #include "RE_output_file.h"
 #include "RE_published_app.h"
 #include "RE_publisher.h"
+#include "RE_top_app_log_writer.h"
 
 #include <cstdio>
 

@@ -93,7 +93,7 @@ void RE_publisher::refresh_peer(int slot, const RE_peer& peer)
     const RE_path& outbound = peer.outbound();
     const RE_signature_fifo& signatures = outbound.encoder().index();
     const RE_signature_fifo& data = peer.inbound().decoder().store().index();
-    const auto set = [&](int id, long long value) { m_writer.set_peer_stat(slot, id, value); };
+    const auto set = [&](RE_stat_peer_id id, long long value) { m_writer.set_peer_stat(slot, id, value); };
     const auto clock = [](std::uint64_t value) { return static_cast<long long>(value); };
 
     if (peer.is_before_4_4_1()) {
@@ -164,7 +164,7 @@ void RE_publisher::refresh_global(const std::vector<std::unique_ptr<RE_peer>>& p
         earlier_of(sum.oldest_data, data.oldest_time());
     }
 
-    const auto set = [&](int id, auto value) { m_writer.set_global(id, static_cast<long long>(value)); };
+    const auto set = [&](RE_stat_global_id id, auto value) { m_writer.set_global(id, static_cast<long long>(value)); };
     set(RE_STAT_GLOBAL_ID_CACHE_STATE, cache_state(peers, ills));
     set(RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE, megabytes(sum.capacity));
     set(RE_STAT_GLOBAL_ID_USED_CACHE_SIZE, megabytes(sum.used_bytes));
@@ -191,8 +191,6 @@ void RE_publisher::refresh_global(const std::vector<std::unique_ptr<RE_peer>>& p
     set(RE_STAT_GLOBAL_ID_NUM_HASH_TABLE_FULL, sum.times_full);
     set(RE_STAT_GLOBAL_ID_FIFO_HEAD_CLOCK, sum.head);
     set(RE_STAT_GLOBAL_ID_FIFO_TAIL_CLOCK, sum.tail);
-    set(RE_STAT_GLOBAL_ID_NUM_CONNECTED_PEER, m_connected_peers);
-    set(RE_STAT_GLOBAL_ID_MAX_NUM_CONNECTED_PEER, m_most_connected_peers);
 }
 
 // The lowest of all values since the engine's start, as far as it looked.

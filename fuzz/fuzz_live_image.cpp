@@ -1,5 +1,6 @@
 // Any bytes as the shared memory of an engine, through every report: as they are, and with the header put right.
 #include "harness.h"
+#include "support/relaid_image.h"
 
 #include <vector>
 

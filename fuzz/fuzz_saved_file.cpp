@@ -2,6 +2,7 @@
 // put right, which gets past what refuses nearly everything else.
 #include "RE_file_reader.h"
 #include "harness.h"
+#include "support/relaid_image.h"
 
 #include <vector>
 

@@ -155,31 +155,3 @@ void exercise(RE_stat_reader& reader)
     show_every_report();
     p_statReader = nullptr;
 }
-
-void repair_image(unsigned char* bytes, std::size_t size, RE_image_kind kind)
-{
-    RE_image_header header{};
-    if (size < sizeof header + sizeof(RE_image_trailer)) {
-        return;
-    }
-    const bool b_saved = kind == RE_image_kind::saved;
-    std::memcpy(&header, bytes, sizeof header);
-    std::memcpy(header.magic, RE_image_magic, sizeof header.magic);
-    header.byte_order = RE_image_byte_order;
-    header.layout_version = RE_image_layout_version;
-    header.state = b_saved ? RE_IMAGE_SAVED : RE_IMAGE_PUBLISHED;
-    header.section_count = RE_image_section_count;
-    header.total_size = size;
-    header.global_counters = RE_STAT_GLOBAL_ID_MAX;
-    header.peer_counters = RE_STAT_PEER_ID_MAX;
-    header.conn_counters = RE_STAT_CONN_ID_MAX;
-    header.app_counters = RE_STAT_APP_ID_MAX;
-    std::memcpy(bytes, &header, sizeof header);
-    if (b_saved) {
-        RE_image_trailer trailer{};
-        std::memcpy(trailer.magic, RE_image_trailer_magic, sizeof trailer.magic);
-        std::memcpy(bytes + size - sizeof trailer, &trailer, sizeof trailer);
-        trailer.checksum = XXH64(bytes, size - sizeof trailer.checksum, 0);
-        std::memcpy(bytes + size - sizeof trailer, &trailer, sizeof trailer);
-    }
-}

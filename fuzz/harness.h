@@ -56,10 +56,6 @@ private:
 // Prints every report that there is, saves to nowhere, asks for what is not there, resets, and prints once more.
 void exercise(RE_stat_reader& reader);
 
-// Makes the bytes look like an image as far as a header is checked and, of a saved one, the checksum, so that what lies
-// behind is reached. Too few bytes for a header stay as they are.
-void repair_image(unsigned char* bytes, std::size_t size, RE_image_kind kind);
-
 template <typename Print>
 std::string output_of(const Print& print)
 {

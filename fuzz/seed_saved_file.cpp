@@ -1,6 +1,7 @@
 // Makes the seeds of fuzz_saved_file: small files as engines of several sizes save them.
 #include "seeds.h"
 #include "support/engine_shapes.h"
+#include "support/relaid_image.h"
 
 int main(int argc, char** argv)
 {
@@ -14,6 +15,7 @@ int main(int argc, char** argv)
     write_seed(folder, "nacks", saved_sample({0, 0, 0, 5, 0}));
     write_seed(folder, "bypassed", saved_sample({0, 0, 0, 0, 2}));
     write_seed(folder, "everything", saved_sample({}));
+    write_seed(folder, "of_a_later_release", relaid_image(saved_sample({1, 1, 1, 1, 0}), {8, 2}));
     std::vector<unsigned char> cut = saved_sample(empty_shape);
     cut.resize(200);
     write_seed(folder, "cut", cut);

@@ -1,5 +1,5 @@
 // Makes the seeds of fuzz_top_app_log: small logs as engines write them.
-#include "RE_stat_writer.h"
+#include "RE_top_app_log_writer.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -128,13 +128,13 @@ void concurrency_test::run_engine()
             const int peer = engine.add_peer(peer_number_of(number), peer_header_of(number));
             peer_slots[turn] = peer;
             for (int id = 0; id < RE_STAT_PEER_ID_NUM_TOTAL_CONNS; ++id) {
-                engine.set_peer_stat(peer, id, number);
+                engine.set_peer_stat(peer, RE_stat_peer_id{id}, number);
             }
             const int slot =
                 engine.open_conn(peer, conn_header_of(number), so_header_of(number), static_cast<std::time_t>(number));
             if (slot >= 0) {
                 for (int id = 0; id < 12; ++id) {
-                    engine.set_conn_stat(slot, id, static_cast<long long>(number) * 1000 + id);
+                    engine.set_conn_stat(slot, RE_stat_conn_id{id}, static_cast<long long>(number) * 1000 + id);
                 }
             }
             const int victim = static_cast<int>(random() % conns);
@@ -331,12 +331,12 @@ TEST_F(concurrency_test, threads_of_one_engine_lose_no_count)
                 const auto number = static_cast<std::uint32_t>(round);
                 const int slot = engine.open_conn(peer_slots[at], conn_header_of(number), so_header_of(number), 1);
                 for (int id = 0; id < 10; ++id) {
-                    engine.add_conn_stat(slot, id, 1 + id);
+                    engine.add_conn_stat(slot, RE_stat_conn_id{id}, 1 + id);
                 }
-                engine.set_conn_stat(slot, 20, 5);
-                engine.set_conn_stat(slot, 20, 0);
-                engine.add_global(1, 1);
-                engine.add_app_stat(engine.find_or_add_app(app_key_of(number % 4)), 2, 1);
+                engine.set_conn_stat(slot, RE_stat_conn_id{20}, 5);
+                engine.set_conn_stat(slot, RE_stat_conn_id{20}, 0);
+                engine.add_global(RE_stat_global_id{1}, 1);
+                engine.add_app_stat(engine.find_or_add_app(app_key_of(number % 4)), RE_stat_app_id{2}, 1);
                 engine.add_nack(nack_of(number));
                 if (round % 2 == 0) {
                     engine.release_conn(slot);
@@ -349,7 +349,7 @@ TEST_F(concurrency_test, threads_of_one_engine_lose_no_count)
     std::thread late([&] {
         long long added = 0;
         while (!b_done) {
-            engine.add_conn_stat(static_cast<int>(added++ % 64), 11, 1);
+            engine.add_conn_stat(static_cast<int>(added++ % 64), RE_stat_conn_id{11}, 1);
         }
     });
     std::thread turnover([&] {
@@ -400,12 +400,12 @@ TEST_F(concurrency_test, records_that_are_kept_busy_hold_a_reader_for_a_second_a
     unsigned char* const base = map_segment();
     RE_stat_image image;
     ASSERT_EQ(image.attach(base, header().total_size, RE_image_kind::live), 0);
-    for (std::uint32_t row = 0; row < image.conn_rows; ++row) {
+    for (std::uint32_t row = 0; row < image.conns.rows; ++row) {
         store_release(&image.conns[row].sequence, 1U);
     }
     std::atomic<bool> b_done{false};
     std::thread neighbour([&] {
-        for (std::uint32_t row = 0; row < image.conn_rows && !b_done; ++row) {
+        for (std::uint32_t row = 0; row < image.conns.rows && !b_done; ++row) {
             std::this_thread::sleep_for(std::chrono::milliseconds(60));
             store_release(&image.conns[row].sequence, 2U);
         }

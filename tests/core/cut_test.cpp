@@ -22,9 +22,7 @@ protected:
     {
         start({8, 1000, 8, 8});
         fill();
-        struct stat status
-        {
-        };
+        struct stat status = {};
         ASSERT_EQ(stat(segment_path().c_str(), &status), 0);
         m_size = status.st_size;
         ASSERT_EQ(m_mine.open(), 0);
@@ -65,6 +63,18 @@ TEST_F(cut_test, is_forgotten_when_the_statistics_are_opened_again)
     EXPECT_TRUE(m_mine.is_cut());
     EXPECT_EQ(m_mine.open(), RE_STAT_ERR_CUT);
     EXPECT_FALSE(m_mine.is_cut());
+}
+
+TEST_F(cut_test, with_a_header_that_agrees_is_refused_for_its_layout)
+{
+    const std::string whole = bytes_of_file(segment_path());
+    for (off_t size = m_size - 1; size >= static_cast<off_t>(sizeof(RE_image_header)); size = size * 9 / 10) {
+        cut_to(size);
+        header().total_size = static_cast<std::uint64_t>(size);
+        const auto other = live_reader();
+        EXPECT_EQ(other->open(), RE_STAT_ERR_LAYOUT) << size;
+    }
+    write_file(segment_path(), whole); // so that the engine can withdraw
 }
 
 TEST_F(cut_test, of_what_is_being_saved_leaves_the_old_file_and_no_other)
@@ -122,8 +132,8 @@ TEST_F(cut_test, of_a_living_engine_costs_it_no_more_than_what_was_cut)
                 cut_to(m_size);
             }
             EXPECT_FALSE(engine.is_in_place());
-            engine.add_global(1, 1);
-            engine.add_conn_stat(open_conns.front(), 1, 1);
+            engine.add_global(RE_stat_global_id{1}, 1);
+            engine.add_conn_stat(open_conns.front(), RE_stat_conn_id{1}, 1);
             engine.close_conn(open_conns.front(), 5);
             open_conns.erase(open_conns.begin());
             engine.add_nack(nack_of(1));

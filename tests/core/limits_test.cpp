@@ -15,9 +15,7 @@ using limits_test = engine_test;
 
 std::uint64_t bytes_in_memory(const std::string& path)
 {
-    struct stat status
-    {
-    };
+    struct stat status = {};
     EXPECT_EQ(stat(path.c_str(), &status), 0);
     return static_cast<std::uint64_t>(status.st_blocks) * 512;
 }
@@ -86,7 +84,7 @@ TEST_F(limits_test, holds_65536_applications)
     start({1, 1, 65536, 1});
     for (std::uint32_t number = 0; number < 65536; ++number) {
         ASSERT_EQ(engine.find_or_add_app(app_key_of(number)), static_cast<int>(number));
-        engine.add_app_stat(static_cast<int>(number), 17, number);
+        engine.add_app_stat(static_cast<int>(number), RE_stat_app_id{17}, number);
     }
     EXPECT_EQ(engine.find_or_add_app(app_key_of(65536)), -ENOSPC);
     EXPECT_EQ(engine.find_or_add_app(app_key_of(65535)), 65535);
@@ -112,7 +110,7 @@ TEST_F(limits_test, holds_1000000_connections_and_saves_them)
     for (int number = 0; number < 1000000; ++number) {
         const auto value = static_cast<std::uint32_t>(number);
         ASSERT_EQ(engine.open_conn(peer, conn_header_of(value), so_header_of(value), number), number);
-        engine.add_conn_stat(number, 165, number);
+        engine.add_conn_stat(number, RE_stat_conn_id{165}, number);
     }
     EXPECT_EQ(engine.open_conn(peer, conn_header_of(0), so_header_of(0), 1), -ENOSPC);
     EXPECT_EQ(reader->get_max_conn_slots(), 1000000);

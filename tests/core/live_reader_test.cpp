@@ -19,9 +19,9 @@ TEST_F(live_reader_test, tells_every_global_counter)
 {
     start();
     for (int id = 0; id < RE_STAT_GLOBAL_ID_MAX; ++id) {
-        engine.set_global(id, 7LL * id - 100);
-        engine.add_global(id, LLONG_MAX / 1000);
-        ASSERT_EQ(engine.get_global(id), 7LL * id - 100 + LLONG_MAX / 1000);
+        engine.set_global(RE_stat_global_id{id}, 7LL * id - 100);
+        engine.add_global(RE_stat_global_id{id}, LLONG_MAX / 1000);
+        ASSERT_EQ(engine.get_global(RE_stat_global_id{id}), 7LL * id - 100 + LLONG_MAX / 1000);
     }
     for (int id = 0; id < RE_STAT_GLOBAL_ID_MAX; ++id) {
         long long value = -1;
@@ -34,10 +34,10 @@ TEST_F(live_reader_test, counters_hold_either_end_of_64_bits_and_wrap)
 {
     start();
     long long value = 0;
-    engine.set_global(5, LLONG_MAX);
+    engine.set_global(RE_stat_global_id{5}, LLONG_MAX);
     reader->read_global_stat(5, value);
     EXPECT_EQ(value, LLONG_MAX);
-    engine.add_global(5, 1);
+    engine.add_global(RE_stat_global_id{5}, 1);
     reader->read_global_stat(5, value);
     EXPECT_EQ(value, LLONG_MIN);
 }
@@ -78,8 +78,8 @@ TEST_F(live_reader_test, tells_a_peer)
     const int slot = engine.add_peer(-7, peer_header_of(9));
     ASSERT_EQ(slot, 0);
     for (int id = 0; id < RE_STAT_PEER_ID_MAX; ++id) {
-        engine.set_peer_stat(slot, id, id);
-        engine.add_peer_stat(slot, id, -1000);
+        engine.set_peer_stat(slot, RE_stat_peer_id{id}, id);
+        engine.add_peer_stat(slot, RE_stat_peer_id{id}, -1000);
     }
     EXPECT_EQ(reader->get_max_peer_slots(), 1);
     EXPECT_TRUE(reader->is_peer_valid(slot));
@@ -93,7 +93,7 @@ TEST_F(live_reader_test, tells_a_peer)
         long long value = 0;
         EXPECT_EQ(reader->read_peer_stat(slot, id, value), 0);
         EXPECT_EQ(value, id - 1000);
-        EXPECT_EQ(engine.get_peer_stat(slot, id), id - 1000);
+        EXPECT_EQ(engine.get_peer_stat(slot, RE_stat_peer_id{id}), id - 1000);
     }
     engine.update_peer(slot, peer_header_of(10));
     EXPECT_EQ(reader->read_peer_header(slot, header), 0);
@@ -107,7 +107,7 @@ TEST_F(live_reader_test, tells_a_connection)
     const int slot = engine.open_conn(peer, conn_header_of(34), so_header_of(56), 1700000123);
     ASSERT_EQ(slot, 0);
     for (int id = 0; id < RE_STAT_CONN_ID_MAX; ++id) {
-        engine.add_conn_stat(slot, id, id + 1);
+        engine.add_conn_stat(slot, RE_stat_conn_id{id}, id + 1);
     }
     EXPECT_EQ(reader->get_max_conn_slots(), 1);
     EXPECT_TRUE(reader->is_conn_valid(slot));
@@ -129,7 +129,7 @@ TEST_F(live_reader_test, tells_a_connection)
         long long value = 0;
         EXPECT_EQ(reader->read_conn_stat(slot, id, value), 0);
         EXPECT_EQ(value, id + 1);
-        EXPECT_EQ(engine.get_conn_stat(slot, id), id + 1);
+        EXPECT_EQ(engine.get_conn_stat(slot, RE_stat_conn_id{id}), id + 1);
     }
     EXPECT_EQ(reader->read_global_active_conn_count(), 1);
     EXPECT_EQ(reader->read_peer_active_conn_count(peer), 1);
@@ -204,8 +204,8 @@ TEST_F(live_reader_test, tells_applications)
     EXPECT_EQ(engine.find_or_add_app(key), slot);
     EXPECT_EQ(engine.find_or_add_app(app_key_of(0xbef0)), 1);
     for (int id = 0; id < RE_STAT_APP_ID_MAX; ++id) {
-        engine.add_app_stat(slot, id, UINT32_MAX);
-        engine.add_app_stat(slot, id, static_cast<std::uint32_t>(id) + 1);
+        engine.add_app_stat(slot, RE_stat_app_id{id}, UINT32_MAX);
+        engine.add_app_stat(slot, RE_stat_app_id{id}, static_cast<std::uint32_t>(id) + 1);
     }
     engine.add_app_conns(slot, 0x7fffff, 0xffffff);
     engine.add_app_conns(slot, 3, 5); // each count wraps by itself
@@ -336,35 +336,36 @@ TEST_F(live_reader_test, always_writes_what_it_was_asked_for)
     expect_nothing_of_app(few.applications);
 }
 
+// A debug build stops at ids, as whoever wrote them has made a mistake.
 TEST_F(live_reader_test, the_engine_ignores_numbers_out_of_range)
 {
     start();
     fill();
     const std::string before = bytes_of_file(segment_path());
     for (const int number : hostile_numbers) {
-        engine.add_global(number, 1);
-        engine.set_global(number, 1);
-        EXPECT_EQ(engine.get_global(number), 0);
+        EXPECT_DEBUG_DEATH(engine.add_global(RE_stat_global_id{number}, 1), "b_known");
+        EXPECT_DEBUG_DEATH(engine.set_global(RE_stat_global_id{number}, 1), "b_known");
+        EXPECT_DEBUG_DEATH(EXPECT_EQ(engine.get_global(RE_stat_global_id{number}), 0), "b_known");
         engine.update_peer(number, peer_header_of(1));
         engine.remove_peer(number);
-        engine.add_peer_stat(number, 0, 1);
-        engine.add_peer_stat(0, number, 1);
-        engine.set_peer_stat(number, 0, 1);
-        engine.set_peer_stat(0, number, 1);
-        EXPECT_EQ(engine.get_peer_stat(number, 0), 0);
-        EXPECT_EQ(engine.get_peer_stat(0, number), 0);
+        engine.add_peer_stat(number, RE_stat_peer_id{0}, 1);
+        EXPECT_DEBUG_DEATH(engine.add_peer_stat(0, RE_stat_peer_id{number}, 1), "b_known");
+        engine.set_peer_stat(number, RE_stat_peer_id{0}, 1);
+        EXPECT_DEBUG_DEATH(engine.set_peer_stat(0, RE_stat_peer_id{number}, 1), "b_known");
+        EXPECT_EQ(engine.get_peer_stat(number, RE_stat_peer_id{0}), 0);
+        EXPECT_DEBUG_DEATH(EXPECT_EQ(engine.get_peer_stat(0, RE_stat_peer_id{number}), 0), "b_known");
         EXPECT_EQ(engine.open_conn(number, conn_header_of(1), so_header_of(1), 1), -EINVAL);
         engine.update_conn_so_header(number, so_header_of(1));
         engine.close_conn(number, 1);
         engine.release_conn(number);
-        engine.add_conn_stat(number, 0, 1);
-        engine.add_conn_stat(0, number, 1);
-        engine.set_conn_stat(number, 0, 1);
-        engine.set_conn_stat(0, number, 1);
-        EXPECT_EQ(engine.get_conn_stat(number, 0), 0);
-        EXPECT_EQ(engine.get_conn_stat(0, number), 0);
-        engine.add_app_stat(number, 0, 1);
-        engine.add_app_stat(0, number, 1);
+        engine.add_conn_stat(number, RE_stat_conn_id{0}, 1);
+        EXPECT_DEBUG_DEATH(engine.add_conn_stat(0, RE_stat_conn_id{number}, 1), "b_known");
+        engine.set_conn_stat(number, RE_stat_conn_id{0}, 1);
+        EXPECT_DEBUG_DEATH(engine.set_conn_stat(0, RE_stat_conn_id{number}, 1), "b_known");
+        EXPECT_EQ(engine.get_conn_stat(number, RE_stat_conn_id{0}), 0);
+        EXPECT_DEBUG_DEATH(EXPECT_EQ(engine.get_conn_stat(0, RE_stat_conn_id{number}), 0), "b_known");
+        engine.add_app_stat(number, RE_stat_app_id{0}, 1);
+        EXPECT_DEBUG_DEATH(engine.add_app_stat(0, RE_stat_app_id{number}, 1), "b_known");
         engine.add_app_conns(number, 1, 1);
     }
     EXPECT_EQ(engine.open_conn(1, conn_header_of(1), so_header_of(1), 1), -EINVAL) << "its peer was retired";
@@ -376,24 +377,24 @@ TEST_F(live_reader_test, an_engine_that_is_not_there_takes_everything_and_does_n
     RE_stat_writer none;
     none.publish();
     none.set_config(config_of(1));
-    none.add_global(0, 1);
-    none.set_global(0, 1);
-    EXPECT_EQ(none.get_global(0), 0);
+    none.add_global(RE_stat_global_id{0}, 1);
+    none.set_global(RE_stat_global_id{0}, 1);
+    EXPECT_EQ(none.get_global(RE_stat_global_id{0}), 0);
     EXPECT_EQ(none.add_peer(1, peer_header_of(1)), -EINVAL);
     none.update_peer(0, peer_header_of(1));
     none.remove_peer(0);
-    none.add_peer_stat(0, 0, 1);
-    none.set_peer_stat(0, 0, 1);
-    EXPECT_EQ(none.get_peer_stat(0, 0), 0);
+    none.add_peer_stat(0, RE_stat_peer_id{0}, 1);
+    none.set_peer_stat(0, RE_stat_peer_id{0}, 1);
+    EXPECT_EQ(none.get_peer_stat(0, RE_stat_peer_id{0}), 0);
     EXPECT_EQ(none.open_conn(0, conn_header_of(1), so_header_of(1), 1), -EINVAL);
     none.update_conn_so_header(0, so_header_of(1));
     none.close_conn(0, 1);
     none.release_conn(0);
-    none.add_conn_stat(0, 0, 1);
-    none.set_conn_stat(0, 0, 1);
-    EXPECT_EQ(none.get_conn_stat(0, 0), 0);
+    none.add_conn_stat(0, RE_stat_conn_id{0}, 1);
+    none.set_conn_stat(0, RE_stat_conn_id{0}, 1);
+    EXPECT_EQ(none.get_conn_stat(0, RE_stat_conn_id{0}), 0);
     EXPECT_EQ(none.find_or_add_app(app_key_of(1)), -EINVAL);
-    none.add_app_stat(0, 0, 1);
+    none.add_app_stat(0, RE_stat_app_id{0}, 1);
     none.add_app_conns(0, 1, 1);
     none.add_nack(nack_of(1));
     EXPECT_EQ(none.set_bypass({}), -EINVAL);
@@ -490,12 +491,12 @@ void fill_without_zeros(RE_stat_writer& engine)
 {
     for (int slot = 0; slot < 4; ++slot) {
         for (int id = 0; id < RE_STAT_PEER_ID_MAX; ++id) {
-            engine.set_peer_stat(slot, id, 10000 * slot + id + 1);
+            engine.set_peer_stat(slot, RE_stat_peer_id{id}, 10000 * slot + id + 1);
         }
     }
     for (int slot = 0; slot < 10; ++slot) {
         for (int id = 0; id < RE_STAT_CONN_ID_MAX; ++id) {
-            engine.set_conn_stat(slot, id, 1000 * slot + id + 1);
+            engine.set_conn_stat(slot, RE_stat_conn_id{id}, 1000 * slot + id + 1);
         }
     }
 }
@@ -539,7 +540,7 @@ TEST_F(reset_test, clear_all_sets_every_figure_to_0_and_keeps_who_is_there)
     fill_without_zeros(engine);
     reader->clear_all();
     for (int id = 0; id < RE_STAT_GLOBAL_ID_MAX; ++id) {
-        EXPECT_EQ(engine.get_global(id), 0) << id;
+        EXPECT_EQ(engine.get_global(RE_stat_global_id{id}), 0) << id;
     }
     expect_reset(
         re_stat_conn_counters, [&](int id, long long& value) { return reader->read_global_conn_stat(id, value); },

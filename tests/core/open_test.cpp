@@ -35,7 +35,7 @@ public:
             if (b_publish) {
                 engine.publish();
             }
-            engine.set_global(1, 4711);
+            engine.set_global(RE_stat_global_id{1}, 4711);
             engine.add_peer(3, peer_header_of(3));
             if (write(ready[1], &outcome, 1) == 1) {
                 pause();
@@ -272,9 +272,7 @@ TEST_F(open_test, the_mode_is_the_one_asked_for_whatever_the_umask)
     const mode_t mask = umask(0077);
     ASSERT_EQ(engine.create(few, 1, 0644), 0);
     umask(mask);
-    struct stat status
-    {
-    };
+    struct stat status = {};
     ASSERT_EQ(stat(segment_path().c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777U, 0644U);
 }
@@ -357,7 +355,7 @@ TEST_F(open_test, a_reader_that_only_reads_never_keeps_an_engine_from_running)
 TEST_F(open_test, a_second_engine_on_the_same_name_is_refused)
 {
     start();
-    engine.set_global(1, 12);
+    engine.set_global(RE_stat_global_id{1}, 12);
     RE_stat_writer second;
     EXPECT_EQ(second.create(few, 1), -EBUSY);
     EXPECT_EQ(result_in_child([&] {
@@ -379,7 +377,7 @@ TEST_F(open_test, an_engine_replaces_what_a_killed_one_left_while_old_readers_re
     ASSERT_EQ(old->open(), 0);
     killed.end();
     start({4, 4, 4, 4});
-    engine.set_global(1, 1);
+    engine.set_global(RE_stat_global_id{1}, 1);
     long long value = 0;
     reader->read_global_stat(1, value);
     EXPECT_EQ(value, 1);

@@ -35,9 +35,7 @@ protected:
     }
     unsigned int mode_of(const std::string& path)
     {
-        struct stat status
-        {
-        };
+        struct stat status = {};
         EXPECT_EQ(lstat(path.c_str(), &status), 0);
         return status.st_mode & 07777U;
     }
@@ -114,9 +112,7 @@ TEST_F(save_target_test, follows_a_link_and_keeps_it)
     ASSERT_EQ(symlink("link", folder.file("link2").c_str()), 0);
     EXPECT_EQ(save_to(folder.file("link2")), 0);
     expect_saved(folder.file("deep/old"));
-    struct stat status
-    {
-    };
+    struct stat status = {};
     ASSERT_EQ(lstat(folder.file("link").c_str(), &status), 0);
     EXPECT_TRUE(S_ISLNK(status.st_mode));
     EXPECT_EQ(names_in(folder.path()), (names{"deep", "link", "link2"}));
@@ -362,9 +358,7 @@ TEST_F(save_target_test, a_pipe_is_written_in_place)
     close(descriptor);
     write_file(folder.file("from_pipe"), bytes);
     expect_saved(folder.file("from_pipe"));
-    struct stat status
-    {
-    };
+    struct stat status = {};
     ASSERT_EQ(lstat(path.c_str(), &status), 0);
     EXPECT_TRUE(S_ISFIFO(status.st_mode)) << "never replaced";
     EXPECT_EQ(names_in(folder.path()), (names{"from_pipe", "pipe"}));
@@ -430,9 +424,7 @@ TEST_F(save_target_test, devices_are_written_in_place)
 {
     EXPECT_EQ(save_to("/dev/null"), 0);
     EXPECT_EQ(save_to("/dev/full"), RE_STAT_ERR_NO_SPACE);
-    struct stat status
-    {
-    };
+    struct stat status = {};
     ASSERT_EQ(lstat("/dev/full", &status), 0);
     EXPECT_TRUE(S_ISCHR(status.st_mode));
     ASSERT_EQ(lstat("/dev/null", &status), 0);
@@ -446,7 +438,7 @@ TEST_F(save_target_test, a_size_limit_at_any_byte_leaves_the_old_file)
     const std::string path = folder.file("old");
     EXPECT_EQ(save_to(path), 0);
     const std::string before = bytes_of_file(path);
-    engine.set_global(0, 987654321);
+    engine.set_global(RE_stat_global_id{0}, 987654321);
     for (rlim_t size = 0; size < before.size(); size += size < 300 ? 37 : 997) {
         EXPECT_EQ(result_in_child([&] {
                       signal(SIGXFSZ, SIG_IGN);

@@ -303,7 +303,10 @@ TEST_F(saved_file_test, a_hostile_header_with_a_right_checksum_is_refused)
     EXPECT_EQ(result_of([](RE_image_header& header) { header.section_count = 8; }), RE_STAT_ERR_LAYOUT);
     EXPECT_EQ(result_of([](RE_image_header& header) { header.section_count = UINT32_MAX; }), RE_STAT_ERR_LAYOUT);
     EXPECT_EQ(result_of([](RE_image_header& header) { ++header.global_counters; }), RE_STAT_ERR_LAYOUT);
-    EXPECT_EQ(result_of([](RE_image_header& header) { --header.peer_counters; }), RE_STAT_ERR_LAYOUT);
+    EXPECT_EQ(result_of([](RE_image_header& header) { ++header.peer_counters; }), RE_STAT_ERR_LAYOUT);
+    EXPECT_EQ(result_of([](RE_image_header& header) { --header.peer_counters; }), 0) << "the rows are larger";
+    EXPECT_EQ(result_of([](RE_image_header& header) { header.global_counters = UINT32_MAX; }), RE_STAT_ERR_LAYOUT);
+    EXPECT_EQ(result_of([](RE_image_header& header) { header.peer_counters = 0; }), RE_STAT_ERR_LAYOUT);
     EXPECT_EQ(result_of([](RE_image_header& header) { header.conn_counters = 0; }), RE_STAT_ERR_LAYOUT);
     EXPECT_EQ(result_of([](RE_image_header& header) { header.app_counters = 1U << 31; }), RE_STAT_ERR_LAYOUT);
     // What is counted is what is there.

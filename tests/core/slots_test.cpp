@@ -1,6 +1,8 @@
 // Slots are used again, figures add up, and nothing of one tenant is ever told of another.
 #include "support/engine_fixture.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -54,8 +56,9 @@ TEST_F(slots_test, connection_peer_and_global_figures_agree)
     }
     for (int id = 0; id < RE_STAT_CONN_ID_MAX; ++id) {
         for (const int conn : conns) {
-            engine.add_conn_stat(conn, id, (id - 80) * (conn + 1));
-            engine.set_conn_stat(conn, id, conn % 3 == 0 ? 1000 + id : engine.get_conn_stat(conn, id) + 1);
+            engine.add_conn_stat(conn, RE_stat_conn_id{id}, (id - 80) * (conn + 1));
+            engine.set_conn_stat(conn, RE_stat_conn_id{id},
+                                 conn % 3 == 0 ? 1000 + id : engine.get_conn_stat(conn, RE_stat_conn_id{id}) + 1);
         }
     }
     engine.close_conn(conns[1], 50);
@@ -83,9 +86,9 @@ TEST_F(slots_test, extreme_values_wrap_in_all_three_figures_alike)
     start();
     const int peer = engine.add_peer(5, peer_header_of(5));
     const int conn = open_conn(peer, 1);
-    engine.set_conn_stat(conn, 9, LLONG_MAX);
-    engine.set_conn_stat(conn, 9, LLONG_MIN);
-    engine.add_conn_stat(conn, 9, -1);
+    engine.set_conn_stat(conn, RE_stat_conn_id{9}, LLONG_MAX);
+    engine.set_conn_stat(conn, RE_stat_conn_id{9}, LLONG_MIN);
+    engine.add_conn_stat(conn, RE_stat_conn_id{9}, -1);
     EXPECT_EQ(conn_stat(conn, 9), LLONG_MAX);
     EXPECT_EQ(peer_conn_stat(peer, 9), LLONG_MAX);
     EXPECT_EQ(global_conn_stat(9), LLONG_MAX);
@@ -96,11 +99,11 @@ TEST_F(slots_test, a_retired_peers_connections_keep_their_figures_and_its_number
     start();
     const int peer = engine.add_peer(50, peer_header_of(50));
     const int conn = open_conn(peer, 7);
-    engine.add_conn_stat(conn, 3, 10);
+    engine.add_conn_stat(conn, RE_stat_conn_id{3}, 10);
     engine.remove_peer(peer);
     EXPECT_FALSE(reader->is_peer_valid(peer));
     EXPECT_TRUE(reader->is_conn_valid(conn));
-    engine.add_conn_stat(conn, 3, 5);
+    engine.add_conn_stat(conn, RE_stat_conn_id{3}, 5);
     EXPECT_EQ(conn_stat(conn, 3), 15);
     EXPECT_EQ(global_conn_stat(3), 15);
     int peer_id = 0;
@@ -110,8 +113,8 @@ TEST_F(slots_test, a_retired_peers_connections_keep_their_figures_and_its_number
 
     const int next = engine.add_peer(51, peer_header_of(51));
     ASSERT_EQ(next, peer) << "the slot is used again";
-    engine.add_conn_stat(conn, 3, 100);
-    engine.set_conn_stat(conn, 4, 100);
+    engine.add_conn_stat(conn, RE_stat_conn_id{3}, 100);
+    engine.set_conn_stat(conn, RE_stat_conn_id{4}, 100);
     engine.close_conn(conn, 9);
     EXPECT_EQ(peer_conn_stat(next, 3), 0) << "the new peer gets none of it";
     EXPECT_EQ(peer_conn_stat(next, 4), 0);
@@ -125,7 +128,7 @@ TEST_F(slots_test, a_retired_peers_slot_starts_at_0_for_the_next)
     start();
     const int peer = engine.add_peer(50, peer_header_of(50));
     for (int id = 0; id < RE_STAT_PEER_ID_MAX; ++id) {
-        engine.set_peer_stat(peer, id, 9);
+        engine.set_peer_stat(peer, RE_stat_peer_id{id}, 9);
     }
     engine.remove_peer(peer);
     engine.remove_peer(peer); // once is enough
@@ -211,7 +214,7 @@ TEST_F(slots_test, counters_of_a_slot_used_again_since_its_identity_was_read_are
     for (std::uint32_t number = 0; number < 16; ++number) {
         open_conn(peer, number);
     }
-    engine.add_conn_stat(3, 8, 77);
+    engine.add_conn_stat(3, RE_stat_conn_id{8}, 77);
     RE_stat_conn_header read{};
     ASSERT_TRUE(reader->is_conn_valid(3));
     ASSERT_EQ(reader->read_conn_header(3, read), 0);
@@ -220,7 +223,7 @@ TEST_F(slots_test, counters_of_a_slot_used_again_since_its_identity_was_read_are
     EXPECT_EQ(reader->read_conn_stat(3, 8, value), 0) << "closing changes no tenant";
     EXPECT_EQ(value, 77);
     ASSERT_EQ(open_conn(peer, 500), 3);
-    engine.add_conn_stat(3, 8, 88);
+    engine.add_conn_stat(3, RE_stat_conn_id{8}, 88);
     value = -1;
     EXPECT_LT(reader->read_conn_stat(3, 8, value), 0);
     EXPECT_EQ(value, 0);
@@ -237,7 +240,7 @@ TEST_F(slots_test, counters_of_a_released_connection_are_0)
     start();
     const int peer = engine.add_peer(1, peer_header_of(1));
     const int slot = open_conn(peer, 1);
-    engine.add_conn_stat(slot, 8, 77);
+    engine.add_conn_stat(slot, RE_stat_conn_id{8}, 77);
     ASSERT_TRUE(reader->is_conn_valid(slot));
     engine.release_conn(slot);
     long long value = -1;
@@ -249,14 +252,14 @@ TEST_F(slots_test, counters_of_another_peer_in_the_slot_are_0)
 {
     start();
     const int slot = engine.add_peer(1, peer_header_of(1));
-    engine.set_peer_stat(slot, 8, 77);
+    engine.set_peer_stat(slot, RE_stat_peer_id{8}, 77);
     RE_stat_peer_header read{};
     ASSERT_EQ(reader->read_peer_header(slot, read), 0);
     engine.remove_peer(slot);
     ASSERT_EQ(engine.add_peer(2, peer_header_of(2)), slot);
-    engine.set_peer_stat(slot, 8, 88);
+    engine.set_peer_stat(slot, RE_stat_peer_id{8}, 88);
     open_conn(slot, 1);
-    engine.add_conn_stat(0, 8, 99);
+    engine.add_conn_stat(0, RE_stat_conn_id{8}, 99);
     long long value = -1;
     EXPECT_LT(reader->read_peer_stat(slot, 8, value), 0);
     EXPECT_EQ(value, 0);
@@ -308,7 +311,7 @@ TEST_F(slots_test, a_slot_that_was_empty_at_the_start_of_a_round_stays_so_until_
     engine.release_conn(0);
     EXPECT_FALSE(reader->is_conn_valid(0));
     open_conn(peer, 1);
-    engine.add_conn_stat(0, 8, 5);
+    engine.add_conn_stat(0, RE_stat_conn_id{8}, 5);
     RE_stat_conn_header read{};
     long long value = -1;
     EXPECT_LT(reader->read_conn_header(0, read), 0);
@@ -343,5 +346,114 @@ TEST_F(slots_test, a_record_that_its_engine_left_half_written_is_not_there_and_i
     EXPECT_FALSE(saved->is_conn_valid(0));
     EXPECT_TRUE(saved->is_peer_valid(3));
 }
+
+// What the engine says of its peers with active connections, now and at most.
+class connected_peers_test : public engine_test
+{
+protected:
+    void SetUp() override
+    {
+        start();
+        for (int number = 0; number < 3; ++number) {
+            ASSERT_EQ(engine.add_peer(number, peer_header_of(1)), number);
+        }
+    }
+    int open_conn(int peer) { return engine.open_conn(peer, conn_header_of(1), so_header_of(1), 1); }
+    std::pair<long long, long long> connected() const
+    {
+        return {engine.get_global(RE_STAT_GLOBAL_ID_NUM_CONNECTED_PEER),
+                engine.get_global(RE_STAT_GLOBAL_ID_MAX_NUM_CONNECTED_PEER)};
+    }
+    using now_and_most = std::pair<long long, long long>;
+};
+
+TEST_F(connected_peers_test, are_counted_once_however_many_connections_they_have)
+{
+    EXPECT_EQ(connected(), now_and_most(0, 0));
+    const int first = open_conn(0);
+    const int second = open_conn(0);
+    EXPECT_EQ(connected(), now_and_most(1, 1));
+    const int third = open_conn(1);
+    EXPECT_EQ(connected(), now_and_most(2, 2));
+    engine.close_conn(first, 5);
+    engine.close_conn(first, 6);
+    EXPECT_EQ(connected(), now_and_most(2, 2));
+    engine.release_conn(second);
+    EXPECT_EQ(connected(), now_and_most(1, 2));
+    engine.release_conn(first);
+    engine.close_conn(third, 7);
+    EXPECT_EQ(connected(), now_and_most(0, 2));
+    open_conn(2);
+    EXPECT_EQ(connected(), now_and_most(1, 2));
+}
+
+TEST_F(connected_peers_test, are_no_more_when_they_are_removed)
+{
+    const int of_removed = open_conn(0);
+    open_conn(1);
+    engine.remove_peer(0);
+    EXPECT_EQ(connected(), now_and_most(1, 2));
+    ASSERT_EQ(engine.add_peer(9, peer_header_of(9)), 0) << "another peer in the same place";
+    EXPECT_EQ(connected(), now_and_most(1, 2));
+    engine.close_conn(of_removed, 5);
+    EXPECT_EQ(connected(), now_and_most(1, 2));
+    open_conn(0);
+    EXPECT_EQ(connected(), now_and_most(2, 2));
+    engine.remove_peer(2);
+    EXPECT_EQ(connected(), now_and_most(2, 2)) << "it had no connection";
+}
+
+TEST_F(connected_peers_test, outlive_resets)
+{
+    const int first = open_conn(0);
+    open_conn(1);
+    reader->reset_all();
+    EXPECT_EQ(connected(), now_and_most(2, 0));
+    reader->clear_all();
+    EXPECT_EQ(connected(), now_and_most(0, 0));
+    open_conn(1);
+    EXPECT_EQ(connected(), now_and_most(2, 2)) << "the next change tells it again";
+    reader->clear_all();
+    engine.close_conn(first, 5);
+    EXPECT_EQ(connected(), now_and_most(1, 1));
+}
+
+TEST_F(connected_peers_test, are_published_again)
+{
+    open_conn(0);
+    const int second = open_conn(1);
+    ASSERT_EQ(truncate(segment_path().c_str(), 0), 0);
+    ASSERT_EQ(engine.publish_again(), 0);
+    EXPECT_EQ(connected(), now_and_most(2, 2));
+    engine.close_conn(second, 5);
+    EXPECT_EQ(connected(), now_and_most(1, 2));
+}
+
+// Ids of one family are no ids of another.
+template <typename Id>
+concept is_conn_id = requires(RE_stat_writer& writer, Id id)
+{
+    writer.add_conn_stat(0, id, 5);
+};
+template <typename Id>
+concept is_global_id = requires(RE_stat_writer& writer, Id id)
+{
+    writer.add_global(id, 5);
+};
+template <typename Id>
+concept is_peer_id = requires(RE_stat_writer& writer, Id id)
+{
+    writer.add_peer_stat(0, id, 5);
+};
+template <typename Id>
+concept is_app_id = requires(RE_stat_writer& writer, Id id)
+{
+    writer.add_app_stat(0, id, 5);
+};
+static_assert(is_conn_id<RE_stat_conn_id> && !is_conn_id<RE_stat_global_id> && !is_conn_id<RE_stat_peer_id> &&
+              !is_conn_id<RE_stat_app_id> && !is_conn_id<int>);
+static_assert(is_global_id<RE_stat_global_id> && !is_global_id<RE_stat_conn_id> && !is_global_id<int>);
+static_assert(is_peer_id<RE_stat_peer_id> && !is_peer_id<RE_stat_conn_id> && !is_peer_id<int>);
+static_assert(is_app_id<RE_stat_app_id> && !is_app_id<RE_stat_peer_id> && !is_app_id<int>);
 
 } // namespace

@@ -1,4 +1,4 @@
-#include "RE_stat_writer.h"
+#include "RE_top_app_log_writer.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -188,9 +188,7 @@ TEST_F(top_app_log_writer, follows_no_folder_that_may_be_planted)
 int lock_log(const std::string& path, int type)
 {
     const int descriptor = open(path.c_str(), (type == F_RDLCK ? O_RDONLY : O_RDWR) | O_CLOEXEC);
-    struct flock request
-    {
-    };
+    struct flock request = {};
     request.l_type = static_cast<short>(type);
     request.l_whence = SEEK_SET;
     EXPECT_EQ(fcntl(descriptor, F_OFD_SETLK, &request), 0);

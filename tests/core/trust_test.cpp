@@ -21,9 +21,7 @@ namespace {
 
 unsigned int mode_of(const std::string& path)
 {
-    struct stat found
-    {
-    };
+    struct stat found = {};
     return lstat(path.c_str(), &found) == 0 ? found.st_mode & 07777U : 0;
 }
 
@@ -177,11 +175,11 @@ TEST_F(trust_test, of_two_engines_the_one_in_the_earlier_folder_is_read)
     const own_session session;
     own_session::leave();
     start();
-    engine.set_global(1, 22);
+    engine.set_global(RE_stat_global_id{1}, 22);
     session.enter();
     RE_stat_writer earlier;
     ASSERT_EQ(earlier.create(few, 1), 0);
-    earlier.set_global(1, 11);
+    earlier.set_global(RE_stat_global_id{1}, 11);
     earlier.publish();
     long long value = 0;
     ASSERT_EQ(reader->open(), 0);
@@ -319,9 +317,7 @@ TEST_F(trust_test, a_readers_lock_neither_fakes_nor_stops_an_engine)
     ASSERT_EQ(leave_segment(), 0);
     const int left = open(segment_path().c_str(), O_RDONLY | O_CLOEXEC);
     const auto lock_all = [](int descriptor) {
-        struct flock request
-        {
-        };
+        struct flock request = {};
         request.l_type = F_RDLCK;
         request.l_whence = SEEK_SET;
         return fcntl(descriptor, F_OFD_SETLK, &request);
@@ -401,7 +397,7 @@ TEST_F(trust_test, an_engine_publishes_again_what_was_removed)
         expect_same_statistics(*reader, *before);
     }
     // It counts on, in places old and new.
-    engine.add_global(1, 5);
+    engine.add_global(RE_stat_global_id{1}, 5);
     for (std::uint32_t number = 0; number < 150; ++number) {
         ASSERT_GE(engine.open_conn(0, conn_header_of(number), so_header_of(number), 1), 0);
     }
@@ -417,13 +413,13 @@ TEST_F(trust_test, an_engine_whose_name_was_taken_waits_for_its_turn)
 {
     const own_session session;
     start();
-    engine.set_global(1, 11);
+    engine.set_global(RE_stat_global_id{1}, 11);
     ASSERT_EQ(unlink(segment_path().c_str()), 0);
     RE_stat_writer second;
     ASSERT_EQ(second.create(few, 1), 0);
     second.publish();
     EXPECT_EQ(engine.publish_again(), -EBUSY);
-    EXPECT_EQ(engine.get_global(1), 11);
+    EXPECT_EQ(engine.get_global(RE_stat_global_id{1}), 11);
     EXPECT_TRUE(second.is_in_place());
     second.close();
     EXPECT_EQ(engine.publish_again(), 0);

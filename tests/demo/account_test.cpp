@@ -2,6 +2,7 @@
 #include "RE_application.h"
 #include "RE_auto_bypass.h"
 #include "RE_bypass_table.h"
+#include "RE_statistics.h"
 #include "RE_ip.h"
 
 #include "engine_process.h"

@@ -62,7 +62,8 @@ TEST_F(json_document, holds_every_counter_of_the_engine)
     start();
     fill();
     const nlohmann::json global = json()["global"];
-    expect_figures(global["counters"], CounterScope::engine, [&](int id) { return engine.get_global(id); });
+    expect_figures(global["counters"], CounterScope::engine,
+                   [&](int id) { return engine.get_global(RE_stat_global_id{id}); });
     EXPECT_EQ(global["counters"]["cache_dataunit_age"], 9000000063LL);
     // Ten connections opened, one closed, two released: of 1000 * slot + id - 50, summed over ten slots.
     EXPECT_EQ(global["connection_counters"]["encode_in_bytes"], 45000 - 500);
@@ -79,7 +80,8 @@ TEST_F(json_document, holds_every_counter_of_every_peer)
     EXPECT_EQ(peers[1]["number"], 42);
     for (const nlohmann::json& peer : peers) {
         const int slot = peer["slot"];
-        expect_figures(peer["counters"], CounterScope::peer, [&](int id) { return engine.get_peer_stat(slot, id); });
+        expect_figures(peer["counters"], CounterScope::peer,
+                       [&](int id) { return engine.get_peer_stat(slot, RE_stat_peer_id{id}); });
     }
     // The connections in slots 1, 3, 5, 7 and 9 are the last peer's.
     EXPECT_EQ(peers[2]["connection_counters"]["decode_in_bytes"], 25000 + 5 * (1 - 50));
@@ -94,7 +96,7 @@ TEST_F(json_document, holds_every_counter_of_every_connection_and_application)
     for (const nlohmann::json& conn : document["connections"]) {
         const int slot = conn["slot"];
         expect_figures(conn["counters"], CounterScope::connection,
-                       [&](int id) { return engine.get_conn_stat(slot, id); });
+                       [&](int id) { return engine.get_conn_stat(slot, RE_stat_conn_id{id}); });
         EXPECT_EQ(conn["open"].get<bool>(), slot != 2) << slot;
         EXPECT_EQ(conn["close_time"], slot == 2 ? 6000 : 0);
         EXPECT_EQ(conn["open_time"], 5000 + slot);
@@ -113,8 +115,8 @@ TEST_F(json_document, holds_every_counter_of_every_connection_and_application)
 TEST_F(json_document, keeps_all_digits_of_64_bits)
 {
     start();
-    engine.set_global(0, std::numeric_limits<long long>::max());
-    engine.set_global(1, std::numeric_limits<long long>::min());
+    engine.set_global(RE_stat_global_id{0}, std::numeric_limits<long long>::max());
+    engine.set_global(RE_stat_global_id{1}, std::numeric_limits<long long>::min());
     Source source;
     const std::string text = json_text(source);
     EXPECT_NE(text.find("\"cache_state\":9223372036854775807,"), std::string::npos);

@@ -54,7 +54,7 @@ TEST_F(metrics_text, has_engine_peers_and_applications)
 {
     start();
     engine.set_global(RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE, 2000);
-    engine.set_global(SO_STAT_RC_NONE + 18, 77);
+    engine.set_global(RE_stat_global_id{SO_STAT_RC_NONE + 18}, 77);
     RE_stat_peer_header header{};
     header.m_kav_peer_id.m_data[0] = 1;
     header.m_peer_mac_id = RE_mac_id("00:11:22:33:44:55");

@@ -245,10 +245,10 @@ TEST_F(server_test, records_that_are_kept_busy_hold_nobody_up)
     serve();
     RE_stat_image image;
     ASSERT_EQ(image.attach(map_segment(), header().total_size, RE_image_kind::live), 0);
-    for (std::uint32_t row = 0; row < image.peer_rows; ++row) {
+    for (std::uint32_t row = 0; row < image.peers.rows; ++row) {
         store_release(&image.peers[row].sequence, 1U);
     }
-    auto* const bypass = reinterpret_cast<RE_bypass_table*>(image.bypass);
+    auto* const bypass = reinterpret_cast<RE_bypass_table*>(image.bypass.base);
     store_release(&bypass->rows[0].sequence, 1U);
     const auto start_time = std::chrono::steady_clock::now();
     EXPECT_TRUE(exposes("kav_up 1"));

@@ -79,16 +79,16 @@ void publish_document(const nlohmann::json& document, RE_stat_writer& writer)
             static_cast<std::uint8_t>(conn.at("transport").at("comp_type").get<unsigned int>() & 15U);
         const int slot = writer.open_conn(slot_of_peer.at(conn.at("peer")), header, transport, conn.at("open_time"));
         for_each_figure(conn.at("counters"), CounterScope::connection,
-                        [&](int id, long long value) { writer.add_conn_stat(slot, id, value); });
+                        [&](int id, long long value) { writer.add_conn_stat(slot, RE_stat_conn_id{id}, value); });
         if (!conn.at("open").get<bool>()) {
             writer.close_conn(slot, conn.at("close_time"));
         }
     }
     for_each_figure(document.at("global").at("counters"), CounterScope::engine,
-                    [&](int id, long long value) { writer.set_global(id, value); });
+                    [&](int id, long long value) { writer.set_global(RE_stat_global_id{id}, value); });
     for (const nlohmann::json& peer : document.at("peers")) {
         for_each_figure(peer.at("counters"), CounterScope::peer, [&](int id, long long value) {
-            writer.set_peer_stat(slot_of_peer.at(peer.at("number")), id, value);
+            writer.set_peer_stat(slot_of_peer.at(peer.at("number")), RE_stat_peer_id{id}, value);
         });
     }
     for (const nlohmann::json& app : document.at("apps")) {
@@ -96,7 +96,7 @@ void publish_document(const nlohmann::json& document, RE_stat_writer& writer)
         header.set(identity_of(app.at("kav_peer_id").get<std::string>()), app.at("port"), app.at("is_source_port"));
         const int slot = writer.find_or_add_app(header);
         for_each_figure(app.at("counters"), CounterScope::application, [&](int id, long long value) {
-            writer.add_app_stat(slot, id, static_cast<std::uint32_t>(value));
+            writer.add_app_stat(slot, RE_stat_app_id{id}, static_cast<std::uint32_t>(value));
         });
         writer.add_app_conns(slot, app.at("opened"), app.at("closed"));
     }

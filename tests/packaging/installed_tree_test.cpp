@@ -167,4 +167,11 @@ TEST_F(installed_tree, the_shared_library_offers_what_its_headers_declare_and_no
     }
 }
 
+TEST_F(installed_tree, has_no_header_of_the_inside)
+{
+    for (const char* name : {"RE_local_time.h", "RE_record_flag.h", "RE_zone_name.h", "RE_live_segment.h"}) {
+        EXPECT_FALSE(std::filesystem::exists(in_prefix(std::string("include/kav/") + name))) << name;
+    }
+}
+
 } // namespace

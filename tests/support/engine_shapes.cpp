@@ -108,6 +108,11 @@ int publish_sample(RE_stat_writer& writer, const engine_shape& shape)
     for (int at = 0; at < shape.conns && shape.peers > 0; ++at) {
         open_sample_conn(writer, at, shape.peers);
     }
+    // As an engine had it that did not leave these two to the writer: there is a file of it.
+    for (const RE_stat_global_id id :
+         {RE_STAT_GLOBAL_ID_NUM_CONNECTED_PEER, RE_STAT_GLOBAL_ID_MAX_NUM_CONNECTED_PEER}) {
+        writer.set_global(RE_stat_global_id{id}, 7LL * id);
+    }
     for (int at = 0; at < shape.apps; ++at) {
         add_sample_app(writer, at);
     }

@@ -11,28 +11,28 @@ template <typename Value>
 void set_engine_figures(RE_stat_writer& writer, const Value& value_of)
 {
     for (int id = 0; id < RE_STAT_GLOBAL_ID_MAX; ++id) {
-        writer.set_global(id, value_of(id));
+        writer.set_global(RE_stat_global_id{id}, value_of(id));
     }
 }
 template <typename Value>
 void set_peer_figures(RE_stat_writer& writer, int slot, const Value& value_of)
 {
     for (int id = 0; id < RE_STAT_PEER_ID_MAX; ++id) {
-        writer.set_peer_stat(slot, id, value_of(id));
+        writer.set_peer_stat(slot, RE_stat_peer_id{id}, value_of(id));
     }
 }
 template <typename Value>
 void add_conn_figures(RE_stat_writer& writer, int slot, const Value& value_of)
 {
     for (int id = 0; id < RE_STAT_CONN_ID_MAX; ++id) {
-        writer.add_conn_stat(slot, id, value_of(id));
+        writer.add_conn_stat(slot, RE_stat_conn_id{id}, value_of(id));
     }
 }
 template <typename Value>
 void add_app_figures(RE_stat_writer& writer, int slot, const Value& value_of)
 {
     for (int id = 0; id < RE_STAT_APP_ID_MAX; ++id) {
-        writer.add_app_stat(slot, id, static_cast<std::uint32_t>(value_of(id)));
+        writer.add_app_stat(slot, RE_stat_app_id{id}, static_cast<std::uint32_t>(value_of(id)));
     }
 }
 

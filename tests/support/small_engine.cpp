@@ -11,9 +11,10 @@ constexpr std::uint32_t poor_server = 0xc633641e;     // 198.51.100.30
 constexpr std::uint32_t excluded_server = 0xc633641f; // 198.51.100.31
 constexpr std::uint32_t first_client = 0xc000020a;    // 192.0.2.10
 
+template <typename Id>
 struct figure
 {
-    int id;
+    Id id;
     long long value;
 };
 
@@ -121,7 +122,7 @@ void small_engine::publish_config()
 
 void small_engine::publish_globals()
 {
-    const figure figures[] = {
+    const figure<RE_stat_global_id> figures[] = {
         {RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_ACTIVE},
         {RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE, 2000},
         {RE_STAT_GLOBAL_ID_TOT_SIGBLOCK_DISK_USAGE, 300},
@@ -216,7 +217,7 @@ void small_engine::publish_peers()
     first.m_peer_ip = 0xcb007101; // 203.0.113.1
     std::strcpy(first.m_peer_host_name, "branch-1.example.net");
     m_writer.add_peer(1, first);
-    const figure figures[] = {
+    const figure<RE_stat_peer_id> figures[] = {
         {RE_STAT_PEER_ID_SIGBLOCK_DISK_SPACE, 30},
         {RE_STAT_PEER_ID_DATAUNIT_DISK_SPACE, 70},
         {RE_STAT_PEER_ID_CACHE_SIGBLOCK_AGE, forty_five_days_ago()},
@@ -287,7 +288,7 @@ void small_engine::publish_conns()
 
 void small_engine::publish_encoding(int conn)
 {
-    const figure figures[] = {
+    const figure<RE_stat_conn_id> figures[] = {
         {RE_STAT_CONN_ID_ENCODE_NUM_MSGS, 10},
         {RE_STAT_CONN_ID_ENCODE_IN_BYTES, 1000000},
         {RE_STAT_CONN_ID_ENCODE_OUT_BYTES, 250000},
@@ -349,7 +350,7 @@ void small_engine::publish_encoding(int conn)
 
 void small_engine::publish_decoding(int conn)
 {
-    const figure figures[] = {
+    const figure<RE_stat_conn_id> figures[] = {
         {RE_STAT_CONN_ID_DECODE_NUM_MSGS, 4},
         {RE_STAT_CONN_ID_DECODE_IN_BYTES, 1000},
         {RE_STAT_CONN_ID_DECODE_OUT_BYTES, 4000},

@@ -1,6 +1,7 @@
 // The command words that report on the engine as a whole, on its peers and on its applications, with the whole text
 // that the real viewer prints.
 
+#include "RE_top_app_log_writer.h"
 #include "support/contains.h"
 #include "support/small_engine_reports.h"
 #include "support/viewer_test.h"

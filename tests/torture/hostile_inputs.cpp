@@ -3,6 +3,7 @@
 // elsewhere.
 #include "RE_stat_image.h"
 #include "RE_stat_writer.h"
+#include "RE_top_app_log_writer.h"
 #include "support/http_client.h"
 #include "support/program_cost.h"
 #include "support/terminal.h"
@@ -151,7 +152,7 @@ public:
     // Every place holds a connection.
     void fill()
     {
-        for (std::uint32_t row = 0; row < m_image.conn_rows; ++row) {
+        for (std::uint32_t row = 0; row < m_image.conns.rows; ++row) {
             RE_image_conn_row conn{};
             conn.generation = 1;
             conn.slot = row;
@@ -161,7 +162,7 @@ public:
             conn.open_time = 1;
             store_words(&m_image.conns[row], conn);
         }
-        store_release(&m_image.header->conn_slots_used, m_image.conn_rows);
+        store_release(&m_image.header->conn_slots_used, m_image.conns.rows);
     }
     // The engine's own mapping goes with it; it is stopped so that it does not die of it first.
     void cut(off_t size)
@@ -266,12 +267,12 @@ std::string keep_records_busy(const hostile_place& place)
     attacked_engine engine(place, 200);
     engine.fill();
     const RE_stat_image& image = engine.image();
-    for (std::uint32_t row = 0; row < image.conn_rows; ++row) {
+    for (std::uint32_t row = 0; row < image.conns.rows; ++row) {
         store_release(&image.conns[row].sequence, 1U);
     }
     std::atomic<bool> b_over{false};
     std::thread writer([&] {
-        for (std::uint32_t row = 0; row < image.conn_rows && !b_over; ++row) {
+        for (std::uint32_t row = 0; row < image.conns.rows && !b_over; ++row) {
             std::this_thread::sleep_for(milliseconds(60));
             store_release(&image.conns[row].sequence, 2U);
         }

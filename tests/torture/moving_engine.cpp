@@ -87,7 +87,7 @@ public:
         const int peer = m_peers[number % peer_count];
         const int slot = m_writer.open_conn(peer, conn_of(number), so_header, sample_start);
         for (int id = 0; id < RE_STAT_CONN_ID_MAX; id += 7) {
-            m_writer.add_conn_stat(slot, id, both_halves);
+            m_writer.add_conn_stat(slot, RE_stat_conn_id{id}, both_halves);
         }
         m_writer.add_conn_stat(slot, RE_STAT_CONN_ID_ENCODE_IN_BYTES, both_halves);
         m_writer.add_nack(nack_of(static_cast<int>(number)));

@@ -121,10 +121,11 @@ bool RE_top_app_log::read_records()
         return false;
     }
     for (left -= gather_read_ahead(left); left > 0; left -= gather_read_ahead(left)) {
-        RE_stat_app_struct record;
-        if (!read_whole(record)) {
+        RE_stat_app_log_record logged;
+        if (!read_whole(logged)) {
             return false;
         }
+        auto record = app_record_as<RE_stat_app_struct>(logged);
         RE_stat_app_header& header = record.m_header;
         header.set_policy_engine_handler(m_names.run_handle(header.m_policy_engine_handler));
         gather(record);
@@ -141,9 +142,9 @@ std::uint32_t RE_top_app_log::gather_read_ahead(std::uint32_t limit)
         return 0;
     }
     const std::span<const unsigned char> bytes = m_input.read_ahead();
-    const std::size_t count = std::min<std::size_t>(limit, bytes.size() / sizeof(RE_stat_app_struct));
+    const std::size_t count = std::min<std::size_t>(limit, bytes.size() / sizeof(RE_stat_app_log_record));
     m_tally.add_section_records(bytes.data(), count, m_names);
-    m_input.take(count * sizeof(RE_stat_app_struct));
+    m_input.take(count * sizeof(RE_stat_app_log_record));
     return static_cast<std::uint32_t>(count);
 }
 
@@ -163,8 +164,9 @@ void RE_top_app_log::read_array()
         return;
     }
     m_input.fail_when_interrupted();
-    RE_stat_app_struct record;
-    while (read_whole(record)) {
+    RE_stat_app_log_record logged;
+    while (read_whole(logged)) {
+        auto record = app_record_as<RE_stat_app_struct>(logged);
         gather(record);
     }
 }

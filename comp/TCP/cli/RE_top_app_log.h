@@ -12,8 +12,8 @@
 //     N        4 bytes
 //     N times  86 bytes  RE_stat_policy_engine_header and a handle of 4 bytes
 //     M        4 bytes
-//     M times  100 bytes RE_stat_app_struct, with a handle of this section
+//     M times  100 bytes RE_stat_app_log_record, with a handle of this section
 //
-// QUADA, known by any other first word: RE_stat_app_struct from the first byte to the last. A log of this layout is
-// gathered, with its entry blocks, and then refused, since it has neither end nor names.
+// QUADA, known by any other first word: RE_stat_app_log_record from the first byte to the last. A log of this layout
+// is gathered, with its entry blocks, and then refused, since it has neither end nor names.
 void show_top_app(char* file, char* peer, bool detail, int top);

@@ -1,13 +1,15 @@
 #include "RE_top_app_tally.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
 
+template <typename Record>
 RE_stat_app_header header_of(const unsigned char* image)
 {
     RE_stat_app_header header;
-    std::memcpy(&header, image + offsetof(RE_stat_app_struct, m_header), sizeof header);
+    std::memcpy(&header, image + offsetof(Record, m_header), sizeof header);
     return header;
 }
 
@@ -15,31 +17,35 @@ RE_stat_app_header header_of(const unsigned char* image)
 
 // This is where the time of a long log goes: a record's counters are read once, added in 64 bits once, and nothing is
 // copied.
+template <typename Record>
 inline void RE_top_app_tally::add_image(unsigned handle, const unsigned char* image)
 {
     tally_row& row = m_rows[handle];
     if (!m_b_used[handle]) {
         m_b_used[handle] = true;
-        row = {{}, header_of(image)};
+        row = {{}, header_of<Record>(image)};
         row.header.set_policy_engine_handler(handle);
     }
-    std::uint32_t counters[RE_STAT_APP_ID_MAX];
+    constexpr std::size_t count = std::min(sizeof(Record::m_id_array), sizeof(RE_stat_app_struct::m_id_array)) / 4;
+    std::uint32_t counters[count];
     std::memcpy(counters, image, sizeof counters);
-    for (int k = 0; k < RE_STAT_APP_ID_MAX; ++k) {
+    for (std::size_t k = 0; k < count; ++k) {
         row.sums[k] += counters[k];
     }
 }
 
 void RE_top_app_tally::add(const RE_stat_app_struct& record)
 {
-    add_image(record.m_header.m_policy_engine_handler, reinterpret_cast<const unsigned char*>(&record));
+    add_image<RE_stat_app_struct>(record.m_header.m_policy_engine_handler,
+                                  reinterpret_cast<const unsigned char*>(&record));
 }
 
 void RE_top_app_tally::add_section_records(const unsigned char* images, std::size_t count, RE_section_names& names)
 {
     for (std::size_t i = 0; i < count; ++i) {
-        const unsigned char* const image = images + i * sizeof(RE_stat_app_struct);
-        add_image(names.run_handle(header_of(image).m_policy_engine_handler), image);
+        const unsigned char* const image = images + i * sizeof(RE_stat_app_log_record);
+        const RE_stat_app_header header = header_of<RE_stat_app_log_record>(image);
+        add_image<RE_stat_app_log_record>(names.run_handle(header.m_policy_engine_handler), image);
     }
 }
 

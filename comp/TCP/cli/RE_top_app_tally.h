@@ -34,6 +34,8 @@ private:
         RE_stat_app_header header;
     };
 
+    // Record: what `image` is one of.
+    template <typename Record>
     void add_image(unsigned handle, const unsigned char* image);
 
     std::array<tally_row, top_app_handle_count> m_rows; // a row holds nothing before its first use

@@ -2,12 +2,30 @@
 // RE_stat_writer, RE_auto_bypass prints it.
 #pragma once
 
-#include "RE_stat_writer.h"
-
 #include <cstdint>
 
 constexpr std::uint32_t RE_bypass_magic = 0x50594252; // "RBYP"
 constexpr std::uint32_t RE_bypass_capacity = 1024;
+
+// Why a server's traffic goes around the engine, as the auto-bypass table tells it.
+enum class RE_bypass_reason : std::uint32_t
+{
+    low_compression = 1, // the engine removed too little to be worth its work
+    configured = 2,      // the configuration says so
+    repeated_nacks = 3,  // the peer could not decode too often
+};
+
+// One server whose traffic goes around the engine.
+struct RE_bypass_entry
+{
+    std::uint32_t server_ip; // host order
+    std::uint16_t server_port;
+    RE_bypass_reason reason;
+    std::int64_t since;        // seconds since the epoch
+    std::int64_t next_attempt; // when the engine tries it again, seconds since the epoch; 0 for never
+    std::uint64_t bytes;       // gone around the engine since then
+    std::uint64_t connections; // gone around the engine since then
+};
 
 struct RE_bypass_row
 {

@@ -1,5 +1,6 @@
 #include "RE_file_reader.h"
 
+#include "RE_descriptor.h"
 #include "RE_stat_error.h"
 
 #include <fcntl.h>
@@ -10,7 +11,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 
 namespace {
 
@@ -18,30 +18,33 @@ namespace {
 // nothing. A smaller one is loaded at once, and its checksum then tells damage from nonsense.
 int check_large_file(int descriptor, const RE_image_header& head, std::size_t size)
 {
-    RE_image_section table[RE_image_section_count];
-    if (pread(descriptor, table, sizeof table, sizeof head) != static_cast<ssize_t>(sizeof table)) {
+    RE_image_section table[RE_image_max_sections];
+    const std::uint32_t sections = image_sections_to_check(head, size);
+    const std::size_t table_size = sections * sizeof table[0];
+    if (pread(descriptor, table, table_size, sizeof head) != static_cast<ssize_t>(table_size)) {
         return RE_STAT_ERR_READ;
     }
     RE_image_section found[RE_image_section_count] = {};
-    if (const int error = check_image_sections(head, table, size, RE_image_kind::saved, found)) {
+    if (const int error = check_image_sections(head, {table, sections}, size, RE_image_kind::saved, found)) {
         return error;
     }
     // Nearly all of a large file is connections; rows that nobody wrote all have the same slot.
     const RE_image_section& conns = found[RE_IMAGE_CONNS - 1];
-    RE_image_conn_row rows[256];
+    alignas(RE_image_conn_row) unsigned char rows[RE_image_max_row_size];
     std::int64_t last_slot = -1;
-    for (std::uint64_t at = 0; at < conns.rows; at += std::size(rows)) {
-        const std::size_t count = std::min<std::uint64_t>(conns.rows - at, std::size(rows));
-        const auto bytes = static_cast<ssize_t>(count * sizeof rows[0]);
-        if (pread(descriptor, rows, count * sizeof rows[0], static_cast<off_t>(conns.offset + at * sizeof rows[0])) !=
-            bytes) {
+    const std::uint64_t rows_at_once = std::min<std::uint64_t>(sizeof rows / conns.row_size, 256);
+    for (std::uint64_t at = 0; at < conns.rows; at += rows_at_once) {
+        const std::size_t bytes = std::min(conns.rows - at, rows_at_once) * conns.row_size;
+        if (pread(descriptor, rows, bytes, static_cast<off_t>(conns.offset + at * conns.row_size)) !=
+            static_cast<ssize_t>(bytes)) {
             return RE_STAT_ERR_READ;
         }
-        for (std::size_t row = 0; row < count; ++row) {
-            if (rows[row].slot <= last_slot) {
+        for (std::size_t place = 0; place < bytes; place += conns.row_size) {
+            const std::uint32_t slot = reinterpret_cast<const RE_image_conn_row*>(rows + place)->slot;
+            if (slot <= last_slot) {
                 return RE_STAT_ERR_LAYOUT;
             }
-            last_slot = rows[row].slot;
+            last_slot = slot;
         }
     }
     return 0;
@@ -58,8 +61,8 @@ int RE_file_reader::open()
 {
     close();
     // Without waiting, as a pipe in the file's place would make the call wait for a writer.
-    const int descriptor = ::open(m_path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (descriptor < 0) {
+    const RE_descriptor file(::open(m_path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!file.is_open()) {
         switch (errno) {
         case ENOENT:
         case ENOTDIR:
@@ -73,8 +76,7 @@ int RE_file_reader::open()
             return RE_STAT_ERR_READ;
         }
     }
-    const int error = load(descriptor);
-    ::close(descriptor);
+    const int error = load(file.number());
     if (error != 0) {
         close();
     }
@@ -83,9 +85,7 @@ int RE_file_reader::open()
 
 int RE_file_reader::load(int descriptor)
 {
-    struct stat status
-    {
-    };
+    struct stat status = {};
     if (fstat(descriptor, &status) != 0) {
         return RE_STAT_ERR_READ;
     }

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <new>
 
 namespace {
@@ -28,40 +29,6 @@ bool is_id_in_range(int id, int count)
     return id >= 0 && id < count;
 }
 
-// Finds the row of a slot among rows of which a live image has one for each slot and a saved one only those in use.
-// last_row: where the previous search ended; scans go upwards, so the row looked for is mostly the next one.
-template <typename Row>
-bool find_row(const Row* rows, std::uint32_t count, bool b_saved, int slot, std::uint32_t last_row, std::uint32_t& row)
-{
-    if (slot < 0) {
-        return false;
-    }
-    const auto wanted = static_cast<std::uint32_t>(slot);
-    if (!b_saved) {
-        row = wanted;
-        return wanted < count;
-    }
-    const Row* start = rows;
-    if (last_row < count && rows[last_row].slot < wanted) {
-        start = rows + last_row + 1;
-        if (start < rows + count && start->slot >= wanted) {
-            row = last_row + 1;
-            return start->slot == wanted;
-        }
-    }
-    const Row* const found = std::lower_bound(
-        start, rows + count, wanted, [](const Row& candidate, std::uint32_t value) { return candidate.slot < value; });
-    row = static_cast<std::uint32_t>(found - rows);
-    return found != rows + count && found->slot == wanted;
-}
-
-// One above the highest slot that a scan has to visit. count: rows that hold anything.
-template <typename Row>
-int slots_to_scan(const Row* rows, std::uint32_t count, bool b_saved)
-{
-    return static_cast<int>(b_saved && count != 0 ? rows[count - 1].slot + 1 : count);
-}
-
 float milliseconds_a_message(long long microseconds, long long messages)
 {
     return messages > 0 ? static_cast<float>(static_cast<double>(microseconds) / static_cast<double>(messages) / 1000.0)
@@ -79,7 +46,7 @@ int cursor_of(std::uint64_t entry_number)
 std::uint64_t oldest_nack(const RE_stat_image& image, std::uint64_t end)
 {
     const std::uint64_t logged = std::max(load_acquire(&image.header->nacks_logged), end);
-    const std::uint64_t kept = logged > image.nack_rows ? logged - image.nack_rows : 0;
+    const std::uint64_t kept = logged > image.nacks.rows ? logged - image.nacks.rows : 0;
     return std::max(kept, load_relaxed(&image.header->nacks_reset));
 }
 
@@ -88,8 +55,8 @@ std::uint64_t oldest_nack(const RE_stat_image& image, std::uint64_t end)
 void RE_image_reader::begin(const RE_stat_image& image)
 {
     m_image = image;
-    m_peer = {};
-    m_conn = {};
+    m_peer = {image, image.peers, &image.header->peer_slots_used};
+    m_conn = {image, image.conns, &image.header->conn_slots_used};
     m_patience = image.b_saved ? RE_patience() : RE_patience::with_engine();
     m_nacks_end = load_acquire(&image.header->nacks_logged);
 }
@@ -104,7 +71,7 @@ void RE_image_reader::end()
 
 RE_stat_config_param* RE_image_reader::get_config_param()
 {
-    if (m_image.config == nullptr || !copy_row(m_image.config, m_config, m_patience) || m_config.b_present == 0) {
+    if (m_image.config.rows == 0 || !copy_row(&m_image.config[0], m_config, m_patience) || m_config.b_present == 0) {
         return nullptr;
     }
     RE_stat_config_param& config = m_config.config;
@@ -121,7 +88,7 @@ int RE_image_reader::read_global_stat(int id, long long& value)
     if (!is_open() || !is_id_in_range(id, RE_STAT_GLOBAL_ID_MAX)) {
         return not_there;
     }
-    value = load_relaxed(&m_image.global->stats[id]);
+    value = m_image.global_stats.read(0, id);
     return 0;
 }
 
@@ -131,109 +98,72 @@ int RE_image_reader::read_global_conn_stat(int id, long long& value)
     if (!is_open() || !is_id_in_range(id, RE_STAT_CONN_ID_MAX)) {
         return not_there;
     }
-    value = load_relaxed(&m_image.global->conn_stats[id]);
+    value = m_image.global_conn_stats.read(0, id);
     return 0;
 }
 
 int RE_image_reader::read_global_active_conn_count()
 {
-    return is_open() ? static_cast<int>(load_relaxed(&m_image.global->active_conns)) : 0;
+    return is_open() ? static_cast<int>(m_image.global_active_conns.read(0, 0)) : 0;
 }
 
 int RE_image_reader::get_max_peer_slots()
 {
-    return is_open() ? slots_to_scan(m_image.peers, m_image.peer_rows_in_reach(), m_image.b_saved) : 0;
-}
-
-bool RE_image_reader::take_peer(int peer_slot)
-{
-    const std::uint32_t last_row = m_peer.row;
-    m_peer.slot = peer_slot;
-    m_peer.fields_given = 0;
-    m_peer.b_valid =
-        is_open() &&
-        find_row(m_image.peers, m_image.peer_rows_in_reach(), m_image.b_saved, peer_slot, last_row, m_peer.row) &&
-        load_relaxed(&m_image.peers[m_peer.row].b_in_use) != 0 &&
-        copy_row(&m_image.peers[m_peer.row], m_peer.copy, m_patience) && m_peer.copy.b_in_use != 0;
-    return m_peer.b_valid;
-}
-
-bool RE_image_reader::has_peer(int peer_slot, unsigned int field)
-{
-    if (m_peer.slot != peer_slot || (m_peer.fields_given & field) != 0) {
-        take_peer(peer_slot);
-    }
-    m_peer.fields_given |= field;
-    return m_peer.b_valid;
+    return m_peer.slots_to_scan();
 }
 
 bool RE_image_reader::is_peer_valid(int peer_slot)
 {
-    return take_peer(peer_slot);
+    return m_peer.take(peer_slot, m_patience);
 }
 
 int RE_image_reader::read_peer_header(int peer_slot, RE_stat_peer_header& hdr)
 {
-    if (!has_peer(peer_slot, field_header)) {
+    if (!fetch_peer(peer_slot, field_header)) {
         hdr = {};
         return not_there;
     }
-    hdr = m_peer.copy.header;
+    hdr = m_peer.copy().header;
     return 0;
 }
 
 int RE_image_reader::read_peer_id(int peer_slot, int& peer_id)
 {
-    const bool b_valid = has_peer(peer_slot, field_peer_id);
-    peer_id = b_valid ? m_peer.copy.peer_id : -1;
+    const bool b_valid = fetch_peer(peer_slot, field_peer_id);
+    peer_id = b_valid ? m_peer.copy().peer_id : -1;
     return b_valid ? 0 : not_there;
 }
 
-int RE_image_reader::read_peer_counter(int peer_slot, std::size_t offset, long long& value)
+int RE_image_reader::read_peer_counter(int peer_slot, const RE_image_counters& counters, int id, long long& value)
 {
     value = 0;
-    if (!has_peer(peer_slot, 0)) {
-        return not_there;
-    }
-    const auto* const bytes = reinterpret_cast<const unsigned char*>(&m_image.peer_counters[m_peer.row]);
-    const long long counter = load_acquire(reinterpret_cast<const std::int64_t*>(bytes + offset));
-    if (load_relaxed(&m_image.peers[m_peer.row].generation) != m_peer.copy.generation) {
-        return not_there;
-    }
-    value = counter;
-    return 0;
+    return fetch_peer(peer_slot, 0) && m_peer.read_counter(counters, id, value) ? 0 : not_there;
 }
 
 int RE_image_reader::read_peer_stat(int peer_slot, int id, long long& value)
 {
     value = 0;
-    if (!is_id_in_range(id, RE_STAT_PEER_ID_MAX)) {
-        return not_there;
-    }
-    return read_peer_counter(peer_slot, offsetof(RE_image_peer_counters, stats) + static_cast<std::size_t>(id) * 8,
-                             value);
+    return is_id_in_range(id, RE_STAT_PEER_ID_MAX) ? read_peer_counter(peer_slot, m_image.peer_stats, id, value)
+                                                   : not_there;
 }
 
 int RE_image_reader::read_peer_conn_stat(int peer_slot, int id, long long& value)
 {
     value = 0;
-    if (!is_id_in_range(id, RE_STAT_CONN_ID_MAX)) {
-        return not_there;
-    }
-    return read_peer_counter(peer_slot, offsetof(RE_image_peer_counters, conn_stats) + static_cast<std::size_t>(id) * 8,
-                             value);
+    return is_id_in_range(id, RE_STAT_CONN_ID_MAX) ? read_peer_counter(peer_slot, m_image.peer_conn_stats, id, value)
+                                                   : not_there;
 }
 
 int RE_image_reader::read_peer_active_conn_count(int peer_slot)
 {
     long long count = 0;
-    read_peer_counter(peer_slot, offsetof(RE_image_peer_counters, active_conns), count);
+    read_peer_counter(peer_slot, m_image.peer_active_conns, 0, count);
     return static_cast<int>(count);
 }
 
 int RE_image_reader::get_max_app_slots()
 {
-    return static_cast<int>(m_image.app_slots);
+    return static_cast<int>(m_image.apps.slots);
 }
 
 std::uint32_t RE_image_reader::get_app_slot_shared_memory_header_size()
@@ -241,36 +171,39 @@ std::uint32_t RE_image_reader::get_app_slot_shared_memory_header_size()
     return is_open() ? m_image.app_rows_in_reach() : 0;
 }
 
-// Copies the slot's record, so that what the caller gets stands still and every counter in it is whole.
-bool RE_image_reader::has_app(int app_slot)
+// Copies the slot's record, so that what the caller gets stands still and every counter in it is whole. Counters that
+// the image does not hold are 0.
+bool RE_image_reader::fetch_app(int app_slot)
 {
     if (app_slot < 0 || static_cast<std::uint32_t>(app_slot) >= get_app_slot_shared_memory_header_size()) {
         return false;
     }
-    const RE_stat_app_struct& app = m_image.apps[app_slot].app;
-    const auto* const bytes = reinterpret_cast<const unsigned char*>(&app);
-    auto* const copy = reinterpret_cast<unsigned char*>(&m_app);
-    for (std::size_t at = 0; at < sizeof app; at += sizeof(std::uint32_t)) {
-        const std::uint32_t word = load_relaxed(reinterpret_cast<const std::uint32_t*>(bytes + at));
-        std::memcpy(copy + at, &word, sizeof word);
+    const auto row = static_cast<std::size_t>(app_slot);
+    const std::uint32_t* const stats = m_image.app_stats(row);
+    const std::uint32_t count = std::min<std::uint32_t>(m_image.counts.app, RE_STAT_APP_ID_MAX);
+    for (std::uint32_t id = 0; id < count; ++id) {
+        m_app.m_id_array[id] = load_relaxed(stats + id);
     }
-    // Both connection counts lie in one 64-bit word and change in it.
-    constexpr std::size_t counts_at = offsetof(RE_stat_app_struct, m_header) + 4;
-    const std::uint64_t counts = load_relaxed(reinterpret_cast<const std::uint64_t*>(bytes + counts_at));
-    std::memcpy(copy + counts_at, &counts, sizeof counts);
+    std::fill(m_app.m_id_array + count, std::end(m_app.m_id_array), 0U);
+    // The header ends on a multiple of 8 bytes, with four bytes in front of its first word.
+    RE_stat_app_header* const header = m_image.app_header(row);
+    const std::uint32_t first = load_relaxed(reinterpret_cast<const std::uint32_t*>(header));
+    auto* const copy = reinterpret_cast<unsigned char*>(&m_app.m_header);
+    std::memcpy(copy, &first, sizeof first);
+    load_words(RE_image_app_word(header), copy + sizeof first, sizeof m_app.m_header - sizeof first);
     return true;
 }
 
 int RE_image_reader::read_app_slot(int app_slot, RE_stat_app_struct*& p)
 {
-    const bool b_there = has_app(app_slot);
+    const bool b_there = fetch_app(app_slot);
     p = b_there ? &m_app : nullptr;
     return b_there ? 0 : not_there;
 }
 
 int RE_image_reader::read_app_header(int app_slot, RE_stat_app_header& hdr)
 {
-    if (!has_app(app_slot)) {
+    if (!fetch_app(app_slot)) {
         hdr = {};
         return not_there;
     }
@@ -281,7 +214,7 @@ int RE_image_reader::read_app_header(int app_slot, RE_stat_app_header& hdr)
 int RE_image_reader::read_app_stat(int app_slot, int id, long& value)
 {
     value = 0;
-    if (!is_id_in_range(id, RE_STAT_APP_ID_MAX) || !has_app(app_slot)) {
+    if (!is_id_in_range(id, RE_STAT_APP_ID_MAX) || !fetch_app(app_slot)) {
         return not_there;
     }
     value = m_app.m_id_array[id];
@@ -290,58 +223,36 @@ int RE_image_reader::read_app_stat(int app_slot, int id, long& value)
 
 const std::uint32_t* RE_image_reader::get_app_id_array(int app_slot)
 {
-    return has_app(app_slot) ? m_app.m_id_array : nullptr;
+    return fetch_app(app_slot) ? m_app.m_id_array : nullptr;
 }
 
 int RE_image_reader::get_max_conn_slots()
 {
-    return is_open() ? slots_to_scan(m_image.conns, m_image.conn_rows_in_reach(), m_image.b_saved) : 0;
-}
-
-bool RE_image_reader::take_conn(int conn_slot)
-{
-    const std::uint32_t last_row = m_conn.row;
-    m_conn.slot = conn_slot;
-    m_conn.fields_given = 0;
-    m_conn.b_valid =
-        is_open() &&
-        find_row(m_image.conns, m_image.conn_rows_in_reach(), m_image.b_saved, conn_slot, last_row, m_conn.row) &&
-        load_relaxed(&m_image.conns[m_conn.row].b_in_use) != 0 &&
-        copy_row(&m_image.conns[m_conn.row], m_conn.copy, m_patience) && m_conn.copy.b_in_use != 0;
-    return m_conn.b_valid;
-}
-
-inline bool RE_image_reader::has_conn(int conn_slot, unsigned int field)
-{
-    if (m_conn.slot != conn_slot || (m_conn.fields_given & field) != 0) {
-        take_conn(conn_slot);
-    }
-    m_conn.fields_given |= field;
-    return m_conn.b_valid;
+    return m_conn.slots_to_scan();
 }
 
 bool RE_image_reader::is_conn_valid(int conn_slot)
 {
-    return take_conn(conn_slot);
+    return m_conn.take(conn_slot, m_patience);
 }
 
 int RE_image_reader::read_conn_header(int conn_slot, RE_stat_conn_header& hdr)
 {
-    if (!has_conn(conn_slot, field_header)) {
+    if (!fetch_conn(conn_slot, field_header)) {
         hdr = {};
         return not_there;
     }
-    hdr = m_conn.copy.header;
+    hdr = m_conn.copy().header;
     return 0;
 }
 
 int RE_image_reader::read_conn_so_header(int conn_slot, SO_stat_conn_header& hdr)
 {
-    if (!has_conn(conn_slot, field_so_header)) {
+    if (!fetch_conn(conn_slot, field_so_header)) {
         hdr = {};
         return not_there;
     }
-    hdr = m_conn.copy.so_header;
+    hdr = m_conn.copy().so_header;
     return 0;
 }
 
@@ -350,8 +261,8 @@ void RE_image_reader::walk_counters_to(std::uint32_t row)
     constexpr std::int64_t steps_ahead = 6;
     const std::int64_t step = std::int64_t{row} - std::int64_t{m_counters_row};
     const std::int64_t ahead = row + steps_ahead * step;
-    if (ahead >= 0 && ahead < std::int64_t{m_image.conn_rows_in_reach()}) {
-        __builtin_prefetch(m_image.conn_counters[ahead].stats);
+    if (ahead >= 0 && ahead < std::int64_t{m_conn.rows_in_reach()}) {
+        __builtin_prefetch(m_image.conn_stats.of_row(static_cast<std::size_t>(ahead)));
     }
     m_counters_row = row;
 }
@@ -359,32 +270,27 @@ void RE_image_reader::walk_counters_to(std::uint32_t row)
 int RE_image_reader::read_conn_stat(int conn_slot, int id, long long& value)
 {
     value = 0;
-    if (!is_id_in_range(id, RE_STAT_CONN_ID_MAX) || !has_conn(conn_slot, 0)) {
+    if (!is_id_in_range(id, RE_STAT_CONN_ID_MAX) || !fetch_conn(conn_slot, 0)) {
         return not_there;
     }
-    if (m_conn.row != m_counters_row) {
-        walk_counters_to(m_conn.row);
+    if (m_conn.row() != m_counters_row) {
+        walk_counters_to(m_conn.row());
     }
-    const long long counter = load_acquire(&m_image.conn_counters[m_conn.row].stats[id]);
-    if (load_relaxed(&m_image.conns[m_conn.row].generation) != m_conn.copy.generation) {
-        return not_there;
-    }
-    value = counter;
-    return 0;
+    return m_conn.read_counter(m_image.conn_stats, id, value) ? 0 : not_there;
 }
 
 int RE_image_reader::read_conn_time(int conn_slot, std::time_t& open_time, std::time_t& close_time)
 {
-    const bool b_valid = has_conn(conn_slot, field_time);
-    open_time = b_valid ? m_conn.copy.open_time : 0;
-    close_time = b_valid ? m_conn.copy.close_time : 0;
+    const bool b_valid = fetch_conn(conn_slot, field_time);
+    open_time = b_valid ? m_conn.copy().open_time : 0;
+    close_time = b_valid ? m_conn.copy().close_time : 0;
     return b_valid ? 0 : not_there;
 }
 
 int RE_image_reader::read_conn_peer_id(int conn_slot, int& peer_id)
 {
-    const bool b_valid = has_conn(conn_slot, field_peer_id);
-    peer_id = b_valid ? m_conn.copy.peer_id : -1;
+    const bool b_valid = fetch_conn(conn_slot, field_peer_id);
+    peer_id = b_valid ? m_conn.copy().peer_id : -1;
     return b_valid ? 0 : not_there;
 }
 
@@ -420,7 +326,7 @@ int RE_image_reader::read_conn_stat_for_qlt(RE_stat_conn_handler conn, RE_stat_c
 
 int RE_image_reader::get_first_nack()
 {
-    if (!is_open() || m_image.nack_rows == 0) {
+    if (!is_open() || m_image.nacks.rows == 0) {
         return not_there;
     }
     m_nacks_end = load_acquire(&m_image.header->nacks_logged);
@@ -431,7 +337,7 @@ int RE_image_reader::get_first_nack()
 int RE_image_reader::get_next_nack(int cursor, RE_stat_nack_header& hdr)
 {
     hdr = {};
-    if (!is_open() || m_image.nack_rows == 0 || cursor < 0) {
+    if (!is_open() || m_image.nacks.rows == 0 || cursor < 0) {
         return not_there;
     }
     // A cursor is the low 31 bits of its entry's number, and lies within that distance of the walk's end.
@@ -442,7 +348,7 @@ int RE_image_reader::get_next_nack(int cursor, RE_stat_nack_header& hdr)
     // What was overwritten meanwhile is gone; the walk goes on with the oldest entry that is still there.
     for (std::uint64_t entry = std::max(m_nacks_end - to_end, oldest_nack(m_image, m_nacks_end)); entry < m_nacks_end;
          ++entry) {
-        const RE_image_nack_row* const row = &m_image.nacks[entry % m_image.nack_rows];
+        const RE_image_nack_row* const row = &m_image.nacks[entry % m_image.nacks.rows];
         RE_image_nack_row copy{};
         if (load_acquire(&row->sequence) == RE_nack_sequence(entry)) {
             load_words(row, copy);
@@ -477,7 +383,7 @@ void RE_image_reader::reset_peer_stat(int peer_slot)
 {
     const auto target = is_peer_valid(peer_slot) ? open_writable() : nullptr;
     if (target) {
-        reset_peer(target->image, m_peer.row, RE_reset_extent::totals);
+        reset_peer(target->image, m_peer.row(), RE_reset_extent::totals);
     }
 }
 
@@ -499,7 +405,7 @@ void RE_image_reader::reset_conn_stat(int conn_slot)
 {
     const auto target = is_conn_valid(conn_slot) ? open_writable() : nullptr;
     if (target) {
-        reset_conn(target->image, m_conn.row, RE_reset_extent::totals);
+        reset_conn(target->image, m_conn.row(), RE_reset_extent::totals);
     }
 }
 
@@ -538,17 +444,17 @@ int RE_image_reader::save_stats_binary(const char* path)
 
 void* RE_image_reader::get_re_auto_bypass_memory_ptr(int size)
 {
-    if (!is_open() || size <= 0 || static_cast<std::uint32_t>(size) != m_image.bypass_room) {
+    if (!is_open() || size <= 0 || static_cast<std::uint32_t>(size) != m_image.bypass.slots) {
         return nullptr;
     }
-    if (m_image.bypass_size == m_image.bypass_room) {
-        return m_image.bypass;
+    if (m_image.bypass.rows == m_image.bypass.slots) {
+        return m_image.bypass.base;
     }
     // A saved table ends with its last entry in use; the rest is empty.
     if (m_bypass_copy == nullptr) {
-        m_bypass_copy.reset(new (std::nothrow) unsigned char[m_image.bypass_room]());
+        m_bypass_copy.reset(new (std::nothrow) unsigned char[m_image.bypass.slots]());
         if (m_bypass_copy != nullptr) {
-            std::memcpy(m_bypass_copy.get(), m_image.bypass, m_image.bypass_size);
+            std::memcpy(m_bypass_copy.get(), m_image.bypass.base, m_image.bypass.rows);
         }
     }
     return m_bypass_copy.get();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "RE_sequence.h"
+#include "RE_slot_reader.h"
 #include "RE_stat_image.h"
 
 #include <memory>
@@ -80,34 +81,17 @@ protected:
     virtual std::unique_ptr<writable_image> open_writable() = 0;
 
 private:
-    // The identity of one slot, copied as one. The interface asks for its fields one call at a time; they are answered
-    // from the copy until a field is asked for again, which takes a new one. So the fields of one round always belong
-    // together.
-    template <typename Row>
-    struct identity
-    {
-        int slot = -1;
-        bool b_valid = false;
-        unsigned int fields_given = 0;
-        std::uint32_t row = 0; // where the slot's rows are in the image
-        Row copy{};
-    };
-
-    bool take_peer(int peer_slot);
-    bool has_peer(int peer_slot, unsigned int field);
-    // Reads the counter at `offset` in the peer's row, unless the slot has got another tenant since its identity was
-    // copied: no report ever shows one tenant's name with another's figures. read_conn_stat keeps to the same rule.
-    int read_peer_counter(int peer_slot, std::size_t offset, long long& value);
-    bool take_conn(int conn_slot);
-    bool has_conn(int conn_slot, unsigned int field);
+    bool fetch_peer(int peer_slot, unsigned int field) { return m_peer.fetch(peer_slot, field, m_patience); }
+    bool fetch_conn(int conn_slot, unsigned int field) { return m_conn.fetch(conn_slot, field, m_patience); }
+    int read_peer_counter(int peer_slot, const RE_image_counters& counters, int id, long long& value);
     // Rows of counters are far apart, and a table of a million connections waits for memory at every one; so the row is
     // asked for early that a walk at this step comes to soon. A hint, whose first counters are those that tables show.
     void walk_counters_to(std::uint32_t row);
-    bool has_app(int app_slot);
+    bool fetch_app(int app_slot);
 
     RE_stat_image m_image;
-    identity<RE_image_peer_row> m_peer;
-    identity<RE_image_conn_row> m_conn;
+    RE_slot_reader<RE_image_peer_row> m_peer;
+    RE_slot_reader<RE_image_conn_row> m_conn;
     std::uint32_t m_counters_row = 0; // where counters of a connection were last read
     RE_image_config_row m_config{};
     RE_stat_app_struct m_app{};

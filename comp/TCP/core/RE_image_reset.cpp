@@ -26,12 +26,15 @@ constexpr auto global_totals = totals_among<RE_STAT_GLOBAL_ID_MAX>(re_stat_globa
 constexpr auto peer_totals = totals_among<RE_STAT_PEER_ID_MAX>(re_stat_peer_counters);
 constexpr auto conn_totals = totals_among<RE_STAT_CONN_ID_MAX>(re_stat_conn_counters);
 
+// Counters that only other builds know are left alone unless everything is to be 0.
 template <std::size_t Size>
-void reset_counters(std::int64_t (&counters)[Size], const std::array<bool, Size>& b_totals, RE_reset_extent extent)
+void reset_counters(const RE_image_counters& counters, std::uint32_t row, const std::array<bool, Size>& b_totals,
+                    RE_reset_extent extent)
 {
-    for (std::size_t id = 0; id < Size; ++id) {
-        if (extent == RE_reset_extent::everything || b_totals[id]) {
-            store_relaxed(&counters[id], std::int64_t{0});
+    std::int64_t* const first = counters.of_row(row);
+    for (std::size_t id = 0; id < counters.count; ++id) {
+        if (extent == RE_reset_extent::everything || (id < Size && b_totals[id])) {
+            store_relaxed(first + id, std::int64_t{0});
         }
     }
 }
@@ -40,14 +43,14 @@ void reset_counters(std::int64_t (&counters)[Size], const std::array<bool, Size>
 
 void reset_global(const RE_stat_image& image, RE_reset_extent extent)
 {
-    reset_counters(image.global->stats, global_totals, extent);
-    reset_counters(image.global->conn_stats, conn_totals, extent);
+    reset_counters(image.global_stats, 0, global_totals, extent);
+    reset_counters(image.global_conn_stats, 0, conn_totals, extent);
 }
 
 void reset_peer(const RE_stat_image& image, std::uint32_t row, RE_reset_extent extent)
 {
-    reset_counters(image.peer_counters[row].stats, peer_totals, extent);
-    reset_counters(image.peer_counters[row].conn_stats, conn_totals, extent);
+    reset_counters(image.peer_stats, row, peer_totals, extent);
+    reset_counters(image.peer_conn_stats, row, conn_totals, extent);
 }
 
 void reset_peers(const RE_stat_image& image, RE_reset_extent extent)
@@ -60,7 +63,7 @@ void reset_peers(const RE_stat_image& image, RE_reset_extent extent)
 
 void reset_conn(const RE_stat_image& image, std::uint32_t row, RE_reset_extent extent)
 {
-    reset_counters(image.conn_counters[row].stats, conn_totals, extent);
+    reset_counters(image.conn_stats, row, conn_totals, extent);
 }
 
 void reset_conns(const RE_stat_image& image, RE_reset_extent extent)
@@ -73,16 +76,15 @@ void reset_conns(const RE_stat_image& image, RE_reset_extent extent)
 
 void reset_apps(const RE_stat_image& image)
 {
-    // Port and source-port flag, which name the application, share their word with the two connection counts.
+    // Port and source-port flag, which name the application.
     constexpr std::uint64_t identity_bits = 0x1ffff;
     const std::uint32_t rows = image.app_rows_in_reach();
     for (std::uint32_t row = 0; row < rows; ++row) {
-        RE_stat_app_struct& app = image.apps[row].app;
-        for (std::uint32_t& counter : app.m_id_array) {
-            store_relaxed(&counter, std::uint32_t{0});
+        std::uint32_t* const counters = image.app_stats(row);
+        for (std::uint32_t id = 0; id < image.counts.app; ++id) {
+            store_relaxed(counters + id, std::uint32_t{0});
         }
-        auto* const header = reinterpret_cast<unsigned char*>(&app.m_header);
-        __atomic_and_fetch(reinterpret_cast<std::uint64_t*>(header + 4), identity_bits, __ATOMIC_RELAXED);
+        __atomic_and_fetch(RE_image_app_word(image.app_header(row)), identity_bits, __ATOMIC_RELAXED);
     }
 }
 

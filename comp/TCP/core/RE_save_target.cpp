@@ -6,7 +6,6 @@
 #include "RE_target_path.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -75,10 +74,7 @@ RE_save_target::~RE_save_target()
 
 void RE_save_target::discard()
 {
-    if (m_descriptor >= 0) {
-        ::close(m_descriptor);
-        m_descriptor = -1;
-    }
+    m_descriptor.close();
     if (m_temporary[0] != '\0') {
         unlink(m_temporary);
         m_temporary[0] = '\0';
@@ -92,9 +88,7 @@ int RE_save_target::open(const char* path)
         return RE_STAT_ERR_NO_MEMORY;
     }
     char target[PATH_MAX];
-    struct stat found
-    {
-    };
+    struct stat found = {};
     if (const int error = resolve_target(path, target, found)) {
         return error;
     }
@@ -110,18 +104,16 @@ int RE_save_target::open(const char* path)
 int RE_save_target::open_in_place(const char* target, const struct stat& expected)
 {
     // Without waiting: a pipe that nobody reads is an error, not a wait without end. Writing may wait all the same.
-    m_descriptor = ::open(target, O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-    struct stat opened
-    {
-    };
+    m_descriptor = RE_descriptor(::open(target, O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    struct stat opened = {};
     // What was put there only now is not what has been judged.
-    if (m_descriptor < 0 || fstat(m_descriptor, &opened) != 0 || opened.st_dev != expected.st_dev ||
+    if (!m_descriptor.is_open() || fstat(m_descriptor.number(), &opened) != 0 || opened.st_dev != expected.st_dev ||
         opened.st_ino != expected.st_ino) {
         return RE_STAT_ERR_TARGET;
     }
-    const int flags = fcntl(m_descriptor, F_GETFL);
+    const int flags = fcntl(m_descriptor.number(), F_GETFL);
     if (flags >= 0) {
-        fcntl(m_descriptor, F_SETFL, flags & ~O_NONBLOCK);
+        fcntl(m_descriptor.number(), F_SETFL, flags & ~O_NONBLOCK);
     }
     return 0;
 }
@@ -141,8 +133,8 @@ int RE_save_target::open_beside(const char* target, const struct stat& existing)
         m_temporary[0] = '\0';
         return RE_STAT_ERR_TARGET;
     }
-    m_descriptor = mkostemp(m_temporary, O_CLOEXEC);
-    if (m_descriptor < 0) {
+    m_descriptor = RE_descriptor(mkostemp(m_temporary, O_CLOEXEC));
+    if (!m_descriptor.is_open()) {
         m_temporary[0] = '\0';
         return errno == ENOSPC || errno == EDQUOT ? RE_STAT_ERR_NO_SPACE : RE_STAT_ERR_TARGET;
     }
@@ -195,25 +187,11 @@ std::uint64_t RE_save_target::checksum() const
 
 void RE_save_target::flush()
 {
-    write_all(m_buffer.get(), m_buffered);
-    m_buffered = 0;
-}
-
-void RE_save_target::write_all(const unsigned char* bytes, std::size_t size)
-{
-    while (size > 0 && m_error == 0) {
-        const ssize_t written = ::write(m_descriptor, bytes, size);
-        if (written > 0) {
-            bytes += written;
-            size -= static_cast<std::size_t>(written);
-        } else if (written < 0 && errno == EAGAIN) {
-            // Somebody else made the pipe non-blocking; wait as a blocking write would.
-            pollfd ready{m_descriptor, POLLOUT, 0};
-            poll(&ready, 1, -1);
-        } else if (written == 0 || errno != EINTR) {
-            m_error = written == 0 ? RE_STAT_ERR_WRITE : error_of_write(errno);
-        }
+    std::size_t written = 0;
+    if (const int error = m_error == 0 ? write_all(m_descriptor.number(), m_buffer.get(), m_buffered, written) : 0) {
+        m_error = error_of_write(error);
     }
+    m_buffered = 0;
 }
 
 int RE_save_target::finish()
@@ -222,9 +200,7 @@ int RE_save_target::finish()
     if (m_error == 0 && m_b_regular) {
         m_error = put_into_place();
     } else if (m_error == 0) {
-        const int descriptor = m_descriptor;
-        m_descriptor = -1;
-        m_error = ::close(descriptor) == 0 ? 0 : error_of_write(errno);
+        m_error = m_descriptor.close() ? 0 : error_of_write(errno);
     }
     discard();
     return m_error;
@@ -232,15 +208,13 @@ int RE_save_target::finish()
 
 int RE_save_target::put_into_place()
 {
-    if (fchmod(m_descriptor, static_cast<mode_t>(m_mode)) != 0) {
+    if (fchmod(m_descriptor.number(), static_cast<mode_t>(m_mode)) != 0) {
         return RE_STAT_ERR_WRITE;
     }
-    if (fsync(m_descriptor) != 0) {
+    if (fsync(m_descriptor.number()) != 0) {
         return errno == ENOSPC || errno == EDQUOT ? RE_STAT_ERR_NO_SPACE : RE_STAT_ERR_SYNC;
     }
-    const int descriptor = m_descriptor;
-    m_descriptor = -1;
-    if (::close(descriptor) != 0) {
+    if (!m_descriptor.close()) {
         return error_of_write(errno);
     }
     if (is_engines(m_target)) { // one may have started meanwhile
@@ -255,12 +229,10 @@ int RE_save_target::put_into_place()
     if (!folder_of(m_target, folder)) {
         return RE_STAT_ERR_SYNC;
     }
-    const int folder_descriptor = ::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (folder_descriptor < 0) {
+    const RE_descriptor opened(::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!opened.is_open()) {
         return errno == EACCES ? 0 : RE_STAT_ERR_SYNC; // a folder that may be written to but not read cannot be synced
     }
     // Some file systems cannot sync a folder; the file itself is on the disk.
-    const int error = fsync(folder_descriptor) == 0 || errno == EINVAL ? 0 : RE_STAT_ERR_SYNC;
-    ::close(folder_descriptor);
-    return error;
+    return fsync(opened.number()) == 0 || errno == EINVAL ? 0 : RE_STAT_ERR_SYNC;
 }

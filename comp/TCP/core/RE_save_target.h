@@ -2,6 +2,8 @@
 // written in place.
 #pragma once
 
+#include "RE_descriptor.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -39,11 +41,10 @@ private:
     int open_in_place(const char* target, const struct stat& expected);
     int put_into_place();
     void flush();
-    void write_all(const unsigned char* bytes, std::size_t size);
     void discard();
 
     alignas(64) unsigned char m_hash_state[128]; // an XXH64_state_t, whose header need not be known here
-    int m_descriptor = -1;
+    RE_descriptor m_descriptor;
     int m_error = 0;
     bool m_b_regular = false;
     unsigned int m_mode = 0;      // of the finished file

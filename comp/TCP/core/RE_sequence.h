@@ -37,6 +37,17 @@ void store_release(Value* place, Value value)
     __atomic_store_n(place, value, __ATOMIC_RELEASE);
 }
 
+// Copies `size` bytes, of which others may be changing words, each word as one. Everything is a multiple of 8.
+inline void load_words(const void* from, void* to, std::size_t size)
+{
+    const auto* const words = static_cast<const std::uint64_t*>(from);
+    auto* const bytes = static_cast<unsigned char*>(to);
+    for (std::size_t at = 0; at < size / sizeof *words; ++at) {
+        const std::uint64_t word = load_acquire(words + at);
+        std::memcpy(bytes + at * sizeof word, &word, sizeof word);
+    }
+}
+
 // A record without its counter: one word of 32 bits, then words of 64. Both sides go by the same words. Row: starts
 // with `std::uint32_t sequence`, and stands on a multiple of 8 bytes.
 template <typename Row>
@@ -150,23 +161,34 @@ private:
     std::int64_t m_first_wait = 0; // 0 before it
 };
 
-// Copies a record as one. False when it would not hold still: its writer was stopped in the middle, or it is garbage.
-template <typename Row>
-bool copy_row(const Row* row, Row& copy, RE_patience& patience)
+// Copies a record by `copy` until nobody has changed it meanwhile. sequence: the record's counter. Returns the
+// counter's value then, or an odd one when the record would not hold still: its writer was stopped in the middle, or it
+// is garbage.
+template <typename Copy>
+std::uint32_t copy_as_one(const std::uint32_t* sequence, const Copy& copy, RE_patience& patience)
 {
     constexpr int tries_without_waiting = 8;
     std::int64_t waited = 0;
     for (int tries = 0;; ++tries) {
-        const std::uint32_t before = load_acquire(&row->sequence);
+        const std::uint32_t before = load_acquire(sequence);
         if ((before & 1U) == 0) {
-            load_words(row, copy);
-            if (load_relaxed(&row->sequence) == before) {
-                copy.sequence = before;
-                return true;
+            copy();
+            if (load_relaxed(sequence) == before) {
+                return before;
             }
         }
         if (tries >= tries_without_waiting && !patience.wait(tries, waited)) {
-            return false;
+            return 1;
         }
     }
+}
+
+// Copies a record as one. False when it would not hold still.
+template <typename Row>
+bool copy_row(const Row* row, Row& copy, RE_patience& patience)
+{
+    const std::uint32_t sequence = copy_as_one(
+        &row->sequence, [&] { load_words(row, copy); }, patience);
+    copy.sequence = sequence;
+    return (sequence & 1U) == 0;
 }

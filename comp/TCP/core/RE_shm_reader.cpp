@@ -1,5 +1,6 @@
 #include "RE_shm_reader.h"
 
+#include "RE_descriptor.h"
 #include "RE_sequence.h"
 #include "RE_stat_error.h"
 #include "RE_stat_segment.h"
@@ -19,25 +20,6 @@ namespace {
 
 constexpr int log_id_reset_refused = 690461;
 constexpr int log_id_not_believed = 690466;
-
-// A descriptor that closes itself.
-class descriptor
-{
-public:
-    explicit descriptor(int number) : m_number(number) {}
-    ~descriptor()
-    {
-        if (m_number >= 0) {
-            ::close(m_number);
-        }
-    }
-    descriptor(const descriptor&) = delete;
-    descriptor& operator=(const descriptor&) = delete;
-    int number() const { return m_number; }
-
-private:
-    int m_number;
-};
 
 int error_of_open(int error)
 {
@@ -68,9 +50,7 @@ bool is_believed(const RE_stat_folders& folders, const struct stat& found, const
 // folders around it are root's or sticky; and a report gets along with one descriptor.
 int check_folder(const RE_stat_folders& folders, const char* path)
 {
-    struct stat found
-    {
-    };
+    struct stat found = {};
     if (lstat(path, &found) != 0) {
         return error_of_open(errno);
     }
@@ -133,10 +113,8 @@ int RE_shm_reader::open()
         if (!folders.name_of(number, m_folder)) {
             continue;
         }
-        struct stat found
-        {
-        };
-        const descriptor segment(open_segment(folders, m_folder, name, O_RDONLY, found));
+        struct stat found = {};
+        const RE_descriptor segment(open_segment(folders, m_folder, name, O_RDONLY, found));
         if (segment.number() >= 0 && is_segment_lock_held(segment.number())) {
             return map(segment.number(), found);
         }
@@ -202,11 +180,9 @@ std::unique_ptr<RE_image_reader::writable_image> RE_shm_reader::open_writable()
         return nullptr;
     }
     const char* const name = stat_segment_name();
-    struct stat status
-    {
-    };
-    const descriptor segment(name != nullptr ? open_segment(RE_stat_folders(), m_folder, name, O_RDWR, status)
-                                             : RE_STAT_ERR_NO_ENGINE);
+    struct stat status = {};
+    const RE_descriptor segment(name != nullptr ? open_segment(RE_stat_folders(), m_folder, name, O_RDWR, status)
+                                                : RE_STAT_ERR_NO_ENGINE);
     const bool b_same = segment.number() >= 0 && status.st_dev == m_device && status.st_ino == m_inode;
     auto target = std::make_unique<writable_segment>();
     if (!b_same || target->mapping.map(segment.number(), m_mapping.size(), PROT_READ | PROT_WRITE) != 0) {

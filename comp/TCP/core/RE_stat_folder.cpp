@@ -1,5 +1,6 @@
 #include "RE_stat_folder.h"
 
+#include "RE_descriptor.h"
 #include "RE_syslog.h"
 #include "RE_user.h"
 
@@ -54,9 +55,7 @@ int open_folder_of(uid_t user, int parent, const char* name)
     if (descriptor < 0) {
         return -errno;
     }
-    struct stat found
-    {
-    };
+    struct stat found = {};
     if (fstat(descriptor, &found) == 0 && found.st_uid == user && is_written_by_owner_alone(found)) {
         return descriptor;
     }
@@ -79,17 +78,13 @@ int make_session_folder(uid_t user, const char* path)
 {
     RE_stat_path parent_path;
     std::snprintf(parent_path, sizeof parent_path, "%.*s", static_cast<int>(std::strrchr(path, '/') - path), path);
-    const int parent = ::open(parent_path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    struct stat found
-    {
-    };
-    if (parent < 0) {
+    const RE_descriptor parent(::open(parent_path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!parent.is_open()) {
         return -errno;
     }
-    const bool b_own = fstat(parent, &found) == 0 && found.st_uid == user && is_written_by_owner_alone(found);
-    const int descriptor = b_own ? make_folder_of(user, parent, "kav") : -EPERM;
-    ::close(parent);
-    return descriptor;
+    struct stat found = {};
+    const bool b_own = fstat(parent.number(), &found) == 0 && found.st_uid == user && is_written_by_owner_alone(found);
+    return b_own ? make_folder_of(user, parent.number(), "kav") : -EPERM;
 }
 
 // Others may have put something in the place of this user's folder. Root moves it out of the way; the system lets
@@ -103,9 +98,7 @@ bool set_aside(int parent, const char* path, bool b_log)
     const char* const name = std::strrchr(path, '/') + 1;
     char other_name[64];
     std::snprintf(other_name, sizeof other_name, ".%s.refused.%016" PRIx64, name, number);
-    struct stat found
-    {
-    };
+    struct stat found = {};
     if (fstatat(parent, name, &found, AT_SYMLINK_NOFOLLOW) != 0 || renameat(parent, name, parent, other_name) != 0) {
         return errno == ENOENT;
     }
@@ -120,8 +113,8 @@ bool set_aside(int parent, const char* path, bool b_log)
 
 int make_memory_folder(uid_t user, const char* path)
 {
-    const int parent = ::open(memory_folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (parent < 0) {
+    const RE_descriptor parent(::open(memory_folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!parent.is_open()) {
         return -errno;
     }
     const char* const name = std::strrchr(path, '/') + 1;
@@ -129,22 +122,19 @@ int make_memory_folder(uid_t user, const char* path)
     // Somebody who is quick may be there again, or have taken away what was in the way.
     constexpr int attempts = 100;
     for (int attempt = 0; attempt < attempts; ++attempt) {
-        descriptor = make_folder_of(user, parent, name);
+        descriptor = make_folder_of(user, parent.number(), name);
         const bool b_in_the_way = descriptor == -EPERM || descriptor == -ENOTDIR || descriptor == -ELOOP;
-        const bool b_again = b_in_the_way ? set_aside(parent, path, attempt == 0) : descriptor == -ENOENT;
+        const bool b_again = b_in_the_way ? set_aside(parent.number(), path, attempt == 0) : descriptor == -ENOENT;
         if (!b_again) {
             break;
         }
     }
-    ::close(parent);
     return descriptor;
 }
 
 void report_refused_folder(const char* path, int error)
 {
-    struct stat found
-    {
-    };
+    struct stat found = {};
     if (lstat(path, &found) == 0) {
         char owner[RE_user_text_size];
         __re_syslog(__FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_folder_refused,
@@ -181,9 +171,7 @@ bool is_engine_file(const char* path)
     const char* const slash = std::strrchr(path, '/');
     const char* const name = slash != nullptr ? slash + 1 : path;
     char folder[PATH_MAX] = ".";
-    struct stat found
-    {
-    };
+    struct stat found = {};
     if (slash != nullptr) {
         std::snprintf(folder, sizeof folder, "%.*s", static_cast<int>(name - path), path);
     }
@@ -198,9 +186,7 @@ bool is_engine_file(const char* path)
     name_usual_session_folder(found.st_uid, places[2]);
     name_memory_folder(found.st_uid, places[3]);
     return std::any_of(std::begin(places), std::end(places), [&found](const RE_stat_path& place) {
-        struct stat status
-        {
-        };
+        struct stat status = {};
         return stat(place, &status) == 0 && status.st_dev == found.st_dev && status.st_ino == found.st_ino;
     });
 }

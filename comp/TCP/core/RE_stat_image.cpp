@@ -1,5 +1,6 @@
 #include "RE_stat_image.h"
 
+#include "RE_image_sections.h"
 #include "RE_stat_error.h"
 
 #include <algorithm>
@@ -10,42 +11,36 @@
 
 namespace {
 
-// What a section of each id must look like, in the order of RE_image_section_id.
-struct section_rule
+// The bounds keep the product of rows and their size far from 2^64.
+bool has_sound_rows(const RE_image_section& section, const RE_image_counts& counts)
 {
-    std::uint32_t row_size;
-    std::uint64_t min_rows;
-    std::uint64_t max_rows;
-};
-
-constexpr std::uint64_t max_bypass_size = 1U << 20;
-
-constexpr section_rule section_rules[RE_image_section_count] = {
-    {sizeof(RE_image_config_row), 0, 1},
-    {sizeof(RE_image_global_row), 1, 1},
-    {sizeof(RE_image_peer_row), 0, RE_image_max_peers},
-    {sizeof(RE_image_peer_counters), 0, RE_image_max_peers},
-    {sizeof(RE_image_conn_row), 0, RE_image_max_conns},
-    {sizeof(RE_image_conn_counters), 0, RE_image_max_conns},
-    {sizeof(RE_image_app_row), 0, RE_image_max_apps},
-    {sizeof(RE_image_nack_row), 0, RE_image_max_nacks},
-    {1, 0, max_bypass_size},
-};
-
-bool is_section_sound(const RE_image_section& section, std::uint64_t first_offset, std::uint64_t end)
-{
-    if (section.id < 1 || section.id > RE_image_section_count) {
+    if (section.slots < section.rows) {
         return false;
     }
-    const section_rule& rule = section_rules[section.id - 1];
-    if (section.row_size != rule.row_size || section.rows < rule.min_rows || section.rows > rule.max_rows ||
-        section.slots < section.rows || section.slots > rule.max_rows) {
-        return false;
+    if (section.id > RE_image_section_count) {
+        return section.slots <= RE_image_max_size && section.row_size <= RE_image_max_row_size;
     }
-    // The bounds above keep the product far from 2^64.
-    const std::uint64_t size = section.rows * section.row_size;
-    return section.offset % 8 == 0 && section.offset >= first_offset && section.offset <= end &&
-           size <= end - section.offset;
+    const RE_image_section_rule& rule = RE_image_section_rules[section.id - 1];
+    const std::uint64_t smallest = RE_image_row_size(rule, counts);
+    const bool b_row_size_right = section.id == RE_IMAGE_BYPASS
+                                      ? section.row_size == smallest
+                                      : section.row_size >= smallest && section.row_size <= RE_image_max_row_size &&
+                                            section.row_size % RE_image_word == 0;
+    return b_row_size_right && section.slots <= rule.max_rows;
+}
+
+bool is_section_sound(const RE_image_section& section, const RE_image_counts& counts, std::uint64_t first_offset,
+                      std::uint64_t end)
+{
+    return section.id != 0 && has_sound_rows(section, counts) && section.offset % 8 == 0 &&
+           section.offset >= first_offset && section.offset <= end &&
+           section.rows * section.row_size <= end - section.offset;
+}
+
+bool are_apart(const RE_image_section& one, const RE_image_section& other)
+{
+    return one.offset + one.rows * one.row_size <= other.offset ||
+           other.offset + other.rows * other.row_size <= one.offset;
 }
 
 // Whether the image ends with a trailer that is true.
@@ -64,25 +59,20 @@ bool is_checksum_right(const unsigned char* base, std::size_t size)
 RE_image_header copy_of_header(const unsigned char* base, std::size_t bytes_there)
 {
     RE_image_header copy{};
-    auto* const bytes = reinterpret_cast<unsigned char*>(&copy);
     if (bytes_there < sizeof copy) {
-        std::memcpy(bytes, base, bytes_there);
-        return copy;
-    }
-    const auto* const words = reinterpret_cast<const std::uint64_t*>(base);
-    for (std::size_t at = 0; at < sizeof copy / sizeof(std::uint64_t); ++at) {
-        const std::uint64_t word = load_relaxed(words + at);
-        std::memcpy(bytes + at * sizeof word, &word, sizeof word);
+        std::memcpy(static_cast<void*>(&copy), base, bytes_there);
+    } else {
+        load_words(base, &copy, sizeof copy);
     }
     return copy;
 }
 
 // Lookups in saved rows halve their way to a slot, which needs ascending order.
 template <typename Row>
-bool are_slots_ascending(const Row* rows, std::uint32_t count, std::uint32_t slots)
+bool are_slots_ascending(const RE_image_rows<Row>& rows)
 {
-    for (std::uint32_t at = 0; at < count; ++at) {
-        if (rows[at].slot >= slots || (at > 0 && rows[at].slot <= rows[at - 1].slot)) {
+    for (std::uint32_t at = 0; at < rows.rows; ++at) {
+        if (rows[at].slot >= rows.slots || (at > 0 && rows[at].slot <= rows[at - 1].slot)) {
             return false;
         }
     }
@@ -112,30 +102,59 @@ int check_image_header(const RE_image_header& header, std::size_t bytes_there, s
     return size <= RE_image_max_size ? 0 : RE_STAT_ERR_LAYOUT;
 }
 
-int check_image_sections(const RE_image_header& head, const RE_image_section (&table)[RE_image_section_count],
-                         std::uint64_t size, RE_image_kind kind, RE_image_section (&found)[RE_image_section_count])
+std::uint64_t place_image_sections(RE_image_section (&sections)[RE_image_section_count], std::uint64_t alignment)
+{
+    std::uint64_t end = RE_image_table_end;
+    for (RE_image_section& section : sections) {
+        section.offset = (end + alignment - 1) / alignment * alignment;
+        end = section.offset + section.rows * section.row_size;
+    }
+    return end;
+}
+
+std::uint32_t image_sections_to_check(const RE_image_header& head, std::uint64_t size)
+{
+    const std::uint32_t count = head.section_count;
+    const bool b_possible = count >= RE_image_section_count && count <= RE_image_max_sections &&
+                            sizeof head + count * sizeof(RE_image_section) <= size;
+    return b_possible ? count : 0;
+}
+
+int check_image_sections(const RE_image_header& head, std::span<const RE_image_section> table, std::uint64_t size,
+                         RE_image_kind kind, RE_image_section (&found)[RE_image_section_count])
 {
     const bool b_is_saved = kind == RE_image_kind::saved;
     const std::uint64_t end = b_is_saved ? size - sizeof(RE_image_trailer) : size;
-    if (b_is_saved != (head.state == RE_IMAGE_SAVED) || head.section_count != RE_image_section_count ||
-        RE_image_table_end > end || head.global_counters != RE_STAT_GLOBAL_ID_MAX ||
-        head.peer_counters != RE_STAT_PEER_ID_MAX || head.conn_counters != RE_STAT_CONN_ID_MAX ||
-        head.app_counters != RE_STAT_APP_ID_MAX) {
+    const std::uint64_t table_end = sizeof head + table.size_bytes();
+    const RE_image_counts counts = head.counts();
+    if (b_is_saved != (head.state == RE_IMAGE_SAVED) || table.empty() || table_end > end || counts.global == 0 ||
+        counts.peer == 0 || counts.conn == 0 || counts.app == 0) {
         return RE_STAT_ERR_LAYOUT;
     }
     constexpr std::uint64_t most_padding = 64; // in front of a section
-    std::uint64_t accounted_for = RE_image_table_end;
-    for (const RE_image_section& section : table) {
-        if (!is_section_sound(section, RE_image_table_end, end) || found[section.id - 1].id != 0 ||
-            (!b_is_saved && section.rows != section.slots)) {
+    std::uint64_t accounted_for = table_end;
+    for (std::size_t at = 0; at < table.size(); ++at) {
+        const RE_image_section& section = table[at];
+        if (!is_section_sound(section, counts, table_end, end) || (!b_is_saved && section.rows != section.slots)) {
             return RE_STAT_ERR_LAYOUT;
         }
-        found[section.id - 1] = section;
+        for (const RE_image_section& earlier : table.first(at)) {
+            if (section.id == earlier.id || !are_apart(section, earlier)) {
+                return RE_STAT_ERR_LAYOUT;
+            }
+        }
+        if (section.id <= RE_image_section_count) {
+            found[section.id - 1] = section;
+        }
         accounted_for += most_padding + section.rows * section.row_size;
     }
     const auto rows_of = [&](RE_image_section_id id) { return found[id - 1].rows; };
-    if (rows_of(RE_IMAGE_PEER_COUNTERS) != rows_of(RE_IMAGE_PEERS) ||
-        rows_of(RE_IMAGE_CONN_COUNTERS) != rows_of(RE_IMAGE_CONNS)) {
+    for (const RE_image_section_rule& rule : RE_image_section_rules) {
+        if (found[rule.id - 1].id == 0 || rows_of(rule.id) != rows_of(rule.pair)) {
+            return RE_STAT_ERR_LAYOUT;
+        }
+    }
+    if (rows_of(RE_IMAGE_GLOBAL) == 0) {
         return RE_STAT_ERR_LAYOUT;
     }
     const bool b_counts_right = head.peer_slots_used == rows_of(RE_IMAGE_PEERS) &&
@@ -143,6 +162,13 @@ int check_image_sections(const RE_image_header& head, const RE_image_section (&t
                                 head.app_slots_used == rows_of(RE_IMAGE_APPS) &&
                                 head.nacks_logged == rows_of(RE_IMAGE_NACKS) && head.nacks_reset == 0;
     return b_is_saved && (!b_counts_right || accounted_for < end) ? RE_STAT_ERR_LAYOUT : 0;
+}
+
+RE_image_view& RE_stat_image::view(RE_image_section_id id)
+{
+    RE_image_view* const views[RE_image_section_count] = {&config,        &global, &peers, &peer_counters, &conns,
+                                                          &conn_counters, &apps,   &nacks, &bypass};
+    return *views[id - 1];
 }
 
 int RE_stat_image::attach(unsigned char* base, std::size_t size, RE_image_kind kind)
@@ -158,45 +184,36 @@ int RE_stat_image::attach(unsigned char* base, std::size_t size, RE_image_kind k
     if (b_is_saved && !is_checksum_right(base, size)) {
         return RE_STAT_ERR_CHECKSUM;
     }
-    if (size < RE_image_table_end) {
-        return RE_STAT_ERR_LAYOUT;
-    }
-    RE_image_section table[RE_image_section_count];
-    std::memcpy(table, base + sizeof head, sizeof table);
+    RE_image_section table[RE_image_max_sections];
+    const std::uint32_t count = image_sections_to_check(head, size);
+    std::memcpy(table, base + sizeof head, count * sizeof table[0]);
     RE_image_section found[RE_image_section_count] = {};
-    if (const int error = check_image_sections(head, table, size, kind, found)) {
+    if (const int error = check_image_sections(head, {table, count}, size, kind, found)) {
         return error;
     }
-    const auto rows_of = [&](RE_image_section_id id) { return static_cast<std::uint32_t>(found[id - 1].rows); };
-    const auto slots_of = [&](RE_image_section_id id) { return static_cast<std::uint32_t>(found[id - 1].slots); };
-    const auto start_of = [&](RE_image_section_id id) { return base + found[id - 1].offset; };
 
     RE_stat_image image;
-    image.b_saved = b_is_saved;
     image.header = reinterpret_cast<RE_image_header*>(base);
-    if (rows_of(RE_IMAGE_CONFIG) != 0) {
-        image.config = reinterpret_cast<RE_image_config_row*>(start_of(RE_IMAGE_CONFIG));
+    image.counts = head.counts();
+    image.b_saved = b_is_saved;
+    for (const RE_image_section& section : found) {
+        image.view(static_cast<RE_image_section_id>(section.id)) = {base + section.offset, section.row_size,
+                                                                    static_cast<std::uint32_t>(section.rows),
+                                                                    static_cast<std::uint32_t>(section.slots)};
     }
-    image.global = reinterpret_cast<RE_image_global_row*>(start_of(RE_IMAGE_GLOBAL));
-    image.peers = reinterpret_cast<RE_image_peer_row*>(start_of(RE_IMAGE_PEERS));
-    image.peer_counters = reinterpret_cast<RE_image_peer_counters*>(start_of(RE_IMAGE_PEER_COUNTERS));
-    image.conns = reinterpret_cast<RE_image_conn_row*>(start_of(RE_IMAGE_CONNS));
-    image.conn_counters = reinterpret_cast<RE_image_conn_counters*>(start_of(RE_IMAGE_CONN_COUNTERS));
-    image.apps = reinterpret_cast<RE_image_app_row*>(start_of(RE_IMAGE_APPS));
-    image.nacks = reinterpret_cast<RE_image_nack_row*>(start_of(RE_IMAGE_NACKS));
-    image.bypass = start_of(RE_IMAGE_BYPASS);
-    image.peer_rows = rows_of(RE_IMAGE_PEERS);
-    image.conn_rows = rows_of(RE_IMAGE_CONNS);
-    image.app_rows = rows_of(RE_IMAGE_APPS);
-    image.nack_rows = rows_of(RE_IMAGE_NACKS);
-    image.bypass_size = rows_of(RE_IMAGE_BYPASS);
-    image.peer_slots = slots_of(RE_IMAGE_PEERS);
-    image.conn_slots = slots_of(RE_IMAGE_CONNS);
-    image.app_slots = slots_of(RE_IMAGE_APPS);
-    image.nack_slots = slots_of(RE_IMAGE_NACKS);
-    image.bypass_room = slots_of(RE_IMAGE_BYPASS);
-    if (b_is_saved && (!are_slots_ascending(image.peers, image.peer_rows, image.peer_slots) ||
-                       !are_slots_ascending(image.conns, image.conn_rows, image.conn_slots))) {
+    // before: counters in front of these in a row.
+    const auto counters = [](const RE_image_view& rows, std::uint64_t before, std::uint32_t count_of_family) {
+        return RE_image_counters{rows.base + before * RE_image_word, rows.stride, count_of_family};
+    };
+    const RE_image_counts& held = image.counts;
+    image.global_stats = counters(image.global, 0, held.global);
+    image.global_conn_stats = counters(image.global, held.global, held.conn);
+    image.global_active_conns = counters(image.global, std::uint64_t{held.global} + held.conn, 1);
+    image.peer_stats = counters(image.peer_counters, 0, held.peer);
+    image.peer_conn_stats = counters(image.peer_counters, held.peer, held.conn);
+    image.peer_active_conns = counters(image.peer_counters, std::uint64_t{held.peer} + held.conn, 1);
+    image.conn_stats = counters(image.conn_counters, 0, held.conn);
+    if (b_is_saved && (!are_slots_ascending(image.peers) || !are_slots_ascending(image.conns))) {
         return RE_STAT_ERR_LAYOUT;
     }
     *this = image;

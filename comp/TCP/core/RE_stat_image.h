@@ -1,6 +1,9 @@
 // The statistics image: the one form of live statistics in shared memory and of a saved file. docs/statistics-image.md
 // describes it byte by byte.
 //
+// An image says itself how large its rows are and how many counters they hold. Readers go by that, so that engine and
+// viewer may be of releases that count more or less than each other.
+//
 // An image is a header, a table of sections, and the sections. In a live image a section has a row for every slot the
 // engine has room for; in a saved one the rows of peers and connections are those of the slots in use, in ascending
 // order, each with its slot number. A saved image ends with a checksum over all of it.
@@ -13,16 +16,21 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 constexpr char RE_image_magic[8] = {'K', 'A', 'V', 'S', 'T', 'A', 'T', 'S'};
 constexpr std::uint32_t RE_image_byte_order = 0x01020304;
-constexpr std::uint32_t RE_image_layout_version = 1;
+constexpr std::uint32_t RE_image_layout_version = 1; // another one is not compatible
 
 // More than any engine may have; what an image claims beyond is not believed.
 constexpr std::uint64_t RE_image_max_peers = 4096;
 constexpr std::uint64_t RE_image_max_conns = 1000000;
 constexpr std::uint64_t RE_image_max_apps = 65536;
 constexpr std::uint64_t RE_image_max_nacks = 1000000;
+
+// Larger rows and longer tables, as later releases may have them, are believed up to here.
+constexpr std::uint64_t RE_image_max_row_size = 1U << 14U;
+constexpr std::uint32_t RE_image_max_sections = 32;
 
 // No image is larger: the largest tables that an engine may have, and room to spare.
 constexpr std::uint64_t RE_image_max_size = std::uint64_t{2} << 30;
@@ -42,6 +50,18 @@ enum class RE_image_kind
     saved,
 };
 
+// How many counters of each family an image holds.
+struct RE_image_counts
+{
+    std::uint32_t global;
+    std::uint32_t peer;
+    std::uint32_t conn;
+    std::uint32_t app;
+};
+
+constexpr RE_image_counts RE_image_counts_of_this_build = {RE_STAT_GLOBAL_ID_MAX, RE_STAT_PEER_ID_MAX,
+                                                           RE_STAT_CONN_ID_MAX, RE_STAT_APP_ID_MAX};
+
 struct RE_image_header
 {
     char magic[8];
@@ -52,7 +72,7 @@ struct RE_image_header
     std::uint64_t total_size;       // bytes, the checksum of a saved image included
     std::int64_t engine_start_time; // seconds since the epoch
     std::int64_t capture_time;      // when a saved image was taken, seconds since the epoch; 0 in a live one
-    std::uint32_t global_counters;  // how many of each kind a row holds
+    std::uint32_t global_counters;  // how many of each family the rows hold
     std::uint32_t peer_counters;
     std::uint32_t conn_counters;
     std::uint32_t app_counters;
@@ -63,6 +83,15 @@ struct RE_image_header
     std::uint64_t nacks_logged; // NACK entries ever appended; entry n stands in row n modulo the rows
     std::uint64_t nacks_reset;  // entries below this number were discarded by a reset
     std::uint8_t reserved_bytes[32];
+
+    RE_image_counts counts() const { return {global_counters, peer_counters, conn_counters, app_counters}; }
+    void set_counts(const RE_image_counts& counts)
+    {
+        global_counters = counts.global;
+        peer_counters = counts.peer;
+        conn_counters = counts.conn;
+        app_counters = counts.app;
+    }
 };
 static_assert(sizeof(RE_image_header) == 128);
 
@@ -82,6 +111,7 @@ enum RE_image_section_id : std::uint32_t
     RE_IMAGE_NACKS = 8,
     RE_IMAGE_BYPASS = 9, // bytes of the auto-bypass table, up to its last entry in use when saved
 };
+// Sections of later releases may follow in the table; they are passed over.
 constexpr std::uint32_t RE_image_section_count = 9;
 
 struct RE_image_section
@@ -94,14 +124,18 @@ struct RE_image_section
 };
 static_assert(sizeof(RE_image_section) == 32);
 
-// The end of the section table, which follows the header.
+// The end of our own section table, which follows the header.
 constexpr std::uint64_t RE_image_table_end =
     sizeof(RE_image_header) + RE_image_section_count * sizeof(RE_image_section);
 
+// How many entries of the section table are to be read for check_image_sections, 0 if there cannot be that many in an
+// image of `size` bytes.
+std::uint32_t image_sections_to_check(const RE_image_header& head, std::uint64_t size);
+
 // Judges the section table of an image of `size` bytes (that of a saved one with its trailer) whose header has been
-// judged, and sorts it by id. Returns 0 or RE_STAT_ERR_LAYOUT. found: all 0.
-int check_image_sections(const RE_image_header& head, const RE_image_section (&table)[RE_image_section_count],
-                         std::uint64_t size, RE_image_kind kind, RE_image_section (&found)[RE_image_section_count]);
+// judged, and sorts those sections by id that this build knows. Returns 0 or RE_STAT_ERR_LAYOUT. found: all 0.
+int check_image_sections(const RE_image_header& head, std::span<const RE_image_section> table, std::uint64_t size,
+                         RE_image_kind kind, RE_image_section (&found)[RE_image_section_count]);
 
 // Rows that are read as one carry a sequence counter in front (RE_sequence.h).
 
@@ -113,14 +147,6 @@ struct RE_image_config_row
 };
 static_assert(sizeof(RE_image_config_row) == 216);
 
-struct RE_image_global_row
-{
-    std::int64_t stats[RE_STAT_GLOBAL_ID_MAX];
-    std::int64_t conn_stats[RE_STAT_CONN_ID_MAX]; // sums over all connections
-    std::int64_t active_conns;
-};
-static_assert(sizeof(RE_image_global_row) == 4408);
-
 struct RE_image_peer_row
 {
     std::uint32_t sequence;
@@ -131,14 +157,6 @@ struct RE_image_peer_row
     RE_stat_peer_header header;
 };
 static_assert(sizeof(RE_image_peer_row) == 328);
-
-struct RE_image_peer_counters
-{
-    std::int64_t stats[RE_STAT_PEER_ID_MAX];
-    std::int64_t conn_stats[RE_STAT_CONN_ID_MAX]; // sums over the peer's connections
-    std::int64_t active_conns;
-};
-static_assert(sizeof(RE_image_peer_counters) == 1672);
 
 // What a listing filters on, dense and apart from the counters.
 struct RE_image_conn_row
@@ -156,21 +174,50 @@ struct RE_image_conn_row
 static_assert(offsetof(RE_image_conn_row, open_time) == 72);
 static_assert(sizeof(RE_image_conn_row) == 88);
 
+// The rows of counters, as this build writes them.
+struct RE_image_global_row
+{
+    std::int64_t stats[RE_STAT_GLOBAL_ID_MAX];
+    std::int64_t conn_stats[RE_STAT_CONN_ID_MAX]; // sums over all connections
+    std::int64_t active_conns;
+};
+
+struct RE_image_peer_counters
+{
+    std::int64_t stats[RE_STAT_PEER_ID_MAX];
+    std::int64_t conn_stats[RE_STAT_CONN_ID_MAX]; // sums over the peer's connections
+    std::int64_t active_conns;
+};
+
 struct RE_image_conn_counters
 {
     std::int64_t stats[RE_STAT_CONN_ID_MAX];
 };
-static_assert(sizeof(RE_image_conn_counters) == 1328);
 
-// An application's identity never changes once it is there, so the row needs no sequence counter. The bytes in front
-// put the 64-bit word that holds both connection counts on a multiple of 8.
+// An application's identity never changes once it is there, so the row needs no sequence counter: 4 bytes reserved, the
+// counters, filled up to a multiple of 8 bytes, and the header.
+constexpr std::uint32_t RE_image_app_counters_at = 4;
+constexpr std::uint32_t RE_image_app_record = RE_image_app_counters_at + sizeof(RE_stat_app_header);
+
+constexpr std::uint64_t RE_image_app_counters_size(std::uint64_t count)
+{
+    return (count + 1) / 2 * 8;
+}
+
 struct RE_image_app_row
 {
     std::uint32_t reserved;
-    RE_stat_app_struct app;
+    std::uint32_t stats[RE_image_app_counters_size(RE_STAT_APP_ID_MAX) / sizeof(std::uint32_t)];
+    RE_stat_app_header header;
 };
-static_assert(sizeof(RE_image_app_row) == 104);
-static_assert((offsetof(RE_image_app_row, app) + offsetof(RE_stat_app_struct, m_header) + 4) % 8 == 0);
+
+// Port, flag and both connection counts share a word of the header, which changes as one: bits 0 to 15, 16, 17 to 39,
+// and 40 to 63.
+inline std::uint64_t* RE_image_app_word(RE_stat_app_header* header)
+{
+    return reinterpret_cast<std::uint64_t*>(reinterpret_cast<unsigned char*>(header) + 4);
+}
+static_assert((offsetof(RE_image_app_row, header) + 4) % 8 == 0);
 
 // Here the sequence counter also tells which entry stands in the row: 2 (n + 1) for entry n, less 1 while it is
 // written.
@@ -196,43 +243,87 @@ static_assert(sizeof(RE_image_trailer) == 16);
 
 constexpr char RE_image_trailer_magic[8] = {'K', 'A', 'V', 'S', 'T', 'E', 'N', 'D'};
 
+// Rows of a section.
+struct RE_image_view
+{
+    unsigned char* base = nullptr;
+    std::uint32_t stride = 0;
+    std::uint32_t rows = 0;
+    std::uint32_t slots = 0; // how many rows the engine has room for
+
+    unsigned char* row(std::size_t number) const { return base + number * stride; }
+};
+
+// Row: what rows start with.
+template <typename Row>
+struct RE_image_rows : RE_image_view
+{
+    Row& operator[](std::size_t number) const { return *reinterpret_cast<Row*>(row(number)); }
+};
+
+// One family of counters in the rows of a section.
+struct RE_image_counters
+{
+    unsigned char* base = nullptr; // the first counter of row 0
+    std::uint32_t stride = 0;
+    std::uint32_t count = 0;
+
+    std::int64_t* of_row(std::size_t row) const { return reinterpret_cast<std::int64_t*>(base + row * stride); }
+    // A counter that the image does not hold is 0.
+    std::int64_t read(std::size_t row, int id) const
+    {
+        return static_cast<std::uint32_t>(id) < count ? load_acquire(of_row(row) + id) : 0;
+    }
+};
+
 // An image in memory whose every size and offset has been checked. It points into the memory and owns none of it.
 // Values that a running engine may change (state, NACK numbers) are read through `header` with atomic loads.
 struct RE_stat_image
 {
     RE_image_header* header = nullptr;
-    RE_image_config_row* config = nullptr; // null when the engine has published none
-    RE_image_global_row* global = nullptr;
-    RE_image_peer_row* peers = nullptr;
-    RE_image_peer_counters* peer_counters = nullptr;
-    RE_image_conn_row* conns = nullptr;
-    RE_image_conn_counters* conn_counters = nullptr;
-    RE_image_app_row* apps = nullptr;
-    RE_image_nack_row* nacks = nullptr;
-    unsigned char* bypass = nullptr;
+    RE_image_counts counts = {};
+    RE_image_rows<RE_image_config_row> config; // without a row when the engine has published none
+    RE_image_view global;
+    RE_image_rows<RE_image_peer_row> peers;
+    RE_image_view peer_counters;
+    RE_image_rows<RE_image_conn_row> conns;
+    RE_image_view conn_counters;
+    RE_image_view apps;
+    RE_image_rows<RE_image_nack_row> nacks;
+    RE_image_view bypass; // a row is a byte
 
-    std::uint32_t peer_rows = 0;
-    std::uint32_t conn_rows = 0;
-    std::uint32_t app_rows = 0;
-    std::uint32_t nack_rows = 0;
-    std::uint32_t bypass_size = 0; // bytes
-    // How much room the engine has, of which a saved image holds what is in use.
-    std::uint32_t peer_slots = 0;
-    std::uint32_t conn_slots = 0;
-    std::uint32_t app_slots = 0;
-    std::uint32_t nack_slots = 0;
-    std::uint32_t bypass_room = 0; // bytes
+    RE_image_counters global_stats;
+    RE_image_counters global_conn_stats;
+    RE_image_counters global_active_conns;
+    RE_image_counters peer_stats;
+    RE_image_counters peer_conn_stats;
+    RE_image_counters peer_active_conns;
+    RE_image_counters conn_stats;
+
     bool b_saved = false;
     // What a live image lies in; null for memory that nobody else can cut short.
     const RE_watched_mapping* mapping = nullptr;
+
+    RE_image_view& view(RE_image_section_id id);
+    const RE_image_view& view(RE_image_section_id id) const { return const_cast<RE_stat_image*>(this)->view(id); }
 
     // Whether figures that were read may have been zeros in place of what had been cut off.
     bool is_cut() const { return mapping != nullptr && mapping->is_cut(); }
 
     // How many rows hold anything. In a live image those beyond have no memory yet; a mere look would claim some.
-    std::uint32_t peer_rows_in_reach() const { return rows_in_reach(&header->peer_slots_used, peer_rows); }
-    std::uint32_t conn_rows_in_reach() const { return rows_in_reach(&header->conn_slots_used, conn_rows); }
-    std::uint32_t app_rows_in_reach() const { return rows_in_reach(&header->app_slots_used, app_rows); }
+    std::uint32_t peer_rows_in_reach() const { return rows_in_reach(&header->peer_slots_used, peers.rows); }
+    std::uint32_t conn_rows_in_reach() const { return rows_in_reach(&header->conn_slots_used, conns.rows); }
+    std::uint32_t app_rows_in_reach() const { return rows_in_reach(&header->app_slots_used, apps.rows); }
+
+    std::uint32_t* app_stats(std::size_t row) const
+    {
+        return reinterpret_cast<std::uint32_t*>(apps.row(row) + RE_image_app_counters_at);
+    }
+    RE_stat_app_header* app_header(std::size_t row) const
+    {
+        return reinterpret_cast<RE_stat_app_header*>(apps.row(row) + RE_image_app_counters_at +
+                                                     RE_image_app_counters_size(counts.app));
+    }
 
     // Checks the `size` bytes at `base` (8-byte aligned, there for as long as the image is used) and points into them.
     // Nothing in them is trusted; of a saved image every byte is checked. Returns 0 or an RE_stat_error.

@@ -1,5 +1,6 @@
 #include "RE_stat_segment.h"
 
+#include "RE_descriptor.h"
 #include "RE_stat_image.h"
 #include "RE_syslog.h"
 #include "RE_user.h"
@@ -21,9 +22,7 @@ constexpr const char* default_segment_name = "kav_statistics";
 
 struct flock lock_request(short type)
 {
-    struct flock request
-    {
-    };
+    struct flock request = {};
     request.l_type = type;
     request.l_whence = SEEK_SET;
     request.l_len = 1;
@@ -64,29 +63,18 @@ bool is_segment_lock_held(int descriptor)
 
 bool is_live_segment(const char* path)
 {
-    struct stat found
-    {
-    };
+    struct stat found = {};
     if (stat(path, &found) != 0 || !S_ISREG(found.st_mode)) {
         return false;
     }
-    const int descriptor = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor < 0) {
-        return false;
-    }
-    const bool b_live = is_segment_lock_held(descriptor) && has_image_magic(descriptor);
-    ::close(descriptor);
-    return b_live;
+    const RE_descriptor segment(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    return segment.is_open() && is_segment_lock_held(segment.number()) && has_image_magic(segment.number());
 }
 
 bool is_name_of(const char* path, int descriptor)
 {
-    struct stat opened
-    {
-    };
-    struct stat named
-    {
-    };
+    struct stat opened = {};
+    struct stat named = {};
     return fstat(descriptor, &opened) == 0 && lstat(path, &named) == 0 && opened.st_ino == named.st_ino &&
            opened.st_dev == named.st_dev;
 }
@@ -95,13 +83,11 @@ void report_segment_of_earlier_layout(const char* name)
 {
     char path[sizeof "/dev/shm/" + NAME_MAX];
     std::snprintf(path, sizeof path, "/dev/shm/%s", name);
-    struct stat found
-    {
-    };
-    const int descriptor = ::open(path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-    const bool b_hidden = descriptor < 0 && errno == EACCES;
-    const bool b_image =
-        descriptor >= 0 && fstat(descriptor, &found) == 0 && S_ISREG(found.st_mode) && has_image_magic(descriptor);
+    struct stat found = {};
+    const RE_descriptor segment(::open(path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    const bool b_hidden = !segment.is_open() && errno == EACCES;
+    const bool b_image = segment.is_open() && fstat(segment.number(), &found) == 0 && S_ISREG(found.st_mode) &&
+                         has_image_magic(segment.number());
     if (b_image || (b_hidden && lstat(path, &found) == 0)) {
         char owner[RE_user_text_size];
         __re_syslog(
@@ -110,8 +96,5 @@ void report_segment_of_earlier_layout(const char* name)
             "publish in /run/kav, $XDG_RUNTIME_DIR/kav or /dev/shm/kav-UID: stop that engine and start one of "
             "this release",
             path, user_text(found.st_uid, owner));
-    }
-    if (descriptor >= 0) {
-        ::close(descriptor);
     }
 }

@@ -4,15 +4,15 @@
 // Counters are updated with relaxed atomic operations, records under a sequence counter per slot, so that no reader
 // ever slows or blocks the engine. All operations but create(), publish_again() and close() may be called from several
 // threads at once. Slots are storage places counted from 0. A slot, an id or a size that is out of range changes
-// nothing; operations with an int result then return -EINVAL.
+// nothing; operations with an int result then return -EINVAL. Debug builds of the library stop at an id that is out of
+// range.
 #pragma once
 
+#include "RE_bypass_table.h"
 #include "RE_statistics.h"
 
 #include <ctime>
 #include <memory>
-#include <span>
-#include <string>
 
 // How much room a segment has.
 struct RE_stat_limits
@@ -21,26 +21,6 @@ struct RE_stat_limits
     int connections = 1024;  // 1 to 1,000,000
     int applications = 1024; // 1 to 65,536
     int nacks = 4096;        // entries of the NACK log before it wraps, 1 to 1,000,000
-};
-
-// Why a server's traffic goes around the engine, as the auto-bypass table tells it.
-enum class RE_bypass_reason : std::uint32_t
-{
-    low_compression = 1, // the engine removed too little to be worth its work
-    configured = 2,      // the configuration says so
-    repeated_nacks = 3,  // the peer could not decode too often
-};
-
-// One server whose traffic goes around the engine.
-struct RE_bypass_entry
-{
-    std::uint32_t server_ip; // host order
-    std::uint16_t server_port;
-    RE_bypass_reason reason;
-    std::int64_t since;        // seconds since the epoch
-    std::int64_t next_attempt; // when the engine tries it again, seconds since the epoch; 0 for never
-    std::uint64_t bytes;       // gone around the engine since then
-    std::uint64_t connections; // gone around the engine since then
 };
 
 class RE_stat_writer
@@ -73,24 +53,22 @@ public:
 
     void set_config(const RE_stat_config_param& config);
 
-    // id: an RE_stat_global_id.
-    void add_global(int id, long long delta);
-    void set_global(int id, long long value);
-    long long get_global(int id) const;
+    void add_global(RE_stat_global_id id, long long delta);
+    void set_global(RE_stat_global_id id, long long value);
+    long long get_global(RE_stat_global_id id) const;
 
     // Adds a peer and returns its slot, or -ENOSPC.
     int add_peer(int peer_id, const RE_stat_peer_header& header);
     void update_peer(int peer_slot, const RE_stat_peer_header& header);
     // Retires a peer; its connections keep their figures and its number, the global figures stay.
     void remove_peer(int peer_slot);
-    // id: an RE_stat_peer_id.
-    void add_peer_stat(int peer_slot, int id, long long delta);
-    void set_peer_stat(int peer_slot, int id, long long value);
-    long long get_peer_stat(int peer_slot, int id) const;
+    void add_peer_stat(int peer_slot, RE_stat_peer_id id, long long delta);
+    void set_peer_stat(int peer_slot, RE_stat_peer_id id, long long value);
+    long long get_peer_stat(int peer_slot, RE_stat_peer_id id) const;
 
     // Adds a connection with the peer in `peer_slot` and returns its slot. When all are taken, the connection that
     // closed first gives up its place; -ENOSPC when all are open. Counts it: the total and active connections of the
-    // engine and of the peer.
+    // engine and of the peer, and the peers with active connections, now and at most.
     int open_conn(int peer_slot, const RE_stat_conn_header& header, const SO_stat_conn_header& so_header,
                   std::time_t open_time);
     void update_conn_so_header(int conn_slot, const SO_stat_conn_header& so_header);
@@ -102,17 +80,17 @@ public:
     void release_conn(int conn_slot);
 
     // Adds to a connection's figure, and with the same call to its peer's and to the engine's sum, so that the three
-    // always agree. id: an RE_stat_conn_id.
-    void add_conn_stat(int conn_slot, int id, long long delta);
+    // always agree.
+    void add_conn_stat(int conn_slot, RE_stat_conn_id id, long long delta);
     // Sets a connection's current value (bytes pending, say); the two sums move by the difference.
-    void set_conn_stat(int conn_slot, int id, long long value);
-    long long get_conn_stat(int conn_slot, int id) const;
+    void set_conn_stat(int conn_slot, RE_stat_conn_id id, long long value);
+    long long get_conn_stat(int conn_slot, RE_stat_conn_id id) const;
 
     // The slot of the application that `key` names (handle, server port, source-port flag, peer), made at the first
     // call for it; -ENOSPC when all slots are taken.
     int find_or_add_app(const RE_stat_app_header& key);
-    // id: an RE_stat_app_id. Application counters wrap at 2^32.
-    void add_app_stat(int app_slot, int id, std::uint32_t delta);
+    // Application counters wrap at 2^32.
+    void add_app_stat(int app_slot, RE_stat_app_id id, std::uint32_t delta);
     // Connections of the application opened and closed.
     void add_app_conns(int app_slot, std::uint32_t opened, std::uint32_t closed);
 
@@ -128,17 +106,3 @@ private:
     struct implementation;
     std::unique_ptr<implementation> m_impl;
 };
-
-// The names behind a handle, for a section of a top-application log.
-struct RE_top_app_log_name
-{
-    RE_stat_policy_engine_handler handler;
-    RE_stat_policy_engine_header names;
-};
-
-// Appends one section (names, then records whose handles they explain) to a top-application log file, which is made
-// when it is not there. A section is written as a whole or, after an error, taken back; a report that is made of the
-// log meanwhile has all of it or nothing. Waits for nobody longer than a tenth of a second. Returns 0, -EINVAL when the
-// log is no regular file, -ELOOP when it is a link or a link on the way there may be somebody else's, or -errno.
-int append_top_app_log(const std::string& path, std::span<const RE_top_app_log_name> names,
-                       std::span<const RE_stat_app_struct> records);

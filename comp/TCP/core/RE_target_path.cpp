@@ -113,9 +113,7 @@ int target_walk::look(struct stat& found)
     if (is_at_end()) {
         return 0;
     }
-    struct stat around
-    {
-    };
+    struct stat around = {};
     if (!S_ISDIR(found.st_mode) || !look_at_folder_of(m_place, around)) {
         return RE_STAT_ERR_TARGET;
     }
@@ -170,9 +168,7 @@ int target_walk::judge_missing(struct stat& found)
 
 bool is_planted(const char* path, const struct stat& found)
 {
-    struct stat folder
-    {
-    };
+    struct stat folder = {};
     if (!look_at_folder_of(path, folder)) {
         return true;
     }

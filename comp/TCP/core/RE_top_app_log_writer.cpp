@@ -1,54 +1,30 @@
+#include "RE_top_app_log_writer.h"
+
+#include "RE_descriptor.h"
 #include "RE_stat_error.h"
-#include "RE_stat_writer.h"
 #include "RE_target_path.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <ctime>
 #include <mutex>
-#include <utility>
 #include <vector>
 
 namespace {
 
 constexpr RE_stat_policy_engine_handler handler_limit = 1024;
 
-// Closes the descriptor, unless close() has.
-class log_file
-{
-public:
-    explicit log_file(int fd) : m_fd(fd) {}
-    ~log_file() { close(); }
-    log_file(const log_file&) = delete;
-    log_file& operator=(const log_file&) = delete;
-
-    int fd() const { return m_fd; }
-    // Returns 0 or -errno. What has been written may get lost as late as here.
-    int close()
-    {
-        const int fd = std::exchange(m_fd, -1);
-        return fd >= 0 && ::close(fd) != 0 && errno != EINTR ? -errno : 0;
-    }
-
-private:
-    int m_fd;
-};
-
 // Whatever is found there, neither opening nor writing may make an engine wait. Returns a descriptor or -errno.
 int open_log(const std::string& path)
 {
     char resolved[PATH_MAX];
-    struct stat found
-    {
-    };
+    struct stat found = {};
     if (resolve_target(path.c_str(), resolved, found) == RE_STAT_ERR_PLANTED_LINK) {
         return -ELOOP;
     }
@@ -65,9 +41,7 @@ int open_log(const std::string& path)
 void lock_for_appending(int fd)
 {
     constexpr int most_tries = 100; // a millisecond each
-    struct flock request
-    {
-    };
+    struct flock request = {};
     request.l_type = F_WRLCK;
     request.l_whence = SEEK_SET;
     for (int tries = 0; tries < most_tries && fcntl(fd, F_OFD_SETLK, &request) != 0; ++tries) {
@@ -83,52 +57,29 @@ void append_image(std::vector<unsigned char>& bytes, const value_type& value)
     bytes.insert(bytes.end(), image, image + sizeof value);
 }
 
-// The section up to its first record.
-std::vector<unsigned char> section_head(std::span<const RE_top_app_log_name> names, std::uint32_t record_count)
+std::vector<unsigned char> section_of(std::span<const RE_top_app_log_name> names,
+                                      std::span<const RE_stat_app_struct> records)
 {
     constexpr std::size_t name_entry_size = 86;
-    std::vector<unsigned char> head;
-    head.reserve(12 + names.size() * name_entry_size);
-    append_image(head, std::uint32_t{RE_STAT_TOP_APP_LOG_BELVANO});
-    append_image(head, static_cast<std::uint32_t>(names.size()));
+    std::vector<unsigned char> section;
+    section.reserve(12 + names.size() * name_entry_size + records.size() * sizeof(RE_stat_app_log_record));
+    append_image(section, std::uint32_t{RE_STAT_TOP_APP_LOG_BELVANO});
+    append_image(section, static_cast<std::uint32_t>(names.size()));
     for (const RE_top_app_log_name& name : names) {
-        append_image(head, name.names);
-        append_image(head, name.handler);
+        append_image(section, name.names);
+        append_image(section, name.handler);
     }
-    append_image(head, record_count);
-    return head;
-}
-
-// Writes both parts, with one system call if the file takes them. written: how much of them. Returns 0 or -errno.
-int write_section(int fd, std::span<const unsigned char> head, std::span<const RE_stat_app_struct> records,
-                  std::size_t& written)
-{
-    std::array<iovec, 2> parts{{{const_cast<unsigned char*>(head.data()), head.size()},
-                                {const_cast<RE_stat_app_struct*>(records.data()), records.size_bytes()}}};
-    written = 0;
-    while (parts[0].iov_len + parts[1].iov_len > 0) {
-        const ssize_t count = writev(fd, parts.data(), static_cast<int>(parts.size()));
-        if (count <= 0) {
-            return count < 0 ? -errno : -EIO;
-        }
-        auto left = static_cast<std::size_t>(count);
-        written += left;
-        for (iovec& part : parts) {
-            const std::size_t of_part = std::min(left, part.iov_len);
-            part.iov_base = static_cast<unsigned char*>(part.iov_base) + of_part;
-            part.iov_len -= of_part;
-            left -= of_part;
-        }
+    append_image(section, static_cast<std::uint32_t>(records.size()));
+    for (const RE_stat_app_struct& record : records) {
+        append_image(section, app_record_as<RE_stat_app_log_record>(record));
     }
-    return 0;
+    return section;
 }
 
 // Half a section would make the whole log unreadable. One that another process has appended meanwhile stays.
 int take_back(int fd, off_t size_before, std::size_t written)
 {
-    struct stat now
-    {
-    };
+    struct stat now = {};
     const bool b_alone = fstat(fd, &now) == 0 && now.st_size == size_before + static_cast<off_t>(written);
     return b_alone && ftruncate(fd, size_before) != 0 ? -errno : 0;
 }
@@ -143,7 +94,7 @@ int append_top_app_log(const std::string& path, std::span<const RE_top_app_log_n
         records.size() > UINT32_MAX) {
         return -EINVAL;
     }
-    const std::vector<unsigned char> head = section_head(names, static_cast<std::uint32_t>(records.size()));
+    const std::vector<unsigned char> section = section_of(names, records);
 
     // Of this process' threads; other processes see the lock on the file.
     static std::mutex one_section_at_a_time;
@@ -153,10 +104,8 @@ int append_top_app_log(const std::string& path, std::span<const RE_top_app_log_n
     if (fd < 0) {
         return fd;
     }
-    log_file file(fd);
-    struct stat before
-    {
-    };
+    RE_descriptor file(fd);
+    struct stat before = {};
     if (fstat(fd, &before) != 0) {
         return -errno;
     }
@@ -168,9 +117,10 @@ int append_top_app_log(const std::string& path, std::span<const RE_top_app_log_n
         return -errno;
     }
     std::size_t written = 0;
-    if (const int error = write_section(fd, head, records, written)) {
+    if (const int error = write_all(fd, section.data(), section.size(), written)) {
         const int not_taken_back = take_back(fd, before.st_size, written);
-        return not_taken_back != 0 ? not_taken_back : error;
+        return not_taken_back != 0 ? not_taken_back : -error;
     }
-    return file.close();
+    // What has been written may get lost as late as here.
+    return file.close() || errno == EINTR ? 0 : -errno;
 }

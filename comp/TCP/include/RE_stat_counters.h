@@ -89,9 +89,9 @@ inline constexpr RE_stat_metric_info re_stat_metrics[] = {
 #include "RE_stat_counters.def"
 };
 
-// Whether the descriptions hold every id from 0 to count - 1, each once and in order.
+// Whether the descriptions hold every id from 0 to count - 1, each once and in order. end_mark: an id that has none.
 template <std::size_t Size>
-constexpr bool describes_every_id(const RE_stat_counter_info (&counters)[Size], int count)
+constexpr bool describes_every_id(const RE_stat_counter_info (&counters)[Size], int count, int end_mark = -1)
 {
     int next_id = 0;
     for (const RE_stat_counter_info& counter : counters) {
@@ -99,14 +99,12 @@ constexpr bool describes_every_id(const RE_stat_counter_info (&counters)[Size], 
             return false;
         }
         next_id = counter.last_id + 1;
+        next_id += next_id == end_mark ? 1 : 0;
     }
     return next_id == count;
 }
 
-// The ranges fill the ids up to the end mark of the last one. The mark has a place of its own among the global
-// counters, and nothing is counted there.
-static_assert(describes_every_id(re_stat_global_counters, SO_STAT_HWFQ_BYTES_MAX));
-static_assert(SO_STAT_HWFQ_BYTES_MAX + 1 == RE_STAT_GLOBAL_ID_MAX);
+static_assert(describes_every_id(re_stat_global_counters, RE_STAT_GLOBAL_ID_MAX, SO_STAT_HWFQ_BYTES_MAX));
 static_assert(describes_every_id(re_stat_peer_counters, RE_STAT_PEER_ID_MAX));
 static_assert(describes_every_id(re_stat_conn_counters, RE_STAT_CONN_ID_MAX));
 static_assert(describes_every_id(re_stat_app_counters, RE_STAT_APP_ID_MAX));

@@ -5,9 +5,12 @@
 #pragma once
 
 #include "RE_context_id.h"
+#include "RE_stat_ids.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 // How much of a peer or connection a view prints.
 enum RE_show_type : int
@@ -314,12 +317,31 @@ static_assert(sizeof(RE_stat_app_header) == 28);
 // The traffic of one application: counters in kilobytes and messages (wrapping at 2^32), indexed by RE_stat_app_id.
 struct RE_stat_app_struct
 {
-    std::uint32_t m_id_array[18];
+    std::uint32_t m_id_array[RE_STAT_APP_ID_MAX];
     RE_stat_app_header m_header;
 };
 static_assert(offsetof(RE_stat_app_struct, m_id_array) == 0);
-static_assert(offsetof(RE_stat_app_struct, m_header) == 72);
-static_assert(sizeof(RE_stat_app_struct) == 100);
+static_assert(offsetof(RE_stat_app_struct, m_header) == sizeof(RE_stat_app_struct::m_id_array));
+static_assert(sizeof(RE_stat_app_struct) == sizeof(RE_stat_app_struct::m_id_array) + sizeof(RE_stat_app_header));
+
+// The same as a top-application log holds it: with the first 18 counters, however many an engine keeps. A log does not
+// say how large its records are.
+struct RE_stat_app_log_record
+{
+    std::uint32_t m_id_array[18];
+    RE_stat_app_header m_header;
+};
+static_assert(sizeof(RE_stat_app_log_record) == 100);
+
+// One of these records as the other; counters that only one of them has are 0 or left out.
+template <typename To, typename From>
+To app_record_as(const From& from)
+{
+    To to{};
+    std::memcpy(to.m_id_array, from.m_id_array, std::min(sizeof to.m_id_array, sizeof from.m_id_array));
+    to.m_header = from.m_header;
+    return to;
+}
 
 // The names of an application: its own and that of the classifier which recognised it. A name ends at its NUL or at its
 // array's end.

@@ -3,53 +3,11 @@
 #pragma once
 
 #include "RE_context_id.h"
+#include "RE_stat_ids.h"
 #include "RE_stat_records.h"
 
 #include <cstdint>
 #include <ctime>
-
-// Counters of the engine as a whole, the ids of read_global_stat.
-enum RE_stat_global_id : int
-{
-#define RE_STAT_GLOBAL(value, enumerator, ...) enumerator = (value),
-#define RE_STAT_GLOBAL_RANGE(first, last, enumerator, ...) enumerator = (first),
-#include "RE_stat_counters.def"
-    SO_STAT_RC_MAX = 123,
-    SO_STAT_HWFQ_BYTES_MAX = 383,
-    RE_STAT_GLOBAL_ID_MAX = 384,
-};
-
-// Counters of one peer, the ids of read_peer_stat.
-enum RE_stat_peer_id : int
-{
-#define RE_STAT_PEER(value, enumerator, ...) enumerator = (value),
-#include "RE_stat_counters.def"
-    RE_STAT_PEER_ID_MAX = 42,
-};
-
-// Counters of connections, the ids of read_conn_stat, read_peer_conn_stat and read_global_conn_stat. Bytes, times and
-// sizes come first, counts of events from RE_STAT_CONN_ID_MAX_LONG_LONG on.
-enum RE_stat_conn_id : int
-{
-#define RE_STAT_CONN(value, enumerator, ...) enumerator = (value),
-#include "RE_stat_counters.def"
-    RE_STAT_CONN_ID_MAX_LONG_LONG = 81,
-    RE_STAT_CONN_ID_MAX = 166,
-};
-
-// Counters of one application, indexes into RE_stat_app_struct::m_id_array.
-enum RE_stat_app_id : int
-{
-#define RE_STAT_APP(value, enumerator, ...) enumerator = (value),
-#include "RE_stat_counters.def"
-    RE_STAT_APP_ID_MAX = 18,
-};
-
-static_assert(RE_STAT_GLOBAL_ID_SEGMENT_PADDING_SIZE == 84 && SO_STAT_JOB_NUM_F_IO == 85);
-static_assert(SO_STAT_RESET_CONN_NUM == 103 && SO_STAT_RC_NONE == 104);
-static_assert(SO_STAT_HWFQ_BYTES_DSCP_BASE == 123 && SO_STAT_HWFQ_BYTES_CLASS_BASE == 127);
-static_assert(SO_STAT_DECODE_BYPASS_BYTES == 80 && RE_STAT_CONN_ID_ENCODE_NUM_MSGS == RE_STAT_CONN_ID_MAX_LONG_LONG);
-static_assert(sizeof(RE_stat_app_struct::m_id_array) / sizeof(std::uint32_t) == RE_STAT_APP_ID_MAX);
 
 enum RE_stat_reader_type : int
 {

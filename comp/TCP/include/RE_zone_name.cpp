@@ -13,9 +13,7 @@ namespace {
 bool is_odd(const char* folder, const char* name)
 {
     char path[PATH_MAX];
-    struct stat status
-    {
-    };
+    struct stat status = {};
     const int length = name[0] == '/' ? std::snprintf(path, sizeof path, "%s", name)
                                       : std::snprintf(path, sizeof path, "%s/%s", folder, name);
     const bool b_there = length > 0 && length < PATH_MAX && stat(path, &status) == 0;

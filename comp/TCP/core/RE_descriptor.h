@@ -1,0 +1,40 @@
+// A file descriptor that closes itself.
+#pragma once
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <utility>
+
+class RE_descriptor
+{
+public:
+    RE_descriptor() = default;
+    // number: one to be owned, or anything negative.
+    explicit RE_descriptor(int number) : m_number(number) {}
+    ~RE_descriptor() { close(); }
+    RE_descriptor(RE_descriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
+    RE_descriptor& operator=(RE_descriptor&& other) noexcept
+    {
+        std::swap(m_number, other.m_number);
+        return *this;
+    }
+    RE_descriptor(const RE_descriptor&) = delete;
+    RE_descriptor& operator=(const RE_descriptor&) = delete;
+
+    int number() const { return m_number; }
+    bool is_open() const { return m_number >= 0; }
+    // False, with errno, when what was written may be lost; closed all the same.
+    bool close()
+    {
+        const int number = std::exchange(m_number, -1);
+        return number < 0 || ::close(number) == 0;
+    }
+
+private:
+    int m_number = -1;
+};
+
+// Writes all of it, however long that takes. written: how much of it, even after an error. Returns 0 or an errno.
+int write_all(int descriptor, const void* bytes, std::size_t size, std::size_t& written);
