@@ -2,8 +2,8 @@
 #include "RE_application.h"
 #include "RE_auto_bypass.h"
 #include "RE_bypass_table.h"
-#include "RE_statistics.h"
 #include "RE_ip.h"
+#include "RE_statistics.h"
 
 #include "engine_process.h"
 #include "test_bytes.h"

@@ -258,7 +258,12 @@ struct RE_image_view
 template <typename Row>
 struct RE_image_rows : RE_image_view
 {
-    Row& operator[](std::size_t number) const { return *reinterpret_cast<Row*>(row(number)); }
+    // number: of any integer type, as slots are signed and rows are not; 0 or above.
+    template <typename Number>
+    Row& operator[](Number number) const
+    {
+        return *reinterpret_cast<Row*>(row(static_cast<std::size_t>(number)));
+    }
 };
 
 // One family of counters in the rows of a section.

@@ -373,8 +373,7 @@ RE_image_peer_counters* RE_stat_writer::implementation::peer_counters_of(int con
 {
     const std::uint64_t peer = load_relaxed(&conns[static_cast<std::size_t>(conn_slot)].peer);
     const int slot = static_cast<int>(static_cast<std::uint32_t>(peer));
-    const bool b_there = is_slot(slot, peer_slots_used) &&
-                         load_relaxed(&image().peers[static_cast<std::size_t>(slot)].generation) == peer >> 32U;
+    const bool b_there = is_slot(slot, peer_slots_used) && load_relaxed(&image().peers[slot].generation) == peer >> 32U;
     return b_there ? &peer_counters[slot] : nullptr;
 }
 
