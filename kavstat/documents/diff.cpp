@@ -3,6 +3,7 @@
 #include "format/text.h"
 #include "model/change.h"
 #include "model/counter_names.h"
+#include "model/record_fields.h"
 
 #include <algorithm>
 #include <array>
@@ -117,6 +118,18 @@ void add_figures(section& rows, CounterScope scope, const Figures& before, const
     }
 }
 
+// The fields that are quantities.
+template <typename Record>
+void add_fields(section& rows, Fields<Record> fields, const Record& before, const Record& after)
+{
+    for (const Field<Record>& field : fields) {
+        const FieldValue value = field.value(before);
+        if (const auto* const quantity = std::get_if<long long>(&value); quantity != nullptr && field.unit) {
+            rows.add(field.key, *field.unit, RE_stat_kind::current, *quantity, std::get<long long>(field.value(after)));
+        }
+    }
+}
+
 std::string peer_title(const SnapshotPeer& peer)
 {
     const std::string host = plain_text(text_in(peer.header.m_peer_host_name));
@@ -163,8 +176,7 @@ public:
     {
         write_head();
         section engine("engine", m_b_restarted, m_seconds, m_b_all);
-        engine.add("active_connections", RE_stat_unit::connections, RE_stat_kind::current,
-                   m_before.snapshot.active_connections, m_after.snapshot.active_connections);
+        add_fields(engine, engine_fields, m_before.snapshot, m_after.snapshot);
         add_figures(engine, CounterScope::engine, m_before.snapshot.engine, m_after.snapshot.engine);
         engine.print(m_output);
         section connections("all connections", m_b_restarted, m_seconds, m_b_all);
@@ -205,8 +217,7 @@ private:
             const bool b_new = found == before.end();
             const SnapshotPeer& earlier = b_new ? nobody : *found->second;
             section figures(peer_title(*peer) + (b_new ? ", new" : ""), m_b_restarted, m_seconds, m_b_all || b_new);
-            figures.add("active_connections", RE_stat_unit::connections, RE_stat_kind::current,
-                        earlier.active_connections, peer->active_connections);
+            add_fields(figures, peer_fields, earlier, *peer);
             add_figures(figures, CounterScope::peer, earlier.figures, peer->figures);
             figures.print(m_output);
             section connections(peer_title(*peer) + ", connections", m_b_restarted, m_seconds, m_b_all);
