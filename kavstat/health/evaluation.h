@@ -86,7 +86,7 @@ struct Finding
     int peer_number = -1;
     std::string host_name;   // the peer's, as it sent it: any bytes
     std::string kav_peer_id; // of a peer or of an application's peer
-    std::string application; // as the metrics' label has it
+    std::string application; // application_label() of it
     PendingConnection connection;
 
     // "peer 3 branch-3.example.net", printable ASCII alone.

@@ -222,7 +222,9 @@ std::string subject_template(RuleScope scope)
     case RuleScope::peer:
         return "Peer {{ $labels.peer }} {{ $labels.host_name }} of " + engine;
     case RuleScope::application:
-        return "Application {{ $labels.application }} with peer {{ $labels.peer }} of " + engine;
+        return "Application {{ $labels.port }}{{ if ne $labels.handle \"0\" }} (handle {{ $labels.handle }}){{ end }} with "
+               "peer {{ $labels.peer }} of " +
+               engine;
     case RuleScope::engine:
     case RuleScope::connection:
         break;

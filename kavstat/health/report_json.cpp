@@ -80,7 +80,7 @@ ordered_json finding_schema()
                    {"peer", type(or_null_type("integer"), "the peer's number, -1 when it is gone")},
                    {"host_name", type(or_null_type("string"), "the peer's name, as it sent it")},
                    {"kav_peer_id", type(or_null_type("string"), "the peer engine's identity")},
-                   {"application", type(or_null_type("string"), "as the metrics' label has it")},
+                   {"application", type(or_null_type("string"), "its port, with -source when it is the client's and -handleN when it has names")},
                    {"connection", type(or_null_type("integer"), "the connection's id")},
                    {"text", type("string", "figure and threshold, for people")},
                    {"value", type(or_null_type("number"), "the figure in base units: bytes, seconds, a ratio")},

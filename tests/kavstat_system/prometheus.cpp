@@ -8,20 +8,22 @@
 
 namespace {
 
-std::string configuration(const std::string& folder, const std::vector<int>& ports)
+std::string configuration(const std::string& folder, const std::vector<int>& ports, const std::string& rules)
 {
+    const std::string path = folder + "/prometheus.yml";
     std::string targets;
     for (const int port : ports) {
-        targets += (targets.empty() ? "'127.0.0.1:" : ", '127.0.0.1:") + std::to_string(port) + "'";
+        targets += (targets.empty() ? "" : ", ") + ("'127.0.0.1:" + std::to_string(port) + "'");
     }
-    const std::string path = folder + "/prometheus.yml";
     write_file(path, "global:\n"
                      "  scrape_interval: 1s\n"
                      "  scrape_timeout: 1s\n"
-                     "scrape_configs:\n"
-                     "  - job_name: kav\n"
-                     "    static_configs:\n"
-                     "      - targets: [" +
+                     "  evaluation_interval: 1s\n" +
+                         (rules.empty() ? "" : "rule_files: ['" + rules + "']\n") +
+                         "scrape_configs:\n"
+                         "  - job_name: kav\n"
+                         "    static_configs:\n"
+                         "      - targets: [" +
                          targets + "]\n");
     return path;
 }
@@ -39,10 +41,10 @@ std::string escaped_for_query(const std::string& text)
 
 } // namespace
 
-prometheus::prometheus(const std::string& folder, const std::vector<int>& ports)
+prometheus::prometheus(const std::string& folder, const std::vector<int>& ports, const std::string& rules)
     : m_port(free_port()),
       m_program("/usr/bin/prometheus",
-                {"--config.file=" + configuration(folder, ports), "--storage.tsdb.path=" + folder + "/prometheus",
+                {"--config.file=" + configuration(folder, ports, rules), "--storage.tsdb.path=" + folder + "/prometheus",
                  "--web.listen-address=127.0.0.1:" + std::to_string(m_port), "--log.level=error"})
 {}
 

@@ -16,8 +16,9 @@ using stored_series = std::map<std::string, double>;
 class prometheus
 {
 public:
-    // folder: for its data. ports: of what it scrapes, at /metrics.
-    prometheus(const std::string& folder, const std::vector<int>& ports);
+    // folder: for its data. ports: of what it scrapes, at /metrics. rules: a rule file that it evaluates once a second;
+    // none when empty.
+    prometheus(const std::string& folder, const std::vector<int>& ports, const std::string& rules = {});
 
     // What an instant query answers by now.
     stored_series query(const std::string& expression) const;

@@ -1,0 +1,342 @@
+// kavstat health and kavstat rules, as monitors and operators run them.
+#include "health/prometheus_rules.h"
+#include "kavstat_program.h"
+#include "prometheus.h"
+#include "support/contains.h"
+#include "support/demo_engine.h"
+
+#include <regex>
+#include <set>
+#include <sstream>
+#include <thread>
+
+using namespace kavstat;
+
+namespace {
+
+class health_command : public system_test
+{
+protected:
+    std::string save(const std::string& name) const
+    {
+        EXPECT_EQ(run_viewer({"save-file", path(name)}).status, 0);
+        return path(name);
+    }
+    std::string settings(const std::string& text) const
+    {
+        write_file(path("rules.toml"), text);
+        return path("rules.toml");
+    }
+    std::string validate(const std::string& document) const
+    {
+        write_file(path("document.json"), document);
+        write_file(path("schema.json"), run_kavstat({"schema", "--of", "health"}).out);
+        const program_result result =
+            child_program("/usr/bin/python3",
+                          {KAV_TEST_FILES "/validate.py", path("schema.json"), path("document.json")})
+                .finish();
+        EXPECT_EQ(result.err, "");
+        return result.status == 0 ? "valid" : result.out;
+    }
+
+    // An engine with nothing wrong: no peer, no traffic, an old start.
+    static void start_healthy(RE_stat_writer& engine)
+    {
+        ASSERT_EQ(engine.create({8, 16, 8, 8}, 1700000000), 0);
+        engine.set_global(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_ACTIVE);
+        engine.publish();
+    }
+    static const std::vector<std::string> quick;
+};
+
+const std::vector<std::string> health_command::quick = {"health", "--interval", "0.2"};
+
+std::string first_line(const std::string& text)
+{
+    return text.substr(0, text.find('\n'));
+}
+
+} // namespace
+
+TEST_F(health_command, exits_as_monitoring_plugins_do)
+{
+    EXPECT_EQ(run_kavstat(quick).status, 3);
+    EXPECT_EQ(first_line(run_kavstat(quick).out), "KAV UNKNOWN: no engine is running");
+    RE_stat_writer engine;
+    start_healthy(engine);
+    const program_result healthy = run_kavstat(quick);
+    EXPECT_EQ(healthy.status, 0);
+    EXPECT_TRUE(std::regex_match(healthy.out, std::regex("KAV OK: healthy - 50 rules, 0 peers, 0 applications, 0 open "
+                                                         "connections; rates over 2[0-9]{2}\\.[0-9] ms\n")))
+        << healthy.out;
+    engine.set_global(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_TEMP_FAILED);
+    EXPECT_EQ(run_kavstat(quick).status, 1);
+    EXPECT_EQ(first_line(run_kavstat(quick).out), "KAV WARNING: 1 problem - engine: cache_temporarily_failed");
+    engine.set_global(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_FAILED);
+    EXPECT_EQ(run_kavstat(quick).status, 2);
+    EXPECT_EQ(first_line(run_kavstat(quick).out), "KAV CRITICAL: 1 problem - engine: cache_failed");
+}
+
+TEST_F(health_command, says_unknown_to_all_that_is_no_verdict)
+{
+    const auto expect_unknown = [](const std::vector<std::string>& arguments, const std::string& line) {
+        const program_result result = run_kavstat(arguments);
+        EXPECT_EQ(result.status, 3) << line;
+        EXPECT_EQ(first_line(result.out), "KAV UNKNOWN: " + line);
+    };
+    RE_stat_writer engine;
+    start_healthy(engine);
+    expect_unknown({"health", "--intervall", "3"}, "The following arguments were not expected: 3 --intervall");
+    expect_unknown({"health", "--interval", "0"}, "--interval: not between 0.1 and 3600 seconds: \"0\"");
+    expect_unknown({"health", "--file", path("none")}, path("none") + ": there is no such file");
+    expect_unknown({"health", "--since", path("none")}, path("none") + ": there is no such file");
+    expect_unknown({"health", "--rules", settings("[nacks]\n")}, path("rules.toml") + ":1: there is no rule \"nacks\"");
+    expect_unknown({"health", "--rules", path("none")}, path("none") + ": cannot be read");
+
+    run_surroundings closed;
+    closed.output = -1;
+    EXPECT_EQ(run_kavstat(quick, closed).status, 3);
+}
+
+TEST_F(health_command, looks_at_saved_files)
+{
+    RE_stat_writer engine;
+    start_healthy(engine);
+    const std::string before = save("before");
+    engine.add_global(RE_STAT_GLOBAL_ID_LOWMEM_LOWEST_RESERVE, 500);
+    engine.add_global(RE_STAT_GLOBAL_ID_LOWMEM_MALLOC_ERROR, 30);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    const std::string after = save("after");
+
+    const program_result one = run_kavstat({"health", "--file", after});
+    EXPECT_EQ(one.status, 0);
+    EXPECT_TRUE(one.out.ends_with("; levels only, as rates take two moments\n")) << one.out;
+    const program_result two = run_kavstat({"health", "--file", before, "--file", after});
+    EXPECT_EQ(two.status, 2);
+    EXPECT_TRUE(contains(two.out, "[low_memory_errors]")) << two.out;
+    const program_result since = run_kavstat({"health", "--since", before});
+    EXPECT_EQ(since.status, 2);
+    EXPECT_TRUE(contains(since.out, "[low_memory_errors]")) << since.out;
+    EXPECT_EQ(run_kavstat({"health", "--since", before, "--file", after}).out, two.out);
+    EXPECT_EQ(first_line(run_kavstat({"health", "--file", after, "--file", before}).out),
+              "KAV UNKNOWN: cannot be compared: " + before + " is older than " + after + "; give the older one first");
+    EXPECT_EQ(run_kavstat({"health", "--file", after, "--file", before}).status, 3);
+    EXPECT_EQ(run_kavstat({"health", "--since", before, "--file", before, "--file", after}).status, 3);
+    EXPECT_EQ(run_kavstat({"health", "--since", before, "--interval", "1"}).status, 3);
+}
+
+TEST_F(health_command, follows_an_engine_that_is_restarted_meanwhile)
+{
+    auto engine = std::make_unique<RE_stat_writer>();
+    start_healthy(*engine);
+    engine->add_global(RE_STAT_GLOBAL_ID_LOWMEM_OPEN_ERROR, 5000);
+    child_program health(built_program("kavstat"), {"health", "--interval", "3"});
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    engine = std::make_unique<RE_stat_writer>();
+    ASSERT_EQ(engine->create({8, 16, 8, 8}, std::time(nullptr)), 0);
+    engine->set_global(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_ACTIVE);
+    engine->publish();
+    const program_result result = health.finish();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(first_line(result.out), "KAV WARNING: 1 problem - engine: engine_restarted");
+    EXPECT_TRUE(contains(result.out, "The engine was started anew between the two moments")) << result.out;
+}
+
+TEST_F(health_command, gives_json_that_its_schema_describes)
+{
+    EXPECT_EQ(validate(run_kavstat({"health", "--json"}).out), "valid");
+    const small_engine engine;
+    const program_result result = run_kavstat({"health", "--json", "--interval", "0.1"});
+    EXPECT_EQ(validate(result.out), "valid") << result.out;
+    const nlohmann::json document = nlohmann::json::parse(result.out);
+    EXPECT_EQ(document.at("exit_status"), result.status);
+    EXPECT_EQ(validate(run_kavstat({"health", "--json", "--file", save("saved")}).out), "valid");
+    nlohmann::json wrong = document;
+    wrong["looked_at"].erase("peers");
+    EXPECT_NE(validate(wrong.dump()), "valid");
+    wrong = document;
+    wrong["status"] = "fine";
+    EXPECT_NE(validate(wrong.dump()), "valid");
+}
+
+TEST_F(health_command, prints_rules_that_keep_to_a_file)
+{
+    const program_result rules = run_kavstat({"rules", "--rules", settings("[peer_slow]\nthreshold = 0.125\n")});
+    EXPECT_EQ(rules.status, 0);
+    EXPECT_TRUE(contains(rules.out, "(kav_peer_ack_round_trip_avg_seconds > 0.125\n"));
+    write_file(path("settings.toml"), run_kavstat({"rules", "--settings"}).out);
+    EXPECT_EQ(run_kavstat({"rules", "--rules", path("settings.toml")}).out, run_kavstat({"rules"}).out);
+    const program_result wrong = run_kavstat({"rules", "--rules", settings("\n[peer_slow]\nthreshold = false\n")});
+    EXPECT_EQ(wrong.status, 2);
+    EXPECT_EQ(wrong.err, "kavstat: " + path("rules.toml") + ":3: a threshold is a number\n");
+}
+
+// ---- Demo engines that are made ill, before a real Prometheus.
+
+namespace {
+
+// An engine that is ill for a while, and the rules that say so.
+struct ill_engine
+{
+    const char* illnesses;
+    std::set<std::string> rules;
+    std::set<std::string> side_effects = {}; // may be broken as well
+};
+
+const std::vector<ill_engine> ill_engines = {
+    {"", {}},
+    {"low-memory,peer-outdated,peer-low-buffer,peer-disconnected,peer-degraded-sigblock,peer-degraded-dataunit",
+     {"low_memory_errors", "plz_turned_off", "memory_reserve_low", "peer_outdated", "peer_low_on_buffers",
+      "peer_disconnected", "peers_degraded_signatures", "peers_degraded_data"}},
+    // What the connection should have brought is missing in the peer's cache.
+    {"conn-stuck", {"connection_stuck"}, {"nacks_frequent", "retransmissions_frequent"}},
+    {"cache-unusable", {"cache_not_usable"}, {"bypass_peer_cache_not_ready", "nacks_frequent"}},
+    {"cache-failed", {"cache_temporarily_failed"}, {"bypass_peer_cache_not_ready", "nacks_frequent"}},
+    {"cache-initialising", {"cache_initializing_long"}, {"bypass_peer_cache_not_ready", "nacks_frequent"}},
+    {"index-full", {"index_table_full"}, {"index_table_nearly_full", "savings_dropped"}},
+    {"cache-small", {"cache_too_small_for_encoding", "cache_too_small_for_decoding"}, {"savings_dropped"}},
+    {"slow-disk", {"cache_reads_slow", "disk_reads_slow"}, {"decoding_slow", "peer_slow"}},
+    {"slow-encode", {"encoding_slow"}, {"peer_slow"}},
+    {"slow-decode", {"decoding_slow"}, {"peer_slow"}},
+    {"bypass",
+     {"bypass_low_memory", "bypass_disk_error", "bypass_disk_overloaded", "bypass_cache_not_ready", "bypass_out_of_sync",
+      "bypass_peer_not_compatible", "bypass_ack_queue", "bypass_peer_waits", "bypass_peer_disk_overloaded",
+      "bypass_peer_disk_error", "bypass_peer_cache_not_ready", "bypass_peer_info_incorrect"},
+     {"savings_dropped"}},
+    {"incompressible", {"bypass_low_compression"}, {"savings_dropped", "application_grows"}},
+    {"nacks", {"nacks_frequent"}, {"wait_queue_stays"}},
+    {"retransmissions", {"retransmissions_frequent"}, {"wait_queue_stays"}},
+    {"peer-out-of-sync", {"peer_out_of_sync", "retransmissions_frequent", "bypass_peer_cache_not_ready"}},
+    {"ack-queue", {"ack_queue_stops_connections", "peer_not_acknowledging"}},
+    // Hardly any message is acknowledged that did not go around, so some seconds may pass without one.
+    {"auto-bypass", {"bypass_low_compression"}, {"peer_not_acknowledging"}},
+    {"peer-far", {"peer_slow"}},
+};
+
+class ill : public health_command
+{
+protected:
+    static constexpr const char* healthy_for = "6s";
+    static constexpr const char* ill_for = "18s";
+
+    std::string segment_of(std::size_t engine) const { return segment() + "_" + std::to_string(engine); }
+    run_surroundings surroundings_of(std::size_t engine) const
+    {
+        run_surroundings surroundings;
+        surroundings.environment = {{"KAV_STAT_SEGMENT", segment_of(engine)}};
+        return surroundings;
+    }
+    std::vector<std::string> arguments_of(const ill_engine& engine) const
+    {
+        std::vector<std::string> arguments = {"--rate", "2", "--bypass-retry", "1", "--peers", "2"};
+        std::istringstream names(engine.illnesses);
+        for (std::string name; std::getline(names, name, ',');) {
+            arguments.insert(arguments.end(), {"--ill", name + "@" + healthy_for + "+" + ill_for});
+        }
+        return arguments;
+    }
+
+    // Rules that are broken by now, by the engine's number, as Prometheus sees it.
+    std::map<std::size_t, std::set<std::string>> firing(const prometheus& store, const std::string& range = {}) const
+    {
+        const std::string alerts = "ALERTS{alertstate=\"firing\"}" + range;
+        std::map<std::size_t, std::set<std::string>> result;
+        for (const auto& [series, value] :
+             store.query("count by (alertname, engine) (label_replace(" +
+                         (range.empty() ? alerts : "max_over_time(" + alerts + ")") +
+                         ", \"engine\", \"$1\", \"instance\", \".*:(.*)\"))")) {
+            std::smatch found;
+            if (std::regex_match(series, found, std::regex("\\{alertname=\"(.*)\",engine=\"(.*)\"\\}"))) {
+                const auto port = std::find(m_ports.begin(), m_ports.end(), std::stoi(found[2].str()));
+                result[static_cast<std::size_t>(port - m_ports.begin())].insert(m_rule_of.at(found[1].str()));
+            }
+        }
+        return result;
+    }
+
+    std::vector<int> m_ports;
+    std::map<std::string, std::string> m_rule_of; // by the alert's name
+};
+
+} // namespace
+
+TEST_F(ill, engines_break_their_rules_and_heal)
+{
+    std::string text = "window = 6\n";
+    for (const Rule& rule : all_rules()) {
+        text += std::string("[") + rule.name + "]\nfor = 0\n";
+        const std::string name = rule.name;
+        // Of other programs on the machine, and of waiting, there is no end in sight here.
+        text += name == "cache_initializing_long" ? "threshold = 1\n" : name == "engine_restarted" ? "enabled = false\n" : "";
+        text += name == "encoding_slow" || name == "decoding_slow" ? "threshold = 0.03\n" : "";
+        m_rule_of[alert_name_of(rule)] = rule.name;
+    }
+    const std::string rules = settings(text);
+    write_file(path("rules.yml"), run_kavstat({"rules", "--rules", rules}).out);
+
+    std::vector<std::unique_ptr<demo_engine>> engines;
+    std::vector<std::unique_ptr<kavstat_server>> servers;
+    for (std::size_t at = 0; at < ill_engines.size(); ++at) {
+        engines.push_back(std::make_unique<demo_engine>(arguments_of(ill_engines[at]), segment_of(at)));
+        servers.push_back(std::make_unique<kavstat_server>(surroundings_of(at)));
+        m_ports.push_back(servers.back()->port());
+    }
+    const prometheus store(folder(), m_ports, path("rules.yml"));
+    for (const auto& engine : engines) {
+        ASSERT_TRUE(engine->says("ready"));
+    }
+
+    // They fall ill after six seconds.
+    std::this_thread::sleep_for(std::chrono::seconds(9));
+    std::vector<std::unique_ptr<child_program>> healths;
+    for (std::size_t at = 0; at < ill_engines.size(); ++at) {
+        healths.push_back(std::make_unique<child_program>(
+            built_program("kavstat"),
+            std::vector<std::string>{"health", "--json", "--interval", "4", "--rules", rules}, surroundings_of(at)));
+    }
+    for (std::size_t at = 0; at < ill_engines.size(); ++at) {
+        const ill_engine& engine = ill_engines[at];
+        const std::string output = healths[at]->finish().out;
+        std::set<std::string> broken;
+        const nlohmann::json document = nlohmann::json::parse(output);
+        for (const nlohmann::json& finding : document.at("findings")) {
+            const auto rule = finding.at("rule").get<std::string>();
+            EXPECT_EQ(finding.at("remedy"), find_rule(rule)->remedy);
+            broken.insert(rule);
+        }
+        for (const std::string& rule : engine.rules) {
+            EXPECT_EQ(broken.erase(rule), 1U) << engine.illnesses << ": " << rule << "\n" << output;
+        }
+        for (const std::string& rule : broken) {
+            EXPECT_TRUE(engine.side_effects.contains(rule)) << engine.illnesses << ": " << rule << "\n" << output;
+        }
+    }
+
+    // Prometheus has seen the same for long enough, and sees their end.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    std::this_thread::sleep_for(std::chrono::seconds(6));
+    const auto fired = firing(store, "[20s]");
+    while (!firing(store).empty() && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    }
+    EXPECT_TRUE(firing(store).empty());
+    for (std::size_t at = 0; at < ill_engines.size(); ++at) {
+        const ill_engine& engine = ill_engines[at];
+        std::set<std::string> broken = fired.contains(at) ? fired.at(at) : std::set<std::string>{};
+        for (const std::string& rule : engine.rules) {
+            const bool b_printed = find_rule(rule)->not_printable == nullptr;
+            EXPECT_EQ(broken.erase(rule), b_printed ? 1U : 0U) << engine.illnesses << ": " << rule;
+        }
+        for (const std::string& rule : broken) {
+            EXPECT_TRUE(engine.side_effects.contains(rule)) << engine.illnesses << ": " << rule;
+        }
+    }
+
+    // Without an engine there is an alert as well, as long as it is missing.
+    engines.front()->stop();
+    const auto missing = [](const stored_series& series) { return series.size() == 1; };
+    const std::string query = "ALERTS{alertname=\"KavNoEngine\",alertstate=\"firing\"}";
+    EXPECT_EQ(store.query_until(query, missing).size(), 1U);
+    const demo_engine again({"--rate", "1"}, segment_of(0));
+    EXPECT_EQ(store.query_until(query, [](const stored_series& series) { return series.empty(); }).size(), 0U);
+}
