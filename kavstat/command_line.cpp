@@ -3,6 +3,7 @@
 #include "commands/commands.h"
 #include "model/counter_names.h"
 #include "serve/http_request.h"
+#include "watch/page.h"
 
 #include <CLI/CLI.hpp>
 
@@ -112,19 +113,18 @@ void add_watch(CLI::App& app, int& status)
     command->add_option("-i,--interval", options->interval, "Seconds between two looks at the engine")
         ->check(CLI::Validator(check_interval, "SECONDS"))
         ->capture_default_str();
-    const auto page = std::make_shared<std::string>(word_of(options->page));
-    std::vector<std::string> pages;
-    for (std::size_t at = 0; at < watch_page_count; ++at) {
-        pages.emplace_back(word_of(static_cast<WatchPage>(at)));
-    }
-    command->add_option("-p,--page", *page, "The page to start with")
+    const std::vector<std::string> pages = watch_page_names();
+    options->page = pages.front();
+    command->add_option("-p,--page", options->page, "The page to start with")
         ->check(CLI::IsMember(pages))
         ->capture_default_str();
+    command->add_option("-f,--file", options->file, file_help);
+    command->add_option("-s,--sort", options->sort, "What the page's rows are ordered by: a key of its JSON");
+    command->add_flag("-r,--reverse", options->b_reverse, "The other way round");
+    command->add_option("--filter", options->filter, "Only rows with this in them");
     command->add_flag("--once", options->b_once, "One report as text, after one interval; as all output to a pipe is");
-    command->callback([options, page, pages, &status] {
-        options->page = static_cast<WatchPage>(std::find(pages.begin(), pages.end(), *page) - pages.begin());
-        status = run_watch(*options);
-    });
+    command->add_flag("--json", options->b_json, "A line of JSON after every interval");
+    command->callback([options, &status] { status = run_watch(*options); });
 }
 
 void add_serve(CLI::App& app, int& status)

@@ -4,7 +4,6 @@
 
 #include "documents/statistics_json.h"
 #include "serve/http_server.h"
-#include "watch/pages.h"
 
 #include <chrono>
 #include <optional>
@@ -66,9 +65,14 @@ int run_serve(const ServeOptions& options);
 
 struct WatchOptions
 {
-    double interval = 1; // seconds between two looks at the engine
-    WatchPage page = WatchPage::engine;
+    double interval = 1;             // seconds between two looks at the engine
+    std::string page;                // the first one when empty
+    std::optional<std::string> file; // the running engine when there is none
+    std::string sort;                // the key of a column; the page's own when empty
+    bool b_reverse = false;
+    std::string filter;
     bool b_once = false; // one report as text
+    bool b_json = false; // a line of JSON for each look
 };
 // Until the user has seen enough, or SIGTERM, SIGINT or SIGHUP.
 int run_watch(const WatchOptions& options);

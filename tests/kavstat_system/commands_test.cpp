@@ -50,6 +50,7 @@ TEST_F(kavstat_command, refuses_mistakes_with_status_2)
                                                             {"watch", "--interval", "0"},
                                                             {"watch", "--interval", "nan"},
                                                             {"watch", "--page", "5"},
+                                                            {"watch", "--page", "peers", "--sort", "rows"},
                                                             {"serve", "--listen", "localhost"},
                                                             {"serve", "--listen", "1.2.3.4:99999"},
                                                             {"serve", "--allow-host", "example.net:80"},
