@@ -51,7 +51,7 @@ std::vector<std::size_t> TablePage::rows_in_sight(const WatchTable& table, RowOr
     m_room = std::max<std::size_t>(room, 1);
     m_first_row = std::min({m_first_row, m_place, order.size() > m_room ? order.size() - m_room : 0});
     m_first_row = std::max(m_first_row, m_place + 1 > m_room ? m_place + 1 - m_room : 0);
-    const std::vector<std::size_t> rows = order.window(m_first_row, room);
+    std::vector<std::size_t> rows = order.window(m_first_row, room);
     m_selected = {};
     if (table.subject && m_place - m_first_row < rows.size()) {
         m_selected = table.subject(rows[m_place - m_first_row]);

@@ -41,6 +41,6 @@ void add_counters(std::vector<CounterRow>& rows, CounterScope scope, const char*
 }
 
 // Grouped by area. capture_time: ages are told from it.
-WatchTable table_of_counters(std::vector<CounterRow> rows, std::time_t capture_time, const WatchFrame& frame);
+WatchTable table_of_counters(std::vector<CounterRow> counters, std::time_t capture_time, const WatchFrame& frame);
 
 } // namespace kavstat
