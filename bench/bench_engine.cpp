@@ -5,7 +5,7 @@
 //
 // Without options it is of ordinary size: 30 peers, 600 connections, 100 NACKs, 50 applications.
 // --slots N  room for connections (default: as many as there are, at least 1,024)
-#include "RE_stat_writer.h"
+#include "support/engine_shapes.h"
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,7 +19,7 @@
 
 namespace {
 
-struct engine_shape
+struct bench_shape
 {
     int peers = 30;
     int conns = 600;
@@ -29,7 +29,7 @@ struct engine_shape
 };
 
 // Reads the options into `shape`. Returns the index of the command's first word, or -1.
-int parse(int argc, char** argv, engine_shape& shape)
+int parse(int argc, char** argv, bench_shape& shape)
 {
     struct
     {
@@ -63,7 +63,7 @@ int parse(int argc, char** argv, engine_shape& shape)
 class published_engine
 {
 public:
-    explicit published_engine(const engine_shape& shape) : m_shape(shape)
+    explicit published_engine(const bench_shape& shape) : m_shape(shape)
     {
         RE_stat_limits limits;
         limits.peers = std::max(shape.peers, 1);
@@ -143,13 +143,11 @@ private:
             RE_stat_app_header key{};
             key.set(RE_kav_peer_id{}, static_cast<std::uint16_t>(number + 1), false);
             const int slot = m_writer.find_or_add_app(key);
-            for (int id = 0; id < RE_STAT_APP_ID_MAX; ++id) {
-                m_writer.add_app_stat(slot, id, static_cast<std::uint32_t>(below(1U << 20U)));
-            }
+            add_app_figures(m_writer, slot, [this](int) { return below(1U << 20U); });
         }
     }
 
-    engine_shape m_shape;
+    bench_shape m_shape;
     std::time_t m_now = std::time(nullptr);
     std::mt19937_64 m_random{1}; // the same engine in every run
     RE_stat_writer m_writer;
@@ -159,7 +157,7 @@ private:
 
 int main(int argc, char** argv)
 {
-    engine_shape shape;
+    bench_shape shape;
     const int command = parse(argc, argv, shape);
     if (command < 0) {
         std::fprintf(stderr, "usage: bench_engine [--peers N] [--conns N] [--slots N] [--nacks N] [--apps N] "

@@ -1,12 +1,13 @@
-// What a scrape costs: an engine of 1,000 peers and 100,000 connections, scraped by the real exporter over HTTP.
+// What a scrape costs: an engine of 1,000 peers, 100,000 connections and 20,000 applications, scraped by the real
+// exporter over HTTP.
 //
-//   bench_kavstat [PEERS] [CONNECTIONS]         prints the time, size, processor time and memory of scrapes
-//   bench_kavstat PEERS CONNECTIONS hold        only holds the engine up, for valgrind and others to look at
+//   bench_kavstat [PEERS CONNECTIONS APPLICATIONS]     prints the time, size, processor time and memory of scrapes
+//   bench_kavstat PEERS CONNECTIONS APPLICATIONS hold  only holds the engine up, for valgrind and others to look at
 //
 // Instructions of one exposition:
-//   bench_kavstat 1000 100000 hold &  valgrind --tool=callgrind kavstat metrics >/dev/null
+//   bench_kavstat 1000 100000 20000 hold &  valgrind --tool=callgrind kavstat metrics >/dev/null
 // The engine's side is told by its own processor time while it is scraped: nobody calls it, so there is none.
-#include "RE_stat_writer.h"
+#include "support/engine_shapes.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -30,11 +31,12 @@ namespace {
 
 using clock_type = std::chrono::steady_clock;
 
-void fill(RE_stat_writer& engine, int peers, int conns)
+void fill(RE_stat_writer& engine, int peers, int conns, int apps)
 {
     RE_stat_limits limits;
     limits.peers = peers;
     limits.connections = conns;
+    limits.applications = apps;
     if (engine.create(limits, std::time(nullptr)) != 0) {
         std::puts("no segment to be had");
         std::exit(1);
@@ -44,16 +46,23 @@ void fill(RE_stat_writer& engine, int peers, int conns)
         std::memcpy(header.m_kav_peer_id.m_data, &peer, sizeof peer);
         std::snprintf(header.m_peer_host_name, sizeof header.m_peer_host_name, "branch-%d.example.net", peer);
         const int slot = engine.add_peer(peer, header);
-        for (int id = 0; id < RE_STAT_PEER_ID_MAX; ++id) {
-            engine.set_peer_stat(slot, id, 123456789LL * (id + 1));
-        }
+        set_peer_figures(engine, slot, [](int id) { return 123456789LL * (id + 1); });
     }
     for (int conn = 0; conn < conns; ++conn) {
         RE_stat_conn_header header{};
         header.m_conn_id = conn;
         const int slot = engine.open_conn(conn % peers, header, {}, 1);
-        for (int id = 0; id < RE_STAT_CONN_ID_MAX; ++id) {
-            engine.add_conn_stat(slot, id, 1000 + id);
+        add_conn_figures(engine, slot, [](int id) { return 1000 + id; });
+    }
+    for (int app = 0; app < apps; ++app) {
+        const int peer = app % peers;
+        RE_kav_peer_id identity{};
+        std::memcpy(identity.m_data, &peer, sizeof peer);
+        RE_stat_app_header header{};
+        header.set(identity, static_cast<std::uint16_t>(80 + app / peers), false);
+        const int slot = engine.find_or_add_app(header);
+        for (int id = 0; id < RE_STAT_APP_ID_MAX; ++id) {
+            engine.add_app_stat(slot, id, static_cast<std::uint32_t>(123456 * (id + 1)));
         }
     }
     engine.publish();
@@ -140,6 +149,7 @@ int main(int argc, char** argv)
 {
     const int peers = argc > 1 ? std::atoi(argv[1]) : 1000;
     const int conns = argc > 2 ? std::atoi(argv[2]) : 100000;
+    const int apps = argc > 3 ? std::atoi(argv[3]) : 20000;
     if (std::getenv("KAV_STAT_SEGMENT") == nullptr) {
         setenv("KAV_STAT_SEGMENT", ("kav_bench." + std::to_string(getpid())).c_str(), 1);
     }
@@ -156,7 +166,7 @@ int main(int argc, char** argv)
         sigprocmask(SIG_BLOCK, &signals, nullptr);
         prctl(PR_SET_PDEATHSIG, SIGTERM);
         RE_stat_writer writer;
-        fill(writer, peers, conns);
+        fill(writer, peers, conns, apps);
         if (write(ready[1], "r", 1) != 1) {
             return 1;
         }
@@ -169,7 +179,7 @@ int main(int argc, char** argv)
     if (read(ready[0], &letter, 1) != 1) {
         return 1;
     }
-    if (argc > 3) {
+    if (argc > 4) {
         std::printf("KAV_STAT_SEGMENT=%s, kill %d ends it\n", std::getenv("KAV_STAT_SEGMENT"), getpid());
         std::fflush(stdout);
         waitpid(engine, nullptr, 0);

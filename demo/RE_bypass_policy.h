@@ -36,6 +36,9 @@ class RE_bypass_policy
 public:
     explicit RE_bypass_policy(const RE_bypass_rule& rule) : m_rule(rule) {}
 
+    // So much of a server's traffic is enough to judge it.
+    void set_sample_bytes(std::uint64_t bytes) { m_rule.sample_bytes = bytes; }
+
     // Null when the server's traffic goes through the engine.
     const RE_bypassed_server* find(const RE_server& server) const;
 

@@ -44,6 +44,7 @@ RE_cache_file::RE_cache_file(const std::string& folder, std::uint64_t size)
 
 RE_cache_file::~RE_cache_file()
 {
+    set_disk_full(false);
     close(m_descriptor);
 }
 
@@ -63,12 +64,30 @@ void RE_cache_file::prepare(std::uint64_t bytes)
     m_prepared += part;
 }
 
+// Writes past the end, where no chunk is.
+bool RE_cache_file::is_writable() const
+{
+    const std::uint8_t byte = 0;
+    return pwrite(write_descriptor(), &byte, sizeof byte, static_cast<off_t>(m_size)) == sizeof byte;
+}
+
+void RE_cache_file::set_disk_full(bool b_full)
+{
+    if (m_full_device >= 0) {
+        close(m_full_device);
+    }
+    m_full_device = b_full ? open("/dev/full", O_WRONLY | O_CLOEXEC) : -1;
+    if (b_full && m_full_device < 0) {
+        fail(errno, "cannot open /dev/full");
+    }
+}
+
 void RE_cache_file::write(std::uint64_t position, RE_byte_view bytes)
 {
     while (!bytes.empty()) {
         const std::uint64_t offset = position % m_size;
         const std::size_t wanted = std::min<std::uint64_t>(bytes.size(), m_size - offset);
-        const ssize_t written = pwrite(m_descriptor, bytes.data(), wanted, static_cast<off_t>(offset));
+        const ssize_t written = pwrite(write_descriptor(), bytes.data(), wanted, static_cast<off_t>(offset));
         if (written < 0 && errno == EINTR) {
             continue;
         }

@@ -19,13 +19,22 @@ public:
     void prepare(std::uint64_t bytes);
     bool is_prepared() const { return m_prepared == m_size; }
 
+    // Whether the disk takes writes.
+    bool is_writable() const;
+    // Whether the disk is full: writes go to a device that always is.
+    void set_disk_full(bool b_full);
+    bool is_disk_full() const { return m_full_device >= 0; }
+
     // `position` counts all bytes ever written; the file holds the last `size` of them.
     void write(std::uint64_t position, RE_byte_view bytes);
     // Appends to `out`.
     void read(std::uint64_t position, std::size_t size, RE_byte_buffer& out);
 
 private:
+    int write_descriptor() const { return m_full_device >= 0 ? m_full_device : m_descriptor; }
+
     int m_descriptor;
     std::uint64_t m_size;
     std::uint64_t m_prepared = 0;
+    int m_full_device = -1; // -1 unless the disk is full
 };

@@ -3,14 +3,18 @@
 #pragma once
 
 #include "RE_cache_file.h"
+#include "RE_recent_average.h"
 #include "RE_signature_fifo.h"
 
 // What the store's disk was asked to do since the beginning.
 struct RE_disk_work
 {
     std::int64_t time_ns = 0; // of reads and writes together
-    std::int64_t read_ns = 0;
+    RE_recent_average<64> read_ns;
     std::uint64_t reads = 0;
+    // Of the reads that a slow disk served, while it is slow; the system's cache serves the others.
+    RE_recent_average<64> slow_read_ns;
+    std::uint64_t slow_reads = 0;
     std::uint64_t writes = 0;
     std::uint64_t written_bytes = 0;
 };
@@ -21,9 +25,18 @@ public:
     // capacity: bytes of chunk data, more than the largest chunk. Nothing can be stored before is_ready().
     RE_chunk_store(const std::string& folder, std::uint64_t capacity, std::uint32_t smallest_chunk);
 
-    // Takes `bytes` more of the disk space that the store needs.
-    void prepare(std::uint64_t bytes) { m_file.prepare(bytes); }
-    bool is_ready() const { return m_file.is_prepared(); }
+    // Takes `bytes` more of the disk space that the store needs, and looks whether a disk that failed works again.
+    void prepare(std::uint64_t bytes);
+    bool is_ready() const { return m_file.is_prepared() && m_b_in_use && !m_b_failed; }
+    // The disk took no write. All chunks are gone.
+    bool is_failed() const { return m_b_failed; }
+
+    // A store that is not in use is not ready, and empty when it is used again.
+    void set_in_use(bool b_in_use);
+    void set_disk_full(bool b_full);
+    // What a read takes longer than the system needs for it.
+    void set_disk_delay(std::int64_t nanoseconds);
+    void limit(const RE_fifo_limit& limit, std::time_t now) { m_index.limit(limit, now); }
 
     const RE_signature_fifo& index() const { return m_index; }
     const RE_disk_work& disk_work() const { return m_work; }
@@ -38,10 +51,14 @@ public:
 
 private:
     void write_out();
+    void lose_all();
 
     RE_cache_file m_file;
     RE_signature_fifo m_index;
     RE_disk_work m_work;
+    bool m_b_in_use = true;
+    bool m_b_failed = false;
+    std::int64_t m_disk_delay_ns = 0;
     RE_byte_buffer m_unwritten; // data of the section under way
     std::uint64_t m_unwritten_position = 0;
 };

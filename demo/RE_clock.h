@@ -4,14 +4,25 @@
 #include <chrono>
 #include <cstdint>
 #include <ctime>
+#include <thread>
 
 constexpr std::int64_t ns_per_us = 1000;
+constexpr std::int64_t ns_per_ms = 1'000'000;
+constexpr std::int64_t ns_per_second = 1'000'000'000;
 
 // Nanoseconds of a clock that never goes back.
 inline std::int64_t monotonic_ns()
 {
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
     return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
+}
+
+// Takes so much longer; 0 for no time.
+inline void take_longer(std::int64_t nanoseconds)
+{
+    if (nanoseconds > 0) {
+        std::this_thread::sleep_for(std::chrono::nanoseconds(nanoseconds));
+    }
 }
 
 // Seconds since the epoch.

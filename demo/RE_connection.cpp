@@ -2,6 +2,8 @@
 
 #include "RE_clock.h"
 
+#include <numeric>
+
 namespace {
 
 // Messages on their way at a time, before the sender waits for an acknowledgement.
@@ -23,12 +25,28 @@ RE_stat_conn_header ends_of(int conn_id, const RE_server& server)
     return ends;
 }
 
+void fill_with_noise(RE_byte_buffer& message, RE_random& random)
+{
+    for (std::uint8_t& byte : message) {
+        byte = static_cast<std::uint8_t>(random.below(256));
+    }
+}
+
+// All causes but low compression, which takes a server that is gone around.
+RE_bypass_cause bypass_cause_in_turn(std::uint32_t number)
+{
+    constexpr auto first = static_cast<std::uint32_t>(RE_bypass_cause::remote_cache_not_ready);
+    constexpr auto last = static_cast<std::uint32_t>(RE_bypass_cause::no_redundancy_elimination);
+    return static_cast<RE_bypass_cause>(first + number % (last - first + 1));
+}
+
 } // namespace
 
 RE_connection::RE_connection(const RE_connection_surroundings& surroundings, RE_peer& peer, RE_direction direction,
                              RE_message_source source, int conn_id)
     : m_surroundings(surroundings), m_peer(peer), m_direction(direction), m_source(std::move(source)),
-      m_server(peer.server(m_source.application().handler, m_source.application().server_port))
+      m_server(peer.server(m_source.application().handler, m_source.application().server_port)),
+      m_noise(static_cast<std::uint64_t>(conn_id))
 {
     const RE_stat_conn_header ends = ends_of(conn_id, m_server);
     const bool b_bypassed = sender_policy().find(m_server) != nullptr;
@@ -36,21 +54,88 @@ RE_connection::RE_connection(const RE_connection_surroundings& surroundings, RE_
     m_surroundings.ledger.open_connection(conn_id, peer, m_source.application(), ends, direction);
 }
 
-std::size_t RE_connection::step()
+RE_step RE_connection::step()
 {
+    if (!receive_until(m_b_at_end ? 0 : most_pending_messages - 1)) {
+        return {};
+    }
     RE_byte_buffer message;
-    if (!m_source.next(message)) {
-        while (!m_pending.empty()) {
-            receive_oldest();
-        }
-        return 0;
+    if (m_b_at_end || !m_source.next(message)) {
+        m_b_at_end = true;
+        return {0, receive_until(0)};
+    }
+    if (is_noise()) {
+        fill_with_noise(message, m_noise);
     }
     const std::size_t size = message.size();
     send(std::move(message));
-    if (m_pending.size() >= most_pending_messages) {
+    receive_until(most_pending_messages - 1);
+    return {size, false};
+}
+
+void RE_connection::receive()
+{
+    while (can_receive()) {
         receive_oldest();
     }
-    return size;
+}
+
+bool RE_connection::receive_until(std::size_t messages_left)
+{
+    while (m_pending.size() > messages_left && can_receive()) {
+        receive_oldest();
+    }
+    const bool b_done = m_pending.size() <= messages_left;
+    set_stop(b_done ? stop_cause::none : find_stop_cause());
+    return b_done;
+}
+
+RE_connection::stop_cause RE_connection::find_stop_cause() const
+{
+    const RE_health& health = m_surroundings.health;
+    if (health.ills.has(RE_illness::conn_stuck) && health.stuck_conn_id == m_published.conn_id) {
+        return stop_cause::wire;
+    }
+    const bool b_silent = health.ills.has(RE_illness::ack_queue) && m_peer.number() == ill_peer_number;
+    return b_silent && is_encoding() ? stop_cause::ack_queue : stop_cause::none;
+}
+
+bool RE_connection::can_receive() const
+{
+    return !m_pending.empty() && find_stop_cause() == stop_cause::none &&
+           (!is_encoding() || monotonic_ns() - m_pending.front().sent_ns >= m_peer.distance_ns());
+}
+
+void RE_connection::set_stop(stop_cause cause)
+{
+    if (cause == m_stop) {
+        return;
+    }
+    RE_publisher& publisher = m_surroundings.publisher;
+    const std::int64_t now = monotonic_ns();
+    if (m_stop == stop_cause::ack_queue) {
+        publisher.on_ack_queue_start(m_published, now - m_stopped_ns);
+    } else if (m_stop == stop_cause::wire) {
+        publisher.on_wire_start(m_published, now - m_stopped_ns);
+    }
+    m_stop = cause;
+    m_stopped_ns = now;
+    if (cause == stop_cause::ack_queue) {
+        publisher.on_ack_queue_stop(m_published);
+    } else if (cause == stop_cause::wire) {
+        const auto add_size = [](std::size_t sum, const pending_message& pending) {
+            return sum + pending.frame.size();
+        };
+        publisher.on_wire_stop(m_published,
+                               std::accumulate(m_pending.begin(), m_pending.end(), std::size_t{0}, add_size));
+    }
+}
+
+bool RE_connection::is_noise() const
+{
+    const RE_illness_set& ills = m_surroundings.health.ills;
+    return ills.has(RE_illness::incompressible) ||
+           (ills.has(RE_illness::auto_bypass) && is_encoding() && m_peer.number() == ill_peer_number);
 }
 
 void RE_connection::close()
@@ -62,6 +147,9 @@ void RE_connection::close()
 
 RE_bypass_cause RE_connection::choose_bypass_cause()
 {
+    if (m_surroundings.health.ills.has(RE_illness::bypass) && is_encoding()) {
+        return bypass_cause_in_turn(static_cast<std::uint32_t>(m_published.conn_id) + m_sequence);
+    }
     return sender_policy().find(m_server) != nullptr ? RE_bypass_cause::low_compression : path().next_bypass_cause();
 }
 

@@ -14,6 +14,14 @@ struct RE_connection_surroundings
     RE_publisher& publisher;
     RE_ledger& ledger;
     RE_bypass_policy& own_bypass_policy; // over the servers whose traffic this engine encodes
+    const RE_health& health;
+};
+
+// What a step did. A connection that neither sent anything nor is through waits for its peer.
+struct RE_step
+{
+    std::size_t sent_bytes = 0;
+    bool b_through = false;
 };
 
 class RE_connection
@@ -24,10 +32,17 @@ public:
     RE_connection(const RE_connection&) = delete;
     RE_connection& operator=(const RE_connection&) = delete;
 
-    // Sends the next message; returns its size, 0 when the file is through and all is acknowledged. Throws when a
-    // message does not arrive as it was sent.
-    std::size_t step();
+    // Sends the next message, until the file is through and all is acknowledged. Throws when a message does not arrive
+    // as it was sent.
+    RE_step step();
+    // Takes the answers that are here.
+    void receive();
     void close();
+
+    bool is_encoding() const { return m_direction == RE_direction::encode; }
+    bool is_stopped() const { return m_stop != stop_cause::none; }
+    bool has_pending() const { return !m_pending.empty(); }
+    const RE_peer& peer() const { return m_peer; }
 
 private:
     // A message that was sent and is not acknowledged.
@@ -39,6 +54,14 @@ private:
         std::int64_t sent_ns;
     };
 
+    // What stops a connection that has to wait.
+    enum class stop_cause
+    {
+        none,
+        ack_queue, // the peer acknowledges nothing
+        wire,      // the peer takes no data
+    };
+
     RE_path& path() { return m_direction == RE_direction::encode ? m_peer.outbound() : m_peer.inbound(); }
     RE_bypass_policy& sender_policy()
     {
@@ -47,6 +70,12 @@ private:
     RE_bypass_cause choose_bypass_cause();
     void send(RE_byte_buffer message);
     void measure_compression(const RE_encode_result& result);
+    // Takes the oldest answers until so many messages at most are left; false when some are not here yet.
+    bool receive_until(std::size_t messages_left);
+    stop_cause find_stop_cause() const;
+    bool can_receive() const;
+    bool is_noise() const;
+    void set_stop(stop_cause cause);
     void receive_oldest();
     RE_answer deliver(const RE_byte_buffer& frame);
     void take_answer(pending_message& pending, const RE_answer& answer);
@@ -57,10 +86,14 @@ private:
     RE_direction m_direction;
     RE_message_source m_source;
     RE_server m_server;
+    RE_random m_noise; // while the traffic is noise
     RE_published_conn m_published;
+    bool m_b_at_end = false; // of the file
     std::uint32_t m_sequence = 0;
     long long m_lan_bytes = 0;
     bool m_b_around_counted = false;
     std::deque<pending_message> m_pending;
     RE_byte_buffer m_arrived;
+    stop_cause m_stop = stop_cause::none;
+    std::int64_t m_stopped_ns = 0; // since when
 };

@@ -70,6 +70,7 @@ RE_answer RE_decoder::decode(RE_byte_view frame, RE_byte_buffer& message, RE_dec
     result.disk_ns = m_store.disk_work().time_ns - disk_before;
     result.written_sections = static_cast<std::uint32_t>(m_store.disk_work().writes - writes_before);
     result.written_bytes = static_cast<std::uint32_t>(m_store.disk_work().written_bytes - written_before);
+    take_longer(m_delay_ns);
     result.total_ns = monotonic_ns() - start;
     return answer;
 }

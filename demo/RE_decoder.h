@@ -55,6 +55,9 @@ public:
     // when a message that went around redundancy elimination arrives with the wrong checksum.
     RE_answer decode(RE_byte_view frame, RE_byte_buffer& message, RE_decode_result& result);
 
+    // What decoding takes longer than the processor needs for it.
+    void set_delay(std::int64_t nanoseconds) { m_delay_ns = nanoseconds; }
+    RE_chunk_store& store() { return m_store; }
     const RE_chunk_store& store() const { return m_store; }
     // When the cache was made, seconds since the epoch.
     std::time_t creation_time() const { return m_creation_time; }
@@ -67,6 +70,7 @@ private:
     RE_decoder_settings m_settings;
     RE_chunk_store m_store;
     RE_lz& m_lz;
+    std::int64_t m_delay_ns = 0;
     std::time_t m_creation_time;
     std::uint64_t m_readable_bytes;
     RE_byte_buffer m_records;

@@ -43,6 +43,7 @@ RE_encode_result RE_encoder::encode(RE_byte_view message, RE_frame_header& heade
     header.payload_size = result.out_bytes;
     header.checksum = checksum_of(message);
     write_frame_header(header, frame);
+    take_longer(m_delay_ns);
     result.total_ns = monotonic_ns() - start;
     return result;
 }

@@ -50,6 +50,11 @@ public:
     // Draws the conclusions from a NACK: what the peer does not hold is not referred to again.
     void learn_from_nack(const RE_answer& nack);
 
+    // What encoding takes longer than the processor needs for it.
+    void set_delay(std::int64_t nanoseconds) { m_delay_ns = nanoseconds; }
+    void limit(const RE_fifo_limit& limit, std::time_t now) { m_index.limit(limit, now); }
+    // Refers to nothing that was sent before.
+    void start_anew() { m_index.clear(); }
     const RE_signature_fifo& index() const { return m_index; }
     unsigned int signature_bits() const { return m_signature_bits; }
 
@@ -60,6 +65,7 @@ private:
     RE_signature_fifo m_index;
     unsigned int m_signature_bits;
     RE_lz& m_lz;
+    std::int64_t m_delay_ns = 0;
     RE_byte_buffer m_records;
     std::vector<std::uint32_t> m_sections;
 };

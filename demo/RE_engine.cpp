@@ -12,11 +12,16 @@
 
 namespace {
 
-constexpr std::int64_t ns_per_second = 1'000'000'000;
 constexpr std::int64_t refresh_interval_ns = ns_per_second / 10;
 constexpr double longest_pause_seconds = 3600;
-// Looking for signals and at the clock is dear beside a tiny message.
-constexpr unsigned int steps_between_looks = 32;
+// Until connections that wait are looked at again.
+constexpr std::chrono::milliseconds waiting_pause(5);
+constexpr std::uint64_t ill_sample_bytes = 64 * 1024;
+// Looking for signals and at the clock is dear beside a tiny message, but not beside a slow one.
+constexpr unsigned int steps_between_looks(bool b_ill)
+{
+    return b_ill ? 1 : 32;
+}
 
 RE_stat_limits limits_of(const RE_options& options)
 {
@@ -67,13 +72,13 @@ void say(const char* word)
 } // namespace
 
 RE_engine::RE_engine(const RE_options& options, RE_stop_signal& stop)
-    : m_options(options), m_stop(stop), m_files(find_traffic(options.paths)), m_lz(options.lz_level),
+    : m_options(options), m_stop(stop), m_files(find_traffic(options.paths, options.b_variety)), m_lz(options.lz_level),
       m_concurrency(static_cast<std::size_t>(std::min(options.concurrency, options.slots))),
       m_keep_open(std::min(static_cast<std::size_t>(options.keep_open),
                            static_cast<std::size_t>(options.slots) - m_concurrency)),
       m_publisher(limits_of(options), options.segment_mode, make_config(options)),
       m_ledger(options.ledger.empty() ? 0 : static_cast<std::size_t>(options.slots)),
-      m_bypass_policy(bypass_rule_of(options))
+      m_bypass_policy(bypass_rule_of(options)), m_start_ns(monotonic_ns())
 {
     if (options.b_install_config) {
         std::filesystem::create_directories(std::filesystem::path(installed_config_path).parent_path());
@@ -85,11 +90,12 @@ RE_engine::RE_engine(const RE_options& options, RE_stop_signal& stop)
     allow_many_files();
     const RE_cache_settings cache = cache_settings_of(options);
     for (int number = 1; number <= options.peers; ++number) {
-        m_peers.push_back(std::make_unique<RE_peer>(number, cache, bypass_rule_of(options), m_lz));
+        const RE_peer_profile profile = options.b_variety ? odd_peer_profile(number) : RE_peer_profile{};
+        m_peers.push_back(std::make_unique<RE_peer>(number, profile, cache, bypass_rule_of(options), m_lz));
     }
     m_publisher.add_peers(m_peers);
-    m_publisher.refresh(m_peers);
-    m_publisher.set_cache_state(RE_CACHE_ACTIVE);
+    suffer();
+    refresh();
 }
 
 void RE_engine::run()
@@ -120,7 +126,7 @@ void RE_engine::run()
         // Without traffic there is nothing to do but to wait.
         if (m_last_conn_id == last_conn_id) {
             m_stop.wait(std::chrono::seconds(1));
-            m_publisher.stay_in_place();
+            refresh_now_and_then();
         }
         retry_bypassed_servers();
     }
@@ -138,23 +144,57 @@ bool RE_engine::run_pass()
         if (m_active.empty()) {
             return true;
         }
-        for (std::size_t at = 0; at < m_active.size();) {
-            const std::size_t bytes = m_active[at]->step();
-            if (bytes == 0) {
-                finish(std::move(m_active[at]));
-                m_active.erase(m_active.begin() + static_cast<std::ptrdiff_t>(at));
-            } else {
-                hold_rate(bytes);
-                ++at;
+        const turn_result result = take_turn();
+        if (result == turn_result::stopped) {
+            return false;
+        }
+        if (result == turn_result::waits) {
+            // What waits for its peer is no reason to hold up the other traffic.
+            if (!m_options.b_once && is_pass_through()) {
+                return true;
             }
-            if (++m_steps % steps_between_looks == 0) {
-                if (m_stop.is_set()) {
-                    return false;
-                }
-                refresh_now_and_then();
-            }
+            m_stop.wait(waiting_pause);
+            refresh_now_and_then();
         }
     }
+}
+
+// Each connection's next step.
+RE_engine::turn_result RE_engine::take_turn()
+{
+    bool b_moved = false;
+    for (std::size_t at = 0; at < m_active.size();) {
+        const RE_step step = m_active[at]->step();
+        b_moved = b_moved || step.b_through || step.sent_bytes > 0;
+        if (step.b_through) {
+            finish(std::move(m_active[at]));
+            m_active.erase(m_active.begin() + static_cast<std::ptrdiff_t>(at));
+        } else {
+            hold_rate(step.sent_bytes);
+            ++at;
+        }
+        if (++m_steps % steps_between_looks(!m_options.ills.empty()) == 0) {
+            if (m_stop.is_set()) {
+                return turn_result::stopped;
+            }
+            refresh_now_and_then();
+        }
+    }
+    return b_moved ? turn_result::moved : turn_result::waits;
+}
+
+bool RE_engine::is_pass_through() const
+{
+    return m_next_transfer >= m_files.size() * static_cast<std::size_t>(m_options.repeat);
+}
+
+// Connections that the ack queue stopped leave room for others.
+bool RE_engine::is_passed_over(const RE_peer& peer) const
+{
+    const auto stopped = std::count_if(m_active.begin(), m_active.end(), [&](const auto& connection) {
+        return connection->is_stopped() && &connection->peer() == &peer;
+    });
+    return stopped > 0 && static_cast<std::size_t>(stopped) >= m_concurrency / 2;
 }
 
 int RE_engine::next_conn_id() const
@@ -162,14 +202,14 @@ int RE_engine::next_conn_id() const
     return m_last_conn_id == std::numeric_limits<int>::max() ? 1 : m_last_conn_id + 1;
 }
 
-// The repeats of a pass come one after another, and each file keeps its peer and its direction in all of them: what
-// comes again meets the caches that have seen it.
+// The repeats of a pass come one after another, and each file keeps its peer, its direction and its messages in all of
+// them: what comes again meets the caches that have seen it, and adds nothing to them.
 bool RE_engine::open_next()
 {
-    while (m_next_transfer < m_files.size() * static_cast<std::size_t>(m_options.repeat)) {
+    while (!is_pass_through()) {
         const std::size_t file = m_next_transfer++ % m_files.size();
         const int conn_id = next_conn_id();
-        auto seed = m_options.seed + static_cast<std::uint64_t>(conn_id);
+        auto seed = m_options.seed + file;
         if (m_files[file].empty()) {
             continue;
         }
@@ -179,12 +219,18 @@ bool RE_engine::open_next()
             continue;
         }
         RE_peer& peer = *m_peers[file % m_peers.size()];
+        if (is_passed_over(peer)) {
+            continue;
+        }
         const RE_direction direction = file / m_peers.size() % 2 == 0 ? RE_direction::encode : RE_direction::decode;
         close_spare(m_keep_open);
         m_last_conn_id = conn_id;
-        m_active.push_back(
-            std::make_unique<RE_connection>(RE_connection_surroundings{m_publisher, m_ledger, m_bypass_policy}, peer,
-                                            direction, std::move(source), conn_id));
+        m_active.push_back(std::make_unique<RE_connection>(
+            RE_connection_surroundings{m_publisher, m_ledger, m_bypass_policy, m_health}, peer, direction,
+            std::move(source), conn_id));
+        if (m_health.stuck_conn_id == 0 && m_health.ills.has(RE_illness::conn_stuck)) {
+            m_health.stuck_conn_id = conn_id;
+        }
         return true;
     }
     return false;
@@ -213,6 +259,10 @@ void RE_engine::hold_rate(std::size_t bytes)
     const double due_seconds = static_cast<double>(m_bytes_sent) / (m_options.rate * 1024 * 1024);
     const double spent_seconds = static_cast<double>(monotonic_ns() - m_start_ns) / static_cast<double>(ns_per_second);
     if (due_seconds > spent_seconds) {
+        // The wire does not hold answers up for as long.
+        for (const std::unique_ptr<RE_connection>& connection : m_active) {
+            connection->receive();
+        }
         const std::chrono::duration<double> pause(std::min(due_seconds - spent_seconds, longest_pause_seconds));
         m_stop.wait(std::chrono::duration_cast<std::chrono::nanoseconds>(pause));
         refresh_now_and_then();
@@ -225,8 +275,39 @@ void RE_engine::refresh_now_and_then()
     if (now - m_refreshed_ns >= refresh_interval_ns) {
         m_refreshed_ns = now;
         m_publisher.stay_in_place();
-        m_publisher.refresh(m_peers);
+        suffer();
+        refresh();
     }
+}
+
+void RE_engine::refresh()
+{
+    const auto waiting = std::count_if(m_active.begin(), m_active.end(), [](const auto& connection) {
+        return connection->is_encoding() && connection->has_pending();
+    });
+    m_publisher.refresh(m_peers, m_health.ills, static_cast<int>(waiting));
+    if (!m_options.ills.empty()) {
+        m_publisher.stage(m_peers, m_health.ills);
+    }
+}
+
+// Falls ill and gets well as it is planned.
+void RE_engine::suffer()
+{
+    if (m_options.ills.empty()) {
+        return;
+    }
+    const double seconds = static_cast<double>(monotonic_ns() - m_start_ns) / ns_per_second;
+    m_health.ills = illnesses_at(m_options.ills, seconds);
+    if (!m_health.ills.has(RE_illness::conn_stuck)) {
+        m_health.stuck_conn_id = 0;
+    }
+    m_bypass_policy.set_sample_bytes(
+        m_health.ills.has(RE_illness::auto_bypass) ? ill_sample_bytes : bypass_rule_of(m_options).sample_bytes);
+    for (const std::unique_ptr<RE_peer>& peer : m_peers) {
+        peer->suffer(m_health.ills, m_ticks);
+    }
+    ++m_ticks;
 }
 
 void RE_engine::retry_bypassed_servers()
@@ -244,7 +325,7 @@ void RE_engine::retry_bypassed_servers()
 
 void RE_engine::publish_pass(bool b_finished)
 {
-    m_publisher.refresh(m_peers);
+    refresh();
     if (!m_options.top_app_log.empty()) {
         m_publisher.append_app_log(m_options.top_app_log);
     }

@@ -15,7 +15,19 @@ public:
     void run();
 
 private:
+    enum class turn_result
+    {
+        moved,
+        waits, // each connection for its peer
+        stopped,
+    };
+
     bool run_pass();
+    turn_result take_turn();
+    bool is_pass_through() const;
+    bool is_passed_over(const RE_peer& peer) const;
+    void refresh();
+    void suffer();
     int next_conn_id() const;
     bool open_next();
     void finish(std::unique_ptr<RE_connection> connection);
@@ -35,13 +47,15 @@ private:
     RE_ledger m_ledger;
     RE_bypass_policy m_bypass_policy;
     std::vector<std::unique_ptr<RE_peer>> m_peers;
+    RE_health m_health;
+    std::uint64_t m_ticks = 0; // while illnesses may come
 
     int m_last_conn_id = 0;
     std::size_t m_next_transfer = 0; // of this pass
     std::vector<std::unique_ptr<RE_connection>> m_active;
     std::deque<std::unique_ptr<RE_connection>> m_kept_open; // their transfers are through; oldest first
     std::uint64_t m_bytes_sent = 0;
-    std::int64_t m_start_ns = 0;
+    std::int64_t m_start_ns;
     std::int64_t m_refreshed_ns = 0;
     std::int64_t m_published_ns = 0;
     unsigned int m_steps = 0;

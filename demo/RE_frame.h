@@ -13,6 +13,18 @@ enum class RE_bypass_cause : std::uint8_t
     low_compression = 1,        // its server's traffic does not compress
     remote_cache_not_ready = 2, // the peer's cache is still loading
     remote_disk_overloaded = 3, // the peer's disk has no time for us
+    // No part of this engine gives these; RE_illness::bypass does.
+    low_memory,
+    out_of_sync,
+    remote_cache_not_compatible,
+    ack_queue_full,
+    remote_wait_queue,
+    disk_overloaded,
+    disk_error,
+    remote_disk_error,
+    cache_not_ready,
+    peer_information_incorrect,
+    no_redundancy_elimination,
 };
 
 struct RE_frame_header

@@ -14,10 +14,11 @@ constexpr const char* description =
     "exec_show_stats_kav. Without PATHs it takes some files that every machine has.\n"
     "It prints \"ready\" once its statistics can be read, and runs until SIGTERM or SIGINT.";
 
-constexpr const char* footer = "Exit status: 0 when stopped, 1 after an error, 2 for a mistake on the command line.\n"
-                               "Environment: KAV_STAT_SEGMENT names the statistics' segment, to run several engines "
-                               "side by side. It is in /run/kav\n"
-                               "when that is this user's, else in $XDG_RUNTIME_DIR/kav, else in /dev/shm/kav-UID.";
+constexpr const char* status_and_environment =
+    "Exit status: 0 when stopped, 1 after an error, 2 for a mistake on the command line.\n"
+    "Environment: KAV_STAT_SEGMENT names the statistics' segment, to run several engines "
+    "side by side. It is in /run/kav\n"
+    "when that is this user's, else in $XDG_RUNTIME_DIR/kav, else in /dev/shm/kav-UID.";
 
 // Returns what is wrong with the text, or nothing, and leaves the mode as a decimal number.
 std::string octal_mode(std::string& text)
@@ -30,6 +31,18 @@ std::string octal_mode(std::string& text)
     }
     text = std::to_string(mode);
     return {};
+}
+
+std::string illness_text()
+{
+    constexpr std::size_t name_width = 24;
+    std::string text = "Illnesses; those marked \"set\" are figures that are set, all others happen:\n";
+    for (const RE_illness_info& info : all_illnesses()) {
+        std::string name = info.name;
+        name.resize(name_width, ' ');
+        text += "  " + name + (info.b_happens ? "" : "set: ") + info.effect + '\n';
+    }
+    return text;
 }
 
 // An empty path would stand for an option that was not given.
@@ -55,10 +68,23 @@ RE_parsed_options parse_options(int argc, char** argv)
     options.cache_folder = default_cache_folder();
 
     CLI::App app(description, "kav_demo_engine");
-    app.footer(footer);
+    app.footer(illness_text() + '\n' + status_and_environment);
     app.set_version_flag("--version", std::string("kav_demo_engine ") + KAV_VERSION);
     app.add_option("PATH", options.paths, "Files and folders to take as traffic");
     app.add_flag("--once", options.b_once, "Go through the traffic once, print \"idle\" and hold the statistics still");
+    app.add_flag("--variety", options.b_variety,
+                 "For reports of everything: the second to the fourth peer have their troubles, and default traffic "
+                 "holds files that do not compress");
+    std::vector<std::string> ills;
+    app.add_option("--ill", ills,
+                   "Be ill, from the beginning or from a time on (NAME@60s), to the end or for as long (NAME@60s+2m)")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->type_name("NAME[@BEGIN[+LENGTH]],...")
+        ->check([](const std::string& text) {
+            RE_planned_illness planned{};
+            return parse_illness(text, planned);
+        });
     app.add_option("--peers", options.peers, "Number of peers")->check(CLI::Range(1, 4096))->capture_default_str();
     app.add_option("--slots", options.slots, "Number of connection slots")
         ->check(CLI::Range(1, 1'000'000))
@@ -115,6 +141,9 @@ RE_parsed_options parse_options(int argc, char** argv)
 
     try {
         app.parse(argc, argv);
+        for (const std::string& text : ills) {
+            parse_illness(text, options.ills.emplace_back());
+        }
     } catch (const CLI::ParseError& error) {
         parsed.exit_status = app.exit(error) == 0 ? 0 : usage_error;
         std::cout.flush();

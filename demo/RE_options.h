@@ -1,6 +1,8 @@
 // What the engine was asked for on its command line.
 #pragma once
 
+#include "RE_illness.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -10,6 +12,8 @@ struct RE_options
 {
     std::vector<std::string> paths;
     bool b_once = false;
+    bool b_variety = false;
+    std::vector<RE_planned_illness> ills;
     int peers = 4;
     int slots = 1024;
     unsigned int segment_mode = 0640;

@@ -32,8 +32,7 @@ void RE_path::on_answer(const RE_answer& answer, std::uint32_t message_size, std
     m_receiver_head_clock = answer.head_clock;
     m_receiver_tail_clock = answer.tail_clock;
     m_longest_round_trip_ns = std::max(m_longest_round_trip_ns, round_trip_ns);
-    m_total_round_trip_ns += round_trip_ns;
-    ++m_answer_count;
+    m_round_trip_ns.add(static_cast<double>(round_trip_ns));
     if (answer.reason == RE_nack_reason::none) {
         m_unacknowledged_bytes -= message_size;
         return;
@@ -45,9 +44,4 @@ void RE_path::on_answer(const RE_answer& answer, std::uint32_t message_size, std
     if (answer.reason == RE_nack_reason::cache_not_ready) {
         ++m_out_of_sync_count;
     }
-}
-
-std::int64_t RE_path::average_round_trip_ns() const
-{
-    return m_answer_count == 0 ? 0 : m_total_round_trip_ns / m_answer_count;
 }

@@ -4,6 +4,7 @@
 
 #include "RE_decoder.h"
 #include "RE_encoder.h"
+#include "RE_recent_average.h"
 
 class RE_path
 {
@@ -27,7 +28,7 @@ public:
     // Messages sent and not acknowledged yet, in bytes.
     std::uint64_t unacknowledged_bytes() const { return m_unacknowledged_bytes; }
     std::int64_t longest_round_trip_ns() const { return m_longest_round_trip_ns; }
-    std::int64_t average_round_trip_ns() const;
+    std::int64_t average_round_trip_ns() const { return static_cast<std::int64_t>(m_round_trip_ns.value()); }
     // The receiver's clocks as its last answer told them.
     std::uint64_t receiver_head_clock() const { return m_receiver_head_clock; }
     std::uint64_t receiver_tail_clock() const { return m_receiver_tail_clock; }
@@ -41,8 +42,7 @@ private:
     std::uint32_t m_messages_to_spare = 0; // to send around an overloaded receiver
     std::uint64_t m_unacknowledged_bytes = 0;
     std::int64_t m_longest_round_trip_ns = 0;
-    std::int64_t m_total_round_trip_ns = 0;
-    std::int64_t m_answer_count = 0;
+    RE_recent_average<64> m_round_trip_ns;
     std::uint64_t m_receiver_head_clock = 0;
     std::uint64_t m_receiver_tail_clock = 0;
     std::uint64_t m_out_of_sync_count = 0;

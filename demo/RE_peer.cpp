@@ -1,5 +1,6 @@
 #include "RE_peer.h"
 
+#include "RE_clock.h"
 #include "RE_random.h"
 
 #include <algorithm>
@@ -9,30 +10,17 @@
 namespace {
 
 constexpr std::uint64_t kilobyte = 1024;
+constexpr std::uint64_t megabyte = 1024 * kilobyte;
 
-// The first four peers show an operator what can be the matter with a peer; all others are like the first.
-RE_peer_profile profile_of(int number)
-{
-    RE_peer_profile profile;
-    switch (number) {
-    case 2: // behind in its updates, and with little room
-        profile.b_outdated = true;
-        profile.cache_divisor = 16;
-        break;
-    case 3: // just started, on a slow disk
-        profile.b_named = false;
-        profile.b_slow_start = true;
-        profile.read_budget = {4 * kilobyte, 48 * kilobyte};
-        break;
-    case 4: // of an older release, with short signatures
-        profile.minor_version = 3;
-        profile.signature_bits = 20;
-        break;
-    default:
-        break;
-    }
-    return profile;
-}
+// How bad illnesses are. A small cache is a little larger than its whole megabytes, so that it shows as full when it
+// is.
+constexpr RE_fifo_limit small_cache{megabyte + 64 * kilobyte};
+constexpr RE_fifo_limit tiny_cache{64 * kilobyte};
+constexpr RE_fifo_limit small_index{std::numeric_limits<std::uint64_t>::max(), 64};
+constexpr std::int64_t slow_read_ns = 20 * ns_per_ms;
+constexpr std::int64_t slow_message_ns = 50 * ns_per_ms;
+constexpr std::int64_t far_ns = 600 * ns_per_ms;
+constexpr std::uint64_t ticks_between_losses = 5;
 
 // The addresses of all examples: 192.0.2.0/24, 198.51.100.0/24 and 203.0.113.0/24 belong to nobody.
 constexpr std::uint32_t server_network = 0xc6336400U;
@@ -101,6 +89,29 @@ RE_decoder_settings remote_settings(const RE_peer_profile& profile, const RE_cac
 
 } // namespace
 
+RE_peer_profile odd_peer_profile(int number)
+{
+    RE_peer_profile profile;
+    switch (number) {
+    case 2: // behind in its updates, and with little room
+        profile.b_outdated = true;
+        profile.cache_divisor = 16;
+        break;
+    case 3: // just started, on a slow disk
+        profile.b_named = false;
+        profile.b_slow_start = true;
+        profile.read_budget = {4 * kilobyte, 48 * kilobyte};
+        break;
+    case 4: // of an older release, with short signatures
+        profile.minor_version = 3;
+        profile.signature_bits = 20;
+        break;
+    default:
+        break;
+    }
+    return profile;
+}
+
 RE_mac_id own_mac_id()
 {
     return mac_id_of(0);
@@ -111,12 +122,58 @@ RE_kav_peer_id own_kav_peer_id()
     return kav_peer_id_of(0);
 }
 
-RE_peer::RE_peer(int number, const RE_cache_settings& cache, const RE_bypass_rule& bypass_rule, RE_lz& lz)
-    : m_number(number), m_profile(profile_of(number)), m_header(header_of(number, m_profile)),
+RE_peer::RE_peer(int number, const RE_peer_profile& profile, const RE_cache_settings& cache,
+                 const RE_bypass_rule& bypass_rule, RE_lz& lz)
+    : m_number(number), m_profile(profile), m_header(header_of(number, m_profile)),
       m_outbound(cache.chunk_sizes, cache.bytes_per_peer, remote_settings(m_profile, cache), lz),
       m_inbound(cache.chunk_sizes, cache.bytes_per_peer, decoder_settings(m_profile, cache), lz),
       m_bypass_policy(bypass_rule)
 {}
+
+void RE_peer::suffer(const RE_illness_set& ills, std::uint64_t tick)
+{
+    const auto has = [&](RE_illness illness) { return ills.has(illness); };
+    const auto first_has = [&](RE_illness illness) { return m_number == ill_peer_number && ills.has(illness); };
+    const std::time_t now = wall_seconds();
+
+    RE_chunk_store& store = m_inbound.decoder().store();
+    store.set_in_use(!has(RE_illness::cache_unusable) && !has(RE_illness::cache_initialising));
+    store.set_disk_full(has(RE_illness::cache_failed));
+    store.set_disk_delay(has(RE_illness::slow_disk) ? slow_read_ns : 0);
+    m_inbound.decoder().set_delay(has(RE_illness::slow_decode) ? slow_message_ns : 0);
+    m_outbound.encoder().set_delay(has(RE_illness::slow_encode) ? slow_message_ns : 0);
+
+    // Both ends know of a small cache, and no end that the other's is tiny.
+    const RE_fifo_limit inbound_limit = has(RE_illness::cache_small) ? small_cache : RE_fifo_limit{};
+    m_inbound.encoder().limit(inbound_limit, now);
+    store.limit(first_has(RE_illness::nacks) ? tiny_cache : inbound_limit, now);
+    m_outbound.encoder().limit(has(RE_illness::index_full) ? small_index : RE_fifo_limit{}, now);
+
+    RE_chunk_store& remote_store = m_outbound.decoder().store();
+    remote_store.limit(first_has(RE_illness::retransmissions) ? tiny_cache : RE_fifo_limit{}, now);
+    remote_store.set_in_use(!first_has(RE_illness::peer_out_of_sync) || tick % ticks_between_losses != 0);
+    m_distance_ns = first_has(RE_illness::peer_far) ? far_ns : 0;
+
+    start_anew_after(ills);
+    m_ills = ills;
+}
+
+// What a sender still believes its receiver to hold after an illness would be refused bit by bit.
+void RE_peer::start_anew_after(const RE_illness_set& ills)
+{
+    const auto one_ended = [&](std::initializer_list<RE_illness> illnesses) {
+        return std::any_of(illnesses.begin(), illnesses.end(),
+                           [&](RE_illness illness) { return m_ills.has(illness) && !ills.has(illness); });
+    };
+    const bool b_first = m_number == ill_peer_number;
+    if (one_ended({RE_illness::cache_unusable, RE_illness::cache_failed, RE_illness::cache_initialising}) ||
+        (b_first && one_ended({RE_illness::nacks}))) {
+        m_inbound.encoder().start_anew();
+    }
+    if (b_first && one_ended({RE_illness::retransmissions, RE_illness::peer_out_of_sync})) {
+        m_outbound.encoder().start_anew();
+    }
+}
 
 bool RE_peer::is_before_4_4_1() const
 {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "RE_bypass_policy.h"
+#include "RE_illness.h"
 #include "RE_path.h"
 #include "RE_stat_records.h"
 
@@ -20,6 +21,9 @@ struct RE_peer_profile
     RE_read_budget read_budget;       // of its disk
 };
 
+// Of the peers of these numbers, the second to the fourth have their troubles.
+RE_peer_profile odd_peer_profile(int number);
+
 // What this engine has for each peer.
 struct RE_cache_settings
 {
@@ -36,8 +40,14 @@ RE_kav_peer_id own_kav_peer_id();
 class RE_peer
 {
 public:
-    // number: from 1; it decides on the peer's profile, name and addresses. lz: used, not owned.
-    RE_peer(int number, const RE_cache_settings& cache, const RE_bypass_rule& bypass_rule, RE_lz& lz);
+    // number: from 1; it decides on the peer's name and addresses. lz: used, not owned.
+    RE_peer(int number, const RE_peer_profile& profile, const RE_cache_settings& cache,
+            const RE_bypass_rule& bypass_rule, RE_lz& lz);
+
+    // Makes the parts suffer from these illnesses and from no others; tick: how often all were asked to.
+    void suffer(const RE_illness_set& ills, std::uint64_t tick);
+    // How long an answer from there is under way.
+    std::int64_t distance_ns() const { return m_distance_ns; }
 
     int number() const { return m_number; }
     const RE_peer_profile& profile() const { return m_profile; }
@@ -56,10 +66,14 @@ public:
     RE_server server(std::uint16_t handler, std::uint16_t port) const;
 
 private:
+    void start_anew_after(const RE_illness_set& ills);
+
     int m_number;
     RE_peer_profile m_profile;
     RE_stat_peer_header m_header;
     RE_path m_outbound;
     RE_path m_inbound;
     RE_bypass_policy m_bypass_policy;
+    RE_illness_set m_ills;
+    std::int64_t m_distance_ns = 0;
 };

@@ -16,13 +16,34 @@ struct bypass_counters
     int bytes_id;
 };
 
-constexpr std::array<bypass_counters, 3> bypass_table{{
+constexpr std::array<bypass_counters, 14> bypass_table{{
     {RE_bypass_cause::low_compression, RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_LOW_COMP,
      RE_STAT_CONN_ID_ENCODE_BYPASS_LOW_COMP_BYTES},
     {RE_bypass_cause::remote_cache_not_ready, RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_REM_CACHE_NOT_READY,
      RE_STAT_CONN_ID_ENCODE_BYPASS_REM_CACHE_NOT_READY_BYTES},
     {RE_bypass_cause::remote_disk_overloaded, RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_REM_DISK_OVERLD,
      RE_STAT_CONN_ID_ENCODE_BYPASS_REM_DISK_OVERLD_BYTES},
+    {RE_bypass_cause::low_memory, RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_LOWMEM, RE_STAT_CONN_ID_ENCODE_BYPASS_LOWMEM_BYTES},
+    {RE_bypass_cause::out_of_sync, RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_OUT_OF_SYNC,
+     RE_STAT_CONN_ID_ENCODE_BYPASS_OUT_OF_SYNC_BYTES},
+    {RE_bypass_cause::remote_cache_not_compatible, RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_CACHE_NOT_COMPATIBLE,
+     RE_STAT_CONN_ID_ENCODE_BYPASS_CACHE_NOT_COMPATIBLE_BYTES},
+    {RE_bypass_cause::ack_queue_full, RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_ACKQ_CAP_EXCEED,
+     RE_STAT_CONN_ID_ENCODE_BYPASS_ACKQ_CAP_EXCEED_BYTES},
+    {RE_bypass_cause::remote_wait_queue, RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_REMOTE_WAITQ,
+     RE_STAT_CONN_ID_ENCODE_BYPASS_REMOTE_WAITQ_BYTES},
+    {RE_bypass_cause::disk_overloaded, RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_DISK_OVERLD,
+     RE_STAT_CONN_ID_ENCODE_BYPASS_DISK_OVERLD_BYTES},
+    {RE_bypass_cause::disk_error, RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_DISK_IO_ERR,
+     RE_STAT_CONN_ID_ENCODE_BYPASS_DISK_IO_ERR_BYTES},
+    {RE_bypass_cause::remote_disk_error, RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_REM_DISK_IO_ERR,
+     RE_STAT_CONN_ID_ENCODE_BYPASS_REM_DISK_IO_ERR_BYTES},
+    {RE_bypass_cause::cache_not_ready, RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_CACHE_NOT_READY,
+     RE_STAT_CONN_ID_ENCODE_BYPASS_CACHE_NOT_READY_BYTES},
+    {RE_bypass_cause::peer_information_incorrect, RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_REM_INFO_INCORRECT,
+     RE_STAT_CONN_ID_ENCODE_BYPASS_REM_INFO_INCORRECT_BYTES},
+    {RE_bypass_cause::no_redundancy_elimination, RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_NON_KAV_COMP_TYPE,
+     RE_STAT_CONN_ID_ENCODE_BYPASS_NON_KAV_COMP_TYPE_BYTES},
 }};
 
 struct nack_counters
@@ -83,7 +104,7 @@ RE_publisher::RE_publisher(const RE_stat_limits& limits, unsigned int segment_mo
     }
     m_writer.set_config(config);
     m_writer.set_global(RE_STAT_GLOBAL_ID_CACHE_CREATION_TIME, now);
-    set_cache_state(RE_CACHE_INIT_IN_PROGRESS);
+    m_writer.set_global(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_INIT_IN_PROGRESS);
     m_writer.publish();
 }
 
@@ -94,11 +115,6 @@ void RE_publisher::stay_in_place()
     if (!m_writer.is_in_place()) {
         m_writer.publish_again();
     }
-}
-
-void RE_publisher::set_cache_state(RE_CACHE_INIT_STATE state)
-{
-    m_writer.set_global(RE_STAT_GLOBAL_ID_CACHE_STATE, state);
 }
 
 void RE_publisher::add_peers(const std::vector<std::unique_ptr<RE_peer>>& peers)
@@ -163,6 +179,35 @@ void RE_publisher::close_conn(RE_published_conn& conn, long long local_bytes, lo
     count_open(conn.peer_number - 1, now, -1);
     ++conn.app->closed;
     m_writer.add_app_conns(conn.app->slot, 0, 1);
+}
+
+void RE_publisher::on_ack_queue_stop(const RE_published_conn& conn)
+{
+    ++m_stopped_conns;
+    m_writer.add_global(SO_STAT_ACK_Q_TOT_STOP, 1);
+    add(conn, SO_STAT_AO_RD_STOP, 1);
+}
+
+void RE_publisher::on_ack_queue_start(const RE_published_conn& conn, std::int64_t stopped_ns)
+{
+    --m_stopped_conns;
+    add(conn, SO_STAT_AO_STOP_TIME, stopped_ns / ns_per_us);
+}
+
+void RE_publisher::on_wire_stop(const RE_published_conn& conn, std::size_t waiting_bytes)
+{
+    const auto bytes = static_cast<long long>(waiting_bytes);
+    add(conn, SO_STAT_WAN_WT_STOP, 1);
+    add(conn, SO_STAT_WAN_W_PEND_NUM, 1);
+    add(conn, SO_STAT_WAN_W_PEND_BYTES, bytes);
+    m_writer.set_conn_stat(conn.slot, SO_STAT_WAN_W_PEND_MAX, bytes);
+    m_writer.set_conn_stat(conn.slot, SO_STAT_WAN_W_PEND_SIZE, bytes);
+}
+
+void RE_publisher::on_wire_start(const RE_published_conn& conn, std::int64_t stopped_ns)
+{
+    add(conn, SO_STAT_WAN_STOP_TIME, stopped_ns / ns_per_us);
+    m_writer.set_conn_stat(conn.slot, SO_STAT_WAN_W_PEND_SIZE, 0);
 }
 
 void RE_publisher::go_around(RE_published_conn& conn)
@@ -243,7 +288,7 @@ void RE_publisher::on_encoded(RE_published_conn& conn, const RE_encode_result& r
     add_app(conn, RE_STAT_APP_ID_ENCODE_OUT_KBYTES, result.out_bytes);
 
     peer_work& work = m_peer_work[static_cast<std::size_t>(conn.peer_number - 1)];
-    ++work.encoded_messages;
+    work.bypassed_percent.add(result.bypass_cause == RE_bypass_cause::none ? 0 : 100);
     if (result.bypass_cause == RE_bypass_cause::none) {
         add(conn, RE_STAT_CONN_ID_RE_ENCODE_NUM_MSGS, 1);
         add(conn, RE_STAT_CONN_ID_RE_ENCODE_IN_BYTES, result.in_bytes);
@@ -252,7 +297,6 @@ void RE_publisher::on_encoded(RE_published_conn& conn, const RE_encode_result& r
         add_app(conn, RE_STAT_APP_ID_RE_ENCODE_IN_KBYTES, result.in_bytes);
         add_app(conn, RE_STAT_APP_ID_RE_ENCODE_OUT_KBYTES, result.re_out_bytes);
     } else {
-        ++work.bypassed_messages;
         add(conn, RE_STAT_CONN_ID_ENCODE_BYPASS_TOTAL_NUM, 1);
         add(conn, RE_STAT_CONN_ID_ENCODE_BYPASS_TOTAL_BYTES, result.in_bytes);
         for (const bypass_counters& counters : bypass_table) {

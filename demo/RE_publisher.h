@@ -4,10 +4,12 @@
 #include "RE_concurrency.h"
 #include "RE_decoder.h"
 #include "RE_encoder.h"
+#include "RE_illness.h"
 #include "RE_ledger.h"
 #include "RE_peer.h"
 #include "RE_stat_writer.h"
 
+#include <limits>
 #include <map>
 #include <memory>
 #include <tuple>
@@ -44,7 +46,6 @@ public:
     RE_publisher(const RE_stat_limits& limits, unsigned int segment_mode, const RE_stat_config_param& config);
     ~RE_publisher();
 
-    void set_cache_state(RE_CACHE_INIT_STATE state);
     // All of them, once, in the order of their numbers. Throws when there is no room.
     void add_peers(const std::vector<std::unique_ptr<RE_peer>>& peers);
 
@@ -53,6 +54,12 @@ public:
                    const RE_stat_conn_header& ends, bool b_bypassed);
     // local_bytes, remote_bytes: what the applications here and at the peer sent over the connection.
     void close_conn(RE_published_conn& conn, long long local_bytes, long long remote_bytes);
+    // The connection stops because the ack queue is full for it, or because its peer takes no data.
+    void on_ack_queue_stop(const RE_published_conn& conn);
+    void on_wire_stop(const RE_published_conn& conn, std::size_t waiting_bytes);
+    // It goes on after that.
+    void on_ack_queue_start(const RE_published_conn& conn, std::int64_t stopped_ns);
+    void on_wire_start(const RE_published_conn& conn, std::int64_t stopped_ns);
     // From now on the connection's traffic goes around the engine.
     void go_around(RE_published_conn& conn);
 
@@ -74,8 +81,11 @@ public:
 
     // Publishes again when somebody has removed the segment. A failure is logged, and the next call tries again.
     void stay_in_place();
-    // Brings everything up to date that is a state and not a count.
-    void refresh(const std::vector<std::unique_ptr<RE_peer>>& peers);
+    // Brings everything up to date that is a state and not a count. waiting_conns: connections with unacknowledged
+    // data.
+    void refresh(const std::vector<std::unique_ptr<RE_peer>>& peers, const RE_illness_set& ills, int waiting_conns);
+    // Sets what the engine has no part for, after refresh() and for as long as illnesses may come.
+    void stage(const std::vector<std::unique_ptr<RE_peer>>& peers, const RE_illness_set& ills);
     // Appends what the applications' counters gained since the last call. Throws std::system_error.
     void append_app_log(const std::string& path);
 
@@ -83,9 +93,8 @@ private:
     // What a peer's throughput and bypass ratio are made of.
     struct peer_work
     {
-        long long encoded_messages = 0;
-        long long bypassed_messages = 0;
-        long long decoded_bytes = 0; // by redundancy elimination
+        RE_recent_average<256> bypassed_percent; // of the messages encoded
+        long long decoded_bytes = 0;             // by redundancy elimination
         std::int64_t decoding_ns = 0;
         long long passed_bytes = 0; // around it
         std::int64_t passing_ns = 0;
@@ -96,7 +105,8 @@ private:
     void count_open(int peer_slot, std::time_t now, int delta);
     void log_nack(const RE_published_conn& conn, const RE_answer& answer, RE_stat_nack_type type);
     void refresh_peer(int slot, const RE_peer& peer);
-    void refresh_global(const std::vector<std::unique_ptr<RE_peer>>& peers);
+    void refresh_global(const std::vector<std::unique_ptr<RE_peer>>& peers, const RE_illness_set& ills);
+    void refresh_reserve();
 
     RE_stat_writer m_writer;
     bool m_b_room_missed = false;
@@ -104,5 +114,8 @@ private:
     std::vector<peer_work> m_peer_work;        // by peer slot
     long long m_connected_peers = 0;
     long long m_most_connected_peers = 0;
+    long long m_stopped_conns = 0; // by the ack queue
+    long long m_lowest_reserve = std::numeric_limits<long long>::max();
+    RE_illness_set m_staged;
     std::map<std::tuple<std::uint16_t, std::uint16_t, int>, std::unique_ptr<RE_published_app>> m_apps;
 };

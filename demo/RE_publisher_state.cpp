@@ -2,6 +2,9 @@
 #include "RE_clock.h"
 #include "RE_publisher.h"
 
+#include <algorithm>
+#include <fstream>
+
 namespace {
 
 constexpr long long megabytes(std::uint64_t bytes)
@@ -11,10 +14,10 @@ constexpr long long megabytes(std::uint64_t bytes)
 
 long long per_second(long long bytes, std::int64_t nanoseconds)
 {
-    constexpr double ns_per_second = 1e9;
+    constexpr double per_second = ns_per_second;
     return nanoseconds <= 0
                ? 0
-               : static_cast<long long>(static_cast<double>(bytes) * ns_per_second / static_cast<double>(nanoseconds));
+               : static_cast<long long>(static_cast<double>(bytes) * per_second / static_cast<double>(nanoseconds));
 }
 
 void earlier_of(long long& oldest, std::time_t time)
@@ -24,14 +27,65 @@ void earlier_of(long long& oldest, std::time_t time)
     }
 }
 
+RE_CACHE_INIT_STATE cache_state(const std::vector<std::unique_ptr<RE_peer>>& peers, const RE_illness_set& ills)
+{
+    if (ills.has(RE_illness::cache_unusable)) {
+        return RE_CACHE_INACTIVE;
+    }
+    if (ills.has(RE_illness::cache_initialising)) {
+        return RE_CACHE_INIT_IN_PROGRESS;
+    }
+    const bool b_failed = std::any_of(peers.begin(), peers.end(), [](const std::unique_ptr<RE_peer>& peer) {
+        return peer->inbound().decoder().store().is_failed();
+    });
+    return b_failed ? RE_CACHE_TEMP_FAILED : RE_CACHE_ACTIVE;
+}
+
+// The memory that the machine could give to this program, in megabytes; 0 when it does not say.
+long long available_memory()
+{
+    constexpr long long kilobytes_per_megabyte = 1024;
+    std::ifstream figures("/proc/meminfo");
+    std::string name;
+    std::string unit;
+    long long kilobytes = 0;
+    while (figures >> name >> kilobytes && std::getline(figures, unit)) {
+        if (name == "MemAvailable:") {
+            return kilobytes / kilobytes_per_megabyte;
+        }
+    }
+    return 0;
+}
+
+// Adds up averages, each of so many values.
+class average_of_averages
+{
+public:
+    void add(double average, std::uint64_t count)
+    {
+        m_count += count;
+        m_sum += average * static_cast<double>(count);
+    }
+    std::uint64_t count() const { return m_count; }
+    double value() const { return m_count == 0 ? 0 : m_sum / static_cast<double>(m_count); }
+
+private:
+    std::uint64_t m_count = 0;
+    double m_sum = 0;
+};
+
 } // namespace
 
-void RE_publisher::refresh(const std::vector<std::unique_ptr<RE_peer>>& peers)
+void RE_publisher::refresh(const std::vector<std::unique_ptr<RE_peer>>& peers, const RE_illness_set& ills,
+                           int waiting_conns)
 {
+    m_writer.set_global(SO_STAT_ACK_Q_ACTIVE_CONN, waiting_conns);
+    m_writer.set_global(SO_STAT_ACK_Q_CURR_STOP, m_stopped_conns);
     for (const std::unique_ptr<RE_peer>& peer : peers) {
         refresh_peer(peer->number() - 1, *peer);
     }
-    refresh_global(peers);
+    refresh_global(peers, ills);
+    refresh_reserve();
 }
 
 void RE_publisher::refresh_peer(int slot, const RE_peer& peer)
@@ -65,8 +119,7 @@ void RE_publisher::refresh_peer(int slot, const RE_peer& peer)
     const peer_work& work = m_peer_work[static_cast<std::size_t>(slot)];
     set(RE_STAT_PEER_ID_TOT_KAV_DECODE_THRPUT, per_second(work.decoded_bytes, work.decoding_ns));
     set(RE_STAT_PEER_ID_TOT_BYPASS_DECODE_THRPUT, per_second(work.passed_bytes, work.passing_ns));
-    set(RE_STAT_PEER_ID_BYPASS_RATIO,
-        work.encoded_messages == 0 ? 0 : work.bypassed_messages * 100 / work.encoded_messages);
+    set(RE_STAT_PEER_ID_BYPASS_RATIO, static_cast<long long>(work.bypassed_percent.value()));
 
     const std::time_t now = wall_seconds();
     RE_concurrency& concurrency = m_concurrency[static_cast<std::size_t>(slot)];
@@ -74,14 +127,14 @@ void RE_publisher::refresh_peer(int slot, const RE_peer& peer)
     set(RE_STAT_PEER_ID_NUM_AVG_CONNS, concurrency.average(now));
 }
 
-void RE_publisher::refresh_global(const std::vector<std::unique_ptr<RE_peer>>& peers)
+void RE_publisher::refresh_global(const std::vector<std::unique_ptr<RE_peer>>& peers, const RE_illness_set& ills)
 {
     struct
     {
         std::uint64_t capacity, used_bytes, head, tail, evicted_bytes, evicted_signature_bytes;
         std::uint64_t signatures, signature_sections, chunks, sections, table_entries;
-        std::uint64_t reads, unacknowledged;
-        std::int64_t read_ns;
+        std::uint64_t unacknowledged, times_full;
+        average_of_averages reads, slow_reads;
         long long oldest_signature, oldest_data, evicted_signature_sections, evicted_sections;
     } sum{};
     const std::time_t now = wall_seconds();
@@ -103,14 +156,16 @@ void RE_publisher::refresh_global(const std::vector<std::unique_ptr<RE_peer>>& p
         sum.chunks += data.chunk_count();
         sum.sections += data.section_count();
         sum.table_entries += signatures.max_chunk_count() + data.max_chunk_count();
-        sum.reads += store.disk_work().reads;
-        sum.read_ns += store.disk_work().read_ns;
+        sum.reads.add(store.disk_work().read_ns.value(), store.disk_work().reads);
+        sum.slow_reads.add(store.disk_work().slow_read_ns.value(), store.disk_work().slow_reads);
+        sum.times_full += signatures.times_full() + data.times_full();
         sum.unacknowledged += peer->outbound().unacknowledged_bytes();
         earlier_of(sum.oldest_signature, signatures.oldest_time());
         earlier_of(sum.oldest_data, data.oldest_time());
     }
 
     const auto set = [&](int id, auto value) { m_writer.set_global(id, static_cast<long long>(value)); };
+    set(RE_STAT_GLOBAL_ID_CACHE_STATE, cache_state(peers, ills));
     set(RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE, megabytes(sum.capacity));
     set(RE_STAT_GLOBAL_ID_USED_CACHE_SIZE, megabytes(sum.used_bytes));
     set(RE_STAT_GLOBAL_ID_TOT_DATAUINT_DISK_USAGE, megabytes(sum.used_bytes));
@@ -129,11 +184,20 @@ void RE_publisher::refresh_global(const std::vector<std::unique_ptr<RE_peer>>& p
     set(RE_STAT_GLOBAL_ID_NUM_SIGBLOCK_FIFO_SECTION_IN_LAST_HOUR, sum.evicted_signature_sections);
     set(RE_STAT_GLOBAL_ID_NUM_DATAUNIT_FIFO_IN_LAST_HOUR, megabytes(sum.evicted_bytes));
     set(RE_STAT_GLOBAL_ID_NUM_DATAUNIT_FIFO_SECTION_IN_LAST_HOUR, sum.evicted_sections);
-    set(RE_STAT_GLOBAL_ID_NUM_READ, sum.reads);
-    set(RE_STAT_GLOBAL_ID_AVG_READ_LATENCY,
-        sum.reads == 0 ? 0 : sum.read_ns / ns_per_us / static_cast<std::int64_t>(sum.reads));
+    set(RE_STAT_GLOBAL_ID_NUM_READ, sum.reads.count());
+    set(RE_STAT_GLOBAL_ID_AVG_READ_LATENCY, sum.reads.value() / ns_per_us);
+    set(RE_STAT_GLOBAL_ID_NUM_DISK_READ, sum.slow_reads.count());
+    set(RE_STAT_GLOBAL_ID_AVG_DISK_READ_LATENCY, sum.slow_reads.value() / ns_per_us);
+    set(RE_STAT_GLOBAL_ID_NUM_HASH_TABLE_FULL, sum.times_full);
     set(RE_STAT_GLOBAL_ID_FIFO_HEAD_CLOCK, sum.head);
     set(RE_STAT_GLOBAL_ID_FIFO_TAIL_CLOCK, sum.tail);
     set(RE_STAT_GLOBAL_ID_NUM_CONNECTED_PEER, m_connected_peers);
     set(RE_STAT_GLOBAL_ID_MAX_NUM_CONNECTED_PEER, m_most_connected_peers);
+}
+
+// The lowest of all values since the engine's start, as far as it looked.
+void RE_publisher::refresh_reserve()
+{
+    m_lowest_reserve = std::min(m_lowest_reserve, available_memory());
+    m_writer.set_global(RE_STAT_GLOBAL_ID_LOWMEM_LOWEST_RESERVE, m_lowest_reserve);
 }

@@ -1,7 +1,9 @@
 #include "RE_signature_fifo.h"
 
+#include <algorithm>
+
 RE_signature_fifo::RE_signature_fifo(std::uint64_t capacity, std::uint32_t smallest_chunk)
-    : m_capacity(capacity), m_max_chunk_count(static_cast<std::size_t>(capacity / smallest_chunk))
+    : m_configured{capacity, static_cast<std::size_t>(capacity / smallest_chunk)}, m_limit(m_configured)
 {}
 
 RE_known_chunk* RE_signature_fifo::find(RE_signature signature)
@@ -14,8 +16,12 @@ std::uint64_t RE_signature_fifo::insert(RE_signature signature, std::uint32_t si
 {
     const std::uint64_t position = m_head;
     m_head += size;
-    while (!m_order.empty() && m_order.front().position + m_capacity < m_head) {
-        evict_oldest(now);
+    evict_beyond_capacity(now);
+    if (m_chunks.size() >= m_limit.chunks) {
+        ++m_times_full;
+        while (m_chunks.size() >= m_limit.chunks) {
+            evict_oldest(now);
+        }
     }
     m_chunks[signature] = {position, size, m_section, 0};
     m_order.push_back({signature, position, now, size, m_section});
@@ -47,6 +53,16 @@ void RE_signature_fifo::clear()
     m_order.clear();
 }
 
+void RE_signature_fifo::limit(const RE_fifo_limit& limit, std::time_t now)
+{
+    m_limit.capacity = std::min(limit.capacity, m_configured.capacity);
+    m_limit.chunks = std::min(limit.chunks, m_configured.chunks);
+    evict_beyond_capacity(now);
+    while (m_chunks.size() > m_limit.chunks) {
+        evict_oldest(now);
+    }
+}
+
 std::size_t RE_signature_fifo::section_count() const
 {
     if (m_order.empty()) {
@@ -60,6 +76,13 @@ std::size_t RE_signature_fifo::bytes_per_chunk()
 {
     // A node of the map with its link and its place in the table, and the chunk's place in the order of arrival.
     return sizeof(std::pair<const RE_signature, RE_known_chunk>) + 2 * sizeof(void*) + sizeof(arrival);
+}
+
+void RE_signature_fifo::evict_beyond_capacity(std::time_t now)
+{
+    while (!m_order.empty() && m_order.front().position + m_limit.capacity < m_head) {
+        evict_oldest(now);
+    }
 }
 
 void RE_signature_fifo::evict_oldest(std::time_t now)

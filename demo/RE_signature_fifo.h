@@ -9,6 +9,7 @@
 #include "RE_signature.h"
 
 #include <deque>
+#include <limits>
 #include <unordered_map>
 
 struct RE_known_chunk
@@ -17,6 +18,12 @@ struct RE_known_chunk
     std::uint32_t size;
     std::uint32_t section; // chunks of one message share a section
     std::uint32_t matches; // how often it was found again
+};
+
+struct RE_fifo_limit
+{
+    std::uint64_t capacity = std::numeric_limits<std::uint64_t>::max(); // bytes of chunks
+    std::size_t chunks = std::numeric_limits<std::size_t>::max();
 };
 
 class RE_signature_fifo
@@ -35,15 +42,19 @@ public:
     // Forgets every chunk from the tail up to this position, itself included.
     void forget_up_to(std::uint64_t position, std::time_t now);
     void clear();
+    // Remembers so much at most from now on, and never more than at first; what is too much goes at once.
+    void limit(const RE_fifo_limit& limit, std::time_t now);
 
-    std::uint64_t capacity() const { return m_capacity; }
+    std::uint64_t capacity() const { return m_limit.capacity; }
     std::uint64_t head_clock() const { return m_head; }
     std::uint64_t tail_clock() const { return m_order.empty() ? m_head : m_order.front().position; }
     std::uint64_t used_bytes() const { return m_head - tail_clock(); }
     std::size_t chunk_count() const { return m_chunks.size(); }
     std::size_t section_count() const;
     // Bounds chunk_count().
-    std::size_t max_chunk_count() const { return m_max_chunk_count; }
+    std::size_t max_chunk_count() const { return m_limit.chunks; }
+    // How often a chunk came when there were so many.
+    std::uint64_t times_full() const { return m_times_full; }
     // Bytes of memory that one chunk costs here.
     static std::size_t bytes_per_chunk();
     // When the oldest chunk came, seconds since the epoch; 0 when there is none.
@@ -65,11 +76,13 @@ private:
     };
 
     void evict_oldest(std::time_t now);
+    void evict_beyond_capacity(std::time_t now);
 
-    std::uint64_t m_capacity;
-    std::size_t m_max_chunk_count;
+    RE_fifo_limit m_configured;
+    RE_fifo_limit m_limit;
     std::uint64_t m_head = 0;
     std::uint32_t m_section = 0;
+    std::uint64_t m_times_full = 0;
     std::unordered_map<RE_signature, RE_known_chunk> m_chunks;
     std::deque<arrival> m_order; // oldest first; also those that were forgotten since
     RE_last_hour m_evicted_chunks;

@@ -85,13 +85,14 @@ struct default_source
     const char* path;
     std::uintmax_t smallest_file;
     std::uintmax_t most_bytes;
+    bool b_compressible = true;
 };
 
 // Text that deflates well, text that repeats itself, pages that are compressed already, and programs.
 constexpr std::array<default_source, 4> default_sources{{
     {"/usr/share/common-licenses", 0, 1U << 20U},
     {"/etc", 1024, 4U << 20U},
-    {"/usr/share/man", 8 * 1024, 12U << 20U},
+    {"/usr/share/man", 8 * 1024, 12U << 20U, false},
     {"/usr/bin", 16 * 1024, 12U << 20U},
 }};
 constexpr std::uintmax_t largest_default_file = 1U << 20U;
@@ -115,7 +116,7 @@ constexpr std::array<size_range, 6> usual_sizes{{
 
 } // namespace
 
-std::vector<std::string> find_traffic(const std::vector<std::string>& paths)
+std::vector<std::string> find_traffic(const std::vector<std::string>& paths, bool b_variety)
 {
     traffic_list list;
     for (const std::string& path : paths) {
@@ -126,7 +127,7 @@ std::vector<std::string> find_traffic(const std::vector<std::string>& paths)
         for (const default_source& source : default_sources) {
             list.smallest_file = source.smallest_file;
             list.bytes_left = source.most_bytes;
-            if (fs::is_directory(source.path)) {
+            if ((source.b_compressible || b_variety) && fs::is_directory(source.path)) {
                 add_folder(list, source.path);
             }
         }

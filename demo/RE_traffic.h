@@ -11,8 +11,8 @@
 
 // Every regular file at or below `paths`, sorted within each folder; links within folders are not followed. What cannot
 // be read is left out with a note on standard error. Without paths: some files that every machine has, of a bounded
-// size. Throws std::runtime_error for a path that does not exist.
-std::vector<std::string> find_traffic(const std::vector<std::string>& paths);
+// size; some do not compress when b_variety is set. Throws std::runtime_error for a path that does not exist.
+std::vector<std::string> find_traffic(const std::vector<std::string>& paths, bool b_variety = false);
 
 // Sizes of messages in bytes: one size, or (0) a spread of sizes as applications have them, from tiny ones to 64 KB.
 struct RE_message_sizes

@@ -6,7 +6,7 @@ int main(int argc, char** argv)
 {
     const std::string folder = seed_folder(argc, argv);
     use_own_segment();
-    write_seed(folder, "nothing", saved_sample({0, 0, 0, 0, 0}));
+    write_seed(folder, "nothing", saved_sample(empty_shape));
     write_seed(folder, "a_peer", saved_sample({1, 0, 0, 0, 0}));
     write_seed(folder, "a_conn", saved_sample({1, 1, 0, 0, 0}));
     write_seed(folder, "conns", saved_sample({2, 4, 0, 0, 0}));
@@ -14,7 +14,7 @@ int main(int argc, char** argv)
     write_seed(folder, "nacks", saved_sample({0, 0, 0, 5, 0}));
     write_seed(folder, "bypassed", saved_sample({0, 0, 0, 0, 2}));
     write_seed(folder, "everything", saved_sample({}));
-    std::vector<unsigned char> cut = saved_sample({0, 0, 0, 0, 0});
+    std::vector<unsigned char> cut = saved_sample(empty_shape);
     cut.resize(200);
     write_seed(folder, "cut", cut);
     return 0;

@@ -49,14 +49,14 @@ std::vector<std::string> kind_words()
 
 void add_list(CLI::App& app, int& status)
 {
-    CLI::App* const command = app.add_subcommand("list", "Every counter with its unit, kind and meaning");
+    CLI::App* const command = app.add_subcommand("list", "Every counter with its unit, kind, meaning and metrics");
     const auto options = std::make_shared<ListOptions>();
-    command->add_option("SEARCH", options->search, "Only counters with this in their name or meaning");
+    command->add_option("SEARCH", options->search, "Only counters with this in their name, metric or meaning");
     command->add_option("--scope", options->scope, "Only counters of this scope")
         ->check(CLI::IsMember({"engine", "peer", "connection", "application"}));
     command->add_option("--unit", options->unit, "Only counters of this unit")->check(CLI::IsMember(unit_words()));
     command->add_option("--kind", options->kind, "Only counters of this kind")->check(CLI::IsMember(kind_words()));
-    command->add_flag("--json", options->b_json, "As JSON, with the names of the metrics");
+    command->add_flag("--json", options->b_json, "As JSON");
     command->callback([options, &status] { status = run_list(*options); });
 }
 

@@ -1,10 +1,9 @@
-// kavstat list: every counter with its names, unit, kind and meaning.
+// kavstat list: every counter with its names, unit, kind and meaning, and its series in Prometheus.
 #include "commands/commands.h"
 #include "commands/report_error.h"
-#include "documents/metrics.h"
 #include "format/json_writer.h"
 #include "format/text.h"
-#include "model/counter_names.h"
+#include "model/metric_names.h"
 
 #include <unistd.h>
 
@@ -19,7 +18,7 @@ bool contains(const std::string& text, const std::string& part)
     return lower_case(text).find(part) != std::string::npos;
 }
 
-bool is_wanted(const NamedCounter& counter, const ListOptions& options)
+bool is_wanted(CounterScope scope, const NamedCounter& counter, const ListOptions& options)
 {
     if (!options.unit.empty() && options.unit != get_stat_unit_word(counter.info.unit)) {
         return false;
@@ -28,7 +27,10 @@ bool is_wanted(const NamedCounter& counter, const ListOptions& options)
         return false;
     }
     const std::string part = lower_case(options.search);
-    return contains(counter.info.name, part) || contains(counter.key, part) || contains(counter.info.meaning, part);
+    const std::vector<std::string> selectors = selectors_of(scope, counter);
+    return contains(counter.info.name, part) || contains(counter.key, part) || contains(counter.info.meaning, part) ||
+           std::any_of(selectors.begin(), selectors.end(),
+                       [&](const std::string& selector) { return contains(selector, part); });
 }
 
 void add_padded(Output& output, const std::string& text, std::size_t width)
@@ -57,6 +59,11 @@ void print_rows(Output& output, CounterScope scope, const std::vector<NamedCount
         add_padded(output, get_stat_kind_word(counter.info.kind), 7);
         output.add(counter.info.meaning);
         output.add('\n');
+        for (const std::string& selector : selectors_of(scope, counter)) {
+            output.add("    ");
+            output.add(selector);
+            output.add('\n');
+        }
     }
 }
 
@@ -74,8 +81,8 @@ void write_rows(JsonWriter& json, CounterScope scope, const std::vector<NamedCou
         json.member_text("meaning", counter.info.meaning);
         json.key("metrics");
         json.begin_array();
-        for (const std::string& metric : metrics_of(scope, counter)) {
-            json.text(metric);
+        for (const std::string& selector : selectors_of(scope, counter)) {
+            json.text(selector);
         }
         json.end_array();
         json.end_object();
@@ -98,7 +105,7 @@ int run_list(const ListOptions& options)
         }
         std::vector<NamedCounter> wanted;
         for (const NamedCounter& counter : counters_of(scope)) {
-            if (is_wanted(counter, options)) {
+            if (is_wanted(scope, counter, options)) {
                 wanted.push_back(counter);
             }
         }

@@ -1,6 +1,5 @@
 #include "documents/diff.h"
 
-#include "documents/metrics.h"
 #include "format/text.h"
 #include "model/change.h"
 #include "model/counter_names.h"

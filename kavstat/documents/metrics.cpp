@@ -1,6 +1,7 @@
 #include "documents/metrics.h"
 
 #include "format/text.h"
+#include "model/metric_names.h"
 
 #include <algorithm>
 #include <charconv>
@@ -11,55 +12,97 @@ namespace kavstat {
 
 namespace {
 
-constexpr const char* engine_prefix = "kav_";
-constexpr const char* connections_prefix = "kav_connections_";
-constexpr const char* peer_prefix = "kav_peer_";
-constexpr const char* peer_connections_prefix = "kav_peer_connections_";
-constexpr const char* application_prefix = "kav_application_";
-
 // Far less than a piece of a document that a client holds.
 constexpr std::size_t series_at_once = 32;
 
-void add_head(Output& output, const std::string& name, std::string_view meaning, bool b_total)
+std::string head_of(const std::string& name, const std::string& help, MetricType type)
 {
-    output.add("# HELP ");
-    output.add(name);
-    output.add(' ');
-    output.add(meaning);
-    output.add("\n# TYPE ");
-    output.add(name);
-    output.add(b_total ? " counter\n" : " gauge\n");
+    return "# HELP " + name + " " + help + "\n# TYPE " + name + " " + word_of(type) + "\n";
 }
 
-void add_gauge(Output& output, const std::string& name, std::string_view meaning, long long value)
+void add_gauge(Output& output, const std::string& name, const std::string& help, long long value)
 {
-    add_head(output, name, meaning, false);
+    output.add(head_of(name, help, MetricType::gauge));
     output.add(name);
     output.add(' ');
     output.add_number(value);
     output.add('\n');
 }
 
-// Counters without labels of their own, the members of a range apart.
-void add_figures(Document& document, Output& output, const char* prefix, CounterScope scope,
+// The text of a metric, with everything that is the same in every exposition.
+struct MetricText
+{
+    struct Line
+    {
+        std::string beginning; // up to the value, or to the labels of the thing that it is the value of
+        SeriesValue value;
+        std::size_t id;
+    };
+
+    std::string head;
+    RE_stat_unit unit;
+    std::vector<Line> lines; // of one thing
+};
+
+// b_things: whether the metrics have labels for peers or applications as well.
+std::vector<MetricText> texts_of(CounterScope scope, const std::string& prefix, bool b_things)
+{
+    std::vector<MetricText> texts;
+    for (const Metric& metric : metrics_of(scope)) {
+        texts.push_back({head_of(prefix + metric.name, metric.help, metric.type), metric.unit, {}});
+        for (const MetricSeries& series : metric.series) {
+            std::string beginning = prefix + series.name;
+            if (b_things) {
+                beginning += "{" + series.labels + (series.labels.empty() ? "" : ",");
+            } else {
+                beginning += series.labels.empty() ? " " : "{" + series.labels + "} ";
+            }
+            const std::size_t id = series.value == SeriesValue::count ? 0 : static_cast<std::size_t>(series.id);
+            texts.back().lines.push_back({std::move(beginning), series.value, id});
+        }
+    }
+    return texts;
+}
+
+// Sums of garbage wrap.
+long long sum_of(long long one, long long other)
+{
+    return static_cast<long long>(static_cast<unsigned long long>(one) + static_cast<unsigned long long>(other));
+}
+
+// The metric's lines for one thing. labels: the thing's, or nothing. figure: the value of a counter's id.
+template <typename Figure>
+void add_lines(Output& output, const MetricText& metric, std::string_view labels, const Figure& figure)
+{
+    long long observed = 0;
+    for (const auto& [beginning, value, id] : metric.lines) {
+        output.add(beginning);
+        output.add(labels);
+        switch (value) {
+        case SeriesValue::counter:
+        case SeriesValue::sum:
+            add_metric_value(output, metric.unit, figure(id));
+            break;
+        case SeriesValue::bucket:
+            observed = sum_of(observed, figure(id));
+            output.add_number(observed);
+            break;
+        case SeriesValue::count:
+            output.add_number(observed);
+            observed = 0;
+            break;
+        }
+        output.add('\n');
+    }
+}
+
+// Metrics without things.
+void add_metrics(Document& document, Output& output, const std::vector<MetricText>& metrics,
                  std::span<const long long> figures)
 {
-    const std::vector<NamedCounter>& counters = counters_of(scope);
-    document.add_each(counters.size(), [&, prefix, figures](std::size_t at) {
-        const NamedCounter& counter = counters[at];
-        const std::string name = prefix + metric_name_of(counter);
-        add_head(output, name, counter.info.meaning, counter.is_total());
-        for (int id = counter.id(); id <= counter.info.last_id; ++id) {
-            output.add(name);
-            if (counter.is_range()) {
-                output.add("{index=\"");
-                output.add_number(id - counter.id());
-                output.add("\"}");
-            }
-            output.add(' ');
-            add_metric_value(output, counter.info.unit, figures[static_cast<std::size_t>(id)]);
-            output.add('\n');
-        }
+    document.add_each(metrics.size(), [&output, &metrics, figures](std::size_t at) {
+        output.add(metrics[at].head);
+        add_lines(output, metrics[at], "", [figures](std::size_t id) { return figures[id]; });
     });
 }
 
@@ -68,68 +111,73 @@ std::string label(const char* name, std::string_view value)
     return std::string(name) + "=\"" + escaped_label(clean_text(value)) + "\"";
 }
 
-void add_labels(Output& output, const SnapshotPeer& peer)
+// A thing's labels and the end of them all.
+void append_labels(std::string& text, const SnapshotPeer& peer)
 {
-    output.add("{peer=\"");
-    output.add_number(peer.number);
-    output.add("\"} ");
+    text += "peer=\"";
+    text += std::to_string(peer.number);
+    text += "\"} ";
 }
 
-void add_labels(Output& output, const SnapshotApp& app)
+void append_labels(std::string& text, const SnapshotApp& app)
 {
-    output.add("{application=\"");
-    output.add(application_label(app.app.m_header));
-    output.add("\",peer=\"");
+    const RE_stat_app_header& header = app.app.m_header;
+    text += "port=\"";
+    text += std::to_string(header.m_server_port);
+    text += "\",handle=\"";
+    text += std::to_string(header.m_policy_engine_handler);
+    text += header.m_b_src_port != 0 ? "\",classifier=\"client_port\"" : "\",classifier=\"server_port\"";
     if (app.peer_number >= 0) {
-        output.add_number(app.peer_number);
+        text += ",peer=\"";
+        text += std::to_string(app.peer_number);
+    } else {
+        text += ",kav_peer_id=\"";
+        text += header.m_kav_peer_id.getString();
     }
-    // The identity as well, as an application may outlive its peer's record, and with it the number.
-    output.add("\",kav_peer_id=\"");
-    output.add(app.app.m_header.m_kav_peer_id.getString());
-    output.add("\"} ");
+    text += "\"} ";
 }
 
-// A metric for every counter, and in it a series for every thing. figure: the thing's value of a counter's id.
+// Metrics that have lines for every thing. figure: the thing's value of a counter's id.
 template <typename Thing, typename Figure>
-void add_families(Document& document, Output& output, const char* prefix, CounterScope scope,
-                  const std::vector<const Thing*>& things, const Figure& figure)
+void add_metrics(Document& document, Output& output, const std::vector<MetricText>& metrics,
+                 const std::vector<const Thing*>& things, const Figure& figure)
 {
     if (things.empty()) {
         return;
     }
-    document.add([&output, &things, &counters = counters_of(scope), prefix, figure, name = std::string(),
-                  family = std::size_t{0}, next = std::size_t{0}]() mutable {
-        const NamedCounter& counter = counters[family];
+    document.add([&output, &metrics, &things, figure, labels = std::string(), at = std::size_t{0},
+                  next = std::size_t{0}]() mutable {
+        const MetricText& metric = metrics[at];
         if (next == 0) {
-            name = prefix + metric_name_of(counter);
-            add_head(output, name, counter.info.meaning, counter.is_total());
+            output.add(metric.head);
         }
-        const std::size_t end = std::min(next + series_at_once, things.size());
-        for (; next < end; ++next) {
-            output.add(name);
-            add_labels(output, *things[next]);
-            add_metric_value(output, counter.info.unit, figure(*things[next], static_cast<std::size_t>(counter.id())));
-            output.add('\n');
+        for (std::size_t series = 0; series < series_at_once && next < things.size(); ++next) {
+            const Thing& thing = *things[next];
+            labels.clear();
+            append_labels(labels, thing);
+            add_lines(output, metric, labels, [&](std::size_t id) { return figure(thing, id); });
+            series += metric.lines.size();
         }
         if (next == things.size()) {
             next = 0;
-            ++family;
+            ++at;
         }
-        return family < counters.size();
+        return at < metrics.size();
     });
 }
 
 // A metric of one more value that things have.
 template <typename Thing, typename Value>
-void add_family(Document& document, Output& output, const char* name, const char* meaning, bool b_total,
+void add_metric(Document& document, Output& output, const char* name, const char* help, MetricType type,
                 const std::vector<const Thing*>& things, const Value& value)
 {
-    document.add_each(things.size(), [&, name, meaning, b_total, value](std::size_t at) {
+    document.add_each(things.size(), [&, name, help, type, value](std::size_t at) {
         if (at == 0) {
-            add_head(output, name, meaning, b_total);
+            output.add(head_of(name, help, type));
         }
-        output.add(name);
-        add_labels(output, *things[at]);
+        std::string line = std::string(name) + "{";
+        append_labels(line, *things[at]);
+        output.add(line);
         output.add_number(value(*things[at]));
         output.add('\n');
     });
@@ -174,8 +222,10 @@ bool has_lesser_labels(const SnapshotApp& one, const SnapshotApp& other)
 {
     const auto key = [](const SnapshotApp& app) {
         const RE_stat_app_header& header = app.app.m_header;
+        const bool b_peer = app.peer_number >= 0;
+        const RE_kav_peer_id identity = b_peer ? RE_kav_peer_id{} : header.m_kav_peer_id;
         return std::make_tuple(header.m_server_port, header.m_b_src_port, header.m_policy_engine_handler,
-                               std::to_array(header.m_kav_peer_id.m_data));
+                               b_peer ? app.peer_number : -1, std::to_array(identity.m_data));
     };
     return key(one) < key(other);
 }
@@ -183,8 +233,8 @@ bool has_lesser_labels(const SnapshotApp& one, const SnapshotApp& other)
 void add_program(Output& output, bool b_up)
 {
     add_gauge(output, "kav_up", "1 when the engine's statistics could be read", b_up ? 1 : 0);
-    add_head(output, "kavstat_info", "the program that made these metrics; always 1", false);
-    output.add("kavstat_info{" + label("version", KAV_VERSION) + "} 1\n");
+    output.add(head_of("kavstat_build_info", "the program that made these metrics; always 1", MetricType::gauge));
+    output.add("kavstat_build_info{" + label("version", KAV_VERSION) + "} 1\n");
 }
 
 void add_multiple(Output& output, long long value, long long factor)
@@ -232,50 +282,14 @@ void add_fraction(Output& output, long long value, int decimals)
 
 void add_metric_value(Output& output, RE_stat_unit unit, long long value)
 {
-    switch (unit) {
-    case RE_stat_unit::kilobytes:
-        add_multiple(output, value, 1LL << 10U);
-        break;
-    case RE_stat_unit::megabytes:
-        add_multiple(output, value, 1LL << 20U);
-        break;
-    case RE_stat_unit::microseconds:
-        add_fraction(output, value, 6);
-        break;
-    case RE_stat_unit::percent:
-        add_fraction(output, value, 2);
-        break;
-    default:
+    const auto [factor, decimals] = base_unit_of(unit);
+    if (decimals != 0) {
+        add_fraction(output, value, decimals);
+    } else if (factor != 1) {
+        add_multiple(output, value, factor);
+    } else {
         output.add_number(value);
     }
-}
-
-std::string application_label(const RE_stat_app_header& header)
-{
-    std::string text = std::to_string(header.m_server_port);
-    if (header.m_b_src_port != 0) {
-        text += "-source";
-    }
-    if (header.m_policy_engine_handler != 0) {
-        text += "-handle" + std::to_string(header.m_policy_engine_handler);
-    }
-    return text;
-}
-
-std::vector<std::string> metrics_of(CounterScope scope, const NamedCounter& counter)
-{
-    const std::string name = metric_name_of(counter);
-    switch (scope) {
-    case CounterScope::engine:
-        return {engine_prefix + name};
-    case CounterScope::peer:
-        return {peer_prefix + name};
-    case CounterScope::connection:
-        return {connections_prefix + name, peer_connections_prefix + name};
-    case CounterScope::application:
-        break;
-    }
-    return {application_prefix + name};
 }
 
 void write_metrics_without_engine(Output& output)
@@ -296,8 +310,10 @@ Document Exposition::document(Output& output) const
 {
     Document document;
     document.add_once([this, &output] { write_engine(output); });
-    add_figures(document, output, engine_prefix, CounterScope::engine, m_snapshot.engine);
-    add_figures(document, output, connections_prefix, CounterScope::connection, m_snapshot.connections);
+    static const auto engine = texts_of(CounterScope::engine, engine_prefix, false);
+    static const auto connections = texts_of(CounterScope::connection, connections_prefix, false);
+    add_metrics(document, output, engine, m_snapshot.engine);
+    add_metrics(document, output, connections, m_snapshot.connections);
     add_peers(document, output);
     add_applications(document, output);
     return document;
@@ -306,7 +322,7 @@ Document Exposition::document(Output& output) const
 void Exposition::write_engine(Output& output) const
 {
     add_program(output, true);
-    add_gauge(output, "kav_engine_start_time_seconds", "when the engine was started, seconds since the epoch",
+    add_gauge(output, "kav_engine_start_timestamp_seconds", "when the engine was started, seconds since the epoch",
               m_snapshot.engine_start_time);
     add_gauge(output, "kav_active_connections", "connections open now", m_snapshot.active_connections);
     if (m_bypass_servers >= 0) {
@@ -320,18 +336,20 @@ void Exposition::add_peers(Document& document, Output& output) const
         add_gauge(output, "kavstat_skipped_peers", "peers left out because another one has the same number",
                   static_cast<long long>(m_snapshot.peers.size() - m_peers.size()));
         if (!m_peers.empty()) {
-            add_head(output, "kav_peer_info", "who the peer is; always 1", false);
+            output.add(head_of("kav_peer_info", "who the peer is; always 1", MetricType::gauge));
         }
     });
     document.add_each(m_peers.size(), [this, &output](std::size_t at) { add_peer_info(output, *m_peers[at]); });
-    add_family(document, output, "kav_peer_outdated", "1 when the peer's record is outdated", false, m_peers,
-               [](const SnapshotPeer& peer) { return peer.header.m_b_outdated != 0 ? 1 : 0; });
-    add_family(document, output, "kav_peer_active_connections", "connections open with the peer now", false, m_peers,
-               [](const SnapshotPeer& peer) { return peer.active_connections; });
-    add_families(document, output, peer_prefix, CounterScope::peer, m_peers,
-                 [](const SnapshotPeer& peer, std::size_t id) { return peer.figures[id]; });
-    add_families(document, output, peer_connections_prefix, CounterScope::connection, m_peers,
-                 [](const SnapshotPeer& peer, std::size_t id) { return peer.connections[id]; });
+    add_metric(document, output, "kav_peer_outdated", "1 when the peer's record is outdated", MetricType::gauge,
+               m_peers, [](const SnapshotPeer& peer) { return peer.header.m_b_outdated != 0 ? 1 : 0; });
+    add_metric(document, output, "kav_peer_active_connections", "connections open with the peer now", MetricType::gauge,
+               m_peers, [](const SnapshotPeer& peer) { return peer.active_connections; });
+    static const auto peer_metrics = texts_of(CounterScope::peer, peer_prefix, true);
+    static const auto connection_metrics = texts_of(CounterScope::connection, peer_connections_prefix, true);
+    add_metrics(document, output, peer_metrics, m_peers,
+                [](const SnapshotPeer& peer, std::size_t id) { return peer.figures[id]; });
+    add_metrics(document, output, connection_metrics, m_peers,
+                [](const SnapshotPeer& peer, std::size_t id) { return peer.connections[id]; });
 }
 
 void Exposition::add_applications(Document& document, Output& output) const
@@ -341,14 +359,15 @@ void Exposition::add_applications(Document& document, Output& output) const
                   "applications left out because another one has the same labels",
                   static_cast<long long>(m_snapshot.apps.size() - m_apps.size()));
     });
-    add_family(document, output, "kav_application_opened_total", "connections of the application opened, wraps at 2^23",
-               true, m_apps,
+    add_metric(document, output, "kav_application_opened_connections_total", "connections opened, wraps at 2^23",
+               MetricType::counter, m_apps,
                [](const SnapshotApp& app) { return static_cast<long long>(app.app.m_header.m_open_cnt); });
-    add_family(document, output, "kav_application_closed_total", "connections of the application closed, wraps at 2^24",
-               true, m_apps,
+    add_metric(document, output, "kav_application_closed_connections_total", "connections closed, wraps at 2^24",
+               MetricType::counter, m_apps,
                [](const SnapshotApp& app) { return static_cast<long long>(app.app.m_header.m_close_cnt); });
-    add_families(document, output, application_prefix, CounterScope::application, m_apps,
-                 [](const SnapshotApp& app, std::size_t id) { return static_cast<long long>(app.app.m_id_array[id]); });
+    static const auto metrics = texts_of(CounterScope::application, application_prefix, true);
+    add_metrics(document, output, metrics, m_apps,
+                [](const SnapshotApp& app, std::size_t id) { return static_cast<long long>(app.app.m_id_array[id]); });
 }
 
 void write_metrics_of(RE_image_reader& reader, std::time_t now, Output& output)

@@ -2,12 +2,11 @@
 // and applications only: a series for every connection that ever was would be the end of any time series database.
 #pragma once
 
+#include "RE_stat_counters.h"
 #include "format/document.h"
 #include "format/output.h"
-#include "model/counter_names.h"
 #include "model/snapshot.h"
 
-#include <string>
 #include <vector>
 
 namespace kavstat {
@@ -42,14 +41,7 @@ void write_metrics_without_engine(Output& output);
 // meanwhile.
 void write_metrics_of(RE_image_reader& reader, std::time_t now, Output& output);
 
-// The metrics that show a counter, by their full names.
-std::vector<std::string> metrics_of(CounterScope scope, const NamedCounter& counter);
-
 // The value in the metric's base unit, with all its digits: 25000 microseconds are "0.025".
 void add_metric_value(Output& output, RE_stat_unit unit, long long value);
-
-// The label value that names an application: "80", "80-source" for the client's port, "80-handle5" when the engine's
-// policy gave it names.
-std::string application_label(const RE_stat_app_header& header);
 
 } // namespace kavstat

@@ -42,34 +42,6 @@ std::vector<NamedCounter> with_keys(std::span<const RE_stat_counter_info> counte
     return named;
 }
 
-void drop_ending(std::string& name, std::string_view ending)
-{
-    if (name.size() > ending.size() && std::string_view(name).ends_with(ending)) {
-        name.resize(name.size() - ending.size());
-    }
-}
-
-// What a metric's name says of its unit; counts of things say it by their words alone.
-std::string_view unit_ending(RE_stat_unit unit)
-{
-    switch (unit) {
-    case RE_stat_unit::bytes:
-    case RE_stat_unit::kilobytes:
-    case RE_stat_unit::megabytes:
-        return "_bytes";
-    case RE_stat_unit::bytes_per_second:
-        return "_bytes_per_second";
-    case RE_stat_unit::microseconds:
-        return "_seconds";
-    case RE_stat_unit::seconds_since_epoch:
-        return "_timestamp_seconds";
-    case RE_stat_unit::percent:
-        return "_ratio";
-    default:
-        return "";
-    }
-}
-
 } // namespace
 
 const std::vector<NamedCounter>& counters_of(CounterScope scope)
@@ -104,25 +76,6 @@ const char* word_of(CounterScope scope)
         break;
     }
     return "application";
-}
-
-std::string metric_name_of(const NamedCounter& counter)
-{
-    std::string name = counter.key;
-    // Units that the enumerator tells already, and endings that mean a part of a histogram or a running total to those
-    // who read metrics.
-    for (const std::string_view ending : {"_kbytes", "_bytes", "_ratio", "_count", "_cnt"}) {
-        drop_ending(name, ending);
-    }
-    // A lone letter reads as a unit's abbreviation.
-    if (const std::size_t at = name.find("_b_"); at != std::string::npos) {
-        name.replace(at, 3, "_block_");
-    }
-    name += unit_ending(counter.info.unit);
-    if (counter.is_total()) {
-        name += "_total";
-    }
-    return name;
 }
 
 } // namespace kavstat

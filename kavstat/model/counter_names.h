@@ -1,5 +1,5 @@
-// The counters of RE_stat_counters.def under the names that programs see: a key in JSON, a metric in an exposition.
-// Both are made from the table's enumerators, so that no name is ever written down a second time.
+// The counters of RE_stat_counters.def under their keys in JSON and in tables. Keys are made from the enumerators, so
+// that they are not written down a second time. metric_names.h has the names in Prometheus.
 #pragma once
 
 #include "RE_stat_counters.h"
@@ -39,9 +39,5 @@ const std::vector<NamedCounter>& counters_of(CounterScope scope);
 const char* word_of(CounterScope scope);
 inline constexpr CounterScope all_counter_scopes[] = {CounterScope::engine, CounterScope::peer,
                                                       CounterScope::connection, CounterScope::application};
-
-// The metric's name after its prefix: "cache_sigblock_age_timestamp_seconds". Base units (bytes, seconds, a ratio),
-// "_total" on running totals and nowhere else.
-std::string metric_name_of(const NamedCounter& counter);
 
 } // namespace kavstat

@@ -100,6 +100,18 @@ std::optional<std::vector<RE_bypass_entry>> read_bypass(RE_image_reader& reader)
     return entries;
 }
 
+std::string application_label(const RE_stat_app_header& header)
+{
+    std::string text = std::to_string(header.m_server_port);
+    if (header.m_b_src_port != 0) {
+        text += "-source";
+    }
+    if (header.m_policy_engine_handler != 0) {
+        text += "-handle" + std::to_string(header.m_policy_engine_handler);
+    }
+    return text;
+}
+
 bool read_connection(RE_stat_reader& reader, int slot, SnapshotConn& conn)
 {
     if (!reader.is_conn_valid(slot) || reader.read_conn_header(slot, conn.header) < 0 ||

@@ -409,8 +409,6 @@ TEST_F(config_view, passes_the_bypass_tables_size_on_as_a_signed_number)
 TEST_F(config_view, bundles_brief_configuration_nack_log_and_bypass_table_for_support)
 {
     show_file_with("secret");
-    setenv("TZ", "UTC0", 1);
-    tzset();
     reader.nacks = {{0, 1, 7, 5, 1, 10}};
     EXPECT_EQ(output_of(show_tech_support),
               "\n ------------ KAV configuration parameters ------------------\n" + brief +
@@ -420,8 +418,6 @@ TEST_F(config_view, bundles_brief_configuration_nack_log_and_bypass_table_for_su
                   "01/01/1970 00:00:00         5        1         10 R-Tx Unknown\n"
                   "\n------------- KAV auto bypass table -----------------------\n"
                   "auto-bypass table at null, detail\n");
-    unsetenv("TZ");
-    tzset();
     EXPECT_EQ(m_fd, -1);
 }
 

@@ -48,74 +48,66 @@ public:
 int mortal_slot::destructions = 0;
 int mortal_slot::deallocations = 0;
 
-fake_reader reader_with_counter_5()
+class conn_slot : public view_test
 {
-    fake_reader reader;
-    reader.global_conn_stats[5] = 100;
-    reader.peers.resize(3);
-    reader.peers[2].conn_stats[5] = 200;
-    reader.conns.resize(3);
-    reader.conns[2].stats[5] = 300;
-    return reader;
-}
+protected:
+    conn_slot()
+    {
+        reader.global_conn_stats[5] = 100;
+        reader.peers.resize(3);
+        reader.peers[2].conn_stats[5] = 200;
+        reader.conns.resize(3);
+        reader.conns[2].stats[5] = 300;
+    }
+};
 
 } // namespace
 
-TEST(conn_slot, global_reads_the_engines_connection_counter)
+TEST_F(conn_slot, global_reads_the_engines_connection_counter)
 {
-    fake_reader reader = reader_with_counter_5();
-    const reader_in_place in_place(reader);
     EXPECT_EQ(RE_global_conn_slot().get(5), 100);
     EXPECT_EQ(reader.calls, std::vector<std::string>{"read_global_conn_stat 5"});
 }
 
-TEST(conn_slot, peer_and_connection_of_the_same_index_read_different_reader_operations)
+TEST_F(conn_slot, peer_and_connection_of_the_same_index_read_different_reader_operations)
 {
-    fake_reader reader = reader_with_counter_5();
-    const reader_in_place in_place(reader);
     EXPECT_EQ(RE_peer_conn_slot(2).get(5), 200);
     EXPECT_EQ(RE_conn_conn_slot(2).get(5), 300);
     EXPECT_EQ(reader.calls, (std::vector<std::string>{"read_peer_conn_stat 2 5", "read_conn_stat 2 5"}));
 }
 
-TEST(conn_slot, global_and_peer_are_aggregated_and_a_connection_is_not)
+TEST_F(conn_slot, global_and_peer_are_aggregated_and_a_connection_is_not)
 {
     EXPECT_TRUE(RE_global_conn_slot().is_aggregated());
     EXPECT_TRUE(RE_peer_conn_slot(2).is_aggregated());
     EXPECT_FALSE(RE_conn_conn_slot(2).is_aggregated());
 }
 
-TEST(conn_slot, two_gets_of_one_counter_both_go_to_the_reader)
+TEST_F(conn_slot, two_gets_of_one_counter_both_go_to_the_reader)
 {
-    fake_reader reader = reader_with_counter_5();
-    const reader_in_place in_place(reader);
-    reader.on_read = [&reader] { ++reader.global_conn_stats[5]; };
+    reader.on_read = [this] { ++reader.global_conn_stats[5]; };
     const RE_global_conn_slot slot;
     EXPECT_EQ(slot.get(5), 101);
     EXPECT_EQ(slot.get(5), 102);
     EXPECT_EQ(reader.count("read_global_conn_stat 5"), 2);
 }
 
-TEST(conn_slot, failing_reader_gives_0)
+TEST_F(conn_slot, failing_reader_gives_0)
 {
-    fake_reader reader = reader_with_counter_5();
-    const reader_in_place in_place(reader);
     reader.b_failing = true;
     EXPECT_EQ(RE_global_conn_slot().get(5), 0);
     EXPECT_EQ(RE_peer_conn_slot(2).get(5), 0);
     EXPECT_EQ(RE_conn_conn_slot(2).get(5), 0);
 }
 
-TEST(conn_slot, bad_slots_and_ids_are_left_to_the_reader)
+TEST_F(conn_slot, bad_slots_and_ids_are_left_to_the_reader)
 {
-    fake_reader reader = reader_with_counter_5();
-    const reader_in_place in_place(reader);
     EXPECT_EQ(RE_peer_conn_slot(-1).get(5), 0);
     EXPECT_EQ(RE_conn_conn_slot(2).get(-7), 0);
     EXPECT_EQ(reader.calls, (std::vector<std::string>{"read_peer_conn_stat -1 5", "read_conn_stat 2 -7"}));
 }
 
-TEST(conn_slot, holds_nothing_but_its_index)
+TEST_F(conn_slot, holds_nothing_but_its_index)
 {
     EXPECT_TRUE(std::is_abstract_v<RE_conn_slot>);
     EXPECT_TRUE(std::has_virtual_destructor_v<RE_conn_slot>);
@@ -125,10 +117,8 @@ TEST(conn_slot, holds_nothing_but_its_index)
     EXPECT_EQ(sizeof(RE_conn_conn_slot), 2 * sizeof(void*));
 }
 
-TEST(conn_slot, virtual_table_starts_with_get_and_is_aggregated_in_every_class)
+TEST_F(conn_slot, virtual_table_starts_with_get_and_is_aggregated_in_every_class)
 {
-    fake_reader reader = reader_with_counter_5();
-    const reader_in_place in_place(reader);
     const RE_global_conn_slot global;
     const RE_peer_conn_slot peer(2);
     const RE_conn_conn_slot conn(2);
@@ -140,7 +130,7 @@ TEST(conn_slot, virtual_table_starts_with_get_and_is_aggregated_in_every_class)
     EXPECT_FALSE(virtual_operation<is_aggregated_operation>(conn, 1)(&conn));
 }
 
-TEST(conn_slot, virtual_table_ends_with_the_complete_object_and_the_deleting_destructor)
+TEST_F(conn_slot, virtual_table_ends_with_the_complete_object_and_the_deleting_destructor)
 {
     mortal_slot::destructions = 0;
     mortal_slot::deallocations = 0;

@@ -144,16 +144,6 @@ TEST_F(conn_view, prints_head_and_row_to_the_blank)
     EXPECT_EQ(listing(), head + "9       3        10.0.0.1:1000        10.0.0.2:80        0B/  10B  A\n");
 }
 
-TEST_F(conn_view, lists_the_newest_id_first)
-{
-    for (const int id : {5, 9, 7}) {
-        add(id);
-    }
-    EXPECT_EQ(rows(), "9       3        10.0.0.1:1000        10.0.0.2:80        1B/  10B  A\n"
-                      "7       3        10.0.0.1:1000        10.0.0.2:80        2B/  10B  A\n"
-                      "5       3        10.0.0.1:1000        10.0.0.2:80        0B/  10B  A\n");
-}
-
 TEST_F(conn_view, lists_any_order_of_slots_by_descending_id_and_equal_ids_by_slot)
 {
     const std::vector<std::vector<int>> orders = {{1, 2, 3, 4, 5}, {5, 4, 3, 2, 1}, {3, 3, 3},
@@ -202,18 +192,6 @@ TEST_F(conn_view, repeats_the_head_before_every_30_rows)
         }
         ASSERT_EQ(listing(), expected) << id + 1 << " connections";
     }
-}
-
-TEST_F(conn_view, prints_the_head_twice_for_31_connections)
-{
-    for (int id = 1; id <= 31; ++id) {
-        add(id);
-    }
-    const std::string output = listing();
-    const std::size_t second = output.find(head, 1);
-    ASSERT_NE(second, std::string::npos);
-    EXPECT_TRUE(output.substr(second + head.size()).starts_with("1    "));
-    EXPECT_EQ(output.find(head, second + 1), std::string::npos);
 }
 
 TEST_F(conn_view, never_cuts_a_wide_value)

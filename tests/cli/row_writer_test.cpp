@@ -142,29 +142,6 @@ TEST(row_field, puts_characters_and_text_as_they_are)
     EXPECT_EQ(put_by([](char* at) { return put_text(at, ""); }), "");
 }
 
-TEST(row_field, puts_a_byte_count_as_the_formatter_of_that_name_gives_it)
-{
-    const std::vector<std::pair<long long, std::string>> texts = {
-        {0, "   0B"},
-        {1024, "1024B"},
-        {1025, "   1KB"},
-        {1048576, "1024KB"},
-        {1048577, "   1MB"},
-        {1073741824, "1024MB"},
-        {1073741825, "   1GB"},
-        {-1, "  -1B"},
-        {-1025, "-1025B"},
-        {LLONG_MIN, "   0B"},
-        {LLONG_MIN + 7, "   7B"},
-        {LLONG_MAX, "  -1GB"},
-        {-(1LL << 31), "-2147483648B"},
-    };
-    for (const auto& [size, text] : texts) {
-        EXPECT_EQ(put_by([size = size](char* at) { return put_conn_byte_summary(at, size); }), text);
-        EXPECT_EQ(get_conn_byte_summary(size), text);
-    }
-}
-
 TEST(row_field, puts_any_byte_count_as_printf_does)
 {
     std::mt19937_64 random(5);

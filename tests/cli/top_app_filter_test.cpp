@@ -34,11 +34,6 @@ RE_kav_peer_id mixed_peer()
 
 } // namespace
 
-TEST(top_app_filter, takes_the_text_form_in_lower_case)
-{
-    EXPECT_TRUE(is_matched(mixed_peer(), "b1:c2:d3:04:08:09-0a0b4c4d4e4f-aaaaaaaa"));
-}
-
 TEST(top_app_filter, refuses_a_text_form_that_differs_in_any_one_character)
 {
     const std::string text = "b1:c2:d3:04:08:09-0a0b4c4d4e4f-aaaaaaaa";
@@ -49,82 +44,59 @@ TEST(top_app_filter, refuses_a_text_form_that_differs_in_any_one_character)
     }
 }
 
-TEST(top_app_filter, refuses_the_text_form_in_upper_case)
+TEST(top_app_filter, matches_as_in_this_table)
 {
-    EXPECT_FALSE(is_matched(mixed_peer(), "B1:C2:D3:04:08:09-0A0B4C4D4E4F-AAAAAAAA"));
-}
-
-TEST(top_app_filter, takes_the_leading_digits_of_a_text_form_in_upper_case_for_a_hash)
-{
-    // 32-bit hash 12, identity 0c:00:...; the text is another peer's.
-    EXPECT_TRUE(is_matched(peer_of_hash(12), "12:C2:D3:04:08:09-0A0B4C4D4E4F-AAAAAAAA"));
-    EXPECT_FALSE(is_matched(peer_of_hash(13), "12:C2:D3:04:08:09-0A0B4C4D4E4F-AAAAAAAA"));
-}
-
-TEST(top_app_filter, refuses_the_text_form_with_more_or_less_behind_it)
-{
-    EXPECT_FALSE(is_matched(mixed_peer(), "b1:c2:d3:04:08:09-0a0b4c4d4e4f-aaaaaaaa "));
-    EXPECT_FALSE(is_matched(mixed_peer(), "b1:c2:d3:04:08:09-0a0b4c4d4e4f-aaaaaaa"));
-}
-
-TEST(top_app_filter, takes_sixteen_characters_for_the_raw_bytes)
-{
-    RE_kav_peer_id id;
-    std::memcpy(id.m_data, "zbcdefghijklmnop", 16);
-    EXPECT_TRUE(is_matched(id, "zbcdefghijklmnop"));
-    EXPECT_FALSE(is_matched(id, "zbcdefghijklmnoP"));
-    EXPECT_TRUE(is_matched(mixed_peer(), std::string(reinterpret_cast<const char*>(mixed_bytes), 16)));
-}
-
-TEST(top_app_filter, takes_the_sixteen_bit_hash)
-{
-    // 0x2c5f
-    EXPECT_TRUE(is_matched(mixed_peer(), "11359"));
-    EXPECT_FALSE(is_matched(mixed_peer(), "11360"));
-}
-
-TEST(top_app_filter, takes_the_thirty_two_bit_hash)
-{
-    // 0xea3d2c5f
-    EXPECT_TRUE(is_matched(mixed_peer(), "3929877599"));
-}
-
-TEST(top_app_filter, takes_any_number_whose_low_bits_are_the_sixteen_bit_hash)
-{
-    EXPECT_TRUE(is_matched(peer_of_hash(4464), "70000"));
-    EXPECT_TRUE(is_matched(peer_of_hash(70000), "70000"));
-    EXPECT_TRUE(is_matched(peer_of_hash(70000), "4464"));
-    EXPECT_FALSE(is_matched(peer_of_hash(4465), "70000"));
-}
-
-TEST(top_app_filter, takes_text_that_is_no_number_for_hash_zero)
-{
-    EXPECT_TRUE(is_matched(peer_of_hash(0), "abc"));
-    EXPECT_TRUE(is_matched(peer_of_hash(0x50000), "abc"));
-    EXPECT_FALSE(is_matched(peer_of_hash(1), "abc"));
-}
-
-TEST(top_app_filter, looks_at_the_number_whatever_the_length)
-{
-    EXPECT_TRUE(is_matched(peer_of_hash(7), "0000000000000007"));
-    EXPECT_TRUE(is_matched(peer_of_hash(7), "000000000000000000000000000000000000007"));
-    EXPECT_TRUE(is_matched(peer_of_hash(7), "  +7 and more"));
-}
-
-TEST(top_app_filter, takes_decimal_digits_alone)
-{
-    EXPECT_TRUE(is_matched(peer_of_hash(10), "010"));
-    EXPECT_FALSE(is_matched(peer_of_hash(8), "010"));
-    EXPECT_TRUE(is_matched(peer_of_hash(0), "0x10"));
-    EXPECT_FALSE(is_matched(peer_of_hash(16), "0x10"));
-}
-
-TEST(top_app_filter, cuts_negative_and_saturated_numbers_to_their_low_bits)
-{
-    EXPECT_TRUE(is_matched(peer_of_hash(0xffff), "-1"));
-    EXPECT_TRUE(is_matched(peer_of_hash(0xffffffffU), "-1"));
-    EXPECT_TRUE(is_matched(peer_of_hash(0xffffffffU), "99999999999999999999999"));
-    EXPECT_TRUE(is_matched(peer_of_hash(0x10000), "-99999999999999999999999"));
+    RE_kav_peer_id letters;
+    std::memcpy(letters.m_data, "zbcdefghijklmnop", 16);
+    const struct
+    {
+        RE_kav_peer_id peer;
+        std::string text;
+        bool b_matched;
+    } cases[] = {
+        // The text form counts in lower case and as a whole.
+        {mixed_peer(), "b1:c2:d3:04:08:09-0a0b4c4d4e4f-aaaaaaaa", true},
+        {mixed_peer(), "B1:C2:D3:04:08:09-0A0B4C4D4E4F-AAAAAAAA", false},
+        {mixed_peer(), "b1:c2:d3:04:08:09-0a0b4c4d4e4f-aaaaaaaa ", false},
+        {mixed_peer(), "b1:c2:d3:04:08:09-0a0b4c4d4e4f-aaaaaaa", false},
+        // In upper case its leading digits are a hash, 12.
+        {peer_of_hash(12), "12:C2:D3:04:08:09-0A0B4C4D4E4F-AAAAAAAA", true},
+        {peer_of_hash(13), "12:C2:D3:04:08:09-0A0B4C4D4E4F-AAAAAAAA", false},
+        // Sixteen characters are the raw bytes.
+        {letters, "zbcdefghijklmnop", true},
+        {letters, "zbcdefghijklmnoP", false},
+        {mixed_peer(), std::string(reinterpret_cast<const char*>(mixed_bytes), 16), true},
+        // The 16-bit hash, 0x2c5f, and the 32-bit hash, 0xea3d2c5f
+        {mixed_peer(), "11359", true},
+        {mixed_peer(), "11360", false},
+        {mixed_peer(), "3929877599", true},
+        // Any number whose low bits are the 16-bit hash
+        {peer_of_hash(4464), "70000", true},
+        {peer_of_hash(70000), "70000", true},
+        {peer_of_hash(70000), "4464", true},
+        {peer_of_hash(4465), "70000", false},
+        // Text that is no number is hash 0.
+        {peer_of_hash(0), "abc", true},
+        {peer_of_hash(0x50000), "abc", true},
+        {peer_of_hash(1), "abc", false},
+        // A number of any length
+        {peer_of_hash(7), "0000000000000007", true},
+        {peer_of_hash(7), "000000000000000000000000000000000000007", true},
+        {peer_of_hash(7), "  +7 and more", true},
+        // Digits are decimal.
+        {peer_of_hash(10), "010", true},
+        {peer_of_hash(8), "010", false},
+        {peer_of_hash(0), "0x10", true},
+        {peer_of_hash(16), "0x10", false},
+        // Negative and saturated numbers are cut to their low bits.
+        {peer_of_hash(0xffff), "-1", true},
+        {peer_of_hash(0xffffffffU), "-1", true},
+        {peer_of_hash(0xffffffffU), "99999999999999999999999", true},
+        {peer_of_hash(0x10000), "-99999999999999999999999", true},
+    };
+    for (const auto& [peer, text, b_matched] : cases) {
+        EXPECT_EQ(is_matched(peer, text), b_matched) << text;
+    }
 }
 
 TEST(top_app_filter, keeps_every_record_without_a_text)

@@ -5,6 +5,7 @@
 #include "cli/fake_system_calls.h"
 #include "support/contains.h"
 #include "support/fake_reader.h"
+#include "support/files.h"
 #include "support/top_app_log_reference.h"
 #include "support/top_app_records.h"
 
@@ -52,34 +53,13 @@ private:
     int m_fd;
 };
 
-// A folder for things that only a real path names.
-class scratch_folder
-{
-public:
-    scratch_folder() { EXPECT_NE(mkdtemp(m_path.data()), nullptr); }
-    ~scratch_folder()
-    {
-        unlink((m_path + "/fifo").c_str());
-        rmdir(m_path.c_str());
-    }
-    scratch_folder(const scratch_folder&) = delete;
-    scratch_folder& operator=(const scratch_folder&) = delete;
-
-    std::string m_path = "/tmp/top_app_log_test.XXXXXX";
-};
-
-class top_app_log : public testing::Test
+class top_app_log : public view_test
 {
 protected:
-    top_app_log()
-    {
-        fake_engine::reset();
-        fake_system_calls::reset();
-    }
+    top_app_log() { fake_system_calls::reset(); }
     ~top_app_log() override
     {
         fake_system_calls::reset();
-        fake_engine::reset();
         g_stat_handler_policy_engine_map.clear();
         g_stat_policy_engine_handler_map.clear();
     }
@@ -435,9 +415,9 @@ TEST_F(top_app_log, that_cannot_be_opened_leaves_the_names)
 
 TEST_F(top_app_log, that_is_a_folder_cannot_be_read)
 {
-    const scratch_folder folder;
-    EXPECT_EQ(shown(folder.m_path), "\n");
-    EXPECT_EQ(messages(), std::vector<std::string>{read_error(folder.m_path, "-1 - Is a directory")});
+    const scratch_folder folder(disk());
+    EXPECT_EQ(shown(folder.path()), "\n");
+    EXPECT_EQ(messages(), std::vector<std::string>{read_error(folder.path(), "-1 - Is a directory")});
 }
 
 TEST_F(top_app_log, that_is_an_empty_device_is_an_empty_report)
@@ -448,8 +428,8 @@ TEST_F(top_app_log, that_is_an_empty_device_is_an_empty_report)
 
 TEST_F(top_app_log, comes_through_a_fifo_in_pieces)
 {
-    const scratch_folder folder;
-    const std::string path = folder.m_path + "/fifo";
+    const scratch_folder folder(disk());
+    const std::string path = folder.file("fifo");
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     const std::string bytes = two_sections();
     std::thread writer([&] {
@@ -497,8 +477,8 @@ TEST_F(top_app_log, that_somebody_keeps_locked_is_waited_for_a_second)
 
 TEST_F(top_app_log, of_the_old_layout_cannot_come_through_a_fifo)
 {
-    const scratch_folder folder;
-    const std::string path = folder.m_path + "/fifo";
+    const scratch_folder folder(disk());
+    const std::string path = folder.file("fifo");
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     const std::string bytes = log_array({port_record(80, {})});
     std::thread writer([&] {
@@ -736,8 +716,8 @@ TEST_F(top_app_log, is_opened_for_reading_without_waiting_and_kept_from_child_pr
 
 TEST_F(top_app_log, whose_owner_has_a_lease_is_not_waited_for)
 {
-    const scratch_folder folder;
-    const std::string path = folder.m_path + "/log";
+    const scratch_folder folder(disk());
+    const std::string path = folder.file("log");
     std::ofstream(path) << two_sections();
     const auto before = std::signal(SIGIO, SIG_IGN); // which asks the owner to give the lease up
     const int owner = open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -746,17 +726,14 @@ TEST_F(top_app_log, whose_owner_has_a_lease_is_not_waited_for)
     EXPECT_EQ(messages(), std::vector<std::string>{"top_app_log open error: open(" + path +
                                                    ", O_RDONLY): Resource temporarily unavailable\n"});
     close(owner);
-    unlink(path.c_str());
     std::signal(SIGIO, before);
 }
 
 TEST_F(top_app_live, reports_the_slots_by_port)
 {
-    fake_reader reader;
     reader.apps = {port_record(443, {{RE_STAT_APP_ID_ENCODE_IN_KBYTES, 30}}),
                    port_record(80, {{RE_STAT_APP_ID_DECODE_OUT_KBYTES, 70}})};
     reader.app_slots_to_visit = 2;
-    const reader_in_place in_place(reader);
     EXPECT_EQ(
         shown(""),
         "\n"
@@ -778,10 +755,8 @@ TEST_F(top_app_live, reports_the_slots_by_port)
 TEST_F(top_app_live, ends_at_the_first_null_slot)
 {
     // fake_reader has no records behind its last; slot 3 is null although more are promised.
-    fake_reader reader;
     reader.apps.assign(3, port_record(80, {{RE_STAT_APP_ID_ENCODE_IN_KBYTES, 1}}));
     reader.app_slots_to_visit = 100;
-    const reader_in_place in_place(reader);
     EXPECT_TRUE(contains(shown(""), "   80       3 KB 100.00% "));
     EXPECT_EQ(reader.count("read_app_slot 3"), 1);
     EXPECT_EQ(reader.count("read_app_slot 4"), 0);
@@ -789,10 +764,8 @@ TEST_F(top_app_live, ends_at_the_first_null_slot)
 
 TEST_F(top_app_live, visits_no_more_slots_than_the_reader_says)
 {
-    fake_reader reader;
     reader.apps.assign(3, port_record(80, {{RE_STAT_APP_ID_ENCODE_IN_KBYTES, 1}}));
     reader.app_slots_to_visit = 2;
-    const reader_in_place in_place(reader);
     EXPECT_TRUE(contains(shown(""), "   80       2 KB 100.00% "));
     reader.app_slots_to_visit = 0;
     EXPECT_EQ(shown(""), "\n");
@@ -800,23 +773,19 @@ TEST_F(top_app_live, visits_no_more_slots_than_the_reader_says)
 
 TEST_F(top_app_live, takes_a_slot_count_of_two_to_the_31_for_a_number_without_a_sign)
 {
-    fake_reader reader;
     reader.apps.assign(1, port_record(80, {{RE_STAT_APP_ID_ENCODE_IN_KBYTES, 1}}));
     reader.app_slots_to_visit = 0x80000000U;
-    const reader_in_place in_place(reader);
     EXPECT_TRUE(contains(shown(""), "   80       1 KB 100.00% "));
 }
 
 TEST_F(top_app_live, keeps_one_peer_and_prints_its_entries_in_slot_order)
 {
-    fake_reader reader;
     for (const std::uint32_t peer : {1U, 2U, 1U}) {
         RE_stat_app_struct record = port_record(80, {{RE_STAT_APP_ID_ENCODE_IN_KBYTES, 10}});
         record.m_header.m_kav_peer_id = peer_of_hash(peer);
         reader.apps.push_back(record);
     }
     reader.app_slots_to_visit = 3;
-    const reader_in_place in_place(reader);
     const std::string report = shown("", "1", true);
     const std::size_t first = report.find("App-Slot: 0, ");
     const std::size_t third = report.find("App-Slot: 2, ");
@@ -831,11 +800,9 @@ TEST_F(top_app_live, keeps_one_peer_and_prints_its_entries_in_slot_order)
 
 TEST_F(top_app_live, does_not_change_the_readers_records)
 {
-    fake_reader reader;
     reader.apps = {port_record(9, {{RE_STAT_APP_ID_ENCODE_IN_KBYTES, 1}}),
                    port_record(9, {{RE_STAT_APP_ID_ENCODE_IN_KBYTES, 2}})};
     reader.app_slots_to_visit = 2;
-    const reader_in_place in_place(reader);
     shown("");
     EXPECT_EQ(reader.apps[0].m_id_array[RE_STAT_APP_ID_ENCODE_IN_KBYTES], 1U);
     EXPECT_EQ(reader.apps[1].m_id_array[RE_STAT_APP_ID_ENCODE_IN_KBYTES], 2U);
@@ -843,8 +810,6 @@ TEST_F(top_app_live, does_not_change_the_readers_records)
 
 TEST_F(top_app_live, has_no_file_messages)
 {
-    fake_reader reader;
-    const reader_in_place in_place(reader);
     EXPECT_EQ(shown("", "", true), "\n");
     EXPECT_TRUE(messages().empty());
 }

@@ -101,9 +101,13 @@ TEST_F(value_format, bytes_of_a_connection_change_units_above_1024_of_the_one_be
         {1073741824, "1024MB"},
         {1073741825, "   1GB"},
         // Negative sizes are in bytes, and extremes show their low 32 bits.
+        {-1, "  -1B"},
         {-7, "  -7B"},
+        {-1025, "-1025B"},
         {LLONG_MIN, "   0B"},
+        {LLONG_MIN + 7, "   7B"},
         {LLONG_MAX, "  -1GB"},
+        {-(1LL << 31), "-2147483648B"},
     };
     for (const auto& [size, text] : cases) {
         EXPECT_EQ(get_conn_byte_summary(size), text) << size;

@@ -10,6 +10,7 @@
 #include "RE_top_app_log.h"
 #include "RE_viewer_reader.h"
 #include "support/fake_reader.h"
+#include "support/viewer_usage.h"
 
 #include <gtest/gtest.h>
 
@@ -61,19 +62,6 @@ void show_top_app(char* file, char* peer, bool detail, int top)
 }
 
 namespace {
-
-constexpr const char* usage = "Usage:\n"
-                              "/sw/vantero/bin/exec_show_stats_kav [tech-support]\n"
-                              "        [global-info | global-detail | nack]\n"
-                              "        [peer [no x| mac-id x| ip x| ctx-id x| nack | detail] ]\n"
-                              "        [conn [id x|peer-no x|client-ip x|client-port x\n"
-                              "              |server-ip x|server-port x|last|active|detail|nack]]\n"
-                              "        [save-file output-filename]\n"
-                              "        [read-file input-filename]\n"
-                              "        [top-app [top x | detail | from-file <input-filename>\n"
-                              "              |peer <kav-peer-id-hash | kav-peer-id-string>]\n"
-                              "        [kav-bypass]\n"
-                              "        [config]\n";
 
 // One request to a running engine: what it printed, its exit status, and how often its reader was deleted.
 class command_line : public testing::Test
@@ -131,7 +119,7 @@ protected:
 TEST_F(command_line, tells_the_usage_without_a_word)
 {
     run({});
-    EXPECT_EQ(printed, std::string("Invalid args\n") + usage);
+    EXPECT_EQ(printed, "Invalid args\n" + usage);
     EXPECT_EQ(status, 1);
     EXPECT_EQ(fake_engine::log_inits, 0);
     EXPECT_TRUE(created.empty());
@@ -147,46 +135,138 @@ TEST_F(command_line, starts_logging_once_before_anything_else)
     EXPECT_EQ(fake_engine::log_inits, 1);
 }
 
-TEST_F(command_line, runs_each_view_by_its_word)
+// Words, what they print beside a running engine, and the exit status.
+TEST_F(command_line, is_taken_as_in_this_table)
 {
-    expect({"tech-support"}, "<tech-support>\n", 0);
-    expect({"nack"}, "<nack -1 -1>\n", 0);
-    expect({"global-info"}, "<global 0>\n", 0);
-    expect({"global-detail"}, "<global 1>\n", 0);
-    expect({"config"}, "<config 1>\n", 0);
-    expect({"brief-config"}, "<config 0>\n", 0);
-    expect({"kav-bypass"}, "<bypass 0>\n", 0);
-    expect({"kav-bypass", "detail"}, "<bypass 1>\n", 0);
-    expect({"kav-bypass", "more"}, "<bypass 0>\n", 0);
-}
-
-TEST_F(command_line, matches_words_by_their_beginning)
-{
-    expect({"nacks"}, "<nack -1 -1>\n", 0);
-    expect({"global-information"}, "<global 0>\n", 0);
-    expect({"peers"}, "<peer mac=any ip=0 no=-1 ctx=-1 type=0>\n", 0);
-    expect({"configuration"}, "<config 1>\n", 0);
-    expect({"kav-bypass", "details"}, "<bypass 1>\n", 0);
-    expect({"conns", "idle", "7"}, "<conn 0:0 0:0 id=7 peer=-1 type=0 active=0 last=0>\n", 0);
-    expect({"peer", "none", "3"}, "<peer mac=any ip=0 no=3 ctx=-1 type=0>\n", 0);
-}
-
-TEST_F(command_line, takes_connections_for_the_positional_form)
-{
-    // In the keyword form "7f" would be 7.
-    expect({"connections", "id", "7f"}, "<conn 0:0 0:0 id=127 peer=-1 type=0 active=0 last=0>\n", 0);
-}
-
-TEST_F(command_line, needs_a_whole_keyword)
-{
-    expect({"nac"}, "", 0);
-    expect({""}, "", 0);
-    expect({"peer", ""}, std::string("Invalid peer argument: \n") + usage, 1);
-}
-
-TEST_F(command_line, ignores_an_unknown_word_when_the_engine_runs)
-{
-    expect({"unknown"}, "", 0);
+    fake_engine::martian_texts = {"127.0.0.1", "224.0.0.1", "0.0.0.0"};
+    const struct
+    {
+        std::vector<std::string> words;
+        std::string text;
+        int status;
+    } cases[] = {
+        // Each view has its word.
+        {{"tech-support"}, "<tech-support>\n", 0},
+        {{"nack"}, "<nack -1 -1>\n", 0},
+        {{"global-info"}, "<global 0>\n", 0},
+        {{"global-detail"}, "<global 1>\n", 0},
+        {{"config"}, "<config 1>\n", 0},
+        {{"brief-config"}, "<config 0>\n", 0},
+        {{"kav-bypass"}, "<bypass 0>\n", 0},
+        {{"kav-bypass", "detail"}, "<bypass 1>\n", 0},
+        {{"kav-bypass", "more"}, "<bypass 0>\n", 0},
+        // Words are matched by their beginning.
+        {{"nacks"}, "<nack -1 -1>\n", 0},
+        {{"global-information"}, "<global 0>\n", 0},
+        {{"peers"}, "<peer mac=any ip=0 no=-1 ctx=-1 type=0>\n", 0},
+        {{"configuration"}, "<config 1>\n", 0},
+        {{"kav-bypass", "details"}, "<bypass 1>\n", 0},
+        {{"conns", "idle", "7"}, "<conn 0:0 0:0 id=7 peer=-1 type=0 active=0 last=0>\n", 0},
+        {{"peer", "none", "3"}, "<peer mac=any ip=0 no=3 ctx=-1 type=0>\n", 0},
+        // The whole keyword is needed.
+        {{"nac"}, "", 0},
+        {{""}, "", 0},
+        {{"peer", ""}, "Invalid peer argument: \n" + usage, 1},
+        // An unknown word prints nothing.
+        {{"unknown"}, "", 0},
+        // Filters of "peer"
+        {{"peer"}, "<peer mac=any ip=0 no=-1 ctx=-1 type=0>\n", 0},
+        {{"peer", "no", "12"}, "<peer mac=any ip=0 no=12 ctx=-1 type=0>\n", 0},
+        {{"peer", "ctx-id", "65535"}, "<peer mac=any ip=0 no=-1 ctx=65535 type=0>\n", 0},
+        {{"peer", "ip", "192.0.2.7"}, "<peer mac=any ip=c0000207 no=-1 ctx=-1 type=0>\n", 0},
+        {{"peer", "mac-id", "00:11:22:AA:bb:cc"}, "<peer mac=00:11:22:aa:bb:cc ip=0 no=-1 ctx=-1 type=0>\n", 0},
+        {{"peer", "detail"}, "<peer mac=any ip=0 no=-1 ctx=-1 type=1>\n", 0},
+        {{"peer", "nack"}, "<peer mac=any ip=0 no=-1 ctx=-1 type=2>\n", 0},
+        // The last of repeated keywords counts.
+        {{"peer", "detail", "no", "1", "nack", "no", "2"}, "<peer mac=any ip=0 no=2 ctx=-1 type=2>\n", 0},
+        {{"peer", "nack", "detail"}, "<peer mac=any ip=0 no=-1 ctx=-1 type=1>\n", 0},
+        // A refused MAC address is printed as it was cut.
+        {{"peer", "mac-id", "00:11:22:33:44:zz:66"}, "invalid mac-id format: 00:11:22:33:44:zz\n" + usage, 1},
+        // Numbers are narrowed to their low 32 bits.
+        {{"peer", "no", "4294967297"}, "<peer mac=any ip=0 no=1 ctx=-1 type=0>\n", 0},
+        {{"peer", "no", "99999999999999999999"}, "<peer mac=any ip=0 no=-1 ctx=-1 type=0>\n", 0},
+        {{"peer", "no", "-99999999999999999999"}, "<peer mac=any ip=0 no=0 ctx=-1 type=0>\n", 0},
+        {{"peer", "no", " 12x"}, "<peer mac=any ip=0 no=12 ctx=-1 type=0>\n", 0},
+        {{"peer", "ctx-id", "word"}, "<peer mac=any ip=0 no=-1 ctx=0 type=0>\n", 0},
+        // The next argument is the value, whatever it is.
+        {{"peer", "no", "detail"}, "<peer mac=any ip=0 no=0 ctx=-1 type=0>\n", 0},
+        // Unknown words and addresses that no host can have; the latter without the usage
+        {{"peer", "detail", "Nack"}, "Invalid peer argument: Nack\n" + usage, 1},
+        {{"peer", "ip", "127.0.0.1"}, "Invalid host address 127.0.0.1.\n", 1},
+        // Filters of "conn"
+        {{"conn"}, "<conn 0:0 0:0 id=-1 peer=-1 type=0 active=0 last=0>\n", 0},
+        {{"conn", "client-ip", "192.0.2.1", "client-port", "1024", "server-ip", "198.51.100.2", "server-port", "443"},
+         "<conn c0000201:1024 c6336402:443 id=-1 peer=-1 type=0 active=0 last=0>\n",
+         0},
+        {{"conn", "id", "5", "peer-no", "6", "detail", "active", "last"},
+         "<conn 0:0 0:0 id=5 peer=6 type=1 active=1 last=1>\n",
+         0},
+        {{"conn", "nack"}, "<conn 0:0 0:0 id=-1 peer=-1 type=2 active=0 last=0>\n", 0},
+        // Ports are narrowed to 16 bits.
+        {{"conn", "client-port", "70000"}, "<conn 0:4464 0:0 id=-1 peer=-1 type=0 active=0 last=0>\n", 0},
+        {{"conn", "server-port", "-1"}, "<conn 0:0 0:65535 id=-1 peer=-1 type=0 active=0 last=0>\n", 0},
+        {{"connection", "", "", "", "", "client-port", "1bb"},
+         "<conn 0:443 0:0 id=-1 peer=-1 type=0 active=0 last=0>\n",
+         0},
+        // Unknown words and addresses that no host can have, both with the usage
+        {{"conn", "port"}, "Invalid conn argument: port\n" + usage, 1},
+        {{"conn", "client-ip", "224.0.0.1"}, "Invalid host address 224.0.0.1.\n" + usage, 1},
+        {{"conn", "server-ip", "224.0.0.1"}, "Invalid host address 224.0.0.1.\n" + usage, 1},
+        // "connection" reads by places, in hexadecimal.
+        {{"connection"}, "<conn 0:0 0:0 id=-1 peer=-1 type=0 active=0 last=0>\n", 0},
+        {{"connection", "client-ip", "c0000201", "server-ip", "c6336402", "client-port", "400", "server-port", "1bb",
+          "detail", "active", "last", "peer-no", "1f"},
+         "<conn c0000201:1024 c6336402:443 id=-1 peer=31 type=1 active=1 last=1>\n",
+         0},
+        {{"connection", "id", "ff", "-", "-", "-", "-", "-", "-", "nack", "-", "-", "-", "-"},
+         "<conn 0:0 0:0 id=255 peer=-1 type=2 active=0 last=0>\n",
+         0},
+        {{"connections", "id", "7f"}, "<conn 0:0 0:0 id=127 peer=-1 type=0 active=0 last=0>\n", 0},
+        // What stands in the wrong place is ignored.
+        {{"connection", "detail", "active", "id", "5", "nack"},
+         "<conn 0:0 0:0 id=-1 peer=-1 type=0 active=0 last=0>\n",
+         0},
+        // Its errors come without the usage.
+        {{"connection", "client-ip"}, "parameter to client-ip is NULL\n", 1},
+        {{"connection", "idle"}, "parameter to idle is NULL\n", 1},
+        {{"connection", "-", "-", "server-ip"}, "parameter to server-ip is NULL\n", 1},
+        {{"connection", "-", "-", "-", "-", "client-port"}, "parameter to client-port is NULL\n", 1},
+        {{"connection", "-", "-", "-", "-", "-", "-", "server-port"}, "parameter to server-port is NULL\n", 1},
+        {{"connection", "-", "-", "-", "-", "-", "-", "-", "-", "-", "-", "-", "peer-no"},
+         "parameter to peer-no is NULL\n",
+         1},
+        // The peer number is looked at before the server address.
+        {{"connection", "-", "-", "server-ip", "0", "-", "-", "-", "-", "-", "-", "-", "peer-no"},
+         "parameter to peer-no is NULL\n",
+         1},
+        {{"connection", "client-ip", "0"}, "Invalid host address 0.0.0.0.\n", 1},
+        {{"connection", "-", "-", "server-ip", "zero"}, "Invalid host address 0.0.0.0.\n", 1},
+        // Arguments of "top-app"; unknown words are passed over.
+        {{"top-app"}, "<top-app file='' peer='' detail=0 top=0>\n", 0},
+        {{"top-app", "detail", "top", "5", "from-file", "/tmp/log", "peer", "4711"},
+         "<top-app file='/tmp/log' peer='4711' detail=1 top=5>\n",
+         0},
+        {{"top-app", "top", "-3"}, "<top-app file='' peer='' detail=0 top=-3>\n", 0},
+        {{"top-app", "whatever", "top", "5"}, "<top-app file='' peer='' detail=0 top=5>\n", 0},
+        // A missing value is reported with the whole keyword, without the usage.
+        {{"top-app", "top"}, "parameter to top is NULL\n", 1},
+        {{"top-app", "topmost"}, "parameter to top is NULL\n", 1},
+        {{"top-app", "detail", "from-file"}, "parameter to from-file is NULL\n", 1},
+        {{"top-app", "peer"}, "parameter to peer is NULL\n", 1},
+        // The last of repeated values counts.
+        {{"top-app", "from-file", "a-long-name", "from-file", "b", "peer", "12345", "peer", "6", "top", "1", "top",
+          "2"},
+         "<top-app file='b' peer='6' detail=0 top=2>\n",
+         0},
+        {{"top-app", "from-file", "name", "from-file", ""}, "<top-app file='' peer='' detail=0 top=0>\n", 0},
+        // Long values are cut.
+        {{"top-app", "from-file", std::string(5000, 'f'), "peer", std::string(5000, 'p')},
+         "<top-app file='" + std::string(1023, 'f') + "' peer='" + std::string(255, 'p') + "' detail=0 top=0>\n",
+         0},
+    };
+    for (const auto& [words, text, expected_status] : cases) {
+        expect(words, text, expected_status);
+    }
 }
 
 TEST_F(command_line, fails_on_every_word_when_the_engine_does_not_run)
@@ -282,25 +362,6 @@ TEST_F(command_line, tells_the_error_code_of_a_failed_save)
     expect({"save-file", "out.bin"}, "KAV Statistics Reader: failed to write file out.bin, error code: -25\n", 1);
 }
 
-// "peer".
-
-TEST_F(command_line, passes_every_peer_filter)
-{
-    expect({"peer"}, "<peer mac=any ip=0 no=-1 ctx=-1 type=0>\n", 0);
-    expect({"peer", "no", "12"}, "<peer mac=any ip=0 no=12 ctx=-1 type=0>\n", 0);
-    expect({"peer", "ctx-id", "65535"}, "<peer mac=any ip=0 no=-1 ctx=65535 type=0>\n", 0);
-    expect({"peer", "ip", "192.0.2.7"}, "<peer mac=any ip=c0000207 no=-1 ctx=-1 type=0>\n", 0);
-    expect({"peer", "mac-id", "00:11:22:AA:bb:cc"}, "<peer mac=00:11:22:aa:bb:cc ip=0 no=-1 ctx=-1 type=0>\n", 0);
-    expect({"peer", "detail"}, "<peer mac=any ip=0 no=-1 ctx=-1 type=1>\n", 0);
-    expect({"peer", "nack"}, "<peer mac=any ip=0 no=-1 ctx=-1 type=2>\n", 0);
-}
-
-TEST_F(command_line, keeps_the_last_of_repeated_peer_keywords)
-{
-    expect({"peer", "detail", "no", "1", "nack", "no", "2"}, "<peer mac=any ip=0 no=2 ctx=-1 type=2>\n", 0);
-    expect({"peer", "nack", "detail"}, "<peer mac=any ip=0 no=-1 ctx=-1 type=1>\n", 0);
-}
-
 TEST_F(command_line, cuts_a_mac_id_to_seventeen_characters)
 {
     expect({"peer", "mac-id", "00:11:22:33:44:55:66"}, "<peer mac=00:11:22:33:44:55 ip=0 no=-1 ctx=-1 type=0>\n", 0);
@@ -309,30 +370,10 @@ TEST_F(command_line, cuts_a_mac_id_to_seventeen_characters)
 
 TEST_F(command_line, refuses_a_short_mac_id)
 {
-    expect({"peer", "mac-id", "0:1:2:3:4:5"}, std::string("invalid mac-id format: 0:1:2:3:4:5\n") + usage, 1);
+    expect({"peer", "mac-id", "0:1:2:3:4:5"}, "invalid mac-id format: 0:1:2:3:4:5\n" + usage, 1);
     ASSERT_EQ(fake_engine::log.size(), 1U);
     EXPECT_EQ(fake_engine::log[0], (fake_log_message{"comp/TCP/include/RE_context_id", 86, 1, 3, 690410,
                                                      "Invalid MAC address: Invalid mac id string:0:1:2:3:4:5"}));
-}
-
-TEST_F(command_line, tells_a_refused_mac_id_as_it_was_cut)
-{
-    expect({"peer", "mac-id", "00:11:22:33:44:zz:66"},
-           std::string("invalid mac-id format: 00:11:22:33:44:zz\n") + usage, 1);
-}
-
-TEST_F(command_line, narrows_numbers_to_their_low_32_bits)
-{
-    expect({"peer", "no", "4294967297"}, "<peer mac=any ip=0 no=1 ctx=-1 type=0>\n", 0);
-    expect({"peer", "no", "99999999999999999999"}, "<peer mac=any ip=0 no=-1 ctx=-1 type=0>\n", 0);
-    expect({"peer", "no", "-99999999999999999999"}, "<peer mac=any ip=0 no=0 ctx=-1 type=0>\n", 0);
-    expect({"peer", "no", " 12x"}, "<peer mac=any ip=0 no=12 ctx=-1 type=0>\n", 0);
-    expect({"peer", "ctx-id", "word"}, "<peer mac=any ip=0 no=-1 ctx=0 type=0>\n", 0);
-}
-
-TEST_F(command_line, takes_the_next_argument_for_a_value_whatever_it_is)
-{
-    expect({"peer", "no", "detail"}, "<peer mac=any ip=0 no=0 ctx=-1 type=0>\n", 0);
 }
 
 TEST_F(command_line, tells_a_missing_peer_value_with_the_keyword_as_typed)
@@ -342,100 +383,11 @@ TEST_F(command_line, tells_a_missing_peer_value_with_the_keyword_as_typed)
     }
 }
 
-TEST_F(command_line, refuses_an_unknown_peer_word)
-{
-    expect({"peer", "detail", "Nack"}, std::string("Invalid peer argument: Nack\n") + usage, 1);
-}
-
-TEST_F(command_line, refuses_a_martian_peer_address_without_the_usage)
-{
-    fake_engine::martian_texts = {"127.0.0.1"};
-    expect({"peer", "ip", "127.0.0.1"}, "Invalid host address 127.0.0.1.\n", 1);
-}
-
-// "conn".
-
-TEST_F(command_line, passes_every_connection_filter)
-{
-    expect({"conn"}, "<conn 0:0 0:0 id=-1 peer=-1 type=0 active=0 last=0>\n", 0);
-    expect({"conn", "client-ip", "192.0.2.1", "client-port", "1024", "server-ip", "198.51.100.2", "server-port", "443"},
-           "<conn c0000201:1024 c6336402:443 id=-1 peer=-1 type=0 active=0 last=0>\n", 0);
-    expect({"conn", "id", "5", "peer-no", "6", "detail", "active", "last"},
-           "<conn 0:0 0:0 id=5 peer=6 type=1 active=1 last=1>\n", 0);
-    expect({"conn", "nack"}, "<conn 0:0 0:0 id=-1 peer=-1 type=2 active=0 last=0>\n", 0);
-}
-
-TEST_F(command_line, narrows_ports_to_16_bits)
-{
-    expect({"conn", "client-port", "70000"}, "<conn 0:4464 0:0 id=-1 peer=-1 type=0 active=0 last=0>\n", 0);
-    expect({"conn", "server-port", "-1"}, "<conn 0:0 0:65535 id=-1 peer=-1 type=0 active=0 last=0>\n", 0);
-    expect({"connection", "", "", "", "", "client-port", "1bb"},
-           "<conn 0:443 0:0 id=-1 peer=-1 type=0 active=0 last=0>\n", 0);
-}
-
 TEST_F(command_line, tells_a_missing_connection_value)
 {
     for (const char* keyword : {"client-ip", "id", "peer-no", "server-ip", "client-port", "server-port"}) {
         expect({"conn", keyword}, std::string("parameter to ") + keyword + " is NULL\n" + usage, 1);
     }
-}
-
-TEST_F(command_line, refuses_an_unknown_connection_word)
-{
-    expect({"conn", "port"}, std::string("Invalid conn argument: port\n") + usage, 1);
-}
-
-TEST_F(command_line, refuses_a_martian_connection_address_with_the_usage)
-{
-    fake_engine::martian_texts = {"224.0.0.1"};
-    expect({"conn", "client-ip", "224.0.0.1"}, std::string("Invalid host address 224.0.0.1.\n") + usage, 1);
-    expect({"conn", "server-ip", "224.0.0.1"}, std::string("Invalid host address 224.0.0.1.\n") + usage, 1);
-}
-
-// "connection".
-
-TEST_F(command_line, lists_everything_for_connection_alone)
-{
-    expect({"connection"}, "<conn 0:0 0:0 id=-1 peer=-1 type=0 active=0 last=0>\n", 0);
-}
-
-TEST_F(command_line, reads_the_positional_form_by_places)
-{
-    expect({"connection", "client-ip", "c0000201", "server-ip", "c6336402", "client-port", "400", "server-port", "1bb",
-            "detail", "active", "last", "peer-no", "1f"},
-           "<conn c0000201:1024 c6336402:443 id=-1 peer=31 type=1 active=1 last=1>\n", 0);
-    expect({"connection", "id", "ff", "-", "-", "-", "-", "-", "-", "nack", "-", "-", "-", "-"},
-           "<conn 0:0 0:0 id=255 peer=-1 type=2 active=0 last=0>\n", 0);
-}
-
-TEST_F(command_line, ignores_what_stands_in_the_wrong_place)
-{
-    expect({"connection", "detail", "active", "id", "5", "nack"},
-           "<conn 0:0 0:0 id=-1 peer=-1 type=0 active=0 last=0>\n", 0);
-}
-
-TEST_F(command_line, tells_a_missing_positional_value_without_the_usage)
-{
-    expect({"connection", "client-ip"}, "parameter to client-ip is NULL\n", 1);
-    expect({"connection", "idle"}, "parameter to idle is NULL\n", 1);
-    expect({"connection", "-", "-", "server-ip"}, "parameter to server-ip is NULL\n", 1);
-    expect({"connection", "-", "-", "-", "-", "client-port"}, "parameter to client-port is NULL\n", 1);
-    expect({"connection", "-", "-", "-", "-", "-", "-", "server-port"}, "parameter to server-port is NULL\n", 1);
-    expect({"connection", "-", "-", "-", "-", "-", "-", "-", "-", "-", "-", "-", "peer-no"},
-           "parameter to peer-no is NULL\n", 1);
-}
-
-TEST_F(command_line, looks_at_the_peer_number_before_the_server_address)
-{
-    expect({"connection", "-", "-", "server-ip", "0", "-", "-", "-", "-", "-", "-", "-", "peer-no"},
-           "parameter to peer-no is NULL\n", 1);
-}
-
-TEST_F(command_line, refuses_a_martian_positional_address_without_the_usage)
-{
-    fake_engine::martian_texts = {"0.0.0.0"};
-    expect({"connection", "client-ip", "0"}, "Invalid host address 0.0.0.0.\n", 1);
-    expect({"connection", "-", "-", "server-ip", "zero"}, "Invalid host address 0.0.0.0.\n", 1);
 }
 
 // Debug traces of addresses.
@@ -467,43 +419,6 @@ TEST_F(command_line, traces_each_address_under_its_own_line)
                   {file, 2213, 8, 7, 690406, "argv[g+1]=192.0.2.2, translate into c0000202, ip_string to 192.0.2.2\n"},
                   {file, 2059, 8, 7, 690406, "argv[3]=c0000203, translate into c0000203, ip_string to 192.0.2.3\n"},
                   {file, 2094, 8, 7, 690406, "argv[5]=c0000204, translate into c0000204, ip_string to 192.0.2.4\n"}}));
-}
-
-// "top-app".
-
-TEST_F(command_line, passes_every_top_app_argument)
-{
-    expect({"top-app"}, "<top-app file='' peer='' detail=0 top=0>\n", 0);
-    expect({"top-app", "detail", "top", "5", "from-file", "/tmp/log", "peer", "4711"},
-           "<top-app file='/tmp/log' peer='4711' detail=1 top=5>\n", 0);
-    expect({"top-app", "top", "-3"}, "<top-app file='' peer='' detail=0 top=-3>\n", 0);
-}
-
-TEST_F(command_line, passes_over_unknown_top_app_words)
-{
-    expect({"top-app", "whatever", "top", "5"}, "<top-app file='' peer='' detail=0 top=5>\n", 0);
-}
-
-TEST_F(command_line, tells_a_missing_top_app_value_without_the_usage)
-{
-    expect({"top-app", "top"}, "parameter to top is NULL\n", 1);
-    expect({"top-app", "topmost"}, "parameter to top is NULL\n", 1);
-    expect({"top-app", "detail", "from-file"}, "parameter to from-file is NULL\n", 1);
-    expect({"top-app", "peer"}, "parameter to peer is NULL\n", 1);
-}
-
-TEST_F(command_line, keeps_the_last_of_repeated_top_app_values)
-{
-    expect(
-        {"top-app", "from-file", "a-long-name", "from-file", "b", "peer", "12345", "peer", "6", "top", "1", "top", "2"},
-        "<top-app file='b' peer='6' detail=0 top=2>\n", 0);
-    expect({"top-app", "from-file", "name", "from-file", ""}, "<top-app file='' peer='' detail=0 top=0>\n", 0);
-}
-
-TEST_F(command_line, cuts_over_long_top_app_values)
-{
-    expect({"top-app", "from-file", std::string(5000, 'f'), "peer", std::string(5000, 'p')},
-           "<top-app file='" + std::string(1023, 'f') + "' peer='" + std::string(255, 'p') + "' detail=0 top=0>\n", 0);
 }
 
 TEST_F(command_line, fails_when_the_report_cannot_be_written)

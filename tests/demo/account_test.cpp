@@ -390,8 +390,8 @@ TEST(account, agrees_on_mixed_traffic_with_nacks_of_every_reason)
         folder.write(place + "/data", random_bytes(10'000, number));
     }
     folder.write("empty.txt", {});
-    const json ledger =
-        expect_agreement(folder, {"--cache-mb", "8", "--slots", "30", "--repeat", "3", "--signature-bits", "16"});
+    const json ledger = expect_agreement(
+        folder, {"--variety", "--cache-mb", "8", "--slots", "30", "--repeat", "3", "--signature-bits", "16"});
     EXPECT_EQ(at(ledger, "/engine/connections"), 3 * 91);
     for (const char* reason : {"chunk_missed", "checksum_collision", "disk_overloaded", "cache_not_ready"}) {
         EXPECT_GT(at(ledger, std::string("/engine/encode/retransmissions/") + reason), 0) << reason;

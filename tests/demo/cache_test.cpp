@@ -35,6 +35,30 @@ TEST(signature_fifo, stays_bounded_whatever_comes)
     }
 }
 
+TEST(signature_fifo, remembers_less_while_it_is_limited)
+{
+    RE_signature_fifo fifo(1000, 100);
+    for (RE_signature signature = 1; signature <= 5; ++signature) {
+        fifo.insert(signature, 200, noon);
+    }
+    fifo.limit({500}, noon);
+    EXPECT_EQ(fifo.capacity(), 500U);
+    EXPECT_EQ(fifo.chunk_count(), 2U);
+    EXPECT_EQ(fifo.times_full(), 0U);
+    fifo.limit({2000, 3}, noon);
+    EXPECT_EQ(fifo.capacity(), 1000U);
+    EXPECT_EQ(fifo.chunk_count(), 2U);
+    fifo.insert(6, 200, noon);
+    EXPECT_EQ(fifo.times_full(), 0U);
+    fifo.insert(7, 200, noon);
+    EXPECT_EQ(fifo.times_full(), 1U);
+    EXPECT_EQ(fifo.chunk_count(), 3U);
+    EXPECT_EQ(fifo.find(4), nullptr);
+    fifo.limit({}, noon);
+    fifo.insert(8, 200, noon);
+    EXPECT_EQ(fifo.chunk_count(), 4U);
+}
+
 TEST(signature_fifo, keeps_a_chunk_that_came_again_until_its_last_place_goes)
 {
     RE_signature_fifo fifo(1000, 100);
@@ -132,6 +156,49 @@ TEST(chunk_store, reads_chunks_of_the_section_under_way)
     EXPECT_EQ(chunk, random_bytes(800, 2));
     EXPECT_EQ(store.disk_work().reads, 0U);
     EXPECT_EQ(store.disk_work().writes, 0U);
+}
+
+TEST(chunk_store, fails_while_its_disk_is_full_and_is_empty_after_that)
+{
+    const temporary_folder folder;
+    RE_chunk_store store(folder.path(), 100'000, 256);
+    store.prepare(100'000);
+    store.insert(1, random_bytes(700, 1), noon);
+    store.end_section();
+
+    store.set_disk_full(true);
+    EXPECT_TRUE(store.is_failed());
+    EXPECT_FALSE(store.is_ready());
+    store.prepare(0);
+    EXPECT_TRUE(store.is_failed());
+    store.insert(2, random_bytes(700, 2), noon);
+    store.end_section();
+    EXPECT_EQ(store.index().chunk_count(), 0U);
+
+    store.set_disk_full(false);
+    EXPECT_TRUE(store.is_ready());
+    store.insert(3, random_bytes(700, 3), noon);
+    store.end_section();
+    RE_byte_buffer chunk;
+    EXPECT_FALSE(store.read(1, chunk));
+    EXPECT_FALSE(store.read(2, chunk));
+    ASSERT_TRUE(store.read(3, chunk));
+    EXPECT_EQ(chunk, random_bytes(700, 3));
+}
+
+TEST(chunk_store, is_not_ready_and_loses_all_while_it_is_not_in_use)
+{
+    const temporary_folder folder;
+    RE_chunk_store store(folder.path(), 100'000, 256);
+    store.prepare(100'000);
+    store.insert(1, random_bytes(700, 1), noon);
+    store.end_section();
+    store.set_in_use(false);
+    EXPECT_FALSE(store.is_ready());
+    EXPECT_FALSE(store.is_failed());
+    store.set_in_use(true);
+    EXPECT_TRUE(store.is_ready());
+    EXPECT_EQ(store.size_of(1), 0U);
 }
 
 TEST(chunk_store, leaves_no_file_behind)

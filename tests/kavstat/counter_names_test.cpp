@@ -1,5 +1,4 @@
-// The names under which programs see the counters.
-#include "documents/metrics.h"
+// The keys under which programs see the counters.
 #include "model/counter_names.h"
 
 #include <gtest/gtest.h>
@@ -21,11 +20,6 @@ const NamedCounter& counter(CounterScope scope, const std::string& key)
     throw std::runtime_error("no counter " + key);
 }
 
-std::string metric(CounterScope scope, const std::string& key)
-{
-    return metric_name_of(counter(scope, key));
-}
-
 } // namespace
 
 TEST(counter_names, a_key_is_the_enumerator_without_its_familys_prefix)
@@ -44,21 +38,6 @@ TEST(counter_names, the_transport_optimizers_counters_keep_a_mark)
     EXPECT_EQ(counter(CounterScope::engine, "so_hwfq_bytes_class_base").size(), 256);
 }
 
-TEST(counter_names, metrics_are_in_base_units_and_totals_say_so)
-{
-    EXPECT_EQ(metric(CounterScope::engine, "total_cache_size"), "total_cache_size_bytes");
-    EXPECT_EQ(metric(CounterScope::engine, "data_fifo_in_load_cache"), "data_fifo_in_load_cache_bytes_total");
-    EXPECT_EQ(metric(CounterScope::engine, "cache_sigblock_age"), "cache_sigblock_age_timestamp_seconds");
-    EXPECT_EQ(metric(CounterScope::engine, "plz_encode_on_conn_count"), "plz_encode_on_conn");
-    EXPECT_EQ(metric(CounterScope::engine, "iovbuf_b_size"), "iovbuf_block_size_bytes");
-    EXPECT_EQ(metric(CounterScope::peer, "bypass_ratio"), "bypass_ratio");
-    EXPECT_EQ(metric(CounterScope::peer, "ack_q_max_rtt"), "ack_q_max_rtt_seconds");
-    EXPECT_EQ(metric(CounterScope::peer, "tot_kav_decode_thrput"), "tot_kav_decode_thrput_bytes_per_second");
-    EXPECT_EQ(metric(CounterScope::connection, "encode_in_bytes"), "encode_in_bytes_total");
-    EXPECT_EQ(metric(CounterScope::connection, "tot_encode_speed"), "tot_encode_speed_seconds_total");
-    EXPECT_EQ(metric(CounterScope::application, "encode_in_kbytes"), "encode_in_bytes_total");
-}
-
 TEST(counter_names, no_two_counters_of_a_scope_share_a_key)
 {
     for (const CounterScope scope : all_counter_scopes) {
@@ -68,20 +47,6 @@ TEST(counter_names, no_two_counters_of_a_scope_share_a_key)
             EXPECT_TRUE(std::regex_match(one.key, std::regex("[a-z][a-z0-9_]*"))) << one.key;
         }
     }
-}
-
-TEST(counter_names, no_two_counters_share_a_metric_and_only_totals_end_in_total)
-{
-    std::set<std::string> metrics;
-    for (const CounterScope scope : all_counter_scopes) {
-        for (const NamedCounter& one : counters_of(scope)) {
-            for (const std::string& name : metrics_of(scope, one)) {
-                EXPECT_TRUE(metrics.insert(name).second) << name;
-                EXPECT_EQ(name.ends_with("_total"), one.is_total()) << name;
-            }
-        }
-    }
-    EXPECT_EQ(metrics.size(), counters_of(CounterScope::engine).size() + 42 + 2 * 166 + 18);
 }
 
 TEST(counter_names, every_scope_has_all_its_counters)

@@ -3,6 +3,7 @@
 
 #include "documents/metrics.h"
 #include "documents/statistics_json.h"
+#include "model/counter_names.h"
 #include "support/engine_fixture.h"
 
 #include <nlohmann/json.hpp>

@@ -1,5 +1,6 @@
 // Statistics as metrics.
 #include "kavstat_fixture.h"
+#include "model/metric_names.h"
 
 #include <cstring>
 #include <limits>
@@ -49,17 +50,6 @@ TEST(metric_value, beyond_64_bits_is_still_a_number)
               9223372036854775807.0 * 1048576.0);
 }
 
-TEST(application_label, names_port_side_and_handle)
-{
-    RE_stat_app_header header{};
-    header.set({}, 80, false);
-    EXPECT_EQ(application_label(header), "80");
-    header.set({}, 80, true);
-    EXPECT_EQ(application_label(header), "80-source");
-    header.set_policy_engine_handler(5);
-    EXPECT_EQ(application_label(header), "80-source-handle5");
-}
-
 TEST_F(metrics_text, has_engine_peers_and_applications)
 {
     start();
@@ -78,23 +68,23 @@ TEST_F(metrics_text, has_engine_peers_and_applications)
     engine.add_app_stat(engine.find_or_add_app(app), RE_STAT_APP_ID_ENCODE_IN_KBYTES, 2);
 
     EXPECT_TRUE(has_line("kav_up 1"));
-    EXPECT_TRUE(has_line("kav_engine_start_time_seconds 1700000000"));
+    EXPECT_TRUE(has_line("kav_engine_start_timestamp_seconds 1700000000"));
     EXPECT_TRUE(has_line("kav_active_connections 1"));
     EXPECT_TRUE(has_line("kav_bypass_servers 0"));
-    EXPECT_TRUE(has_line("# HELP kav_total_cache_size_bytes usable cache size on disk"));
-    EXPECT_TRUE(has_line("# TYPE kav_total_cache_size_bytes gauge"));
-    EXPECT_TRUE(has_line("kav_total_cache_size_bytes 2097152000"));
-    EXPECT_TRUE(has_line("kav_so_rc_none_total{index=\"18\"} 77"));
-    EXPECT_TRUE(has_line("kav_connections_encode_in_bytes_total 1000"));
-    EXPECT_TRUE(has_line("# TYPE kav_connections_encode_in_bytes_total counter"));
+    EXPECT_TRUE(has_line("# HELP kav_cache_size_bytes usable cache size on disk"));
+    EXPECT_TRUE(has_line("# TYPE kav_cache_size_bytes gauge"));
+    EXPECT_TRUE(has_line("kav_cache_size_bytes 2097152000"));
+    EXPECT_TRUE(has_line("kav_transport_connection_resets_total{reason=\"18\"} 77"));
+    EXPECT_TRUE(has_line("kav_connections_input_bytes_total{direction=\"encode\"} 1000"));
+    EXPECT_TRUE(has_line("# TYPE kav_connections_input_bytes_total counter"));
     EXPECT_TRUE(has_line("kav_peer_info{peer=\"12\",kav_peer_id=\"01:00:00:00:00:00-000000000000-00000000\","
                          "mac_id=\"00:11:22:33:44:55\",ip=\"0.0.0.0\",host_name=\"\"} 1"));
-    EXPECT_TRUE(has_line("kav_peer_ack_q_avg_rtt_seconds{peer=\"12\"} 0.006789"));
+    EXPECT_TRUE(has_line("kav_peer_ack_round_trip_avg_seconds{peer=\"12\"} 0.006789"));
     EXPECT_TRUE(has_line("kav_peer_bypass_ratio{peer=\"12\"} 0.17"));
     EXPECT_TRUE(has_line("kav_peer_active_connections{peer=\"12\"} 1"));
-    EXPECT_TRUE(has_line("kav_peer_connections_encode_in_bytes_total{peer=\"12\"} 1000"));
-    EXPECT_TRUE(has_line("kav_application_encode_in_bytes_total{application=\"80\",peer=\"12\","
-                         "kav_peer_id=\"01:00:00:00:00:00-000000000000-00000000\"} 2048"));
+    EXPECT_TRUE(has_line("kav_peer_connections_input_bytes_total{direction=\"encode\",peer=\"12\"} 1000"));
+    EXPECT_TRUE(has_line("kav_application_input_bytes_total{direction=\"encode\",port=\"80\",handle=\"0\","
+                         "classifier=\"server_port\",peer=\"12\"} 2048"));
 }
 
 TEST_F(metrics_text, has_nothing_that_grows_with_connections)
@@ -143,20 +133,91 @@ TEST_F(metrics_text, every_sample_follows_its_head)
     start();
     fill();
     std::istringstream lines(metrics());
-    std::string family;
-    std::set<std::string> families;
+    std::string metric;
+    std::set<std::string> metrics;
+    std::string type;
     for (std::string line; std::getline(lines, line);) {
         if (line.starts_with("# HELP ")) {
-            family = line.substr(7, line.find(' ', 7) - 7);
-            EXPECT_TRUE(families.insert(family).second) << family;
+            metric = line.substr(7, line.find(' ', 7) - 7);
+            EXPECT_TRUE(metrics.insert(metric).second) << metric;
         } else if (line.starts_with("# TYPE ")) {
-            EXPECT_EQ(line.substr(7, family.size()), family);
+            EXPECT_EQ(line.substr(7, metric.size()), metric);
+            type = line.substr(8 + metric.size());
+            EXPECT_TRUE(type != "counter" || metric.ends_with("_total")) << metric;
         } else {
-            EXPECT_EQ(line.substr(0, line.find_first_of(" {")), family);
+            const std::string name = line.substr(0, line.find_first_of(" {"));
+            if (type == "histogram") {
+                EXPECT_TRUE(name == metric + "_bucket" || name == metric + "_sum" || name == metric + "_count") << line;
+            } else {
+                EXPECT_EQ(name, metric);
+            }
         }
     }
-    // A family for each counter or range, two for those of connections, and twelve that are made here.
-    EXPECT_EQ(families.size(), 107U + 42U + 2 * 166U + 18U + 12U);
+    std::size_t expected = 12; // those that are no counters of the table
+    for (const CounterScope scope : all_counter_scopes) {
+        expected += metrics_of(scope).size() * metric_prefixes_of(scope).size();
+    }
+    EXPECT_EQ(metrics.size(), expected);
+}
+
+TEST_F(metrics_text, counts_messages_up_to_each_size)
+{
+    start();
+    const int peer = engine.add_peer(3, {});
+    const int conn = engine.open_conn(peer, {}, {}, 5);
+    engine.add_conn_stat(conn, RE_STAT_CONN_ID_ENCODE_X, 7);
+    engine.add_conn_stat(conn, RE_STAT_CONN_ID_ENCODE_4X, 2);
+    engine.add_conn_stat(conn, RE_STAT_CONN_ID_ENCODE_32X, 1);
+    engine.add_conn_stat(conn, RE_STAT_CONN_ID_ENCODE_IN_BYTES, 70000);
+    engine.add_conn_stat(conn, RE_STAT_CONN_ID_DECODE_16X, 4);
+    engine.add_conn_stat(conn, RE_STAT_CONN_ID_DECODE_IN_BYTES, 1);
+    engine.add_conn_stat(conn, RE_STAT_CONN_ID_DECODE_OUT_BYTES, 120000);
+
+    const std::string text = metrics();
+    const std::size_t begin = text.find("# TYPE kav_peer_connections_message_size_bytes histogram\n");
+    ASSERT_NE(begin, std::string::npos);
+    const std::string expected = R"(# TYPE kav_peer_connections_message_size_bytes histogram
+kav_peer_connections_message_size_bytes_bucket{direction="encode",le="1024.0",peer="3"} 7
+kav_peer_connections_message_size_bytes_bucket{direction="encode",le="5120.0",peer="3"} 7
+kav_peer_connections_message_size_bytes_bucket{direction="encode",le="15360.0",peer="3"} 9
+kav_peer_connections_message_size_bytes_bucket{direction="encode",le="25600.0",peer="3"} 9
+kav_peer_connections_message_size_bytes_bucket{direction="encode",le="40960.0",peer="3"} 9
+kav_peer_connections_message_size_bytes_bucket{direction="encode",le="+Inf",peer="3"} 10
+kav_peer_connections_message_size_bytes_sum{direction="encode",peer="3"} 70000
+kav_peer_connections_message_size_bytes_count{direction="encode",peer="3"} 10
+kav_peer_connections_message_size_bytes_bucket{direction="decode",le="1024.0",peer="3"} 0
+kav_peer_connections_message_size_bytes_bucket{direction="decode",le="5120.0",peer="3"} 0
+kav_peer_connections_message_size_bytes_bucket{direction="decode",le="15360.0",peer="3"} 0
+kav_peer_connections_message_size_bytes_bucket{direction="decode",le="25600.0",peer="3"} 0
+kav_peer_connections_message_size_bytes_bucket{direction="decode",le="40960.0",peer="3"} 4
+kav_peer_connections_message_size_bytes_bucket{direction="decode",le="+Inf",peer="3"} 4
+kav_peer_connections_message_size_bytes_sum{direction="decode",peer="3"} 120000
+kav_peer_connections_message_size_bytes_count{direction="decode",peer="3"} 4
+)";
+    EXPECT_EQ(text.substr(begin, expected.size()), expected);
+    EXPECT_TRUE(has_line("kav_connections_message_size_bytes_count{direction=\"encode\"} 10"));
+}
+
+TEST_F(metrics_text, names_applications_by_port_handle_classifier_and_peer)
+{
+    start();
+    RE_stat_peer_header peer{};
+    peer.m_kav_peer_id.m_data[0] = 1;
+    engine.add_peer(12, peer);
+    RE_stat_app_header app{};
+    app.set(peer.m_kav_peer_id, 80, true);
+    app.set_policy_engine_handler(5);
+    engine.add_app_stat(engine.find_or_add_app(app), RE_STAT_APP_ID_DECODE_NUM_MSGS, 3);
+    RE_kav_peer_id gone{};
+    gone.m_data[0] = 2;
+    app.set(gone, 443, false);
+    app.set_policy_engine_handler(0);
+    engine.add_app_stat(engine.find_or_add_app(app), RE_STAT_APP_ID_DECODE_NUM_MSGS, 4);
+    engine.publish();
+    EXPECT_TRUE(has_line("kav_application_messages_total{direction=\"decode\",port=\"80\",handle=\"5\","
+                         "classifier=\"client_port\",peer=\"12\"} 3"));
+    EXPECT_TRUE(has_line("kav_application_messages_total{direction=\"decode\",port=\"443\",handle=\"0\","
+                         "classifier=\"server_port\",kav_peer_id=\"02:00:00:00:00:00-000000000000-00000000\"} 4"));
 }
 
 TEST_F(metrics_text, of_an_absent_engine_says_so_and_nothing_else)
@@ -168,7 +229,7 @@ TEST_F(metrics_text, of_an_absent_engine_says_so_and_nothing_else)
     EXPECT_EQ(sink.text(), "# HELP kav_up 1 when the engine's statistics could be read\n"
                            "# TYPE kav_up gauge\n"
                            "kav_up 0\n"
-                           "# HELP kavstat_info the program that made these metrics; always 1\n"
-                           "# TYPE kavstat_info gauge\n"
-                           "kavstat_info{version=\"" KAV_VERSION "\"} 1\n");
+                           "# HELP kavstat_build_info the program that made these metrics; always 1\n"
+                           "# TYPE kavstat_build_info gauge\n"
+                           "kavstat_build_info{version=\"" KAV_VERSION "\"} 1\n");
 }

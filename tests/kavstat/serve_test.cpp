@@ -7,6 +7,7 @@
 #include "serve/http_server.h"
 #include "serve/moments.h"
 #include "support/http_client.h"
+#include "support/program_cost.h"
 
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -14,7 +15,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <fstream>
 #include <random>
 #include <thread>
 
@@ -74,17 +74,6 @@ protected:
 
     HttpServer server;
 };
-
-long resident_kilobytes()
-{
-    std::ifstream file("/proc/self/status");
-    for (std::string line; std::getline(file, line);) {
-        if (line.starts_with("VmRSS:")) {
-            return std::strtol(line.c_str() + 6, nullptr, 10);
-        }
-    }
-    return 0;
-}
 
 } // namespace
 
@@ -237,7 +226,7 @@ TEST_F(server_test, follows_an_engine_that_stops_and_starts_again)
     start();
     engine.set_global(RE_STAT_GLOBAL_ID_NUM_READ, 5);
     serve();
-    EXPECT_TRUE(exposes("kav_num_read_total 5"));
+    EXPECT_TRUE(exposes("kav_cache_reads_total 5"));
     engine.close();
     EXPECT_TRUE(exposes("kav_up 0"));
     RE_stat_writer another;
@@ -245,8 +234,8 @@ TEST_F(server_test, follows_an_engine_that_stops_and_starts_again)
     EXPECT_TRUE(exposes("kav_up 0")); // not published yet
     another.set_global(RE_STAT_GLOBAL_ID_NUM_READ, 6);
     another.publish();
-    EXPECT_TRUE(exposes("kav_num_read_total 6"));
-    EXPECT_TRUE(exposes("kav_engine_start_time_seconds 1700000555"));
+    EXPECT_TRUE(exposes("kav_cache_reads_total 6"));
+    EXPECT_TRUE(exposes("kav_engine_start_timestamp_seconds 1700000555"));
 }
 
 TEST_F(server_test, records_that_are_kept_busy_hold_nobody_up)
@@ -400,7 +389,7 @@ TEST_F(server_test, clients_that_never_read_are_cut_off_and_grow_no_memory)
     start_large();
     serve();
     ASSERT_EQ(get(server.port(), "/api/v1/statistics").status, 200);
-    const long before = resident_kilobytes();
+    const long before = kilobytes_of(getpid(), "VmRSS");
     std::vector<std::unique_ptr<http_client>> lazy;
     for (int number = 0; number < 12; ++number) {
         lazy.push_back(std::make_unique<http_client>(server.port()));
@@ -408,7 +397,7 @@ TEST_F(server_test, clients_that_never_read_are_cut_off_and_grow_no_memory)
     }
     EXPECT_EQ(get(server.port(), "/healthz").status, 200);
     if (!b_under_a_sanitizer) {
-        EXPECT_LT(resident_kilobytes() - before, 8 * 1024);
+        EXPECT_LT(kilobytes_of(getpid(), "VmRSS") - before, 8 * 1024);
     }
     std::this_thread::sleep_for(idle * 2);
     // What they got is not the whole, and can be seen not to be.

@@ -173,9 +173,20 @@ TEST_F(kavstat_command, list_finds_counters_by_name_meaning_unit_and_kind)
 {
     EXPECT_EQ(run_kavstat({"list", "CACHE_STATE"}).out,
               "engine       cache_state  state                current  "
-              "0 not usable, 1 initializing, 2 usable, 3 temporarily failed, 4 failed\n");
+              "0 not usable, 1 initializing, 2 usable, 3 temporarily failed, 4 failed\n"
+              "    kav_cache_state\n");
     EXPECT_EQ(run_kavstat({"list", "--scope", "peer", "--unit", "percent"}).out,
-              "peer         bypass_ratio  percent              current  share of messages that bypass the engine\n");
+              "peer         bypass_ratio  percent              current  share of messages that bypass the engine\n"
+              "    kav_peer_bypass_ratio\n");
+    EXPECT_EQ(run_kavstat({"list", "_NACKS_total{reason=\"chunk"}).out,
+              "connection   num_miss_nack_msgs  messages             total    messages nacked: chunk missed\n"
+              "    kav_connections_nacks_total{reason=\"chunk_missed\"}\n"
+              "    kav_peer_connections_nacks_total{reason=\"chunk_missed\"}\n");
+    EXPECT_EQ(
+        run_kavstat({"list", "hwfq_bytes_dscp_base"}).out,
+        "engine       so_hwfq_bytes_dscp_base[4]  bytes                total    bytes queued for sending, by dscp "
+        "group\n"
+        "    kav_transport_queued_dscp_bytes_total{dscp=~\".+\"}\n");
     EXPECT_EQ(run_kavstat({"list", "no such thing"}).out, "");
     const nlohmann::json rows = nlohmann::json::parse(run_kavstat({"list", "--json"}).out);
     EXPECT_EQ(rows.size(), 107U + 42U + 166U + 18U);

@@ -8,8 +8,12 @@
 
 namespace {
 
-std::string configuration(const std::string& folder, int port)
+std::string configuration(const std::string& folder, const std::vector<int>& ports)
 {
+    std::string targets;
+    for (const int port : ports) {
+        targets += (targets.empty() ? "'127.0.0.1:" : ", '127.0.0.1:") + std::to_string(port) + "'";
+    }
     const std::string path = folder + "/prometheus.yml";
     write_file(path, "global:\n"
                      "  scrape_interval: 1s\n"
@@ -17,8 +21,8 @@ std::string configuration(const std::string& folder, int port)
                      "scrape_configs:\n"
                      "  - job_name: kav\n"
                      "    static_configs:\n"
-                     "      - targets: ['127.0.0.1:" +
-                         std::to_string(port) + "']\n");
+                     "      - targets: [" +
+                         targets + "]\n");
     return path;
 }
 
@@ -35,10 +39,10 @@ std::string escaped_for_query(const std::string& text)
 
 } // namespace
 
-prometheus::prometheus(const std::string& folder, int port)
+prometheus::prometheus(const std::string& folder, const std::vector<int>& ports)
     : m_port(free_port()),
       m_program("/usr/bin/prometheus",
-                {"--config.file=" + configuration(folder, port), "--storage.tsdb.path=" + folder + "/prometheus",
+                {"--config.file=" + configuration(folder, ports), "--storage.tsdb.path=" + folder + "/prometheus",
                  "--web.listen-address=127.0.0.1:" + std::to_string(m_port), "--log.level=error"})
 {}
 

@@ -8,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <vector>
 
 // A stored series: its labels but for job and instance, as "name{a=\"b\",c=\"d\"}" in alphabetical order.
 using stored_series = std::map<std::string, double>;
@@ -15,8 +16,8 @@ using stored_series = std::map<std::string, double>;
 class prometheus
 {
 public:
-    // folder: for its data. port: of what it scrapes, at /metrics.
-    prometheus(const std::string& folder, int port);
+    // folder: for its data. ports: of what it scrapes, at /metrics.
+    prometheus(const std::string& folder, const std::vector<int>& ports);
 
     // What an instant query answers by now.
     stored_series query(const std::string& expression) const;

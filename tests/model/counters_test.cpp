@@ -230,7 +230,7 @@ TEST(counter_descriptions, agree_with_the_application_report)
 
 constexpr RE_stat_counter_info counter_with_ids(int first, int last)
 {
-    return {first, last, "", RE_stat_unit::events, RE_stat_kind::total, ""};
+    return {first, last, "", RE_stat_unit::events, RE_stat_kind::total, "", ""};
 }
 
 TEST(describes_every_id, refuses_gaps_repetitions_and_a_wrong_count)

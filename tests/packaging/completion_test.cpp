@@ -1,4 +1,4 @@
-// Completion of the viewer's command line, as bash itself performs it.
+// Completion of command lines, the viewer's above all, as bash itself performs it.
 #include "shell.h"
 #include "support/contains.h"
 
@@ -10,20 +10,25 @@
 
 namespace {
 
-const std::string completion = KAV_SOURCE_DIR "/packaging/completion/exec_show_stats_kav";
+// Where a program's completion is.
+std::string completion_of(const std::string& program)
+{
+    return KAV_SOURCE_DIR "/packaging/completion/" + program;
+}
 
 // What is offered for the word at the end of the line, separated by blanks. The line is handed over as readline does
 // it, with words that end at colons as well.
-std::string offered(const std::string& line)
+std::string offered(const std::string& line, const std::string& program = "exec_show_stats_kav")
 {
-    static const std::string driver = R"(
-source ')" + completion + R"('
+    const std::string driver = R"(
+source ')" + completion_of(program) +
+                               R"('
 COMP_LINE=$1 COMP_POINT=${#1} COMP_WORDBREAKS=$' \t\n"\'><=;|&(:'
 read -ra COMP_WORDS <<<"${COMP_LINE//:/ : }"
 [[ $COMP_LINE == *' ' ]] && COMP_WORDS+=('')
 COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
 PATH=)" KAV_BIN_DIR R"(:$PATH
-_exec_show_stats_kav
+_)" + program + R"(
 echo "${COMPREPLY[*]}")";
     const scratch_folder folder(disk());
     std::ofstream(folder.file("driver")) << driver;
@@ -32,14 +37,55 @@ echo "${COMPREPLY[*]}")";
     return text.substr(0, text.find_last_not_of('\n') + 1);
 }
 
-TEST(completion, the_first_word_is_a_command)
+TEST(completion, offers_as_in_this_table)
 {
-    EXPECT_EQ(offered("exec_show_stats_kav "),
-              "read-file save-file tech-support top-app nack global-info global-detail "
-              "peer connection conn config brief-config kav-bypass");
-    EXPECT_EQ(offered("exec_show_stats_kav glo"), "global-info global-detail");
-    EXPECT_EQ(offered("exec_show_stats_kav conn"), "connection conn");
-    EXPECT_EQ(offered("exec_show_stats_kav x"), "");
+    const std::pair<std::string, std::string> cases[] = {
+        // The first word is a command.
+        {"", "read-file save-file tech-support top-app nack global-info global-detail "
+             "peer connection conn config brief-config kav-bypass"},
+        {"glo", "global-info global-detail"},
+        {"conn", "connection conn"},
+        {"x", ""},
+        // Files are offered where a file belongs.
+        {"read-file re", "report.log"},
+        {"save-file re", "report.log"},
+        {"read-file report.log re", ""},
+        {"top-app top 5 from-file re", "report.log"},
+        {"top-app re", ""},
+        // The words of peer come in any order and once.
+        {"peer ", "mac-id no ctx-id ip detail nack"},
+        {"peer no 3 ", "mac-id ctx-id ip detail nack"},
+        {"peer detail ", "mac-id no ctx-id ip"},
+        {"peer nack i", "ip"},
+        // A value that looks like a keyword is a value.
+        {"peer no detail ", "mac-id ctx-id ip detail nack"},
+        {"top-app from-file peer ", "detail top peer"},
+        // The words of conn come in any order and once.
+        {"conn ", "client-ip id peer-no server-ip client-port server-port detail nack active last"},
+        {"conn server-port 80 last ser", "server-ip"},
+        {"conn server-port ", ""},
+        {"conn id 7 client-ip ", ""},
+        // The words of connection have their places.
+        {"connection ", "client-ip id -"},
+        {"connection - ", "-"},
+        {"connection client-ip ", ""},
+        {"connection client-ip c0000201 ", "server-ip -"},
+        {"connection - - - - ", "client-port -"},
+        {"connection - - - - - - ", "server-port -"},
+        {"connection - - - - - - server-port 50 ", "detail nack -"},
+        {"connection - - - - - - - - - ", "active -"},
+        {"connection - - - - - - - - - - ", "last -"},
+        {"connection - - - - - - - - - - - ", "peer-no"},
+        {"connection - - - - - - - - - - - - - ", ""},
+        // Words are recognised by their beginning as the viewer does.
+        {"peers none 3 ", "mac-id ctx-id ip detail nack"},
+        {"connections ", "client-ip id -"},
+        {"kav-bypass ", "detail"},
+        {"kav-bypass detail ", ""},
+    };
+    for (const auto& [words, completions] : cases) {
+        EXPECT_EQ(offered("exec_show_stats_kav " + words), completions) << words;
+    }
 }
 
 // The order is part of the viewer's grammar, and completion recognises words by the same rule.
@@ -64,61 +110,6 @@ TEST(completion, commands_that_stand_alone_take_nothing)
     }
 }
 
-TEST(completion, files_are_offered_where_a_file_belongs)
-{
-    EXPECT_EQ(offered("exec_show_stats_kav read-file re"), "report.log");
-    EXPECT_EQ(offered("exec_show_stats_kav save-file re"), "report.log");
-    EXPECT_EQ(offered("exec_show_stats_kav read-file report.log re"), "");
-    EXPECT_EQ(offered("exec_show_stats_kav top-app top 5 from-file re"), "report.log");
-    EXPECT_EQ(offered("exec_show_stats_kav top-app re"), "");
-}
-
-TEST(completion, the_words_of_peer_come_in_any_order_and_once)
-{
-    EXPECT_EQ(offered("exec_show_stats_kav peer "), "mac-id no ctx-id ip detail nack");
-    EXPECT_EQ(offered("exec_show_stats_kav peer no 3 "), "mac-id ctx-id ip detail nack");
-    EXPECT_EQ(offered("exec_show_stats_kav peer detail "), "mac-id no ctx-id ip");
-    EXPECT_EQ(offered("exec_show_stats_kav peer nack i"), "ip");
-}
-
-TEST(completion, a_value_that_looks_like_a_keyword_is_a_value)
-{
-    EXPECT_EQ(offered("exec_show_stats_kav peer no detail "), "mac-id ctx-id ip detail nack");
-    EXPECT_EQ(offered("exec_show_stats_kav top-app from-file peer "), "detail top peer");
-}
-
-TEST(completion, the_words_of_conn_come_in_any_order_and_once)
-{
-    EXPECT_EQ(offered("exec_show_stats_kav conn "),
-              "client-ip id peer-no server-ip client-port server-port detail nack active last");
-    EXPECT_EQ(offered("exec_show_stats_kav conn server-port 80 last ser"), "server-ip");
-    EXPECT_EQ(offered("exec_show_stats_kav conn server-port "), "");
-    EXPECT_EQ(offered("exec_show_stats_kav conn id 7 client-ip "), "");
-}
-
-TEST(completion, the_words_of_connection_have_their_places)
-{
-    EXPECT_EQ(offered("exec_show_stats_kav connection "), "client-ip id -");
-    EXPECT_EQ(offered("exec_show_stats_kav connection - "), "-");
-    EXPECT_EQ(offered("exec_show_stats_kav connection client-ip "), "");
-    EXPECT_EQ(offered("exec_show_stats_kav connection client-ip c0000201 "), "server-ip -");
-    EXPECT_EQ(offered("exec_show_stats_kav connection - - - - "), "client-port -");
-    EXPECT_EQ(offered("exec_show_stats_kav connection - - - - - - "), "server-port -");
-    EXPECT_EQ(offered("exec_show_stats_kav connection - - - - - - server-port 50 "), "detail nack -");
-    EXPECT_EQ(offered("exec_show_stats_kav connection - - - - - - - - - "), "active -");
-    EXPECT_EQ(offered("exec_show_stats_kav connection - - - - - - - - - - "), "last -");
-    EXPECT_EQ(offered("exec_show_stats_kav connection - - - - - - - - - - - "), "peer-no");
-    EXPECT_EQ(offered("exec_show_stats_kav connection - - - - - - - - - - - - - "), "");
-}
-
-TEST(completion, words_are_recognised_by_their_beginning_as_the_viewer_does)
-{
-    EXPECT_EQ(offered("exec_show_stats_kav peers none 3 "), "mac-id ctx-id ip detail nack");
-    EXPECT_EQ(offered("exec_show_stats_kav connections "), "client-ip id -");
-    EXPECT_EQ(offered("exec_show_stats_kav kav-bypass "), "detail");
-    EXPECT_EQ(offered("exec_show_stats_kav kav-bypass detail "), "");
-}
-
 TEST(completion, a_running_engines_peers_are_offered)
 {
     const idle_engine engine({"--peers", "3"});
@@ -141,8 +132,8 @@ TEST(completion, keys_typed_at_a_prompt_complete_the_line)
 {
     const scratch_folder folder(disk());
     std::ofstream(folder.file("exec_show_stats_kav")) << "#!/bin/sh\necho \"<$*>\"\n";
-    std::ofstream(folder.file("rc")) << "PATH='" << folder.path() << "':$PATH\nPS1='> '\nsource '" << completion
-                                     << "'\n";
+    std::ofstream(folder.file("rc")) << "PATH='" << folder.path() << "':$PATH\nPS1='> '\nsource '"
+                                     << completion_of("exec_show_stats_kav") << "'\n";
     std::ofstream(folder.file("keys")) << "exec_show_stats_kav tec\t\n"
                                           "exec_show_stats_kav conn server-p\t80 la\t\n"
                                           "exec_show_stats_kav top-app det\t\nexit\n";
@@ -153,6 +144,15 @@ TEST(completion, keys_typed_at_a_prompt_complete_the_line)
     EXPECT_TRUE(contains(session, "<tech-support>")) << session;
     EXPECT_TRUE(contains(session, "<conn server-port 80 last>")) << session;
     EXPECT_TRUE(contains(session, "<top-app detail>")) << session;
+}
+
+TEST(completion, the_demo_engine_offers_its_options_and_illnesses)
+{
+    EXPECT_EQ(offered("kav_demo_engine --bypass", "kav_demo_engine"), "--bypass-threshold-mb --bypass-retry");
+    EXPECT_EQ(offered("kav_demo_engine --ill slow", "kav_demo_engine"), "slow-disk slow-encode slow-decode");
+    EXPECT_EQ(offered("kav_demo_engine --ill nacks,cache-f", "kav_demo_engine"), "nacks,cache-failed");
+    EXPECT_EQ(offered("kav_demo_engine --peers ", "kav_demo_engine"), "");
+    EXPECT_EQ(offered("kav_demo_engine re", "kav_demo_engine"), "report.log");
 }
 
 } // namespace

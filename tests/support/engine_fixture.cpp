@@ -1,5 +1,7 @@
 #include "support/engine_fixture.h"
 
+#include "support/engine_shapes.h"
+
 #include <fcntl.h>
 #include <grp.h>
 #include <signal.h>
@@ -133,38 +135,35 @@ std::unique_ptr<RE_stat_reader> file_reader(const std::string& path)
 
 namespace {
 
-// A value and what the call returned, made comparable.
-struct outcome
+// Whether both calls give the same result and the same value. They start from different values, so that one that is not
+// written shows.
+template <typename Read, typename... Slot>
+void expect_same_reads(RE_stat_reader& left, RE_stat_reader& right, int count, Read read, Slot... slot)
 {
-    int result;
-    long long value;
-    bool operator==(const outcome&) const = default;
-};
+    for (int id = -1; id <= count; ++id) {
+        long long values[2] = {1, 2};
+        EXPECT_EQ((left.*read)(slot..., id, values[0]), (right.*read)(slot..., id, values[1])) << id;
+        EXPECT_EQ(values[0], values[1]) << id;
+    }
+}
+
+template <typename Record>
+void expect_same_records(RE_stat_reader& left, RE_stat_reader& right, int (RE_stat_reader::*read)(int, Record&),
+                         int slot)
+{
+    Record records[2] = {};
+    EXPECT_EQ((left.*read)(slot, records[0]), (right.*read)(slot, records[1]));
+    EXPECT_TRUE(same_record(records[0], records[1]));
+}
 
 void expect_same_peer(RE_stat_reader& left, RE_stat_reader& right, int slot)
 {
     SCOPED_TRACE("peer slot " + std::to_string(slot));
     ASSERT_EQ(left.is_peer_valid(slot), right.is_peer_valid(slot));
-    RE_stat_peer_header headers[2] = {};
-    EXPECT_EQ(left.read_peer_header(slot, headers[0]), right.read_peer_header(slot, headers[1]));
-    EXPECT_TRUE(same_record(headers[0], headers[1]));
-    int ids[2] = {};
-    EXPECT_EQ(left.read_peer_id(slot, ids[0]), right.read_peer_id(slot, ids[1]));
-    EXPECT_EQ(ids[0], ids[1]);
-    for (int id = -1; id <= RE_STAT_PEER_ID_MAX; ++id) {
-        outcome a{0, 1};
-        outcome b{0, 2};
-        a.result = left.read_peer_stat(slot, id, a.value);
-        b.result = right.read_peer_stat(slot, id, b.value);
-        EXPECT_TRUE(a == b) << id;
-    }
-    for (int id = -1; id <= RE_STAT_CONN_ID_MAX; ++id) {
-        outcome a{0, 1};
-        outcome b{0, 2};
-        a.result = left.read_peer_conn_stat(slot, id, a.value);
-        b.result = right.read_peer_conn_stat(slot, id, b.value);
-        EXPECT_TRUE(a == b) << id;
-    }
+    expect_same_records(left, right, &RE_stat_reader::read_peer_header, slot);
+    expect_same_records(left, right, &RE_stat_reader::read_peer_id, slot);
+    expect_same_reads(left, right, RE_STAT_PEER_ID_MAX, &RE_stat_reader::read_peer_stat, slot);
+    expect_same_reads(left, right, RE_STAT_CONN_ID_MAX, &RE_stat_reader::read_peer_conn_stat, slot);
     EXPECT_EQ(left.read_peer_active_conn_count(slot), right.read_peer_active_conn_count(slot));
 }
 
@@ -172,29 +171,15 @@ void expect_same_conn(RE_stat_reader& left, RE_stat_reader& right, int slot)
 {
     SCOPED_TRACE("connection slot " + std::to_string(slot));
     ASSERT_EQ(left.is_conn_valid(slot), right.is_conn_valid(slot));
-    RE_stat_conn_header headers[2] = {};
-    EXPECT_EQ(left.read_conn_header(slot, headers[0]), right.read_conn_header(slot, headers[1]));
-    EXPECT_TRUE(same_record(headers[0], headers[1]));
-    SO_stat_conn_header so_headers[2] = {};
-    EXPECT_EQ(left.read_conn_so_header(slot, so_headers[0]), right.read_conn_so_header(slot, so_headers[1]));
-    EXPECT_TRUE(same_record(so_headers[0], so_headers[1]));
+    expect_same_records(left, right, &RE_stat_reader::read_conn_header, slot);
+    expect_same_records(left, right, &RE_stat_reader::read_conn_so_header, slot);
     std::time_t times[4] = {1, 2, 3, 4};
     EXPECT_EQ(left.read_conn_time(slot, times[0], times[1]), right.read_conn_time(slot, times[2], times[3]));
     EXPECT_EQ(times[0], times[2]);
     EXPECT_EQ(times[1], times[3]);
-    int ids[2] = {};
-    EXPECT_EQ(left.read_conn_peer_id(slot, ids[0]), right.read_conn_peer_id(slot, ids[1]));
-    EXPECT_EQ(ids[0], ids[1]);
-    for (int id = -1; id <= RE_STAT_CONN_ID_MAX; ++id) {
-        outcome a{0, 1};
-        outcome b{0, 2};
-        a.result = left.read_conn_stat(slot, id, a.value);
-        b.result = right.read_conn_stat(slot, id, b.value);
-        EXPECT_TRUE(a == b) << id;
-    }
-    RE_stat_conn_for_qlt figures[2] = {};
-    EXPECT_EQ(left.read_conn_stat_for_qlt(slot, figures[0]), right.read_conn_stat_for_qlt(slot, figures[1]));
-    EXPECT_TRUE(same_record(figures[0], figures[1]));
+    expect_same_records(left, right, &RE_stat_reader::read_conn_peer_id, slot);
+    expect_same_reads(left, right, RE_STAT_CONN_ID_MAX, &RE_stat_reader::read_conn_stat, slot);
+    expect_same_records(left, right, &RE_stat_reader::read_conn_stat_for_qlt, slot);
 }
 
 void expect_same_app(RE_stat_reader& left, RE_stat_reader& right, int slot)
@@ -206,9 +191,7 @@ void expect_same_app(RE_stat_reader& left, RE_stat_reader& right, int slot)
     if (records[0] != nullptr) {
         EXPECT_TRUE(same_record(*records[0], *records[1]));
     }
-    RE_stat_app_header headers[2] = {};
-    EXPECT_EQ(left.read_app_header(slot, headers[0]), right.read_app_header(slot, headers[1]));
-    EXPECT_TRUE(same_record(headers[0], headers[1]));
+    expect_same_records(left, right, &RE_stat_reader::read_app_header, slot);
     EXPECT_EQ(left.get_app_id_array(slot) == nullptr, right.get_app_id_array(slot) == nullptr);
     for (int id = -1; id <= RE_STAT_APP_ID_MAX; ++id) {
         long values[2] = {1, 2};
@@ -226,20 +209,8 @@ void expect_same_statistics(RE_stat_reader& left, RE_stat_reader& right)
     if (configs[0] != nullptr) {
         EXPECT_TRUE(same_record(*configs[0], *configs[1]));
     }
-    for (int id = -1; id <= RE_STAT_GLOBAL_ID_MAX; ++id) {
-        outcome a{0, 1};
-        outcome b{0, 2};
-        a.result = left.read_global_stat(id, a.value);
-        b.result = right.read_global_stat(id, b.value);
-        EXPECT_TRUE(a == b) << id;
-    }
-    for (int id = -1; id <= RE_STAT_CONN_ID_MAX; ++id) {
-        outcome a{0, 1};
-        outcome b{0, 2};
-        a.result = left.read_global_conn_stat(id, a.value);
-        b.result = right.read_global_conn_stat(id, b.value);
-        EXPECT_TRUE(a == b) << id;
-    }
+    expect_same_reads(left, right, RE_STAT_GLOBAL_ID_MAX, &RE_stat_reader::read_global_stat);
+    expect_same_reads(left, right, RE_STAT_CONN_ID_MAX, &RE_stat_reader::read_global_conn_stat);
     EXPECT_EQ(left.read_global_active_conn_count(), right.read_global_active_conn_count());
     for (int slot = -2; slot < std::max(left.get_max_peer_slots(), right.get_max_peer_slots()) + 2; ++slot) {
         expect_same_peer(left, right, slot);
@@ -295,9 +266,7 @@ segment_test::~segment_test()
 unsigned char* segment_test::map_segment()
 {
     const int descriptor = open(segment_path().c_str(), O_RDWR | O_CLOEXEC);
-    struct stat status
-    {
-    };
+    struct stat status = {};
     if (descriptor < 0 || fstat(descriptor, &status) != 0) {
         ADD_FAILURE() << "no segment";
         std::abort();
@@ -324,33 +293,25 @@ void engine_test::start(const RE_stat_limits& limits)
 void engine_test::fill()
 {
     engine.set_config(config_of(77));
-    for (int id = 0; id < RE_STAT_GLOBAL_ID_MAX; ++id) {
-        engine.set_global(id, 1000000007LL * (id + 1));
-    }
+    set_engine_figures(engine, [](int id) { return 1000000007LL * (id + 1); });
     for (std::uint32_t peer = 0; peer < 4; ++peer) {
         const int slot = engine.add_peer(static_cast<int>(peer) + 40, peer_header_of(peer + 500));
         ASSERT_EQ(slot, static_cast<int>(peer));
-        for (int id = 0; id < RE_STAT_PEER_ID_MAX; ++id) {
-            engine.set_peer_stat(slot, id, 10000 * slot + id);
-        }
+        set_peer_figures(engine, slot, [&](int id) { return 10000 * slot + id; });
     }
     engine.remove_peer(1);
     for (std::uint32_t number = 0; number < 10; ++number) {
         const int peer = number % 2 == 0 ? 0 : 3;
         const int slot = engine.open_conn(peer, conn_header_of(number + 900), so_header_of(number), 5000 + number);
         ASSERT_EQ(slot, static_cast<int>(number));
-        for (int id = 0; id < RE_STAT_CONN_ID_MAX; ++id) {
-            engine.add_conn_stat(slot, id, 1000 * slot + id - 50);
-        }
+        add_conn_figures(engine, slot, [&](int id) { return 1000 * slot + id - 50; });
     }
     engine.close_conn(2, 6000);
     engine.release_conn(4);
     engine.release_conn(7);
     for (std::uint32_t number = 0; number < 3; ++number) {
         const int slot = engine.find_or_add_app(app_key_of(number + 60));
-        for (int id = 0; id < RE_STAT_APP_ID_MAX; ++id) {
-            engine.add_app_stat(slot, id, number * 100 + static_cast<std::uint32_t>(id));
-        }
+        add_app_figures(engine, slot, [&](int id) { return number * 100 + static_cast<std::uint32_t>(id); });
         engine.add_app_conns(slot, number + 3, number + 2);
     }
     for (std::uint32_t number = 0; number < 11; ++number) { // more than the log holds

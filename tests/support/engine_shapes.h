@@ -1,4 +1,4 @@
-// An engine of known figures, for programs that need one of each thing there is to report.
+// Engines of known figures in named shapes. small_engine.h has one more, of which every line of report is known.
 #pragma once
 
 #include "RE_stat_writer.h"
@@ -6,12 +6,43 @@
 #include <string>
 #include <vector>
 
-// The engine started at this moment, and everything else that it tells happened within the hour before `sample_now`.
+// Give every counter that a writer keeps for one thing a value by its id.
+template <typename Value>
+void set_engine_figures(RE_stat_writer& writer, const Value& value_of)
+{
+    for (int id = 0; id < RE_STAT_GLOBAL_ID_MAX; ++id) {
+        writer.set_global(id, value_of(id));
+    }
+}
+template <typename Value>
+void set_peer_figures(RE_stat_writer& writer, int slot, const Value& value_of)
+{
+    for (int id = 0; id < RE_STAT_PEER_ID_MAX; ++id) {
+        writer.set_peer_stat(slot, id, value_of(id));
+    }
+}
+template <typename Value>
+void add_conn_figures(RE_stat_writer& writer, int slot, const Value& value_of)
+{
+    for (int id = 0; id < RE_STAT_CONN_ID_MAX; ++id) {
+        writer.add_conn_stat(slot, id, value_of(id));
+    }
+}
+template <typename Value>
+void add_app_figures(RE_stat_writer& writer, int slot, const Value& value_of)
+{
+    for (int id = 0; id < RE_STAT_APP_ID_MAX; ++id) {
+        writer.add_app_stat(slot, id, static_cast<std::uint32_t>(value_of(id)));
+    }
+}
+
+// The sample engine started at this moment, and everything else that it reports happened within the hour before
+// `sample_now`.
 constexpr std::time_t sample_start = 1700000000;
 constexpr std::time_t sample_now = sample_start + 3600;
 
-// How much of an engine is wanted.
-struct sample_size
+// How much there is of each thing.
+struct engine_shape
 {
     int peers = 2;
     int conns = 4;
@@ -19,13 +50,41 @@ struct sample_size
     int nacks = 3;
     int bypassed = 2;
 };
+constexpr engine_shape empty_shape = {0, 0, 0, 0, 0};
+constexpr engine_shape large_shape = {20, 200, 50, 100, 20};
 
 // Makes a segment under the name in KAV_STAT_SEGMENT, fills it and lets viewers in. Returns what create() does.
-int publish_sample(RE_stat_writer& writer, const sample_size& wanted);
+int publish_sample(RE_stat_writer& writer, const engine_shape& shape);
 
 // The same engine's statistics as bytes: saved, or as a live segment holds them.
-std::vector<unsigned char> saved_sample(const sample_size& wanted);
-std::vector<unsigned char> live_sample(const sample_size& wanted);
+std::vector<unsigned char> saved_sample(const engine_shape& shape);
+std::vector<unsigned char> live_sample(const engine_shape& shape);
 
 // Gives KAV_STAT_SEGMENT a name that no other process uses, and returns it.
 std::string use_own_segment();
+
+// An engine whose every counter has a value of its own, in numbers that any form of them keeps exactly.
+class every_counter
+{
+public:
+    // Publishes under the name in KAV_STAT_SEGMENT. Throws when that fails.
+    every_counter() { publish(sample_start); }
+
+    RE_stat_writer& writer() { return m_writer; }
+    void restart();
+
+    // The values, by hand: what the engine counts, and its peers, connections and applications.
+    static long long engine_value(int id);
+    static long long peer_value(int peer, int id);
+    static long long conn_value(int conn, int id);
+    static std::uint32_t app_value(int app, int id);
+
+    static constexpr int peers = 3;
+    static constexpr int conns = 7; // connection n is of peer n modulo 3
+    static constexpr int apps = 4;
+
+private:
+    void publish(std::time_t start);
+
+    RE_stat_writer m_writer;
+};

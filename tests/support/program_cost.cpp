@@ -14,6 +14,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 
 extern char** environ;
 
@@ -52,19 +53,6 @@ pid_t start_traced(const program_words& words)
         fail(words[0]);
     }
     return child;
-}
-
-// The most memory that a process has had resident, in KB.
-long peak_resident(pid_t process)
-{
-    long kilobytes = 0;
-    if (FILE* const status = std::fopen(("/proc/" + std::to_string(process) + "/status").c_str(), "re")) {
-        char line[256];
-        while (std::fgets(line, sizeof line, status) != nullptr && std::sscanf(line, "VmHWM: %ld", &kilobytes) != 1) {
-        }
-        std::fclose(status);
-    }
-    return kilobytes;
 }
 
 } // namespace
@@ -121,7 +109,7 @@ program_cost watched_run(const program_words& words)
                 cost.write_calls += registers.orig_rax == SYS_write ? 1 : 0;
             }
         } else if (WIFSTOPPED(status) && status >> 8 == (SIGTRAP | (PTRACE_EVENT_EXIT << 8))) {
-            cost.resident = peak_resident(child);
+            cost.resident = kilobytes_of(child, "VmHWM");
         }
     } while (WIFSTOPPED(status));
     return cost;
@@ -140,4 +128,15 @@ long count_instructions(const program_words& words)
         }
     } while (WIFSTOPPED(status));
     return count;
+}
+
+long kilobytes_of(pid_t process, const std::string& figure)
+{
+    std::ifstream status("/proc/" + std::to_string(process) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with(figure + ":")) {
+            return std::strtol(line.c_str() + figure.size() + 1, nullptr, 10);
+        }
+    }
+    return 0;
 }

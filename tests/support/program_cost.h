@@ -1,6 +1,8 @@
 // What one run of a program costs, its output thrown away or sent where the caller wants it.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <vector>
 
@@ -26,3 +28,7 @@ program_cost watched_run(const program_words& words);
 
 // Runs it instruction by instruction, which takes some thousand times as long.
 long count_instructions(const program_words& words);
+
+// A figure of /proc/PID/status in KB, such as "VmHWM", the most memory that a process has had resident; 0 when there is
+// none.
+long kilobytes_of(pid_t process, const std::string& figure);

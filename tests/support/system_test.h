@@ -29,6 +29,23 @@ protected:
     // Another segment's name, removed at the end like the first.
     std::string other_segment() const { return m_segment + "_other"; }
 
+    // The whole report, after a run in which nothing went wrong.
+    static std::string report_of(const std::vector<std::string>& arguments)
+    {
+        const program_result result = run_viewer(arguments);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.err, "");
+        return result.out;
+    }
+    // The whole output after a run that is refused.
+    static std::string refusal_of(const std::vector<std::string>& arguments)
+    {
+        const program_result result = run_viewer(arguments);
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.err, "");
+        return result.out;
+    }
+
 private:
     std::string m_segment;
     scratch_folder m_folder;

@@ -1,9 +1,38 @@
 #include "support/terminal.h"
 
-#include "support/child_program.h"
+#include <fcntl.h>
+#include <pty.h>
+#include <termios.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <stdexcept>
 #include <thread>
+
+program_result run_on_terminal(const std::string& path, const std::vector<std::string>& arguments)
+{
+    termios raw{};
+    cfmakeraw(&raw);
+    int master = -1;
+    int slave = -1;
+    if (openpty(&master, &slave, nullptr, &raw, nullptr) != 0) {
+        throw std::runtime_error("no terminal");
+    }
+    fcntl(master, F_SETFD, FD_CLOEXEC);
+    std::string text;
+    std::thread reader([&] {
+        char bytes[4096];
+        for (ssize_t count = 0; (count = read(master, bytes, sizeof bytes)) > 0;) {
+            text.append(bytes, static_cast<std::size_t>(count));
+        }
+    });
+    program_result result = child_program(path, arguments, {.output = slave}).finish();
+    close(slave);
+    reader.join();
+    close(master);
+    result.out = text;
+    return result;
+}
 
 terminal::terminal(const std::string& folder, const std::string& command, int width, int height)
 {

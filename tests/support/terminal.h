@@ -1,10 +1,17 @@
-// A terminal that a program runs in, held by tmux, whose keys a test presses and whose screen it reads.
+// Programs on terminals.
 #pragma once
+
+#include "support/child_program.h"
 
 #include <functional>
 #include <string>
 #include <vector>
 
+// Runs a program to its end; `out` of the result is what arrives at the other end of a terminal that changes nothing
+// itself.
+program_result run_on_terminal(const std::string& path, const std::vector<std::string>& arguments);
+
+// A terminal that a program runs in, held by tmux, whose keys a test presses and whose screen it reads.
 class terminal
 {
 public:

@@ -22,14 +22,6 @@ constexpr long long tiny_messages = 1000000;
 constexpr long long tiny_messages = 100000;
 #endif
 
-std::string report_of(const std::vector<std::string>& arguments)
-{
-    const program_result result = run_viewer(arguments);
-    EXPECT_EQ(result.status, 0) << arguments.front();
-    EXPECT_EQ(result.err, "");
-    return result.out;
-}
-
 // Text of `size` bytes in which sentences come again and again.
 std::string repeating_text(std::size_t size, unsigned int seed)
 {
@@ -295,7 +287,7 @@ TEST_F(account, agrees_on_mixed_traffic)
     }
     add_file("empty.txt", "");
     add_file("one_byte.txt", "1");
-    expect_agreement({"--cache-mb", "4", "--repeat", "3"});
+    expect_agreement({"--variety", "--cache-mb", "4", "--repeat", "3"});
     EXPECT_EQ(connections(), 3U * 42U);
     EXPECT_EQ(m_listed_connections, connections());
     EXPECT_GT(m_ledger.at("engine").at("encode").at("retransmissions").at("total"), 0);

@@ -33,13 +33,6 @@ protected:
     bool has_segment() const { return access(segment_path().c_str(), F_OK) == 0; }
 };
 
-std::string report_of(const std::vector<std::string>& arguments)
-{
-    const program_result result = run_viewer(arguments);
-    EXPECT_EQ(result.status, 0);
-    return result.out;
-}
-
 program_result run_demo(const std::vector<std::string>& arguments)
 {
     return demo_engine(arguments).finish();
@@ -146,16 +139,6 @@ TEST_F(demo, tells_mistakes_on_its_command_line_by_status_2)
         EXPECT_EQ(result.out, "");
         EXPECT_FALSE(has_segment());
     }
-}
-
-TEST_F(demo, tells_what_it_cannot_work_with_by_status_1)
-{
-    const program_result result = run_demo({path("missing")});
-    EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.err, "kav_demo_engine: " + path("missing") + ": no such file or folder\n");
-    EXPECT_FALSE(has_segment());
-    EXPECT_EQ(run_demo({"--once", "--ledger", path("missing/ledger"), path("traffic.txt")}).status, 1);
-    EXPECT_FALSE(has_segment());
 }
 
 TEST_F(demo, holds_every_report_still_when_it_is_idle)

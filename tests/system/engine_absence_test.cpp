@@ -1,16 +1,13 @@
 // What the viewer says when no engine runs, whatever an engine has left behind.
 
+#include "support/forked_process.h"
 #include "support/own_session.h"
 #include "support/small_engine.h"
 #include "support/system_test.h"
 
 #include <fcntl.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
-
-#include <csignal>
 
 namespace {
 
@@ -39,48 +36,12 @@ protected:
 };
 
 // An engine in a process of its own, which can be killed.
-class engine_process
+void be_an_engine(const forked_process::callback& ready)
 {
-public:
-    engine_process()
-    {
-        int ends[2] = {-1, -1};
-        if (pipe(ends) != 0) {
-            return;
-        }
-        m_pid = fork();
-        if (m_pid == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            const small_engine engine;
-            [[maybe_unused]] const ssize_t told = write(ends[1], "p", 1);
-            while (true) {
-                pause();
-            }
-        }
-        close(ends[1]);
-        char published = 0;
-        m_b_published = read(ends[0], &published, 1) == 1;
-        close(ends[0]);
-    }
-    ~engine_process() { kill_now(); }
-    engine_process(const engine_process&) = delete;
-    engine_process& operator=(const engine_process&) = delete;
-
-    bool is_published() const { return m_b_published; }
-
-    void kill_now()
-    {
-        if (m_pid > 0) {
-            kill(m_pid, SIGKILL);
-            waitpid(m_pid, nullptr, 0);
-            m_pid = -1;
-        }
-    }
-
-private:
-    pid_t m_pid = -1;
-    bool m_b_published = false;
-};
+    const small_engine engine;
+    ready();
+    pause();
+}
 
 } // namespace
 
@@ -100,8 +61,8 @@ TEST_F(engine_absence, is_told_after_the_engine_stopped)
 
 TEST_F(engine_absence, is_told_after_the_engine_was_killed_and_left_its_segment_behind)
 {
-    engine_process engine;
-    ASSERT_TRUE(engine.is_published());
+    forked_process engine(be_an_engine);
+    ASSERT_TRUE(engine.is_ready());
     EXPECT_EQ(run_viewer({"nack"}).status, 0);
     engine.kill_now();
     ASSERT_EQ(access(segment_path().c_str(), F_OK), 0);
@@ -110,7 +71,7 @@ TEST_F(engine_absence, is_told_after_the_engine_was_killed_and_left_its_segment_
 
 TEST_F(engine_absence, ends_when_the_engine_starts_again_over_what_it_left_behind)
 {
-    engine_process killed;
+    forked_process killed(be_an_engine);
     killed.kill_now();
     expect_refused({"nack"});
     const small_engine engine;

@@ -67,9 +67,7 @@ TEST_F(engine_words, config_prints_every_parameter_and_the_configuration_file)
 {
     // Machines that an engine was installed on have the file.
     const std::string installed = "/sw/vantero/config/re_cfg.txt";
-    struct stat status
-    {
-    };
+    struct stat status = {};
     const std::string file =
         stat(installed.c_str(), &status) == 0 ? bytes_of_file(installed) : " Config file open failed \n";
     EXPECT_EQ(report_of({"config"}), config_heading + config_detail +

@@ -2,13 +2,9 @@
 #include "RE_stat_writer.h"
 #include "support/contains.h"
 #include "support/system_test.h"
-
-#include <pty.h>
-#include <termios.h>
-#include <unistd.h>
+#include "support/terminal.h"
 
 #include <cstring>
-#include <thread>
 
 namespace {
 
@@ -29,29 +25,9 @@ protected:
         m_engine.publish();
     }
 
-    // What arrives at the other end of a terminal that changes nothing itself.
-    static std::string shown(const std::vector<std::string>& arguments, int& status)
+    static program_result run_on_this(const std::vector<std::string>& arguments)
     {
-        termios raw{};
-        cfmakeraw(&raw);
-        int master = -1;
-        int terminal = -1;
-        EXPECT_EQ(openpty(&master, &terminal, nullptr, &raw, nullptr), 0);
-        std::string text;
-        std::thread reader([&] {
-            char bytes[4096];
-            for (ssize_t count = 0; (count = read(master, bytes, sizeof bytes)) > 0;) {
-                text.append(bytes, static_cast<std::size_t>(count));
-            }
-        });
-        run_surroundings surroundings;
-        surroundings.output = terminal;
-        child_program viewer(built_program("exec_show_stats_kav"), arguments, surroundings);
-        status = viewer.finish().status;
-        close(terminal);
-        reader.join();
-        close(master);
-        return text;
+        return run_on_terminal(built_program("exec_show_stats_kav"), arguments);
     }
 
     static std::string with_shown_name(std::string report)
@@ -71,14 +47,14 @@ TEST_F(on_a_terminal, control_characters_are_question_marks_and_nothing_else_cha
 {
     const program_result in_a_pipe = run_viewer({"peer"});
     EXPECT_TRUE(contains(in_a_pipe.out, hostile_name)) << "as the peer gave it";
-    int status = -1;
-    EXPECT_EQ(shown({"peer"}, status), with_shown_name(in_a_pipe.out));
-    EXPECT_EQ(status, 0);
+    const program_result on_this = run_on_this({"peer"});
+    EXPECT_EQ(on_this.out, with_shown_name(in_a_pipe.out));
+    EXPECT_EQ(on_this.status, 0);
 }
 
 TEST_F(on_a_terminal, words_of_the_command_line_do_not_act_either)
 {
-    int status = -1;
-    EXPECT_EQ(shown({"peer", "\x1b[2J"}, status).substr(0, 28), "Invalid peer argument: ?[2J\n");
-    EXPECT_EQ(status, 1);
+    const program_result on_this = run_on_this({"peer", "\x1b[2J"});
+    EXPECT_EQ(on_this.out.substr(0, 28), "Invalid peer argument: ?[2J\n");
+    EXPECT_EQ(on_this.status, 1);
 }

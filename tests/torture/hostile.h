@@ -2,6 +2,7 @@
 // hostile-neighbours, against the programs in any folder.
 #pragma once
 
+#include "support/forked_process.h"
 #include "torture.h"
 
 #include <sys/types.h>
@@ -43,14 +44,8 @@ const std::vector<attack>& attacks_on_trust();
 
 // A process of the neighbour's, which is there until the end of this object. It has done its work when the constructor
 // returns, unless it goes on without end.
-class neighbour
+class neighbour : public forked_process
 {
 public:
     explicit neighbour(const std::function<void()>& work, bool b_endless = false, gid_t group = neighbour_group);
-    ~neighbour();
-    neighbour(const neighbour&) = delete;
-    neighbour& operator=(const neighbour&) = delete;
-
-private:
-    pid_t m_pid = -1;
 };

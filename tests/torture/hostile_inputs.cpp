@@ -3,15 +3,14 @@
 // elsewhere.
 #include "RE_stat_image.h"
 #include "RE_stat_writer.h"
+#include "support/http_client.h"
+#include "support/program_cost.h"
+#include "support/terminal.h"
 #include "torture.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <pty.h>
 #include <sys/mman.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <termios.h>
 
 #include <algorithm>
 #include <atomic>
@@ -82,13 +81,7 @@ private:
     void watch(clock::time_point deadline)
     {
         while (!m_b_over) {
-            std::ifstream status("/proc/" + std::to_string(m_pid) + "/status");
-            for (std::string line; std::getline(status, line);) {
-                long kilobytes = 0;
-                if (std::sscanf(line.c_str(), "VmHWM: %ld", &kilobytes) == 1) {
-                    m_peak_kilobytes = std::max<long>(m_peak_kilobytes, kilobytes);
-                }
-            }
+            m_peak_kilobytes = std::max(m_peak_kilobytes.load(), kilobytes_of(m_pid, "VmHWM"));
             if (clock::now() > deadline) {
                 kill(m_pid, SIGKILL);
             }
@@ -225,26 +218,6 @@ std::string cut_under_kavstat(const hostile_place& place)
     return end_if(run.end.status != 3 || run.text.empty(), end_of(run.end));
 }
 
-// The answer's first bytes are there, and the rest cannot be sent before they are taken.
-int ask(int port, const char* path)
-{
-    const int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const int small = 4096;
-    setsockopt(client, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const std::string request = std::string("GET ") + path + " HTTP/1.1\r\nHost: localhost\r\n\r\n";
-    char byte = 0;
-    if (connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        send(client, request.data(), request.size(), MSG_NOSIGNAL) < 0 || recv(client, &byte, 1, 0) != 1) {
-        close(client);
-        return -1;
-    }
-    return client;
-}
-
 std::string cut_under_a_scrape(const hostile_place& place)
 {
     attacked_engine engine(place, 5000);
@@ -252,21 +225,17 @@ std::string cut_under_a_scrape(const hostile_place& place)
     limited_run server(place.program("kavstat"), {"serve", "--listen", "127.0.0.1:0"}, {}, std::chrono::seconds(20));
     const std::string line = server.program().read_line().value_or("");
     const int port = std::atoi(line.substr(line.rfind(':') + 1).c_str());
-    const int client = ask(port, "/api/v1/statistics");
+    // The answer's first bytes are there, and the rest cannot be sent before they are taken.
+    const http_client client(port);
+    client.send("GET /api/v1/statistics HTTP/1.1\r\nHost: localhost\r\n\r\n");
+    client.take(1);
     engine.cut(0);
-    std::string tail;
-    char bytes[65536];
-    for (ssize_t count = 0; client >= 0 && (count = recv(client, bytes, sizeof bytes, 0)) > 0;) {
-        tail.append(bytes, static_cast<std::size_t>(count));
-        tail.erase(0, tail.size() > 16 ? tail.size() - 16 : 0);
-    }
-    close(client);
-    const int again = ask(port, "/healthz");
-    close(again);
+    const std::string rest = client.read_all();
+    const bool b_lives = get(port, "/healthz").status == 200;
     server.program().send_signal(SIGTERM);
     const program_result& end = server.finish();
-    const bool b_whole = tail.ends_with("0\r\n\r\n");
-    return end_if(again < 0 || end.signal != 0 || b_whole, end_of(end) + (b_whole ? ", taken for whole" : ""));
+    const bool b_whole = rest.ends_with("0\r\n\r\n");
+    return end_if(!b_lives || end.signal != 0 || b_whole, end_of(end) + (b_whole ? ", taken for whole" : ""));
 }
 
 std::string cut_under_a_save(const hostile_place& place)
@@ -542,28 +511,7 @@ std::string name_on_a_terminal(const hostile_place& place)
     peer.b_in_use = 1;
     std::strcpy(peer.header.m_peer_host_name, "a\x1b]0;title\x07\xc2\x9b");
     store_words(&engine.image().peers[0], peer);
-    termios raw{};
-    cfmakeraw(&raw);
-    int master = -1;
-    int terminal = -1;
-    if (openpty(&master, &terminal, nullptr, &raw, nullptr) != 0) {
-        throw std::runtime_error("no terminal");
-    }
-    fcntl(master, F_SETFD, FD_CLOEXEC);
-    run_surroundings on_terminal;
-    on_terminal.output = terminal;
-    limited_run viewer(place.program("exec_show_stats_kav"), {"peer", "no", "0"}, on_terminal);
-    std::string text;
-    std::thread reader([&] {
-        char bytes[4096];
-        for (ssize_t count = 0; (count = read(master, bytes, sizeof bytes)) > 0;) {
-            text.append(bytes, static_cast<std::size_t>(count));
-        }
-    });
-    viewer.finish();
-    close(terminal);
-    reader.join();
-    close(master);
+    const std::string text = run_on_terminal(place.program("exec_show_stats_kav"), {"peer", "no", "0"}).out;
     const bool b_shown = text.find("]0;title") != std::string::npos;
     return end_if(!b_shown || text.find('\x1b') != std::string::npos || text.find("\xc2\x9b") != std::string::npos,
                   b_shown ? "the terminal obeys a name" : "no report");

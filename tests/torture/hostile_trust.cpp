@@ -19,40 +19,20 @@
 #include <thread>
 
 neighbour::neighbour(const std::function<void()>& work, bool b_endless, gid_t group)
+    : forked_process([&](const callback& ready) {
+          if (setgroups(0, nullptr) != 0 || setgid(group) != 0 || setuid(neighbour_user) != 0) {
+              _exit(1);
+          }
+          if (b_endless) {
+              ready();
+          }
+          work();
+          ready();
+      })
 {
-    int ready[2];
-    if (pipe(ready) != 0) {
-        throw std::runtime_error("no pipe");
-    }
-    m_pid = fork();
-    if (m_pid == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (setgroups(0, nullptr) != 0 || setgid(group) != 0 || setuid(neighbour_user) != 0) {
-            _exit(1);
-        }
-        const auto tell = [&] { return write(ready[1], "r", 1) == 1; };
-        if (b_endless) {
-            tell();
-        }
-        work();
-        if (tell()) {
-            pause();
-        }
-        _exit(0);
-    }
-    close(ready[1]);
-    char byte = 0;
-    const bool b_ready = read(ready[0], &byte, 1) == 1;
-    close(ready[0]);
-    if (!b_ready) {
+    if (!is_ready()) {
         throw std::runtime_error("no neighbour");
     }
-}
-
-neighbour::~neighbour()
-{
-    kill(m_pid, SIGKILL);
-    waitpid(m_pid, nullptr, 0);
 }
 
 namespace {
@@ -93,9 +73,7 @@ private:
 
 bool lock_whole_file(int descriptor, short type)
 {
-    struct flock request
-    {
-    };
+    struct flock request = {};
     request.l_type = type;
     request.l_whence = SEEK_SET;
     return fcntl(descriptor, F_OFD_SETLK, &request) == 0;
@@ -300,9 +278,7 @@ void lock_everything()
         if (descriptor >= 0) {
             // Byte by byte, as one of them may be locked already.
             for (off_t byte = 0; byte < 16; ++byte) {
-                struct flock request
-                {
-                };
+                struct flock request = {};
                 request.l_type = F_RDLCK;
                 request.l_whence = SEEK_SET;
                 request.l_start = byte;
@@ -428,9 +404,7 @@ std::string grow_the_segment(const hostile_place& place)
     const neighbour reader([] {
         for (const std::string& path : files_to_try()) {
             const int descriptor = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-            struct stat found
-            {
-            };
+            struct stat found = {};
             if (descriptor < 0 || fstat(descriptor, &found) != 0 || !S_ISREG(found.st_mode)) {
                 continue;
             }

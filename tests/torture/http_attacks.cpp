@@ -1,12 +1,12 @@
 // Clients that want to keep others from kavstat's server: nobody waits for them, and its memory stays bounded.
 #include "support/engine_shapes.h"
 #include "support/http_client.h"
+#include "support/program_cost.h"
 #include "torture.h"
 
 #include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <fstream>
 #include <memory>
 #include <thread>
 
@@ -20,7 +20,7 @@ double milliseconds_since(clock_type::time_point start)
 }
 
 // As large as an engine may be but for connections, which no client shares with others.
-constexpr sample_size largest = {4096, 1000, 65536, 1000, 100};
+constexpr engine_shape largest = {4096, 1000, 65536, 1000, 100};
 
 constexpr double delay_at_most = 100;      // milliseconds of a scrape, at the median
 constexpr double end_at_most = 1000;       // milliseconds for the server's end
@@ -98,18 +98,6 @@ private:
     std::vector<std::unique_ptr<http_client>> m_clients;
 };
 
-// Private memory now, in kilobytes.
-long private_memory_of(pid_t pid)
-{
-    std::ifstream file("/proc/" + std::to_string(pid) + "/status");
-    for (std::string line; std::getline(file, line);) {
-        if (line.starts_with("RssAnon:")) {
-            return std::strtol(line.c_str() + 8, nullptr, 10);
-        }
-    }
-    return private_at_most;
-}
-
 int port_of(child_program& server)
 {
     const std::string line = server.read_line().value_or("");
@@ -155,7 +143,7 @@ private:
             const http_answer answer = get(m_port, "/api/v1/statistics?scope=global");
             times.push_back(milliseconds_since(start));
             m_result.add(answer.status == 200 && answer.b_whole, m_name + ": an answer is missing");
-            m_private = std::max(m_private, private_memory_of(m_server.pid()));
+            m_private = std::max(m_private, kilobytes_of(m_server.pid(), "RssAnon"));
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
         }
         std::sort(times.begin(), times.end());

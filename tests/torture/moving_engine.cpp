@@ -3,6 +3,7 @@
 // Every record of this engine follows from one number, so that a row which shows parts of two records is found out.
 #include "RE_ip.h"
 #include "support/engine_shapes.h"
+#include "support/forked_process.h"
 #include "support/own_segment.h"
 #include "torture.h"
 
@@ -252,7 +253,10 @@ std::string mixed_line(const std::string& report)
 void read_moving_engine(const torture_options& options, tally& result)
 {
     shared_words* const words = share_words();
-    const engine_process engine([words] { be_busy(*words); });
+    const forked_process engine([words](const auto& ready) {
+        ready();
+        be_busy(*words);
+    });
     stay_on_processor(1);
     wait_for(*words);
     const auto start = std::chrono::steady_clock::now();
@@ -318,7 +322,10 @@ void compare_throughput(const torture_options& options, tally& result)
     idle_engine.publish();
     setenv("KAV_STAT_SEGMENT", busy.c_str(), 1);
 
-    const engine_process engine([words] { be_busy(*words); });
+    const forked_process engine([words](const auto& ready) {
+        ready();
+        be_busy(*words);
+    });
     stay_on_processor(1);
     wait_for(*words);
     std::vector<double> ratios;
@@ -391,7 +398,10 @@ void change_engines(const torture_options& options, tally& result)
     unsigned long refused = 0;
     unsigned long engines = 0;
     for (unsigned long at = 0; at < options.count; ++engines) {
-        const engine_process engine([&] { come_and_go(options.seed + static_cast<unsigned int>(at)); });
+        const forked_process engine([&](const auto& ready) {
+            ready();
+            come_and_go(options.seed + static_cast<unsigned int>(at));
+        });
         // Killed with the object, wherever it is then; the next one finds what it left.
         for (int reports = 10; reports > 0 && at < options.count; --reports, ++at) {
             const auto& report = all_reports()[random() % all_reports().size()];

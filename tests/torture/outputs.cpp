@@ -130,7 +130,7 @@ private:
 void close_outputs(const torture_options&, tally& result)
 {
     RE_stat_writer engine;
-    publish_sample(engine, {20, 200, 50, 100, 20});
+    publish_sample(engine, large_shape);
     outputs trial(result);
     for (const auto& report : all_reports()) {
         trial.try_report(report);

@@ -24,7 +24,7 @@ using clock_type = std::chrono::steady_clock;
 class saving
 {
 public:
-    saving(const torture_options& options, const sample_size& size)
+    saving(const torture_options& options, const engine_shape& size)
         : m_folder(options.folder), m_old(saved_sample({1, 1, 1, 1, 1}))
     {
         if (publish_sample(m_engine, size) != 0 || m_old.empty()) {

@@ -10,8 +10,6 @@
 namespace {
 
 constexpr std::size_t table_end = sizeof(RE_image_header) + RE_image_section_count * sizeof(RE_image_section);
-constexpr sample_size many = {20, 200, 50, 100, 20};
-
 int open_result(const std::string& path, const std::vector<unsigned char>& bytes)
 {
     write_bytes(path, bytes);
@@ -64,7 +62,7 @@ void try_flip(const std::string& path, std::vector<unsigned char>& bytes, std::s
 
 void cut_saved_files(const torture_options& options, tally& result)
 {
-    const std::vector<unsigned char> whole = saved_sample(many);
+    const std::vector<unsigned char> whole = saved_sample(large_shape);
     const std::string path = options.folder + "/saved";
     for (std::size_t length = 0; length <= table_end; ++length) {
         try_cut(path, whole, length, result);
@@ -78,7 +76,7 @@ void cut_saved_files(const torture_options& options, tally& result)
 
 void flip_saved_files(const torture_options& options, tally& result)
 {
-    std::vector<unsigned char> bytes = saved_sample(many);
+    std::vector<unsigned char> bytes = saved_sample(large_shape);
     const std::string path = options.folder + "/saved";
     for (std::size_t bit = 0; bit < 8 * table_end; ++bit) {
         try_flip(path, bytes, bit, result);

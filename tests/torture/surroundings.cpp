@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr sample_size some = {5, 40, 10, 20, 5};
+constexpr engine_shape some = {5, 40, 10, 20, 5};
 
 // The name of a viewer that was built for one of these campaigns.
 constexpr const char* failing_viewer = "viewer_failing_allocations";

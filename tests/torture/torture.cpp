@@ -1,15 +1,8 @@
 #include "torture.h"
 
 #include <sched.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 
-#include <algorithm>
-#include <csignal>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 
 void tally::add(bool b_kept, const std::string& what)
 {
@@ -73,22 +66,4 @@ void stay_on_processor(int number)
     CPU_ZERO(&processors);
     CPU_SET(static_cast<unsigned int>(number), &processors);
     sched_setaffinity(0, sizeof processors, &processors);
-}
-
-int engine_process::start()
-{
-    std::fflush(stdout);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-    }
-    return pid;
-}
-
-engine_process::~engine_process()
-{
-    if (m_pid > 0) {
-        kill(m_pid, SIGKILL);
-        waitpid(m_pid, nullptr, 0);
-    }
 }

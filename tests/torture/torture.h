@@ -4,8 +4,6 @@
 #include "support/child_program.h"
 #include "support/files.h"
 
-#include <unistd.h>
-
 #include <random>
 #include <string>
 #include <vector>
@@ -90,24 +88,3 @@ void write_bytes(const std::string& path, const std::vector<unsigned char>& byte
 
 // Keeps this process and those it starts on one processor; does nothing on a machine with fewer.
 void stay_on_processor(int number);
-
-// Another process that is an engine: runs `work` in it, which is killed with this object.
-class engine_process
-{
-public:
-    template <typename Work>
-    explicit engine_process(const Work& work) : m_pid(start())
-    {
-        if (m_pid == 0) {
-            work();
-            _exit(0);
-        }
-    }
-    ~engine_process();
-    engine_process(const engine_process&) = delete;
-    engine_process& operator=(const engine_process&) = delete;
-
-private:
-    static int start();
-    int m_pid;
-};

@@ -5,6 +5,7 @@
 #include "RE_statistics.h"
 
 #include <cstddef>
+#include <string_view>
 
 // What one of a counter's value is, and how the value behaves. The enumerators are the words themselves.
 enum class RE_stat_unit : unsigned char
@@ -30,11 +31,12 @@ struct RE_stat_counter_info
     const char* name; // the enumerator, "RE_STAT_GLOBAL_ID_CACHE_STATE"
     RE_stat_unit unit;
     RE_stat_kind kind;
+    std::string_view metric; // name and labels in Prometheus, after the prefix of what is counted for
     const char* meaning;
 };
 
-#define RE_STAT_COUNTER_INFO(first, last, enumerator, unit, kind, meaning)                                             \
-    {first, last, #enumerator, RE_stat_unit::unit, RE_stat_kind::kind, meaning},
+#define RE_STAT_COUNTER_INFO(first, last, enumerator, unit, kind, metric, meaning)                                     \
+    {first, last, #enumerator, RE_stat_unit::unit, RE_stat_kind::kind, metric, meaning},
 
 // One description for each counter, or range of counters, in ascending order of ids. RE_stat_global_id:
 inline constexpr RE_stat_counter_info re_stat_global_counters[] = {
@@ -62,6 +64,30 @@ inline constexpr RE_stat_counter_info re_stat_app_counters[] = {
 };
 
 #undef RE_STAT_COUNTER_INFO
+
+// A connection counter that is the sum of a histogram as well.
+struct RE_stat_sum_info
+{
+    int id; // an RE_stat_conn_id
+    std::string_view metric;
+};
+
+inline constexpr RE_stat_sum_info re_stat_conn_sums[] = {
+#define RE_STAT_CONN_SUM(enumerator, metric) {enumerator, metric},
+#include "RE_stat_counters.def"
+};
+
+// What a metric says of itself when a counter's meaning does not say it.
+struct RE_stat_metric_info
+{
+    std::string_view name;
+    const char* help;
+};
+
+inline constexpr RE_stat_metric_info re_stat_metrics[] = {
+#define RE_STAT_METRIC(name, help) {name, help},
+#include "RE_stat_counters.def"
+};
 
 // Whether the descriptions hold every id from 0 to count - 1, each once and in order.
 template <std::size_t Size>

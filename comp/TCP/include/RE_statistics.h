@@ -11,8 +11,8 @@
 // Counters of the engine as a whole, the ids of read_global_stat.
 enum RE_stat_global_id : int
 {
-#define RE_STAT_GLOBAL(value, enumerator, unit, kind, meaning) enumerator = (value),
-#define RE_STAT_GLOBAL_RANGE(first, last, enumerator, unit, kind, meaning) enumerator = (first),
+#define RE_STAT_GLOBAL(value, enumerator, ...) enumerator = (value),
+#define RE_STAT_GLOBAL_RANGE(first, last, enumerator, ...) enumerator = (first),
 #include "RE_stat_counters.def"
     SO_STAT_RC_MAX = 123,
     SO_STAT_HWFQ_BYTES_MAX = 383,
@@ -22,7 +22,7 @@ enum RE_stat_global_id : int
 // Counters of one peer, the ids of read_peer_stat.
 enum RE_stat_peer_id : int
 {
-#define RE_STAT_PEER(value, enumerator, unit, kind, meaning) enumerator = (value),
+#define RE_STAT_PEER(value, enumerator, ...) enumerator = (value),
 #include "RE_stat_counters.def"
     RE_STAT_PEER_ID_MAX = 42,
 };
@@ -31,7 +31,7 @@ enum RE_stat_peer_id : int
 // sizes come first, counts of events from RE_STAT_CONN_ID_MAX_LONG_LONG on.
 enum RE_stat_conn_id : int
 {
-#define RE_STAT_CONN(value, enumerator, unit, kind, meaning) enumerator = (value),
+#define RE_STAT_CONN(value, enumerator, ...) enumerator = (value),
 #include "RE_stat_counters.def"
     RE_STAT_CONN_ID_MAX_LONG_LONG = 81,
     RE_STAT_CONN_ID_MAX = 166,
@@ -40,7 +40,7 @@ enum RE_stat_conn_id : int
 // Counters of one application, indexes into RE_stat_app_struct::m_id_array.
 enum RE_stat_app_id : int
 {
-#define RE_STAT_APP(value, enumerator, unit, kind, meaning) enumerator = (value),
+#define RE_STAT_APP(value, enumerator, ...) enumerator = (value),
 #include "RE_stat_counters.def"
     RE_STAT_APP_ID_MAX = 18,
 };

@@ -1,4 +1,4 @@
-#include "documents/metrics.h"
+#include "model/snapshot.h"
 #include "format/text.h"
 #include "format/units.h"
 #include "watch/pages/pages.h"

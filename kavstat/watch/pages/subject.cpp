@@ -1,5 +1,5 @@
 // The page of one peer, connection or application.
-#include "documents/metrics.h"
+#include "model/snapshot.h"
 #include "format/text.h"
 #include "format/units.h"
 #include "model/words.h"

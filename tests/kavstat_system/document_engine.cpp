@@ -1,9 +1,8 @@
-#include "every_counter.h"
+#include "document_engine.h"
 
 #include "RE_ip.h"
 #include "model/counter_names.h"
 
-#include <cstdio>
 #include <cstring>
 #include <map>
 #include <stdexcept>
@@ -11,9 +10,6 @@
 using namespace kavstat;
 
 namespace {
-
-constexpr RE_stat_limits limits{8, 32, 8, 16};
-constexpr std::time_t once = 1700000000;
 
 RE_kav_peer_id identity_of(const std::string& text)
 {
@@ -26,126 +22,6 @@ RE_kav_peer_id identity_of(const std::string& text)
     }
     return identity;
 }
-
-RE_kav_peer_id identity_of(int peer)
-{
-    RE_kav_peer_id identity{};
-    for (std::size_t at = 0; at < sizeof identity.m_data; ++at) {
-        identity.m_data[at] = static_cast<unsigned char>(16 * (peer + 1) + static_cast<int>(at));
-    }
-    return identity;
-}
-
-void create(RE_stat_writer& writer)
-{
-    if (writer.create(limits, once) != 0) {
-        throw std::runtime_error("no segment to be had");
-    }
-}
-
-} // namespace
-
-long long every_counter::engine_value(int id)
-{
-    return id == RE_STAT_GLOBAL_ID_CACHE_STATE ? 2LL : 1000003LL * (id + 1);
-}
-
-long long every_counter::peer_value(int peer, int id)
-{
-    return 700001LL * (id + 1) + 13LL * peer;
-}
-
-long long every_counter::conn_value(int conn, int id)
-{
-    return 30011LL * (id + 1) + 7LL * conn;
-}
-
-std::uint32_t every_counter::app_value(int app, int id)
-{
-    return static_cast<std::uint32_t>(200003 * (id + 1) + 11 * app);
-}
-
-every_counter::every_counter()
-{
-    create(m_writer);
-    publish();
-}
-
-void every_counter::restart()
-{
-    m_writer.close();
-    if (m_writer.create(limits, once + 500) != 0) {
-        throw std::runtime_error("no segment to be had");
-    }
-    publish();
-}
-
-void every_counter::publish()
-{
-    RE_stat_config_param config{};
-    config.m_comp_type = 3;
-    config.m_max_fan_out = 50;
-    config.m_b_plz_enabled = true;
-    std::strcpy(config.m_lz_algorithm, "zlib");
-    const RE_kav_peer_id own = identity_of(9);
-    std::memcpy(config.m_local_kav_peer_id.m_data, own.m_data, sizeof own.m_data);
-    m_writer.set_config(config);
-
-    for (int peer = 0; peer < peers; ++peer) {
-        RE_stat_peer_header header{};
-        header.m_kav_peer_id = identity_of(peer);
-        std::memcpy(header.m_peer_mac_id.m_data, header.m_kav_peer_id.m_data, sizeof header.m_peer_mac_id.m_data);
-        header.m_context_id.m_data[0] = static_cast<unsigned char>(peer + 1);
-        header.m_peer_ip = 0xcb007101U + static_cast<std::uint32_t>(peer);
-        std::snprintf(header.m_peer_host_name, sizeof header.m_peer_host_name, "branch-%d", peer);
-        header.m_b_outdated = peer == 2 ? 1 : 0;
-        m_writer.add_peer(peer + 10, header);
-    }
-    for (int conn = 0; conn < conns; ++conn) {
-        RE_stat_conn_header header{};
-        header.m_conn_id = 100 + conn;
-        header.m_client_ip = 0xc0000201U + static_cast<std::uint32_t>(conn);
-        header.m_client_port = static_cast<std::uint16_t>(50000 + conn);
-        header.m_server_ip = 0xc6336401U;
-        header.m_server_port = 80;
-        SO_stat_conn_header transport{};
-        transport.m_comp_type = 3;
-        const int slot = m_writer.open_conn(conn % peers, header, transport, once + conn);
-        for (int id = 0; id < RE_STAT_CONN_ID_MAX; ++id) {
-            m_writer.add_conn_stat(slot, id, conn_value(conn, id));
-        }
-        if (conn == 3) {
-            m_writer.close_conn(slot, once + 100);
-        }
-    }
-    // After the connections, which count themselves.
-    for (int id = 0; id < SO_STAT_HWFQ_BYTES_MAX; ++id) {
-        m_writer.set_global(id, engine_value(id));
-    }
-    for (int peer = 0; peer < peers; ++peer) {
-        for (int id = 0; id < RE_STAT_PEER_ID_MAX; ++id) {
-            m_writer.set_peer_stat(peer, id, peer_value(peer, id));
-        }
-    }
-    for (int app = 0; app < apps; ++app) {
-        RE_stat_app_header header{};
-        header.set(identity_of(app % peers), static_cast<std::uint16_t>(80 + app), app == 1);
-        const int slot = m_writer.find_or_add_app(header);
-        for (int id = 0; id < RE_STAT_APP_ID_MAX; ++id) {
-            m_writer.add_app_stat(slot, id, app_value(app, id));
-        }
-        m_writer.add_app_conns(slot, static_cast<std::uint32_t>(app + 5), static_cast<std::uint32_t>(app + 2));
-    }
-    for (std::int16_t number = 0; number < 6; ++number) {
-        m_writer.add_nack({static_cast<std::int32_t>(once) + number, static_cast<std::int16_t>(number % 2), number,
-                           10 + number % 3, 100 + number, 40 + number});
-    }
-    m_writer.set_bypass({0xc633641eU, 443, RE_bypass_reason::low_compression, once, once + 600, 123456, 7});
-    m_writer.set_bypass({0xc633641fU, 22, RE_bypass_reason::configured, once + 60, 0, 99, 1});
-    m_writer.publish();
-}
-
-namespace {
 
 // Calls `set` with the id and value of every counter in a document's members.
 template <typename Set>
@@ -176,7 +52,9 @@ void publish_config(const nlohmann::json& json, RE_stat_writer& writer)
 
 void publish_document(const nlohmann::json& document, RE_stat_writer& writer)
 {
-    create(writer);
+    if (writer.create({8, 32, 8, 16}, 1700000000) != 0) {
+        throw std::runtime_error("no segment to be had");
+    }
     publish_config(document.at("config"), writer);
     std::map<int, int> slot_of_peer;
     for (const nlohmann::json& peer : document.at("peers")) {

@@ -1,0 +1,80 @@
+// What can be the matter with the engine on purpose, so that those who watch it can be tried: see all_illnesses().
+#pragma once
+
+#include <bitset>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+enum class RE_illness : std::uint8_t
+{
+    cache_unusable,
+    cache_failed,
+    cache_initialising,
+    cache_small,
+    index_full,
+    low_memory,
+    slow_disk,
+    slow_encode,
+    slow_decode,
+    bypass,
+    nacks,
+    retransmissions,
+    peer_degraded_sigblock,
+    peer_degraded_dataunit,
+    peer_out_of_sync,
+    peer_outdated,
+    peer_low_buffer,
+    peer_disconnected,
+    peer_far,
+    ack_queue,
+    incompressible,
+    auto_bypass,
+    conn_stuck,
+    count,
+};
+
+struct RE_illness_info
+{
+    const char* name;
+    bool b_happens; // to the engine's parts; otherwise only its figures are set
+    const char* effect;
+};
+
+// In the order of RE_illness.
+std::span<const RE_illness_info> all_illnesses();
+
+class RE_illness_set
+{
+public:
+    bool has(RE_illness illness) const { return m_bits[static_cast<std::size_t>(illness)]; }
+    void add(RE_illness illness) { m_bits.set(static_cast<std::size_t>(illness)); }
+    bool operator==(const RE_illness_set&) const = default;
+
+private:
+    std::bitset<static_cast<std::size_t>(RE_illness::count)> m_bits;
+};
+
+// An illness and its time, in seconds after the engine's start.
+struct RE_planned_illness
+{
+    RE_illness illness;
+    double begin;
+    double end;
+};
+
+// Reads NAME, NAME@BEGIN or NAME@BEGIN+LENGTH, times such as 90s, 1.5m or 1h. Returns what is wrong, or nothing.
+std::string parse_illness(const std::string& text, RE_planned_illness& planned);
+
+RE_illness_set illnesses_at(const std::vector<RE_planned_illness>& plan, double seconds);
+
+// The engine's health at the moment, for all of its parts to look at.
+struct RE_health
+{
+    RE_illness_set ills;
+    int stuck_conn_id = 0; // the connection that RE_illness::conn_stuck holds, 0 for none
+};
+
+// The peer that illnesses of a peer befall.
+constexpr int ill_peer_number = 1;

@@ -1,0 +1,357 @@
+#include "model/metric_names.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace kavstat {
+
+namespace {
+
+constexpr std::string_view bucket_ending = "_bucket";
+constexpr std::string_view total_ending = "_total";
+
+// A series of the table in its parts.
+struct Parts
+{
+    std::string_view name;
+    std::string_view labels; // without the braces
+};
+
+constexpr Parts parts_of(std::string_view metric)
+{
+    const std::size_t brace = metric.find('{');
+    if (brace == std::string_view::npos) {
+        return {metric, {}};
+    }
+    return {metric.substr(0, brace), metric.substr(brace + 1, metric.size() - brace - 2)};
+}
+
+constexpr std::string_view without_ending(std::string_view name, std::string_view ending)
+{
+    return name.ends_with(ending) ? name.substr(0, name.size() - ending.size()) : name;
+}
+
+constexpr bool is_bucket(const RE_stat_counter_info& counter)
+{
+    return parts_of(counter.metric).name.ends_with(bucket_ending);
+}
+
+// The name of the metric that the counter belongs to.
+constexpr std::string_view metric_name_of(const RE_stat_counter_info& counter)
+{
+    return without_ending(parts_of(counter.metric).name, bucket_ending);
+}
+
+// A bucket's labels without the bound, which is the last one.
+constexpr std::string_view labels_without_bound(std::string_view labels)
+{
+    return labels.substr(0, labels.rfind(",le=\""));
+}
+
+constexpr bool is_last_bucket(std::string_view labels)
+{
+    return labels.ends_with(",le=\"+Inf\"");
+}
+
+// What the table of metrics says, or null.
+constexpr const char* help_in_table(std::string_view name)
+{
+    for (const RE_stat_metric_info& metric : re_stat_metrics) {
+        if (name == metric.name) {
+            return metric.help;
+        }
+    }
+    return nullptr;
+}
+
+constexpr const RE_stat_sum_info* sum_of(std::string_view histogram, std::string_view labels)
+{
+    for (const RE_stat_sum_info& sum : re_stat_conn_sums) {
+        const Parts parts = parts_of(sum.metric);
+        if (parts.name.ends_with("_sum") && without_ending(parts.name, "_sum") == histogram && parts.labels == labels) {
+            return &sum;
+        }
+    }
+    return nullptr;
+}
+
+// ---- What the compiler holds the table to.
+
+constexpr bool is_identifier(std::string_view text)
+{
+    for (const char letter : text) {
+        if ((letter < 'a' || letter > 'z') && (letter < '0' || letter > '9') && letter != '_') {
+            return false;
+        }
+    }
+    return !text.empty() && text[0] >= 'a' && text[0] <= 'z' && !text.ends_with('_');
+}
+
+constexpr bool are_labels(std::string_view labels)
+{
+    while (true) {
+        const std::size_t value = labels.find("=\"");
+        if (value == std::string_view::npos || !is_identifier(labels.substr(0, value))) {
+            return false;
+        }
+        const std::size_t end = labels.find('"', value + 2);
+        if (end == std::string_view::npos || end == value + 2 ||
+            labels.substr(value + 2, end - value - 2).find_first_of("\\\n") != std::string_view::npos) {
+            return false;
+        }
+        if (end + 1 == labels.size()) {
+            return true;
+        }
+        if (labels[end + 1] != ',') {
+            return false;
+        }
+        labels.remove_prefix(end + 2);
+    }
+}
+
+constexpr bool is_series(const RE_stat_counter_info& counter)
+{
+    const std::string_view metric = counter.metric;
+    const auto [name, labels] = parts_of(metric);
+    if (!is_identifier(name) || (metric.size() != name.size() && !metric.ends_with('}'))) {
+        return false;
+    }
+    if (counter.last_id != counter.id) {
+        return is_identifier(labels);
+    }
+    return metric.size() == name.size() || are_labels(labels);
+}
+
+// What a name in this unit ends in; nothing for things that are counted.
+constexpr std::string_view unit_ending_of(RE_stat_unit unit)
+{
+    switch (unit) {
+    case RE_stat_unit::bytes:
+    case RE_stat_unit::kilobytes:
+    case RE_stat_unit::megabytes:
+        return "_bytes";
+    case RE_stat_unit::bytes_per_second:
+        return "_bytes_per_second";
+    case RE_stat_unit::microseconds:
+        return "_seconds";
+    case RE_stat_unit::seconds_since_epoch:
+        return "_timestamp_seconds";
+    case RE_stat_unit::percent:
+        return "_ratio";
+    default:
+        return "";
+    }
+}
+
+constexpr std::string_view unit_ending_in(std::string_view name)
+{
+    for (const std::string_view ending : {"_bytes", "_bytes_per_second", "_timestamp_seconds", "_seconds", "_ratio"}) {
+        if (name.ends_with(ending)) {
+            return ending;
+        }
+    }
+    return "";
+}
+
+constexpr bool contains(std::string_view text, std::string_view part)
+{
+    return text.find(part) != std::string_view::npos;
+}
+
+constexpr bool is_named_by_the_book(const RE_stat_counter_info& counter)
+{
+    const auto [name, labels] = parts_of(counter.metric);
+    if (is_bucket(counter)) {
+        return counter.kind == RE_stat_kind::total && contains(labels, ",le=\"") &&
+               sum_of(metric_name_of(counter), labels_without_bound(labels)) != nullptr;
+    }
+    for (const std::string_view word : {"num_", "tot_", "total_", "_num", "_cnt", "_count", "_sum", "_info"}) {
+        if (name.starts_with(word) || name.ends_with(word)) {
+            return false;
+        }
+    }
+    return name.ends_with(total_ending) == (counter.kind == RE_stat_kind::total) &&
+           (name.ends_with("_max") || contains(name, "_max_")) == (counter.kind == RE_stat_kind::maximum) &&
+           (name.ends_with("_min") || contains(name, "_min_")) == (counter.kind == RE_stat_kind::minimum) &&
+           unit_ending_in(without_ending(name, total_ending)) == unit_ending_of(counter.unit);
+}
+
+// The counters of a metric with labels have several meanings, and it needs one of its own.
+constexpr bool has_help(const RE_stat_counter_info& counter)
+{
+    return !contains(counter.metric, "=") || help_in_table(metric_name_of(counter)) != nullptr;
+}
+
+constexpr bool is_good(const RE_stat_counter_info& counter)
+{
+    return is_series(counter) && is_named_by_the_book(counter) && has_help(counter);
+}
+
+// A metric's name, labels or ending is wrong, or RE_STAT_METRIC is missing. The rules are at the top of the table.
+static_assert(std::ranges::all_of(re_stat_global_counters, is_good));
+static_assert(std::ranges::all_of(re_stat_peer_counters, is_good));
+static_assert(std::ranges::all_of(re_stat_conn_counters, is_good));
+static_assert(std::ranges::all_of(re_stat_app_counters, is_good));
+
+// ---- The metrics.
+
+MetricType type_of(const RE_stat_counter_info& counter)
+{
+    if (is_bucket(counter)) {
+        return MetricType::histogram;
+    }
+    return counter.kind == RE_stat_kind::total ? MetricType::counter : MetricType::gauge;
+}
+
+// A histogram's is that of its sum.
+RE_stat_unit unit_of(const RE_stat_counter_info& counter)
+{
+    if (!is_bucket(counter)) {
+        return counter.unit;
+    }
+    const Parts parts = parts_of(counter.metric);
+    const RE_stat_sum_info* const sum = sum_of(metric_name_of(counter), labels_without_bound(parts.labels));
+    return re_stat_conn_counters[sum->id].unit;
+}
+
+Metric& find_or_add(std::vector<Metric>& metrics, const RE_stat_counter_info& counter)
+{
+    const std::string_view name = metric_name_of(counter);
+    const auto found =
+        std::find_if(metrics.begin(), metrics.end(), [&](const Metric& metric) { return metric.name == name; });
+    if (found != metrics.end()) {
+        return *found;
+    }
+    const char* const help = help_in_table(name);
+    metrics.push_back(
+        {std::string(name), help != nullptr ? help : counter.meaning, type_of(counter), unit_of(counter), {}});
+    return metrics.back();
+}
+
+// Adds the sum and the count of the buckets before them.
+void add_end_of_histogram(Metric& metric, std::string_view labels)
+{
+    const RE_stat_sum_info& sum = *sum_of(metric.name, labels);
+    metric.series.push_back({metric.name + "_sum", std::string(labels), SeriesValue::sum, sum.id});
+    metric.series.push_back({metric.name + "_count", std::string(labels), SeriesValue::count, -1});
+}
+
+void add_series(Metric& metric, const RE_stat_counter_info& counter)
+{
+    const auto [name, labels] = parts_of(counter.metric);
+    if (counter.last_id != counter.id) {
+        for (int id = counter.id; id <= counter.last_id; ++id) {
+            std::string label = std::string(labels) + "=\"" + std::to_string(id - counter.id) + "\"";
+            metric.series.push_back({std::string(name), std::move(label), SeriesValue::counter, id});
+        }
+        return;
+    }
+    const SeriesValue value = is_bucket(counter) ? SeriesValue::bucket : SeriesValue::counter;
+    metric.series.push_back({std::string(name), std::string(labels), value, counter.id});
+    if (value == SeriesValue::bucket && is_last_bucket(labels)) {
+        add_end_of_histogram(metric, labels_without_bound(labels));
+    }
+}
+
+std::vector<Metric> make_metrics(CounterScope scope)
+{
+    std::vector<Metric> metrics;
+    for (const NamedCounter& counter : counters_of(scope)) {
+        add_series(find_or_add(metrics, counter.info), counter.info);
+    }
+    return metrics;
+}
+
+} // namespace
+
+const char* word_of(MetricType type)
+{
+    switch (type) {
+    case MetricType::counter:
+        return "counter";
+    case MetricType::gauge:
+        return "gauge";
+    case MetricType::histogram:
+        break;
+    }
+    return "histogram";
+}
+
+const std::vector<Metric>& metrics_of(CounterScope scope)
+{
+    static const std::vector<Metric> engine = make_metrics(CounterScope::engine);
+    static const std::vector<Metric> peer = make_metrics(CounterScope::peer);
+    static const std::vector<Metric> connection = make_metrics(CounterScope::connection);
+    static const std::vector<Metric> application = make_metrics(CounterScope::application);
+    switch (scope) {
+    case CounterScope::engine:
+        return engine;
+    case CounterScope::peer:
+        return peer;
+    case CounterScope::connection:
+        return connection;
+    case CounterScope::application:
+        break;
+    }
+    return application;
+}
+
+std::span<const char* const> metric_prefixes_of(CounterScope scope)
+{
+    static constexpr const char* engine[] = {engine_prefix};
+    static constexpr const char* peer[] = {peer_prefix};
+    static constexpr const char* connection[] = {connections_prefix, peer_connections_prefix};
+    static constexpr const char* application[] = {application_prefix};
+    switch (scope) {
+    case CounterScope::engine:
+        return engine;
+    case CounterScope::peer:
+        return peer;
+    case CounterScope::connection:
+        return connection;
+    case CounterScope::application:
+        break;
+    }
+    return application;
+}
+
+CounterMetric metric_of(CounterScope scope, int id)
+{
+    for (const Metric& metric : metrics_of(scope)) {
+        for (const MetricSeries& series : metric.series) {
+            if (series.id == id && series.value != SeriesValue::sum) {
+                return {metric, series};
+            }
+        }
+    }
+    throw std::out_of_range("no such counter");
+}
+
+std::vector<std::string> selectors_of(CounterScope scope, const NamedCounter& counter)
+{
+    const auto [name, labels] = parts_of(counter.info.metric);
+    const std::string matchers = std::string(labels) + (counter.is_range() ? "=~\".+\"" : "");
+    std::vector<std::string> selectors;
+    for (const char* const prefix : metric_prefixes_of(scope)) {
+        selectors.push_back(prefix + std::string(name) + (matchers.empty() ? "" : "{" + matchers + "}"));
+    }
+    return selectors;
+}
+
+BaseUnit base_unit_of(RE_stat_unit unit)
+{
+    switch (unit) {
+    case RE_stat_unit::kilobytes:
+        return {1LL << 10U, 0};
+    case RE_stat_unit::megabytes:
+        return {1LL << 20U, 0};
+    case RE_stat_unit::microseconds:
+        return {1, 6};
+    case RE_stat_unit::percent:
+        return {1, 2};
+    default:
+        return {};
+    }
+}
+
+} // namespace kavstat

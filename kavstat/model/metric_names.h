@@ -1,0 +1,84 @@
+// The counters of RE_stat_counters.def as metrics of Prometheus. The table holds each counter's name and labels as they
+// are written; here they get the prefix of what is counted for, and those of one name become one metric.
+#pragma once
+
+#include "model/counter_names.h"
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kavstat {
+
+enum class MetricType
+{
+    counter,
+    gauge,
+    histogram,
+};
+
+// "counter", "gauge" or "histogram".
+const char* word_of(MetricType type);
+
+// What a line of a metric shows.
+enum class SeriesValue
+{
+    counter, // the counter's value
+    bucket,  // the sum of this counter and those of the buckets before it
+    sum,     // the counter's value: what the observations of the buckets before it add up to
+    count,   // the sum of the buckets before it
+};
+
+struct MetricSeries
+{
+    std::string name;   // "bypass_bytes_total", "message_size_bytes_bucket"
+    std::string labels; // "direction=\"encode\",cause=\"low_memory\""; empty when there are none
+    SeriesValue value;
+    int id; // the counter's; -1 for a count
+};
+
+// Everything that has one HELP and one TYPE.
+struct Metric
+{
+    std::string name; // after the prefix; a histogram's without "_bucket"
+    const char* help;
+    MetricType type;
+    RE_stat_unit unit; // of its counters, of a histogram's sum; base_unit_of() tells how it is shown
+    std::vector<MetricSeries> series;
+};
+
+// The metrics of a scope, in the order of their first counters; made at the first call, and there as long as the
+// program.
+const std::vector<Metric>& metrics_of(CounterScope scope);
+
+// What stands before the names of a scope's metrics. Connections have two: of all connections, and of a peer's.
+std::span<const char* const> metric_prefixes_of(CounterScope scope);
+
+inline constexpr const char* engine_prefix = "kav_";
+inline constexpr const char* peer_prefix = "kav_peer_";
+inline constexpr const char* connections_prefix = "kav_connections_";
+inline constexpr const char* peer_connections_prefix = "kav_peer_connections_";
+inline constexpr const char* application_prefix = "kav_application_";
+
+// The metric of a counter and its series in it. id: of the scope's enumeration.
+struct CounterMetric
+{
+    const Metric& metric;
+    const MetricSeries& series;
+};
+CounterMetric metric_of(CounterScope scope, int id);
+
+// The series of a counter as PromQL selects them, one for each prefix: "kav_queue_bytes{queue=\"ack\"}". That of a
+// range selects all its members.
+std::vector<std::string> selectors_of(CounterScope scope, const NamedCounter& counter);
+
+// How a counter's unit becomes the base unit of its metric: value * factor / 10^decimals.
+struct BaseUnit
+{
+    long long factor = 1;
+    int decimals = 0;
+};
+BaseUnit base_unit_of(RE_stat_unit unit);
+
+} // namespace kavstat
