@@ -1,4 +1,3 @@
-#include "model/snapshot.h"
 #include "format/text.h"
 #include "format/units.h"
 #include "watch/pages/pages.h"

@@ -1,3 +1,4 @@
+#include "format/text.h"
 #include "format/units.h"
 #include "model/words.h"
 #include "watch/pages/pages.h"

@@ -1,5 +1,4 @@
 // The page of one peer, connection or application.
-#include "model/snapshot.h"
 #include "format/text.h"
 #include "format/units.h"
 #include "model/words.h"
