@@ -2,6 +2,7 @@
 // exit status.
 #pragma once
 
+#include "documents/diff.h"
 #include "documents/statistics_json.h"
 #include "serve/http_server.h"
 
@@ -36,6 +37,7 @@ struct JsonOptions
 {
     std::optional<std::string> file; // the running engine when there is none
     JsonScopes scopes;
+    std::optional<double> interval; // seconds between two documents, each on one line; one document when there is none
 };
 int run_json(const JsonOptions& options);
 int run_schema();
@@ -50,8 +52,9 @@ struct DiffOptions
 {
     std::string before;
     std::optional<std::string> after; // the running engine when there is none
-    bool b_all = false;
+    DiffChoice choice;
     bool b_force = false; // compare what had better not be compared
+    bool b_json = false;
 };
 int run_diff(const DiffOptions& options);
 

@@ -68,9 +68,13 @@ TEST_F(hostile_image, gives_documents_that_are_still_sound)
         DiffSide after = take_side(spoiled.reader(), "after", now);
         StringSink sink;
         Output output(sink);
-        write_diff(before, after, true, output);
-        EXPECT_TRUE(output.flush());
-        for (const char letter : sink.text()) {
+        StringSink json_sink;
+        Output json_output(json_sink);
+        write_diff(before, after, {.b_all = true}, output);
+        write_diff_json(before, after, {.b_all = true}, json_output);
+        EXPECT_TRUE(output.flush() && json_output.flush());
+        EXPECT_TRUE(nlohmann::json::accept(json_sink.text()));
+        for (const char letter : sink.text() + json_sink.text()) {
             EXPECT_TRUE(letter == '\n' || (letter >= ' ' && letter <= '~')) << int{letter};
         }
         before = after;
@@ -91,9 +95,9 @@ TEST_F(hostile_image, gives_documents_that_are_still_sound)
                 expect_harmless(line);
             }
             StringSink json;
-            Output json_output(json);
-            view.write_json(model, json_output);
-            EXPECT_TRUE(json_output.flush());
+            Output line_output(json);
+            view.write_json(model, line_output);
+            EXPECT_TRUE(line_output.flush());
             EXPECT_TRUE(nlohmann::json::accept(json.text())) << json.text();
         }
     }
