@@ -44,7 +44,9 @@ RE_cache_file::RE_cache_file(const std::string& folder, std::uint64_t size)
 
 RE_cache_file::~RE_cache_file()
 {
-    set_disk_full(false);
+    if (is_disk_full()) {
+        close(m_full_device);
+    }
     close(m_descriptor);
 }
 
@@ -73,7 +75,7 @@ bool RE_cache_file::is_writable() const
 
 void RE_cache_file::set_disk_full(bool b_full)
 {
-    if (m_full_device >= 0) {
+    if (is_disk_full()) {
         close(m_full_device);
     }
     m_full_device = b_full ? open("/dev/full", O_WRONLY | O_CLOEXEC) : -1;

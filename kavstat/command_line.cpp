@@ -1,6 +1,7 @@
 #include "command_line.h"
 
 #include "commands/commands.h"
+#include "health/report.h"
 #include "model/counter_names.h"
 #include "serve/http_request.h"
 #include "watch/page.h"
@@ -29,6 +30,7 @@ constexpr const char* footer =
     "user, beside root and oneself, whose engine is believed.";
 
 constexpr const char* file_help = "A saved statistics file instead of the running engine";
+constexpr const char* rules_help = "A file in TOML that changes thresholds and severities of rules";
 
 std::vector<std::string> unit_words()
 {
@@ -105,8 +107,12 @@ void add_json(CLI::App& app, int& status)
 
 void add_schema(CLI::App& app, int& status)
 {
-    CLI::App* const command = app.add_subcommand("schema", "The JSON Schema of what \"json\" and \"serve\" give");
-    command->callback([&status] { status = run_schema(); });
+    CLI::App* const command = app.add_subcommand("schema", "The JSON Schema of what kavstat gives as JSON");
+    const auto document = std::make_shared<std::string>("statistics");
+    command->add_option("--of", *document, "What \"json\" and \"serve\" give, or what \"health\" does")
+        ->check(CLI::IsMember({"statistics", "health"}))
+        ->capture_default_str();
+    command->callback([document, &status] { status = run_schema(*document); });
 }
 
 void add_metrics(CLI::App& app, int& status)
@@ -137,6 +143,47 @@ void add_watch(CLI::App& app, int& status)
     command->add_flag("--once", options->b_once, "One report as text, after one interval; as all output to a pipe is");
     command->add_flag("--json", options->b_json, "A line of JSON after every interval");
     command->callback([options, &status] { status = run_watch(*options); });
+}
+
+void add_health(CLI::App& app, int& status)
+{
+    CLI::App* const command =
+        app.add_subcommand("health", "What is wrong, where, since when, and what to do; exits as a monitoring plugin");
+    const auto options = std::make_shared<HealthOptions>();
+    CLI::Option* const files =
+        command
+            ->add_option("-f,--file", options->files,
+                         "A saved statistics file instead of the running engine; twice for two moments, the earlier one "
+                         "first")
+            ->allow_extra_args(false)
+            ->expected(1, 2);
+    CLI::Option* const since =
+        command->add_option("--since", options->since, "A saved statistics file as the earlier moment");
+    command->add_option("-i,--interval", options->interval, "Seconds between two looks at the running engine")
+        ->check(CLI::Validator(check_interval, "SECONDS"))
+        ->capture_default_str()
+        ->excludes(files)
+        ->excludes(since);
+    command->add_option("--rules", options->rules, rules_help);
+    command->add_flag("--json", options->b_json, "As JSON");
+    command->add_flag("-a,--all", options->b_all, "Every finding, also of a rule that has many");
+    command->footer("Exit status: 0 ok, 1 warning, 2 critical, 3 unknown (no engine, or any error).");
+    command->callback([options, &status] {
+        if (options->since && options->files.size() > 1) {
+            throw CLI::ExcludesError("--since", "a second --file");
+        }
+        status = run_health(*options);
+    });
+}
+
+void add_rules(CLI::App& app, int& status)
+{
+    CLI::App* const command =
+        app.add_subcommand("rules", "The rules of \"health\" as alerting rules of Prometheus");
+    const auto options = std::make_shared<RulesOptions>();
+    command->add_option("--rules", options->rules, rules_help);
+    command->add_flag("--settings", options->b_settings, "As a file of settings, with everything that can be changed");
+    command->callback([options, &status] { status = run_rules(*options); });
 }
 
 void add_serve(CLI::App& app, int& status)
@@ -197,6 +244,8 @@ int run_command_line(int argc, const char* const* argv)
     app.require_subcommand(1);
     add_json(app, status);
     add_metrics(app, status);
+    add_health(app, status);
+    add_rules(app, status);
     add_watch(app, status);
     add_serve(app, status);
     add_diff(app, status);
@@ -210,7 +259,15 @@ int run_command_line(int argc, const char* const* argv)
         if (!std::cout) {
             return EXIT_OUTPUT;
         }
-        return b_asked_for ? EXIT_OK : EXIT_USAGE;
+        if (b_asked_for) {
+            return EXIT_OK;
+        }
+        // To a monitor 2 would be a verdict about the engine, and standard error is nothing at all.
+        if (argc > 1 && std::string(argv[1]) == "health") {
+            std::cout << "KAV UNKNOWN: " << error.what() << std::endl;
+            return HEALTH_UNKNOWN;
+        }
+        return EXIT_USAGE;
     }
     return status;
 }

@@ -40,7 +40,8 @@ struct JsonOptions
     std::optional<double> interval; // seconds between two documents, each on one line; one document when there is none
 };
 int run_json(const JsonOptions& options);
-int run_schema();
+// document: "statistics" or "health".
+int run_schema(const std::string& document);
 
 struct MetricsOptions
 {
@@ -57,6 +58,25 @@ struct DiffOptions
     bool b_json = false;
 };
 int run_diff(const DiffOptions& options);
+
+struct HealthOptions
+{
+    std::vector<std::string> files;   // the running engine when there is none; the earlier one first when there are two
+    std::optional<std::string> since; // the earlier moment, a saved file
+    double interval = 2;              // seconds between two looks at the running engine
+    std::optional<std::string> rules; // the file of settings
+    bool b_json = false;
+    bool b_all = false; // all findings of a rule that has many
+};
+// Returns a HealthStatus, as monitoring plugins do.
+int run_health(const HealthOptions& options);
+
+struct RulesOptions
+{
+    std::optional<std::string> rules; // the file of settings
+    bool b_settings = false;          // print such a file
+};
+int run_rules(const RulesOptions& options);
 
 struct ServeOptions
 {

@@ -3,6 +3,7 @@
 #include "commands/report_error.h"
 #include "commands/stop_signals.h"
 #include "format/json_writer.h"
+#include "health/report.h"
 
 #include <unistd.h>
 
@@ -97,11 +98,11 @@ int run_json(const JsonOptions& options)
     return finish_output(output, sink);
 }
 
-int run_schema()
+int run_schema(const std::string& document)
 {
     DescriptorSink sink(STDOUT_FILENO);
     Output output(sink);
-    output.add(statistics_json_schema());
+    output.add(document == "health" ? health_json_schema() : statistics_json_schema());
     return finish_output(output, sink);
 }
 

@@ -3,6 +3,7 @@
 #include "format/text.h"
 #include "model/change.h"
 #include "model/counter_names.h"
+#include "model/record_fields.h"
 
 #include <nlohmann/json.hpp>
 
@@ -22,16 +23,6 @@ using diff_row = std::array<std::string, diff_columns>;
 constexpr const char* mark_restarted = "since the restart";
 constexpr const char* mark_went_back = "went back: reset";
 constexpr const char* state_gone = "gone";
-
-std::string date_and_time(std::time_t moment)
-{
-    char text[64];
-    std::tm local{};
-    if (localtime_r(&moment, &local) == nullptr || std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local) == 0) {
-        std::snprintf(text, sizeof text, "%lld", static_cast<long long>(moment));
-    }
-    return text;
-}
 
 std::string with_sign(long long value)
 {
@@ -99,10 +90,18 @@ class SectionRows
 public:
     SectionRows(const DiffContext& context, bool b_all) : m_context(context), m_b_all(b_all) {}
 
-    void add_active_connections(int before, int after)
+    // The fields that are quantities.
+    template <typename Record>
+    void add(Fields<Record> fields, const Record& before, const Record& after)
     {
-        add("active_connections", "connections that are open", RE_stat_unit::connections, RE_stat_kind::current, before,
-            after, change_of(RE_stat_kind::current, before, after, m_context.b_restarted));
+        for (const Field<Record>& field : fields) {
+            const FieldValue value = field.value(before);
+            if (const auto* const quantity = std::get_if<long long>(&value); quantity != nullptr && field.unit) {
+                const auto now = std::get<long long>(field.value(after));
+                add(field.key, field.meaning, *field.unit, RE_stat_kind::current, *quantity, now,
+                    change(RE_stat_kind::current, *quantity, now));
+            }
+        }
     }
     template <typename Figures>
     void add(CounterScope scope, const Figures& before, const Figures& after)
@@ -213,7 +212,7 @@ public:
         const Snapshot& after = m_context.after.snapshot;
         if (choice.b_engine) {
             SectionRows rows(m_context, choice.b_all);
-            rows.add_active_connections(before.active_connections, after.active_connections);
+            rows.add(engine_fields, before, after);
             rows.add(CounterScope::engine, before.engine, after.engine);
             m_take({"engine", {{"scope", "engine"}}, rows.take()});
         }
@@ -260,7 +259,7 @@ private:
         static const SnapshotPeer nobody;
         const SnapshotPeer& earlier = before != nullptr ? *before : nobody;
         SectionRows figures(m_context, m_context.choice.b_all || before == nullptr);
-        figures.add_active_connections(earlier.active_connections, peer.active_connections);
+        figures.add(peer_fields, earlier, peer);
         figures.add(CounterScope::peer, earlier.figures, peer.figures);
         take(peer_title(peer), before == nullptr, about("peer", peer), figures);
         SectionRows connections(m_context, m_context.choice.b_all);

@@ -1,5 +1,4 @@
-// The schema of the JSON document: the places by hand, the counters from their table. `kavstat schema` prints it, and
-// docs/kavstat.schema.json is that text.
+// The schema of the JSON document, from the tables of fields and counters.
 #include "documents/statistics_json.h"
 #include "model/counter_names.h"
 #include "model/record_fields.h"
@@ -7,7 +6,6 @@
 #include <nlohmann/json.hpp>
 
 #include <limits>
-#include <type_traits>
 
 namespace kavstat {
 
@@ -25,49 +23,48 @@ ordered_json text(const std::string& description)
     return {{"type", "string"}, {"description", description}};
 }
 
-ordered_json boolean(const std::string& description)
+ordered_json pattern(const char* expression)
 {
-    return {{"type", "boolean"}, {"description", description}};
+    return {{"type", "string"}, {"pattern", expression}};
 }
 
-ordered_json pattern(const std::string& expression, const std::string& description)
+// The schema of what FieldValue holds, whatever the value.
+struct ValueSchema
 {
-    return {{"type", "string"}, {"pattern", expression}, {"description", description}};
-}
-
-ordered_json address(const std::string& description)
-{
-    return pattern("^[0-9]{1,3}(\\.[0-9]{1,3}){3}$", description);
-}
-
-ordered_json identity(const std::string& description)
-{
-    return pattern("^([0-9a-f]{2}:){5}[0-9a-f]{2}-[0-9a-f]{12}-[0-9a-f]{8}$", description);
-}
-
-ordered_json mac(const std::string& description)
-{
-    return pattern("^([0-9a-f]{2}:){5}[0-9a-f]{2}$", description);
-}
-
-ordered_json port(const std::string& description)
-{
-    ordered_json schema = integer(description);
-    schema["minimum"] = 0;
-    schema["maximum"] = 65535;
-    return schema;
-}
-
-ordered_json word_of_list(const auto& words, const std::string& description)
-{
-    ordered_json list = ordered_json::array();
-    for (const char* const word : words) {
-        list.push_back(word);
+    ordered_json operator()(bool) const { return {{"type", "boolean"}}; }
+    ordered_json operator()(long long) const { return {{"type", "integer"}}; }
+    ordered_json operator()(std::uint64_t) const { return {{"type", "integer"}, {"minimum", 0}}; }
+    ordered_json operator()(Port) const { return {{"type", "integer"}, {"minimum", 0}, {"maximum", 65535}}; }
+    ordered_json operator()(IpAddress) const { return pattern("^[0-9]{1,3}(\\.[0-9]{1,3}){3}$"); }
+    ordered_json operator()(const RE_mac_id&) const { return pattern("^([0-9a-f]{2}:){5}[0-9a-f]{2}$"); }
+    ordered_json operator()(const RE_kav_peer_id&) const
+    {
+        return pattern("^([0-9a-f]{2}:){5}[0-9a-f]{2}-[0-9a-f]{12}-[0-9a-f]{8}$");
     }
-    if (list.front() != "unknown") {
-        list.push_back("unknown");
+    ordered_json operator()(const Word& word) const
+    {
+        ordered_json words = word.words;
+        if (!word.b_closed && words.front() != "unknown") {
+            words.push_back("unknown");
+        }
+        return {{"enum", words}};
     }
-    return {{"enum", list}, {"description", description}};
+    ordered_json operator()(std::string_view) const { return {{"type", "string"}}; }
+};
+
+// A record's fields as members of an object.
+template <typename Record>
+ordered_json members_of(Fields<Record> fields)
+{
+    ordered_json members = ordered_json::object();
+    const Record record{};
+    for (const Field<Record>& field : fields) {
+        ordered_json schema = std::visit(ValueSchema{}, field.value(record));
+        const std::string unit = field.unit ? std::string(" (") + get_stat_unit_word(*field.unit) + ")" : "";
+        schema["description"] = field.meaning + unit;
+        members[field.key] = schema;
+    }
+    return members;
 }
 
 // An object with just these members, all of them there.
@@ -116,127 +113,41 @@ ordered_json counters(CounterScope scope, const std::string& description)
     return object(members, description);
 }
 
-// The members of a record, by the types of its fields.
-class schema_visitor
-{
-public:
-    explicit schema_visitor(ordered_json& members) : m_members(members) {}
-
-    template <typename Value>
-    void operator()(const char* key, const Value&) const
-    {
-        if constexpr (std::is_same_v<Value, bool>) {
-            m_members[key] = {{"type", "boolean"}};
-        } else if constexpr (std::is_integral_v<Value>) {
-            m_members[key] = {{"type", "integer"}};
-        } else {
-            m_members[key] = {{"type", "string"}};
-        }
-    }
-
-private:
-    ordered_json& m_members;
-};
-
 ordered_json global_schema()
 {
-    return object({{"active_connections", integer("connections open now")},
-                   {"counters", reference("engine_counters")},
-                   {"connection_counters", reference("connection_counters")}},
+    ordered_json members = members_of(engine_fields);
+    members["counters"] = reference("engine_counters");
+    members["connection_counters"] = reference("connection_counters");
+    return object(members,
                   "the engine as a whole; connection_counters are sums over all connections, closed ones included");
 }
 
 ordered_json peer_schema()
 {
-    return object({{"slot", integer("storage place, from 0")},
-                   {"number", integer("the peer's number, Peer-No in reports")},
-                   {"context", integer("the context's number, 0 to 65535")},
-                   {"mac_id", mac("the peer device's MAC address")},
-                   {"kav_peer_id", identity("the peer engine's identity")},
-                   {"kav_peer_hash", integer("the number in brackets behind the identity in reports, 0 to 65535")},
-                   {"ip", address("address that the peer reported; 0.0.0.0 when it did not")},
-                   {"host_name", text("as the peer sent it; empty when not known")},
-                   {"outdated", boolean("the peer's record is outdated")},
-                   {"update_from_active_conn", boolean("the record came from an active connection")},
-                   {"active_connections", integer("connections open with the peer now")},
-                   {"counters", reference("peer_counters")},
-                   {"connection_counters", reference("connection_counters")}},
-                  "one peer; connection_counters are sums over its connections");
+    ordered_json members = members_of(peer_fields);
+    members["counters"] = reference("peer_counters");
+    members["connection_counters"] = reference("connection_counters");
+    return object(members, "one peer; connection_counters are sums over its connections");
 }
 
 ordered_json connection_schema()
 {
-    ordered_json transport = ordered_json::object();
-    visit_transport(SO_stat_conn_header{}, schema_visitor(transport));
-    return object({{"slot", integer("storage place, from 0")},
-                   {"id", integer("the connection's id")},
-                   {"peer", integer("number of the connection's peer, -1 when there is none")},
-                   {"client_ip", address("the client's address")},
-                   {"client_port", port("the client's port")},
-                   {"server_ip", address("the server's address")},
-                   {"server_port", port("the server's port")},
-                   {"open", boolean("the connection is open")},
-                   {"open_time", integer("seconds since the epoch")},
-                   {"close_time", integer("seconds since the epoch, 0 or less while it is open")},
-                   {"transport",
-                    object(transport, "the connection as the transport optimizer sees it; states are bytes of flags")},
-                   {"counters", reference("connection_counters")}},
-                  "one connection that the engine still lists, open or closed");
+    ordered_json members = members_of(connection_fields);
+    members["transport"] = object(members_of(transport_fields), "the connection as the transport optimizer sees it");
+    members["counters"] = reference("connection_counters");
+    return object(members, "one connection that the engine still lists, open or closed");
 }
 
 ordered_json app_schema()
 {
-    return object({{"slot", integer("storage place, from 0")},
-                   {"peer", integer("number of the peer with this identity, -1 when there is none")},
-                   {"kav_peer_id", identity("the peer engine's identity")},
-                   {"port", port("the application's port")},
-                   {"is_source_port", boolean("the port is the client's, not the server's")},
-                   {"policy_engine_handler", integer("handle of the application's names, 0 to 1023")},
-                   {"opened", integer("connections opened, wraps at 2^23")},
-                   {"closed", integer("connections closed, wraps at 2^24")},
-                   {"counters", reference("application_counters")}},
-                  "one application's traffic with one peer");
+    ordered_json members = members_of(app_fields);
+    members["counters"] = reference("application_counters");
+    return object(members, "one application's traffic with one peer");
 }
 
-ordered_json nack_schema()
+ordered_json or_null(ordered_json schema)
 {
-    return object({{"time", integer("seconds since the epoch")},
-                   {"type", integer("0 this engine sent the NACK, otherwise it was told and sent the message again")},
-                   {"type_word", {{"enum", {"nack", "rtx"}}}},
-                   {"reason", integer("the reason's code")},
-                   {"reason_word", word_of_list(nack_reason_words, "the reason")},
-                   {"peer", integer("the peer's number")},
-                   {"connection", integer("the connection's id")},
-                   {"message", integer("the message's sequence number")}},
-                  "one entry of the NACK log, oldest first");
-}
-
-ordered_json config_schema()
-{
-    ordered_json members = ordered_json::object();
-    visit_config(RE_stat_config_param{}, schema_visitor(members));
-    members["mac_id"] = mac("the device's MAC address");
-    members["kav_peer_id"] = identity("the engine's identity");
-    members["comp_type_word"] = word_of_list(comp_type_words, "comp_type in words");
-    ordered_json schema = object(members, "the engine's configuration; null when it has published none");
-    schema["type"] = {"object", "null"};
-    return schema;
-}
-
-ordered_json bypass_schema()
-{
-    const ordered_json entry =
-        object({{"server_ip", address("the server's address")},
-                {"server_port", port("the server's port")},
-                {"reason", integer("the reason's code")},
-                {"reason_word", word_of_list(bypass_reason_words, "why the server is bypassed")},
-                {"since", integer("seconds since the epoch")},
-                {"next_attempt", integer("when it is tried again, seconds since the epoch; 0 for never")},
-                {"bytes", integer("gone around the engine")},
-                {"connections", integer("gone around the engine")}},
-               "one server whose traffic goes around the engine");
-    ordered_json schema = array_of(entry, "the auto-bypass table; null when there is none");
-    schema["type"] = {"array", "null"};
+    schema["type"] = {schema["type"], "null"};
     return schema;
 }
 
@@ -260,16 +171,19 @@ std::string statistics_json_schema()
     members["peers"] = array_of(peer_schema(), "the peers in ascending order of slots");
     members["connections"] = array_of(connection_schema(), "the connections in ascending order of slots");
     members["apps"] = array_of(app_schema(), "the applications in ascending order of slots");
-    members["nacks"] = array_of(nack_schema(), "the NACK log");
-    members["config"] = config_schema();
-    members["bypass"] = bypass_schema();
+    members["nacks"] = array_of(object(members_of(nack_fields), "one entry"), "the NACK log, oldest entry first");
+    members["config"] =
+        or_null(object(members_of(config_fields), "the engine's configuration; null when it has published none"));
+    members["bypass"] =
+        or_null(array_of(object(members_of(bypass_fields), "one server whose traffic goes around the engine"),
+                         "the auto-bypass table; null when there is none"));
 
     const ordered_json schema = {
         {"$schema", "https://json-schema.org/draft/2020-12/schema"},
         {"title", "Statistics of the KAV engine, as kavstat json and kavstat serve give them"},
         {"description", "Counters are integers of 64 bits in the unit that their description names; a reader that "
                         "keeps numbers as doubles loses digits above 2^53. Sections outside the scope asked for are "
-                        "missing. Bytes that are no UTF-8 have been replaced by U+FFFD."},
+                        "missing. Bytes that are not UTF-8 are replaced by U+FFFD."},
         {"type", "object"},
         {"properties", members},
         {"required", required},

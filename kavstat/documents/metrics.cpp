@@ -302,7 +302,11 @@ Exposition::Exposition(RE_image_reader& reader, const Snapshot& snapshot)
       m_apps(first_of_each(snapshot.apps, has_lesser_labels))
 {
     if (const auto bypass = read_bypass(reader)) {
-        m_bypass_servers = static_cast<int>(bypass->size());
+        m_bypass_servers.emplace();
+        for (const RE_bypass_entry& entry : *bypass) {
+            const auto reason = static_cast<std::size_t>(entry.reason);
+            ++m_bypass_servers->at(reason < m_bypass_servers->size() ? reason : 0);
+        }
     }
 }
 
@@ -325,8 +329,14 @@ void Exposition::write_engine(Output& output) const
     add_gauge(output, "kav_engine_start_timestamp_seconds", "when the engine was started, seconds since the epoch",
               m_snapshot.engine_start_time);
     add_gauge(output, "kav_active_connections", "connections open now", m_snapshot.active_connections);
-    if (m_bypass_servers >= 0) {
-        add_gauge(output, "kav_bypass_servers", "servers in the auto-bypass table", m_bypass_servers);
+    if (!m_bypass_servers) {
+        return;
+    }
+    output.add(head_of("kav_bypass_servers", "servers in the auto-bypass table", MetricType::gauge));
+    for (std::size_t reason = 0; reason < m_bypass_servers->size(); ++reason) {
+        output.add("kav_bypass_servers{" + label("reason", bypass_reason_words.at(reason)) + "} ");
+        output.add_number(m_bypass_servers->at(reason));
+        output.add('\n');
     }
 }
 
@@ -342,6 +352,9 @@ void Exposition::add_peers(Document& document, Output& output) const
     document.add_each(m_peers.size(), [this, &output](std::size_t at) { add_peer_info(output, *m_peers[at]); });
     add_metric(document, output, "kav_peer_outdated", "1 when the peer's record is outdated", MetricType::gauge,
                m_peers, [](const SnapshotPeer& peer) { return peer.header.m_b_outdated != 0 ? 1 : 0; });
+    add_metric(document, output, "kav_peer_connected", "1 when the peer's record comes from an active connection",
+               MetricType::gauge, m_peers,
+               [](const SnapshotPeer& peer) { return peer.header.m_b_update_from_active_conn != 0 ? 1 : 0; });
     add_metric(document, output, "kav_peer_active_connections", "connections open with the peer now", MetricType::gauge,
                m_peers, [](const SnapshotPeer& peer) { return peer.active_connections; });
     static const auto peer_metrics = texts_of(CounterScope::peer, peer_prefix, true);

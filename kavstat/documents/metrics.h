@@ -6,6 +6,7 @@
 #include "format/document.h"
 #include "format/output.h"
 #include "model/snapshot.h"
+#include "model/words.h"
 
 #include <vector>
 
@@ -31,7 +32,8 @@ private:
     const Snapshot& m_snapshot;
     std::vector<const SnapshotPeer*> m_peers;
     std::vector<const SnapshotApp*> m_apps;
-    int m_bypass_servers = -1; // in the auto-bypass table; negative when there is none
+    // In the auto-bypass table, by the codes of bypass_reason_words; nothing when there is none.
+    std::optional<std::array<int, bypass_reason_words.size()>> m_bypass_servers;
 };
 
 // The exposition when there is no engine: kav_up 0.

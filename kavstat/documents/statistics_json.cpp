@@ -4,6 +4,7 @@
 #include "format/text.h"
 #include "model/counter_names.h"
 #include "model/record_fields.h"
+#include "model/words.h"
 
 #include <memory>
 #include <span>
@@ -13,39 +14,51 @@ namespace kavstat {
 
 namespace {
 
-struct scope_word
+struct ScopeWord
 {
     std::string_view word;
     bool JsonScopes::*flag;
 };
-constexpr scope_word scope_words[] = {
+constexpr ScopeWord scope_words[] = {
     {"global", &JsonScopes::b_global}, {"connections", &JsonScopes::b_connections},
     {"peers", &JsonScopes::b_peers},   {"apps", &JsonScopes::b_apps},
     {"nacks", &JsonScopes::b_nacks},   {"config", &JsonScopes::b_config},
     {"bypass", &JsonScopes::b_bypass},
 };
 
-// Writes a record's fields as members.
-class member_visitor
+// Writes what FieldValue holds.
+struct ValueWriter
 {
-public:
-    explicit member_visitor(JsonWriter& json) : m_json(json) {}
+    void operator()(bool b_value) const { json.boolean(b_value); }
+    void operator()(long long value) const { json.number(value); }
+    void operator()(std::uint64_t value) const { json.number(value); }
+    void operator()(Port port) const { json.number(port.number); }
+    void operator()(IpAddress address) const { json.text(ip_text(address.ip)); }
+    void operator()(const RE_mac_id& mac) const { json.text(mac.getString()); }
+    void operator()(const RE_kav_peer_id& identity) const { json.text(identity.getString()); }
+    void operator()(const Word& word) const { json.text(word_for(word.words, word.code)); }
+    void operator()(std::string_view text) const { json.text(text); }
 
-    template <typename Value>
-    void operator()(std::string_view key, const Value& value) const
-    {
-        if constexpr (std::is_same_v<Value, bool>) {
-            m_json.member_boolean(key, value);
-        } else if constexpr (std::is_integral_v<Value>) {
-            m_json.member(key, value);
-        } else {
-            m_json.member_text(key, value);
-        }
-    }
-
-private:
-    JsonWriter& m_json;
+    JsonWriter& json;
 };
+
+// A record's fields as members.
+template <typename Record>
+void write_fields(JsonWriter& json, Fields<Record> fields, const std::type_identity_t<Record>& record)
+{
+    for (const Field<Record>& field : fields) {
+        json.key(field.key);
+        std::visit(ValueWriter{json}, field.value(record));
+    }
+}
+
+template <typename Record>
+void write_record(JsonWriter& json, Fields<Record> fields, const std::type_identity_t<Record>& record)
+{
+    json.begin_object();
+    write_fields(json, fields, record);
+    json.end_object();
+}
 
 // A section that is an array, written an entry at a time. entry: writes one, given its place in `entries`.
 template <typename Entry>
@@ -99,7 +112,7 @@ void write_global(JsonWriter& json, const Snapshot& snapshot)
 {
     json.key("global");
     json.begin_object();
-    json.member("active_connections", snapshot.active_connections);
+    write_fields(json, engine_fields, snapshot);
     write_figures(json, "counters", CounterScope::engine, std::span<const long long>(snapshot.engine));
     write_figures(json, "connection_counters", CounterScope::connection,
                   std::span<const long long>(snapshot.connections));
@@ -108,19 +121,8 @@ void write_global(JsonWriter& json, const Snapshot& snapshot)
 
 void write_peer(JsonWriter& json, const SnapshotPeer& peer)
 {
-    const RE_stat_peer_header& header = peer.header;
     json.begin_object();
-    json.member("slot", peer.slot);
-    json.member("number", peer.number);
-    json.member("context", header.m_context_id.context_number());
-    json.member_text("mac_id", header.m_peer_mac_id.getString());
-    json.member_text("kav_peer_id", header.m_kav_peer_id.getString());
-    json.member("kav_peer_hash", header.m_kav_peer_id.hash_u16());
-    json.member_text("ip", ip_text(header.m_peer_ip));
-    json.member_text("host_name", text_in(header.m_peer_host_name));
-    json.member_boolean("outdated", header.m_b_outdated != 0);
-    json.member_boolean("update_from_active_conn", header.m_b_update_from_active_conn != 0);
-    json.member("active_connections", peer.active_connections);
+    write_fields(json, peer_fields, peer);
     write_figures(json, "counters", CounterScope::peer, std::span<const long long>(peer.figures));
     write_figures(json, "connection_counters", CounterScope::connection, std::span<const long long>(peer.connections));
     json.end_object();
@@ -133,51 +135,18 @@ void write_connection(JsonWriter& json, RE_stat_reader& reader, int slot)
         return;
     }
     json.begin_object();
-    json.member("slot", conn.slot);
-    json.member("id", conn.header.m_conn_id);
-    json.member("peer", conn.peer_number);
-    json.member_text("client_ip", ip_text(conn.header.m_client_ip));
-    json.member("client_port", conn.header.m_client_port);
-    json.member_text("server_ip", ip_text(conn.header.m_server_ip));
-    json.member("server_port", conn.header.m_server_port);
-    json.member_boolean("open", conn.is_open());
-    json.member("open_time", conn.open_time);
-    json.member("close_time", conn.close_time);
+    write_fields(json, connection_fields, conn);
     json.key("transport");
-    json.begin_object();
-    visit_transport(conn.transport, member_visitor(json));
-    json.end_object();
+    write_record(json, transport_fields, conn.transport);
     write_figures(json, "counters", CounterScope::connection, std::span<const long long>(conn.figures));
     json.end_object();
 }
 
 void write_app(JsonWriter& json, const SnapshotApp& app)
 {
-    const RE_stat_app_header& header = app.app.m_header;
     json.begin_object();
-    json.member("slot", app.slot);
-    json.member("peer", app.peer_number);
-    json.member_text("kav_peer_id", header.m_kav_peer_id.getString());
-    json.member("port", static_cast<long long>(header.m_server_port));
-    json.member_boolean("is_source_port", header.m_b_src_port != 0);
-    json.member("policy_engine_handler", static_cast<long long>(header.m_policy_engine_handler));
-    json.member("opened", static_cast<long long>(header.m_open_cnt));
-    json.member("closed", static_cast<long long>(header.m_close_cnt));
+    write_fields(json, app_fields, app);
     write_figures(json, "counters", CounterScope::application, std::span<const std::uint32_t>(app.app.m_id_array));
-    json.end_object();
-}
-
-void write_nack(JsonWriter& json, const RE_stat_nack_header& nack)
-{
-    json.begin_object();
-    json.member("time", nack.m_time);
-    json.member("type", nack.m_type);
-    json.member_text("type_word", nack.m_type == RE_STAT_NACK_AT_RECEIVER ? "nack" : "rtx");
-    json.member("reason", nack.m_reason);
-    json.member_text("reason_word", word_for(nack_reason_words, nack.m_reason));
-    json.member("peer", nack.m_peer_id);
-    json.member("connection", nack.m_conn_id);
-    json.member("message", nack.m_msg_seq_no);
     json.end_object();
 }
 
@@ -194,7 +163,7 @@ void add_nacks(Document& document, JsonWriter& json, RE_stat_reader& reader)
             RE_stat_nack_header nack{};
             cursor = reader.get_next_nack(cursor, nack);
             if (cursor >= 0) {
-                write_nack(json, nack);
+                write_record(json, nack_fields, nack);
             }
         }
         return cursor >= 0;
@@ -210,25 +179,7 @@ void write_config(JsonWriter& json, RE_stat_reader& reader)
         json.null();
         return;
     }
-    json.begin_object();
-    visit_config(*config, member_visitor(json));
-    json.end_object();
-}
-
-void write_bypassed(JsonWriter& json, const RE_bypass_entry& entry)
-{
-    json.begin_object();
-    json.member_text("server_ip", ip_text(entry.server_ip));
-    json.member("server_port", entry.server_port);
-    json.member("reason", static_cast<long long>(entry.reason));
-    json.member_text("reason_word", word_for(bypass_reason_words, static_cast<long long>(entry.reason)));
-    json.member("since", entry.since);
-    json.member("next_attempt", entry.next_attempt);
-    json.key("bytes");
-    json.number(entry.bytes);
-    json.key("connections");
-    json.number(entry.connections);
-    json.end_object();
+    write_record(json, config_fields, *config);
 }
 
 void add_bypass(Document& document, JsonWriter& json, RE_image_reader& reader)
@@ -245,7 +196,7 @@ void add_bypass(Document& document, JsonWriter& json, RE_image_reader& reader)
             }
             json.begin_array();
         } else if (at < table->size()) {
-            write_bypassed(json, (*table)[at++]);
+            write_record(json, bypass_fields, (*table)[at++]);
         } else {
             json.end_array();
             return false;
@@ -259,7 +210,7 @@ void add_bypass(Document& document, JsonWriter& json, RE_image_reader& reader)
 std::string all_json_scopes()
 {
     std::string words;
-    for (const scope_word& scope : scope_words) {
+    for (const ScopeWord& scope : scope_words) {
         words += (words.empty() ? "" : ",") + std::string(scope.word);
     }
     return words;
@@ -272,7 +223,7 @@ std::optional<JsonScopes> parse_json_scopes(std::string_view words, std::string&
         const std::size_t end = words.find(',');
         const std::string_view word = words.substr(0, end);
         bool b_known = false;
-        for (const scope_word& scope : scope_words) {
+        for (const ScopeWord& scope : scope_words) {
             if (scope.word == word) {
                 scopes.*scope.flag = true;
                 b_known = true;

@@ -1,4 +1,4 @@
-// Statistics as one JSON document. Its keys are a contract, described by docs/kavstat.schema.json.
+// Statistics as one JSON document. Its keys are a contract; the schema describes them.
 #pragma once
 
 #include "format/document.h"
@@ -39,7 +39,7 @@ Document statistics_json(Source& source, const Snapshot& snapshot, const JsonSco
 // Writes the whole of it. now: the capture time of live statistics. Stops early once the output takes no more.
 void write_statistics_json(Source& source, const JsonScopes& scopes, std::time_t now, Output& output);
 
-// The JSON Schema of the document, made from the counter table.
+// The JSON Schema of the document.
 std::string statistics_json_schema();
 
 // Version of the document's form, its "kavstat_json" member: goes up when a key changes its meaning or goes away.

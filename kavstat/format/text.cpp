@@ -1,5 +1,6 @@
 #include "format/text.h"
 
+#include <cstdio>
 #include <arpa/inet.h>
 
 namespace kavstat {
@@ -124,6 +125,16 @@ std::string ip_text(std::uint32_t ip)
     char text[INET_ADDRSTRLEN] = "";
     const in_addr address{htonl(ip)};
     inet_ntop(AF_INET, &address, text, sizeof text);
+    return text;
+}
+
+std::string date_and_time(std::time_t moment)
+{
+    char text[64];
+    std::tm local{};
+    if (localtime_r(&moment, &local) == nullptr || std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local) == 0) {
+        std::snprintf(text, sizeof text, "%lld", static_cast<long long>(moment));
+    }
     return text;
 }
 

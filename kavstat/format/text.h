@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <string>
 #include <string_view>
 
@@ -31,5 +32,8 @@ std::string lower_case(std::string text);
 
 // The dotted text of an address in host order. Unlike ip_to_string it may be called from several threads at once.
 std::string ip_text(std::uint32_t ip);
+
+// "2023-11-14 22:13:20" in the time zone of the environment; seconds since the epoch when there is no such date.
+std::string date_and_time(std::time_t moment);
 
 } // namespace kavstat

@@ -98,15 +98,6 @@ std::string time_of_day(std::time_t moment)
     return b_told ? text : "?";
 }
 
-std::string date_and_time(std::time_t moment)
-{
-    char text[64];
-    std::tm local{};
-    const bool b_told =
-        localtime_r(&moment, &local) != nullptr && std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local) != 0;
-    return b_told ? text : std::to_string(moment);
-}
-
 std::size_t width_of(const std::string& text)
 {
     return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), starts_character));

@@ -25,7 +25,6 @@ std::string latency_text(double milliseconds);
 std::string age_text(long long seconds);
 // "22:13:20"; "?" for a moment that no calendar holds.
 std::string time_of_day(std::time_t moment);
-std::string date_and_time(std::time_t moment);
 
 // Columns that a text takes whose characters take one each.
 std::size_t width_of(const std::string& text);

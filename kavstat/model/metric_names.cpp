@@ -338,20 +338,4 @@ std::vector<std::string> selectors_of(CounterScope scope, const NamedCounter& co
     return selectors;
 }
 
-BaseUnit base_unit_of(RE_stat_unit unit)
-{
-    switch (unit) {
-    case RE_stat_unit::kilobytes:
-        return {1LL << 10U, 0};
-    case RE_stat_unit::megabytes:
-        return {1LL << 20U, 0};
-    case RE_stat_unit::microseconds:
-        return {1, 6};
-    case RE_stat_unit::percent:
-        return {1, 2};
-    default:
-        return {};
-    }
-}
-
 } // namespace kavstat

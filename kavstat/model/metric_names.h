@@ -79,6 +79,20 @@ struct BaseUnit
     long long factor = 1;
     int decimals = 0;
 };
-BaseUnit base_unit_of(RE_stat_unit unit);
+constexpr BaseUnit base_unit_of(RE_stat_unit unit)
+{
+    switch (unit) {
+    case RE_stat_unit::kilobytes:
+        return {1LL << 10U, 0};
+    case RE_stat_unit::megabytes:
+        return {1LL << 20U, 0};
+    case RE_stat_unit::microseconds:
+        return {1, 6};
+    case RE_stat_unit::percent:
+        return {1, 2};
+    default:
+        return {};
+    }
+}
 
 } // namespace kavstat

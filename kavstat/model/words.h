@@ -2,6 +2,8 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
+#include <span>
 
 namespace kavstat {
 
@@ -14,11 +16,14 @@ inline constexpr std::array<const char*, 5> nack_reason_words{"none", "chunk_mis
 inline constexpr std::array<const char*, 4> bypass_reason_words{"unknown", "low_compression", "configured",
                                                                 "repeated_nacks"};
 
+// By RE_stat_nack_type; any other is a retransmission, too.
+inline constexpr std::array<const char*, 2> nack_type_words{"nack", "rtx"};
+
 // The word for a code, "unknown" for a code without one.
-template <typename Code, std::size_t Size>
-const char* word_for(const std::array<const char*, Size>& words, Code code)
+inline const char* word_for(std::span<const char* const> words, long long code)
 {
-    return code >= Code{0} && static_cast<std::size_t>(code) < Size ? words[static_cast<std::size_t>(code)] : "unknown";
+    return code >= 0 && static_cast<std::size_t>(code) < words.size() ? words[static_cast<std::size_t>(code)]
+                                                                      : "unknown";
 }
 
 } // namespace kavstat

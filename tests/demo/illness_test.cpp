@@ -279,16 +279,16 @@ std::string name_of(std::string_view enumerator)
 }
 
 const std::vector<named_counter> engine_counters = {
-#define RE_STAT_GLOBAL(value, enumerator, unit, kind, meaning) {value, value, name_of(#enumerator)},
-#define RE_STAT_GLOBAL_RANGE(first, last, enumerator, unit, kind, meaning) {first, last, name_of(#enumerator)},
+#define RE_STAT_GLOBAL(value, enumerator, ...) {value, value, name_of(#enumerator)},
+#define RE_STAT_GLOBAL_RANGE(first, last, enumerator, ...) {first, last, name_of(#enumerator)},
 #include "RE_stat_counters.def"
 };
 const std::vector<named_counter> peer_counters = {
-#define RE_STAT_PEER(value, enumerator, unit, kind, meaning) {value, value, name_of(#enumerator)},
+#define RE_STAT_PEER(value, enumerator, ...) {value, value, name_of(#enumerator)},
 #include "RE_stat_counters.def"
 };
 const std::vector<named_counter> conn_counters = {
-#define RE_STAT_CONN(value, enumerator, unit, kind, meaning) {value, value, name_of(#enumerator)},
+#define RE_STAT_CONN(value, enumerator, ...) {value, value, name_of(#enumerator)},
 #include "RE_stat_counters.def"
 };
 

@@ -1,8 +1,13 @@
 // Statistics as JSON.
 #include "kavstat_fixture.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <limits>
+#include <numeric>
+#include <regex>
+#include <span>
 
 using namespace kavstat;
 
@@ -30,6 +35,24 @@ void expect_figures(const nlohmann::json& members, CounterScope scope, const Fig
             EXPECT_EQ(value[static_cast<std::size_t>(at)].get<long long>(), figure(counter.id() + at));
         }
     }
+}
+
+// A line for each object of a schema, "peers[]: slot number"; counters, which are references, have none.
+std::string keys_below(const std::string& path, const nlohmann::ordered_json& schema)
+{
+    if (schema.contains("items")) {
+        return keys_below(path + "[]", schema["items"]);
+    }
+    if (!schema.contains("properties")) {
+        return "";
+    }
+    std::string keys = path.empty() ? "" : path + ":";
+    std::string below;
+    for (const auto& [key, member] : schema["properties"].items()) {
+        keys += (keys.empty() ? "" : " ") + key;
+        below += keys_below((path.empty() ? "" : path + ".") + key, member);
+    }
+    return keys + "\n" + below;
 }
 
 } // namespace
@@ -152,6 +175,59 @@ TEST_F(json_document, shows_addresses_identities_and_codes_as_text)
     EXPECT_TRUE(document["config"].is_null());
 }
 
+TEST_F(json_document, holds_every_field_of_the_configuration)
+{
+    start();
+    std::int32_t words[52]; // numbers by their places in the record
+    static_assert(sizeof words == sizeof(RE_stat_config_param));
+    std::iota(std::begin(words), std::end(words), 0);
+    RE_stat_config_param config{};
+    std::memcpy(static_cast<void*>(&config), words, sizeof words);
+    config.m_b_rep_accl_mode = true;
+    config.m_b_partial_lookup_on = false;
+    config.m_write_tshld = 60000;
+    config.m_cold_pass_tshld = 60001;
+    std::memcpy(config.m_lz_algorithm, "zlib", sizeof "zlib");
+    config.m_lz_adaptive = true;
+    config.m_lz_adaptive_use_entropy = false;
+    config.m_big_msg_checksum = true;
+    config.m_b_plz_enabled = false;
+    engine.set_config(config);
+    EXPECT_EQ(json()["config"], nlohmann::json::parse(R"({
+        "mac_id": "00:00:00:00:01:00", "kav_peer_id": "00:00:02:00:00:00-030000000400-00000500",
+        "rep_accl_mode": true, "comp_type": 6, "comp_type_word": "unknown", "max_peer_slots": 7,
+        "max_con_cur_connection": 8, "max_num_conn_slots": 9, "max_fan_out": 10, "worker_threads_num": 11,
+        "total_kav_diskspace_in_mb": 12, "total_kav_memory_in_mb": 13, "hash_table_memory_in_mb": 14,
+        "plz_memory_in_mb": 15, "plz_buffer_q_size": 16, "total_weq_buffer_size_in_mb": 17, "cache_data_version": 18,
+        "ack_q_weq_cap_in_mb": 19, "ack_q_disk_cap_in_mb": 20, "wait_q_cap_in_mb": 21, "max_sig_block_num": 22,
+        "max_data_unit_num": 23, "sig_read_pool_size": 24, "data_read_pool_size": 25, "anchor_distance": 26,
+        "section_size": 27, "avg_chunk_size": 28, "min_chunk_size": 29, "partial_lookup_on": false,
+        "write_tshld": 60000, "cold_pass_tshld": 60001, "lz_algorithm": "zlib", "lz_min_msg_size": 40,
+        "lz_mem_level": 41, "lz_windows_bits": 42, "lz_comprs_level": 43, "lz_adaptive": true,
+        "lz_adaptive_thres": 45, "lz_adaptive_use_entropy": false, "big_msg_checksum": true, "plz_high_watermark": 47,
+        "plz_low_watermark": 48, "plz_enabled": false, "iov_block_size": 50, "auto_bypass_threshold_in_mb": 51})"));
+}
+
+TEST_F(json_document, holds_every_field_of_a_connections_transport)
+{
+    start();
+    const unsigned char bytes[] = {0x21, 5,  6,  7, 0x98, 0x01, 0xBA, 0x02, 0xDC, 0x03, 0x79, 14, 15,
+                                   16,   17, 18, 0, 0,    0,    19,   0,    0,    0,    20,   0,  0,
+                                   0,    0,  0,  0, 0,    21,   0,    0,    0,    0,    0,    0,  0};
+    SO_stat_conn_header transport{};
+    static_assert(sizeof bytes == sizeof transport);
+    std::memcpy(&transport, bytes, sizeof bytes);
+    engine.open_conn(engine.add_peer(1, {}), {}, transport, 5000);
+    EXPECT_EQ(json()["connections"][0]["transport"], nlohmann::json::parse(R"({
+        "conn_type": 1, "comp_type": 2, "eot_state": 5, "ao_net_state": 6, "wan_net_state": 7,
+        "local_latency_hint": 8, "local_comp_off_hint": 9, "local_re_mode_hint": 1,
+        "remote_latency_hint": 10, "remote_comp_off_hint": 11, "remote_re_mode_hint": 2,
+        "active_latency_hint": 12, "active_comp_off_hint": 13, "active_re_mode_hint": 3,
+        "local_cfg_kav_mode": 1, "remote_cfg_kav_mode": 2, "applied_kav_mode": 3, "kav_mode_negotiated": true,
+        "reset_code": 14, "class_id": 15, "dscp": 16, "wan_insert_ao_type": 17, "wan_fd": 18, "ao_fd": 19,
+        "eot_remote_orig_bytes": 20, "eot_local_orig_bytes": 21})"));
+}
+
 TEST_F(json_document, says_where_and_when_it_was_taken)
 {
     start();
@@ -201,9 +277,56 @@ TEST_F(json_document, has_the_sections_of_its_scope_alone)
     EXPECT_EQ(unknown, "");
 }
 
-TEST_F(json_document, is_described_by_the_schema_in_the_documents)
+// The keys are a contract: what changes here changes it.
+TEST(json_schema, has_these_keys_beside_those_of_counters)
 {
-    EXPECT_EQ(bytes_of_file(KAV_DOCS "/kavstat.schema.json"), statistics_json_schema());
+    EXPECT_EQ(
+        keys_below("", nlohmann::ordered_json::parse(statistics_json_schema())),
+        "kavstat_json kavstat_version source file engine_start_time capture_time global peers connections apps nacks "
+        "config bypass\n"
+        "global: active_connections counters connection_counters\n"
+        "peers[]: slot number context mac_id kav_peer_id kav_peer_hash ip host_name outdated update_from_active_conn "
+        "active_connections counters connection_counters\n"
+        "connections[]: slot id peer client_ip client_port server_ip server_port open open_time close_time transport "
+        "counters\n"
+        "connections[].transport: conn_type comp_type eot_state ao_net_state wan_net_state local_latency_hint "
+        "local_comp_off_hint local_re_mode_hint remote_latency_hint remote_comp_off_hint remote_re_mode_hint "
+        "active_latency_hint active_comp_off_hint active_re_mode_hint local_cfg_kav_mode remote_cfg_kav_mode "
+        "applied_kav_mode kav_mode_negotiated reset_code class_id dscp wan_insert_ao_type wan_fd ao_fd "
+        "eot_remote_orig_bytes eot_local_orig_bytes\n"
+        "apps[]: slot peer kav_peer_id port is_source_port policy_engine_handler opened closed counters\n"
+        "nacks[]: time type type_word reason reason_word peer connection message\n"
+        "config: mac_id kav_peer_id rep_accl_mode comp_type comp_type_word max_peer_slots max_con_cur_connection "
+        "max_num_conn_slots max_fan_out worker_threads_num total_kav_diskspace_in_mb total_kav_memory_in_mb "
+        "hash_table_memory_in_mb plz_memory_in_mb plz_buffer_q_size total_weq_buffer_size_in_mb cache_data_version "
+        "ack_q_weq_cap_in_mb ack_q_disk_cap_in_mb wait_q_cap_in_mb max_sig_block_num max_data_unit_num "
+        "sig_read_pool_size data_read_pool_size anchor_distance section_size avg_chunk_size min_chunk_size "
+        "partial_lookup_on write_tshld cold_pass_tshld lz_algorithm lz_min_msg_size lz_mem_level lz_windows_bits "
+        "lz_comprs_level lz_adaptive lz_adaptive_thres lz_adaptive_use_entropy big_msg_checksum plz_high_watermark "
+        "plz_low_watermark plz_enabled iov_block_size auto_bypass_threshold_in_mb\n"
+        "bypass[]: server_ip server_port reason reason_word since next_attempt bytes connections\n");
+}
+
+TEST(json_schema, spells_the_counters_as_their_table_does)
+{
+    const nlohmann::ordered_json schema = nlohmann::ordered_json::parse(statistics_json_schema());
+    const auto expect_keys_of = [&](const char* name, std::span<const RE_stat_counter_info> table, std::size_t size) {
+        const nlohmann::ordered_json& members = schema.at("$defs").at(name).at("properties");
+        EXPECT_EQ(members.size(), size) << name;
+        ASSERT_EQ(members.size(), table.size()) << name;
+        auto member = members.begin();
+        for (const RE_stat_counter_info& counter : table) {
+            std::string key = std::regex_replace(counter.name, std::regex("^RE_STAT_[A-Z]+_ID_|^(SO_)STAT_"), "$1");
+            std::transform(key.begin(), key.end(), key.begin(), [](unsigned char c) { return std::tolower(c); });
+            EXPECT_EQ(member.key(), key);
+            EXPECT_EQ(member->value("minItems", 1), counter.last_id - counter.id + 1) << key;
+            ++member;
+        }
+    };
+    expect_keys_of("engine_counters", re_stat_global_counters, 107);
+    expect_keys_of("peer_counters", re_stat_peer_counters, 42);
+    expect_keys_of("connection_counters", re_stat_conn_counters, 166);
+    expect_keys_of("application_counters", re_stat_app_counters, 18);
 }
 
 TEST_F(json_document, goes_no_further_once_its_reader_is_gone)

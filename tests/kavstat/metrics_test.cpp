@@ -70,7 +70,7 @@ TEST_F(metrics_text, has_engine_peers_and_applications)
     EXPECT_TRUE(has_line("kav_up 1"));
     EXPECT_TRUE(has_line("kav_engine_start_timestamp_seconds 1700000000"));
     EXPECT_TRUE(has_line("kav_active_connections 1"));
-    EXPECT_TRUE(has_line("kav_bypass_servers 0"));
+    EXPECT_TRUE(has_line("kav_bypass_servers{reason=\"low_compression\"} 0"));
     EXPECT_TRUE(has_line("# HELP kav_cache_size_bytes usable cache size on disk"));
     EXPECT_TRUE(has_line("# TYPE kav_cache_size_bytes gauge"));
     EXPECT_TRUE(has_line("kav_cache_size_bytes 2097152000"));
@@ -103,9 +103,14 @@ TEST_F(metrics_text, has_nothing_that_grows_with_connections)
 TEST_F(metrics_text, never_has_two_series_of_one_name)
 {
     start();
-    RE_stat_peer_header header{};
-    engine.add_peer(5, header);
-    engine.add_peer(5, header);
+    for (const int identity : {1, 2}) {
+        RE_stat_peer_header header{};
+        header.m_kav_peer_id.m_data[0] = static_cast<unsigned char>(identity);
+        engine.add_peer(5, header);
+        RE_stat_app_header app{};
+        app.set(header.m_kav_peer_id, 80, false);
+        engine.find_or_add_app(app);
+    }
     const std::string text = metrics();
     std::set<std::string> series;
     std::istringstream lines(text);
@@ -114,6 +119,7 @@ TEST_F(metrics_text, never_has_two_series_of_one_name)
         EXPECT_TRUE(line[0] == '#' || series.insert(name).second) << line;
     }
     EXPECT_TRUE(has_line("kavstat_skipped_peers 1"));
+    EXPECT_TRUE(has_line("kavstat_skipped_applications 1"));
 }
 
 TEST_F(metrics_text, names_of_the_far_side_can_break_no_label)
@@ -153,7 +159,7 @@ TEST_F(metrics_text, every_sample_follows_its_head)
             }
         }
     }
-    std::size_t expected = 12; // those that are no counters of the table
+    std::size_t expected = 13; // those that are no counters of the table
     for (const CounterScope scope : all_counter_scopes) {
         expected += metrics_of(scope).size() * metric_prefixes_of(scope).size();
     }

@@ -45,9 +45,12 @@ TEST_F(kavstat_completion, offers_commands_options_and_values)
     EXPECT_EQ(offered({"list", "--unit", "micro"}), "microseconds");
     EXPECT_EQ(offered({"diff", "--a"}), "--all");
     EXPECT_EQ(offered({"diff", "--scope", "engine,p"}), "engine,peers");
+    EXPECT_EQ(offered({"schema", "--of", ""}), "health statistics");
     write_file(path("saved-1"), "");
     EXPECT_EQ(offered({"diff", path("sav")}), path("saved-1"));
     EXPECT_EQ(offered({"json", "--file", path("sav")}), path("saved-1"));
+    EXPECT_EQ(offered({"health", "--since", path("sav")}), path("saved-1"));
+    EXPECT_EQ(offered({"rules", "--rules", path("sav")}), path("saved-1"));
 }
 
 TEST_F(kavstat_completion, knows_every_command_and_option_that_there_is)
@@ -74,5 +77,5 @@ TEST_F(kavstat_completion, knows_every_command_and_option_that_there_is)
             }
         }
     }
-    EXPECT_EQ(commands, 7);
+    EXPECT_EQ(commands, 9);
 }

@@ -43,7 +43,7 @@ TEST_F(live_view, shows_pages_filters_helps_and_ends)
     screen.press({"7"});
     expect_in(screen.screen_with("COUNTER"), "> cache       cache_state                                    active ");
     screen.press({"8"});
-    expect_in(screen.screen_with("PARAMETER"), "  max_con_cur_connection         4000");
+    expect_in(screen.screen_with("PARAMETER"), "  max_con_cur_connection      4000");
     screen.press({"?"});
     expect_in(screen.screen_with("kavstat watch: keys"), "? q          this help, which any key leaves; quit");
     screen.press({"x"});

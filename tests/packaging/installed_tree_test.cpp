@@ -67,6 +67,13 @@ TEST_F(installed_tree, the_viewer_its_page_and_its_completion_are_where_they_bel
     }
 }
 
+TEST_F(installed_tree, the_schema_is_the_one_that_kavstat_prints)
+{
+    const std::string schema = bytes_of_file(in_prefix("share/kavstat/kavstat.schema.json"));
+    EXPECT_TRUE(schema.starts_with("{\n  \"$schema\": \"https://json-schema.org/")) << schema.substr(0, 100);
+    EXPECT_EQ(schema, output_of("'" + in_prefix("bin/kavstat") + "' schema"));
+}
+
 TEST_F(installed_tree, the_viewer_alone_takes_no_library_along)
 {
     const scratch_folder folder(disk());

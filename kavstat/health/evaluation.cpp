@@ -1,0 +1,554 @@
+#include "health/evaluation.h"
+
+#include "format/text.h"
+#include "model/change.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+namespace kavstat {
+
+namespace {
+
+bool compares(Comparison comparison, double value, double limit)
+{
+    switch (comparison) {
+    case Comparison::above:
+        return value > limit;
+    case Comparison::at_least:
+        return value >= limit;
+    case Comparison::below:
+        return value < limit;
+    case Comparison::equal:
+        return value == limit;
+    case Comparison::not_equal:
+        break;
+    }
+    return value != limit;
+}
+
+// The things of now with what they were before, null for those that are new. Both in ascending order of slots.
+template <typename Thing, typename Same>
+std::vector<const Thing*> earlier_of(const std::vector<Thing>* before, const std::vector<Thing>& now, const Same& same)
+{
+    std::vector<const Thing*> earlier(now.size(), nullptr);
+    if (before == nullptr) {
+        return earlier;
+    }
+    auto candidate = before->begin();
+    for (std::size_t at = 0; at < now.size(); ++at) {
+        while (candidate != before->end() && candidate->slot < now[at].slot) {
+            ++candidate;
+        }
+        if (candidate != before->end() && candidate->slot == now[at].slot && same(*candidate, now[at])) {
+            earlier[at] = &*candidate;
+        }
+    }
+    return earlier;
+}
+
+// One engine, peer or application at both moments.
+struct Subject
+{
+    const SnapshotPeer* peer = nullptr;
+    const SnapshotPeer* peer_before = nullptr;
+    const SnapshotApp* app = nullptr;
+    const SnapshotApp* app_before = nullptr;
+};
+
+class Evaluation
+{
+public:
+    Evaluation(const RuleSet& rules, const HealthMoments& moments)
+        : m_rules(rules), m_moments(moments), m_before(moments.before), m_now(*moments.now)
+    {
+        m_b_restarted = m_before != nullptr && m_before->engine_start_time != m_now.engine_start_time;
+        m_seconds = m_b_restarted ? static_cast<double>(m_now.capture_time) -
+                                        static_cast<double>(m_now.engine_start_time)
+                                  : moments.seconds;
+        if (m_seconds <= 0) {
+            m_before = nullptr;
+        }
+    }
+
+    std::vector<Finding> run()
+    {
+        m_peers_before = earlier_of(m_before != nullptr ? &m_before->peers : nullptr, m_now.peers,
+                                    [](const SnapshotPeer& one, const SnapshotPeer& other) {
+                                        return one.number == other.number &&
+                                               one.header.m_kav_peer_id == other.header.m_kav_peer_id;
+                                    });
+        m_apps_before = earlier_of(
+            m_before != nullptr ? &m_before->apps : nullptr, m_now.apps,
+            [](const SnapshotApp& one, const SnapshotApp& other) { return one.app.m_header == other.app.m_header; });
+        for (const RuleSetting& setting : m_rules.settings) {
+            if (setting.b_enabled && (m_before != nullptr || !setting.rule->needs_two_moments())) {
+                judge(setting);
+            }
+        }
+        return std::move(m_findings);
+    }
+
+private:
+    enum class Moment
+    {
+        before,
+        now,
+    };
+
+    void judge(const RuleSetting& setting)
+    {
+        switch (setting.rule->scope) {
+        case RuleScope::engine:
+            judge(setting, Subject{});
+            break;
+        case RuleScope::peer:
+            for (std::size_t at = 0; at < m_now.peers.size(); ++at) {
+                judge(setting, {.peer = &m_now.peers[at], .peer_before = m_peers_before[at]});
+            }
+            break;
+        case RuleScope::application:
+            for (std::size_t at = 0; at < m_now.apps.size(); ++at) {
+                judge(setting, {.app = &m_now.apps[at], .app_before = m_apps_before[at]});
+            }
+            break;
+        case RuleScope::connection:
+            judge_connections(setting);
+            break;
+        }
+    }
+
+    void judge(const RuleSetting& setting, const Subject& subject)
+    {
+        const std::optional<double> value = holds(setting, subject, Moment::now);
+        if (!value) {
+            return;
+        }
+        // Of another life of the engine there is nothing to learn about what is now.
+        const bool b_knows_before = m_before != nullptr && !m_b_restarted;
+        const bool b_held = b_knows_before && holds(setting, subject, Moment::before);
+        if (setting.rule->hold > 0 && b_knows_before && !b_held) {
+            return;
+        }
+        Finding found = finding(setting, *value);
+        found.since = since(setting.rule->term, b_held);
+        if (subject.peer != nullptr) {
+            found.peer_slot = subject.peer->slot;
+            found.peer_number = subject.peer->number;
+            found.host_name = text_in(subject.peer->header.m_peer_host_name);
+            found.kav_peer_id = subject.peer->header.m_kav_peer_id.getString();
+        }
+        if (subject.app != nullptr) {
+            found.peer_number = subject.app->peer_number;
+            found.kav_peer_id = subject.app->app.m_header.m_kav_peer_id.getString();
+            found.application = application_label(subject.app->app.m_header);
+        }
+        m_findings.push_back(std::move(found));
+    }
+
+    void judge_connections(const RuleSetting& setting)
+    {
+        if (m_moments.extras.pending == nullptr) {
+            return;
+        }
+        std::vector<PendingConnection> silent;
+        for (const auto& [slot, connection] : m_moments.extras.pending->by_slot()) {
+            if (compares(setting.rule->term.comparison, connection.silent, setting.threshold)) {
+                silent.push_back(connection);
+            }
+        }
+        std::sort(silent.begin(), silent.end(),
+                  [](const PendingConnection& one, const PendingConnection& other) { return one.slot < other.slot; });
+        for (const PendingConnection& connection : silent) {
+            Finding found = finding(setting, connection.silent);
+            found.since = {Since::Kind::at_least, connection.silent, 0};
+            found.peer_number = connection.peer_number;
+            found.connection = connection;
+            m_findings.push_back(std::move(found));
+        }
+    }
+
+    static Finding finding(const RuleSetting& setting, double value)
+    {
+        Finding found;
+        found.rule = setting.rule;
+        found.severity = setting.severity;
+        found.value = value;
+        found.threshold = setting.threshold;
+        return found;
+    }
+
+    Since since(const Term& term, bool b_held) const
+    {
+        if (term.kind == Term::Kind::age && term.part.figures().front().kind == Figure::Kind::engine_start_time) {
+            return {Since::Kind::time, 0, m_now.engine_start_time};
+        }
+        if (term.needs_two_moments()) {
+            return {Since::Kind::interval, m_seconds, 0};
+        }
+        return b_held ? Since{Since::Kind::at_least, m_seconds, 0} : Since{};
+    }
+
+    // The value that is shown, when the rule's condition holds. What happened between the two moments counts for both.
+    std::optional<double> holds(const RuleSetting& setting, const Subject& subject, Moment moment) const
+    {
+        const Rule& rule = *setting.rule;
+        const std::optional<double> value = value_of(rule.term, subject, moment);
+        if (!value || !compares(rule.term.comparison, *value, setting.threshold)) {
+            return std::nullopt;
+        }
+        for (const std::optional<Term>& term : rule.also) {
+            if (!term) {
+                continue;
+            }
+            const std::optional<double> other = value_of(*term, subject, moment);
+            if (!other || !compares(term->comparison, *other, term->limit)) {
+                return std::nullopt;
+            }
+        }
+        return value;
+    }
+
+    // Nothing when it is not known, or says nothing.
+    std::optional<double> value_of(const Term& term, const Subject& subject, Moment moment) const
+    {
+        switch (term.kind) {
+        case Term::Kind::level:
+            return level_of(term.part, subject, moment);
+        case Term::Kind::ratio: {
+            const auto part = level_of(term.part, subject, moment);
+            const auto whole = level_of(term.whole, subject, moment);
+            return part && whole && *whole > 0 ? std::optional(*part / *whole) : std::nullopt;
+        }
+        case Term::Kind::rate: {
+            const auto grown = growth_of(term.part, subject);
+            return grown ? std::optional(*grown / m_seconds) : std::nullopt;
+        }
+        case Term::Kind::share: {
+            const auto part = growth_of(term.part, subject);
+            const auto whole = growth_of(term.whole, subject);
+            const bool b_enough = part && whole && *part >= term.least_part && *whole >= term.least_whole && *whole > 0;
+            return b_enough ? std::optional(*part / *whole) : std::nullopt;
+        }
+        case Term::Kind::age:
+            return age_of(term.part, subject, moment);
+        case Term::Kind::savings:
+            return savings_of(term, subject);
+        case Term::Kind::silence:
+        case Term::Kind::engine_is_missing:
+            break;
+        }
+        return std::nullopt;
+    }
+
+    // Seconds since the moment, which none is in the future.
+    std::optional<double> age_of(const Sum& moment_figure, const Subject& subject, Moment moment) const
+    {
+        const auto since = level_of(moment_figure, subject, moment);
+        if (!since || *since <= 0) {
+            return std::nullopt;
+        }
+        const double age = static_cast<double>(snapshot_at(moment).capture_time) - *since;
+        return age >= 0 ? std::optional(age) : std::nullopt;
+    }
+
+    // What is saved now as a share of what was saved before, as far back as the counters go.
+    std::optional<double> savings_of(const Term& term, const Subject& subject) const
+    {
+        if (m_b_restarted) {
+            return std::nullopt;
+        }
+        const auto out = growth_of(term.part, subject);
+        const auto in = growth_of(term.whole, subject);
+        const auto out_before = level_of(term.part, subject, Moment::before);
+        const auto in_before = level_of(term.whole, subject, Moment::before);
+        // A short past is no measure.
+        if (!out || !in || !out_before || !in_before || *in <= 0 || *in < term.least_whole || *in_before < 10 * *in) {
+            return std::nullopt;
+        }
+        const double saved = std::max(1 - *out / *in, 0.0);
+        const double saved_before = 1 - *out_before / *in_before;
+        return saved_before >= term.least_part ? std::optional(saved / saved_before) : std::nullopt;
+    }
+
+    const Snapshot& snapshot_at(Moment moment) const { return moment == Moment::now ? m_now : *m_before; }
+
+    std::optional<double> level_of(const Sum& sum, const Subject& subject, Moment moment) const
+    {
+        double total = 0;
+        for (const Figure& figure : sum.figures()) {
+            const std::optional<long long> value = value_of(figure, subject, moment);
+            if (!value) {
+                return std::nullopt;
+            }
+            total += static_cast<double>(*value) * figure.unit;
+        }
+        return total;
+    }
+
+    // Nothing when a counter was reset in between, or the subject is new.
+    std::optional<double> growth_of(const Sum& sum, const Subject& subject) const
+    {
+        double total = 0;
+        for (const Figure& figure : sum.figures()) {
+            const auto before = value_of(figure, subject, Moment::before);
+            const auto now = value_of(figure, subject, Moment::now);
+            if (!before || !now) {
+                return std::nullopt;
+            }
+            const Change change = figure.kind == Figure::Kind::application
+                                      ? change_of_32(RE_stat_kind::total, static_cast<std::uint32_t>(*before),
+                                                     static_cast<std::uint32_t>(*now), m_b_restarted)
+                                      : change_of(RE_stat_kind::total, *before, *now, m_b_restarted);
+            if (change.kind == ChangeKind::went_back) {
+                return std::nullopt;
+            }
+            total += static_cast<double>(change.by) * figure.unit;
+        }
+        return total;
+    }
+
+    std::optional<long long> value_of(const Figure& figure, const Subject& subject, Moment moment) const
+    {
+        const Snapshot& snapshot = snapshot_at(moment);
+        const SnapshotPeer* const peer = moment == Moment::now ? subject.peer : subject.peer_before;
+        const SnapshotApp* const app = moment == Moment::now ? subject.app : subject.app_before;
+        if ((subject.peer != nullptr && peer == nullptr) || (subject.app != nullptr && app == nullptr)) {
+            return std::nullopt;
+        }
+        const auto id = static_cast<std::size_t>(figure.id);
+        switch (figure.kind) {
+        case Figure::Kind::engine:
+            return snapshot.engine[id];
+        case Figure::Kind::peer:
+            return peer->figures[id];
+        case Figure::Kind::connections:
+            return peer != nullptr ? peer->connections[id] : snapshot.connections[id];
+        case Figure::Kind::application:
+            return app->app.m_id_array[id];
+        case Figure::Kind::active_connections:
+            return peer != nullptr ? peer->active_connections : snapshot.active_connections;
+        case Figure::Kind::outdated:
+            return peer->header.m_b_outdated;
+        case Figure::Kind::connected:
+            return peer->header.m_b_update_from_active_conn;
+        case Figure::Kind::engine_start_time:
+            return snapshot.engine_start_time;
+        // The table is read once, now.
+        case Figure::Kind::bypass_servers:
+            return m_moments.extras.bypass_servers;
+        case Figure::Kind::bypass_servers_with_nacks:
+            break;
+        }
+        return m_moments.extras.bypass_servers_with_nacks;
+    }
+
+    const RuleSet& m_rules;
+    const HealthMoments& m_moments;
+    const Snapshot* m_before;
+    const Snapshot& m_now;
+    bool m_b_restarted = false;
+    double m_seconds = 0;
+    std::vector<const SnapshotPeer*> m_peers_before; // by the index of now
+    std::vector<const SnapshotApp*> m_apps_before;
+    std::vector<Finding> m_findings;
+};
+
+std::vector<Finding> findings_without_engine(const RuleSet& rules)
+{
+    std::vector<Finding> found;
+    for (const RuleSetting& setting : rules.settings) {
+        if (setting.b_enabled && setting.rule->term.kind == Term::Kind::engine_is_missing) {
+            Finding missing;
+            missing.rule = setting.rule;
+            missing.severity = setting.severity;
+            found.push_back(missing);
+        }
+    }
+    return found;
+}
+
+constexpr int pending_ids[] = {SO_STAT_AO_W_PEND_SIZE, SO_STAT_WAN_W_PEND_SIZE, SO_STAT_DEC_PEND_SIZE};
+constexpr int moved_ids[] = {SO_STAT_AO_RD_BYTES,  SO_STAT_AO_WT_BYTES,
+                             SO_STAT_WAN_RD_BYTES, SO_STAT_WAN_WT_BYTES,
+                             RE_STAT_CONN_ID_ENCODE_IN_BYTES, RE_STAT_CONN_ID_DECODE_OUT_BYTES};
+
+// False when the slot holds no open connection that has data pending.
+bool read_pending(RE_stat_reader& reader, int slot, PendingConnection& connection)
+{
+    std::time_t close_time = 0;
+    if (!reader.is_conn_valid(slot) || reader.read_conn_time(slot, connection.open_time, close_time) < 0 ||
+        close_time > 0) {
+        return false;
+    }
+    connection.pending = 0;
+    for (const int id : pending_ids) {
+        long long bytes = 0;
+        if (reader.read_conn_stat(slot, id, bytes) < 0) {
+            return false;
+        }
+        connection.pending += static_cast<double>(std::max(bytes, 0LL));
+    }
+    if (connection.pending <= 0) {
+        return false;
+    }
+    connection.moved = 0;
+    for (const int id : moved_ids) {
+        long long bytes = 0;
+        if (reader.read_conn_stat(slot, id, bytes) < 0) {
+            return false;
+        }
+        connection.moved += static_cast<unsigned long long>(bytes);
+    }
+    connection.slot = slot;
+    return reader.read_conn_header(slot, connection.header) == 0 &&
+           reader.read_conn_peer_id(slot, connection.peer_number) == 0;
+}
+
+} // namespace
+
+void PendingConnections::update(RE_stat_reader& reader, const Snapshot& now, double seconds)
+{
+    std::unordered_map<int, PendingConnection> pending;
+    const bool b_any = std::any_of(std::begin(pending_ids), std::end(pending_ids), [&](int id) {
+        return now.connections[static_cast<std::size_t>(id)] != 0;
+    });
+    const int slots = b_any ? reader.get_max_conn_slots() : 0;
+    for (int slot = 0; slot < slots; ++slot) {
+        PendingConnection connection;
+        if (!read_pending(reader, slot, connection)) {
+            continue;
+        }
+        const auto found = m_by_slot.find(slot);
+        if (found != m_by_slot.end() && found->second.header.m_conn_id == connection.header.m_conn_id &&
+            found->second.open_time == connection.open_time && found->second.moved == connection.moved) {
+            connection.silent = found->second.silent + seconds;
+        }
+        pending.emplace(slot, connection);
+    }
+    m_by_slot = std::move(pending);
+}
+
+HealthExtras read_extras(RE_image_reader& reader, const PendingConnections* pending)
+{
+    HealthExtras extras;
+    extras.pending = pending;
+    if (const auto entries = read_bypass(reader)) {
+        extras.bypass_servers = static_cast<int>(entries->size());
+        extras.bypass_servers_with_nacks = static_cast<int>(std::count_if(
+            entries->begin(), entries->end(),
+            [](const RE_bypass_entry& entry) { return entry.reason == RE_bypass_reason::repeated_nacks; }));
+    }
+    return extras;
+}
+
+std::string text_of(const Since& since)
+{
+    switch (since.kind) {
+    case Since::Kind::moment:
+        break;
+    case Since::Kind::at_least:
+        return "for at least " + shown_value(Form::seconds, since.seconds);
+    case Since::Kind::interval:
+        return "in the last " + shown_value(Form::seconds, since.seconds);
+    case Since::Kind::time:
+        return "since " + date_and_time(since.time);
+    }
+    return "";
+}
+
+std::string Finding::subject() const
+{
+    std::string text;
+    switch (rule->scope) {
+    case RuleScope::engine:
+        return "engine";
+    case RuleScope::peer:
+        text = "peer " + std::to_string(peer_number);
+        return host_name.empty() ? text : text + " " + plain_text(host_name);
+    case RuleScope::application:
+        return "application " + application + " of peer " +
+               (peer_number >= 0 ? std::to_string(peer_number) : kav_peer_id);
+    case RuleScope::connection:
+        break;
+    }
+    const RE_stat_conn_header& ends = connection.header;
+    return "connection " + std::to_string(ends.m_conn_id) + " " + ip_text(ends.m_client_ip) + ":" +
+           std::to_string(ends.m_client_port) + " - " + ip_text(ends.m_server_ip) + ":" +
+           std::to_string(ends.m_server_port) + " of peer " + std::to_string(peer_number);
+}
+
+std::string Finding::figure_text() const
+{
+    const std::string shown = shown_value(rule->form, value);
+    return rule->figure + (shown.empty() ? "" : " " + shown) + limit_text(*rule, threshold);
+}
+
+std::vector<Finding> findings(const RuleSet& rules, const HealthMoments& moments)
+{
+    std::vector<Finding> found =
+        moments.now == nullptr ? findings_without_engine(rules) : Evaluation(rules, moments).run();
+    std::stable_sort(found.begin(), found.end(),
+                     [](const Finding& one, const Finding& other) { return one.severity > other.severity; });
+    return found;
+}
+
+// Rates are taken over one to two times as long.
+constexpr std::chrono::seconds moments_apart(5);
+
+const std::vector<Finding>& HealthWatch::update(RE_image_reader& reader, const Snapshot& now, clock::time_point at)
+{
+    using seconds = std::chrono::duration<double>;
+    if (!m_moments.empty() && m_moments.back().snapshot.engine_start_time != now.engine_start_time) {
+        m_moments.clear();
+        m_pending = {};
+    }
+    m_pending.update(reader, now, seconds(at - m_pending_at).count());
+    m_pending_at = at;
+
+    HealthMoments moments;
+    if (!m_moments.empty() && at > m_moments.front().at) {
+        moments.before = &m_moments.front().snapshot;
+        moments.seconds = seconds(at - m_moments.front().at).count();
+    }
+    moments.now = &now;
+    moments.extras = read_extras(reader, &m_pending);
+    m_findings = kavstat::findings(m_rules, moments);
+    remember_since(at);
+
+    if (m_moments.empty() || at - m_moments.back().at >= moments_apart) {
+        m_moments.push_back({now, at});
+    }
+    while (m_moments.size() > 1 && at - m_moments[1].at >= moments_apart) {
+        m_moments.pop_front();
+    }
+    return m_findings;
+}
+
+const std::vector<Finding>& HealthWatch::lose(clock::time_point at)
+{
+    m_moments.clear();
+    m_pending = {};
+    m_findings = kavstat::findings(m_rules, {});
+    remember_since(at);
+    return m_findings;
+}
+
+void HealthWatch::remember_since(clock::time_point at)
+{
+    std::map<std::string, clock::time_point> since;
+    for (Finding& found : m_findings) {
+        const std::string key = std::string(found.rule->name) + " " + found.subject();
+        const auto earlier = m_since.find(key);
+        const clock::time_point first = earlier != m_since.end() ? earlier->second : at;
+        since.emplace(key, first);
+        const double seconds = std::chrono::duration<double>(at - first).count();
+        if (found.since.kind != Since::Kind::time && seconds > found.since.seconds) {
+            found.since = {Since::Kind::at_least, seconds, 0};
+        }
+    }
+    m_since = std::move(since);
+}
+
+} // namespace kavstat

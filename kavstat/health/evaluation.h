@@ -1,0 +1,134 @@
+// What is wrong with an engine, by the table of rules: over two moments, or over and over in a live view.
+#pragma once
+
+#include "health/rules.h"
+#include "model/snapshot.h"
+
+#include <chrono>
+#include <deque>
+#include <map>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace kavstat {
+
+// A connection with data pending, and how long it has moved none.
+struct PendingConnection
+{
+    int slot = 0;
+    int peer_number = -1;
+    RE_stat_conn_header header{};
+    std::time_t open_time = 0;
+    double pending = 0;           // bytes
+    unsigned long long moved = 0; // bytes in all directions, wraps
+    double silent = 0;            // seconds, as far as is known
+};
+
+// Follows the connections that have data pending. An engine may have a million connections: they are looked at only
+// while the engine's sums say that some of them have any.
+class PendingConnections
+{
+public:
+    // Looks at the open connections. seconds: since the last time.
+    void update(RE_stat_reader& reader, const Snapshot& now, double seconds);
+    const std::unordered_map<int, PendingConnection>& by_slot() const { return m_by_slot; }
+
+private:
+    std::unordered_map<int, PendingConnection> m_by_slot;
+};
+
+// What rules look at beside the snapshot.
+struct HealthExtras
+{
+    int bypass_servers = 0;
+    int bypass_servers_with_nacks = 0;
+    const PendingConnections* pending = nullptr; // none are judged without it
+};
+// Reads the auto-bypass table.
+HealthExtras read_extras(RE_image_reader& reader, const PendingConnections* pending);
+
+// Two moments of one engine.
+struct HealthMoments
+{
+    const Snapshot* before = nullptr; // rules that need two moments are not judged without it
+    const Snapshot* now = nullptr;    // there is no engine without it
+    double seconds = 0;               // between the two
+    HealthExtras extras;              // of now
+};
+
+// Since when it has been so, as far as is known.
+struct Since
+{
+    enum class Kind
+    {
+        moment,   // now is all that is known
+        at_least, // for at least so many seconds
+        interval, // it is what happened in so many seconds
+        time,     // since that time exactly
+    };
+    Kind kind = Kind::moment;
+    double seconds = 0;
+    std::time_t time = 0; // seconds since the epoch
+};
+// "since 2023-11-14 22:13:20", "for at least 2 s", "in the last 2 s", or nothing.
+std::string text_of(const Since& since);
+
+struct Finding
+{
+    const Rule* rule = nullptr;
+    Severity severity = Severity::warning;
+    double value = 0;     // in base units
+    double threshold = 0; // in base units
+    Since since;
+    // Who it is about; as far as the scope has it.
+    int peer_slot = -1;
+    int peer_number = -1;
+    std::string host_name;   // the peer's, as it sent it: any bytes
+    std::string kav_peer_id; // of a peer or of an application's peer
+    std::string application; // as the metrics' label has it
+    PendingConnection connection;
+
+    // "peer 3 branch-3.example.net", printable ASCII alone.
+    std::string subject() const;
+    // "messages nacked 1.20% (limit 0.10%)"
+    std::string figure_text() const;
+};
+
+// What is wrong, critical first, then in the table's order.
+std::vector<Finding> findings(const RuleSet& rules, const HealthMoments& moments);
+
+// Evaluates again and again, for live views: rates are taken over some seconds however often it is looked, and since
+// when something is wrong is remembered.
+class HealthWatch
+{
+public:
+    using clock = std::chrono::steady_clock;
+    explicit HealthWatch(RuleSet rules = {}) : m_rules(std::move(rules)) {}
+
+    // Takes the statistics of now. reader: open, what the snapshot was taken from.
+    const std::vector<Finding>& update(RE_image_reader& reader, const Snapshot& now, clock::time_point at);
+    // There is no engine.
+    const std::vector<Finding>& lose(clock::time_point at);
+
+    const std::vector<Finding>& findings() const { return m_findings; }
+    const RuleSet& rules() const { return m_rules; }
+
+private:
+    struct Moment
+    {
+        Snapshot snapshot;
+        clock::time_point at;
+    };
+
+    void remember_since(clock::time_point at);
+
+    RuleSet m_rules;
+    std::deque<Moment> m_moments; // some seconds apart
+    PendingConnections m_pending;
+    clock::time_point m_pending_at;
+    std::map<std::string, clock::time_point> m_since; // by rule and subject
+    std::vector<Finding> m_findings;
+};
+
+} // namespace kavstat

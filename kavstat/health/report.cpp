@@ -1,0 +1,172 @@
+#include "health/report.h"
+
+#include "format/text.h"
+
+#include <algorithm>
+
+namespace kavstat {
+
+namespace {
+
+// Of one rule; a peer that is gone can leave thousands of connections stuck.
+constexpr int most_findings_shown = 10;
+constexpr std::size_t most_findings_in_status_line = 3;
+
+const char* upper_word(Severity severity)
+{
+    return severity == Severity::critical ? "CRITICAL" : "WARNING";
+}
+
+// To monitors a bar begins figures of their own.
+std::string one_line(const std::string& text)
+{
+    std::string line = plain_text(text);
+    std::replace(line.begin(), line.end(), '|', '/');
+    return line;
+}
+
+std::string number_of(int count, const std::string& thing)
+{
+    return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
+}
+
+std::string looked_at(const HealthReport& report)
+{
+    const std::string rates = report.seconds ? "rates over " + shown_value(Form::seconds, *report.seconds)
+                                             : "levels only, as rates take two moments";
+    return number_of(report.rules, "rule") + ", " + number_of(report.peers, "peer") + ", " +
+           number_of(report.applications, "application") + ", " + number_of(report.connections, "open connection") +
+           "; " + rates;
+}
+
+std::string status_line(const HealthReport& report)
+{
+    std::string line = std::string("KAV ") + word_of(report.status()) + ": ";
+    if (!report.unknown.empty()) {
+        return line + report.unknown;
+    }
+    if (report.findings.empty()) {
+        return line + "healthy - " + looked_at(report);
+    }
+    line += number_of(static_cast<int>(report.findings.size()), "problem") + " - ";
+    for (std::size_t at = 0; at < report.findings.size(); ++at) {
+        if (at == most_findings_in_status_line) {
+            return line + "; ...";
+        }
+        const Finding& finding = report.findings[at];
+        line += (at > 0 ? "; " : "") + finding.subject() + ": " + finding.rule->name;
+    }
+    return line;
+}
+
+std::string finding_line(const Finding& finding)
+{
+    std::string line = std::string(upper_word(finding.severity)) + " " + finding.subject() + ": " +
+                       finding.figure_text();
+    const std::string since = text_of(finding.since);
+    return line + (since.empty() ? "" : ", " + since) + " [" + finding.rule->name + "]";
+}
+
+void add_line(Output& output, const std::string& line)
+{
+    output.add(one_line(line));
+    output.add('\n');
+}
+
+} // namespace
+
+const char* word_of(HealthStatus status)
+{
+    switch (status) {
+    case HEALTH_OK:
+        return "OK";
+    case HEALTH_WARNING:
+        return "WARNING";
+    case HEALTH_CRITICAL:
+        return "CRITICAL";
+    case HEALTH_UNKNOWN:
+        break;
+    }
+    return "UNKNOWN";
+}
+
+HealthStatus HealthReport::status() const
+{
+    if (!unknown.empty()) {
+        return HEALTH_UNKNOWN;
+    }
+    if (findings.empty()) {
+        return HEALTH_OK;
+    }
+    return findings.front().severity == Severity::critical ? HEALTH_CRITICAL : HEALTH_WARNING;
+}
+
+HealthReport health_report(const RuleSet& rules, const HealthMoments& moments, std::string source)
+{
+    HealthReport report;
+    report.findings = findings(rules, moments);
+    report.source = std::move(source);
+    report.rules = static_cast<int>(std::count_if(rules.settings.begin(), rules.settings.end(),
+                                                  [](const RuleSetting& setting) { return setting.b_enabled; }));
+    report.peers = static_cast<int>(moments.now->peers.size());
+    report.applications = static_cast<int>(moments.now->apps.size());
+    report.connections = moments.now->active_connections;
+    report.engine_start_time = moments.now->engine_start_time;
+    report.capture_time = moments.now->capture_time;
+    if (moments.before != nullptr && moments.seconds > 0) {
+        report.seconds = moments.seconds;
+        report.b_restarted = moments.before->engine_start_time != moments.now->engine_start_time;
+    }
+    return report;
+}
+
+HealthReport unknown_health(const RuleSet& rules, std::string reason, std::string source, bool b_no_engine)
+{
+    HealthReport report;
+    report.unknown = std::move(reason);
+    report.source = std::move(source);
+    if (b_no_engine) {
+        report.findings = findings(rules, {});
+    }
+    return report;
+}
+
+void write_health_text(const HealthReport& report, bool b_all, Output& output)
+{
+    add_line(output, status_line(report));
+    const Rule* rule = nullptr;
+    int shown = 0;
+    int left_out = 0;
+    const auto say_left_out = [&] {
+        if (left_out > 0) {
+            add_line(output, "... and " + number_of(left_out, "more " + std::string(word_of(rule->scope))) + " [" +
+                                 rule->name + "]; --all lists them");
+        }
+    };
+    for (const Finding& finding : report.findings) {
+        if (finding.rule != rule) {
+            say_left_out();
+            rule = finding.rule;
+            shown = left_out = 0;
+        }
+        if (shown == most_findings_shown && !b_all) {
+            ++left_out;
+            continue;
+        }
+        ++shown;
+        add_line(output, finding_line(finding));
+        // Once is enough for what stands below each other.
+        if (shown == 1) {
+            add_line(output, std::string("    ") + finding.rule->meaning + " " + finding.rule->remedy);
+        }
+    }
+    say_left_out();
+    if (report.b_restarted) {
+        add_line(output, "The engine was started anew between the two moments; rates count from that start.");
+    }
+    if (!report.findings.empty() && report.unknown.empty()) {
+        add_line(output, "Looked at: " + looked_at(report));
+    }
+}
+
+} // namespace kavstat

@@ -1,0 +1,577 @@
+// The table of rules, and what it says about two moments.
+#include "health_edges.h"
+#include "kavstat_fixture.h"
+
+#include <cstring>
+
+namespace {
+
+using names = std::vector<std::string>;
+
+class health : public testing::Test
+{
+protected:
+    health() { setenv("TZ", "UTC", 1); }
+};
+
+} // namespace
+
+TEST_F(health, finds_nothing_wrong_with_a_healthy_engine)
+{
+    EXPECT_EQ(two_moments().broken(), names{});
+    EXPECT_EQ(two_moments().text(),
+              "KAV OK: healthy - 50 rules, 1 peer, 1 application, 5 open connections; rates over 10 s\n");
+}
+
+TEST_F(health, tells_both_sides_of_every_threshold)
+{
+    for (const edge& each : edges()) {
+        two_moments healthy;
+        each.healthy(healthy);
+        EXPECT_EQ(healthy.broken(), names{}) << each.rule;
+        two_moments ill;
+        each.ill(ill);
+        const names broken = ill.broken();
+        EXPECT_EQ(std::count(broken.begin(), broken.end(), each.rule), 1) << each.rule;
+    }
+}
+
+TEST_F(health, has_an_edge_for_every_rule)
+{
+    std::set<std::string> tried = {"no_engine", "connection_stuck"}; // which have tests of their own
+    for (const edge& each : edges()) {
+        tried.insert(each.rule);
+    }
+    for (const Rule& rule : all_rules()) {
+        EXPECT_EQ(tried.erase(rule.name), 1U) << rule.name;
+    }
+    EXPECT_TRUE(tried.empty());
+}
+
+TEST_F(health, has_rules_that_make_sense)
+{
+    std::set<std::string> seen;
+    for (const Rule& rule : all_rules()) {
+        EXPECT_TRUE(std::regex_match(rule.name, std::regex("[a-z][a-z_]*[a-z]"))) << rule.name;
+        EXPECT_TRUE(seen.insert(rule.name).second) << rule.name;
+        EXPECT_TRUE(std::string(rule.meaning).ends_with('.')) << rule.name;
+        EXPECT_TRUE(std::string(rule.remedy).ends_with('.')) << rule.name;
+        EXPECT_GE(rule.hold, 0) << rule.name;
+        // A rule of the engine knows no peer, and only applications have their counters.
+        std::vector<Term> terms = {rule.term};
+        for (const std::optional<Term>& term : rule.also) {
+            terms.insert(terms.end(), term.value_or(Term{}));
+        }
+        for (const Term& term : terms) {
+            for (const Sum& sum : {term.part, term.whole}) {
+                for (const Figure& figure : sum.figures()) {
+                    if (figure.kind == Figure::Kind::peer || figure.kind == Figure::Kind::outdated ||
+                        figure.kind == Figure::Kind::connected) {
+                        EXPECT_EQ(rule.scope, RuleScope::peer) << rule.name;
+                    }
+                    if (figure.kind == Figure::Kind::application) {
+                        EXPECT_EQ(rule.scope, RuleScope::application) << rule.name;
+                    }
+                }
+            }
+        }
+    }
+}
+
+TEST_F(health, says_what_is_wrong_where_since_when_and_what_to_do)
+{
+    two_moments moments;
+    moments.engine(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_FAILED);
+    moments.connections(RE_STAT_CONN_ID_DECODE_NUM_MSGS, 50000, 59880);
+    moments.peer(RE_STAT_PEER_ID_NUM_NACKS, 100, 220);
+    EXPECT_EQ(moments.text(),
+              "KAV CRITICAL: 2 problems - engine: cache_failed; peer 3 branch-3: nacks_frequent\n"
+              "CRITICAL engine: cache state failed, for at least 10 s [cache_failed]\n"
+              "    The engine has given up its cache; traffic passes without redundancy elimination. Save the statistics "
+              "(exec_show_stats_kav save-file FILE), then look at the disk and restart the engine.\n"
+              "WARNING peer 3 branch-3: messages nacked 1.20% (at most 0.10%), in the last 10 s [nacks_frequent]\n"
+              "    Messages of the peer could not be decoded here and are asked for again; each costs a round trip. Look "
+              "at the reasons (exec_show_stats_kav peer nack). Many chunk-misses: the cache here is smaller than the "
+              "peer believes, or it lost data; compare both ends' cache ages.\n"
+              "Looked at: 50 rules, 1 peer, 1 application, 5 open connections; rates over 10 s\n");
+}
+
+TEST_F(health, knows_since_when_the_engine_runs)
+{
+    two_moments moments;
+    moments.before.engine_start_time = moments.now.engine_start_time = moments.now.capture_time - 90;
+    const std::vector<Finding> found = moments.findings();
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_EQ(found[0].figure_text(), "time since the engine's start 90 s (at least 5m)");
+    EXPECT_EQ(text_of(found[0].since), "since 2023-11-15 22:12:00");
+}
+
+TEST_F(health, names_an_application_and_its_peer)
+{
+    two_moments moments;
+    moments.application(RE_STAT_APP_ID_ENCODE_IN_KBYTES, 0xffffff00U, 0xffffff00U + 2048);
+    moments.application(RE_STAT_APP_ID_ENCODE_OUT_KBYTES, 0xffffff00U, 0xffffff00U + 4096);
+    const std::vector<Finding> found = moments.findings();
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_EQ(found[0].subject(), "application 443 of peer 3");
+    EXPECT_EQ(found[0].figure_text(), "size after encoding 200.00% (at most 110.00%)");
+}
+
+TEST_F(health, takes_no_alarm_from_a_few_messages)
+{
+    two_moments moments;
+    // One of 100 messages was nacked, then two of 19, then two of 20.
+    moments.connections(RE_STAT_CONN_ID_DECODE_NUM_MSGS, 0, 99);
+    moments.peer(RE_STAT_PEER_ID_NUM_NACKS, 0, 1);
+    EXPECT_EQ(moments.broken(), names{});
+    moments.connections(RE_STAT_CONN_ID_DECODE_NUM_MSGS, 0, 17);
+    moments.peer(RE_STAT_PEER_ID_NUM_NACKS, 0, 2);
+    EXPECT_EQ(moments.broken(), names{});
+    moments.connections(RE_STAT_CONN_ID_DECODE_NUM_MSGS, 0, 18);
+    EXPECT_EQ(moments.broken(), names{"nacks_frequent"});
+}
+
+TEST_F(health, wants_a_level_at_both_moments_when_it_has_to_hold)
+{
+    two_moments moments;
+    moments.engine(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_ACTIVE, RE_CACHE_TEMP_FAILED);
+    EXPECT_EQ(moments.broken(), names{});
+    moments.engine(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_ACTIVE, RE_CACHE_FAILED);
+    ASSERT_EQ(moments.broken(), names{"cache_failed"});
+    EXPECT_EQ(text_of(moments.findings()[0].since), "");
+}
+
+TEST_F(health, of_one_moment_judges_levels_alone)
+{
+    two_moments moments;
+    moments.engine(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_TEMP_FAILED);
+    moments.peer(RE_STAT_PEER_ID_NUM_NACKS, 0, 5000);
+    const HealthReport report = health_report({}, {nullptr, &moments.now, 0, {}}, "a file");
+    ASSERT_EQ(report.findings.size(), 1U);
+    EXPECT_STREQ(report.findings[0].rule->name, "cache_temporarily_failed");
+    EXPECT_EQ(report.status(), HEALTH_WARNING);
+    StringSink sink;
+    Output output(sink);
+    write_health_text(report, false, output);
+    output.flush();
+    EXPECT_TRUE(sink.text().ends_with("; levels only, as rates take two moments\n")) << sink.text();
+}
+
+TEST_F(health, judges_no_counter_that_was_reset)
+{
+    two_moments moments;
+    moments.engine(RE_STAT_GLOBAL_ID_LOWMEM_OPEN_ERROR, 5000, 7);
+    moments.engine(RE_STAT_GLOBAL_ID_LOWMEM_MALLOC_ERROR, 5000, 5001);
+    EXPECT_EQ(moments.broken(), names{});
+}
+
+TEST_F(health, after_a_restart_counts_from_the_start)
+{
+    two_moments moments;
+    moments.before.engine_start_time = two_moments::start - two_moments::day;
+    moments.now.engine_start_time = moments.now.capture_time - 600;
+    moments.engine(RE_STAT_GLOBAL_ID_LOWMEM_OPEN_ERROR, 5000, 300);
+    const std::vector<Finding> found = moments.findings();
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_EQ(found[0].figure_text(),
+              "connections, decodings and allocations failed for want of memory 0.50/s (at most 0/s)");
+    EXPECT_EQ(text_of(found[0].since), "in the last 10m");
+    EXPECT_NE(moments.text().find("\nThe engine was started anew between the two moments; rates count from that "
+                                  "start.\n"),
+              std::string::npos);
+}
+
+TEST_F(health, judges_no_rates_of_a_peer_that_is_new_in_its_place)
+{
+    two_moments moments;
+    moments.peer(RE_STAT_PEER_ID_NUM_CTX_OUT_OF_SYNC, 4, 5);
+    moments.before.peers[0].number = 7;
+    EXPECT_EQ(moments.broken(), names{});
+    moments.before.peers[0].number = 3;
+    EXPECT_EQ(moments.broken(), names{"peer_out_of_sync"});
+}
+
+TEST_F(health, finds_each_peer_by_its_slot)
+{
+    two_moments moments;
+    SnapshotPeer other = moments.now.peers[0];
+    other.slot = 5;
+    other.number = 6;
+    moments.before.peers.push_back(other);
+    other.figures[RE_STAT_PEER_ID_NUM_CTX_OUT_OF_SYNC] = 1;
+    moments.now.peers = {other}; // the first one is gone
+    const std::vector<Finding> found = moments.findings();
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_EQ(found[0].peer_number, 6);
+}
+
+TEST_F(health, takes_any_figures)
+{
+    constexpr long long extremes[] = {std::numeric_limits<long long>::min(), -1, 0, 1,
+                                      std::numeric_limits<long long>::max()};
+    for (const long long early : extremes) {
+        for (const long long late : extremes) {
+            two_moments moments;
+            moments.before.engine.fill(early);
+            moments.now.engine.fill(late);
+            moments.before.connections.fill(early);
+            moments.now.connections.fill(late);
+            for (auto* const figures : {&moments.before.peers[0], &moments.now.peers[0]}) {
+                figures->figures.fill(figures == &moments.now.peers[0] ? late : early);
+                figures->connections.fill(figures == &moments.now.peers[0] ? late : early);
+            }
+            moments.before.capture_time = early;
+            moments.now.engine_start_time = late;
+            EXPECT_FALSE(moments.text().empty());
+        }
+    }
+}
+
+TEST_F(health, knows_a_reserve_of_nothing_from_one_that_is_not_measured)
+{
+    two_moments moments;
+    moments.engine(RE_STAT_GLOBAL_ID_LOWMEM_LOWEST_RESERVE, 0);
+    EXPECT_EQ(moments.broken(), names{});
+    moments.engine(RE_STAT_GLOBAL_ID_LOWMEM_DECODE_ERROR, 1);
+    EXPECT_EQ(moments.broken(), names{"memory_reserve_low"});
+}
+
+TEST_F(health, keeps_hostile_names_harmless)
+{
+    two_moments moments;
+    moments.outdated();
+    std::strcpy(moments.now.peers[0].header.m_peer_host_name, "a\x1B[2J|b\nc");
+    const std::string text = moments.text();
+    EXPECT_NE(text.find("WARNING peer 3 a?[2J/b?c: is outdated"), std::string::npos) << text;
+    EXPECT_EQ(text.find('|'), std::string::npos);
+}
+
+TEST_F(health, shows_ten_of_many)
+{
+    two_moments moments;
+    moments.outdated();
+    for (int number = 4; number <= 15; ++number) {
+        SnapshotPeer peer = moments.now.peers[0];
+        peer.slot = peer.number = number;
+        moments.now.peers.push_back(peer);
+        moments.before.peers.push_back(peer);
+    }
+    const auto lines = [](const std::string& text, const std::string& begin) {
+        std::istringstream stream(text);
+        int count = 0;
+        for (std::string line; std::getline(stream, line);) {
+            count += line.starts_with(begin) ? 1 : 0;
+        }
+        return count;
+    };
+    EXPECT_EQ(lines(moments.text(), "WARNING peer"), 10);
+    EXPECT_EQ(lines(moments.text(), "... and 3 more peers [peer_outdated]; --all lists them"), 1);
+    EXPECT_EQ(lines(moments.text(true), "WARNING peer"), 13);
+    EXPECT_EQ(lines(moments.text(true), "... and"), 0);
+}
+
+TEST_F(health, shows_values_in_units_that_people_read)
+{
+    EXPECT_EQ(shown_value(Form::seconds, 0.0125), "12.5 ms");
+    EXPECT_EQ(shown_value(Form::seconds, 2), "2 s");
+    EXPECT_EQ(shown_value(Form::seconds, 2.54), "2.5 s");
+    EXPECT_EQ(shown_value(Form::seconds, 119.9), "119.9 s");
+    EXPECT_EQ(shown_value(Form::seconds, 3599), "59m59s");
+    EXPECT_EQ(shown_value(Form::seconds, 3600), "1h");
+    EXPECT_EQ(shown_value(Form::seconds, 93600), "1d2h");
+    EXPECT_EQ(shown_value(Form::bytes, 1023), "1023 B");
+    EXPECT_EQ(shown_value(Form::bytes, 1536), "1.5 KB");
+    EXPECT_EQ(shown_value(Form::bytes, 67108864), "64.0 MB");
+    EXPECT_EQ(shown_value(Form::percent, 0.001), "0.10%");
+    EXPECT_EQ(shown_value(Form::state, 1), "initializing");
+    EXPECT_EQ(shown_value(Form::state, 9), "unknown");
+}
+
+// ---- Without an engine.
+
+TEST_F(health, without_an_engine_is_unknown)
+{
+    const HealthReport report = unknown_health({}, "no engine is running", "the running engine", true);
+    EXPECT_EQ(report.status(), HEALTH_UNKNOWN);
+    StringSink sink;
+    Output output(sink);
+    write_health_text(report, false, output);
+    output.flush();
+    EXPECT_EQ(sink.text(),
+              "KAV UNKNOWN: no engine is running\n"
+              "CRITICAL engine: no engine is running [no_engine]\n"
+              "    There are no statistics: the engine has stopped, is still starting, or may not be read. Start the "
+              "engine; the system log says why it stopped. If it runs, check KAV_STAT_SEGMENT, KAV_STAT_OWNER and the "
+              "permission to read its shared memory.\n");
+}
+
+// ---- Connections that are stuck, in an engine.
+
+class health_of_connections : public kavstat_test
+{
+protected:
+    int open_conn(int id)
+    {
+        RE_stat_conn_header ends = conn_header_of(1);
+        ends.m_conn_id = id;
+        ends.m_client_ip = 0xc000020a;
+        ends.m_client_port = 40000;
+        ends.m_server_ip = 0xc6336401;
+        ends.m_server_port = 80;
+        return engine.open_conn(m_peer, ends, {}, now - 100);
+    }
+    void look(double seconds)
+    {
+        Source source;
+        ASSERT_EQ(source.open(), 0);
+        m_snapshot = take_snapshot(source.reader(), now);
+        m_pending.update(source.reader(), m_snapshot, seconds);
+    }
+    names stuck()
+    {
+        RuleSet rules;
+        for (RuleSetting& setting : rules.settings) {
+            setting.b_enabled = setting.rule->scope == RuleScope::connection;
+        }
+        names lines;
+        HealthExtras extras;
+        extras.pending = &m_pending;
+        for (const Finding& finding : findings(rules, {&m_snapshot, &m_snapshot, 2, extras})) {
+            lines.push_back(finding.subject() + ": " + finding.figure_text() + ", " + text_of(finding.since));
+        }
+        return lines;
+    }
+    void SetUp() override
+    {
+        start();
+        m_peer = engine.add_peer(3, peer_header_of(3));
+    }
+
+    int m_peer = -1;
+    Snapshot m_snapshot;
+    PendingConnections m_pending;
+};
+
+TEST_F(health_of_connections, finds_those_that_are_silent_with_data_pending)
+{
+    const int silent = open_conn(17);
+    const int busy = open_conn(18);
+    const int idle = open_conn(19);
+    const int closed = open_conn(20);
+    for (const int slot : {silent, busy, closed}) {
+        engine.set_conn_stat(slot, SO_STAT_WAN_W_PEND_SIZE, 4096);
+    }
+    engine.add_conn_stat(idle, SO_STAT_AO_RD_BYTES, 500);
+    engine.close_conn(closed, now);
+    look(0);
+    EXPECT_EQ(stuck(), names{});
+    engine.add_conn_stat(busy, SO_STAT_WAN_WT_BYTES, 1);
+    look(1.9);
+    EXPECT_EQ(stuck(), names{});
+    engine.add_conn_stat(busy, SO_STAT_AO_RD_BYTES, 1);
+    look(0.1);
+    EXPECT_EQ(stuck(), names{"connection 17 192.0.2.10:40000 - 198.51.100.1:80 of peer 3: open with data pending, time "
+                             "without any movement 2 s (less than 2 s), for at least 2 s"});
+    // It moves again.
+    engine.add_conn_stat(silent, SO_STAT_WAN_WT_BYTES, 1);
+    look(2);
+    EXPECT_EQ(stuck(), names{"connection 18 192.0.2.10:40000 - 198.51.100.1:80 of peer 3: open with data pending, time "
+                             "without any movement 2 s (less than 2 s), for at least 2 s"});
+}
+
+TEST_F(health_of_connections, begins_anew_with_another_one_in_the_slot)
+{
+    const int slot = open_conn(17);
+    engine.set_conn_stat(slot, SO_STAT_DEC_PEND_SIZE, 4096);
+    look(0);
+    engine.release_conn(slot);
+    const int next = open_conn(18);
+    ASSERT_EQ(next, slot);
+    engine.set_conn_stat(next, SO_STAT_DEC_PEND_SIZE, 4096);
+    look(5);
+    EXPECT_EQ(stuck(), names{});
+}
+
+TEST_F(health_of_connections, are_not_looked_at_while_nothing_is_pending)
+{
+    const int slot = open_conn(17);
+    engine.set_conn_stat(slot, SO_STAT_AO_W_PEND_SIZE, 4096);
+    look(0);
+    EXPECT_EQ(m_pending.by_slot().size(), 1U);
+    engine.set_conn_stat(slot, SO_STAT_AO_W_PEND_SIZE, 0);
+    look(5);
+    EXPECT_TRUE(m_pending.by_slot().empty());
+}
+
+// ---- Over and over, in a live view.
+
+class health_watch : public kavstat_test
+{
+protected:
+    const std::vector<Finding>& look(int second)
+    {
+        Source source;
+        EXPECT_EQ(source.open(), 0);
+        return m_watch.update(source.reader(), take_snapshot(source.reader(), now + second), at(second));
+    }
+    static HealthWatch::clock::time_point at(int second)
+    {
+        return HealthWatch::clock::time_point(std::chrono::seconds(1000 + second));
+    }
+    void SetUp() override
+    {
+        start(); // at 1700000000
+        engine.set_global(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_ACTIVE);
+        engine.set_global(RE_STAT_GLOBAL_ID_LOWMEM_LOWEST_RESERVE, 500);
+    }
+
+    HealthWatch m_watch;
+};
+
+TEST_F(health_watch, remembers_since_when)
+{
+    EXPECT_TRUE(look(0).empty());
+    engine.set_global(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_FAILED);
+    ASSERT_EQ(look(1).size(), 1U);
+    for (int second = 2; second < 40; ++second) {
+        look(second);
+    }
+    ASSERT_EQ(look(40).size(), 1U);
+    EXPECT_EQ(text_of(m_watch.findings()[0].since), "for at least 39 s");
+    engine.set_global(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_ACTIVE);
+    EXPECT_TRUE(look(41).empty());
+}
+
+TEST_F(health_watch, takes_rates_over_some_seconds)
+{
+    for (int second = 0; second <= 20; ++second) {
+        EXPECT_TRUE(look(second).empty());
+    }
+    engine.add_global(RE_STAT_GLOBAL_ID_LOWMEM_OPEN_ERROR, 10);
+    ASSERT_EQ(look(21).size(), 1U);
+    EXPECT_GE(m_watch.findings()[0].value, 1.0); // ten of them in ten seconds or less
+    // One error is news for some seconds, and then it is not.
+    int second = 22;
+    while (second < 60 && !look(second).empty()) {
+        ++second;
+    }
+    EXPECT_GE(second, 26);
+    EXPECT_LE(second, 32);
+}
+
+TEST_F(health_watch, loses_the_engine_and_finds_it_again)
+{
+    EXPECT_TRUE(look(0).empty());
+    ASSERT_EQ(m_watch.lose(at(1)).size(), 1U);
+    EXPECT_STREQ(m_watch.findings()[0].rule->name, "no_engine");
+    m_watch.lose(at(11));
+    EXPECT_EQ(text_of(m_watch.findings()[0].since), "for at least 10 s");
+    EXPECT_TRUE(look(12).empty());
+}
+
+// ---- The file of settings.
+
+class rule_file : public testing::Test
+{
+protected:
+    // The error without the file's path.
+    std::string error(const std::string& text)
+    {
+        write_file(m_path, text);
+        const std::string message = read_rule_file(m_path).error;
+        return message.starts_with(m_path) ? message.substr(m_path.size()) : message;
+    }
+    RuleSetting setting(const std::string& text, const char* rule)
+    {
+        write_file(m_path, text);
+        const RuleFileResult result = read_rule_file(m_path);
+        EXPECT_EQ(result.error, "");
+        for (const RuleSetting& each : result.rules.settings) {
+            if (std::string(each.rule->name) == rule) {
+                return each;
+            }
+        }
+        ADD_FAILURE() << "no such rule: " << rule;
+        return {};
+    }
+
+    scratch_folder m_folder;
+    std::string m_path = m_folder.file("rules.toml");
+};
+
+TEST_F(rule_file, changes_what_it_names_and_nothing_else)
+{
+    const std::string text = "window = \"1m\"\n"
+                             "[nacks_frequent]\n"
+                             "threshold = 0.5\n"
+                             "for = \"90s\"\n"
+                             "severity = \"critical\"\n"
+                             "[peer_outdated]\n"
+                             "enabled = false\n"
+                             "for = 7\n";
+    const RuleSetting nacks = setting(text, "nacks_frequent");
+    EXPECT_EQ(nacks.threshold, 0.5);
+    EXPECT_EQ(nacks.hold, 90);
+    EXPECT_EQ(nacks.severity, Severity::critical);
+    EXPECT_TRUE(nacks.b_enabled);
+    const RuleSetting outdated = setting(text, "peer_outdated");
+    EXPECT_FALSE(outdated.b_enabled);
+    EXPECT_EQ(outdated.hold, 7);
+    const RuleSetting slow = setting(text, "peer_slow");
+    EXPECT_EQ(slow.threshold, 0.5);
+    EXPECT_EQ(slow.hold, 60);
+    EXPECT_EQ(read_rule_file(m_path).rules.window, 60);
+    EXPECT_EQ(RuleSet().window, 300);
+}
+
+TEST_F(rule_file, is_what_judges)
+{
+    write_file(m_path, "[nacks_frequent]\nthreshold = 0.02\n[cache_failed]\nenabled = false\n"
+                       "[peer_out_of_sync]\nseverity = \"critical\"\n");
+    two_moments moments;
+    moments.engine(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_FAILED);
+    moments.peer(RE_STAT_PEER_ID_NUM_NACKS, 0, 150);
+    moments.peer(RE_STAT_PEER_ID_NUM_CTX_OUT_OF_SYNC, 0, 1);
+    const RuleFileResult file = read_rule_file(m_path);
+    ASSERT_EQ(file.error, "");
+    EXPECT_EQ(moments.broken(file.rules), names{"peer_out_of_sync"});
+    EXPECT_EQ(moments.findings(file.rules)[0].severity, Severity::critical);
+}
+
+TEST_F(rule_file, is_refused_with_the_line_of_the_mistake)
+{
+    EXPECT_TRUE(error("\n\n[nacks_frequent\n").starts_with(":3: ")) << error("\n\n[nacks_frequent\n");
+    EXPECT_EQ(error("\n[nack_frequent]\n"), ":2: there is no rule \"nack_frequent\"");
+    EXPECT_EQ(error("nacks_frequent = 3\n"), ":1: \"nacks_frequent\" is a rule, written as [nacks_frequent]");
+    EXPECT_EQ(error("[nacks_frequent]\n\nlimit = 3\n"),
+              ":3: a rule has no \"limit\", but threshold, for, severity, enabled");
+    EXPECT_EQ(error("[nacks_frequent]\nthreshold = \"0.1\"\n"), ":2: a threshold is a number");
+    EXPECT_EQ(error("[nacks_frequent]\nthreshold = 5\n"), ":2: a share is written as a number from 0 to 1");
+    EXPECT_EQ(error("[nacks_frequent]\nthreshold = nan\n"), ":2: a share is written as a number from 0 to 1");
+    EXPECT_EQ(error("[peer_slow]\nthreshold = -1\n"), ":2: a threshold is 0 to 1e15");
+    EXPECT_EQ(error("[peer_slow]\nthreshold = inf\n"), ":2: a threshold is 0 to 1e15");
+    EXPECT_EQ(error("[cache_failed]\nthreshold = 1\n"), ":2: cache_failed has no threshold");
+    EXPECT_EQ(error("[peer_slow]\nfor = \"soon\"\n"),
+              ":2: for is a number of seconds, or a text such as \"90s\", \"5m\", \"1h\"");
+    EXPECT_EQ(error("[peer_slow]\nfor = -1\n"), ":2: for is 0 seconds to 30 days");
+    EXPECT_EQ(error("[peer_slow]\nfor = \"31d\"\n"), ":2: for is 0 seconds to 30 days");
+    EXPECT_EQ(error("[peer_slow]\nfor = \"9223372036854775807d\"\n"),
+              ":2: for is a number of seconds, or a text such as \"90s\", \"5m\", \"1h\"");
+    EXPECT_EQ(error("window = 0\n"), ":1: window is 1 second to 30 days");
+    EXPECT_EQ(error("[peer_slow]\nseverity = \"high\"\n"), ":2: severity is \"warning\" or \"critical\"");
+    EXPECT_EQ(error("[peer_slow]\nenabled = \"no\"\n"), ":2: enabled is true or false");
+}
+
+TEST_F(rule_file, tells_of_the_first_mistake)
+{
+    EXPECT_EQ(error("[peer_slow]\nfor = -1\nseverity = \"high\"\nenabled = 3\n"), ":2: for is 0 seconds to 30 days");
+}
+
+TEST_F(rule_file, has_to_be_there_and_of_a_sensible_size)
+{
+    EXPECT_EQ(read_rule_file(m_folder.file("none")).error, m_folder.file("none") + ": cannot be read");
+    EXPECT_EQ(read_rule_file(m_folder.path()).error, m_folder.path() + ": cannot be read");
+    EXPECT_EQ(read_rule_file("/dev/zero").error, "/dev/zero: is too large");
+    EXPECT_EQ(error(""), "");
+    EXPECT_EQ(read_rule_file("/dev/null").error, "");
+}
