@@ -4,6 +4,7 @@
 #include "health/report.h"
 #include "model/counter_names.h"
 #include "serve/http_request.h"
+#include "watch/page.h"
 
 #include <CLI/CLI.hpp>
 
@@ -68,6 +69,21 @@ std::string check_scopes(const std::string& words)
     return parse_json_scopes(words, unknown) ? "" : "no such scope: \"" + unknown + "\"";
 }
 
+std::string check_diff_scopes(const std::string& words)
+{
+    DiffChoice choice;
+    std::string unknown;
+    return parse_diff_scopes(words, choice, unknown) ? "" : "no such scope: \"" + unknown + "\"";
+}
+
+// Said so that what is no number at all, which compares with nothing, is refused as well.
+std::string check_interval(const std::string& text)
+{
+    double seconds = 0;
+    const bool b_sound = CLI::detail::lexical_cast(text, seconds) && seconds >= 0.1 && seconds <= 3600;
+    return b_sound ? "" : "not between 0.1 and 3600 seconds: \"" + text + "\"";
+}
+
 void add_json(CLI::App& app, int& status)
 {
     CLI::App* const command = app.add_subcommand("json", "Statistics as one JSON document");
@@ -77,6 +93,11 @@ void add_json(CLI::App& app, int& status)
     command->add_option("--scope", *scopes, "Sections, joined by commas")
         ->check(CLI::Validator(check_scopes, "SECTIONS"))
         ->capture_default_str();
+    command
+        ->add_option("-i,--interval", options->interval,
+                     "A document after every so many seconds, each on one line, until SIGTERM or SIGINT")
+        ->check(CLI::Validator(check_interval, "SECONDS"))
+        ->excludes("--file");
     command->callback([options, scopes, &status] {
         std::string unknown;
         options->scopes = *parse_json_scopes(*scopes, unknown);
@@ -103,14 +124,6 @@ void add_metrics(CLI::App& app, int& status)
     command->callback([options, &status] { status = run_metrics(*options); });
 }
 
-// Said so that what is no number at all, which compares with nothing, is refused as well.
-std::string check_interval(const std::string& text)
-{
-    double seconds = 0;
-    const bool b_sound = CLI::detail::lexical_cast(text, seconds) && seconds >= 0.1 && seconds <= 3600;
-    return b_sound ? "" : "not between 0.1 and 3600 seconds: \"" + text + "\"";
-}
-
 void add_watch(CLI::App& app, int& status)
 {
     CLI::App* const command = app.add_subcommand("watch", "A live view with rates per second; ? tells its keys");
@@ -118,19 +131,18 @@ void add_watch(CLI::App& app, int& status)
     command->add_option("-i,--interval", options->interval, "Seconds between two looks at the engine")
         ->check(CLI::Validator(check_interval, "SECONDS"))
         ->capture_default_str();
-    const auto page = std::make_shared<std::string>(word_of(options->page));
-    std::vector<std::string> pages;
-    for (std::size_t at = 0; at < watch_page_count; ++at) {
-        pages.emplace_back(word_of(static_cast<WatchPage>(at)));
-    }
-    command->add_option("-p,--page", *page, "The page to start with")
+    const std::vector<std::string> pages = watch_page_names();
+    options->page = pages.front();
+    command->add_option("-p,--page", options->page, "The page to start with")
         ->check(CLI::IsMember(pages))
         ->capture_default_str();
+    command->add_option("-f,--file", options->file, file_help);
+    command->add_option("-s,--sort", options->sort, "What the page's rows are ordered by: a key of its JSON");
+    command->add_flag("-r,--reverse", options->b_reverse, "The other way round");
+    command->add_option("--filter", options->filter, "Only rows with this in them");
     command->add_flag("--once", options->b_once, "One report as text, after one interval; as all output to a pipe is");
-    command->callback([options, page, pages, &status] {
-        options->page = static_cast<WatchPage>(std::find(pages.begin(), pages.end(), *page) - pages.begin());
-        status = run_watch(*options);
-    });
+    command->add_flag("--json", options->b_json, "A line of JSON after every interval");
+    command->callback([options, &status] { status = run_watch(*options); });
 }
 
 void add_health(CLI::App& app, int& status)
@@ -206,9 +218,19 @@ void add_diff(CLI::App& app, int& status)
     command->add_option("A", options->before, "The earlier moment, a saved statistics file")->required();
     command->add_option("B", options->after,
                         "The later moment, a saved statistics file; the running engine without it");
-    command->add_flag("-a,--all", options->b_all, "Also what did not change");
+    command->add_flag("-a,--all", options->choice.b_all, "Also what did not change");
+    const auto scopes = std::make_shared<std::string>(all_diff_scopes());
+    command->add_option("--scope", *scopes, "What is compared, joined by commas")
+        ->check(CLI::Validator(check_diff_scopes, "SCOPES"))
+        ->capture_default_str();
+    command->add_option("-s,--search", options->choice.search, "Only counters with this in their name or meaning");
     command->add_flag("--force", options->b_force, "Compare statistics of different engines, or in the wrong order");
-    command->callback([options, &status] { status = run_diff(*options); });
+    command->add_flag("--json", options->b_json, "As JSON");
+    command->callback([options, scopes, &status] {
+        std::string unknown;
+        parse_diff_scopes(*scopes, options->choice, unknown);
+        status = run_diff(*options);
+    });
 }
 
 } // namespace

@@ -2,9 +2,9 @@
 // exit status.
 #pragma once
 
+#include "documents/diff.h"
 #include "documents/statistics_json.h"
 #include "serve/http_server.h"
-#include "watch/pages.h"
 
 #include <chrono>
 #include <optional>
@@ -37,6 +37,7 @@ struct JsonOptions
 {
     std::optional<std::string> file; // the running engine when there is none
     JsonScopes scopes;
+    std::optional<double> interval; // seconds between two documents, each on one line; one document when there is none
 };
 int run_json(const JsonOptions& options);
 // document: "statistics" or "health".
@@ -52,8 +53,9 @@ struct DiffOptions
 {
     std::string before;
     std::optional<std::string> after; // the running engine when there is none
-    bool b_all = false;
+    DiffChoice choice;
     bool b_force = false; // compare what had better not be compared
+    bool b_json = false;
 };
 int run_diff(const DiffOptions& options);
 
@@ -86,9 +88,14 @@ int run_serve(const ServeOptions& options);
 
 struct WatchOptions
 {
-    double interval = 1; // seconds between two looks at the engine
-    WatchPage page = WatchPage::engine;
+    double interval = 1;             // seconds between two looks at the engine
+    std::string page;                // the first one when empty
+    std::optional<std::string> file; // the running engine when there is none
+    std::string sort;                // the key of a column; the page's own when empty
+    bool b_reverse = false;
+    std::string filter;
     bool b_once = false; // one report as text
+    bool b_json = false; // a line of JSON for each look
 };
 // Until the user has seen enough, or SIGTERM, SIGINT or SIGHUP.
 int run_watch(const WatchOptions& options);

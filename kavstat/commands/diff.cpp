@@ -28,7 +28,11 @@ int run_diff(const DiffOptions& options)
     }
     DescriptorSink sink(STDOUT_FILENO);
     Output output(sink);
-    write_diff(before, after, options.b_all, output);
+    if (options.b_json) {
+        write_diff_json(before, after, options.choice, output);
+    } else {
+        write_diff(before, after, options.choice, output);
+    }
     return finish_output(output, sink);
 }
 

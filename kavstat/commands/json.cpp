@@ -1,14 +1,90 @@
 // kavstat json and kavstat schema.
 #include "commands/commands.h"
 #include "commands/report_error.h"
+#include "commands/stop_signals.h"
+#include "format/json_writer.h"
 #include "health/report.h"
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
+
 namespace kavstat {
+
+namespace {
+
+// Makes one line of what is written: JSON has line breaks between values only.
+class LineSink : public Sink
+{
+public:
+    explicit LineSink(Sink& sink) : m_sink(sink) {}
+    bool take(std::string_view bytes) override
+    {
+        m_line.assign(bytes);
+        std::erase(m_line, '\n');
+        return m_sink.take(m_line);
+    }
+    bool end_line() { return m_sink.take("\n"); }
+
+private:
+    Sink& m_sink;
+    std::string m_line; // its memory serves again and again
+};
+
+void write_error_line(int error, Output& output)
+{
+    JsonWriter json(output);
+    json.begin_object();
+    json.member("kavstat_json", json_version);
+    json.member("capture_time", std::time(nullptr));
+    json.member_text("error", Source::reason_of(error));
+    json.end_object();
+}
+
+// A document, or the reason why there is none, on one line. False when nobody takes it any more.
+bool write_line(const JsonOptions& options, Sink& sink)
+{
+    Source source; // opened anew for each line, so that an engine that was started anew is found
+    LineSink line(sink);
+    Output output(line);
+    if (const int error = source.open()) {
+        write_error_line(error, output);
+    } else {
+        write_statistics_json(source, options.scopes, std::time(nullptr), output);
+    }
+    // What was cut short in the middle is left as it is: no JSON, and so taken for none.
+    const bool b_taken = output.flush() || source.reader().is_cut();
+    return b_taken && line.end_line();
+}
+
+int write_lines(const JsonOptions& options)
+{
+    using clock = std::chrono::steady_clock;
+    const auto interval = std::chrono::duration<double>(*options.interval);
+    DescriptorSink sink(STDOUT_FILENO);
+    end_at_signals();
+    auto next = clock::now();
+    while (!is_stopped()) {
+        if (!write_line(options, sink)) {
+            Output output(sink);
+            output.give_up();
+            return finish_output(output, sink);
+        }
+        // Not faster afterwards when a reader was slow.
+        next = std::max(next + std::chrono::duration_cast<clock::duration>(interval), clock::now());
+        sleep_unless_stopped(std::chrono::duration<double>(next - clock::now()).count());
+    }
+    return EXIT_OK;
+}
+
+} // namespace
 
 int run_json(const JsonOptions& options)
 {
+    if (options.interval) {
+        return write_lines(options);
+    }
     Source source(options.file);
     if (const int status = open_or_report(source)) {
         return status;

@@ -2,17 +2,18 @@
 #include "RE_stat_error.h"
 #include "commands/commands.h"
 #include "commands/report_error.h"
+#include "commands/stop_signals.h"
 #include "watch/screen.h"
 #include "watch/view.h"
 
 #include <langinfo.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <clocale>
-#include <csignal>
 #include <cstring>
-#include <thread>
+#include <memory>
 
 namespace kavstat {
 
@@ -21,87 +22,112 @@ namespace {
 using clock = WatchModel::clock;
 using seconds = std::chrono::duration<double>;
 
-volatile std::sig_atomic_t b_stopped = 0;
-
-// Without restarting calls, so that whatever waits notices.
-void end_at_signals()
+// Looks at an engine again and again. Its statistics stay open from look to look, as opening them anew would mean to
+// find every page of its memory anew.
+class Looks
 {
-    struct sigaction action
+public:
+    explicit Looks(const std::optional<std::string>& file) : m_file(file) {}
+
+    void look(WatchModel& model, const WatchNeeds& needs)
     {
-    };
-    action.sa_handler = [](int) { b_stopped = 1; };
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        sigaction(signal, &action, nullptr);
+        // Opened beside the ones that are open: that is how an engine that was started anew is found.
+        auto found = std::make_unique<Source>(m_file);
+        if (const int error = found->open()) {
+            m_source.reset();
+            model.lose(error);
+            return;
+        }
+        const bool b_same = m_source != nullptr && (m_file || found->is_same_engine(*m_source));
+        if (!b_same) {
+            m_source = std::move(found);
+        }
+        RE_image_reader& reader = m_source->reader();
+        if (!m_file) {
+            reader.patience() = RE_patience::with_engine(longest_wait);
+        }
+        model.update(reader, needs, b_same, std::time(nullptr), clock::now());
+        lose_if_cut(model);
     }
-}
 
-void look(Source& source, WatchModel& model, const WatchView& view)
-{
-    // Opened anew each time: that is how an engine that was restarted is found.
-    if (const int error = source.open()) {
-        model.lose(error);
-        return;
+    // Reads what a page needs that has just been turned to.
+    void turn(WatchModel& model, const WatchNeeds& needs)
+    {
+        if (m_source != nullptr && model.is_up()) {
+            model.read(m_source->reader(), needs, clock::now());
+            lose_if_cut(model);
+        }
     }
-    model.update(source.reader(), view.needs_connections(), std::time(nullptr), clock::now());
-    if (source.reader().is_cut()) {
-        model.lose(RE_STAT_ERR_CUT);
-    }
-    source.close();
-}
 
-// Sleeps, unless a signal comes.
-void sleep_for(double length)
-{
-    const auto end = clock::now() + seconds(length);
-    while (b_stopped == 0 && clock::now() < end) {
-        std::this_thread::sleep_for(std::min<seconds>(end - clock::now(), seconds(0.05)));
+private:
+    void lose_if_cut(WatchModel& model)
+    {
+        if (m_source->reader().is_cut()) {
+            m_source.reset();
+            model.lose(RE_STAT_ERR_CUT);
+        }
     }
-}
 
-int watch_as_text(Source& source, WatchView& view, const WatchOptions& options)
+    // For records that the engine is changing: nobody who presses a key notices.
+    static constexpr std::int64_t longest_wait = RE_patience::second / 20;
+
+    std::optional<std::string> m_file;
+    std::unique_ptr<Source> m_source;
+};
+
+// What has neither keys nor colours: text or JSON, for a pipe, a log or a terminal that cannot be drawn on.
+int watch_as_text(Looks& looks, WatchView& view, const WatchOptions& options)
 {
     DescriptorSink sink(STDOUT_FILENO);
     Output output(sink);
     WatchModel model;
-    look(source, model, view);
-    if (options.b_once && !model.is_up()) {
-        report_error(Source::reason_of(model.error()));
+    looks.look(model, view.needs());
+    const bool b_once = options.b_once || options.file;
+    if (b_once && !model.is_up()) {
+        report_error((options.file ? *options.file + ": " : "") + Source::reason_of(model.error()));
         return EXIT_NO_STATISTICS;
     }
-    // A rate takes two looks.
     do {
-        sleep_for(view.interval());
-        if (b_stopped != 0) {
-            break;
+        // A rate takes two looks; a file has none.
+        if (!options.file) {
+            sleep_unless_stopped(view.interval());
+            if (is_stopped()) {
+                break;
+            }
+            looks.look(model, view.needs());
         }
-        look(source, model, view);
-        for (const std::string& line : view.report(model)) {
-            output.add(line);
-            output.add('\n');
-        }
-        if (!options.b_once) {
-            output.add('\n');
+        if (options.b_json) {
+            view.write_json(model, output);
+        } else {
+            for (const std::string& line : view.report(model)) {
+                output.add(line);
+                output.add('\n');
+            }
+            if (!b_once) {
+                output.add('\n');
+            }
         }
         if (const int status = finish_output(output, sink)) {
             return status;
         }
-    } while (!options.b_once);
+    } while (!b_once);
     return EXIT_OK;
 }
 
-int watch_on_screen(Source& source, WatchView& view, WatchScreen& screen)
+int watch_on_screen(Looks& looks, WatchView& view, WatchScreen& screen, bool b_file)
 {
     WatchModel model;
     auto next_look = clock::now();
-    while (b_stopped == 0 && !view.is_over()) {
+    while (!is_stopped() && !view.is_over()) {
         if (clock::now() >= next_look) {
-            if (!view.is_paused()) {
-                look(source, model, view);
+            // A file does not change.
+            if (!view.is_paused() && !(b_file && model.is_up())) {
+                looks.look(model, view.needs());
             }
             next_look = clock::now() + std::chrono::duration_cast<clock::duration>(seconds(view.interval()));
         }
         screen.draw(view.screen(model, WatchScreen::width(), WatchScreen::height()));
-        const WatchPage page = view.page();
+        const WatchPage* const page = &view.page();
         const double interval = view.interval();
         int key = 0;
         switch (screen.wait(seconds(next_look - clock::now()).count(), key)) {
@@ -114,13 +140,35 @@ int watch_on_screen(Source& source, WatchView& view, WatchScreen& screen)
         case WatchScreen::event::resize:
             break;
         }
-        // Connections are read when their page is turned to, not an interval later.
-        const bool b_more_often = view.interval() < interval;
-        if ((view.page() != page && view.needs_connections()) || b_more_often) {
+        if (&view.page() != page) {
+            looks.turn(model, view.needs());
+        }
+        if (view.interval() < interval) {
             next_look = clock::now();
         }
     }
     return EXIT_OK;
+}
+
+// The page to start with, as the options have it; nothing when there is no such column, which has been reported then.
+bool set_up(WatchPage& page, const WatchOptions& options)
+{
+    page.filter_by(options.filter);
+    if (options.sort.empty()) {
+        return true;
+    }
+    const std::vector<std::string> keys = page.order_keys();
+    if (std::find(keys.begin(), keys.end(), options.sort) == keys.end()) {
+        std::string all;
+        for (const std::string& key : keys) {
+            all += (all.empty() ? "" : ", ") + key;
+        }
+        report_error("--sort: the page \"" + page.name() + "\" has " +
+                     (all.empty() ? "no columns" : "no column \"" + options.sort + "\", but " + all));
+        return false;
+    }
+    page.order_by(options.sort, options.b_reverse);
+    return true;
 }
 
 } // namespace
@@ -130,16 +178,22 @@ int run_watch(const WatchOptions& options)
     // For characters and nothing else: numbers keep their points.
     std::setlocale(LC_CTYPE, "");
     const bool b_unicode = std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
-    Source source;
-    WatchView view(options.page, options.interval, b_unicode);
+    const std::vector<std::string> names = watch_page_names();
+    const auto first = std::find(names.begin(), names.end(), options.page);
+    WatchView view(first != names.end() ? static_cast<std::size_t>(first - names.begin()) : 0, options.interval,
+                   b_unicode, options.file);
+    if (!set_up(view.page(), options)) {
+        return EXIT_USAGE;
+    }
+    Looks looks(options.file);
     end_at_signals();
-    if (!options.b_once && isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0) {
+    if (!options.b_once && !options.b_json && isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0) {
         WatchScreen screen;
         if (screen.is_usable()) {
-            return watch_on_screen(source, view, screen);
+            return watch_on_screen(looks, view, screen, options.file.has_value());
         }
     }
-    return watch_as_text(source, view, options);
+    return watch_as_text(looks, view, options);
 }
 
 } // namespace kavstat

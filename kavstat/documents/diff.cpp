@@ -5,9 +5,12 @@
 #include "model/counter_names.h"
 #include "model/record_fields.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <functional>
 #include <map>
 
 namespace kavstat {
@@ -19,6 +22,7 @@ using diff_row = std::array<std::string, diff_columns>;
 
 constexpr const char* mark_restarted = "since the restart";
 constexpr const char* mark_went_back = "went back: reset";
+constexpr const char* state_gone = "gone";
 
 std::string with_sign(long long value)
 {
@@ -32,103 +36,112 @@ std::string rate_text(double per_second)
     return text;
 }
 
-// Gathers the rows of one section and prints them, aligned, when there are any.
-class section
+// A counter that is shown.
+struct DiffRow
 {
-public:
-    section(std::string title, bool b_restarted, double seconds, bool b_all)
-        : m_title(std::move(title)), m_b_restarted(b_restarted), m_seconds(seconds), m_b_all(b_all)
-    {}
-
-    void add(const std::string& key, RE_stat_unit unit, RE_stat_kind kind, long long before, long long after)
-    {
-        add(key, unit, kind, before, after, change_of(kind, before, after, m_b_restarted));
-    }
-    void add_32(const std::string& key, RE_stat_unit unit, RE_stat_kind kind, std::uint32_t before, std::uint32_t after)
-    {
-        add(key, unit, kind, before, after, change_of_32(kind, before, after, m_b_restarted));
-    }
-
-    void print(Output& output) const
-    {
-        if (m_rows.size() == 1) {
-            return;
-        }
-        std::array<std::size_t, diff_columns> widths{};
-        for (const diff_row& one : m_rows) {
-            for (std::size_t column = 0; column < diff_columns; ++column) {
-                widths[column] = std::max(widths[column], one[column].size());
-            }
-        }
-        output.add('\n');
-        output.add(m_title);
-        output.add('\n');
-        for (const diff_row& one : m_rows) {
-            std::string line;
-            for (std::size_t column = 0; column < diff_columns; ++column) {
-                const std::string blanks(widths[column] - one[column].size(), ' ');
-                const bool b_left = column <= 1 || column == diff_columns - 1;
-                line += "  " + (b_left ? one[column] + blanks : blanks + one[column]);
-            }
-            line.resize(line.find_last_not_of(' ') + 1);
-            output.add(line);
-            output.add('\n');
-        }
-    }
-
-private:
-    void add(const std::string& key, RE_stat_unit unit, RE_stat_kind kind, long long before, long long after,
-             const Change& change)
-    {
-        if (change.kind == ChangeKind::none && !m_b_all) {
-            return;
-        }
-        std::string by = with_sign(change.by);
-        std::string rate;
-        if (kind == RE_stat_kind::total && m_seconds > 0) {
-            rate = rate_text(rate_of(change, m_seconds)) + "/s";
-        }
-        if (change.kind == ChangeKind::went_back) {
-            by = rate = "-";
-        }
-        const bool b_restarted = change.kind == ChangeKind::restarted;
-        const bool b_back = change.kind == ChangeKind::went_back;
-        const std::string mark = b_restarted ? mark_restarted : b_back ? mark_went_back : "";
-        m_rows.push_back(
-            {key, get_stat_unit_word(unit), std::to_string(before), std::to_string(after), by, rate, mark});
-    }
-
-    std::string m_title;
-    bool m_b_restarted;
-    double m_seconds;
-    bool m_b_all;
-    std::vector<diff_row> m_rows{{"counter", "unit", "before", "after", "change", "rate", ""}};
+    std::string key;
+    RE_stat_unit unit;
+    RE_stat_kind kind;
+    long long before;
+    long long after;
+    Change change;
 };
 
-template <typename Figures>
-void add_figures(section& rows, CounterScope scope, const Figures& before, const Figures& after)
+// What one engine, peer or application counts. about: in JSON, what is counted.
+struct DiffSection
 {
-    for (const NamedCounter& counter : counters_of(scope)) {
-        for (int id = counter.id(); id <= counter.info.last_id; ++id) {
-            const auto at = static_cast<std::size_t>(id);
-            const std::string key =
-                counter.is_range() ? counter.key + "[" + std::to_string(id - counter.id()) + "]" : counter.key;
-            rows.add(key, counter.info.unit, counter.info.kind, before[at], after[at]);
-        }
-    }
-}
+    std::string title;
+    nlohmann::ordered_json about;
+    std::vector<DiffRow> rows;
+};
 
-// The fields that are quantities.
-template <typename Record>
-void add_fields(section& rows, Fields<Record> fields, const Record& before, const Record& after)
+// Two moments, and what is to be shown of them.
+struct DiffContext
 {
-    for (const Field<Record>& field : fields) {
-        const FieldValue value = field.value(before);
-        if (const auto* const quantity = std::get_if<long long>(&value); quantity != nullptr && field.unit) {
-            rows.add(field.key, *field.unit, RE_stat_kind::current, *quantity, std::get<long long>(field.value(after)));
+    const DiffSide& before;
+    const DiffSide& after;
+    const DiffChoice& choice;
+    bool b_restarted;
+    double seconds; // that rates are over
+
+    DiffContext(const DiffSide& earlier, const DiffSide& later, const DiffChoice& what)
+        : before(earlier), after(later), choice(what), b_restarted(is_restarted(earlier, later))
+    {
+        const std::time_t from = b_restarted ? after.snapshot.engine_start_time : before.snapshot.capture_time;
+        seconds = static_cast<double>(after.snapshot.capture_time) - static_cast<double>(from);
+    }
+
+    // Between the two moments. Through the change of a counter, as times in a file may be any.
+    long long seconds_between() const
+    {
+        return change_of(RE_stat_kind::current, before.snapshot.capture_time, after.snapshot.capture_time, false).by;
+    }
+    // Nothing when no rate is known, or the counter is no running total.
+    std::optional<double> rate(const DiffRow& row) const
+    {
+        const bool b_known = row.kind == RE_stat_kind::total && seconds > 0 && row.change.kind != ChangeKind::went_back;
+        return b_known ? std::optional(rate_of(row.change, seconds)) : std::nullopt;
+    }
+};
+
+// Gathers the rows of one section.
+class SectionRows
+{
+public:
+    SectionRows(const DiffContext& context, bool b_all) : m_context(context), m_b_all(b_all) {}
+
+    // The fields that are quantities.
+    template <typename Record>
+    void add(Fields<Record> fields, const Record& before, const Record& after)
+    {
+        for (const Field<Record>& field : fields) {
+            const FieldValue value = field.value(before);
+            if (const auto* const quantity = std::get_if<long long>(&value); quantity != nullptr && field.unit) {
+                const auto now = std::get<long long>(field.value(after));
+                add(field.key, field.meaning, *field.unit, RE_stat_kind::current, *quantity, now,
+                    change(RE_stat_kind::current, *quantity, now));
+            }
         }
     }
-}
+    template <typename Figures>
+    void add(CounterScope scope, const Figures& before, const Figures& after)
+    {
+        for (const NamedCounter& counter : counters_of(scope)) {
+            for (int id = counter.id(); id <= counter.info.last_id; ++id) {
+                const auto at = static_cast<std::size_t>(id);
+                const std::string key =
+                    counter.is_range() ? counter.key + "[" + std::to_string(id - counter.id()) + "]" : counter.key;
+                add(key, counter.info.meaning, counter.info.unit, counter.info.kind, before[at], after[at],
+                    change(counter.info.kind, before[at], after[at]));
+            }
+        }
+    }
+    std::vector<DiffRow> take() { return std::move(m_rows); }
+
+private:
+    Change change(RE_stat_kind kind, long long before, long long after) const
+    {
+        return change_of(kind, before, after, m_context.b_restarted);
+    }
+    Change change(RE_stat_kind kind, std::uint32_t before, std::uint32_t after) const
+    {
+        return change_of_32(kind, before, after, m_context.b_restarted);
+    }
+    void add(const std::string& key, const char* meaning, RE_stat_unit unit, RE_stat_kind kind, long long before,
+             long long after, const Change& change)
+    {
+        const std::string part = lower_case(m_context.choice.search);
+        const bool b_wanted =
+            lower_case(key).find(part) != std::string::npos || lower_case(meaning).find(part) != std::string::npos;
+        if (b_wanted && (m_b_all || change.kind != ChangeKind::none)) {
+            m_rows.push_back({key, unit, kind, before, after, change});
+        }
+    }
+
+    const DiffContext& m_context;
+    bool m_b_all;
+    std::vector<DiffRow> m_rows;
+};
 
 std::string peer_title(const SnapshotPeer& peer)
 {
@@ -162,112 +175,206 @@ auto by_key(const std::vector<Thing>& things)
     return map;
 }
 
-class report
+std::string app_title(const SnapshotApp& app)
+{
+    return "application " + application_label(app.app.m_header) + " with peer " +
+           (app.peer_number >= 0 ? std::to_string(app.peer_number) : app.app.m_header.m_kav_peer_id.getString());
+}
+
+nlohmann::ordered_json about(const char* scope, const SnapshotPeer& peer)
+{
+    return {{"scope", scope},
+            {"peer", peer.number},
+            {"host_name", clean_text(text_in(peer.header.m_peer_host_name))},
+            {"kav_peer_id", peer.header.m_kav_peer_id.getString()}};
+}
+
+nlohmann::ordered_json about(const SnapshotApp& app)
+{
+    return {{"scope", "application"},
+            {"application", application_label(app.app.m_header)},
+            {"peer", app.peer_number},
+            {"kav_peer_id", app.app.m_header.m_kav_peer_id.getString()}};
+}
+
+// Goes through both moments and calls `take` with each section, also with those that have no rows.
+class Walk
 {
 public:
-    report(const DiffSide& before, const DiffSide& after, bool b_all, Output& output)
-        : m_before(before), m_after(after), m_b_all(b_all), m_b_restarted(is_restarted(before, after)), m_output(output)
-    {
-        const std::time_t from = m_b_restarted ? after.snapshot.engine_start_time : before.snapshot.capture_time;
-        m_seconds = static_cast<double>(after.snapshot.capture_time) - static_cast<double>(from);
-    }
+    Walk(const DiffContext& context, const std::function<void(const DiffSection&)>& take)
+        : m_context(context), m_take(take)
+    {}
 
-    void write()
+    void go()
     {
-        write_head();
-        section engine("engine", m_b_restarted, m_seconds, m_b_all);
-        add_fields(engine, engine_fields, m_before.snapshot, m_after.snapshot);
-        add_figures(engine, CounterScope::engine, m_before.snapshot.engine, m_after.snapshot.engine);
-        engine.print(m_output);
-        section connections("all connections", m_b_restarted, m_seconds, m_b_all);
-        add_figures(connections, CounterScope::connection, m_before.snapshot.connections, m_after.snapshot.connections);
-        connections.print(m_output);
-        write_peers();
-        write_applications();
+        const DiffChoice& choice = m_context.choice;
+        const Snapshot& before = m_context.before.snapshot;
+        const Snapshot& after = m_context.after.snapshot;
+        if (choice.b_engine) {
+            SectionRows rows(m_context, choice.b_all);
+            rows.add(engine_fields, before, after);
+            rows.add(CounterScope::engine, before.engine, after.engine);
+            m_take({"engine", {{"scope", "engine"}}, rows.take()});
+        }
+        if (choice.b_connections) {
+            SectionRows rows(m_context, choice.b_all);
+            rows.add(CounterScope::connection, before.connections, after.connections);
+            m_take({"all connections", {{"scope", "connections"}}, rows.take()});
+        }
+        if (choice.b_peers) {
+            go_through(
+                before.peers, after.peers,
+                [&](const SnapshotPeer* earlier, const SnapshotPeer& peer) { take_peer(earlier, peer); },
+                [&](const SnapshotPeer& peer) { take_gone(peer_title(peer), about("peer", peer)); });
+        }
+        if (choice.b_applications) {
+            go_through(
+                before.apps, after.apps,
+                [&](const SnapshotApp* earlier, const SnapshotApp& app) { take_application(earlier, app); },
+                [&](const SnapshotApp& app) { take_gone(app_title(app), about(app)); });
+        }
     }
 
 private:
-    void write_head()
+    // there: called with what a thing was before, or null, and what it is. gone: with what was.
+    template <typename Thing, typename There, typename Gone>
+    void go_through(const std::vector<Thing>& earlier, const std::vector<Thing>& later, const There& there,
+                    const Gone& gone)
     {
-        write_moment("before: ", m_before);
-        write_moment("after:  ", m_after);
-        // Through the change of a counter, as times in a file may be any.
-        const Change between =
-            change_of(RE_stat_kind::current, m_before.snapshot.capture_time, m_after.snapshot.capture_time, false);
-        m_output.add("between: " + std::to_string(between.by) + " s\n");
-        if (m_b_restarted) {
-            m_output.add("The engine was started anew in between. Running totals count from that start; their change "
-                         "and rate are those since then.\n");
+        const auto before = by_key(earlier);
+        const auto after = by_key(later);
+        for (const auto& [key, thing] : after) {
+            const auto found = before.find(key);
+            there(found != before.end() ? found->second : nullptr, *thing);
+        }
+        for (const auto& [key, thing] : before) {
+            if (!after.contains(key)) {
+                gone(*thing);
+            }
         }
     }
 
-    void write_moment(const char* title, const DiffSide& side)
+    void take_peer(const SnapshotPeer* before, const SnapshotPeer& peer)
     {
-        m_output.add(title + date_and_time(side.snapshot.capture_time) + ", engine started " +
-                     date_and_time(side.snapshot.engine_start_time) + ", " + plain_text(side.name) + "\n");
-    }
-
-    void write_peers()
-    {
-        const auto before = by_key(m_before.snapshot.peers);
-        const auto after = by_key(m_after.snapshot.peers);
         static const SnapshotPeer nobody;
-        for (const auto& [key, peer] : after) {
-            const auto found = before.find(key);
-            const bool b_new = found == before.end();
-            const SnapshotPeer& earlier = b_new ? nobody : *found->second;
-            section figures(peer_title(*peer) + (b_new ? ", new" : ""), m_b_restarted, m_seconds, m_b_all || b_new);
-            add_fields(figures, peer_fields, earlier, *peer);
-            add_figures(figures, CounterScope::peer, earlier.figures, peer->figures);
-            figures.print(m_output);
-            section connections(peer_title(*peer) + ", connections", m_b_restarted, m_seconds, m_b_all);
-            add_figures(connections, CounterScope::connection, earlier.connections, peer->connections);
-            connections.print(m_output);
-        }
-        for (const auto& [key, peer] : before) {
-            if (!after.contains(key)) {
-                m_output.add("\n" + peer_title(*peer) + ", gone\n");
-            }
-        }
+        const SnapshotPeer& earlier = before != nullptr ? *before : nobody;
+        SectionRows figures(m_context, m_context.choice.b_all || before == nullptr);
+        figures.add(peer_fields, earlier, peer);
+        figures.add(CounterScope::peer, earlier.figures, peer.figures);
+        take(peer_title(peer), before == nullptr, about("peer", peer), figures);
+        SectionRows connections(m_context, m_context.choice.b_all);
+        connections.add(CounterScope::connection, earlier.connections, peer.connections);
+        take(peer_title(peer) + ", connections", false, about("peer_connections", peer), connections);
     }
 
-    static std::string app_title(const SnapshotApp& app)
+    void take_application(const SnapshotApp* before, const SnapshotApp& app)
     {
-        return "application " + application_label(app.app.m_header) + " with peer " +
-               (app.peer_number >= 0 ? std::to_string(app.peer_number) : app.app.m_header.m_kav_peer_id.getString());
-    }
-
-    void write_applications()
-    {
-        const auto before = by_key(m_before.snapshot.apps);
-        const auto after = by_key(m_after.snapshot.apps);
         static const SnapshotApp nothing;
-        for (const auto& [key, app] : after) {
-            const auto found = before.find(key);
-            const bool b_new = found == before.end();
-            const RE_stat_app_struct& earlier = b_new ? nothing.app : found->second->app;
-            section figures(app_title(*app) + (b_new ? ", new" : ""), m_b_restarted, m_seconds, m_b_all);
-            for (const NamedCounter& counter : counters_of(CounterScope::application)) {
-                const auto at = static_cast<std::size_t>(counter.id());
-                figures.add_32(counter.key, counter.info.unit, counter.info.kind, earlier.m_id_array[at],
-                               app->app.m_id_array[at]);
-            }
-            figures.print(m_output);
+        SectionRows rows(m_context, m_context.choice.b_all);
+        rows.add(CounterScope::application, (before != nullptr ? *before : nothing).app.m_id_array, app.app.m_id_array);
+        take(app_title(app), before == nullptr, about(app), rows);
+    }
+
+    void take(const std::string& title, bool b_new, nlohmann::ordered_json about, SectionRows& rows)
+    {
+        if (b_new) {
+            about["state"] = "new";
         }
-        for (const auto& [key, app] : before) {
-            if (!after.contains(key)) {
-                m_output.add("\n" + app_title(*app) + ", gone\n");
-            }
+        m_take({title + (b_new ? ", new" : ""), std::move(about), rows.take()});
+    }
+
+    // A search is for counters, of which it has none any more.
+    void take_gone(const std::string& title, nlohmann::ordered_json about)
+    {
+        if (m_context.choice.search.empty()) {
+            about["state"] = state_gone;
+            m_take({title + ", gone", std::move(about), {}});
         }
     }
 
-    const DiffSide& m_before;
-    const DiffSide& m_after;
-    bool m_b_all;
-    bool m_b_restarted;
-    double m_seconds = 0;
-    Output& m_output;
+    const DiffContext& m_context;
+    const std::function<void(const DiffSection&)>& m_take;
 };
+
+// As a table whose columns are as wide as their texts.
+void print(const DiffSection& section, const DiffContext& context, Output& output)
+{
+    std::vector<diff_row> lines{{"counter", "unit", "before", "after", "change", "rate", ""}};
+    for (const DiffRow& row : section.rows) {
+        const bool b_back = row.change.kind == ChangeKind::went_back;
+        const std::optional<double> rate = context.rate(row);
+        const bool b_rate = row.kind == RE_stat_kind::total && context.seconds > 0;
+        const bool b_restarted = row.change.kind == ChangeKind::restarted;
+        lines.push_back({row.key, get_stat_unit_word(row.unit), std::to_string(row.before), std::to_string(row.after),
+                         b_back ? "-" : with_sign(row.change.by),
+                         rate     ? rate_text(*rate) + "/s"
+                         : b_rate ? "-"
+                                  : "",
+                         b_restarted ? mark_restarted
+                         : b_back    ? mark_went_back
+                                     : ""});
+    }
+    std::array<std::size_t, diff_columns> widths{};
+    for (const diff_row& line : lines) {
+        for (std::size_t column = 0; column < diff_columns; ++column) {
+            widths[column] = std::max(widths[column], line[column].size());
+        }
+    }
+    for (const diff_row& one : lines) {
+        std::string line;
+        for (std::size_t column = 0; column < diff_columns; ++column) {
+            const std::string blanks(widths[column] - one[column].size(), ' ');
+            const bool b_left = column <= 1 || column == diff_columns - 1;
+            line += "  " + (b_left ? one[column] + blanks : blanks + one[column]);
+        }
+        line.resize(line.find_last_not_of(' ') + 1);
+        output.add(line + "\n");
+    }
+}
+
+std::string json_of(const DiffSection& section, const DiffContext& context)
+{
+    nlohmann::ordered_json object = section.about;
+    nlohmann::ordered_json& counters = object["counters"] = nlohmann::ordered_json::object();
+    for (const DiffRow& row : section.rows) {
+        nlohmann::ordered_json& counter = counters[row.key];
+        counter = {{"unit", get_stat_unit_word(row.unit)}, {"before", row.before}, {"after", row.after}};
+        const bool b_back = row.change.kind == ChangeKind::went_back;
+        counter["change"] = b_back ? nlohmann::json() : nlohmann::json(row.change.by);
+        if (const std::optional<double> rate = context.rate(row)) {
+            counter["per_second"] = *rate;
+        }
+        if (b_back) {
+            counter["note"] = "went_back";
+        } else if (row.change.kind == ChangeKind::restarted) {
+            counter["note"] = "since_restart";
+        }
+    }
+    return object.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
+}
+
+void write_moment(const char* title, const DiffSide& side, Output& output)
+{
+    output.add(title + date_and_time(side.snapshot.capture_time) + ", engine started " +
+               date_and_time(side.snapshot.engine_start_time) + ", " + plain_text(side.name) + "\n");
+}
+
+nlohmann::ordered_json moment_of(const DiffSide& side)
+{
+    return {{"name", side.name},
+            {"capture_time", side.snapshot.capture_time},
+            {"engine_start_time", side.snapshot.engine_start_time}};
+}
+
+struct scope_word
+{
+    std::string_view word;
+    bool DiffChoice::*member;
+};
+constexpr scope_word scope_words[] = {{"engine", &DiffChoice::b_engine},
+                                      {"connections", &DiffChoice::b_connections},
+                                      {"peers", &DiffChoice::b_peers},
+                                      {"applications", &DiffChoice::b_applications}};
 
 } // namespace
 
@@ -297,9 +404,79 @@ bool is_restarted(const DiffSide& before, const DiffSide& after)
     return before.snapshot.engine_start_time != after.snapshot.engine_start_time;
 }
 
-void write_diff(const DiffSide& before, const DiffSide& after, bool b_all, Output& output)
+std::string all_diff_scopes()
 {
-    report(before, after, b_all, output).write();
+    std::string words;
+    for (const scope_word& scope : scope_words) {
+        words += (words.empty() ? "" : ",") + std::string(scope.word);
+    }
+    return words;
+}
+
+bool parse_diff_scopes(std::string_view words, DiffChoice& choice, std::string& unknown)
+{
+    for (const scope_word& scope : scope_words) {
+        choice.*scope.member = false;
+    }
+    while (true) {
+        const std::string_view word = words.substr(0, words.find(','));
+        const auto* const scope = std::find_if(std::begin(scope_words), std::end(scope_words),
+                                               [&](const scope_word& known) { return known.word == word; });
+        if (scope == std::end(scope_words)) {
+            unknown = word;
+            return false;
+        }
+        choice.*scope->member = true;
+        if (word.size() == words.size()) {
+            return true;
+        }
+        words.remove_prefix(word.size() + 1);
+    }
+}
+
+void write_diff(const DiffSide& before, const DiffSide& after, const DiffChoice& choice, Output& output)
+{
+    const DiffContext context(before, after, choice);
+    write_moment("before: ", before, output);
+    write_moment("after:  ", after, output);
+    output.add("between: " + std::to_string(context.seconds_between()) + " s\n");
+    if (context.b_restarted) {
+        output.add("The engine was started anew in between. Running totals count from that start; their change "
+                   "and rate are those since then.\n");
+    }
+    const auto take = [&](const DiffSection& section) {
+        const bool b_gone = section.about.value("state", "") == state_gone;
+        if (b_gone || !section.rows.empty()) {
+            output.add("\n" + section.title + "\n");
+        }
+        if (!section.rows.empty()) {
+            print(section, context, output);
+        }
+    };
+    Walk(context, take).go();
+}
+
+void write_diff_json(const DiffSide& before, const DiffSide& after, const DiffChoice& choice, Output& output)
+{
+    const DiffContext context(before, after, choice);
+    const nlohmann::ordered_json head{{"kavstat_diff", diff_json_version},
+                                      {"before", moment_of(before)},
+                                      {"after", moment_of(after)},
+                                      {"seconds", context.seconds_between()},
+                                      {"restarted", context.b_restarted}};
+    std::string text = head.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
+    text.pop_back();
+    output.add(text + ",\n\"sections\":[");
+    bool b_first = true;
+    const auto take = [&](const DiffSection& section) {
+        if (!section.rows.empty() || section.about.contains("state")) {
+            output.add(b_first ? "\n" : ",\n");
+            output.add(json_of(section, context));
+            b_first = false;
+        }
+    };
+    Walk(context, take).go();
+    output.add("]}\n");
 }
 
 } // namespace kavstat

@@ -1,4 +1,4 @@
-// What changed between two moments of one engine, as a report.
+// What changed between two moments of one engine, as a report or as JSON.
 #pragma once
 
 #include "format/output.h"
@@ -6,6 +6,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace kavstat {
 
@@ -26,7 +27,27 @@ std::optional<std::string> why_not_comparable(const DiffSide& before, const Diff
 // Whether the engine was started anew between the two.
 bool is_restarted(const DiffSide& before, const DiffSide& after);
 
-// Writes the report: what changed, or with b_all also what did not.
-void write_diff(const DiffSide& before, const DiffSide& after, bool b_all, Output& output);
+// Which of it is shown.
+struct DiffChoice
+{
+    bool b_all = false; // also what did not change
+    bool b_engine = true;
+    bool b_connections = true; // the sums over all of them
+    bool b_peers = true;       // with the sums over their connections
+    bool b_applications = true;
+    std::string search = {}; // part of a counter's key or meaning, whatever the case
+};
+
+// "engine,connections,peers,applications": words for the scopes, for help texts.
+std::string all_diff_scopes();
+// Reads words joined by commas into the choice. False when one is unknown or empty; `unknown` is then that word.
+bool parse_diff_scopes(std::string_view words, DiffChoice& choice, std::string& unknown);
+
+void write_diff(const DiffSide& before, const DiffSide& after, const DiffChoice& choice, Output& output);
+// The same as one JSON document; docs/kavstat.md describes its keys.
+void write_diff_json(const DiffSide& before, const DiffSide& after, const DiffChoice& choice, Output& output);
+
+// Version of the document's form, its "kavstat_diff" member: goes up when a key changes its meaning or goes away.
+constexpr int diff_json_version = 1;
 
 } // namespace kavstat

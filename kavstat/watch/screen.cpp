@@ -16,8 +16,9 @@ namespace {
 
 enum color_pair : short
 {
-    pair_alarm = 1,
-    pair_prompt = 2,
+    pair_critical = 1,
+    pair_warning = 2,
+    pair_prompt = 3,
 };
 
 // Whether the named terminal is known and its cursor can be put anywhere.
@@ -34,18 +35,26 @@ bool is_drawable(const char* name)
     return b_drawable;
 }
 
+attr_t colored(color_pair pair, attr_t without_color)
+{
+    return has_colors() ? static_cast<attr_t>(COLOR_PAIR(pair)) : without_color;
+}
+
 attr_t attributes_of(WatchStyle style)
 {
-    const bool b_color = has_colors();
     switch (style) {
     case WatchStyle::title:
+    case WatchStyle::selected:
+    case WatchStyle::fresh:
         return A_BOLD;
     case WatchStyle::head:
         return A_REVERSE;
-    case WatchStyle::alarm:
-        return b_color ? A_BOLD | static_cast<attr_t>(COLOR_PAIR(pair_alarm)) : A_BOLD;
+    case WatchStyle::critical:
+        return A_BOLD | colored(pair_critical, A_NORMAL);
+    case WatchStyle::warning:
+        return colored(pair_warning, A_BOLD);
     case WatchStyle::prompt:
-        return b_color ? static_cast<attr_t>(COLOR_PAIR(pair_prompt)) : A_UNDERLINE;
+        return colored(pair_prompt, A_UNDERLINE);
     case WatchStyle::plain:
         break;
     }
@@ -59,6 +68,10 @@ int key_of(int code)
         return WATCH_KEY_UP;
     case KEY_DOWN:
         return WATCH_KEY_DOWN;
+    case KEY_LEFT:
+        return WATCH_KEY_LEFT;
+    case KEY_RIGHT:
+        return WATCH_KEY_RIGHT;
     case KEY_PPAGE:
         return WATCH_KEY_PAGE_UP;
     case KEY_NPAGE:
@@ -108,8 +121,9 @@ WatchScreen::WatchScreen()
     if (has_colors() && (no_color == nullptr || *no_color == '\0')) {
         start_color();
         use_default_colors();
-        init_pair(pair_alarm, COLOR_RED, -1);
-        init_pair(pair_prompt, COLOR_YELLOW, -1);
+        init_pair(pair_critical, COLOR_RED, -1);
+        init_pair(pair_warning, COLOR_YELLOW, -1);
+        init_pair(pair_prompt, COLOR_CYAN, -1);
     }
 }
 

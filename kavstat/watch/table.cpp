@@ -1,131 +1,203 @@
 #include "watch/table.h"
 
 #include "format/text.h"
+#include "format/units.h"
 
+#include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <numeric>
 
 namespace kavstat {
 
-namespace {
-
-std::string cell(const std::string& text, int width, bool b_left)
+std::optional<std::size_t> WatchTable::column(const std::string& key) const
 {
-    const std::string cut = text.substr(0, static_cast<std::size_t>(width));
-    const std::string blanks(static_cast<std::size_t>(width) - cut.size(), ' ');
-    return b_left ? cut + blanks : blanks + cut;
+    for (std::size_t at = 0; at < columns.size(); ++at) {
+        if (!key.empty() && columns[at].key == key) {
+            return at;
+        }
+    }
+    return std::nullopt;
 }
 
-std::string formatted(int decimals, double value, const char* ending)
+void RowFilter::set(const std::string& text)
 {
-    char text[400]; // room for the longest double without an exponent
-    std::snprintf(text, sizeof text, "%.*f%s", decimals, value, ending);
-    return text;
+    m_text = text;
+    m_lower = lower_case(text);
+    m_answers.clear();
 }
 
-} // namespace
-
-std::vector<std::size_t> rows_in_order(const WatchTable& table, std::size_t column, bool b_reverse,
-                                       const std::string& filter)
+bool RowFilter::keeps(const WatchTable& table, std::size_t row)
 {
-    std::vector<std::size_t> rows(table.rows);
-    std::iota(rows.begin(), rows.end(), std::size_t{0});
-    if (!filter.empty()) {
-        const std::string part = lower_case(filter);
-        std::erase_if(
-            rows, [&](std::size_t row) { return lower_case(table_line(table, row)).find(part) == std::string::npos; });
+    if (m_text.empty() || !table.search) {
+        return true;
     }
-    if (column >= table.columns.size()) {
-        return rows;
+    const auto answer_of = [&] { return lower_case(table.search(row)).find(m_lower) != std::string::npos; };
+    if (!table.b_search_is_lasting) {
+        return answer_of();
     }
+    if (row >= m_answers.size()) {
+        m_answers.resize(table.rows);
+    }
+    answer& kept = m_answers[row];
+    const WatchSubject subject = table.subject(row);
+    if (!(kept.subject == subject)) {
+        kept = {subject, answer_of()};
+    }
+    return kept.b_kept;
+}
+
+RowOrder::RowOrder(const WatchTable& table, std::size_t column, bool b_reverse, RowFilter& filter)
+{
     const WatchColumn& by = table.columns[column];
-    // What rows are ordered by is found once for each, not once for each comparison.
-    if (by.number) {
-        std::vector<double> keys(table.rows);
-        for (const std::size_t row : rows) {
-            keys[row] = by.number(row);
+    const bool b_lowest_first = by.b_lowest_first != b_reverse;
+    m_rows.reserve(table.rows);
+    for (std::size_t row = 0; row < table.rows; ++row) {
+        if ((!table.is_there || table.is_there(row)) && filter.keeps(table, row)) {
+            double key = by.order ? by.order(row) : 0;
+            key = std::isnan(key) ? -HUGE_VAL : key; // has no place of its own among numbers
+            m_rows.push_back({b_lowest_first ? key : -key, static_cast<std::uint32_t>(row)});
         }
-        std::stable_sort(rows.begin(), rows.end(), [&](std::size_t a, std::size_t b) {
-            return b_reverse ? keys[a] < keys[b] : keys[a] > keys[b];
-        });
-    } else {
-        std::vector<std::string> keys(table.rows);
-        for (const std::size_t row : rows) {
-            keys[row] = by.text(row);
-        }
-        std::stable_sort(rows.begin(), rows.end(), [&](std::size_t a, std::size_t b) {
-            return b_reverse ? keys[a] > keys[b] : keys[a] < keys[b];
-        });
+    }
+    if (by.order) {
+        return;
+    }
+    // Texts: each is made once, and its place among the others is the number that rows are ordered by.
+    std::vector<std::pair<std::string, std::size_t>> texts;
+    texts.reserve(m_rows.size());
+    for (std::size_t at = 0; at < m_rows.size(); ++at) {
+        texts.emplace_back(by.text(m_rows[at].row, by.width), at);
+    }
+    std::sort(texts.begin(), texts.end());
+    double place = 0;
+    for (std::size_t at = 0; at < texts.size(); ++at) {
+        place += at > 0 && texts[at].first != texts[at - 1].first ? 1 : 0;
+        m_rows[texts[at].second].key = b_lowest_first ? place : -place;
+    }
+}
+
+std::vector<std::size_t> RowOrder::window(std::size_t first, std::size_t count)
+{
+    first = std::min(first, m_rows.size());
+    count = std::min(count, m_rows.size() - first);
+    const auto begin = m_rows.begin() + static_cast<std::ptrdiff_t>(first);
+    const auto end = begin + static_cast<std::ptrdiff_t>(count);
+    if (begin != m_rows.end()) {
+        std::nth_element(m_rows.begin(), begin, m_rows.end());
+    }
+    if (begin != end) {
+        std::partial_sort(begin, end, m_rows.end());
+    }
+    std::vector<std::size_t> rows;
+    for (auto one = begin; one != end; ++one) {
+        rows.push_back(one->row);
     }
     return rows;
 }
 
-std::string table_line(const WatchTable& table, std::size_t row)
+std::optional<std::size_t> RowOrder::place_of(const WatchTable& table, const WatchSubject& subject) const
 {
-    std::string line;
-    for (const WatchColumn& column : table.columns) {
-        // A text at the end may be as long as it likes, and hold characters of several bytes.
-        const bool b_last = column.b_left && &column == &table.columns.back();
-        line += (line.empty() ? "" : " ") +
-                (b_last ? column.text(row) : cell(column.text(row), column.width, column.b_left));
+    const auto found =
+        std::find_if(m_rows.begin(), m_rows.end(), [&](const keyed& one) { return table.subject(one.row) == subject; });
+    if (found == m_rows.end()) {
+        return std::nullopt;
     }
-    return line;
+    return static_cast<std::size_t>(
+        std::count_if(m_rows.begin(), m_rows.end(), [&](const keyed& other) { return other < *found; }));
 }
 
-std::string table_head(const WatchTable& table, std::size_t marked)
+ColumnChoice choose_columns(const WatchTable& table, std::size_t width, std::size_t ordered, std::size_t first)
 {
-    std::string line;
+    const auto needed_by = [&](std::size_t column) { return table.columns[column].width + 1; }; // and a blank
+    std::size_t room = width + 1 > gutter_width ? width + 1 - gutter_width : 0;
+    ColumnChoice choice;
+    std::vector<std::size_t> movable;
     for (std::size_t at = 0; at < table.columns.size(); ++at) {
-        const WatchColumn& column = table.columns[at];
-        line += (line.empty() ? "" : " ") + cell((at == marked ? "*" : "") + column.title, column.width, column.b_left);
-    }
-    return line;
-}
-
-std::string short_size(double bytes)
-{
-    static constexpr const char* endings[] = {" KB", " MB", " GB", " TB", " PB", " EB"};
-    if (std::abs(bytes) < 1000) {
-        return formatted(0, bytes, " B");
-    }
-    std::size_t unit = 0;
-    bytes /= 1024;
-    while (std::abs(bytes) >= 1000 && unit + 1 < std::size(endings)) {
-        bytes /= 1024;
-        ++unit;
-    }
-    return formatted(1, bytes, endings[unit]);
-}
-
-std::string short_rate(double bytes_per_second)
-{
-    return bytes_per_second > 0 ? short_size(bytes_per_second) + "/s" : "-";
-}
-
-std::string short_count(double count)
-{
-    if (std::abs(count) < 1e6) {
-        return formatted(std::abs(count) < 100 && count != std::floor(count) ? 1 : 0, count, "");
-    }
-    return std::abs(count) < 1e9 ? formatted(1, count / 1e6, "M") : formatted(1, count / 1e9, "G");
-}
-
-std::string percent_text(double percent)
-{
-    return formatted(1, percent, "%");
-}
-
-std::string cut_to_width(const std::string& text, std::size_t width)
-{
-    std::size_t at = 0;
-    for (std::size_t column = 0; at < text.size(); ++at) {
-        const bool b_starts_character = (static_cast<unsigned char>(text[at]) & 0xC0U) != 0x80U;
-        if (b_starts_character && column++ == width) {
-            break;
+        if (table.columns[at].importance == 0 || at == ordered) {
+            choice.columns.push_back(at);
+            room -= std::min(room, needed_by(at));
+        } else {
+            movable.push_back(at);
         }
     }
-    return text.substr(0, at);
+    // Those that come first, in the table's order, and after them those for which there is no room then.
+    std::vector<std::size_t> rest = movable;
+    std::stable_sort(rest.begin(), rest.end(), [&](std::size_t a, std::size_t b) {
+        return table.columns[a].importance < table.columns[b].importance;
+    });
+    std::vector<std::size_t> line;
+    std::size_t left = room;
+    std::erase_if(rest, [&](std::size_t column) {
+        const bool b_fits = needed_by(column) <= left;
+        if (b_fits) {
+            left -= needed_by(column);
+            line.push_back(column);
+        }
+        return b_fits;
+    });
+    std::sort(line.begin(), line.end());
+    std::sort(rest.begin(), rest.end());
+    line.insert(line.end(), rest.begin(), rest.end());
+
+    // No further than until the last one is in sight.
+    left = room;
+    choice.first = line.size();
+    while (choice.first > 0 && needed_by(line[choice.first - 1]) <= left) {
+        left -= needed_by(line[--choice.first]);
+    }
+    choice.first = std::min({first, choice.first, line.empty() ? 0 : line.size() - 1});
+    left = room;
+    std::size_t at = choice.first;
+    while (at < line.size() && needed_by(line[at]) <= left) {
+        left -= needed_by(line[at]);
+        choice.columns.push_back(line[at++]);
+    }
+    choice.b_more = at < line.size();
+    if (choice.first == 0) {
+        std::sort(choice.columns.begin(), choice.columns.end());
+    }
+    return choice;
+}
+
+namespace {
+
+// At the end of what a column is too narrow for, so that no number is taken for a shorter one.
+constexpr char cut_mark = '~';
+
+// The columns' texts side by side, the last one as wide as there is room.
+template <typename Text>
+std::string side_by_side(const WatchTable& table, const ColumnChoice& choice, std::size_t width, const Text& text)
+{
+    std::string line;
+    std::size_t left = width > gutter_width ? width - gutter_width : 0;
+    for (const std::size_t at : choice.columns) {
+        const WatchColumn& column = table.columns[at];
+        const bool b_stretched = at + 1 == table.columns.size() && at == choice.columns.back();
+        const std::size_t wide = b_stretched ? std::max(left, column.width) : column.width;
+        std::string cell = text(at, wide);
+        if (width_of(cell) > wide) {
+            cell = cut_to_width(cell, wide - 1) + cut_mark;
+        }
+        line += (line.empty() ? "" : " ") + padded(cell, wide, column.b_left);
+        left -= std::min(left, wide + 1);
+    }
+    return line;
+}
+
+} // namespace
+
+std::string table_line(const WatchTable& table, const ColumnChoice& choice, std::size_t row, std::size_t width)
+{
+    return side_by_side(table, choice, width,
+                        [&](std::size_t at, std::size_t wide) { return table.columns[at].text(row, wide); });
+}
+
+std::string table_head(const WatchTable& table, const ColumnChoice& choice, std::size_t ordered, std::size_t width)
+{
+    // What Left and Right still lead to is shown beside the columns.
+    return std::string(1, choice.first > 0 ? '<' : ' ') + (choice.b_more ? '>' : ' ') +
+           side_by_side(table, choice, width, [&](std::size_t at, std::size_t) {
+               return (at == ordered ? "*" : "") + table.columns[at].title;
+           });
 }
 
 } // namespace kavstat

@@ -1,10 +1,15 @@
 #include "watch/view.h"
 
+#include "format/text.h"
+#include "format/units.h"
 #include "model/source.h"
+#include "watch/figures.h"
+
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
-#include <ctime>
 
 namespace kavstat {
 
@@ -12,39 +17,21 @@ namespace {
 
 constexpr double shortest_interval = 0.1;
 constexpr double longest_interval = 3600;
-constexpr std::size_t longest_filter = 60;
 
 constexpr const char* key_lines[] = {
-    "1 2 3 4     engine, peers, connections, applications",
-    "Tab         the next page",
-    "s S         order by the next or the previous column, marked by *",
-    "r           the other way round",
-    "/           show only rows with a text in them; Enter keeps it, Esc drops it",
-    "Up Down     scroll, also j and k, Page Up, Page Down, Home, End",
-    "+ -         look at the engine more or less often",
-    "p           hold the figures still",
-    "?           this help; any key leaves it",
-    "q           quit",
+    "1 to 8, Tab  a page, the next page",
+    "Up Down      select a row, also j and k, Page Up, Page Down, Home, End",
+    "Enter, Esc   open the selected peer, connection or application; go back",
+    "Left Right   the columns that there was no room for",
+    "s S r        order by the next or the previous column, marked by *; the other way round",
+    "/            show only rows with a text in them; Enter keeps it, Esc drops it",
+    "+ - p        look at the engine more or less often; hold the figures still",
+    "? q          this help, which any key leaves; quit",
+    "",
+    "In front of a row: > selected, ! an error that is counted right now, + arrived since the last look.",
+    "SAVED is since the start: e encoding, d decoding, without a letter both.",
+    "In sparklines a bar stands where the engine was started anew.",
 };
-
-std::string time_of_day(std::time_t moment)
-{
-    char text[32];
-    std::tm local{};
-    if (localtime_r(&moment, &local) == nullptr || std::strftime(text, sizeof text, "%H:%M:%S", &local) == 0) {
-        return "?";
-    }
-    return text;
-}
-
-// What the title says of the engine.
-std::string state_of(const WatchModel& model)
-{
-    if (!model.is_up()) {
-        return model.error() != 0 ? Source::reason_of(model.error()) : "waiting for the engine";
-    }
-    return time_of_day(model.now().capture_time);
-}
 
 std::vector<WatchLine> help()
 {
@@ -57,36 +44,9 @@ std::vector<WatchLine> help()
 
 } // namespace
 
-WatchView::WatchView(WatchPage page, double interval, bool b_unicode)
-    : m_page(page), m_interval(interval),
-      m_b_unicode(b_unicode), m_orders{order{first_order_of(WatchPage::engine)},
-                                       order{first_order_of(WatchPage::peers)},
-                                       order{first_order_of(WatchPage::connections)},
-                                       order{first_order_of(WatchPage::applications)}}
+WatchView::WatchView(std::size_t page, double interval, bool b_unicode, std::optional<std::string> file)
+    : m_pages(make_watch_pages()), m_page(page), m_interval(interval), m_b_unicode(b_unicode), m_file(std::move(file))
 {}
-
-void WatchView::turn_to(std::size_t page)
-{
-    m_page = static_cast<WatchPage>(page % watch_page_count);
-    m_first_row = 0;
-}
-
-void WatchView::press_in_filter(int key)
-{
-    if (key == WATCH_KEY_ENTER) {
-        m_b_typing = false;
-    } else if (key == WATCH_KEY_ESCAPE) {
-        m_b_typing = false;
-        m_filter.clear();
-    } else if (key == WATCH_KEY_BACKSPACE) {
-        if (!m_filter.empty()) {
-            m_filter.pop_back();
-        }
-    } else if (key >= ' ' && key <= '~' && m_filter.size() < longest_filter) {
-        m_filter += static_cast<char>(key);
-    }
-    m_first_row = 0;
-}
 
 void WatchView::press(int key)
 {
@@ -94,56 +54,26 @@ void WatchView::press(int key)
         m_b_help = false;
         return;
     }
-    if (m_b_typing) {
-        press_in_filter(key);
+    if (page().press(key)) {
         return;
     }
-    order& current = order_of_page();
+    if (key >= '1' && key < '1' + static_cast<int>(m_pages.size())) {
+        m_page = static_cast<std::size_t>(key - '1');
+        m_detail.reset();
+        return;
+    }
     switch (key) {
-    case '1':
-    case '2':
-    case '3':
-    case '4':
-        turn_to(static_cast<std::size_t>(key - '1'));
-        break;
     case '\t':
-        turn_to(static_cast<std::size_t>(m_page) + 1);
+        m_page = (m_page + 1) % m_pages.size();
+        m_detail.reset();
         break;
-    case 's':
-        current.column = (current.column + 1) % m_columns;
-        break;
-    case 'S':
-        current.column = (current.column + m_columns - 1) % m_columns;
-        break;
-    case 'r':
-        current.b_reverse = !current.b_reverse;
-        break;
-    case '/':
-        m_b_typing = true;
+    case WATCH_KEY_ENTER:
+        if (page().selected().has_page()) {
+            m_detail = make_subject_page(page().selected());
+        }
         break;
     case WATCH_KEY_ESCAPE:
-        m_filter.clear();
-        break;
-    case 'k':
-    case WATCH_KEY_UP:
-        m_first_row -= std::min<std::size_t>(m_first_row, 1);
-        break;
-    case 'j':
-    case WATCH_KEY_DOWN:
-        ++m_first_row;
-        break;
-    case WATCH_KEY_PAGE_UP:
-        m_first_row -= std::min(m_first_row, m_rows_in_sight);
-        break;
-    case ' ':
-    case WATCH_KEY_PAGE_DOWN:
-        m_first_row += m_rows_in_sight;
-        break;
-    case WATCH_KEY_HOME:
-        m_first_row = 0;
-        break;
-    case WATCH_KEY_END:
-        m_first_row = static_cast<std::size_t>(-1);
+        m_detail.reset();
         break;
     case '+':
         m_interval = std::max(m_interval / 2, shortest_interval);
@@ -167,18 +97,32 @@ void WatchView::press(int key)
     }
 }
 
-WatchLine WatchView::title(const WatchModel& model) const
+std::string WatchView::state_of(const WatchModel& model) const
 {
-    std::string text = "kavstat  ";
-    for (std::size_t page = 0; page < watch_page_count; ++page) {
-        const std::string word = word_of(static_cast<WatchPage>(page));
-        const bool b_here = static_cast<WatchPage>(page) == m_page;
-        text += std::to_string(page + 1) + (b_here ? "[" + word + "] " : " " + word + "  ");
+    if (!model.is_up()) {
+        return model.error() != 0 ? Source::reason_of(model.error()) : "waiting for the engine";
     }
+    const std::time_t time = model.now().capture_time;
+    return m_file ? date_and_time(time) + "  " + plain_text(*m_file) : time_of_day(time);
+}
+
+WatchLine WatchView::title(const WatchModel& model, std::size_t width) const
+{
     char every[32];
-    std::snprintf(every, sizeof every, "%gs", m_interval);
-    text += std::string(" ") + state_of(model) + (m_b_paused ? ", paused" : "") + "  every " + every + "  ? help";
-    return {text, model.is_up() ? WatchStyle::title : WatchStyle::alarm};
+    std::snprintf(every, sizeof every, "  every %gs", m_interval);
+    const std::string state =
+        " " + state_of(model) + (m_b_paused ? ", paused" : "") + (m_file ? "" : every) + "  ? help";
+    std::string pages = "kavstat ";
+    for (std::size_t at = 0; at < m_pages.size(); ++at) {
+        const bool b_here = at == m_page;
+        pages += std::string(" ") + std::to_string(at + 1) + (b_here ? "[" : " ") + m_pages[at]->name() +
+                 (b_here ? "]" : " ");
+    }
+    if (pages.size() + state.size() > width) {
+        pages = "kavstat " + std::to_string(m_page + 1) + "/" + std::to_string(m_pages.size()) + " [" +
+                m_pages[m_page]->name() + "] ";
+    }
+    return {pages + state, model.is_up() ? WatchStyle::title : WatchStyle::critical};
 }
 
 std::vector<WatchLine> WatchView::screen(const WatchModel& model, std::size_t width, std::size_t height)
@@ -187,36 +131,13 @@ std::vector<WatchLine> WatchView::screen(const WatchModel& model, std::size_t wi
     if (m_b_help) {
         lines = help();
     } else {
-        lines.push_back(title(model));
-        if (m_b_typing || !m_filter.empty()) {
-            lines.push_back({"filter: " + m_filter + (m_b_typing ? "_" : ""), WatchStyle::prompt});
-        }
+        lines.push_back(title(model, width));
         if (!model.is_up()) {
             lines.push_back({});
-            lines.push_back({"No figures: " + state_of(model) + ".", WatchStyle::plain});
-        } else {
-            // On a small screen the table is worth more than what stands above it.
-            constexpr std::size_t least_rows = 6;
-            const std::vector<std::string> summary = engine_summary(model, width, m_b_unicode);
-            if (m_page == WatchPage::engine) {
-                for (std::size_t at = 0; at < summary.size() && (at < 1 || height > summary.size() + least_rows);
-                     ++at) {
-                    lines.push_back({summary[at]});
-                }
-            }
-            const WatchTable table = table_of(m_page, model, m_b_unicode);
-            m_columns = table.columns.size();
-            const order& by = order_of_page();
-            const std::vector<std::size_t> rows = rows_in_order(table, by.column, by.b_reverse, m_filter);
-            lines.push_back({table_head(table, by.column), WatchStyle::head});
-            m_rows_in_sight = std::max<std::size_t>(height > lines.size() ? height - lines.size() : 0, 1);
-            m_first_row = std::min(m_first_row, rows.size() > m_rows_in_sight ? rows.size() - m_rows_in_sight : 0);
-            for (std::size_t at = m_first_row; at < rows.size() && lines.size() < height; ++at) {
-                lines.push_back({table_line(table, rows[at])});
-            }
-            if (rows.empty()) {
-                lines.push_back({m_page == WatchPage::engine && !model.has_rates() ? "(no rates yet)" : "(none)"});
-            }
+            lines.push_back({"No figures: " + state_of(model) + ".", WatchStyle::critical});
+        } else if (height > 1) {
+            const std::vector<WatchLine> rest = page().lines(model, {width, height - 1, m_b_unicode});
+            lines.insert(lines.end(), rest.begin(), rest.end());
         }
     }
     lines.resize(std::min(lines.size(), height));
@@ -230,26 +151,36 @@ std::vector<std::string> WatchView::report(const WatchModel& model)
 {
     std::vector<std::string> lines;
     if (!model.is_up()) {
-        lines.push_back(std::string(word_of(m_page)) + ": no figures: " + state_of(model));
-        return lines;
+        return {page().name() + ": no figures: " + state_of(model)};
     }
-    lines.push_back(std::string(word_of(m_page)) + " at " + time_of_day(model.now().capture_time));
-    if (m_page == WatchPage::engine) {
-        constexpr std::size_t width = 92; // sixty values of history
-        for (const std::string& line : engine_summary(model, width, m_b_unicode)) {
-            lines.push_back(line);
-        }
-    }
-    const WatchTable table = table_of(m_page, model, m_b_unicode);
-    const order& by = order_of_page();
-    lines.push_back(table_head(table, by.column));
-    for (const std::size_t row : rows_in_order(table, by.column, by.b_reverse, m_filter)) {
-        lines.push_back(table_line(table, row));
-    }
-    for (std::string& line : lines) {
-        line.resize(line.find_last_not_of(' ') + 1);
+    lines.push_back(page().name() + " at " + state_of(model));
+    for (const WatchLine& line : page().report(model, m_b_unicode)) {
+        lines.push_back(line.text.substr(0, line.text.find_last_not_of(' ') + 1));
     }
     return lines;
+}
+
+void WatchView::write_json(const WatchModel& model, Output& output)
+{
+    nlohmann::ordered_json line;
+    line["kavstat_watch"] = 1;
+    line["page"] = page().name();
+    if (!model.is_up()) {
+        line["error"] = state_of(model);
+        output.add(line.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace) + "\n");
+        return;
+    }
+    line["capture_time"] = model.now().capture_time;
+    line["engine_start_time"] = model.now().engine_start_time;
+    for (const WatchFigure& figure : overview_figures(model)) {
+        line["figures"][figure.key] = std::isfinite(figure.number) ? nlohmann::json(figure.number) : nlohmann::json();
+    }
+    std::string text = line.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
+    text.pop_back();
+    // Rows are written one by one: a document of all of them would take many times their size.
+    output.add(text + ",\"rows\":[");
+    page().write_rows(model, output);
+    output.add("]}\n");
 }
 
 } // namespace kavstat

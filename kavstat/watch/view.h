@@ -1,88 +1,53 @@
-// The live view without its screen: what keys do, and the lines that a screen of a given size shows.
+// The live view without its screen: which page is shown, what keys do, and the lines that a screen of a given size
+// shows.
 #pragma once
 
-#include "watch/pages.h"
+#include "watch/page.h"
 
-#include <array>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace kavstat {
 
-// Keys that are no characters.
-enum WatchKey : int
-{
-    WATCH_KEY_UP = 0x10000,
-    WATCH_KEY_DOWN,
-    WATCH_KEY_PAGE_UP,
-    WATCH_KEY_PAGE_DOWN,
-    WATCH_KEY_HOME,
-    WATCH_KEY_END,
-    WATCH_KEY_ENTER,
-    WATCH_KEY_ESCAPE,
-    WATCH_KEY_BACKSPACE,
-};
-
-enum class WatchStyle
-{
-    plain,
-    title,  // the line that tells what all this is
-    head,   // above a table's columns
-    alarm,  // there is no engine
-    prompt, // where a filter is typed
-};
-
-struct WatchLine
-{
-    std::string text;
-    WatchStyle style = WatchStyle::plain;
-};
-
 class WatchView
 {
 public:
-    // interval: seconds between two looks at the engine. b_unicode: sparklines may be drawn with blocks.
-    WatchView(WatchPage page, double interval, bool b_unicode);
+    // page: the index of the page that is shown first. interval: seconds between two looks at the engine. b_unicode:
+    // sparklines may be drawn with blocks. file: the saved statistics that are looked at, and not an engine.
+    WatchView(std::size_t page, double interval, bool b_unicode, std::optional<std::string> file = std::nullopt);
 
-    // key: a character or an WatchKey.
+    // key: a character or a WatchKey.
     void press(int key);
     bool is_over() const { return m_b_over; }
     bool is_paused() const { return m_b_paused; }
     double interval() const { return m_interval; }
-    WatchPage page() const { return m_page; }
-    // Connections are many; they are read only while they are shown.
-    bool needs_connections() const { return m_page == WatchPage::connections; }
+    WatchPage& page() const { return m_detail != nullptr ? *m_detail : *m_pages[m_page]; }
+    // Of the page that is shown; nothing else is read.
+    const WatchNeeds& needs() const { return page().needs(); }
 
     // The screen, `height` lines of up to `width` columns. Scrolls so far as there are rows. Any size will do.
     std::vector<WatchLine> screen(const WatchModel& model, std::size_t width, std::size_t height);
     // The whole page for paper, a pipe or a log: no keys, no scrolling, every row.
     std::vector<std::string> report(const WatchModel& model);
+    // The same as one line of JSON.
+    void write_json(const WatchModel& model, Output& output);
 
 private:
-    struct order
-    {
-        std::size_t column;
-        bool b_reverse = false;
-    };
+    WatchLine title(const WatchModel& model, std::size_t width) const;
+    // What the title says of the engine or file.
+    std::string state_of(const WatchModel& model) const;
 
-    void press_in_filter(int key);
-    void turn_to(std::size_t page);
-    void next_order(const WatchTable& table);
-    WatchLine title(const WatchModel& model) const;
-    order& order_of_page() { return m_orders[static_cast<std::size_t>(m_page)]; }
-
-    WatchPage m_page;
+    std::vector<std::unique_ptr<WatchPage>> m_pages;
+    std::size_t m_page;
+    std::unique_ptr<WatchPage> m_detail; // of what was opened; null when nothing is
     double m_interval;
     bool m_b_unicode;
+    std::optional<std::string> m_file;
     bool m_b_over = false;
     bool m_b_paused = false;
     bool m_b_help = false;
-    bool m_b_typing = false; // a filter
-    std::string m_filter;
-    std::array<order, watch_page_count> m_orders;
-    std::size_t m_first_row = 0;
-    std::size_t m_rows_in_sight = 1;
-    std::size_t m_columns = 1; // of the page's table
 };
 
 } // namespace kavstat

@@ -3,6 +3,8 @@
 #include "kavstat_fixture.h"
 #include "model/change.h"
 
+#include <nlohmann/json.hpp>
+
 #include <cstring>
 #include <limits>
 
@@ -27,13 +29,22 @@ DiffSide side(std::time_t capture, std::time_t start = 1700000000)
     return result;
 }
 
-std::string diff(const DiffSide& before, const DiffSide& after, bool b_all = false)
+std::string diff(const DiffSide& before, const DiffSide& after, const DiffChoice& choice = {})
 {
     StringSink sink;
     Output output(sink);
-    write_diff(before, after, b_all, output);
+    write_diff(before, after, choice, output);
     output.flush();
     return sink.text();
+}
+
+nlohmann::json diff_json(const DiffSide& before, const DiffSide& after, const DiffChoice& choice = {})
+{
+    StringSink sink;
+    Output output(sink);
+    write_diff_json(before, after, choice, output);
+    output.flush();
+    return nlohmann::json::parse(sink.text());
 }
 
 class difference : public testing::Test
@@ -185,9 +196,83 @@ TEST_F(difference, follows_peers_and_applications_whatever_their_slots)
 TEST_F(difference, with_all_shows_every_counter)
 {
     const DiffSide before = side(1700000100);
-    const std::string text = diff(before, before, true);
+    const std::string text = diff(before, before, {.b_all = true});
     // Three lines of head; for each section a blank line, its title and its columns.
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 3 + (3 + 1 + 383) + (3 + 166));
+}
+
+TEST_F(difference, shows_the_scopes_and_counters_that_are_asked_for)
+{
+    DiffSide before = side(1700000100);
+    before.snapshot.peers.resize(2);
+    before.snapshot.peers[0].number = 3;
+    before.snapshot.peers[1].number = 4;
+    DiffSide after = side(1700000110);
+    after.snapshot.peers = {before.snapshot.peers[0]};
+    after.snapshot.peers[0].figures[RE_STAT_PEER_ID_NUM_NACKS] = 6;
+    after.snapshot.peers[0].figures[RE_STAT_PEER_ID_NUM_RTXS] = 5;
+    after.snapshot.engine[RE_STAT_GLOBAL_ID_NUM_READ] = 1;
+    DiffChoice choice;
+    std::string unknown;
+    ASSERT_TRUE(parse_diff_scopes("peers", choice, unknown));
+    const std::string head = "before: 2023-11-14 22:15:00, engine started 2023-11-14 22:13:20, file-1700000100\n"
+                             "after:  2023-11-14 22:15:10, engine started 2023-11-14 22:13:20, file-1700000110\n"
+                             "between: 10 s\n";
+    EXPECT_EQ(diff(before, after, choice), head + "\n"
+                                                  "peer 3\n"
+                                                  "  counter    unit      before  after  change    rate\n"
+                                                  "  num_nacks  messages       0      6      +6  0.60/s\n"
+                                                  "  num_rtxs   messages       0      5      +5  0.50/s\n"
+                                                  "\n"
+                                                  "peer 4, gone\n");
+    choice.search = "Could not be DECODED"; // in a meaning
+    EXPECT_EQ(diff(before, after, choice), head + "\n"
+                                                  "peer 3\n"
+                                                  "  counter    unit      before  after  change    rate\n"
+                                                  "  num_nacks  messages       0      6      +6  0.60/s\n");
+    EXPECT_FALSE(parse_diff_scopes("peers,peer", choice, unknown));
+    EXPECT_EQ(unknown, "peer");
+    EXPECT_FALSE(parse_diff_scopes("peers,", choice, unknown));
+    ASSERT_TRUE(parse_diff_scopes(all_diff_scopes(), choice, unknown));
+    EXPECT_TRUE(choice.b_engine && choice.b_connections && choice.b_peers && choice.b_applications);
+}
+
+TEST_F(difference, is_a_json_document_as_well)
+{
+    DiffSide before = side(1700000100);
+    before.snapshot.engine[RE_STAT_GLOBAL_ID_NUM_READ] = 100;
+    before.snapshot.connections[RE_STAT_CONN_ID_ENCODE_IN_BYTES] = 5000;
+    before.snapshot.peers.resize(1);
+    before.snapshot.peers[0].number = 3;
+    DiffSide after = side(1700000110);
+    after.snapshot.engine[RE_STAT_GLOBAL_ID_NUM_READ] = 105;
+    after.snapshot.engine[RE_STAT_GLOBAL_ID_CACHE_STATE] = 2;
+    after.snapshot.peers.resize(1);
+    after.snapshot.peers[0].number = 4;
+    std::strcpy(after.snapshot.peers[0].header.m_peer_host_name, "branch\x1B");
+    nlohmann::json document = diff_json(before, after);
+    nlohmann::json& of_new_peer = document["sections"][2]["counters"];
+    EXPECT_EQ(of_new_peer.size(), 42U + 1U); // all of them, and its open connections
+    EXPECT_EQ(
+        of_new_peer["num_nacks"],
+        nlohmann::json::parse(R"({"unit": "messages", "before": 0, "after": 0, "change": 0, "per_second": 0.0})"));
+    of_new_peer = nlohmann::json::object();
+    EXPECT_EQ(document, nlohmann::json::parse(R"({
+        "kavstat_diff": 1,
+        "before": {"name": "file-1700000100", "capture_time": 1700000100, "engine_start_time": 1700000000},
+        "after": {"name": "file-1700000110", "capture_time": 1700000110, "engine_start_time": 1700000000},
+        "seconds": 10,
+        "restarted": false,
+        "sections": [
+            {"scope": "engine", "counters": {
+                "cache_state": {"unit": "state", "before": 0, "after": 2, "change": 2},
+                "num_read": {"unit": "events", "before": 100, "after": 105, "change": 5, "per_second": 0.5}}},
+            {"scope": "connections", "counters": {
+                "encode_in_bytes": {"unit": "bytes", "before": 5000, "after": 0, "change": null, "note": "went_back"}}},
+            {"scope": "peer", "peer": 4, "host_name": "branch\ufffd", "state": "new",
+             "kav_peer_id": "00:00:00:00:00:00-000000000000-00000000", "counters": {}},
+            {"scope": "peer", "peer": 3, "host_name": "", "state": "gone",
+             "kav_peer_id": "00:00:00:00:00:00-000000000000-00000000", "counters": {}}]})"));
 }
 
 TEST_F(difference, is_refused_for_different_engines_and_a_wrong_order)

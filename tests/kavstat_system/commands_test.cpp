@@ -46,10 +46,14 @@ TEST_F(kavstat_command, refuses_mistakes_with_status_2)
                                                             {"json", "--scope", "global,peer"},
                                                             {"json", "--scope", ""},
                                                             {"json", "extra"},
+                                                            {"json", "--interval", "0"},
+                                                            {"json", "--interval", "1", "--file", "saved"},
+                                                            {"diff", "--scope", "peer", "saved"},
                                                             {"list", "--unit", "furlongs"},
                                                             {"watch", "--interval", "0"},
                                                             {"watch", "--interval", "nan"},
                                                             {"watch", "--page", "5"},
+                                                            {"watch", "--page", "peers", "--sort", "rows"},
                                                             {"serve", "--listen", "localhost"},
                                                             {"serve", "--listen", "1.2.3.4:99999"},
                                                             {"serve", "--allow-host", "example.net:80"},
@@ -135,7 +139,11 @@ TEST_F(kavstat_command, ends_quietly_when_its_reader_has_seen_enough)
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
     close(ends[0]);
-    for (const std::vector<std::string>& arguments : {std::vector<std::string>{"json"}, {"metrics"}, {"watch"}}) {
+    for (const std::vector<std::string>& arguments : {std::vector<std::string>{"json"},
+                                                      {"json", "--interval", "0.1"},
+                                                      {"metrics"},
+                                                      {"watch", "-i", "0.1"},
+                                                      {"watch", "--json", "-i", "0.1"}}) {
         run_surroundings surroundings;
         surroundings.output = ends[1];
         const program_result result = run_kavstat(arguments, surroundings);
@@ -234,6 +242,34 @@ TEST_F(kavstat_command, json_reads_files_of_every_layout)
     EXPECT_TRUE(nlohmann::json::accept(result.out));
 }
 
+TEST_F(kavstat_command, json_with_an_interval_is_a_line_for_each_moment)
+{
+    child_program lines(built_program("kavstat"), {"json", "--interval", "0.1", "--scope", "global,peers"});
+    const auto next = [&] { return nlohmann::json::parse(lines.read_line().value_or("")); };
+    nlohmann::json line = next();
+    EXPECT_GT(line["capture_time"], 1700000000);
+    line.erase("capture_time");
+    EXPECT_EQ(line, nlohmann::json::parse(R"({"kavstat_json": 1, "error": "no engine is running"})"));
+    const auto wait_for = [&](const char* key) {
+        for (int count = 0; count < 300 && !line.contains(key); ++count) {
+            line = next();
+        }
+        return line.contains(key);
+    };
+    {
+        const small_engine engine;
+        ASSERT_TRUE(wait_for("peers"));
+        EXPECT_EQ(line["peers"][0]["host_name"], "branch-1.example.net");
+        EXPECT_FALSE(line.contains("connections"));
+        EXPECT_TRUE(next().contains("global"));
+    }
+    EXPECT_TRUE(wait_for("error"));
+    lines.send_signal(SIGTERM);
+    const program_result result = lines.finish();
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+}
+
 TEST_F(kavstat_command, metrics_are_what_promtool_accepts)
 {
     const small_engine engine;
@@ -255,6 +291,14 @@ TEST_F(kavstat_command, diff_compares_a_file_with_the_running_engine)
     EXPECT_TRUE(contains(live.out, "\npeer 1 branch-1.example.net, connections\n"));
     const std::string after = save("after");
     EXPECT_TRUE(contains(run_kavstat({"diff", before, after}).out, "  +500"));
+    const program_result searched =
+        run_kavstat({"diff", "--scope", "peers,engine", "--search", "encode_in", "--json", before, after});
+    EXPECT_EQ(searched.err, "");
+    EXPECT_EQ(nlohmann::json::parse(searched.out)["sections"], nlohmann::json::parse(R"([
+        {"scope": "peer_connections", "peer": 1, "host_name": "branch-1.example.net",
+         "kav_peer_id": "00:11:22:33:44:55-010203040506-0a0b0c0d", "counters": {
+            "encode_in_bytes": {"unit": "bytes", "before": 1000000, "after": 1000500, "change": 500}}}])"))
+        << searched.out;
     const program_result same = run_kavstat({"diff", after, after});
     EXPECT_EQ(std::count(same.out.begin(), same.out.end(), '\n'), 3) << same.out;
 }

@@ -39,9 +39,12 @@ TEST_F(kavstat_completion, offers_commands_options_and_values)
     EXPECT_EQ(offered({"json", "--s"}), "--scope");
     EXPECT_EQ(offered({"json", "--scope", "n"}), "nacks");
     EXPECT_EQ(offered({"json", "--scope", "nacks,p"}), "nacks,peers");
-    EXPECT_EQ(offered({"watch", "--page", ""}), "applications connections engine peers");
+    EXPECT_EQ(offered({"watch", "--page", ""}),
+              "applications bypass configuration connections counters nacks overview peers");
+    EXPECT_EQ(offered({"watch", "--page", "nacks", "--sort", "s"}), "sequence");
     EXPECT_EQ(offered({"list", "--unit", "micro"}), "microseconds");
     EXPECT_EQ(offered({"diff", "--a"}), "--all");
+    EXPECT_EQ(offered({"diff", "--scope", "engine,p"}), "engine,peers");
     EXPECT_EQ(offered({"schema", "--of", ""}), "health statistics");
     write_file(path("saved-1"), "");
     EXPECT_EQ(offered({"diff", path("sav")}), path("saved-1"));

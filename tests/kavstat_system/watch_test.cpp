@@ -22,48 +22,71 @@ TEST_F(live_view, shows_pages_filters_helps_and_ends)
 {
     const small_engine engine;
     const terminal screen(folder(), watch("-i 0.2"), 120, 30);
-    expect_in(screen.screen_with("COUNTER"), "kavstat  1[engine] 2 peers  3 connections  4 applications");
-    expect_in(screen.screen(), "Cache active, 1.0 GB of 2.0 GB in use; 2 peers, 2 applications, 4 connections in all");
+    expect_in(screen.screen_with("Cache, oldest"), "kavstat 1/8 [overview]  ");
+    expect_in(screen.screen(), "\nCache, oldest 45d1h           50.0%      1.0 GiB of 2.0 GiB");
     screen.press({"2"});
     expect_in(screen.screen_with("PEER HOST"), "      1 branch-1.example.net      2 ");
     screen.press({"/", "4", "4", ":", "6", "6", "Enter"});
     const std::string filtered = screen.screen_with("filter: 44:66");
     expect_in(filtered, "00:11:22:33:44:66");
-    EXPECT_FALSE(contains(filtered, "branch-1")) << filtered;
+    EXPECT_EQ(filtered.find("branch-1"), std::string::npos) << filtered;
     screen.press({"Escape"});
     expect_in(screen.screen_without("filter"), "branch-1");
     screen.press({"3"});
-    expect_in(screen.screen_with("CLIENT"), "        12       1 192.0.2.10:50000      198.51.100.20:80      open ");
+    expect_in(screen.screen_with("CLIENT"), "        12      1 192.0.2.10:50000      198.51.100.20:80      open ");
     screen.press({"Tab"});
-    expect_in(screen.screen_with("APPLICATION "), "\n445 ");
+    expect_in(screen.screen_with("APPLICATION "), "\n  445 ");
+    screen.press({"5"});
+    expect_in(screen.screen_with("REASON"), " checksum_collision ");
+    screen.press({"6"});
+    expect_in(screen.screen_with("BYPASSED"), "  198.51.100.31:");
+    screen.press({"7"});
+    expect_in(screen.screen_with("COUNTER"), "> cache       cache_state                                    active ");
+    screen.press({"8"});
+    expect_in(screen.screen_with("PARAMETER"), "  max_con_cur_connection      4000");
     screen.press({"?"});
-    expect_in(screen.screen_with("kavstat watch: keys"), "q           quit");
+    expect_in(screen.screen_with("kavstat watch: keys"), "? q          this help, which any key leaves; quit");
     screen.press({"x"});
     screen.screen_without("keys");
     screen.press({"q"});
     expect_in(screen.screen_with("status"), "status 0");
 }
 
+TEST_F(live_view, opens_a_peer_with_its_counters_and_returns)
+{
+    small_engine engine;
+    const terminal screen(folder(), watch("-i 0.2 -p peers"), 80, 24);
+    screen.screen_with("branch-1");
+    screen.press({"Enter"});
+    expect_in(screen.screen_with("Peer "),
+              "Peer 1 branch-1.example.net, 00:11:22:33:44:55, 203.0.113.1, 2 connections");
+    screen.press({"/", "r", "t", "t", "Enter"});
+    expect_in(screen.screen_with("filter: rtt"), "> queues      ack_q_max_rtt                               12.345 ms");
+    screen.press({"Escape", "Escape"});
+    expect_in(screen.screen_with("PEER HOST"), "00:11:22:33:44:66");
+}
+
 TEST_F(live_view, moves_with_the_engine)
 {
     small_engine engine;
-    const terminal screen(folder(), watch("-i 0.2"), 120, 30);
-    screen.screen_with("COUNTER");
-    for (int round = 0; round < 100 && screen.screen().find("encode_in_bytes") == std::string::npos; ++round) {
-        engine.writer().add_conn_stat(engine.encoding_conn(), RE_STAT_CONN_ID_ENCODE_IN_BYTES, 100000);
+    const terminal screen(folder(), watch("-i 0.2 -p connections --sort rate"), 120, 30);
+    screen.screen_with("CLIENT");
+    for (int round = 0; round < 100 && screen.screen().find("iB/s") == std::string::npos; ++round) {
+        engine.writer().add_conn_stat(engine.encoding_conn(), RE_STAT_CONN_ID_ENCODE_IN_BYTES, 1000000);
     }
-    expect_in(screen.screen(), "encode_in_bytes");
-    expect_in(screen.screen(), "█");
+    expect_in(screen.screen(), "iB/s");
+    screen.press({"1"});
+    expect_in(screen.screen_with("█"), "Traffic before");
 }
 
 TEST_F(live_view, survives_every_size_of_window)
 {
     const small_engine engine;
     const terminal screen(folder(), watch("-i 0.1"), 80, 24);
-    screen.screen_with("COUNTER");
+    screen.screen_with("Traffic before");
     for (const auto& [width, height] : {std::pair(1, 1), {2, 50}, {300, 1}, {500, 200}, {7, 3}, {1, 1}}) {
         screen.resize(width, height);
-        for (const char* const page : {"1", "2", "3", "4", "?", "x"}) {
+        for (const char* const page : {"1", "2", "3", "4", "5", "6", "7", "8", "2", "Right", "Enter", "?", "x"}) {
             screen.press({page});
         }
     }
@@ -80,13 +103,13 @@ TEST_F(live_view, follows_an_engine_that_stops_and_starts_again)
     screen.screen_with("no engine is running");
     {
         const small_engine engine;
-        expect_in(screen.screen_with("Cache active"), "2 peers");
+        expect_in(screen.screen_with("▄"), "Connections open"); // two looks at least
     }
     expect_in(screen.screen_with("No figures"), "no engine is running");
     {
         demo_engine engine({"--rate", "1"});
         ASSERT_TRUE(engine.says("ready"));
-        expect_in(screen.screen_with("4 peers"), "4 peers");
+        expect_in(screen.screen_with("Traffic before"), "│"); // where it was started anew
         engine.send_signal(SIGKILL);
         engine.finish();
         expect_in(screen.screen_with("No figures"), "the engine is no longer running");
@@ -100,7 +123,7 @@ TEST_F(live_view, gives_the_terminal_back_after_signals)
     const small_engine engine;
     for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
         const terminal screen(folder(), "sh -c 'echo $$ >" + path("pid") + "; exec " + watch() + "'", 80, 24);
-        expect_in(screen.screen_with("COUNTER"), "COUNTER");
+        expect_in(screen.screen_with("Traffic before"), "Traffic before");
         ASSERT_EQ(kill(std::stoi(bytes_of_file(path("pid"))), signal), 0);
         const std::string after = screen.screen_with("status");
         expect_in(after, "status 0");
@@ -135,8 +158,7 @@ TEST_F(live_view, is_text_in_a_pipe_and_once)
     const program_result once = run_kavstat({"watch", "--once", "-i", "0.1", "-p", "applications"});
     EXPECT_EQ(once.status, 0);
     EXPECT_EQ(once.out.substr(0, 16), "applications at ");
-    expect_in(once.out, "\n80                           1           -           -           -        0  976.0 KB"
-                        "       0 B        2  75.0%\n");
+    expect_in(once.out, "\n  80                      1 branch-1.example.net           -           - e75.0%");
     for (const char letter : once.out) {
         EXPECT_TRUE(letter == '\n' || (letter >= ' ' && letter <= '~'));
     }
@@ -148,4 +170,59 @@ TEST_F(live_view, is_text_in_a_pipe_and_once)
     EXPECT_GE(heads, 3);
     endless.send_signal(SIGTERM);
     EXPECT_EQ(endless.finish().status, 0);
+}
+
+TEST_F(live_view, is_a_line_of_json_after_every_interval)
+{
+    const small_engine engine;
+    child_program endless(built_program("kavstat"),
+                          {"watch", "--json", "-i", "0.1", "-p", "peers", "--filter", "branch"});
+    for (int line = 0; line < 3; ++line) {
+        const nlohmann::json document = nlohmann::json::parse(endless.read_line().value_or(""));
+        EXPECT_EQ(document["kavstat_watch"], 1);
+        EXPECT_EQ(document["page"], "peers");
+        EXPECT_EQ(document["engine_start_time"], once_upon_a_time);
+        EXPECT_EQ(document["figures"]["cache_used_ratio"], 0.5);
+        EXPECT_EQ(document["figures"]["encode_latency_seconds"], nullptr); // no messages
+        ASSERT_EQ(document["rows"].size(), 1U);
+        EXPECT_EQ(document["rows"][0]["peer"], 1);
+        EXPECT_EQ(document["rows"][0]["host"], "branch-1.example.net");
+        EXPECT_EQ(document["rows"][0]["before"], 0);
+    }
+    endless.send_signal(SIGTERM);
+    EXPECT_EQ(endless.finish().status, 0);
+}
+
+TEST_F(live_view, of_a_file_is_shown_once_or_until_a_key)
+{
+    {
+        const small_engine engine;
+        ASSERT_EQ(run_viewer({"save-file", path("saved")}).status, 0);
+    }
+    const program_result text =
+        run_kavstat({"watch", "--file", path("saved"), "-p", "connections", "--sort", "connection"});
+    EXPECT_EQ(text.status, 0) << text.err;
+    expect_in(text.out, "connections at ");
+    expect_in(text.out, path("saved"));
+    expect_in(text.out, "\n          12      1 192.0.2.10:50000      198.51.100.20:80      open             - ");
+    const program_result none = run_kavstat({"watch", "--file", path("none")});
+    EXPECT_EQ(none.status, 3);
+    EXPECT_EQ(none.err, "kavstat: " + path("none") + ": there is no such file\n");
+    const terminal screen(folder(), watch("-i 0.1 --file " + path("saved")), 100, 24);
+    expect_in(screen.screen_with("Cache, oldest 45d1h"), "kavstat 1/8 [overview]  20");
+    screen.press({"3"});
+    expect_in(screen.screen_with("SERVER"), "198.51.100.20:80");
+    screen.press({"q"});
+    expect_in(screen.screen_with("status"), "status 0");
+}
+
+TEST_F(live_view, names_the_columns_that_a_page_can_be_ordered_by)
+{
+    const program_result result = run_kavstat({"watch", "-p", "nacks", "--sort", "rate"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err,
+              "kavstat: --sort: the page \"nacks\" has no column \"rate\", but time, peer, host, connection, "
+              "direction, reason, sequence\n");
+    EXPECT_EQ(run_kavstat({"watch", "--sort", "peer"}).err, "kavstat: --sort: the page \"overview\" has no columns\n");
 }

@@ -1,0 +1,43 @@
+#include "commands/stop_signals.h"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <thread>
+
+namespace kavstat {
+
+namespace {
+
+volatile std::sig_atomic_t b_stopped = 0;
+
+} // namespace
+
+// Without restarting calls, so that whatever waits notices.
+void end_at_signals()
+{
+    struct sigaction action
+    {
+    };
+    action.sa_handler = [](int) { b_stopped = 1; };
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        sigaction(signal, &action, nullptr);
+    }
+}
+
+bool is_stopped()
+{
+    return b_stopped != 0;
+}
+
+void sleep_unless_stopped(double length)
+{
+    using clock = std::chrono::steady_clock;
+    using seconds = std::chrono::duration<double>;
+    const auto end = clock::now() + seconds(length);
+    while (!is_stopped() && clock::now() < end) {
+        std::this_thread::sleep_for(std::min<seconds>(end - clock::now(), seconds(0.05)));
+    }
+}
+
+} // namespace kavstat

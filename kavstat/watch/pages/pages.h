@@ -1,0 +1,25 @@
+// What each page of the live view shows. pages.cpp has the list of all.
+#pragma once
+
+#include "watch/page.h"
+
+namespace kavstat {
+
+WatchTable peers_table(const WatchModel& model, const WatchFrame& frame);
+WatchTable connections_table(const WatchModel& model, const WatchFrame& frame);
+std::vector<WatchLine> connections_heading(const WatchModel& model, const WatchFrame& frame);
+WatchTable applications_table(const WatchModel& model, const WatchFrame& frame);
+WatchTable nacks_table(const WatchModel& model, const WatchFrame& frame);
+WatchTable bypass_table(const WatchModel& model, const WatchFrame& frame);
+std::vector<WatchLine> bypass_heading(const WatchModel& model, const WatchFrame& frame);
+WatchTable config_table(const WatchModel& model, const WatchFrame& frame);
+WatchTable counters_table(const WatchModel& model, const WatchFrame& frame);
+
+// The page of one peer, connection or application.
+WatchTable subject_table(const WatchModel& model, const WatchSubject& subject, const WatchFrame& frame);
+std::vector<WatchLine> subject_heading(const WatchModel& model, const WatchSubject& subject, const WatchFrame& frame);
+std::string title_of(const WatchModel& model, const WatchSubject& subject);
+
+std::unique_ptr<WatchPage> make_overview_page();
+
+} // namespace kavstat
