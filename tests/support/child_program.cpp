@@ -47,7 +47,7 @@ std::vector<char*> pointers_to(std::vector<std::string>& texts)
     return pointers;
 }
 
-// What a program that counts its coverage says when it cannot write the counts down.
+// Removes the messages of a program that was built to count its coverage and cannot write the counts.
 void drop_coverage_notes(std::string& err)
 {
     for (std::size_t end = 0; err.starts_with("profiling:") && (end = err.find('\n')) != std::string::npos;) {
@@ -78,7 +78,7 @@ void close_if_open(int& descriptor)
     }
 }
 
-// Runs in the child, where nothing may allocate memory. Returns only when something failed.
+// Runs in the child process, where allocating memory is not allowed. Returns only after an error.
 void become_program(int program, char* const* arguments, char* const* environment, int out, int err,
                     const run_surroundings& surroundings)
 {
@@ -98,7 +98,7 @@ void become_program(int program, char* const* arguments, char* const* environmen
             return;
         }
     }
-    // Whatever the test itself was started with stays behind: descriptors are counted in some tests.
+    // Closes the descriptors that the test inherited, because some tests count descriptors.
     close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     for (const auto& [resource, value] : surroundings.limits) {
@@ -107,7 +107,7 @@ void become_program(int program, char* const* arguments, char* const* environmen
             return;
         }
     }
-    // Through its descriptor, as another user may not get as far as the folder it was built in.
+    // Runs the program through its descriptor, because another user may not be allowed to enter the build folder.
     fexecve(program, arguments, environment);
 }
 
@@ -120,7 +120,7 @@ child_program::child_program(const std::string& path, const std::vector<std::str
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<std::string> variables = environment_with(surroundings.environment);
     if (surroundings.user || !surroundings.limits.empty()) {
-        // Under limits, or as somebody else, a program built to count its coverage would only spoil the counts.
+        // A program that counts its coverage and runs under limits or as another user would only spoil the counts.
         variables.emplace_back("GCOV_PREFIX=/dev/null");
     }
     const std::vector<char*> argument_pointers = pointers_to(words);

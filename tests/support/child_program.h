@@ -1,5 +1,5 @@
-// Runs the real programs as a shell would: with arguments, environment, limits and a user of one's choice, everything
-// that they print caught, and never longer than they may take.
+// Runs the real programs as a shell does, with the given arguments, environment, limits and user. Captures all their
+// output and limits their run time.
 #pragma once
 
 #include <sys/resource.h>
@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-// Long enough for an instrumented program on a busy machine; what is still there then hangs.
+// Long enough for an instrumented program on a busy machine. A program that still runs after this time hangs.
 constexpr std::chrono::seconds run_timeout{120};
 
 struct run_surroundings
@@ -20,9 +20,10 @@ struct run_surroundings
     std::vector<std::pair<std::string, std::string>> environment = {};
     // Resource limits, such as {RLIMIT_NOFILE, 4}.
     std::vector<std::pair<int, rlim_t>> limits = {};
-    // Where standard output goes instead of being caught; not owned. A negative number: standard output is closed.
+    // Receives standard output, which is then not captured. Not owned. With a negative number, standard output is
+    // closed.
     std::optional<int> output = {};
-    // User and group to run as, without any further groups. Needs root.
+    // User and group to run as, without supplementary groups. Needs root.
     std::optional<std::pair<uid_t, gid_t>> user = {};
 };
 
@@ -30,12 +31,12 @@ struct program_result
 {
     std::string out;
     std::string err;
-    int status = -1;          // exit status, or negative after a signal's death
-    int signal = 0;           // that ended the program
+    int status = -1;          // exit status, or negative after death by a signal
+    int signal = 0;           // the signal that ended the program
     bool b_timed_out = false; // it had to be killed
 };
 
-// A program that runs beside the test. It ends with this object, or with the test's process.
+// A program that runs while the test runs. It is killed with this object or with the test's process.
 class child_program
 {
 public:
@@ -48,15 +49,15 @@ public:
 
     pid_t pid() const { return m_pid; }
     void send_signal(int signal) const;
-    // The next line of standard output without its end; nothing when none comes in time or at all.
+    // Returns the next line of standard output without its newline. Returns nothing when no line comes in time.
     std::optional<std::string> read_line();
-    // Waits for the end, reading what is left of both outputs.
+    // Waits for the end and reads the rest of both outputs.
     program_result finish();
 
 private:
     using clock = std::chrono::steady_clock;
 
-    // Reads what either output has to give; false at the end of both or at the deadline.
+    // Reads the available bytes of both outputs. Returns false at the end of both or at the deadline.
     bool read_some(clock::time_point deadline);
     void wait_for_end(clock::time_point deadline);
 
@@ -66,7 +67,7 @@ private:
     program_result m_result;
 };
 
-// The path of a program that was built, such as "exec_show_stats_kav".
+// Returns the path of a built program, such as "exec_show_stats_kav".
 std::string built_program(const std::string& name);
 
 // Runs the viewer to its end.

@@ -1,4 +1,4 @@
-// Whether one text holds another, with both in the message of a test that fails.
+// Whether one text contains another. A failed test shows both.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// The demo engine beside the test.
+// The demo engine as a child process of the test.
 #pragma once
 
 #include "support/child_program.h"
@@ -9,17 +9,17 @@
 class demo_engine
 {
 public:
-    // segment: the name to publish under; that of the environment when empty.
+    // segment: the name to publish under. If empty, the name in the environment is used.
     explicit demo_engine(const std::vector<std::string>& arguments, const std::string& segment = {});
 
-    // Whether the engine's next line is this one.
+    // Whether the next line that the engine prints is `line`.
     bool says(const std::string& line);
-    // Waits for this line; false when the engine ended before.
+    // Waits for `line`. Returns false when the engine ends before.
     bool wait_for(const std::string& line);
     void send_signal(int signal) const { m_program.send_signal(signal); }
-    // Asks it to stop and waits for its end.
+    // Asks the engine to stop and waits for its end.
     program_result stop();
-    // Waits for its end.
+    // Waits for the engine's end.
     program_result finish() { return m_program.finish(); }
 
 private:

@@ -18,7 +18,7 @@
 #include <filesystem>
 
 #ifdef KAV_SANITIZED
-// Its handler would be the program's own, which is called when live statistics are cut short.
+// Without this, the sanitizer's SIGBUS handler would be called as the program's own when live statistics are cut short.
 extern "C" const char* __asan_default_options(); // NOLINT(bugprone-reserved-identifier)
 extern "C" const char* __asan_default_options()  // NOLINT(bugprone-reserved-identifier)
 {
@@ -135,8 +135,8 @@ std::unique_ptr<RE_stat_reader> file_reader(const std::string& path)
 
 namespace {
 
-// Whether both calls give the same result and the same value. They start from different values, so that one that is not
-// written shows.
+// Whether both calls return the same result and the same value. The values start out different, so that a value that is
+// not written is noticed.
 template <typename Read, typename... Slot>
 void expect_same_reads(RE_stat_reader& left, RE_stat_reader& right, int count, Read read, Slot... slot)
 {

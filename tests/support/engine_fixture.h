@@ -1,5 +1,5 @@
-// What the tests of the core library share: an engine with a segment of its own, records made from one number, and a
-// few ways to look at processes.
+// Shared by the tests of the core library: an engine with its own segment, records made from one number, and helpers
+// that inspect processes.
 #pragma once
 
 #include "RE_stat_image.h"
@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-// Every field of these records follows from `number`, so that fields of different records can be told apart.
+// Every field of these records is derived from `number`, so that fields of different records can be told apart.
 RE_stat_peer_header peer_header_of(std::uint32_t number);
 RE_stat_conn_header conn_header_of(std::uint32_t number);
 SO_stat_conn_header so_header_of(std::uint32_t number);
@@ -24,13 +24,13 @@ RE_stat_nack_header nack_of(std::uint32_t number);
 RE_stat_app_header app_key_of(std::uint32_t number);
 RE_stat_config_param config_of(std::uint32_t number);
 
-// What a record holds; the two bytes behind the peer header's last field are nobody's.
+// The size of a record's fields. The peer header ends with two bytes of padding.
 template <typename Record>
 constexpr std::size_t size_of_fields = sizeof(Record);
 template <>
 inline constexpr std::size_t size_of_fields<RE_stat_peer_header> = sizeof(RE_stat_peer_header) - 2;
 
-// Whether two records hold the same bytes.
+// Whether two records contain the same bytes.
 template <typename Record>
 ::testing::AssertionResult same_record(const Record& left, const Record& right)
 {
@@ -44,16 +44,16 @@ template <typename Record>
     return ::testing::AssertionSuccess();
 }
 
-// Runs `work` in a child process and returns its result (0 to 255), or -1 when the child was killed, by a signal or
-// because it took longer than half a minute.
+// Runs `work` in a child process and returns its result (0 to 255). Returns -1 when the child was killed by a signal or
+// because it ran longer than half a minute.
 int result_in_child(const std::function<int()>& work);
-// The same as user "nobody". Call only when may_change_user().
+// Like result_in_child(), but as user "nobody". Call it only when may_change_user() is true.
 int result_as_nobody(const std::function<int()>& work);
 bool may_change_user();
 
 constexpr unsigned int nobody = 65534;
 
-// Sanitizers need time and address space of their own.
+// Sanitizers need additional time and address space.
 #ifdef KAV_SANITIZED
 constexpr bool b_under_a_sanitizer = true;
 #else
@@ -63,12 +63,12 @@ constexpr bool b_under_a_sanitizer = false;
 std::unique_ptr<RE_stat_reader> live_reader();
 std::unique_ptr<RE_stat_reader> file_reader(const std::string& path);
 
-// Every read of both readers gives the same, over all slots and ids and a few beyond either end.
+// Expects that every read gives the same with both readers, for all slots and ids and a few beyond both ends.
 void expect_same_statistics(RE_stat_reader& left, RE_stat_reader& right);
 
 std::vector<RE_stat_nack_header> all_nacks(RE_stat_reader& reader);
 
-// Names a segment for one test and leaves none behind.
+// Gives each test its own segment name and removes the segment afterwards.
 class segment_test : public ::testing::Test
 {
 protected:
@@ -77,7 +77,7 @@ protected:
 
     const std::string& segment_name() const { return m_name; }
     std::string segment_path() const { return own_segment_path(m_name); }
-    // A writable mapping of the segment that is there, to spoil it; unmapped with the fixture.
+    // Maps the existing segment writable, so that a test can spoil it. The fixture unmaps it.
     unsigned char* map_segment();
 
 private:
@@ -85,17 +85,17 @@ private:
     std::vector<std::pair<void*, std::size_t>> m_mappings;
 };
 
-// An engine that runs, with room for a few of everything.
+// A running engine with a few slots of each kind.
 class engine_test : public segment_test
 {
 protected:
     static constexpr RE_stat_limits few = {8, 16, 8, 8};
 
-    // Makes the engine, published, and opens `reader` on it.
+    // Creates and publishes the engine and opens `reader` on it.
     void start(const RE_stat_limits& limits = few);
-    // Gives the engine some of everything.
+    // Adds a few peers, connections, applications and other records.
     void fill();
-    // Saves through `reader` and returns the file's path.
+    // Saves through `reader` and returns the path of the file.
     std::string save(const std::string& name = "saved");
     RE_image_header& header() { return *reinterpret_cast<RE_image_header*>(map_segment()); }
 

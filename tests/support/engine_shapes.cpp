@@ -66,7 +66,7 @@ void open_sample_conn(RE_stat_writer& writer, int number, int peers)
     SO_stat_conn_header so_header{};
     so_header.m_comp_type = 3;
     if (number % 4 == 3) {
-        so_header.m_comp_type = 0; // the engine leaves it alone
+        so_header.m_comp_type = 0; // the engine does not process this connection
     }
     so_header.m_wan_fd = 7 + number;
     const int slot = writer.open_conn(number % peers, header, so_header, sample_start + number);
@@ -108,7 +108,7 @@ int publish_sample(RE_stat_writer& writer, const engine_shape& shape)
     for (int at = 0; at < shape.conns && shape.peers > 0; ++at) {
         open_sample_conn(writer, at, shape.peers);
     }
-    // As an engine had it that did not leave these two to the writer: there is a file of it.
+    // Set explicitly, because there is a saved file of an engine that set these two counters itself.
     for (const RE_stat_global_id id :
          {RE_STAT_GLOBAL_ID_NUM_CONNECTED_PEER, RE_STAT_GLOBAL_ID_MAX_NUM_CONNECTED_PEER}) {
         writer.set_global(RE_stat_global_id{id}, 7LL * id);
@@ -235,7 +235,7 @@ void every_counter::publish(std::time_t start)
             m_writer.close_conn(slot, sample_start + 100);
         }
     }
-    // After the connections, which count themselves.
+    // After the connections, because opening them changes counters.
     set_engine_figures(m_writer, engine_value);
     for (int peer = 0; peer < peers; ++peer) {
         set_peer_figures(m_writer, peer, [&](int id) { return peer_value(peer, id); });

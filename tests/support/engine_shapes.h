@@ -1,4 +1,4 @@
-// Engines of known figures in named shapes. small_engine.h has one more, of which every line of report is known.
+// Engines with known figures in named shapes. small_engine.h has another one, with every line of its reports known.
 #pragma once
 
 #include "RE_stat_writer.h"
@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-// Give every counter that a writer keeps for one thing a value by its id.
+// Set every counter of the engine, of a peer, of a connection or of an application to a value made from its id.
 template <typename Value>
 void set_engine_figures(RE_stat_writer& writer, const Value& value_of)
 {
@@ -36,12 +36,11 @@ void add_app_figures(RE_stat_writer& writer, int slot, const Value& value_of)
     }
 }
 
-// The sample engine started at this moment, and everything else that it reports happened within the hour before
-// `sample_now`.
+// The sample engine starts at this moment. Everything else that it reports happens within the hour before `sample_now`.
 constexpr std::time_t sample_start = 1700000000;
 constexpr std::time_t sample_now = sample_start + 3600;
 
-// How much there is of each thing.
+// The number of things of each kind.
 struct engine_shape
 {
     int peers = 2;
@@ -53,17 +52,17 @@ struct engine_shape
 constexpr engine_shape empty_shape = {0, 0, 0, 0, 0};
 constexpr engine_shape large_shape = {20, 200, 50, 100, 20};
 
-// Makes a segment under the name in KAV_STAT_SEGMENT, fills it and lets viewers in. Returns what create() does.
+// Creates a segment under the name in KAV_STAT_SEGMENT, fills it and publishes it. Returns the result of create().
 int publish_sample(RE_stat_writer& writer, const engine_shape& shape);
 
-// The same engine's statistics as bytes: saved, or as a live segment holds them.
+// Return the statistics of the same engine as bytes, as a saved file and as a live segment.
 std::vector<unsigned char> saved_sample(const engine_shape& shape);
 std::vector<unsigned char> live_sample(const engine_shape& shape);
 
 // Gives KAV_STAT_SEGMENT a name that no other process uses, and returns it.
 std::string use_own_segment();
 
-// An engine whose every counter has a value of its own, in numbers that any form of them keeps exactly.
+// An engine in which every counter has a different value. Every unit can express the values exactly.
 class every_counter
 {
 public:
@@ -73,14 +72,14 @@ public:
     RE_stat_writer& writer() { return m_writer; }
     void restart();
 
-    // The values, by hand: what the engine counts, and its peers, connections and applications.
+    // Return the expected values of the engine's, peers', connections' and applications' counters.
     static long long engine_value(int id);
     static long long peer_value(int peer, int id);
     static long long conn_value(int conn, int id);
     static std::uint32_t app_value(int app, int id);
 
     static constexpr int peers = 3;
-    static constexpr int conns = 7; // connection n is of peer n modulo 3
+    static constexpr int conns = 7; // connection n belongs to peer n modulo 3
     static constexpr int apps = 4;
 
 private:

@@ -34,7 +34,7 @@ void fake_reader::note(const char* operation, Numbers... numbers)
     }
 }
 
-// What is in a slot; null while nothing can be read.
+// Returns the content of a slot, or null for an invalid slot or while `b_failing` is set.
 template <typename Thing>
 const Thing* fake_reader::in_slot(const std::vector<Thing>& things, int slot) const
 {
@@ -221,7 +221,7 @@ int fake_reader::read_conn_peer_id(int conn_slot, int& peer_id)
     return read_member(in_slot(conns, conn_slot), &fake_conn::peer_id, peer_id);
 }
 
-// Cursors start at 7, so that a view which takes them for indexes is found out.
+// Cursors start at 7, so that a view that uses them as indexes fails its test.
 constexpr int first_nack_cursor = 7;
 
 int fake_reader::get_first_nack()

@@ -1,4 +1,4 @@
-// A statistics reader and an engine library that tests fill in by hand.
+// A statistics reader and an engine library with contents that tests set.
 #pragma once
 
 #include "RE_statistics.h"
@@ -32,8 +32,8 @@ struct fake_conn
     std::map<int, long long> stats;
 };
 
-// Answers from its public members and writes down every call. A read of something that is not there, or any read while
-// `b_failing` is set, returns -1 and leaves the out-value alone, which no view may mind.
+// Answers from its public members and records every call. A read of something that does not exist, or any read while
+// `b_failing` is set, returns -1 and leaves the out-value unchanged. Views must accept that.
 class fake_reader : public RE_stat_reader
 {
 public:
@@ -43,20 +43,20 @@ public:
     std::vector<fake_peer> peers;
     std::vector<fake_conn> conns;
     std::vector<RE_stat_nack_header> nacks;
-    std::vector<RE_stat_app_struct> apps; // slots 0 to size-1; all others are null
-    std::uint32_t app_slots_to_visit = 0; // what get_app_slot_shared_memory_header_size answers
+    std::vector<RE_stat_app_struct> apps; // slots 0 to size-1; all other slots are null
+    std::uint32_t app_slots_to_visit = 0; // the result of get_app_slot_shared_memory_header_size
     std::optional<RE_stat_config_param> config;
     void* bypass_memory = nullptr;
     int open_result = 0;
     int save_result = 0;
     bool b_failing = false;
-    std::vector<std::string> calls; // "read_global_stat 12", "read_conn_header 3", in order
-    std::function<void()> on_read;  // called before every read, to let the statistics move
+    std::vector<std::string> calls; // for example "read_global_stat 12" or "read_conn_header 3", in order
+    std::function<void()> on_read;  // called before every read, so that a test can change the statistics
     std::function<void()> on_destruction;
 
     ~fake_reader() override;
 
-    // How often `call` was made, for example "read_global_stat 12".
+    // Counts the calls that equal `call`, for example "read_global_stat 12".
     int count(const std::string& call) const;
 
     int open() override;
@@ -107,7 +107,7 @@ private:
     const Thing* in_slot(const std::vector<Thing>& things, int slot) const;
 };
 
-// One message as the viewer sent it to the system log.
+// One message that the viewer sent to the system log.
 struct fake_log_message
 {
     std::string file;
@@ -120,30 +120,30 @@ struct fake_log_message
     bool operator==(const fake_log_message&) const = default;
 };
 
-// The engine library that the viewer is linked against in these tests.
+// The engine library that the viewer is linked with in these tests.
 namespace fake_engine {
 
-// What RE_stat_reader::create returns; null without it.
+// The result of RE_stat_reader::create, which is null when this is not set.
 extern std::function<RE_stat_reader*(RE_stat_reader_type type, const char* path)> create;
 extern std::vector<fake_log_message> log;
-extern int log_inits; // how often logging was started
+extern int log_inits; // number of times that logging was started
 extern unsigned char global_debug_flags;
 extern unsigned char per_conn_debug_flags;
-extern int bypass_size;                        // what the auto-bypass table says its size is
-extern std::vector<std::string> martian_texts; // addresses, as dotted text, that is_ip_martian refuses
-extern std::optional<std::time_t> now;         // the time of day; the real one when not set
-// What ip_to_string makes of an address; dotted when not set. The next call writes over the last one's text.
+extern int bypass_size;                        // the size that the auto-bypass table reports
+extern std::vector<std::string> martian_texts; // addresses in dotted form that is_ip_martian refuses
+extern std::optional<std::time_t> now;         // the time of day; the real time when not set
+// The result of ip_to_string, the dotted form when this is not set. The next call overwrites the text.
 extern std::function<std::string(unsigned int ip)> ip_text;
 
-// Back to an engine that is not there, an empty log and the real time.
+// Restores the initial state: no engine, an empty log and the real time.
 void reset();
 
 } // namespace fake_engine
 
-// What `run` printed to standard output.
+// Returns what `run` prints to standard output.
 std::string output_of(const std::function<void()>& run);
 
-// Installs `reader` as the run's reader for the length of a scope.
+// Installs `reader` as the viewer's reader for the length of a scope.
 class reader_in_place
 {
 public:
@@ -153,7 +153,7 @@ public:
     reader_in_place& operator=(const reader_in_place&) = delete;
 };
 
-// A run of the viewer: its reader is `reader`, the time of day stands still, and local time is universal time.
+// A run of the viewer with `reader` as its reader, a fixed time of day, and UTC as local time.
 class view_test : public testing::Test
 {
 protected:

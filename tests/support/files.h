@@ -1,14 +1,14 @@
-// Files and folders of tests.
+// Files and folders for tests.
 #pragma once
 
 #include <string>
 #include <string_view>
 #include <vector>
 
-// Where files are on a disk, and programs among them can be run.
+// Returns a folder on a disk, in which programs can be run.
 std::string disk();
 
-// A folder that goes with all that is in it; in memory, unless told otherwise.
+// A folder that is removed with all its content. It is in memory unless another parent folder is given.
 class scratch_folder
 {
 public:
@@ -24,9 +24,9 @@ private:
     std::string m_path;
 };
 
-// The whole of a file, and a file made of this alone. They throw when that fails.
+// Read a whole file, and write a file with exactly these bytes. They throw on errors.
 std::string bytes_of_file(const std::string& path);
 void write_file(const std::string& path, std::string_view bytes);
 
-// The names in a folder, hidden ones included, in ascending order.
+// Returns the names in a folder, including hidden ones, in ascending order.
 std::vector<std::string> names_in(const std::string& folder);

@@ -1,4 +1,4 @@
-// Where the engines of the user who runs the tests publish.
+// The place of the segments of the user who runs the tests.
 #pragma once
 
 #include "RE_stat_folder.h"
@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string>
 
-// The path of a segment of this name. Its folder is there afterwards.
+// Returns the path of the segment with this name. Creates its folder if necessary.
 inline std::string own_segment_path(const std::string& name)
 {
     RE_stat_path folder;

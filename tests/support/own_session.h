@@ -1,4 +1,5 @@
-// A session folder of the test's own: engines publish in it, apart from all others, and other users may be let in.
+// A session folder of the test's own. Engines publish in it, apart from all other engines, and other users can be given
+// access.
 #pragma once
 
 #include <sys/stat.h>
@@ -37,9 +38,9 @@ public:
     void enter() const { setenv("XDG_RUNTIME_DIR", m_path.c_str(), 1); }
     static void leave() { unsetenv("XDG_RUNTIME_DIR"); }
     const std::string& path() const { return m_path; }
-    // Where segments are.
+    // The folder that contains the segments.
     std::string folder() const { return m_path + "/kav"; }
-    // Lets all users look into the folder, as /run/kav lets its group. An engine has made it.
+    // Lets all users read the folder, as the group may read /run/kav. An engine must have created the folder before.
     bool let_others_in() const { return chmod(folder().c_str(), 0755) == 0; }
 
 private:

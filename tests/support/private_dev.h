@@ -1,5 +1,5 @@
-// Folders of this process's own in place of /dev/shm and /run, in which it may do what other processes must not see,
-// and a system log that it can read. Needs root.
+// Gives this process its own /dev/shm and /run, which other processes cannot see, and a system log that it can read.
+// Needs root.
 #pragma once
 
 #include <fcntl.h>
@@ -21,7 +21,8 @@
 class private_dev
 {
 public:
-    // From here on this process, and those that it starts, have their own. False when the system does not allow that.
+    // From now on this process and its children have their own folders. Returns false when the system does not allow
+    // that.
     bool enter()
     {
         if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
@@ -43,7 +44,7 @@ public:
                chmod("/dev/log", 0666) == 0;
     }
 
-    // What was sent to the system log since the last call.
+    // Returns what was sent to the system log since the last call.
     std::string logged() const
     {
         std::string text;
@@ -54,7 +55,7 @@ public:
         return text;
     }
 
-    // Reads the log in a process of its own from now on, for programs that would wait for a full one.
+    // Starts a process that reads and discards the log, because programs wait when the log is full.
     void discard_log() const
     {
         if (fork() == 0) {

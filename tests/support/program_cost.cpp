@@ -24,7 +24,7 @@ std::vector<char*> argv_of(const program_words& words)
 {
     std::vector<char*> argv;
     for (const std::string& word : words) {
-        argv.push_back(const_cast<char*>(word.c_str())); // execv leaves them alone
+        argv.push_back(const_cast<char*>(word.c_str())); // execv does not change them
     }
     argv.push_back(nullptr);
     return argv;
@@ -36,7 +36,7 @@ std::vector<char*> argv_of(const program_words& words)
     std::exit(1);
 }
 
-// Starts the program, stopped at its first instruction.
+// Starts the program and stops it at its first instruction.
 pid_t start_traced(const program_words& words)
 {
     const auto argv = argv_of(words);
@@ -92,7 +92,7 @@ program_cost watched_run(const program_words& words)
     const pid_t child = start_traced(words);
     ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACEEXIT);
     program_cost cost;
-    cost.system_calls = 1; // execve, which is over already
+    cost.system_calls = 1; // execve, which has already returned
     bool b_in_call = false;
     int status = 0;
     do {

@@ -1,4 +1,4 @@
-// A statistics image as a later release may lay it out: the same figures with larger rows and more sections.
+// A statistics image with the layout of a later release: the same figures with larger rows and more sections.
 #pragma once
 
 #include "RE_stat_image.h"
@@ -10,8 +10,8 @@
 #define XXH_INLINE_ALL
 #include <xxhash.h>
 
-// Puts magic, byte order, version, state and size right and, in a saved image, the checksum; so everything else is what
-// is judged. Too few bytes for a header and a trailer stay as they are.
+// Corrects magic, byte order, version, state, size and, in a saved image, the checksum, so that readers check
+// everything else. An image that is too small for a header and a trailer is not changed.
 inline void repair_image(unsigned char* bytes, std::size_t size, RE_image_kind kind)
 {
     RE_image_header header{};
@@ -37,11 +37,11 @@ inline void repair_image(unsigned char* bytes, std::size_t size, RE_image_kind k
 
 struct image_extras
 {
-    std::uint32_t row_bytes = 0; // behind each row but those of the auto-bypass table; a multiple of 8
-    std::uint32_t sections = 0;  // of which this build knows nothing, the first in front of all others
+    std::uint32_t row_bytes = 0; // added to each row outside the auto-bypass table; a multiple of 8
+    std::uint32_t sections = 0;  // unknown to this build; the first one precedes all others
 };
 
-// Lays a sound image of this build's layout out anew. What is added is filled with 0xa5.
+// Returns a valid image of this build's layout in the later layout. Added bytes are 0xa5.
 inline std::vector<unsigned char> relaid_image(const std::vector<unsigned char>& image, const image_extras& extras)
 {
     RE_image_header header{};

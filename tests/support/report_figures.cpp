@@ -15,7 +15,7 @@ std::vector<std::string> lines_of(const std::string& text)
     return lines;
 }
 
-// "   Overall: msg:         10, in:    976 KB, out:    244 KB, ratio:  75.00%", the bypass lines without out and ratio.
+// "   Overall: msg:         10, in:    976 KB, out:    244 KB, ratio:  75.00%". Bypass lines have no out and ratio.
 bool take_stage(const std::string& line, const std::string& side, figure_map& figures)
 {
     static const std::regex stage(
@@ -43,7 +43,7 @@ void take_counts_by_reason(const std::string& name, const std::string& counts, f
     }
 }
 
-// The one group of `pattern` in `line`, under `name`.
+// Stores the only group of `pattern` in `line` under `name`.
 void take(const std::string& line, const std::regex& pattern, const std::string& name, figure_map& figures)
 {
     std::smatch found;

@@ -282,7 +282,7 @@ void small_engine::publish_conns()
     const int decoding = m_writer.open_conn(1, conn_ends(9, first_client + 1, 50001, file_server, 445), transport(3),
                                             once_upon_a_time + 120);
     publish_decoding(decoding);
-    // Goes around the engine, so no list of connections has it.
+    // Not processed by the engine, so no list of connections shows it.
     m_writer.open_conn(0, conn_ends(8, first_client, 50003, poor_server, 443), transport(0), once_upon_a_time);
 }
 

@@ -1,5 +1,5 @@
-// A small engine whose every figure is known: two peers, four connections, three NACKs, two applications, two bypassed
-// servers. Its stamps are either fixed or so far from a change of their age's text that reports of it stand still.
+// A small engine with known figures: two peers, four connections, three NACKs, two applications, two bypassed servers.
+// Its timestamps are either fixed or so old that the ages in reports do not change during a test.
 #pragma once
 
 #include "RE_stat_writer.h"
@@ -15,7 +15,7 @@ public:
     RE_stat_writer& writer() { return m_writer; }
     void stop() { m_writer.close(); }
 
-    // Of peer 1, client 192.0.2.10:50000, server 198.51.100.20:80: encodes, open since 2011.
+    // The connection of peer 1 from 192.0.2.10:50000 to 198.51.100.20:80. It encodes and has been open since 2011.
     int encoding_conn() const { return m_encoding_conn; }
 
 private:
@@ -40,6 +40,6 @@ constexpr std::time_t day = 86400;
 constexpr std::time_t hour = 3600;
 // 03/13/2011 07:06:40
 constexpr std::time_t once_upon_a_time = 1300000000;
-// Their ages read "5d3h" and "45d" for half an hour at least.
+// Their ages read "5d3h" and "45d" for at least half an hour.
 std::time_t five_days_ago();
 std::time_t forty_five_days_ago();

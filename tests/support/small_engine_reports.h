@@ -1,4 +1,4 @@
-// What the reports say of the small engine, whole texts and the pieces that they share.
+// The reports on the small engine, as whole texts and as the parts that they share.
 #pragma once
 
 #include <string>

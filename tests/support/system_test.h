@@ -1,5 +1,5 @@
-// What every test of the whole programs stands on: a statistics segment and a folder of its own, so that tests can run
-// side by side, and coordinated universal time.
+// The base of all tests of whole programs. Each test has its own statistics segment and folder, so that tests can run
+// in parallel, and uses UTC.
 #pragma once
 
 #include "support/child_program.h"
@@ -10,7 +10,7 @@
 
 #include <string>
 
-// The user that owns nothing, to lack permissions as.
+// A user that owns nothing, for tests of missing permissions.
 constexpr uid_t nobody = 65534;
 constexpr gid_t nogroup = 65534;
 
@@ -20,16 +20,16 @@ protected:
     system_test();
     ~system_test() override;
 
-    // The segment's name, as KAV_STAT_SEGMENT has it by now.
+    // The name of the segment, which is also in KAV_STAT_SEGMENT.
     const std::string& segment() const { return m_segment; }
     std::string segment_path() const { return own_segment_path(m_segment); }
     const std::string& folder() const { return m_folder.path(); }
     // The path of a file in the test's folder.
     std::string path(const std::string& name) const { return m_folder.file(name); }
-    // Another segment's name, removed at the end like the first.
+    // The name of another segment, which is also removed at the end.
     std::string other_segment() const { return m_segment + "_other"; }
 
-    // The whole report, after a run in which nothing went wrong.
+    // Returns the whole report of a run that must succeed.
     static std::string report_of(const std::vector<std::string>& arguments)
     {
         const program_result result = run_viewer(arguments);
@@ -37,7 +37,7 @@ protected:
         EXPECT_EQ(result.err, "");
         return result.out;
     }
-    // The whole output after a run that is refused.
+    // Returns the whole output of a run that must be refused.
     static std::string refusal_of(const std::vector<std::string>& arguments)
     {
         const program_result result = run_viewer(arguments);

@@ -36,7 +36,7 @@ program_result run_on_terminal(const std::string& path, const std::vector<std::s
 
 terminal::terminal(const std::string& folder, const std::string& command, int width, int height)
 {
-    // One of its own, as a server that was told to end may still be there.
+    // Each terminal has its own server, because an earlier server may not have ended yet.
     static int count = 0;
     m_socket = folder + "/tmux" + std::to_string(++count);
     run({"new-session", "-d", "-x", std::to_string(width), "-y", std::to_string(height),
@@ -45,7 +45,7 @@ terminal::terminal(const std::string& folder, const std::string& command, int wi
 
 terminal::~terminal()
 {
-    // The program ends before its terminal goes: a hangup in the middle of a leak check would leave both hanging.
+    // Ends the program before its terminal is closed. A hangup during a leak check would block both.
     if (screen().find("status") == std::string::npos) {
         press({"C-c"});
         screen_with("status");

@@ -31,7 +31,7 @@ public:
     }
 
 private:
-    // read(2) of a regular file
+    // Reads like read(2) from a regular file.
     int read(void* field, std::size_t size)
     {
         const std::size_t count = std::min(size, m_bytes.size() - m_offset);

@@ -1,4 +1,4 @@
-// What reading a log field by field, with one read call for each, gives: the obvious way, to hold the viewer's against.
+// A reference for the viewer's log reader: reads a log field by field, with one read call per field.
 #pragma once
 
 #include <string>
@@ -12,6 +12,6 @@ struct log_outcome
     bool operator==(const log_outcome&) const = default;
 };
 
-// For a regular file of these bytes, called `path`. Leaves the run's names as the log would.
+// Reads these bytes as a regular file at `path`. Sets the viewer's names as reading the log does.
 log_outcome read_log_field_by_field(const std::string& bytes, const std::string& path, const std::string& peer,
                                     bool detail, int top);

@@ -69,7 +69,7 @@ RE_stat_app_struct random_record(std::mt19937& random)
 {
     RE_stat_app_struct record{};
     for (std::uint32_t& counter : record.m_id_array) {
-        // From tiny to wrapping.
+        // From tiny values to values whose sums wrap.
         counter = static_cast<std::uint32_t>(random()) >> (drawn(random, 32));
     }
     const std::uint32_t bits[] = {static_cast<std::uint32_t>(random()), static_cast<std::uint32_t>(random()),

@@ -1,4 +1,4 @@
-// Records and logs of the top-application report, made by hand or at random.
+// Records and logs of the top-application report, with given or random content.
 #pragma once
 
 #include "RE_statistics.h"
@@ -11,13 +11,14 @@
 #include <utility>
 #include <vector>
 
-// A record of a server port with some of its counters set.
+// Returns a record of a server port with the given counters set.
 RE_stat_app_struct port_record(std::uint16_t port, std::initializer_list<std::pair<RE_stat_app_id, std::uint32_t>> set);
 
-// A record of a handle, of port 0, with so much traffic (ENCODE_IN).
+// Returns a record of a handle, with port 0 and this much traffic (ENCODE_IN).
 RE_stat_app_struct handle_record(unsigned handle, std::uint32_t traffic);
 
-// An identity of zeros but for its first four bytes, which are `hash`, low byte first: its 32-bit hash is `hash`.
+// Returns an identity whose first four bytes are `hash` in little-endian order. All others are 0, so its 32-bit hash is
+// `hash`.
 RE_kav_peer_id peer_of_hash(std::uint32_t hash);
 
 RE_stat_policy_engine_header names_of(const std::string& classifier, const std::string& application);
@@ -29,21 +30,21 @@ struct named_handle
     RE_stat_policy_engine_header names;
 };
 std::string log_section(const std::vector<named_handle>& names, const std::vector<RE_stat_app_struct>& records);
-// Records alone, the QUADA layout.
+// Returns a log in the QUADA layout, which contains only records.
 std::string log_array(const std::vector<RE_stat_app_struct>& records);
-// A 32-bit word as logs hold it.
+// Returns a 32-bit word in the byte order of logs.
 std::string log_word(std::uint32_t word);
 
-// A number from 0 to limit-1.
+// Returns a random number from 0 to limit-1.
 unsigned drawn(std::mt19937& random, unsigned limit);
 
-// Records with every bit drawn, but of few ports, handles and peers, so that they meet.
+// Returns a record of random bits, but with few ports, handles and peers, so that records have them in common.
 RE_stat_app_struct random_record(std::mt19937& random);
 
-// What `run` prints to the stream that it is handed.
+// Returns what `run` prints to the stream that it receives.
 std::string printed(const std::function<void(FILE*)>& run);
 
-// Sets the names that the report knows, by handle from 0 on, for the length of a scope.
+// Sets the names for handles 0 and up for the length of a scope.
 class names_in_place
 {
 public:

@@ -1,4 +1,4 @@
-// The viewer beside the small engine.
+// Tests of the viewer with the small engine running.
 #pragma once
 
 #include "support/small_engine.h"
