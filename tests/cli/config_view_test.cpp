@@ -19,7 +19,7 @@
 #include <string>
 #include <vector>
 
-// An allocation that cannot be had gives null, as it does outside the sanitizer.
+// A failed allocation returns null, as it does without the sanitizer.
 extern "C" const char* __asan_default_options();
 extern "C" const char* __asan_default_options()
 {
@@ -64,7 +64,7 @@ protected:
 
     RE_stat_config_param& cfg() { return *reader.config; }
 
-    // Puts `path` in the place of the engine's configuration file.
+    // Replaces the engine's configuration file by `path`.
     void show_file(const std::filesystem::path& path)
     {
         fake_system_calls::open = [this, path](const char* asked, int flags) {
@@ -85,7 +85,7 @@ protected:
     {
         return output_of([b_detail] { show_config(b_detail); });
     }
-    // What follows the banner of the configuration file.
+    // Returns the text after the banner of the configuration file.
     std::string file_part()
     {
         const std::string output = config(true);
@@ -96,7 +96,7 @@ protected:
         }
         return at == std::string::npos ? "" : output.substr(at + banner.size());
     }
-    // The line of the detailed configuration that begins with `start`.
+    // Returns the line of the detailed configuration that starts with `start`.
     std::string line(const std::string& start)
     {
         const std::string output = config(true);
@@ -228,7 +228,7 @@ TEST_F(config_view, has_a_word_for_each_compression_type_and_calls_the_rest_inva
 TEST_F(config_view, ends_an_algorithm_without_a_nul_at_its_arrays_end)
 {
     std::memset(cfg().m_lz_algorithm, 'z', sizeof cfg().m_lz_algorithm);
-    cfg().m_lz_min_msg_size = 0x7a7a7a7a; // 'z's behind the name
+    cfg().m_lz_min_msg_size = 0x7a7a7a7a; // the bytes after the name are 'z' as well
     EXPECT_EQ(line("  LZ algorithm"), "  LZ algorithm: " + std::string(32, 'z') + ", adaptive LZ: off");
 }
 
@@ -246,7 +246,7 @@ TEST_F(config_view, says_that_a_file_without_permission_could_not_be_opened)
     EXPECT_EQ(file_part(), " Config file open failed \n");
 }
 
-// As it happens to a viewer that was started without standard input.
+// When the viewer was started without standard input, open returns descriptor 0.
 TEST_F(config_view, shows_a_file_that_got_descriptor_0)
 {
     const int standard_input = dup(STDIN_FILENO);

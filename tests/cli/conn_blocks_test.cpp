@@ -37,8 +37,7 @@ protected:
     void set_distinct_counters();
 };
 
-// Every counter of the blocks has a value that shows as a text of its own, so that two mistaken for each other are
-// seen.
+// Every counter of the blocks has a different text, so that confused counters are noticed.
 void conn_blocks::set_distinct_counters()
 {
     reader.global_stats[RE_STAT_GLOBAL_ID_CACHE_SIGBLOCK_AGE] = now - 7384;
@@ -306,7 +305,7 @@ Connection details:
   Nacks: total 61 collision 62 chunk-miss 63 cache-not-ready 64
   R-tx: total 71 collision 72 chunk-miss 73 cache-not-ready 74
 )"
-              // A blank ends the next line.
+              // The next line ends with a blank.
               "  Invalidated 5 sections (5 due to converted cache) \n"
               R"(  Encode LZ latency:  2.004 ms per msg, zlib latency:  2.003 ms, average message size:     37 B
   Decode LZ latency:  5.007 ms per msg, zlib latency:  5.006 ms, average message size:     20 B
@@ -476,7 +475,7 @@ TEST_F(conn_blocks, guards_and_values_are_read_apart)
 {
     set_distinct_counters();
     info();
-    // Overall, LZ bypass, and a guard with a division in both latencies and in the average.
+    // Overall, LZ bypass, and one guard and one division in each of both latencies and the average.
     EXPECT_EQ(reads_of(RE_STAT_CONN_ID_ENCODE_NUM_MSGS), 8);
     EXPECT_EQ(reads_of(RE_STAT_CONN_ID_DECODE_NUM_MSGS), 8);
     // The ratio and the average.
@@ -518,12 +517,12 @@ TEST_F(conn_blocks, ages_are_the_engines_whatever_the_slot)
     EXPECT_EQ(reader.count("read_global_stat " + std::to_string(RE_STAT_GLOBAL_ID_CACHE_DATAUNIT_AGE)), 1);
 }
 
-// A running engine may set a counter back between a guard's reading and the division's.
+// A running engine may reset a counter between the read by the guard and the read by the division.
 TEST_F(conn_blocks, divisor_that_drops_to_0_after_its_guard_gives_0)
 {
     for (const bool b_first : {true, false}) {
         set_all(700);
-        set(RE_STAT_CONN_ID_ENCODE_BYPASS_REM_INFO_INCORRECT_BYTES, 0); // its cause spells "info"
+        set(RE_STAT_CONN_ID_ENCODE_BYPASS_REM_INFO_INCORRECT_BYTES, 0); // the text of its cause contains "info"
         std::map<int, bool> there;
         reader.on_read = [&] {
             for (const int id : {RE_STAT_CONN_ID_ENCODE_NUM_MSGS, RE_STAT_CONN_ID_DECODE_NUM_MSGS,
@@ -542,7 +541,7 @@ TEST_F(conn_blocks, divisor_that_drops_to_0_after_its_guard_gives_0)
     }
 }
 
-// The largest counter as a size is 2^43 - 1 MB, of which a size shows the low 32 bits.
+// The largest counter as a size is 2^43 - 1 MB. A size shows its low 32 bits.
 TEST_F(conn_blocks, largest_counters_wrap)
 {
     set_all(LLONG_MAX);
@@ -608,7 +607,8 @@ Connection details:
   Aggregation stack memory usage: Sender:      0 B  Receiver:      0 B
   Noise filter: Chunks: -9223372036854775808, Bytes:      0 B
 )");
-    // Bypassed and KAV output together wrap to 0, less the LZ input to the smallest number, which clamps.
+    // The sum of bypassed bytes and KAV output wraps to 0. Minus the LZ input, it is the smallest number, which is
+    // clamped.
     EXPECT_TRUE(contains(info(), " LZ Bypass: msg:          0, in:      0 B\n"));
 }
 

@@ -1,4 +1,5 @@
-// The three scopes of connection counters: which reader operation each takes, and the order of the virtual operations.
+// The three scopes of connection counters: the reader operation that each one uses, and the order of the virtual
+// operations.
 #include "RE_conn_slot.h"
 #include "support/fake_reader.h"
 
@@ -13,7 +14,7 @@
 
 namespace {
 
-// The address in one place of an object's virtual table, as a function.
+// Returns the function at an index of an object's virtual table.
 template <typename function>
 function virtual_operation(const RE_conn_slot& object, std::size_t place)
 {
@@ -28,7 +29,7 @@ using get_operation = long long (*)(const RE_conn_slot*, int);
 using is_aggregated_operation = bool (*)(const RE_conn_slot*);
 using destroy_operation = void (*)(RE_conn_slot*);
 
-// Tells how it was destroyed.
+// Counts how it was destroyed.
 class mortal_slot : public RE_conn_slot
 {
 public:

@@ -28,7 +28,7 @@ const std::string head = "\nConn  Peer       Client-ip:port       Server-ip:port
                          "                                                                  (C-Closed)\n";
 const std::string rule = "------------------------------------------------------------------------------\n";
 
-// What a listing is asked for; nothing unless said otherwise.
+// The arguments of a listing. By default, nothing is filtered.
 struct request
 {
     unsigned int client_ip = 0;
@@ -45,7 +45,7 @@ struct request
 class conn_view : public view_test
 {
 protected:
-    // An open connection of id `id`, with its slot's number as its bytes to encode.
+    // Adds an open connection with this id. Its bytes to encode are its slot number.
     fake_conn& add(int id)
     {
         fake_conn conn;
@@ -59,7 +59,7 @@ protected:
         return reader.conns.back();
     }
 
-    // Has every address that is written noted among the reader's calls.
+    // Records every address that is written among the reader's calls.
     void write_down_addresses()
     {
         fake_engine::ip_text = [this](unsigned int ip) {
@@ -94,7 +94,7 @@ std::string detail_of(int slot)
     return output_of([slot] { show_conn_detail(RE_conn_conn_slot(slot)); });
 }
 
-// The ids of a listing in either form, in order.
+// Returns the ids in a listing of either form, in order.
 std::vector<int> ids_in(const std::string& output)
 {
     std::vector<int> ids;
@@ -336,8 +336,9 @@ TEST_F(conn_view, takes_connection_and_peer_0_for_filters)
     EXPECT_EQ(ids_in(listing({.conn_id = -7, .peer_id = -7})), (std::vector<int>{1, 0}));
 }
 
-// 128 connections have every mixture of two values of each filtered trait; every set of filters, each alone and in
-// pairs among them, must list those that have the second value of all it asks for, in its own form and order.
+// The 128 connections have all combinations of two values of each filtered trait. Every set of filters, each alone and
+// in pairs with others, must list the connections that have the second value of each trait in the set, in its own form
+// and order.
 TEST_F(conn_view, lists_what_passes_every_filter_alone_and_together)
 {
     constexpr int client_ip_bit = 1;
@@ -436,7 +437,7 @@ TEST_F(conn_view, can_take_an_open_time_of_0_but_never_a_negative_one_for_the_la
 {
     add(4).open_time = -1;
     EXPECT_EQ(listing({.b_last = true}), "");
-    add(-1).open_time = 0; // no larger id than that of no connection
+    add(-1).open_time = 0; // the id must be larger than -1, the id of no connection
     EXPECT_EQ(listing({.b_last = true}), "");
     add(0).open_time = 0;
     EXPECT_EQ(ids_in(listing({.b_last = true})), std::vector<int>{0});
@@ -444,11 +445,11 @@ TEST_F(conn_view, can_take_an_open_time_of_0_but_never_a_negative_one_for_the_la
 
 TEST_F(conn_view, keeps_the_time_of_the_last_in_32_bits)
 {
-    // 2^31 is kept as -2^31, which every later slot's time exceeds.
+    // 2^31 is stored as -2^31, so the time of every later slot is larger.
     add(1).open_time = 1LL << 31;
     add(2).open_time = 5;
     EXPECT_EQ(ids_in(listing({.b_last = true})), std::vector<int>{2});
-    // 2^32 + 7 is kept as 7.
+    // 2^32 + 7 is stored as 7.
     reader.conns.clear();
     add(1).open_time = (1LL << 32) + 7;
     add(2).open_time = 7;
@@ -468,7 +469,7 @@ TEST_F(conn_view, shows_durations_below_0_and_times_at_the_ends_of_their_ranges)
     EXPECT_TRUE(contains(listing({.conn_id = 1}), "Open at 01/01/1970 00:00:00, Close at 12/31/1969 23:59:59, "
                                                   "Duration: -1 secs\n"));
     conn.open_time = -1;
-    conn.close_time = 1LL << 31; // past 2038
+    conn.close_time = 1LL << 31; // after 2038
     EXPECT_TRUE(contains(listing({.conn_id = 1}), "Open at 12/31/1969 23:59:59, Close at 12/13/1901 20:45:52, "
                                                   "Duration: 2147483649 secs\n"));
 }
@@ -495,7 +496,7 @@ TEST_F(conn_view, does_not_carry_one_slots_records_over_to_the_next)
 {
     add(5).close_time = 1;
     add(6);
-    // The second slot's transport header is the only one that can be read of it.
+    // Of the second slot, only the transport header can be read.
     reader.on_read = [this] {
         const std::string& call = reader.calls.back();
         reader.b_failing = call.ends_with(" 1") && call != "read_conn_so_header 1";
@@ -543,7 +544,7 @@ TEST_F(conn_view, reads_the_records_of_a_block_again_and_then_prints_both_addres
                                         "ip_to_string 10.0.0.1", "ip_to_string 10.0.0.2", "get_first_nack"}));
 }
 
-// Whatever a connection fails, all of it has been read by then.
+// A connection is read completely before any filter is applied.
 TEST_F(conn_view, reads_all_of_a_connection_that_is_not_listed)
 {
     add(5).close_time = now;
@@ -578,7 +579,7 @@ TEST_F(conn_view, prints_addresses_as_the_engine_library_writes_them_in_both_for
 
 namespace {
 
-// An engine that claims some number of connection slots and has but one connection, in slot 2.
+// An engine that reports any number of connection slots but has only one connection, in slot 2.
 class boastful_reader : public fake_reader
 {
 public:

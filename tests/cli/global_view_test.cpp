@@ -66,7 +66,7 @@ Cache:
    Data unit usage:  disk:   3500 MB, memory: 17.50% age: 1d3h
 )";
 
-// From 201 on in the order of the report, so that two counters mistaken for each other are seen.
+// The values are 201 and up in the order of the report, so that confused counters are noticed.
 void global_view::set_detail_counters()
 {
     set(RE_STAT_GLOBAL_ID_CACHE_CREATION_TIME, 1299506709);
@@ -147,7 +147,7 @@ Cache details:
   Sigblock: Total 221 chunks stored in 222 sections
   Secblock: Total 223 chunks stored in 224 sections
 )"
-                                  // A blank ends the next line.
+                                  // The next line ends with a blank.
                                   "  Total anchor seen: 225, total matches seen: 226, matched more than once: 227 \n"
                                   R"(
 Ack Queue:    228 B  Used Disk:    229 B      Wait Queue:    230 B
@@ -199,7 +199,7 @@ Cache details:
   Sigblock: Total 0 chunks stored in 0 sections
   Secblock: Total 0 chunks stored in 0 sections
 )"
-                                     // A blank ends the next line.
+                                     // The next line ends with a blank.
                                      "  Total anchor seen: 0, total matches seen: 0, matched more than once: 0 \n"
                                      R"(
 Ack Queue:      0 B  Used Disk:      0 B      Wait Queue:      0 B
@@ -345,7 +345,7 @@ TEST_F(global_view, cache_of_negative_size_is_not_used)
     EXPECT_TRUE(contains(info(), "\n    Total usable disk size:     -5 MB,  Used: 0.00%\n"));
 }
 
-// A running engine may empty its cache between the guard's reading and the division's.
+// A running engine may empty its cache between the read by the guard and the read by the division.
 TEST_F(global_view, cache_that_goes_away_after_the_guard_is_not_used)
 {
     set_summary_counters();
@@ -381,7 +381,7 @@ TEST_F(global_view, engine_without_connections_has_no_connection_section)
     EXPECT_EQ(report(false), summary);
     EXPECT_EQ(report(true), summary + cache_details);
     EXPECT_EQ(reader.count("read_global_active_conn_count"), 0);
-    EXPECT_EQ(reads_of(RE_STAT_GLOBAL_ID_NUM_TOTAL_CONNS), 2); // once a report
+    EXPECT_EQ(reads_of(RE_STAT_GLOBAL_ID_NUM_TOTAL_CONNS), 2); // once per report
 }
 
 TEST_F(global_view, negative_total_of_connections_is_shown)
@@ -507,13 +507,13 @@ TEST_F(global_view, top_application_shares_are_of_all_updates)
 
 TEST_F(global_view, top_application_shares_are_in_single_precision)
 {
-    // 0.005 percent, which single precision holds a little below and double precision a little above.
+    // 0.005 percent is a little smaller in single precision and a little larger in double precision.
     set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_SUCCESS_COUNT, 99995);
     set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_FAILURE_COUNT, 5);
     EXPECT_TRUE(contains(detail(), ", Fail        5 (0.00%)\n"));
-    // 43.8749992 and 56.1250008 percent, which round to 43.875 and 56.125 when single precision comes in at the end. Of
-    // 24 bits from the start, 16968677 is 16968676 and 21706371 is 21706372, 100 times these are 1696867584 and
-    // 2170637312, and the shares 43.8749962 and 56.1250038.
+    // The shares are 43.8749992 and 56.1250008 percent. If only the result were converted to single precision, they
+    // would round to 43.875 and 56.125. With 24 bits from the start, 16968677 becomes 16968676 and 21706371 becomes
+    // 21706372. 100 times these are 1696867584 and 2170637312, and the shares are 43.8749962 and 56.1250038.
     set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_SUCCESS_COUNT, 21706371);
     set(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_FAILURE_COUNT, 16968677);
     EXPECT_TRUE(contains(detail(), "\n  Update: Succeed 21706371 (56.13%), Fail 16968677 (43.87%)\n"));
@@ -546,7 +546,7 @@ Cache:
     Sigblock usage:  disk: 9223372036854775807 MB, memory: 100.00% age: 11574d
    Data unit usage:  disk: 9223372036854775807 MB, memory: 100.00% age: 11574d
 )");
-    // Their sum is -2, and half of a hundred times 2^63 is 25 times 2^64.
+    // The sum wraps to -2. A hundred times 2^63, divided by -2, is -25 times 2^64.
     EXPECT_TRUE(contains(detail(), "\n  Update: Succeed 9223372036854775807 (-461168601842738790400.00%), "
                                    "Fail 9223372036854775807 (-461168601842738790400.00%)\n"));
 }
@@ -625,7 +625,7 @@ TEST_F(global_view, module_memory_sums_wrap)
 {
     set_all(LLONG_MAX);
     long long total = 0;
-    // Five and eight times the largest counter are 2^63 - 5 and -8, a hundred times it is -100.
+    // Five and eight times the largest counter wrap to 2^63 - 5 and -8. A hundred times it wraps to -100.
     const std::string text = output_of([&total] { total = show_malloc_stat_for_module("KAV_LZ", 10, 20, 30); });
     EXPECT_EQ(total, LLONG_MAX - 4);
     EXPECT_TRUE(

@@ -76,7 +76,7 @@ protected:
     int reads_of(int id) const { return reader.count("read_peer_stat 0 " + std::to_string(id)); }
 };
 
-// The peer numbers of a report, in order.
+// Returns the peer numbers in a report, in order.
 std::vector<int> numbers_in(const std::string& report)
 {
     static const std::string mark = "\nPeer-No : ";
@@ -136,7 +136,7 @@ TEST_F(peer_view, marks_an_outdated_peer_behind_its_context)
 {
     fake_peer& peer = add_peer(123456789);
     peer.header.m_b_outdated = 1;
-    // The words 0x0102 and 0x0304, little-endian: 0x0206.
+    // The words 0x0102 and 0x0304 in little-endian order. Their exclusive or is 0x0206.
     peer.header.m_context_id.m_data[0] = 0x02;
     peer.header.m_context_id.m_data[1] = 0x01;
     peer.header.m_context_id.m_data[18] = 0x04;
@@ -195,7 +195,7 @@ TEST_F(peer_view, ends_a_host_name_without_a_nul_at_its_arrays_end)
 {
     fake_peer& peer = add_peer(1);
     std::memset(peer.header.m_peer_host_name, 'h', sizeof peer.header.m_peer_host_name);
-    peer.header.m_b_update_from_active_conn = 1; // the bytes behind the name
+    peer.header.m_b_update_from_active_conn = 1; // the bytes after the name
     peer.header.m_pad = 0x3f;
     EXPECT_TRUE(contains(report(), "\nHostname: " + std::string(257, 'h') + "\n"));
 }
@@ -310,7 +310,7 @@ TEST_F(peer_view, passes_over_slots_without_a_peer)
     EXPECT_EQ(numbers_in(report()), (std::vector<int>{1, 3}));
     EXPECT_EQ(reader.count("read_peer_header 1"), 0);
     EXPECT_EQ(reader.count("is_peer_valid 2"), 1);
-    EXPECT_EQ(reader.count("is_peer_valid 3"), 0); // there is no such slot
+    EXPECT_EQ(reader.count("is_peer_valid 3"), 0); // that slot does not exist
 }
 
 TEST_F(peer_view, shows_zeros_and_number_minus_1_for_a_peer_that_cannot_be_read)
@@ -364,7 +364,7 @@ TEST_F(peer_view, takes_address_0_for_no_filter)
 
 TEST_F(peer_view, takes_context_0_for_a_filter_and_negative_ones_for_none)
 {
-    fake_peer& even = add_peer(1); // equal words: they cancel out
+    fake_peer& even = add_peer(1); // equal words cancel each other out
     even.header.m_context_id.m_data[0] = 0xab;
     even.header.m_context_id.m_data[2] = 0xab;
     add_peer(2).header.m_context_id.m_data[1] = 0xff;
@@ -383,8 +383,9 @@ TEST_F(peer_view, says_nothing_when_no_peer_passes_the_filters)
     EXPECT_EQ(output_of([] { show_peer(nullptr, 1, -1, -1, RE_SHOW_INFO); }), no_counters + title);
 }
 
-// Sixteen peers have every mixture of two MACs, two addresses, two numbers and two contexts; every set of filters, each
-// alone and in pairs among them, must select those that have the second of all it asks for.
+// The sixteen peers have all combinations of two MAC addresses, two IP addresses, two numbers and two contexts. Every
+// set of filters, each alone and in pairs with others, must select the peers that have the second value of each trait
+// in the set.
 TEST_F(peer_view, lists_what_passes_every_filter_alone_and_together)
 {
     constexpr int mac_bit = 1;
@@ -466,7 +467,7 @@ TEST_F(peer_view, reads_a_count_again_for_the_test_the_division_and_the_line)
 {
     add_peer(1).stats = {{34, 1000}, {35, 0}};
     reader.on_read = [this] { reader.peers[0].stats[35] += reader.calls.back() == "read_peer_stat 0 35" ? 1 : 0; };
-    // 1 at the test, 2 in the division, 3 in the line.
+    // The value is 1 in the test, 2 in the division and 3 in the line.
     EXPECT_TRUE(contains(info(), "   Delay:   avg-size        500 B, conn:          3, flush:          0\n"));
     EXPECT_EQ(reads_of(35), 3);
 }

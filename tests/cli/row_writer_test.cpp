@@ -1,4 +1,4 @@
-// The fields and rows of long tables, held against printf.
+// The fields and rows of long tables, compared with the output of printf.
 #include "RE_row_writer.h"
 #include "RE_value_format.h"
 #include "support/fake_reader.h"
@@ -13,7 +13,7 @@
 
 namespace {
 
-// What `put` puts, between two guards that it must leave alone: the text begins where it was told to.
+// Returns what `put` writes. It must start at the given place and not change the bytes before it.
 template <typename Put>
 std::string put_by(Put put)
 {
@@ -28,7 +28,7 @@ template <typename... Values>
 std::string printed(const char* format, Values... values)
 {
     char text[200];
-// The formats of these tests are few, literal and in sight.
+// All formats of these tests are literals in this file.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     std::snprintf(text, sizeof text, format, values...);

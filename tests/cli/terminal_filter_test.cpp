@@ -1,4 +1,4 @@
-// What text from peers may do to a terminal: nothing.
+// Text from peers must not control the terminal.
 #include "RE_terminal_filter.h"
 
 #include <gtest/gtest.h>
@@ -21,7 +21,7 @@ std::string filtered(const std::string& text, std::size_t piece = 1000)
 TEST(terminal_filter, leaves_text_as_it_is)
 {
     EXPECT_EQ(filtered("Peer-No : 1\n\tbranch~\n"), "Peer-No : 1\n\tbranch~\n");
-    // Of two, three and four bytes; the rest of the second and third looks like single-byte control characters.
+    // Characters of two, three and four bytes. The last bytes of the second and third look like control characters.
     const std::string characters = "\u00e9 \u011b \u26db \U0001f41b";
     EXPECT_EQ(filtered(characters), characters);
     EXPECT_EQ(filtered(characters, 1), characters) << "a byte at a time";

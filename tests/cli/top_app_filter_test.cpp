@@ -21,7 +21,7 @@ bool is_matched(const RE_kav_peer_id& peer, std::string text)
     return is_kav_peer_id_string_matched(record, text.data());
 }
 
-// Its words are 0x04d3c2b1, 0x0b0a0908, 0x4f4e4d4c and 0xaaaaaaaa; their exclusive-or is 0xea3d2c5f.
+// Its words are 0x04d3c2b1, 0x0b0a0908, 0x4f4e4d4c and 0xaaaaaaaa. Their exclusive or is 0xea3d2c5f.
 constexpr unsigned char mixed_bytes[16] = {0xb1, 0xc2, 0xd3, 0x04, 0x08, 0x09, 0x0a, 0x0b,
                                            0x4c, 0x4d, 0x4e, 0x4f, 0xaa, 0xaa, 0xaa, 0xaa};
 
@@ -54,12 +54,12 @@ TEST(top_app_filter, matches_as_in_this_table)
         std::string text;
         bool b_matched;
     } cases[] = {
-        // The text form counts in lower case and as a whole.
+        // The text form matches only in lower case and as a whole.
         {mixed_peer(), "b1:c2:d3:04:08:09-0a0b4c4d4e4f-aaaaaaaa", true},
         {mixed_peer(), "B1:C2:D3:04:08:09-0A0B4C4D4E4F-AAAAAAAA", false},
         {mixed_peer(), "b1:c2:d3:04:08:09-0a0b4c4d4e4f-aaaaaaaa ", false},
         {mixed_peer(), "b1:c2:d3:04:08:09-0a0b4c4d4e4f-aaaaaaa", false},
-        // In upper case its leading digits are a hash, 12.
+        // In upper case, its leading digits are the hash 12.
         {peer_of_hash(12), "12:C2:D3:04:08:09-0A0B4C4D4E4F-AAAAAAAA", true},
         {peer_of_hash(13), "12:C2:D3:04:08:09-0A0B4C4D4E4F-AAAAAAAA", false},
         // Sixteen characters are the raw bytes.
@@ -75,7 +75,7 @@ TEST(top_app_filter, matches_as_in_this_table)
         {peer_of_hash(70000), "70000", true},
         {peer_of_hash(70000), "4464", true},
         {peer_of_hash(4465), "70000", false},
-        // Text that is no number is hash 0.
+        // Text that is not a number is hash 0.
         {peer_of_hash(0), "abc", true},
         {peer_of_hash(0x50000), "abc", true},
         {peer_of_hash(1), "abc", false},
@@ -83,12 +83,12 @@ TEST(top_app_filter, matches_as_in_this_table)
         {peer_of_hash(7), "0000000000000007", true},
         {peer_of_hash(7), "000000000000000000000000000000000000007", true},
         {peer_of_hash(7), "  +7 and more", true},
-        // Digits are decimal.
+        // Numbers are decimal.
         {peer_of_hash(10), "010", true},
         {peer_of_hash(8), "010", false},
         {peer_of_hash(0), "0x10", true},
         {peer_of_hash(16), "0x10", false},
-        // Negative and saturated numbers are cut to their low bits.
+        // Only the low bits of negative and saturated numbers are used.
         {peer_of_hash(0xffff), "-1", true},
         {peer_of_hash(0xffffffffU), "-1", true},
         {peer_of_hash(0xffffffffU), "99999999999999999999999", true},

@@ -24,7 +24,7 @@
 
 namespace {
 
-// A regular file without a folder, reached by its path.
+// A regular file that is not in any folder, with a path.
 class memory_file
 {
 public:
@@ -40,7 +40,7 @@ public:
                   static_cast<ssize_t>(bytes.size()));
     }
     void shrink(off_t size) const { EXPECT_EQ(ftruncate(m_fd, size), 0); }
-    // Locks all of it as the engine does while it appends (F_WRLCK), or lets go (F_UNLCK).
+    // Locks the whole file as the engine does while it appends (F_WRLCK), or unlocks it (F_UNLCK).
     void lock(int type) const
     {
         struct flock request = {};
@@ -72,7 +72,7 @@ std::string shown(std::string file, std::string peer = "", bool detail = false, 
     return output_of([&] { show_top_app(file.data(), peer.data(), detail, top); });
 }
 
-// Whether a message names the lines of the source that send it: those that hold its text up to the first colon.
+// Expects that a message names the source lines that send it. They contain its text up to the first colon.
 void expect_true_place(const fake_log_message& message)
 {
     EXPECT_EQ(message.file, "comp/TCP/cli/RE_top_app_log.cpp");
@@ -112,7 +112,7 @@ std::string read_error(const std::string& path, const std::string& rest)
     return "top_app_log read error: read(" + path + ") returned " + rest + "\n";
 }
 
-// Runs the viewer and the reference over a file of these bytes and expects the same of both.
+// Runs the viewer and the reference on a file with these bytes and expects the same results.
 void expect_as_field_by_field(const std::string& bytes, const std::string& peer, bool detail, int top)
 {
     const memory_file file(bytes);
@@ -136,7 +136,7 @@ RE_stat_app_struct record_of_peer(unsigned handle, std::uint32_t traffic, std::u
     return record;
 }
 
-// Two sections that share names under different handles, with an unnamed handle and an unused name among them.
+// Two sections that use the same names with different handles. One handle has no name, and one name is not used.
 std::string two_sections()
 {
     return log_section({{3, names_of("Web", "HTTP")}, {7, names_of("Mail", "SMTP")}, {2000, names_of("No", "No")}},
@@ -197,7 +197,7 @@ TEST_F(top_app_log, gives_the_same_names_of_two_sections_one_handle)
     EXPECT_TRUE(contains(report, "\n           Mail     20 KB  50.00% ")) << report;
     EXPECT_TRUE(contains(report, "\n            Web     15 KB  37.50% ")) << report;
     EXPECT_TRUE(contains(report, "\n                     5 KB  12.50% ")) << report;
-    // Numbered as they were met; the name that no record has is not among them.
+    // Numbered in the order of appearance. The name that no record uses is not included.
     ASSERT_EQ(g_stat_handler_policy_engine_map.size(), 3U);
     EXPECT_EQ(g_stat_handler_policy_engine_map[0], names_of("Web", "HTTP"));
     EXPECT_EQ(g_stat_handler_policy_engine_map[1], names_of("Mail", "SMTP"));
@@ -266,7 +266,7 @@ TEST_F(top_app_log, of_more_names_than_handles_lets_them_share)
     const std::string report = shown(file.path(), "", false, 2);
     EXPECT_EQ(g_stat_handler_policy_engine_map.size(), 1026U);
     EXPECT_EQ(g_stat_handler_policy_engine_map[1024], names_of("late 1025", ""));
-    // The first new names met are those of handle 1: they share run handle 0.
+    // The first new names are those of handle 1. They share handle 0 of the run.
     EXPECT_TRUE(contains(report, "\n        class 1     10 KB ")) << report;
     EXPECT_TRUE(contains(report, "\n        class 0      8 KB ")) << report;
     EXPECT_TRUE(messages().empty());
@@ -350,7 +350,7 @@ TEST_F(top_app_log, of_the_old_layout_ends_with_what_is_left_of_a_record)
 
 TEST_F(top_app_log, behind_sections_without_records_goes_back_to_the_start_for_the_old_layout)
 {
-    // 12 and 88 bytes make one record, whose number of messages the entry block shows.
+    // The 12 and 88 bytes are one record. Its number of messages is shown in the entry block.
     const memory_file file(log_section({}, {}) + log_word(77) + std::string(84, '\0'));
     const std::string report = shown(file.path(), "", true);
     EXPECT_TRUE(contains(report, "App-Slot: 0, "));
@@ -364,14 +364,14 @@ TEST_F(top_app_log, of_the_old_layout_that_starts_with_a_1_is_taken_for_the_new_
     RE_stat_app_struct record{};
     record.m_id_array[0] = 1;
     const memory_file file(log_array({record, record}));
-    // No names, no records; then the next word, 0, is no section's.
+    // No names and no records. The next word, 0, does not start a section.
     EXPECT_EQ(shown(file.path()), "\n");
     EXPECT_EQ(messages(), std::vector<std::string>{read_error(file.path(), "0 - short read")});
 
     record.m_id_array[1] = 3;
     const memory_file cut(log_array({record, record}));
     EXPECT_EQ(shown(cut.path()), "\n");
-    // 200 bytes: 8, two name entries of 86, and 20 of the third's 82.
+    // 200 bytes: 8 bytes, two name entries of 86, and 20 of the 82 bytes of the third one.
     EXPECT_EQ(messages(), std::vector<std::string>{read_error(cut.path(), "20 - short read")});
 }
 
@@ -593,7 +593,7 @@ TEST_F(top_app_log, of_the_old_layout_ends_at_an_interruption)
     int calls = 0;
     fake_system_calls::read = [&](int fd, void* buffer, std::size_t size) -> ssize_t {
         errno = EINTR;
-        // The first two read the version, after one interruption; the third reads two records.
+        // The first two calls read the version, after one interruption. The third one reads two records.
         ++calls;
         return calls == 1 || calls == 4 ? -1
                                         : fake_system_calls::real_read(fd, buffer, std::min<std::size_t>(size, 200));
@@ -719,7 +719,7 @@ TEST_F(top_app_log, whose_owner_has_a_lease_is_not_waited_for)
     const scratch_folder folder(disk());
     const std::string path = folder.file("log");
     std::ofstream(path) << two_sections();
-    const auto before = std::signal(SIGIO, SIG_IGN); // which asks the owner to give the lease up
+    const auto before = std::signal(SIGIO, SIG_IGN); // the signal that asks the owner to give up the lease
     const int owner = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     ASSERT_EQ(fcntl(owner, F_SETLEASE, F_WRLCK), 0);
     EXPECT_EQ(shown(path), "\n");
@@ -754,7 +754,7 @@ TEST_F(top_app_live, reports_the_slots_by_port)
 
 TEST_F(top_app_live, ends_at_the_first_null_slot)
 {
-    // fake_reader has no records behind its last; slot 3 is null although more are promised.
+    // fake_reader has no records after its last one. Slot 3 is null although it reports more slots.
     reader.apps.assign(3, port_record(80, {{RE_STAT_APP_ID_ENCODE_IN_KBYTES, 1}}));
     reader.app_slots_to_visit = 100;
     EXPECT_TRUE(contains(shown(""), "   80       3 KB 100.00% "));

@@ -39,7 +39,7 @@ TEST(top_app_order, traffic_is_what_the_local_network_saw_in_both_directions)
     const TrafficComparatorClass before;
     EXPECT_TRUE(before(record_of_traffic(10, 11), record_of_traffic(20, 0)));
     EXPECT_FALSE(before(record_of_traffic(20, 0), record_of_traffic(10, 11)));
-    // No other counter is traffic.
+    // Other counters are not traffic.
     EXPECT_FALSE(before(port_record(0, {{RE_STAT_APP_ID_DECODE_IN_KBYTES, 100}}), record_of_traffic(0, 0)));
     EXPECT_FALSE(before(port_record(0, {{RE_STAT_APP_ID_ENCODE_OUT_KBYTES, 100}}), record_of_traffic(0, 0)));
 }

@@ -8,7 +8,7 @@
 
 namespace {
 
-// Port 80, 12345 as its hash's low 16 bits (0x13039), all counters set.
+// Port 80, a hash with 12345 as its low 16 bits (0x13039), and all counters set.
 RE_stat_app_struct busy_record()
 {
     RE_stat_app_struct record = port_record(80, {{RE_STAT_APP_ID_ENCODE_NUM_MSGS, 10},
@@ -55,7 +55,7 @@ std::string report_of(std::vector<RE_stat_app_struct> records, int top, bool det
     return printed([&](FILE* out) { process_top_app_vector(out, records, top, detail); });
 }
 
-// Three quarters of the traffic of the two-port report.
+// Has three quarters of the traffic of the two-port report.
 RE_stat_app_struct port_80()
 {
     RE_stat_app_struct record = port_record(80, {{RE_STAT_APP_ID_ENCODE_IN_KBYTES, 1000},
@@ -73,7 +73,7 @@ RE_stat_app_struct port_80()
     return record;
 }
 
-// One quarter, of a client's port.
+// Has one quarter, on a client's port.
 RE_stat_app_struct port_443()
 {
     RE_stat_app_struct record = port_record(443, {{RE_STAT_APP_ID_ENCODE_IN_KBYTES, 500}});
@@ -104,7 +104,7 @@ TEST(top_app_entry, prints_the_identity_in_bytes_and_marks_a_source_port)
     for (unsigned char i = 0; i < 16; ++i) {
         record.m_header.m_kav_peer_id.m_data[i] = static_cast<unsigned char>(0xa0 + i);
     }
-    // a0^a4^a8^ac = 0 and so in every place.
+    // a0^a4^a8^ac is 0, and so are the other three bytes.
     record.m_header.m_server_port = 65535;
     record.m_header.m_b_src_port = 1;
     record.m_header.m_open_cnt = 0;
@@ -224,7 +224,7 @@ TEST(top_app_table, with_top_1_of_five_rows_prints_the_row_of_most_traffic_and_t
 {
     std::vector<RE_stat_app_struct> records;
     for (std::uint16_t port = 1; port <= 5; ++port) {
-        // Port 4 has 40 KB, the others 10, all from the local network.
+        // Port 4 has 40 KB and the others have 10 KB, all from the local network.
         records.push_back(port_record(port, {{RE_STAT_APP_ID_ENCODE_IN_KBYTES, port == 4 ? 40 : 10}}));
     }
     EXPECT_EQ(report_of(records, 1, false),
@@ -264,7 +264,7 @@ TEST(top_app_table, of_idle_rows_has_shares_of_zero_under_a_total_of_a_hundred)
                   "\n");
 }
 
-// More rows than an unstable sort leaves in place.
+// There are more rows than an unstable sort keeps in order.
 TEST(top_app_table, prints_rows_of_equal_traffic_in_order_of_their_ports)
 {
     std::vector<RE_stat_app_struct> records;
@@ -281,7 +281,7 @@ TEST(top_app_table, prints_rows_of_equal_traffic_in_order_of_their_ports)
     }
 }
 
-// The first record gathered of each key, of many.
+// Of the records with the same key, the first one counts.
 TEST(top_app_table, keeps_the_counts_of_the_first_of_many_records)
 {
     std::vector<RE_stat_app_struct> records;
@@ -351,7 +351,7 @@ TEST(top_app_table, labels_a_row_without_names_by_its_port_among_classifiers)
 
 TEST(top_app_table, merges_by_handle_only_once_names_are_known)
 {
-    const std::vector<RE_stat_app_struct> records{port_80(), port_443()}; // both of handle 0
+    const std::vector<RE_stat_app_struct> records{port_80(), port_443()}; // both with handle 0
     EXPECT_TRUE(contains(report_of(records, 0, false), "\n  443* "));
     const names_in_place names({names_of("Web", "HTTP")});
     EXPECT_TRUE(contains(report_of(records, 0, false), "\n            Web   2000 KB 100.00% "));
@@ -360,7 +360,7 @@ TEST(top_app_table, merges_by_handle_only_once_names_are_known)
 
 TEST(top_app_table, wraps_a_rows_sums_at_32_bits_and_the_totals_not)
 {
-    // 2^32 - 1 + 3 is 2 in a row and 2^32 + 2 in the totals, 4096 GB.
+    // 2^32 - 1 + 3 is 2 in a row. In the totals it is 2^32 + 2, which is 4096 GB.
     const RE_stat_app_struct record = port_record(80, {{RE_STAT_APP_ID_ENCODE_IN_KBYTES, 0xffffffffU},
                                                        {RE_STAT_APP_ID_DECODE_OUT_KBYTES, 3},
                                                        {RE_STAT_APP_ID_RE_ENCODE_IN_KBYTES, 0xffffffffU},
@@ -380,7 +380,7 @@ TEST(top_app_table, wraps_a_rows_sums_at_32_bits_and_the_totals_not)
 
 TEST(top_app_table, computes_shares_in_single_precision)
 {
-    // 16777217 does not fit a float's 24 bits: it is taken for 16777216, a third of 50331648.
+    // 16777217 does not fit into the 24 bits of a float. It becomes 16777216, a third of 50331648.
     const std::string report = report_of({port_record(1, {{RE_STAT_APP_ID_ENCODE_IN_KBYTES, 16777217}}),
                                           port_record(2, {{RE_STAT_APP_ID_ENCODE_IN_KBYTES, 33554431}})},
                                          0, false);

@@ -1,4 +1,4 @@
-// Sizes, ratios, ages, times and the message-size histogram, as every report shows them.
+// Sizes, ratios, ages, times and the message-size histogram, as all reports show them.
 #include "RE_value_format.h"
 #include "support/fake_reader.h"
 
@@ -9,13 +9,13 @@
 
 namespace {
 
-// Ages count from 2001-09-09 01:46:40 UTC.
+// Ages are relative to 2001-09-09 01:46:40 UTC.
 class value_format : public view_test
 {
 protected:
     static std::string ago(long long seconds) { return get_age_str(now - seconds); }
 
-    // The histogram of six counters from id 117 on, without its heading.
+    // Returns the histogram of six counters with the ids 117 and up, without its heading.
     std::string histogram(const std::vector<long long>& counters)
     {
         const std::string heading = "  Message size distribution:\n    ";
@@ -50,10 +50,10 @@ TEST_F(value_format, bytes_are_cut_to_a_unit_and_their_low_32_bits)
         {105906175, "   100 MB"},
         {105906176, "   101 MB"},
         {1099511627776, "1048576 MB"},
-        // Negative sizes are in bytes.
+        // Negative sizes are shown in bytes.
         {-1, "    -1 B"},
         {-200000, "-200000 B"},
-        // Every band shows the low 32 bits.
+        // Every unit shows the low 32 bits.
         {-4294967296 - 5, "    -5 B"},
         {LLONG_MIN, "     0 B"},
         {LLONG_MAX, "    -1 MB"},
@@ -100,7 +100,7 @@ TEST_F(value_format, bytes_of_a_connection_change_units_above_1024_of_the_one_be
         {1048577, "   1MB"},
         {1073741824, "1024MB"},
         {1073741825, "   1GB"},
-        // Negative sizes are in bytes, and extremes show their low 32 bits.
+        // Negative sizes are shown in bytes, and extreme sizes show their low 32 bits.
         {-1, "  -1B"},
         {-7, "  -7B"},
         {-1025, "-1025B"},
@@ -125,7 +125,7 @@ TEST_F(value_format, ratio_of_signed_sizes_comes_with_both)
         bool b_encode;
         const char* text;
     } cases[] = {
-        // Encoding: the share of the input that went. Decoding: the share of the output that was not sent.
+        // Encoding: the share of the input that was removed. Decoding: the share of the output that was not sent.
         {1000, 250, encode, "in:   1000 B, out:    250 B, ratio:  75.00%"},
         {250, 1000, decode, "in:    250 B, out:   1000 B, ratio:  75.00%"},
         {1, 200, decode, "in:      1 B, out:    200 B, ratio:  99.50%"},
@@ -134,7 +134,7 @@ TEST_F(value_format, ratio_of_signed_sizes_comes_with_both)
         // Expansion
         {250, 1000, encode, "in:    250 B, out:   1000 B, ratio:   0.00%"},
         {1000, 250, decode, "in:   1000 B, out:    250 B, ratio:   0.00%"},
-        // A side of 0 or less
+        // One side is 0 or less
         {0, 250, encode, "in:      0 B, out:    250 B, ratio:   0.00%"},
         {0, 250, decode, "in:      0 B, out:    250 B, ratio:   0.00%"},
         {1000, 0, encode, "in:   1000 B, out:      0 B, ratio:   0.00%"},
@@ -146,10 +146,10 @@ TEST_F(value_format, ratio_of_signed_sizes_comes_with_both)
         {99999950, 100000000, decode, "in:  97656 KB, out:  97656 KB, ratio: <0.01%"},
         // Exactly a ten-thousandth, in single precision
         {1000000, 999999, encode, "in:    976 KB, out:    976 KB, ratio:   0.00%"},
-        // 0.004, which rounds to nothing all the same, and 0.006
+        // 0.004, which rounds to 0 all the same, and 0.006
         {100000, 99996, encode, "in: 100000 B, out:  99996 B, ratio:   0.00%"},
         {100000, 99994, encode, "in: 100000 B, out:  99994 B, ratio:   0.01%"},
-        // 0.005, which single precision holds a little below and double precision a little above
+        // 0.005 is a little smaller in single precision and a little larger in double precision.
         {100000, 99995, encode, "in: 100000 B, out:  99995 B, ratio:   0.00%"},
     };
     for (const auto& [in, out, b_encode, text] : cases) {
@@ -210,7 +210,7 @@ TEST_F(value_format, age_thins_out_as_it_grows)
         {59, "59s"},
         {60, "1m0s"},
         {3599, "59m59s"},
-        // One or two hours are followed by minutes and seconds, three and more stand alone.
+        // One or two hours are followed by minutes and seconds. Three hours or more are not.
         {hour, "1h0s"},
         {7384, "2h3m4s"},
         {2 * hour + 5 * 60 + 7, "2h5m7s"},
@@ -218,24 +218,24 @@ TEST_F(value_format, age_thins_out_as_it_grows)
         {10800, "3h"},
         {5 * hour + 59, "5h"},
         {86399, "23h"},
-        // Hours end the text after a day, even one or two of them.
+        // After a day, hours end the text, even if there are only one or two.
         {100000, "1d3h"},
         {day + 4 * hour + 59 * 60, "1d4h"},
         {day + hour + 5 * 60, "1d1h"},
         {day + 2 * hour + 59 * 60 + 59, "1d2h"},
         {31 * day - 1, "30d23h"},
-        // Days without an hour are followed by minutes and seconds.
+        // Days without hours are followed by minutes and seconds.
         {day, "1d0s"},
         {3 * day + 10, "3d10s"},
         {day + 30 * 60 + 5, "1d30m5s"},
-        // More than 30 days stand alone.
+        // More than 30 days are shown alone.
         {31 * day, "31d"},
         {45 * day + 86399, "45d"},
         {-1, "unknown (system clock has been changed)"},
         {-day, "unknown (system clock has been changed)"},
         // The difference has 32 bits.
         {100 - (1LL << 32), "1m40s"},
-        {100 + (1LL << 32), "0s"}, // before 1970, so not known
+        {100 + (1LL << 32), "0s"}, // before 1970, so unknown
     };
     for (const auto& [seconds_ago, text] : cases) {
         EXPECT_EQ(ago(seconds_ago), text) << seconds_ago;
@@ -284,7 +284,7 @@ TEST_F(value_format, histogram_shows_shares_cut_toward_0)
         const char* text;
     } cases[] = {
         {{1, 2, 3, 4, 10, 30}, "0-1K=2%  1K-5K=4%  5K-15K=6%  15K-25K=8%  25K-40K=20%  >40K=60%\n"},
-        // They need not add up.
+        // The shares need not add up to 100%.
         {{1, 1, 1, 0, 0, 0}, "0-1K=33%  1K-5K=33%  5K-15K=33%  15K-25K=0%  25K-40K=0%  >40K=0%\n"},
         // A total of 0
         {{0, 0, 0, 0, 0, 0}, "0-1K=0%  1K-5K=0%  5K-15K=0%  15K-25K=0%  25K-40K=0%  >40K=0%\n"},
@@ -292,10 +292,10 @@ TEST_F(value_format, histogram_shows_shares_cut_toward_0)
         // In a total of 2: 300/2, -100/2. In a total of -3: 100/-3, -400/-3.
         {{3, -1, 0, 0, 0, 0}, "0-1K=150%  1K-5K=-50%  5K-15K=0%  15K-25K=0%  25K-40K=0%  >40K=0%\n"},
         {{1, -4, 0, 0, 0, 0}, "0-1K=-33%  1K-5K=133%  5K-15K=0%  15K-25K=0%  25K-40K=0%  >40K=0%\n"},
-        // Sums and products wrap: six times the largest counter is -6, a hundred times it -100.
+        // Sums and products wrap: six times the largest counter is -6, and a hundred times it is -100.
         {{LLONG_MAX, LLONG_MAX, LLONG_MAX, LLONG_MAX, LLONG_MAX, LLONG_MAX},
          "0-1K=16%  1K-5K=16%  5K-15K=16%  15K-25K=16%  25K-40K=16%  >40K=16%\n"},
-        // A total of -1; a hundred times 2^61 is the smallest number, whose quotient by -1 does not fit.
+        // A total of -1. A hundred times 2^61 is the smallest number. Divided by -1, it does not fit.
         {{1LL << 61, -1 - (1LL << 61), 0, 0, 0, 0},
          "0-1K=0%  1K-5K=100%  5K-15K=0%  15K-25K=0%  25K-40K=0%  >40K=0%\n"},
     };
