@@ -1,4 +1,4 @@
-// The whole command line, with views that only tell how they were called.
+// The whole command line, with views that only print how they were called.
 
 #include "RE_exec_show_stats_kav.h"
 
@@ -63,7 +63,7 @@ void show_top_app(char* file, char* peer, bool detail, int top)
 
 namespace {
 
-// One request to a running engine: what it printed, its exit status, and how often its reader was deleted.
+// One request to a running engine, with its output, its exit status and the number of deletions of its reader.
 class command_line : public testing::Test
 {
 protected:
@@ -97,7 +97,7 @@ protected:
         printed = output_of([&] { status = exec_show_stats_kav(static_cast<int>(argv.size()) - 1, argv.data()); });
     }
 
-    // Runs a request that must print `text` and end with `expected_status`, its reader made and deleted once.
+    // Runs a request. It must print `text`, end with `expected_status`, and create and delete its reader once.
     void expect(const std::vector<std::string>& words, const std::string& text, int expected_status)
     {
         run(words);
@@ -135,7 +135,7 @@ TEST_F(command_line, starts_logging_once_before_anything_else)
     EXPECT_EQ(fake_engine::log_inits, 1);
 }
 
-// Words, what they print beside a running engine, and the exit status.
+// Each row contains the words, what they print while an engine runs, and the exit status.
 TEST_F(command_line, is_taken_as_in_this_table)
 {
     fake_engine::martian_texts = {"127.0.0.1", "224.0.0.1", "0.0.0.0"};
@@ -145,7 +145,7 @@ TEST_F(command_line, is_taken_as_in_this_table)
         std::string text;
         int status;
     } cases[] = {
-        // Each view has its word.
+        // Each view has its own word.
         {{"tech-support"}, "<tech-support>\n", 0},
         {{"nack"}, "<nack -1 -1>\n", 0},
         {{"global-info"}, "<global 0>\n", 0},
@@ -155,7 +155,7 @@ TEST_F(command_line, is_taken_as_in_this_table)
         {{"kav-bypass"}, "<bypass 0>\n", 0},
         {{"kav-bypass", "detail"}, "<bypass 1>\n", 0},
         {{"kav-bypass", "more"}, "<bypass 0>\n", 0},
-        // Words are matched by their beginning.
+        // Words match if they start with a keyword.
         {{"nacks"}, "<nack -1 -1>\n", 0},
         {{"global-information"}, "<global 0>\n", 0},
         {{"peers"}, "<peer mac=any ip=0 no=-1 ctx=-1 type=0>\n", 0},
@@ -180,7 +180,7 @@ TEST_F(command_line, is_taken_as_in_this_table)
         // The last of repeated keywords counts.
         {{"peer", "detail", "no", "1", "nack", "no", "2"}, "<peer mac=any ip=0 no=2 ctx=-1 type=2>\n", 0},
         {{"peer", "nack", "detail"}, "<peer mac=any ip=0 no=-1 ctx=-1 type=1>\n", 0},
-        // A refused MAC address is printed as it was cut.
+        // An invalid MAC address is printed up to the length of a MAC address.
         {{"peer", "mac-id", "00:11:22:33:44:zz:66"}, "invalid mac-id format: 00:11:22:33:44:zz\n" + usage, 1},
         // Numbers are narrowed to their low 32 bits.
         {{"peer", "no", "4294967297"}, "<peer mac=any ip=0 no=1 ctx=-1 type=0>\n", 0},
@@ -188,9 +188,9 @@ TEST_F(command_line, is_taken_as_in_this_table)
         {{"peer", "no", "-99999999999999999999"}, "<peer mac=any ip=0 no=0 ctx=-1 type=0>\n", 0},
         {{"peer", "no", " 12x"}, "<peer mac=any ip=0 no=12 ctx=-1 type=0>\n", 0},
         {{"peer", "ctx-id", "word"}, "<peer mac=any ip=0 no=-1 ctx=0 type=0>\n", 0},
-        // The next argument is the value, whatever it is.
+        // The next argument is always the value.
         {{"peer", "no", "detail"}, "<peer mac=any ip=0 no=0 ctx=-1 type=0>\n", 0},
-        // Unknown words and addresses that no host can have; the latter without the usage
+        // Unknown words, and invalid host addresses. The latter do not print the usage.
         {{"peer", "detail", "Nack"}, "Invalid peer argument: Nack\n" + usage, 1},
         {{"peer", "ip", "127.0.0.1"}, "Invalid host address 127.0.0.1.\n", 1},
         // Filters of "conn"
@@ -208,11 +208,11 @@ TEST_F(command_line, is_taken_as_in_this_table)
         {{"connection", "", "", "", "", "client-port", "1bb"},
          "<conn 0:443 0:0 id=-1 peer=-1 type=0 active=0 last=0>\n",
          0},
-        // Unknown words and addresses that no host can have, both with the usage
+        // Unknown words, and invalid host addresses. Both print the usage.
         {{"conn", "port"}, "Invalid conn argument: port\n" + usage, 1},
         {{"conn", "client-ip", "224.0.0.1"}, "Invalid host address 224.0.0.1.\n" + usage, 1},
         {{"conn", "server-ip", "224.0.0.1"}, "Invalid host address 224.0.0.1.\n" + usage, 1},
-        // "connection" reads by places, in hexadecimal.
+        // "connection" reads arguments by their positions. Numbers are hexadecimal.
         {{"connection"}, "<conn 0:0 0:0 id=-1 peer=-1 type=0 active=0 last=0>\n", 0},
         {{"connection", "client-ip", "c0000201", "server-ip", "c6336402", "client-port", "400", "server-port", "1bb",
           "detail", "active", "last", "peer-no", "1f"},
@@ -222,11 +222,11 @@ TEST_F(command_line, is_taken_as_in_this_table)
          "<conn 0:0 0:0 id=255 peer=-1 type=2 active=0 last=0>\n",
          0},
         {{"connections", "id", "7f"}, "<conn 0:0 0:0 id=127 peer=-1 type=0 active=0 last=0>\n", 0},
-        // What stands in the wrong place is ignored.
+        // Words in the wrong position are ignored.
         {{"connection", "detail", "active", "id", "5", "nack"},
          "<conn 0:0 0:0 id=-1 peer=-1 type=0 active=0 last=0>\n",
          0},
-        // Its errors come without the usage.
+        // Its errors do not print the usage.
         {{"connection", "client-ip"}, "parameter to client-ip is NULL\n", 1},
         {{"connection", "idle"}, "parameter to idle is NULL\n", 1},
         {{"connection", "-", "-", "server-ip"}, "parameter to server-ip is NULL\n", 1},
@@ -235,13 +235,13 @@ TEST_F(command_line, is_taken_as_in_this_table)
         {{"connection", "-", "-", "-", "-", "-", "-", "-", "-", "-", "-", "-", "peer-no"},
          "parameter to peer-no is NULL\n",
          1},
-        // The peer number is looked at before the server address.
+        // The peer number is checked before the server address.
         {{"connection", "-", "-", "server-ip", "0", "-", "-", "-", "-", "-", "-", "-", "peer-no"},
          "parameter to peer-no is NULL\n",
          1},
         {{"connection", "client-ip", "0"}, "Invalid host address 0.0.0.0.\n", 1},
         {{"connection", "-", "-", "server-ip", "zero"}, "Invalid host address 0.0.0.0.\n", 1},
-        // Arguments of "top-app"; unknown words are passed over.
+        // Arguments of "top-app". Unknown words are ignored.
         {{"top-app"}, "<top-app file='' peer='' detail=0 top=0>\n", 0},
         {{"top-app", "detail", "top", "5", "from-file", "/tmp/log", "peer", "4711"},
          "<top-app file='/tmp/log' peer='4711' detail=1 top=5>\n",
@@ -259,7 +259,7 @@ TEST_F(command_line, is_taken_as_in_this_table)
          "<top-app file='b' peer='6' detail=0 top=2>\n",
          0},
         {{"top-app", "from-file", "name", "from-file", ""}, "<top-app file='' peer='' detail=0 top=0>\n", 0},
-        // Long values are cut.
+        // Long values are truncated.
         {{"top-app", "from-file", std::string(5000, 'f'), "peer", std::string(5000, 'p')},
          "<top-app file='" + std::string(1023, 'f') + "' peer='" + std::string(255, 'p') + "' detail=0 top=0>\n",
          0},
