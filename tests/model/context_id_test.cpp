@@ -19,7 +19,7 @@ bytes bytes_of(const unsigned char (&data)[Size])
     return bytes(data, data + Size);
 }
 
-// The bytes of the MAC address that `text` gives, none when it is refused.
+// Returns the bytes of the MAC address in `text`, or none when `text` is invalid.
 bytes parsed(const char* text)
 {
     RE_mac_id id{};

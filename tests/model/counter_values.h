@@ -1,5 +1,5 @@
-// Every counter's name and value, written down apart from the table that the enumerations are made from: engines and
-// saved statistics know the values, programs know the names.
+// The name and value of every counter, written independently of the table that the enumerations are made from. Engines
+// and saved statistics depend on the values, programs on the names.
 #pragma once
 
 #include "RE_statistics.h"
@@ -7,7 +7,7 @@
 struct counter_value
 {
     const char* name;
-    int value; // as the enumeration has it
+    int value; // value in the enumeration
     int expected;
 };
 

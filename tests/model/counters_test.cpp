@@ -14,7 +14,7 @@
 
 namespace {
 
-// Ids travel as signed 32-bit numbers, and so do the small enumerations.
+// Ids are stored as signed 32-bit numbers, and so are the small enumerations.
 static_assert(std::is_same_v<std::underlying_type_t<RE_stat_global_id>, std::int32_t>);
 static_assert(std::is_same_v<std::underlying_type_t<RE_stat_peer_id>, std::int32_t>);
 static_assert(std::is_same_v<std::underlying_type_t<RE_stat_conn_id>, std::int32_t>);
@@ -33,7 +33,7 @@ void expect_values(const counter_value (&counters)[Size])
     }
 }
 
-// Enumerators that mark an end: numbers for loops and arrays, not counters.
+// Whether an enumerator is an end mark, which is used for loops and arrays and is not a counter.
 bool is_end_mark(const std::string& name)
 {
     static const std::set<std::string> marks = {
@@ -44,7 +44,7 @@ bool is_end_mark(const std::string& name)
     return marks.count(name) != 0;
 }
 
-// That the descriptions are those of `counters`: the same names, each with its value.
+// Expects that the descriptions have the same names and values as `counters`.
 template <std::size_t Described, std::size_t Size>
 void expect_descriptions(const RE_stat_counter_info (&descriptions)[Described], const counter_value (&counters)[Size])
 {
@@ -75,7 +75,7 @@ void expect_readable_meanings(const RE_stat_counter_info (&descriptions)[Size])
     }
 }
 
-// Unit and kind of a counter, as "bytes total".
+// Returns unit and kind of a counter, such as "bytes total".
 template <std::size_t Size>
 std::string sort_of(const RE_stat_counter_info (&descriptions)[Size], int id)
 {
@@ -162,7 +162,7 @@ TEST(counter_descriptions, have_meanings_in_lower_case_without_full_stop)
     expect_readable_meanings(re_stat_app_counters);
 }
 
-// What the reports print a counter as is what it must be counted in.
+// The unit of a counter must be the unit in which the reports print it.
 TEST(counter_descriptions, agree_with_the_engine_report)
 {
     EXPECT_EQ(sort_of(re_stat_global_counters, RE_STAT_GLOBAL_ID_CACHE_STATE), "state current");

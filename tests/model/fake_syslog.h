@@ -1,4 +1,4 @@
-// A system log that tests can read.
+// A replacement of the system log that tests can read.
 #pragma once
 
 #include <string>
@@ -16,5 +16,5 @@ struct fake_log_message
     bool operator==(const fake_log_message&) const = default;
 };
 
-// Every message since the last `fake_log.clear()`, oldest first.
+// All messages since the last `fake_log.clear()`, oldest first.
 extern std::vector<fake_log_message> fake_log;

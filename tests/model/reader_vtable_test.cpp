@@ -1,6 +1,6 @@
-// The order of RE_stat_reader's virtual operations is known to every engine library and viewer that was ever compiled,
-// so it is checked where it counts: in the compiled virtual table. A recording reader overrides every operation; each
-// slot of its table is called, and what was reached must be what the contract has there.
+// Every engine library and viewer that was ever compiled depends on the order of RE_stat_reader's virtual operations,
+// so this test checks the compiled virtual table. A recording reader overrides every operation. The test calls each
+// slot of its table and checks which operation was called.
 #include "RE_statistics.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@
 
 namespace {
 
-// What the recording reader's operations wrote down, in order, separated by blanks.
+// The operations of the recording reader that were called, in order, separated by blanks.
 std::string reached;
 
 void reach(const char* operation)
@@ -87,11 +87,11 @@ public:
     int save_stats_binary(const char*) override { return reach<int>("save_stats_binary"); }
     void* get_re_auto_bypass_memory_ptr(int) override { return reach<void*>("get_re_auto_bypass_memory_ptr"); }
 
-    // Not of the interface: takes the first slot behind it, and so shows where it ends.
+    // Not part of the interface. It is in the first slot after the interface and so shows where the interface ends.
     virtual void behind_the_interface() { reach("behind_the_interface"); }
 };
 
-// An argument for an operation under test: a value of no meaning, or a variable to refer to.
+// Returns an argument for an operation under test, with an arbitrary value.
 template <typename Argument>
 Argument argument()
 {
@@ -99,9 +99,9 @@ Argument argument()
     return value;
 }
 
-// Calls what stands in a slot of the reader's virtual table, as an operation of these types. Objects begin with the
-// address of their table's slot 0, and `this` is the first argument. A member function is called as a plain one here,
-// which the sanitizers rightly object to everywhere else.
+// Calls a slot of the reader's virtual table as an operation with these types. An object starts with the address of
+// slot 0 of its table, and `this` is the first argument. Calling a member function as a plain function is undefined, so
+// the sanitizer is switched off here.
 template <typename Result, typename... Arguments>
 __attribute__((no_sanitize("undefined"))) void call_slot(RE_stat_reader* reader, std::size_t slot)
 {
@@ -113,7 +113,7 @@ __attribute__((no_sanitize("undefined"))) void call_slot(RE_stat_reader* reader,
     found(reader, argument<Arguments>()...);
 }
 
-// Slots 0 and 1 are the two destructors.
+// Slots 0 and 1 contain the two destructors.
 constexpr std::size_t first_operation_slot = 2;
 
 struct vtable_row

@@ -11,7 +11,7 @@
 
 namespace {
 
-// The bytes of a record that are not 0, by their offset.
+// The nonzero bytes of a record by their offset.
 using byte_map = std::map<std::size_t, int>;
 
 template <typename Record>
@@ -29,7 +29,7 @@ byte_map bytes_of(const Record& record)
     return result;
 }
 
-// The bytes of a zeroed record after `change`.
+// Returns the bytes of a zeroed record after `change`.
 template <typename Record, typename Change>
 byte_map bytes_after(Change change)
 {
@@ -318,7 +318,7 @@ TEST(app_header, is_set_to_peer_port_and_flag_and_keeps_the_rest)
     RE_kav_peer_id peer{};
     peer.m_data[0] = 0x5a;
     header.set(peer, 65535, true);
-    // 17; then port 65535; flag 1 below an open count of 5; close count 4; the peer.
+    // 17, port 65535, flag 1 below an open count of 5, close count 4, the peer.
     EXPECT_EQ(bytes_of(header), (byte_map{{0, 17}, {4, 0xff}, {5, 0xff}, {6, 0x0b}, {9, 4}, {12, 0x5a}}));
     header.set(RE_kav_peer_id{}, 0, false);
     EXPECT_EQ(bytes_of(header), (byte_map{{0, 17}, {6, 0x0a}, {9, 4}}));
@@ -408,7 +408,8 @@ RE_stat_policy_engine_header names(const std::string& classifier, const std::str
     return header;
 }
 
-// Of two headers: "<" when the first goes first, ">" when the second does, "=" when they are equal.
+// Compares two headers. Returns "<" when the first one comes first, ">" when the second one does, and "=" when they are
+// equal.
 std::string order(const RE_stat_policy_engine_header& a, const RE_stat_policy_engine_header& b)
 {
     return std::string(a < b ? "<" : "") + (b < a ? ">" : "") + (a == b ? "=" : "");
@@ -460,7 +461,7 @@ TEST(policy_engine_header, ends_a_name_without_nul_at_its_array)
 {
     const std::string full(41, 'n');
     const std::string other = std::string(40, 'n') + "o";
-    // The classifier stands at the record's end and behind the application, whose missing NUL must not join the two.
+    // The classifier is at the end of the record, after the application. The missing NUL must not join the two.
     EXPECT_EQ(order(names(full, full), names(full, full)), "=");
     EXPECT_EQ(order(names(full, full), names(full, other)), "<");
     EXPECT_EQ(order(names(full, other), names(other, full)), "<");

@@ -1,4 +1,4 @@
-// The numbers by which log filters know the parts of the engine.
+// The numbers of the parts of the engine in log filters.
 #include "RE_syslog.h"
 
 #include <gtest/gtest.h>
