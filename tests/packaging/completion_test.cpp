@@ -1,4 +1,4 @@
-// Completion of command lines, the viewer's above all, as bash itself performs it.
+// Completion of command lines, mainly of the viewer, as bash performs it.
 #include "shell.h"
 #include "support/contains.h"
 
@@ -10,14 +10,14 @@
 
 namespace {
 
-// Where a program's completion is.
+// Returns the path of a program's completion.
 std::string completion_of(const std::string& program)
 {
     return KAV_SOURCE_DIR "/packaging/completion/" + program;
 }
 
-// What is offered for the word at the end of the line, separated by blanks. The line is handed over as readline does
-// it, with words that end at colons as well.
+// Returns the completions of the word at the end of the line, separated by blanks. As with readline, words also end at
+// colons.
 std::string offered(const std::string& line, const std::string& program = "exec_show_stats_kav")
 {
     const std::string driver = R"(
@@ -46,13 +46,13 @@ TEST(completion, offers_as_in_this_table)
         {"glo", "global-info global-detail"},
         {"conn", "connection conn"},
         {"x", ""},
-        // Files are offered where a file belongs.
+        // File names are completed where a file is expected.
         {"read-file re", "report.log"},
         {"save-file re", "report.log"},
         {"read-file report.log re", ""},
         {"top-app top 5 from-file re", "report.log"},
         {"top-app re", ""},
-        // The words of peer come in any order and once.
+        // The words of peer may be in any order and are offered once.
         {"peer ", "mac-id no ctx-id ip detail nack"},
         {"peer no 3 ", "mac-id ctx-id ip detail nack"},
         {"peer detail ", "mac-id no ctx-id ip"},
@@ -60,12 +60,12 @@ TEST(completion, offers_as_in_this_table)
         // A value that looks like a keyword is a value.
         {"peer no detail ", "mac-id ctx-id ip detail nack"},
         {"top-app from-file peer ", "detail top peer"},
-        // The words of conn come in any order and once.
+        // The words of conn may be in any order and are offered once.
         {"conn ", "client-ip id peer-no server-ip client-port server-port detail nack active last"},
         {"conn server-port 80 last ser", "server-ip"},
         {"conn server-port ", ""},
         {"conn id 7 client-ip ", ""},
-        // The words of connection have their places.
+        // The words of connection have fixed positions.
         {"connection ", "client-ip id -"},
         {"connection - ", "-"},
         {"connection client-ip ", ""},
@@ -77,7 +77,7 @@ TEST(completion, offers_as_in_this_table)
         {"connection - - - - - - - - - - ", "last -"},
         {"connection - - - - - - - - - - - ", "peer-no"},
         {"connection - - - - - - - - - - - - - ", ""},
-        // Words are recognised by their beginning as the viewer does.
+        // As in the viewer, words match if they start with a keyword.
         {"peers none 3 ", "mac-id ctx-id ip detail nack"},
         {"connections ", "client-ip id -"},
         {"kav-bypass ", "detail"},
@@ -88,14 +88,14 @@ TEST(completion, offers_as_in_this_table)
     }
 }
 
-// The order is part of the viewer's grammar, and completion recognises words by the same rule.
+// The order is part of the viewer's grammar, and completion matches words by the same rule.
 TEST(completion, commands_are_the_viewers_in_its_order)
 {
     const std::string source = bytes_of_file(KAV_SOURCE_DIR "/comp/TCP/cli/RE_exec_show_stats_kav.cpp");
     const std::size_t begin = source.find("constexpr command commands[]");
     ASSERT_NE(begin, std::string::npos);
     const std::string table = source.substr(begin, source.find("};", begin) - begin);
-    std::string words = "read-file"; // which the viewer looks for first
+    std::string words = "read-file"; // the viewer looks for it first
     const std::regex word("\\{\"([a-z-]+)\",");
     for (std::sregex_iterator at(table.begin(), table.end(), word), end; at != end; ++at) {
         words += " " + (*at)[1].str();
@@ -116,7 +116,7 @@ TEST(completion, a_running_engines_peers_are_offered)
     EXPECT_EQ(offered("exec_show_stats_kav peer no "), "1 2 3");
     EXPECT_EQ(offered("exec_show_stats_kav conn peer-no "), "1 2 3");
     EXPECT_EQ(offered("exec_show_stats_kav peer mac-id "), "02:4b:41:56:00:01 02:4b:41:56:00:02 02:4b:41:56:00:03");
-    EXPECT_EQ(offered("exec_show_stats_kav peer mac-id 02:4b:41:56:00:"), "01 02 03"); // bash has the rest already
+    EXPECT_EQ(offered("exec_show_stats_kav peer mac-id 02:4b:41:56:00:"), "01 02 03"); // bash already has the rest
     EXPECT_EQ(offered("exec_show_stats_kav peer ip 203"), "203.0.113.1 203.0.113.2 203.0.113.3");
     EXPECT_EQ(offered("exec_show_stats_kav connection - - - - - - - - - - - peer-no "), "1 2 3");
     EXPECT_TRUE(offered("exec_show_stats_kav top-app peer ").starts_with("02:4b:41:56:00:01-"));
@@ -127,7 +127,7 @@ TEST(completion, nothing_is_offered_for_peers_without_an_engine)
     EXPECT_EQ(offered("KAV_STAT_SEGMENT= exec_show_stats_kav peer no "), "");
 }
 
-// Keys typed into an interactive bash, with a program of the viewer's name that tells its arguments.
+// Types keys into an interactive bash, with a program in place of the viewer that prints its arguments.
 TEST(completion, keys_typed_at_a_prompt_complete_the_line)
 {
     const scratch_folder folder(disk());

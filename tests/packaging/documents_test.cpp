@@ -1,4 +1,4 @@
-// The commands in the documents do what the documents say that they do: each of them is run.
+// Runs every command in the documents and checks that it does what the documents say.
 #include "shell.h"
 #include "support/contains.h"
 
@@ -13,7 +13,8 @@
 
 namespace {
 
-// Commands of a document: lines of its code blocks, and what stands between backquotes in the first column of a table.
+// Returns the commands of a document: the lines of its code blocks, and the text between backquotes in the first column
+// of a table.
 std::vector<std::string> commands_of(const std::string& document)
 {
     std::vector<std::string> commands;
@@ -37,13 +38,13 @@ std::vector<std::string> commands_of(const std::string& document)
     return commands;
 }
 
-// Run by script/check-package, in a Debian root of its own.
+// Whether script/check-package runs the command, in its own Debian root.
 bool is_run_elsewhere(const std::string& command)
 {
     return command.starts_with("script/") || command.starts_with("apt-get install ./");
 }
 
-// The command with this test's own files and, for a program that never ends, an end.
+// Returns the command with this test's files. A program that never ends gets a time limit.
 std::string runnable(std::string command, const std::string& folder)
 {
     const auto replace = [&command](const char* pattern, const std::string& by) {
@@ -72,7 +73,7 @@ TEST_P(documents, every_command_runs)
     EXPECT_GE(commands.size(), 2U);
     for (const std::string& command : commands) {
         if (is_run_elsewhere(command)) {
-            // What is run elsewhere must at least be there.
+            // A program that is run elsewhere must at least exist.
             const std::string program = command.substr(0, command.find_first_of(" ["));
             EXPECT_TRUE(program == "apt-get" || std::filesystem::exists(KAV_SOURCE_DIR + std::string("/") + program))
                 << command;
@@ -81,7 +82,7 @@ TEST_P(documents, every_command_runs)
         int status = 0;
         const std::string output = output_of(runnable(command, folder.path()), &status);
         EXPECT_EQ(status, 0) << command << '\n' << output;
-        // Nothing to say is right for a file that was saved and for a filter that no connection passes.
+        // Saving a file, and a filter that no connection passes, correctly print nothing.
         if (!std::regex_search(command, std::regex("save-file|conn "))) {
             EXPECT_GT(output.size(), 0U) << command;
         }
@@ -92,7 +93,7 @@ INSTANTIATE_TEST_SUITE_P(each, documents,
                          testing::Values("README.md", "CONTRIBUTING.md", "docs/man/exec_show_stats_kav.8.scd",
                                          "docs/man/kav_demo_engine.1.scd"));
 
-// The words that begin the first column of a table, where bars inside a cell are escaped.
+// Returns the words at the start of the first column of a table, in which bars inside a cell are escaped.
 std::set<std::string> words_of_first_column(const std::string& table)
 {
     const std::regex column("^\\| ((?:[^|\\\\]|\\\\\\|)*) \\|");

@@ -1,4 +1,4 @@
-// What is installed, used as an engine's author and an operator use it.
+// Uses the installed files as an engine's author and an operator do.
 #include "shell.h"
 #include "support/contains.h"
 
@@ -31,7 +31,7 @@ protected:
     static std::string in_prefix(const std::string& path) { return prefix() + "/" + path; }
     static std::string libraries() { return in_prefix(KAV_LIBDIR); }
 
-    // Runs an engine for as long as its reports are asked for.
+    // Runs an engine and returns its reports.
     static std::string reports_of_engine(const std::string& program)
     {
         const std::string viewer = in_prefix("bin/exec_show_stats_kav");

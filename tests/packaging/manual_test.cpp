@@ -1,4 +1,4 @@
-// The manual pages against the programs that they are about, and against the programs that display them.
+// Compares the manual pages with the programs that they describe, and displays them with the usual programs.
 #include "shell.h"
 #include "support/small_engine_reports.h"
 
@@ -33,14 +33,14 @@ std::vector<std::string> matches(const std::string& text, const char* pattern)
     return found;
 }
 
-// As a reader sees it, without bold type, on lines so long that hardly any word is parted.
+// Returns the page as a reader sees it, without bold type, in lines so long that hardly any word is hyphenated.
 std::string page_text(const std::string& page)
 {
     const std::string text = output_of("mandoc -T utf8 -O width=1000 '" + page_folder + "/" + page + "'");
     return replace_all(text, ".\b", "");
 }
 
-// From a heading to the next one.
+// Returns the text from a heading to the next one.
 std::string section_of(const std::string& text, const std::string& heading)
 {
     const std::size_t begin = text.find("\n" + heading + "\n");
@@ -61,7 +61,7 @@ std::string with_single_blanks(const std::string& text)
     return replace_all(text, "\\s+", " ");
 }
 
-// Whether the phrase stands in the text, not as a part of longer words.
+// Whether the text contains the phrase, not as a part of longer words.
 bool holds_phrase(const std::string& text, const std::string& phrase)
 {
     const auto is_part_of_word = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0; };
@@ -76,7 +76,7 @@ bool holds_phrase(const std::string& text, const std::string& phrase)
     return false;
 }
 
-// Whether a word of a report is a figure: it begins with a digit and is no name of a size class or version.
+// Whether a word of a report is a figure: it starts with a digit and is not the name of a size class or a version.
 bool is_figure(const std::string& word)
 {
     static const std::set<std::string> names = {"0-1K", "1K-5K", "5K-15K", "15K-25K", "25K-40K", "4.4.1"};
@@ -85,7 +85,7 @@ bool is_figure(const std::string& word)
            !names.contains(word);
 }
 
-// The phrases between a report's figures, their units, line breaks and punctuation: "Used:  50.00%\n" gives "Used".
+// Returns the phrases between a report's figures, units, line breaks and punctuation: "Used:  50.00%\n" gives "Used".
 std::vector<std::string> labels_of(const std::string& report)
 {
     static const std::regex unit("(B|KB|MB|B/s|KB/s|%)");
@@ -112,14 +112,14 @@ std::vector<std::string> labels_of(const std::string& report)
     return labels;
 }
 
-// Every kind of line that reports of the small engine have. Each word of a table's heading is a label.
+// Returns every kind of line in reports on the small engine. Each word of a table's heading is a label.
 std::string golden_reports()
 {
     return global_detail + peer_detail + replace_all(nack_head + conn_head + bypass_entries, "\\s+", "\n") +
            conn_12_info + config_heading + config_detail + bypass_summary + "\n" + web_entry + app_totals + app_table;
 }
 
-// What other engines and files bring: states, kinds and reasons, lines that appear only with a figure, and messages.
+// Texts of other engines and files: states, kinds and reasons, lines that appear only with a figure, and messages.
 const std::string other_texts = R"(
 Status: Initializing, Not Usable, Temporarily Failed, Failed, Unknown
 Comp-Type: INVALID, KAV-ONLY, LZ-ONLY, None
@@ -165,7 +165,7 @@ TEST(manual, every_label_that_the_viewer_prints_is_in_its_page)
     const std::string page = with_single_blanks(page_text("exec_show_stats_kav.8"));
     const std::vector<std::string> labels = labels_of(golden_reports() + other_texts);
     const std::set<std::string> different(labels.begin(), labels.end());
-    EXPECT_GT(different.size(), 250U); // else it is the looking for labels that has broken
+    EXPECT_GT(different.size(), 250U); // fewer labels mean that the search for labels is broken
     const std::set<std::string> values = {"branch-1.example.net", "zlib"};
     for (const std::string& label : different) {
         EXPECT_TRUE(values.contains(label) || holds_phrase(page, label)) << label;
@@ -225,7 +225,7 @@ TEST(manual, every_page_is_displayed_without_a_warning)
 {
     EXPECT_GE(pages().size(), 3U);
     for (const std::string& page : pages()) {
-        // scdoc begins every section with a paragraph of its own, which is harmless.
+        // scdoc starts every section with a paragraph, which causes a harmless warning.
         const std::string warnings = output_of("mandoc -T lint -W warning '" + page_folder + "/" + page +
                                                "' | grep -v 'skipping paragraph macro: PP'");
         EXPECT_EQ(warnings, "") << page;
@@ -242,7 +242,7 @@ TEST(manual, every_page_is_spelt_right)
     for (const std::string& page : pages()) {
         const std::string text = testing::TempDir() + "kav_manual_test.text";
         std::ofstream(text) << page_text(page);
-        // Words that are right but new go to docs/man/words.txt.
+        // Correct but unknown words belong in docs/man/words.txt.
         EXPECT_EQ(output_of("aspell list -l en_GB --encoding=utf-8 --personal=" + words + " <" + text), "") << page;
         std::filesystem::remove(text);
     }

@@ -1,4 +1,4 @@
-// What the tests of everything that is shipped have in common: the shell, and an engine to report on.
+// Shared by the tests of everything that is shipped: the shell, and an engine to report on.
 #pragma once
 
 #include "support/demo_engine.h"
@@ -8,12 +8,12 @@
 #include <string>
 #include <vector>
 
-// Both outputs of a shell command, in the order in which they were written. exit_status: where the command's goes, or
-// null when it is of no interest.
+// Runs a shell command and returns both outputs in the order in which they were written. exit_status: receives the exit
+// status of the command. May be null.
 std::string output_of(const std::string& command, int* exit_status = nullptr);
 
-// Runs the demo engine once over this project's documents and holds its statistics still. Its segment's name is in the
-// environment as KAV_STAT_SEGMENT.
+// Runs the demo engine once over this project's documents. After that, its statistics do not change. The name of its
+// segment is in KAV_STAT_SEGMENT.
 class idle_engine
 {
 public:
