@@ -1,4 +1,4 @@
-// The smallest engine library that the viewer links with: an engine that runs and has nothing to tell.
+// The smallest engine library that the viewer links with. Its engine runs but has no statistics.
 #include "RE_auto_bypass.h"
 #include "RE_ip.h"
 #include "RE_statistics.h"
