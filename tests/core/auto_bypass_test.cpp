@@ -1,4 +1,4 @@
-// The auto-bypass table as it is kept, handed out and printed; an image of any content prints safely.
+// The auto-bypass table as it is stored, returned and printed. An image with any content is printed safely.
 #include "support/engine_fixture.h"
 
 #include "RE_auto_bypass.h"
@@ -92,7 +92,7 @@ TEST_F(auto_bypass_test, updates_removes_and_reuses_entries)
     EXPECT_NE(live(false).find("2 of 1024"), std::string::npos);
     ASSERT_EQ(engine.set_bypass({9, 9, RE_bypass_reason::configured, 1, 0, 16, 1}), 0);
     EXPECT_NE(live(false).find("22 bytes, 3 connections"), std::string::npos);
-    // The entry behind the one that was removed is found where it is, not made twice.
+    // The entry after the removed one is found and not added again.
     ASSERT_EQ(engine.clear_bypass(9, 9), 0);
     ASSERT_EQ(engine.set_bypass({1, 11, RE_bypass_reason::configured, 1, 0, 32, 1}), 0);
     EXPECT_NE(live(false).find("34 bytes, 2 connections"), std::string::npos);

@@ -1,5 +1,5 @@
-// An engine that opens, closes and reuses as fast as it can, read at the same time. Every field of a tenant follows
-// from one number, so that any two that do not belong together show.
+// An engine opens, closes and reuses slots as fast as it can while readers read. Every field of a tenant is derived
+// from one number, so that fields of different tenants are noticed.
 #include "support/engine_fixture.h"
 
 #include "RE_image_reader.h"
@@ -13,7 +13,7 @@
 
 namespace {
 
-// Reads the engine's own mapping, so that a thread sanitizer, which knows memory by its address, sees both sides.
+// Reads the engine's own mapping, because a thread sanitizer identifies memory by its address.
 class reader_of_the_engines_mapping : public RE_image_reader
 {
 public:
@@ -81,9 +81,9 @@ protected:
     }
     bool is_over() const { return std::chrono::steady_clock::now() >= m_end; }
 
-    // Everything that an engine does, until time is over.
+    // Does everything that an engine does until the time is over.
     void run_engine();
-    // One look at everything; adds what does not belong together to `wrong`, and what was looked at to `seen`.
+    // Reads everything once. Adds inconsistent records to `wrong` and the number of records read to `seen`.
     void look(RE_stat_reader& any);
     void look_at_conn(RE_stat_reader& any, int slot);
     void look_at_peer(RE_stat_reader& any, int slot);
@@ -122,7 +122,7 @@ void concurrency_test::run_engine()
     while (!is_over()) {
         for (int round = 0; round < 200; ++round) {
             ++number;
-            // A peer for each connection, so that the connection's peer number tells its number, too.
+            // Each connection has its own peer, so that the connection's number can be found from its peer number.
             const std::size_t turn = number % peers;
             engine.remove_peer(peer_slots[turn]);
             const int peer = engine.add_peer(peer_number_of(number), peer_header_of(number));
@@ -314,7 +314,7 @@ TEST_F(concurrency_test, resets_and_openings_beside_a_moving_engine_do_no_harm)
     EXPECT_EQ(m_wrong, 0);
 }
 
-// Threads of one engine, each with connections of its own, and one that adds to whatever is in a slot.
+// Several threads of one engine have their own connections. Another thread adds to any slot.
 TEST_F(concurrency_test, threads_of_one_engine_lose_no_count)
 {
     start({8, 64, 8, 8});
@@ -341,7 +341,7 @@ TEST_F(concurrency_test, threads_of_one_engine_lose_no_count)
                 if (round % 2 == 0) {
                     engine.release_conn(slot);
                 } else {
-                    engine.close_conn(slot, 2); // from here on the slot may be another thread's
+                    engine.close_conn(slot, 2); // from here on, another thread may use the slot
                 }
             }
         });
@@ -388,7 +388,7 @@ TEST_F(concurrency_test, threads_of_one_engine_lose_no_count)
     EXPECT_EQ(header().nacks_logged, 4U * rounds);
 }
 
-// Somebody who may write to the segment keeps every record busy, and gives one free now and then.
+// Simulates another user with write access, who keeps every record busy and frees one now and then.
 TEST_F(concurrency_test, records_that_are_kept_busy_hold_a_reader_for_a_second_at_most_in_all)
 {
     constexpr int busy_conns = 200;

@@ -1,4 +1,4 @@
-// Live statistics that are cut short while they are read: nobody dies of it, and nothing is made of the zeros.
+// Live statistics that are cut short while they are read. The process survives, and the zeros are not used as values.
 #include "support/engine_fixture.h"
 
 #include "RE_shm_reader.h"
@@ -112,7 +112,7 @@ TEST_F(cut_test, of_one_engine_is_noted_by_all_its_readers_at_once)
     EXPECT_EQ(noted, 16);
 }
 
-// Group members may do that, when the segment's mode says so.
+// Group members may do that when the segment's mode allows it.
 TEST_F(cut_test, of_a_living_engine_costs_it_no_more_than_what_was_cut)
 {
     std::vector<int> open_conns;
@@ -152,7 +152,7 @@ TEST_F(cut_test, of_a_living_engine_costs_it_no_more_than_what_was_cut)
             RE_stat_app_header found{};
             EXPECT_EQ(reader->read_app_header(app, found), 0);
             EXPECT_EQ(engine.find_or_add_app(app_key_of(7)), app);
-            // The place of the connection that was closed is another's, whose counters start at 0.
+            // The slot of the closed connection is reused, and its counters start at 0.
             const int slot = engine.open_conn(0, conn_header_of(5000), so_header_of(1), 9);
             ASSERT_GE(slot, 0);
             EXPECT_EQ(std::count(open_conns.begin(), open_conns.end(), slot), 0);

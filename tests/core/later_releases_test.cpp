@@ -1,4 +1,4 @@
-// Images of releases that put more into a row, or have more sections, than this one.
+// Images of later releases with larger rows or more sections.
 #include "support/engine_fixture.h"
 
 #include "RE_stat_error.h"
@@ -24,7 +24,7 @@ protected:
     {
         write_file(path, std::string(bytes.begin(), bytes.end()));
     }
-    // Opens a saved file of these bytes. One that is accepted can be read, saved and reset.
+    // Opens a saved file with these bytes. A file that is accepted can be read, saved and reset.
     int open_bytes(std::vector<unsigned char> bytes)
     {
         repair_image(bytes.data(), bytes.size(), RE_image_kind::saved);
@@ -69,7 +69,7 @@ TEST_F(later_release_test, saved_files_are_read_and_saved_again)
         expect_same_statistics(*open_file("later"), *open_file("ours"));
         EXPECT_EQ(open_file("later")->save_stats_binary(folder.file("again").c_str()), 0);
         expect_same_statistics(*open_file("again"), *open_file("ours"));
-        // Rows are saved as they are, sections that nobody here knows are not.
+        // Rows are saved unchanged. Unknown sections are not saved.
         EXPECT_EQ(bytes_at(folder.file("again")), relaid_image(ours, {extras.row_bytes, 0}));
     }
 }
@@ -89,7 +89,7 @@ TEST_F(later_release_test, live_statistics_are_read_saved_and_reset)
         ASSERT_NE(ours_reset, ours);
         ASSERT_EQ(reader->close(), 0);
 
-        // The engine does not write again.
+        // The engine does not write from here on.
         write(segment_path(), relaid_image(ours, extras));
         ASSERT_EQ(reader->open(), 0);
         expect_same_statistics(*reader, *open_file("ours"));

@@ -1,4 +1,4 @@
-// An engine may be as large as it likes within its limits, and a large one that does little costs little.
+// An engine may be as large as its limits allow. A large engine that does little costs little.
 #include "support/engine_fixture.h"
 
 #include <sys/resource.h>
@@ -206,12 +206,12 @@ TEST_F(nack_log_test, a_walk_goes_on_with_the_oldest_entry_left_when_its_next_on
     int cursor = reader->get_first_nack();
     cursor = reader->get_next_nack(cursor, entry);
     EXPECT_EQ(entry.m_time, 0);
-    add(8, 4); // 0 to 3 are gone
+    add(8, 4); // 0 to 3 are overwritten
     cursor = reader->get_next_nack(cursor, entry);
     EXPECT_EQ(entry.m_time, 4);
     cursor = reader->get_next_nack(cursor, entry);
     EXPECT_EQ(entry.m_time, 5);
-    add(12, 20); // all of them are gone
+    add(12, 20); // all of them are overwritten
     EXPECT_LT(reader->get_next_nack(cursor, entry), 0);
     expect_entries(24, 8);
 }

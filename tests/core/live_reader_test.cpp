@@ -1,4 +1,4 @@
-// What an engine publishes is what a live reader tells, operation by operation.
+// A live reader returns what an engine publishes, operation by operation.
 #include "support/engine_fixture.h"
 
 #include "RE_stat_counters.h"
@@ -172,7 +172,7 @@ TEST_F(live_reader_test, tells_the_figures_of_a_quick_latency_test)
     engine.add_conn_stat(slot, RE_STAT_CONN_ID_LZ_DECODE_OUT_BYTES, 18);
     engine.add_conn_stat(slot, RE_STAT_CONN_ID_TOT_ENCODE_SPEED, 6000);
     engine.add_conn_stat(slot, RE_STAT_CONN_ID_ENCODE_NUM_MSGS, 4);
-    engine.add_conn_stat(slot, RE_STAT_CONN_ID_TOT_DECODE_SPEED, 9000); // and no message: no latency
+    engine.add_conn_stat(slot, RE_STAT_CONN_ID_TOT_DECODE_SPEED, 9000); // no message, so no latency
     engine.add_conn_stat(slot, RE_STAT_CONN_ID_TOT_ENCODE_LZ_SPEED, 250);
     engine.add_conn_stat(slot, RE_STAT_CONN_ID_LZ_ENCODE_NUM_MSGS, 1);
     engine.add_conn_stat(slot, RE_STAT_CONN_ID_TOT_DECODE_LZ_SPEED, 3000);
@@ -208,7 +208,7 @@ TEST_F(live_reader_test, tells_applications)
         engine.add_app_stat(slot, RE_stat_app_id{id}, static_cast<std::uint32_t>(id) + 1);
     }
     engine.add_app_conns(slot, 0x7fffff, 0xffffff);
-    engine.add_app_conns(slot, 3, 5); // each count wraps by itself
+    engine.add_app_conns(slot, 3, 5); // each count wraps separately
     EXPECT_EQ(reader->get_app_slot_shared_memory_header_size(), 2U);
 
     RE_stat_app_header header;
@@ -336,7 +336,7 @@ TEST_F(live_reader_test, always_writes_what_it_was_asked_for)
     expect_nothing_of_app(few.applications);
 }
 
-// A debug build stops at ids, as whoever wrote them has made a mistake.
+// Ids are checked by assertions in a debug build, because a wrong id is a programming error.
 TEST_F(live_reader_test, the_engine_ignores_numbers_out_of_range)
 {
     start();
@@ -469,7 +469,7 @@ bool is_kept_by_resets(RE_stat_kind kind)
     return kind == RE_stat_kind::current;
 }
 
-// Counters after fill(): with a reset of totals, those of current values stay.
+// Expects counters as they are after fill() and a reset. A reset of totals keeps current values.
 template <typename Infos, typename Read>
 void expect_reset(const Infos& infos, Read read, bool b_everything)
 {
@@ -486,7 +486,7 @@ void expect_reset(const Infos& infos, Read read, bool b_everything)
     }
 }
 
-// No counter of fill() is 0, so that a reset shows.
+// Makes sure that no counter is 0, so that a reset is noticed.
 void fill_without_zeros(RE_stat_writer& engine)
 {
     for (int slot = 0; slot < 4; ++slot) {

@@ -1,4 +1,4 @@
-// Statistics that were saved by earlier versions of this library can still be read.
+// Statistics that earlier versions of this library saved can still be read.
 #include "support/engine_fixture.h"
 #include "support/engine_shapes.h"
 
@@ -11,7 +11,7 @@ class old_file_test : public segment_test
 TEST_F(old_file_test, of_layout_1_tells_what_its_engine_told)
 {
     RE_stat_writer engine;
-    ASSERT_EQ(publish_sample(engine, {}), 0); // the engine that the file is of
+    ASSERT_EQ(publish_sample(engine, {}), 0); // the engine that the file was saved from
     const auto live = live_reader();
     ASSERT_EQ(live->open(), 0);
     const auto old = file_reader(KAV_TEST_DATA "/statistics.layout-1");

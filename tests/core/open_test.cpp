@@ -1,4 +1,4 @@
-// Each reason why live statistics cannot be read has its own number, and engines never get in each other's way.
+// Each reason why live statistics cannot be read has its own number. Engines never disturb each other.
 #include "support/engine_fixture.h"
 
 #include "RE_stat_error.h"
@@ -19,7 +19,7 @@
 
 namespace {
 
-// An engine in a process of its own that is ready when the constructor returns.
+// An engine in a child process. It is ready when the constructor returns.
 class engine_process
 {
 public:
@@ -52,7 +52,7 @@ public:
     engine_process(const engine_process&) = delete;
     engine_process& operator=(const engine_process&) = delete;
 
-    // Ends it as `kill -9` does.
+    // Ends the engine as `kill -9` does.
     void end()
     {
         if (m_child > 0) {
@@ -79,7 +79,7 @@ protected:
         }
         return result;
     }
-    // The result with another segment's name.
+    // Returns the result of opening another segment.
     int open_result_of(const char* name)
     {
         setenv("KAV_STAT_SEGMENT", name, 1);
@@ -217,13 +217,13 @@ TEST_F(open_test, a_cut_segment_is_told)
 {
     start();
     reader->close();
-    // From here on the engine's own mapping is not touched any more, for it has lost its ground.
+    // From here on, the engine's own mapping must not be accessed, because its file is truncated.
     constexpr auto header_size = static_cast<off_t>(sizeof(RE_image_header));
     for (const off_t size : {header_size + 100, header_size, header_size - 1, off_t{1}, off_t{0}}) {
         ASSERT_EQ(truncate(segment_path().c_str(), size), 0);
         EXPECT_EQ(open_result(), RE_STAT_ERR_CUT) << size;
     }
-    ASSERT_EQ(truncate(segment_path().c_str(), 1 << 20), 0); // so that it can withdraw
+    ASSERT_EQ(truncate(segment_path().c_str(), 1 << 20), 0); // so that the engine can withdraw
 }
 
 TEST_F(open_test, every_single_bit_of_the_section_table_is_checked)
@@ -237,7 +237,7 @@ TEST_F(open_test, every_single_bit_of_the_section_table_is_checked)
         byte = static_cast<unsigned char>(byte ^ (1U << (bit % 8)));
         const auto mine = live_reader();
         const int result = mine->open();
-        if (result == 0) { // a smaller but sound table: reading it must be safe
+        if (result == 0) { // a smaller but valid table, which must be safe to read
             const auto again = live_reader();
             ASSERT_EQ(again->open(), 0);
             expect_same_statistics(*mine, *again);
@@ -415,7 +415,7 @@ TEST_F(open_test, an_engine_starts_again_after_closing)
 TEST_F(open_test, an_engine_that_stops_takes_only_its_own_segment_away)
 {
     start();
-    ASSERT_EQ(unlink(segment_path().c_str()), 0); // an operator tidies up
+    ASSERT_EQ(unlink(segment_path().c_str()), 0); // as when an operator cleans up
     RE_stat_writer second;
     ASSERT_EQ(second.create(few, 1), 0);
     second.publish();

@@ -1,4 +1,4 @@
-// Builds that count more or less than each other read, save and reset each other's statistics.
+// Builds with more or fewer counters read, save and reset each other's statistics.
 #include "support/engine_fixture.h"
 
 #include <cstdlib>
@@ -11,12 +11,12 @@ struct build
 {
     const char* name;
     const char* tool;
-    int counters; // beside those of this build, of each family
+    int counters; // in each family, compared with this build
 };
 
 constexpr build builds[] = {{"less", image_tool_less, -1}, {"same", image_tool, 0}, {"more", image_tool_more, 1}};
 
-using text_by_line = std::map<std::string, std::string>; // what stands in front of " = ", and behind it
+using text_by_line = std::map<std::string, std::string>; // the text before " = ", and the text after it
 
 text_by_line lines_of(const std::string& path)
 {
@@ -32,7 +32,7 @@ text_by_line lines_of(const std::string& path)
 class other_builds_test : public segment_test
 {
 protected:
-    // Runs shell commands while the sample engine of that build is published.
+    // Runs shell commands while that build publishes the sample engine.
     void run_beside(const build& engine, const std::string& commands) const
     {
         const std::string line = std::string(engine.tool) + " publish '" + commands + "'";
@@ -46,7 +46,8 @@ protected:
     scratch_folder folder;
 };
 
-// What `engine` told about itself, as `reader` must see it: counters that only one of them knows are 0 or not there.
+// Returns what `reader` must see of the statistics that `engine` printed about itself. Counters that only one of the
+// two has are 0 or missing.
 text_by_line as_read_by(const build& reader, const build& engine, text_by_line lines)
 {
     const std::pair<const char*, int> families[] = {
@@ -108,7 +109,7 @@ TEST_F(other_builds_test, read_each_other_live_and_saved_by_any)
             SCOPED_TRACE(std::string(engine.name) + " read by " + reader.name);
             const text_by_line expected = as_read_by(reader, engine, truth);
             EXPECT_EQ(lines_of(file(engine, reader, "live")), expected);
-            // Whoever saves it, the file holds what the engine counts.
+            // Any build may save the file. It contains what the engine counts.
             for (const build& saver : builds) {
                 const std::string read = file(saver, reader, "read");
                 ASSERT_EQ(
@@ -140,7 +141,7 @@ TEST_F(other_builds_test, reset_each_other_and_nothing_else)
                 EXPECT_EQ(after.at("peer 1: 9"), "0");
                 EXPECT_EQ(after.at("peer 1: 10"), "0");
                 EXPECT_EQ(after.at("peer 1: 11"), b_clear ? "0" : "1011");
-                // Whether a counter that it does not know is a total, a build cannot tell.
+                // A build cannot find out whether an unknown counter is a total.
                 const bool b_last_stays = !b_clear && other.counters < engine.counters;
                 for (const char* const prefix : {"sum ", "peer 1: sum ", "conn 3: "}) {
                     const std::string last = prefix + std::to_string(165 + engine.counters);

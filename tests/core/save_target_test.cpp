@@ -1,4 +1,5 @@
-// Where saved statistics go: the old file or the new one, whole, whatever fails; and never where somebody else points.
+// Where saved statistics go. After any error, the target is the old file or the new one, complete. A link of an
+// untrusted user is not followed.
 #include "support/engine_fixture.h"
 
 #include "RE_stat_error.h"
@@ -26,7 +27,7 @@ protected:
         fill();
     }
     int save_to(const std::string& path) { return reader->save_stats_binary(path.c_str()); }
-    // The target holds statistics that read as the live ones.
+    // Expects that the target contains statistics that read like the live ones.
     void expect_saved(const std::string& path)
     {
         const auto saved = file_reader(path);
@@ -39,7 +40,7 @@ protected:
         EXPECT_EQ(lstat(path.c_str(), &status), 0);
         return status.st_mode & 07777U;
     }
-    // A folder that all may write to, where only owners may remove their files.
+    // Creates a folder in which every user may create files, and only owners may remove theirs.
     std::string sticky_folder()
     {
         const std::string path = folder.file("sticky");
@@ -187,7 +188,7 @@ TEST_F(save_target_test, a_folder_that_may_be_written_to_but_not_read_will_do)
     expect_saved(drop + "/new");
 }
 
-// ---- What others have planted.
+// ---- Files and links of other users.
 
 TEST_F(save_target_test, a_link_that_another_user_planted_is_refused)
 {
@@ -282,7 +283,7 @@ TEST_F(save_target_test, an_owner_of_the_shared_folder_may_point_elsewhere)
     write_file(victim, "old");
     ASSERT_EQ(chown(victim.c_str(), nobody, nobody), 0);
     ASSERT_EQ(chmod(folder.path().c_str(), 0777), 0);
-    ASSERT_EQ(symlink(victim.c_str(), (shared + "/saved").c_str()), 0); // the folder's owner's, not nobody's
+    ASSERT_EQ(symlink(victim.c_str(), (shared + "/saved").c_str()), 0); // the link is the folder owner's, not nobody's
     EXPECT_EQ(result_as_nobody([&] { return save_to(shared + "/saved"); }), 0);
     expect_saved(victim);
 }
@@ -322,14 +323,14 @@ TEST_F(save_target_test, in_a_sticky_folder_the_file_of_another_user_stays)
 
 // ---- Pipes and devices.
 
-// A pipe without a writer is at its end; so a reader that is there first waits for what comes.
+// A pipe without a writer is at its end, so a reader that opens it first waits for input.
 void wait_for_input(int descriptor)
 {
     pollfd ready{descriptor, POLLIN, 0};
     poll(&ready, 1, -1);
 }
 
-// What comes out of a descriptor until its end.
+// Reads a descriptor to its end.
 std::string drain(int descriptor)
 {
     wait_for_input(descriptor);
@@ -460,7 +461,7 @@ TEST_F(save_target_test, no_descriptor_left_is_a_failure_of_the_target)
     }
     write_file(folder.file("old"), "old");
     EXPECT_EQ(result_in_child([&] {
-                  const int next = open("/dev/null", O_RDONLY | O_CLOEXEC); // all below are taken
+                  const int next = open("/dev/null", O_RDONLY | O_CLOEXEC); // all lower numbers are in use
                   const rlimit limit{static_cast<rlim_t>(next), static_cast<rlim_t>(next)};
                   setrlimit(RLIMIT_NOFILE, &limit);
                   return save_to(folder.file("old")) == RE_STAT_ERR_TARGET ? 0 : 1;
@@ -473,7 +474,7 @@ TEST_F(save_target_test, no_descriptor_left_is_a_failure_of_the_target)
 class mounted_target_test : public save_target_test
 {
 protected:
-    // Mounts a file system in memory; false when this process may not.
+    // Mounts a file system in memory. Returns false when this process may not do that.
     bool mount_disk(unsigned long flags, const char* options)
     {
         m_disk = folder.file("disk");
@@ -502,7 +503,7 @@ TEST_F(mounted_target_test, a_full_disk_leaves_the_old_file_and_no_litter)
     EXPECT_EQ(bytes_of_file(path), "old");
     ASSERT_EQ(unlink(path.c_str()), 0);
     EXPECT_EQ(save_to(path), RE_STAT_ERR_NO_SPACE);
-    write_file(m_disk + "/fits", std::string(20 << 10, 'x')); // all of the disk is free again
+    write_file(m_disk + "/fits", std::string(20 << 10, 'x')); // the whole disk is free again
 }
 
 TEST_F(mounted_target_test, a_disk_without_room_for_another_file_is_full)

@@ -1,4 +1,4 @@
-// A saved file tells what the live statistics told, and no other bytes ever pass for one.
+// A saved file contains what the live statistics contained. No other bytes are accepted.
 #include "support/engine_fixture.h"
 
 #include "RE_stat_error.h"
@@ -25,7 +25,7 @@ namespace {
 class saved_file_test : public engine_test
 {
 protected:
-    // Opens the file with these bytes; if it is accepted, every read of it must be safe.
+    // Opens a file with these bytes. If it is accepted, every read of it must be safe.
     int open_bytes(const std::string& bytes)
     {
         const std::string path = folder.file("probe");
@@ -53,7 +53,7 @@ protected:
         fill();
         return bytes_of_file(save());
     }
-    // A file with few sections' rows, so that every byte of it can be tried.
+    // Returns a file with only a few rows, so that a test can try every byte.
     std::string small_bytes()
     {
         start({2, 2, 2, 2});
@@ -142,7 +142,7 @@ TEST_F(saved_file_test, saved_again_is_the_same_file)
     start();
     fill();
     const std::string path = save();
-    // The time of saving is the engine's, not the copy's.
+    // A copy keeps the time of the first saving.
     std::string bytes = bytes_of_file(path);
     EXPECT_GT(header_in(bytes).capture_time, 1700000000);
     EXPECT_EQ(header_in(bytes).engine_start_time, 1700000000);
@@ -309,7 +309,7 @@ TEST_F(saved_file_test, a_hostile_header_with_a_right_checksum_is_refused)
     EXPECT_EQ(result_of([](RE_image_header& header) { header.peer_counters = 0; }), RE_STAT_ERR_LAYOUT);
     EXPECT_EQ(result_of([](RE_image_header& header) { header.conn_counters = 0; }), RE_STAT_ERR_LAYOUT);
     EXPECT_EQ(result_of([](RE_image_header& header) { header.app_counters = 1U << 31; }), RE_STAT_ERR_LAYOUT);
-    // What is counted is what is there.
+    // The numbers of used slots must match the rows.
     EXPECT_EQ(result_of([](RE_image_header& header) { ++header.peer_slots_used; }), RE_STAT_ERR_LAYOUT);
     EXPECT_EQ(result_of([](RE_image_header& header) { --header.conn_slots_used; }), RE_STAT_ERR_LAYOUT);
     EXPECT_EQ(result_of([](RE_image_header& header) { header.app_slots_used = UINT32_MAX; }), RE_STAT_ERR_LAYOUT);
@@ -470,7 +470,7 @@ TEST_F(saved_file_test, a_large_file_of_holes_is_refused_before_it_is_loaded)
     };
     EXPECT_EQ(open_of_size(RE_image_max_size), RE_STAT_ERR_LAYOUT) << "the table does not account for its size";
 
-    // Now the table does, with connections that nobody wrote.
+    // Now the section table does, with connections that were never written.
     constexpr std::uint64_t rows = 1000000;
     std::uint64_t end = RE_image_table_end;
     for (std::uint32_t id = 1; id <= RE_image_section_count; ++id) {

@@ -1,4 +1,4 @@
-// Slots are used again, figures add up, and nothing of one tenant is ever told of another.
+// Slots are reused, figures add up, and nothing of a previous tenant is ever shown for another.
 #include "support/engine_fixture.h"
 
 #include <unistd.h>
@@ -20,7 +20,7 @@ protected:
     long long conn_stat(int slot, int id)
     {
         long long value = LLONG_MIN;
-        reader->is_conn_valid(slot); // a new round
+        reader->is_conn_valid(slot); // starts a new round
         reader->read_conn_stat(slot, id, value);
         return value;
     }
@@ -131,7 +131,7 @@ TEST_F(slots_test, a_retired_peers_slot_starts_at_0_for_the_next)
         engine.set_peer_stat(peer, RE_stat_peer_id{id}, 9);
     }
     engine.remove_peer(peer);
-    engine.remove_peer(peer); // once is enough
+    engine.remove_peer(peer); // removing it once is enough
     ASSERT_EQ(engine.add_peer(51, peer_header_of(51)), peer);
     EXPECT_NE(engine.add_peer(52, peer_header_of(52)), peer);
     for (int id = 0; id < RE_STAT_PEER_ID_MAX; ++id) {
@@ -152,7 +152,7 @@ TEST_F(slots_test, the_connection_closed_first_gives_up_its_place)
     for (const int slot : {9, 2, 13}) {
         engine.close_conn(slot, 100);
     }
-    engine.close_conn(9, 200); // closed already
+    engine.close_conn(9, 200); // already closed
     EXPECT_EQ(open_conn(peer, 101), 9);
     EXPECT_EQ(open_conn(peer, 102), 2);
     engine.close_conn(9, 300);
@@ -173,7 +173,7 @@ TEST_F(slots_test, released_slots_are_used_before_any_connection_loses_its_place
     engine.close_conn(4, 1);
     engine.close_conn(5, 1);
     engine.release_conn(5);
-    engine.release_conn(6); // closes it
+    engine.release_conn(6); // closes it as well
     engine.release_conn(6);
     EXPECT_FALSE(reader->is_conn_valid(5));
     EXPECT_FALSE(reader->is_conn_valid(6));
@@ -286,7 +286,7 @@ TEST_F(slots_test, fields_of_one_round_come_from_one_copy)
     ASSERT_TRUE(reader->is_conn_valid(3));
     engine.close_conn(3, 1);
     ASSERT_EQ(open_conn(peers[1], 1000), 3);
-    for (const std::uint32_t expected : {3U, 1000U}) { // the second time each field is asked for again
+    for (const std::uint32_t expected : {3U, 1000U}) { // in the second round, each field is read again
         RE_stat_conn_header header{};
         SO_stat_conn_header so_header{};
         std::time_t open_time = 0;
@@ -347,7 +347,7 @@ TEST_F(slots_test, a_record_that_its_engine_left_half_written_is_not_there_and_i
     EXPECT_TRUE(saved->is_peer_valid(3));
 }
 
-// What the engine says of its peers with active connections, now and at most.
+// The numbers of peers with active connections, now and at most, as the engine reports them.
 class connected_peers_test : public engine_test
 {
 protected:
@@ -429,7 +429,7 @@ TEST_F(connected_peers_test, are_published_again)
     EXPECT_EQ(connected(), now_and_most(1, 2));
 }
 
-// Ids of one family are no ids of another.
+// Ids of one family are not accepted for another.
 template <typename Id>
 concept is_conn_id = requires(RE_stat_writer& writer, Id id)
 {

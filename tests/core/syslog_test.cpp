@@ -9,7 +9,7 @@
 
 namespace {
 
-// What `run` sends to the system log, which is asked for a copy of it.
+// Returns what `run` sends to the system log, by means of the copy on standard error.
 std::string logged_by(const std::function<void()>& run)
 {
     openlog("kav", LOG_PERROR, LOG_DAEMON);

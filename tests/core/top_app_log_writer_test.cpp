@@ -60,7 +60,7 @@ std::string text_of(const char* text)
     return padded;
 }
 
-// A word of less than 256.
+// A word with a value below 256.
 std::string word(char low)
 {
     return {low, 0, 0, 0};
@@ -71,7 +71,7 @@ std::string record_bytes(char first_counter, char handler)
     return word(first_counter) + std::string(68, '\0') + word(handler) + std::string(24, '\0');
 }
 
-// Files may not grow beyond `size` bytes, and a write that tries fails, for the length of a scope.
+// Limits the size of files for the length of a scope. Writing beyond `size` bytes fails.
 class file_size_limit
 {
 public:
@@ -184,7 +184,7 @@ TEST_F(top_app_log_writer, follows_no_folder_that_may_be_planted)
     rmdir(open_to_all.c_str());
 }
 
-// Locks the whole log through a descriptor of its own, until that is closed.
+// Locks the whole log through a new descriptor, until the descriptor is closed.
 int lock_log(const std::string& path, int type)
 {
     const int descriptor = open(path.c_str(), (type == F_RDLCK ? O_RDONLY : O_RDWR) | O_CLOEXEC);

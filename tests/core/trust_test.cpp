@@ -1,4 +1,4 @@
-// Whose statistics are believed, where engines put them, and what other users can do about either.
+// Which users' statistics readers trust, where engines put them, and what other users can do about either.
 #include "support/engine_fixture.h"
 
 #include "RE_save_target.h"
@@ -30,7 +30,7 @@ bool exists(const std::string& path)
     return access(path.c_str(), F_OK) == 0;
 }
 
-// The number of the first expectation that failed in another process, as that one's result.
+// The number of the first expectation that failed. A child process returns it as its result.
 struct verdict
 {
     int failed = 0;
@@ -55,7 +55,7 @@ protected:
         unsetenv("KAV_STAT_OWNER");
         return result;
     }
-    // Leaves the segment of a killed engine.
+    // Leaves the segment of an engine that was killed.
     static int leave_segment()
     {
         return result_in_child([] {
@@ -66,7 +66,8 @@ protected:
             return 0;
         });
     }
-    // Runs `work` as root, with folders of its own, in another process; it returns the number of what failed.
+    // Runs `work` as root with private folders in a child process. `work` returns 0 or the number of the failed
+    // expectation.
     static void run_in_private(const std::function<int(private_dev&)>& work)
     {
         constexpr int cannot = 77;
@@ -214,16 +215,16 @@ TEST_F(trust_test, another_users_engine_is_read_only_when_its_user_is_named)
         is.expect(open_result_for("nobody") == 0, 4);
         is.expect(open_result_for("65534") == 0, 5);
         is.expect(open_result_for("daemon") == RE_STAT_ERR_NO_ENGINE, 6);
-        // It stands where this user's own would be.
+        // Now it is in the place of this user's own folder.
         std::filesystem::rename("/dev/shm/kav-65534", "/dev/shm/kav-0");
         dev.logged();
         is.expect(open_result() == RE_STAT_ERR_OWNER, 7);
         const std::string told = dev.logged();
         is.expect(told.find("/dev/shm/kav-0 belongs to nobody (65534)") != std::string::npos, 8);
-        is.expect(told.find("KAV_STAT_OWNER") == std::string::npos, 13); // anybody could ask for trust that way
+        is.expect(told.find("KAV_STAT_OWNER") == std::string::npos, 13); // or any user could ask for trust
         is.expect(open_result_for("daemon") == RE_STAT_ERR_OWNER, 9);
         is.expect(open_result_for("nobody") == 0, 10);
-        // A file of another user in a folder of ours.
+        // A file of another user in this user's folder.
         is.expect(chown("/dev/shm/kav-0", 0, 0) == 0 && open_result() == RE_STAT_ERR_OWNER, 11);
         is.expect(dev.logged().find("the segment in /dev/shm/kav-0 belongs to nobody (65534)") != std::string::npos,
                   12);
@@ -266,7 +267,7 @@ TEST_F(trust_test, a_services_folder_comes_first_when_it_is_this_users)
         is.expect(chown("/run/kav", nobody, nobody) == 0, 7);
         is.expect(engine.create(few, 1) == 0 && !exists(segment), 5);
         engine.publish();
-        is.expect(open_result() == 0, 6); // which the other user's folder does not hide
+        is.expect(open_result() == 0, 6); // the other user's folder does not hide it
         return is.failed;
     });
 }
@@ -396,7 +397,7 @@ TEST_F(trust_test, an_engine_publishes_again_what_was_removed)
         ASSERT_EQ(reader->open(), 0);
         expect_same_statistics(*reader, *before);
     }
-    // It counts on, in places old and new.
+    // The engine goes on counting, in old and new slots.
     engine.add_global(RE_stat_global_id{1}, 5);
     for (std::uint32_t number = 0; number < 150; ++number) {
         ASSERT_GE(engine.open_conn(0, conn_header_of(number), so_header_of(number), 1), 0);
@@ -504,7 +505,7 @@ TEST_F(trust_test, a_segment_of_an_earlier_release_is_told_and_not_used)
         engine.close();
         write_file(path, "no image");
         is.expect(open_result() == RE_STAT_ERR_NO_ENGINE && !is_told(), 6);
-        // Neither a dead engine nor another user's folder hides it.
+        // Neither the segment of an engine that ended nor another user's folder hides it.
         write_file(path, image);
         is.expect(leave_segment() == 0, 7);
         is_told();
