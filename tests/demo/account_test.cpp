@@ -1,4 +1,4 @@
-// Holds the demo engine's statistics, as a viewer reads them, against its ledger.
+// Compares the demo engine's statistics, as a viewer reads them, with its ledger.
 #include "RE_application.h"
 #include "RE_auto_bypass.h"
 #include "RE_bypass_table.h"
@@ -29,7 +29,7 @@ struct counter_place
     const char* field;
 };
 
-// Where the ledger has what a counter should say.
+// Where the ledger contains the expected value of a counter.
 constexpr counter_place counter_places[] = {
     {RE_STAT_CONN_ID_ENCODE_NUM_MSGS, "encode", "/messages"},
     {RE_STAT_CONN_ID_ENCODE_IN_BYTES, "encode", "/lan_bytes"},
@@ -93,7 +93,7 @@ void expect_account(const json& account, const counter_reader& read, const std::
     EXPECT_EQ(read(RE_STAT_CONN_ID_NUM_ACK_MSGS), at(account, "/encode/acks") + at(account, "/decode/acks")) << whose;
     EXPECT_EQ(read(RE_STAT_CONN_ID_ACK_BYTES), at(account, "/encode/ack_bytes") + at(account, "/decode/ack_bytes"))
         << whose;
-    // The causes of bypassing add up, and what the LZ stage did not get went out as it was.
+    // The bypass messages are the sum of all causes. Bytes that did not reach the LZ stage were sent unchanged.
     EXPECT_EQ(read(RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_LOW_COMP) +
                   read(RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_REM_CACHE_NOT_READY) +
                   read(RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_REM_DISK_OVERLD),
@@ -111,7 +111,7 @@ void expect_account(const json& account, const counter_reader& read, const std::
         << whose;
 }
 
-// The entry of `list` whose `field` is `value`, null when there is none.
+// Returns the entry of `list` whose `field` is `value`, or null when there is none.
 const json* find(const json& list, const char* field, long long value)
 {
     for (const json& entry : list) {
@@ -202,7 +202,7 @@ void expect_applications(RE_stat_reader& reader, const json& ledger)
         bool b_found = false;
         for (int slot = 0; !b_found && reader.read_app_slot(slot, record) >= 0 && record != nullptr; ++slot) {
             const RE_stat_app_header& header = record->m_header;
-            // A peer's number is in the low bytes of its address.
+            // The peer's number is in the low bytes of its address.
             const int peer = header.m_kav_peer_id.m_data[4] * 256 + header.m_kav_peer_id.m_data[5];
             b_found = header.m_policy_engine_handler == at(account, "/handler") &&
                       header.m_server_port == at(account, "/server_port") && peer == at(account, "/peer");
@@ -236,10 +236,10 @@ void expect_applications(RE_stat_reader& reader, const json& ledger)
     EXPECT_EQ(beyond, nullptr);
 }
 
-// The sections of a top-application log, added up by application.
+// Returns the records of all sections of a top-application log, added up by application.
 std::vector<RE_stat_app_struct> read_app_log(const std::string& path)
 {
-    // Without traffic there is no log.
+    // Without traffic, the log does not exist.
     const std::string text = std::filesystem::exists(path) ? bytes_of_file(path) : "";
     std::size_t at_byte = 0;
     const auto take = [&](void* to, std::size_t size) {
@@ -320,7 +320,7 @@ void expect_bypass_table(RE_stat_reader& reader, const json& ledger)
     std::size_t count = 0;
     for (std::uint32_t row = 0; row < table->rows_used; ++row) {
         const RE_bypass_entry& entry = table->rows[row].entry;
-        // A server may have been judged by its very last message.
+        // A server without connections may have been added because of its very last message.
         if (table->rows[row].b_in_use == 0 || entry.connections == 0) {
             continue;
         }
@@ -340,7 +340,7 @@ void expect_bypass_table(RE_stat_reader& reader, const json& ledger)
     EXPECT_EQ(count, ledger.at("bypassed_servers").size());
 }
 
-// Runs the engine once through `folder`, compares everything, and returns the ledger.
+// Runs the engine once through `folder`, compares everything and returns the ledger.
 json expect_agreement(const temporary_folder& folder, std::vector<std::string> arguments)
 {
     const temporary_folder outputs;

@@ -64,7 +64,7 @@ TEST(signature_fifo, keeps_a_chunk_that_came_again_until_its_last_place_goes)
     RE_signature_fifo fifo(1000, 100);
     fifo.insert(1, 400, noon);
     fifo.insert(1, 400, noon);
-    fifo.insert(2, 400, noon); // the first place of 1 goes
+    fifo.insert(2, 400, noon); // the first copy of chunk 1 is evicted
     ASSERT_NE(fifo.find(1), nullptr);
     EXPECT_EQ(fifo.find(1)->position, 400U);
     fifo.insert(3, 400, noon);
@@ -78,12 +78,12 @@ TEST(signature_fifo, counts_sections_from_the_oldest_to_the_newest)
     fifo.insert(1, 300, noon);
     fifo.insert(2, 300, noon);
     fifo.end_section();
-    fifo.end_section(); // a message without chunks makes no section
+    fifo.end_section(); // a message without chunks does not create a section
     fifo.insert(3, 300, noon + 5);
     fifo.end_section();
     EXPECT_EQ(fifo.section_count(), 2U);
     EXPECT_EQ(fifo.oldest_time(), noon);
-    fifo.insert(4, 600, noon + 6); // 1 and 2, the whole first section
+    fifo.insert(4, 600, noon + 6); // evicts 1 and 2, the whole first section
     EXPECT_EQ(fifo.section_count(), 2U);
     EXPECT_EQ(fifo.sections_evicted_in_last_hour(noon + 6), 1);
     EXPECT_EQ(fifo.oldest_time(), noon + 5);
@@ -96,7 +96,7 @@ TEST(signature_fifo, forgets_what_it_is_told_to)
         fifo.insert(signature, 100, noon);
     }
     fifo.forget(4);
-    fifo.forget_up_to(100, noon); // 1 and 2
+    fifo.forget_up_to(100, noon); // forgets 1 and 2
     EXPECT_EQ(fifo.find(1), nullptr);
     EXPECT_EQ(fifo.find(2), nullptr);
     EXPECT_NE(fifo.find(3), nullptr);
@@ -127,7 +127,7 @@ TEST(chunk_store, gives_back_what_it_was_given_until_it_wraps)
     store.prepare(60'000);
     EXPECT_TRUE(store.is_ready());
 
-    // 300 chunks of 1,000 bytes go round the file three times; the last 100 are there.
+    // 300 chunks of 1,000 bytes fill the file three times. The last 100 are still in it.
     for (std::uint64_t number = 0; number < 300; ++number) {
         store.insert(number, random_bytes(1000, number), noon);
         if (number % 7 == 0) {

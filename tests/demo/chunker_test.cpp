@@ -33,7 +33,8 @@ TEST(chunker, cuts_within_its_bounds)
         begin = end;
     }
     EXPECT_EQ(begin, data.size());
-    // 256 + 1024 bytes a chunk on average, give or take a tenth; a few percent run into the maximum.
+    // A chunk has 256 + 1024 bytes on average. A tenth more or less is allowed, because a few percent reach the
+    // maximum.
     EXPECT_NEAR(static_cast<double>(ends.size()), 1048576.0 / 1280, 82);
     EXPECT_GT(forced, 0U);
     EXPECT_LT(forced, ends.size() / 10);
@@ -67,7 +68,7 @@ TEST(chunker, says_why_it_cut)
     EXPECT_EQ(chunker.cut(small).size, 100U);
     EXPECT_EQ(chunker.cut(small).cause, RE_cut_cause::end_of_data);
 
-    // Bytes that are all the same never look like an anchor.
+    // In equal bytes, no anchor is found.
     const RE_byte_buffer dull(10'000, 0);
     EXPECT_EQ(chunker.cut(dull).size, 2048U);
     EXPECT_EQ(chunker.cut(dull).cause, RE_cut_cause::forced);

@@ -9,7 +9,7 @@
 
 namespace {
 
-// Where the next engine publishes, and this process looks.
+// Sets the segment in which the next engine publishes and this process reads.
 std::string next_segment_name()
 {
     static int number = 0;
@@ -26,7 +26,7 @@ engine_process::engine_process(const std::vector<std::string>& arguments)
 
 engine_process::~engine_process()
 {
-    std::filesystem::remove(segment_path()); // which a killed engine leaves behind
+    std::filesystem::remove(segment_path()); // a killed engine leaves it behind
 }
 
 int engine_process::wait()

@@ -1,4 +1,4 @@
-// The demo engine as a process of its own, with a statistics segment of its own.
+// The demo engine as a child process with its own statistics segment.
 #pragma once
 
 #include "support/demo_engine.h"
@@ -9,18 +9,18 @@
 class engine_process
 {
 public:
-    // Starts the engine; this process's statistics readers look at it from now on.
+    // Starts the engine. From now on, this process's statistics readers read its segment.
     explicit engine_process(const std::vector<std::string>& arguments);
-    // Kills the engine if it still runs, and clears up after it.
+    // Kills the engine if it still runs, and removes its segment.
     ~engine_process();
 
-    // Waits until the engine has said this on a line of its own; false when it ended before.
+    // Waits until the engine has printed this line. Returns false when it ends before.
     bool wait_for(const std::string& line) { return m_engine.wait_for(line); }
     void send(int signal) const { m_engine.send_signal(signal); }
-    // Waits for the end; the exit status, or -signal.
+    // Waits for the end. Returns the exit status, or -signal.
     int wait();
     bool has_segment() const;
-    // What it wrote to standard error; call after wait().
+    // Returns what the engine wrote to standard error. Call it after wait().
     const std::string& errors() const { return m_result.err; }
 
 private:

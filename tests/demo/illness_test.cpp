@@ -1,4 +1,4 @@
-// Each illness of the demo engine: that it shows in the figures, and that it no longer does when its time is over.
+// Every illness of the demo engine shows in the figures, and no longer does after its time is over.
 #include "RE_auto_bypass.h"
 #include "RE_bypass_table.h"
 #include "RE_illness.h"
@@ -84,17 +84,17 @@ TEST(illness, a_mistake_is_answered_with_all_names)
         "Run with --help for more information.\n");
 }
 
-// All figures of a moment that a rule may look at.
+// All figures at one moment that a rule may use.
 struct figures
 {
     std::array<long long, RE_STAT_GLOBAL_ID_MAX> engine{};
-    std::array<long long, RE_STAT_CONN_ID_MAX> conns{}; // sums over all
-    std::array<long long, RE_STAT_PEER_ID_MAX> peer{};  // the first
-    std::set<int> moved_peer_ids;                       // not 0 for any peer
+    std::array<long long, RE_STAT_CONN_ID_MAX> conns{}; // sums over all connections
+    std::array<long long, RE_STAT_PEER_ID_MAX> peer{};  // the first peer
+    std::set<int> moved_peer_ids;                       // nonzero for at least one peer
     bool b_outdated = false;
     bool b_from_active_conn = false;
     int bypassed_servers = 0;
-    bool b_stuck = false; // a connection is open with data that waits
+    bool b_stuck = false; // an open connection has waiting data
 };
 
 int count_bypassed_servers(RE_stat_reader& reader)
@@ -149,7 +149,7 @@ figures read_figures(RE_stat_reader& reader)
     return now;
 }
 
-// A second's change of one sum over that of another, 0 when that did not change.
+// Returns one sum's change in a second divided by that of another, or 0 when the other did not change.
 double share(const figures& before, const figures& now, int part_id, int whole_id)
 {
     const auto change = [&](int id) {
@@ -162,7 +162,7 @@ double share(const figures& before, const figures& now, int part_id, int whole_i
 struct sign
 {
     const char* illness;
-    bool (*is_ill)(const figures& before, const figures& now); // a second apart
+    bool (*is_ill)(const figures& before, const figures& now); // the moments are a second apart
 };
 
 constexpr sign signs[] = {
@@ -254,7 +254,7 @@ std::string lines_of(const std::set<std::string>& words)
     return lines;
 }
 
-// A counter and the name that kavstat gives it.
+// A counter and its name in kavstat.
 struct named_counter
 {
     int first;
@@ -292,7 +292,7 @@ const std::vector<named_counter> conn_counters = {
 #include "RE_stat_counters.def"
 };
 
-// Which counters were not 0 at some time.
+// The counters that were nonzero at some time.
 class moved_counters
 {
 public:
@@ -382,7 +382,7 @@ public:
             EXPECT_FALSE(is_ill(illness, m_before, m_now)) << illness;
         }
     }
-    // No sign of any illness, and nothing that could become one.
+    // Expects no sign of any illness, and nothing that may become one.
     void expect_healthy() const
     {
         for (const sign& candidate : signs) {
@@ -407,7 +407,7 @@ private:
     moved_counters m_moved;
 };
 
-// What a document has between the lines "```SCOPE" and "```", a line each, sorted.
+// Returns the lines that a document contains between "```SCOPE" and "```", sorted.
 std::string listed_counters(const std::string& document, const std::string& scope)
 {
     const std::string heading = "\n```" + scope + "\n";
@@ -425,7 +425,7 @@ std::string listed_counters(const std::string& document, const std::string& scop
     return lines_of(names);
 }
 
-// Illnesses that do not hide each other, each group for an engine of its own.
+// Groups of illnesses that do not hide each other. Each group has its own engine.
 const std::vector<std::vector<std::string>> groups = {
     {"nacks", "low-memory", "peer-degraded-sigblock", "peer-degraded-dataunit", "peer-outdated", "peer-low-buffer",
      "peer-disconnected"},

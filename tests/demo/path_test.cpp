@@ -6,7 +6,7 @@
 
 namespace {
 
-// One direction between two engines, with nothing but what a test changes about it.
+// One direction between two engines, with default settings that tests change.
 class path_fixture
 {
 public:
@@ -46,7 +46,7 @@ public:
         decoded = {};
         return path->decoder().decode(frame, arrived, decoded);
     }
-    // Takes a message to the other side; the reason why that failed, if it did.
+    // Sends a message to the other side. Returns the reason why that failed, if it did.
     RE_nack_reason send(RE_byte_view message)
     {
         RE_byte_buffer frame;
@@ -55,7 +55,7 @@ public:
         path->on_answer(answer, encoded.in_bytes, 1000);
         return answer.reason;
     }
-    // Sends again what failed, as it is.
+    // Sends a failed message again, unencoded.
     RE_nack_reason send_again(RE_byte_view message)
     {
         RE_frame_header header;
@@ -76,7 +76,7 @@ TEST(path, delivers_random_messages_of_every_size_as_they_were_sent)
         EXPECT_EQ(fixture.arrived, message) << size;
     }
     for (int count = 0; count < 500; ++count) {
-        // Parts of a small number of texts, so that much of it comes again, at other places.
+        // Parts of only a few texts, so that much data is repeated at other positions.
         const RE_byte_buffer text = random_bytes(40'000, random.below(5));
         const std::size_t begin = random.below(20'000);
         const RE_byte_view message = RE_byte_view(text).subspan(begin, 1 + random.below(20'000));
@@ -128,7 +128,7 @@ TEST(path, accounts_for_every_byte)
 TEST(path, refuses_a_reference_to_a_chunk_that_was_evicted_and_recovers)
 {
     path_fixture fixture;
-    fixture.settings.capacity = 64 * 1024; // the sender believes in 4 MB
+    fixture.settings.capacity = 64 * 1024; // the sender assumes 4 MB
     const RE_byte_buffer early = random_bytes(30'000, 1);
     ASSERT_EQ(fixture.send(early), RE_nack_reason::none);
     ASSERT_EQ(fixture.send(random_bytes(70'000, 2)), RE_nack_reason::none);
@@ -138,7 +138,7 @@ TEST(path, refuses_a_reference_to_a_chunk_that_was_evicted_and_recovers)
     ASSERT_EQ(fixture.send_again(early), RE_nack_reason::none);
     EXPECT_EQ(fixture.arrived, early);
 
-    // The sender has learned: the same data goes as new, and is known from then on.
+    // The sender now sends the same data as new, and can refer to it from then on.
     ASSERT_EQ(fixture.send(early), RE_nack_reason::none);
     EXPECT_EQ(fixture.encoded.matches, 0U);
     ASSERT_EQ(fixture.send(early), RE_nack_reason::none);
@@ -149,7 +149,7 @@ TEST(path, refuses_a_reference_to_a_chunk_that_was_evicted_and_recovers)
 TEST(path, notices_by_the_checksum_that_two_chunks_share_a_signature)
 {
     path_fixture fixture;
-    fixture.settings.signature_bits = 8; // 256 signatures for some 800 chunks
+    fixture.settings.signature_bits = 8; // only 256 signatures for about 800 chunks
     std::size_t collisions = 0;
     for (std::uint64_t seed = 0; seed < 50; ++seed) {
         const RE_byte_buffer message = random_bytes(20'000, seed);
@@ -175,7 +175,7 @@ TEST(path, waits_until_the_receivers_cache_is_loaded)
     EXPECT_EQ(fixture.path->next_bypass_cause(), RE_bypass_cause::remote_cache_not_ready);
     EXPECT_EQ(fixture.path->out_of_sync_count(), 1U);
 
-    // What goes around in the meantime loads the cache further.
+    // A bypassed message loads the cache further.
     ASSERT_EQ(fixture.send(message), RE_nack_reason::none);
     EXPECT_EQ(fixture.encoded.bypass_cause, RE_bypass_cause::remote_cache_not_ready);
     ASSERT_EQ(fixture.send(message), RE_nack_reason::none);
@@ -189,7 +189,7 @@ TEST(path, spares_a_receiver_whose_disk_is_overloaded)
     path_fixture fixture;
     fixture.settings.read_budget = {1000, 4000};
     const RE_byte_buffer message = random_bytes(20'000, 1);
-    ASSERT_EQ(fixture.send(message), RE_nack_reason::none); // all of it new, nothing to read
+    ASSERT_EQ(fixture.send(message), RE_nack_reason::none); // all data is new, so nothing is read
     ASSERT_EQ(fixture.send(message), RE_nack_reason::disk_overloaded);
     ASSERT_EQ(fixture.send_again(message), RE_nack_reason::none);
     for (int count = 0; count < 8; ++count) {

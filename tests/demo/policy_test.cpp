@@ -17,7 +17,7 @@ TEST(bypass_policy, goes_around_a_server_whose_traffic_does_not_compress)
 {
     RE_bypass_policy policy({1000, 5, 60});
     const RE_server server{1, 80};
-    EXPECT_FALSE(policy.measure(server, 900, 900, noon)); // too little to judge
+    EXPECT_FALSE(policy.measure(server, 900, 900, noon)); // too little to decide
     EXPECT_TRUE(policy.measure(server, 100, 51, noon));   // 951 of 1,000: less than 5% saved
     ASSERT_NE(policy.find(server), nullptr);
     EXPECT_EQ(policy.find(server)->since, noon);

@@ -1,4 +1,4 @@
-// The demo engine as a program: what it says, how it ends, what it leaves behind.
+// The demo engine as a program: its output, its exit status and the files that it leaves.
 #include "RE_statistics.h"
 
 #include "engine_process.h"
@@ -77,7 +77,7 @@ TEST(program, refuses_to_publish_where_another_engine_does)
     engine_process first({"--once", folder.path()});
     ASSERT_TRUE(first.wait_for("idle"));
     const std::string segment = std::getenv("KAV_STAT_SEGMENT");
-    engine_process second({"--once", "--help"}); // only to have another name
+    engine_process second({"--once", "--help"}); // is started only to get another segment name
     EXPECT_EQ(second.wait(), 0);
     setenv("KAV_STAT_SEGMENT", segment.c_str(), 1);
     const std::string command =
@@ -150,7 +150,7 @@ TEST(program, makes_no_cache_through_another_users_link)
               "kav_demo_engine: cannot make a cache file in " + link + ": Too many levels of symbolic links\n");
 }
 
-// Whatever has an output's name, the engine neither waits for it nor writes to it.
+// The engine neither waits for an existing file with an output's name nor writes to it.
 TEST(program, ends_with_an_error_where_an_output_is_no_regular_file)
 {
     const temporary_folder folder;

@@ -1,4 +1,4 @@
-// Bytes for the demo engine's tests: random ones, real ones, and folders that are gone after the test.
+// Bytes for the demo engine's tests, random and real, and folders that are removed after the test.
 #pragma once
 
 #include "RE_bytes.h"
@@ -19,7 +19,7 @@ inline RE_byte_buffer random_bytes(std::size_t size, std::uint64_t seed)
     return bytes;
 }
 
-// Lines of words from a small vocabulary: deflates well, and is the same on every machine.
+// Returns lines of words from a small vocabulary. They compress well and are the same on every machine.
 inline RE_byte_buffer text_bytes(std::size_t size, std::uint64_t seed)
 {
     RE_random random(seed);
@@ -35,7 +35,7 @@ inline RE_byte_buffer text_bytes(std::size_t size, std::uint64_t seed)
     return bytes;
 }
 
-// The running test program itself: a real file that every machine has.
+// Returns bytes of the running test program, a real file that exists on every machine.
 inline RE_byte_buffer real_bytes(std::size_t size)
 {
     std::ifstream file("/proc/self/exe", std::ios::binary);
