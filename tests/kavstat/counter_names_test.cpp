@@ -1,4 +1,4 @@
-// The keys under which programs see the counters.
+// The names of the counters in documents.
 #include "model/counter_names.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// What changed between two moments.
+// The changes between two moments.
 #include "documents/diff.h"
 #include "kavstat_fixture.h"
 #include "model/change.h"
@@ -79,7 +79,7 @@ TEST(change, of_a_current_value_goes_both_ways)
 {
     EXPECT_TRUE(is(change_of(RE_stat_kind::current, 12, 5, false), ChangeKind::moved, -7));
     EXPECT_TRUE(is(change_of(RE_stat_kind::current, 12, 5, true), ChangeKind::moved, -7));
-    // The farthest step there is has no positive form; it wraps as the counter itself does.
+    // The largest possible step has no positive form. It wraps as the counter itself does.
     EXPECT_TRUE(is(change_of(RE_stat_kind::current, lowest, largest, false), ChangeKind::moved, -1));
 }
 
@@ -197,7 +197,7 @@ TEST_F(difference, with_all_shows_every_counter)
 {
     const DiffSide before = side(1700000100);
     const std::string text = diff(before, before, {.b_all = true});
-    // Three lines of head; for each section a blank line, its title and its columns.
+    // Three lines at the top, and for each section a blank line, its title and its column headings.
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 3 + (3 + 1 + 383) + (3 + 166));
 }
 
@@ -225,7 +225,7 @@ TEST_F(difference, shows_the_scopes_and_counters_that_are_asked_for)
                                                   "  num_rtxs   messages       0      5      +5  0.50/s\n"
                                                   "\n"
                                                   "peer 4, gone\n");
-    choice.search = "Could not be DECODED"; // in a meaning
+    choice.search = "Could not be DECODED"; // text of a counter's meaning
     EXPECT_EQ(diff(before, after, choice), head + "\n"
                                                   "peer 3\n"
                                                   "  counter    unit      before  after  change    rate\n"
@@ -252,7 +252,7 @@ TEST_F(difference, is_a_json_document_as_well)
     std::strcpy(after.snapshot.peers[0].header.m_peer_host_name, "branch\x1B");
     nlohmann::json document = diff_json(before, after);
     nlohmann::json& of_new_peer = document["sections"][2]["counters"];
-    EXPECT_EQ(of_new_peer.size(), 42U + 1U); // all of them, and its open connections
+    EXPECT_EQ(of_new_peer.size(), 42U + 1U); // all counters of the peer, and its open connections
     EXPECT_EQ(
         of_new_peer["num_nacks"],
         nlohmann::json::parse(R"({"unit": "messages", "before": 0, "after": 0, "change": 0, "per_second": 0.0})"));

@@ -1,4 +1,4 @@
-// Images that hold anything at all.
+// Images with arbitrary content.
 #include "documents/diff.h"
 #include "kavstat_fixture.h"
 #include "watch/view.h"
@@ -17,7 +17,7 @@ namespace {
 class hostile_image : public kavstat_test
 {
 protected:
-    // Overwrites some of the image behind its section table with random bytes, in rows of any sort.
+    // Overwrites parts of the image after its section table with random bytes, in rows of all kinds.
     void spoil(std::mt19937& random)
     {
         const std::size_t size = std::filesystem::file_size(segment_path());
@@ -82,7 +82,7 @@ TEST_F(hostile_image, gives_documents_that_are_still_sound)
         for (const int page : {'1', '2', '3', '4', '5', '6', '7', '8'}) {
             view.press(page);
             model.update(spoiled.reader(), view.needs(), round % 4 != 0, now, WatchModel::clock::now());
-            // The page, what Enter opens on it, and that after another look.
+            // The page, the details that Enter opens, and these after another update.
             for (const int key : {WATCH_KEY_DOWN, WATCH_KEY_ENTER, WATCH_KEY_RIGHT}) {
                 for (const WatchLine& line : view.screen(model, 120, 40)) {
                     expect_harmless(line.text);

@@ -37,7 +37,8 @@ void expect_figures(const nlohmann::json& members, CounterScope scope, const Fig
     }
 }
 
-// A line for each object of a schema, "peers[]: slot number"; counters, which are references, have none.
+// Returns one line for each object of a schema, such as "peers[]: slot number". Counters are references and have no
+// line.
 std::string keys_below(const std::string& path, const nlohmann::ordered_json& schema)
 {
     if (schema.contains("items")) {
@@ -65,7 +66,8 @@ TEST_F(json_document, holds_every_counter_of_the_engine)
     expect_figures(global["counters"], CounterScope::engine,
                    [&](int id) { return engine.get_global(RE_stat_global_id{id}); });
     EXPECT_EQ(global["counters"]["cache_dataunit_age"], 9000000063LL);
-    // Ten connections opened, one closed, two released: of 1000 * slot + id - 50, summed over ten slots.
+    // Ten connections were opened, one closed and two released. The counter is 1000 * slot + id - 50, summed over ten
+    // slots.
     EXPECT_EQ(global["connection_counters"]["encode_in_bytes"], 45000 - 500);
     EXPECT_EQ(global["active_connections"], 7);
 }
@@ -83,7 +85,7 @@ TEST_F(json_document, holds_every_counter_of_every_peer)
         expect_figures(peer["counters"], CounterScope::peer,
                        [&](int id) { return engine.get_peer_stat(slot, RE_stat_peer_id{id}); });
     }
-    // The connections in slots 1, 3, 5, 7 and 9 are the last peer's.
+    // The connections in slots 1, 3, 5, 7 and 9 belong to the last peer.
     EXPECT_EQ(peers[2]["connection_counters"]["decode_in_bytes"], 25000 + 5 * (1 - 50));
 }
 
@@ -180,7 +182,7 @@ TEST_F(json_document, shows_addresses_identities_and_codes_as_text)
 TEST_F(json_document, holds_every_field_of_the_configuration)
 {
     start();
-    std::int32_t words[52]; // numbers by their places in the record
+    std::int32_t words[52]; // numbers at the positions of the record's fields
     static_assert(sizeof words == sizeof(RE_stat_config_param));
     std::iota(std::begin(words), std::end(words), 0);
     RE_stat_config_param config{};
@@ -245,7 +247,7 @@ TEST_F(json_document, says_where_and_when_it_was_taken)
     EXPECT_EQ(saved["source"], "file");
     EXPECT_EQ(saved["file"], path);
     EXPECT_EQ(saved["engine_start_time"], 1700000000);
-    EXPECT_GT(saved["capture_time"], 1700000900); // the saver's clock
+    EXPECT_GT(saved["capture_time"], 1700000900); // from the saver's clock
 }
 
 TEST_F(json_document, of_a_saved_file_holds_what_the_live_one_held)
@@ -279,7 +281,7 @@ TEST_F(json_document, has_the_sections_of_its_scope_alone)
     EXPECT_EQ(unknown, "");
 }
 
-// The keys are a contract: what changes here changes it.
+// Programs depend on these keys. A change here changes the interface.
 TEST(json_schema, has_these_keys_beside_those_of_counters)
 {
     EXPECT_EQ(

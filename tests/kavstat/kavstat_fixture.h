@@ -1,4 +1,4 @@
-// What the tests of kavstat share: a small engine whose statistics are read into documents.
+// Shared by the tests of kavstat: a small engine with statistics that are read into documents.
 #pragma once
 
 #include "documents/metrics.h"

@@ -1,4 +1,4 @@
-// The counters' names and labels in Prometheus.
+// The names and labels of the counters in Prometheus.
 #include "model/metric_names.h"
 
 #include <gtest/gtest.h>
@@ -20,7 +20,8 @@ std::string selector(CounterScope scope, int id)
     return "";
 }
 
-// "direction,cause" of "direction=\"encode\",cause=\"low_memory\"", without the bound of a bucket.
+// Returns "direction,cause" for "direction=\"encode\",cause=\"low_memory\"". The label with a bucket's bound is left
+// out.
 std::string label_names(const std::string& labels)
 {
     std::string names;
@@ -90,7 +91,7 @@ TEST(metric_names, of_message_sizes_make_a_histogram)
     EXPECT_EQ(sum.labels, "direction=\"decode\"");
     EXPECT_EQ(sum.id, RE_STAT_CONN_ID_DECODE_OUT_BYTES);
     EXPECT_EQ(sizes.series[15].name, "message_size_bytes_count");
-    // The sum is a counter with a series of its own.
+    // The sum is also a counter with its own series.
     EXPECT_EQ(metric_of(CounterScope::connection, RE_STAT_CONN_ID_DECODE_OUT_BYTES).metric.name, "output_bytes_total");
 }
 

@@ -159,7 +159,7 @@ TEST_F(metrics_text, every_sample_follows_its_head)
             }
         }
     }
-    std::size_t expected = 13; // those that are no counters of the table
+    std::size_t expected = 13; // the metrics that are not counters of the table
     for (const CounterScope scope : all_counter_scopes) {
         expected += metrics_of(scope).size() * metric_prefixes_of(scope).size();
     }

@@ -1,4 +1,4 @@
-// The rules as Prometheus reads them, judged by promtool.
+// The alerting rules, loaded and evaluated by promtool.
 #include "health/prometheus_rules.h"
 
 #include "RE_bypass_table.h"
@@ -30,7 +30,7 @@ std::string settings(const RuleSet& rules = {})
     return sink.text();
 }
 
-// The text of one alert.
+// Returns the text of one alert.
 std::string alert(const std::string& rules, const std::string& name)
 {
     const std::size_t begin = rules.find("      - alert: " + name + "\n");
@@ -46,7 +46,7 @@ protected:
         return result.status == 0 ? "" : result.out + result.err;
     }
 
-    // The lines of an exposition: the value of each series with its labels.
+    // Returns the value of each series in an exposition. The key contains the labels.
     std::map<std::string, double> series_of(const Snapshot& snapshot)
     {
         Source source;
@@ -69,8 +69,8 @@ protected:
         return series;
     }
 
-    // What promtool is given of the metrics that rules use: seventy minutes in which totals grow by what they were
-    // before, then twelve minutes in which they grow by what happened in between.
+    // Returns promtool's input for the metrics that rules use. For seventy minutes, totals grow by their value of
+    // `before` per minute. For twelve more minutes, they grow by the change between the two moments.
     std::string input_series(const two_moments& moments, const std::string& instance)
     {
         std::ostringstream text;
@@ -90,7 +90,7 @@ protected:
             if (metric.ends_with("_total") || metric.ends_with("_sum") || metric.ends_with("_count")) {
                 text << "0+" << old << "x70 " << old * 70 + (value - old) << "+" << value - old << "x11'\n";
             } else if (metric.ends_with("_timestamp_seconds") || metric.ends_with("start_timestamp_seconds")) {
-                // In a test, time begins at 0.
+                // Time starts at 0 in promtool's tests.
                 const double age = static_cast<double>(moments.now.capture_time) - value;
                 text << (value == 0 ? 0 : end * 60 - age) << "x" << end << "'\n";
             } else {
@@ -100,7 +100,7 @@ protected:
         return text.str();
     }
 
-    // A test of promtool: the labels of what the expression gives, each with the value 1.
+    // Returns a test for promtool. The expression must give these labels, each with the value 1.
     static std::string promql_test(const std::string& expression, const std::vector<std::string>& labels)
     {
         std::string text = "      - expr: " + expression + "\n        eval_time: " + std::to_string(end) +
@@ -111,7 +111,7 @@ protected:
         return text;
     }
 
-    // Puts so many servers into the auto-bypass table, and takes others out.
+    // Puts this many servers into the auto-bypass table and removes the others.
     void set_bypass_servers(const HealthExtras& extras)
     {
         for (std::uint32_t server = 0; server < RE_bypass_capacity; ++server) {
@@ -150,7 +150,7 @@ TEST_F(alerting_rules, fire_beyond_the_threshold_of_each_rule_and_not_before)
     for (std::sregex_iterator at(rules.begin(), rules.end(), name), none; at != none; ++at) {
         m_metrics.insert(at->str());
     }
-    // Every edge is an engine of its own.
+    // Each edge uses separate engines.
     std::string series = "      - series: 'kav_up{instance=\"gone\",job=\"kav\"}'\n        values: '0x200'\n";
     std::string tests = promql_test("count(ALERTS{instance=\"gone\",alertname=\"KavNoEngine\",alertstate=\"firing\"})",
                                     {"{}"});

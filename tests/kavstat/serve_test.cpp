@@ -1,4 +1,4 @@
-// Statistics over HTTP, and what clients may try.
+// Statistics over HTTP, and attacks by clients.
 #include "RE_bypass_table.h"
 #include "RE_sequence.h"
 #include "RE_stat_error.h"
@@ -25,7 +25,7 @@ namespace {
 class server_test : public kavstat_test
 {
 protected:
-    // Instrumented programs take their time.
+    // Longer for instrumented programs.
     static constexpr std::chrono::milliseconds time_to_ask{100};
     static constexpr std::chrono::milliseconds idle{b_under_a_sanitizer ? 2000 : 500};
     static constexpr std::chrono::milliseconds longest_answer{b_under_a_sanitizer ? 8000 : 1500};
@@ -41,7 +41,7 @@ protected:
         std::string reason;
         ASSERT_TRUE(server.start(address, limits, allowed_hosts, reason)) << reason;
     }
-    // Some megabytes of JSON.
+    // Starts an engine with some megabytes of JSON.
     void start_large()
     {
         RE_stat_limits limits;
@@ -53,7 +53,7 @@ protected:
             engine.open_conn(peer, conn_header_of(number), so_header_of(number), 5);
         }
     }
-    // The answer to a head that is sent as it stands.
+    // Sends a request head unchanged and returns the answer.
     http_answer answer_to(const std::string& head)
     {
         const http_client client(server.port());
@@ -137,7 +137,7 @@ TEST_F(kavstat_test, moments_are_shared_and_few)
         return moment;
     };
 
-    // Also when its readers have gone meanwhile, until it is old.
+    // A moment is kept until it is old, even when it has no readers.
     const std::weak_ptr<Moment> first = take();
     moments.drop_old();
     EXPECT_EQ(take(), first.lock());
@@ -155,14 +155,14 @@ TEST_F(kavstat_test, moments_are_shared_and_few)
     held.push_back(take());
     EXPECT_NE(held[1], held[0]);
     std::this_thread::sleep_for(shared_for);
-    EXPECT_EQ(take(), held[1]); // there is no room for a third
+    EXPECT_EQ(take(), held[1]); // no space for a third moment
     EXPECT_EQ(ended, 0);
     std::this_thread::sleep_for(kept_for);
     EXPECT_NE(take(), nullptr);
     EXPECT_EQ(ended, 1);
     EXPECT_EQ(held.size(), 1U);
 
-    // Of another engine there is a new one at once, even if it was started in the same second.
+    // A new engine gets a new moment at once, even if it was started in the same second.
     held = {take()};
     engine.close();
     std::shared_ptr<Moment> none;
@@ -231,7 +231,7 @@ TEST_F(server_test, follows_an_engine_that_stops_and_starts_again)
     EXPECT_TRUE(exposes("kav_up 0"));
     RE_stat_writer another;
     ASSERT_EQ(another.create(few, 1700000555), 0);
-    EXPECT_TRUE(exposes("kav_up 0")); // not published yet
+    EXPECT_TRUE(exposes("kav_up 0")); // not yet published
     another.set_global(RE_STAT_GLOBAL_ID_NUM_READ, 6);
     another.publish();
     EXPECT_TRUE(exposes("kav_cache_reads_total 6"));
@@ -284,7 +284,7 @@ TEST_F(server_test, clients_that_say_nothing_hold_nobody_up_and_are_dropped)
         silent.back()->send("GET /metrics HTT");
     };
     const auto start_time = std::chrono::steady_clock::now();
-    // Many more than there may be, first of one address and then of as many.
+    // Opens many more connections than allowed, first from one address and then from many.
     for (int number = 1; number <= 100; ++number) {
         add_silent("127.0.0.1");
         EXPECT_EQ(get(server.port(), "/healthz").status, 200);
@@ -342,7 +342,7 @@ TEST_F(server_test, silent_clients_that_come_fast_cannot_be_sure_to_displace_ano
         for (int number = 0; number < 16; ++number) {
             silent.push_back(std::make_unique<http_client>(server.port()));
         }
-        get(server.port(), "/healthz", "127.0.2.1"); // after it, all have been accepted
+        get(server.port(), "/healthz", "127.0.2.1"); // when this is answered, all have been accepted
         late.send("GET /healthz HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
         answered += parse_answer(late.read_all()).status == 200 ? 1 : 0;
         silent.clear();
@@ -364,7 +364,7 @@ TEST_F(server_test, the_oldest_silent_clients_go_first_when_they_had_time_to_ask
         std::this_thread::sleep_for(2 * time_to_ask);
         const http_client late(server.port());
         add_silent(8);
-        get(server.port(), "/healthz", "127.0.2.1"); // after it, all have been accepted
+        get(server.port(), "/healthz", "127.0.2.1"); // when this is answered, all have been accepted
         late.send("GET /healthz HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
         EXPECT_EQ(parse_answer(late.read_all()).status, 200);
     }
@@ -400,7 +400,7 @@ TEST_F(server_test, clients_that_never_read_are_cut_off_and_grow_no_memory)
         EXPECT_LT(kilobytes_of(getpid(), "VmRSS") - before, 8 * 1024);
     }
     std::this_thread::sleep_for(idle * 2);
-    // What they got is not the whole, and can be seen not to be.
+    // The answer is incomplete, and the client can see that.
     const http_answer answer = parse_answer(lazy.front()->read_all());
     EXPECT_FALSE(answer.b_whole);
 }
@@ -431,7 +431,7 @@ TEST_F(server_test, without_chunks_an_answer_that_is_cut_off_is_reset)
     EXPECT_EQ(answer.head.find("chunked"), std::string::npos);
     EXPECT_EQ(nlohmann::json::parse(answer.body)["connections"].size(), 1000U);
 
-    // Whatever is cut off: a client that takes nothing, one that takes little, and one whose server ends.
+    // An answer is cut off for a client that takes nothing and for a client that takes little.
     const http_client lazy(server.port());
     const http_client slow(server.port());
     lazy.send(request);

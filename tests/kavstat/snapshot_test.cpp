@@ -1,4 +1,4 @@
-// Names in tables.
+// Names of applications in tables.
 #include "model/snapshot.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// Text from the far side, made fit for JSON, labels and screens.
+// Text from peers, cleaned for JSON, labels and screens.
 #include "format/text.h"
 
 #include <gtest/gtest.h>
@@ -29,7 +29,7 @@ TEST(text, control_characters_are_replaced)
     EXPECT_EQ(clean_text("\xC2\x9B"
                          "2J"),
               "\xEF\xBF\xBD"
-              "2J"); // the one-character form of ESC [
+              "2J"); // the single-character form of ESC [
     EXPECT_EQ(clean_text("a\xE2\x80\xAE"
                          "b"),
               "a\xEF\xBF\xBD"
@@ -40,7 +40,7 @@ TEST(text, broken_utf_8_is_replaced_byte_by_byte)
 {
     EXPECT_EQ(clean_text("\xFF"), "\xEF\xBF\xBD");
     EXPECT_EQ(clean_text("\xC3"), "\xEF\xBF\xBD");
-    EXPECT_EQ(clean_text("\xC0\xAF"), "\xEF\xBF\xBD\xEF\xBF\xBD");                 // a long form of "/"
+    EXPECT_EQ(clean_text("\xC0\xAF"), "\xEF\xBF\xBD\xEF\xBF\xBD");                 // an overlong form of "/"
     EXPECT_EQ(clean_text("\xED\xA0\x80"), "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"); // half a surrogate pair
     EXPECT_EQ(clean_text("\xF4\x90\x80\x80"), "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");
     EXPECT_EQ(clean_text("\xE2\x82"

@@ -1,4 +1,4 @@
-// Figures as people read them.
+// Figures in the units that people read.
 #include "format/units.h"
 
 #include <gtest/gtest.h>
@@ -22,7 +22,7 @@ TEST(units, sizes_are_in_powers_of_1024)
 TEST(units, a_size_never_takes_more_than_nine_columns)
 {
     EXPECT_EQ(size_text(999.9 * 1024), "999.9 KiB");
-    EXPECT_EQ(size_text(999.96 * 1024), "1.0 MiB"); // and not 1000.0 KiB
+    EXPECT_EQ(size_text(999.96 * 1024), "1.0 MiB"); // not 1000.0 KiB
     EXPECT_EQ(size_text(9223372036854775807.0), "8.0 EiB");
 }
 
@@ -39,7 +39,7 @@ TEST(units, counts_have_all_digits_as_long_as_they_are_few)
 
 TEST(units, latencies_and_percent_are_as_in_the_reports)
 {
-    EXPECT_EQ(latency_text(1.2345), "1.234 ms"); // a binary fraction just below
+    EXPECT_EQ(latency_text(1.2345), "1.234 ms"); // the binary fraction is a little smaller
     EXPECT_EQ(latency_text(std::numeric_limits<double>::quiet_NaN()), "-");
     EXPECT_EQ(percent_text(88.94), "88.9%");
 }
