@@ -1,4 +1,4 @@
-// The commands' exit statuses, errors and outputs.
+// Exit statuses, errors and outputs of the commands.
 #include "kavstat_program.h"
 
 #include "support/contains.h"
@@ -79,7 +79,7 @@ TEST_F(kavstat_command, without_an_engine_says_so_with_status_3)
     setenv("KAV_STAT_OWNER", "no such user", 1);
     EXPECT_EQ(run_kavstat({"json"}).err, "kavstat: KAV_STAT_OWNER names no user of this machine\n");
     unsetenv("KAV_STAT_OWNER");
-    // What collects metrics must see it, and see a success.
+    // A scrape must succeed and show that no engine runs.
     const program_result metrics = run_kavstat({"metrics"});
     EXPECT_EQ(metrics.status, 0);
     EXPECT_TRUE(contains(metrics.out, "\nkav_up 0\n"));
@@ -221,7 +221,7 @@ TEST_F(kavstat_command, json_is_what_its_schema_describes)
         EXPECT_EQ(validate(document), "valid");
         EXPECT_EQ(validate(run_kavstat({"json", "--scope", "nacks"}).out), "valid");
         EXPECT_EQ(validate(run_kavstat({"json", "--file", path("saved")}).out), "valid");
-        // The validator does tell the difference.
+        // The validator notices errors.
         nlohmann::json wrong = nlohmann::json::parse(document);
         wrong["peers"][0]["counters"]["num_nacks"] = "3";
         EXPECT_NE(validate(wrong.dump()), "valid");

@@ -1,4 +1,4 @@
-// What bash offers behind kavstat.
+// Completion of kavstat's arguments in bash.
 #include "kavstat_program.h"
 #include "support/contains.h"
 
@@ -9,7 +9,7 @@ namespace {
 class kavstat_completion : public system_test
 {
 protected:
-    // The words offered for the last of these, in order, joined by blanks.
+    // Returns the words that are offered for the last argument, in order, separated by blanks.
     std::string offered(const std::vector<std::string>& words)
     {
         std::string line;

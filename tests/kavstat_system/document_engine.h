@@ -1,9 +1,9 @@
-// An engine made after a JSON document of another.
+// An engine that is created from the JSON document of another engine.
 #pragma once
 
 #include "RE_stat_writer.h"
 
 #include <nlohmann/json.hpp>
 
-// Publishes what the document says, under the name in KAV_STAT_SEGMENT.
+// Publishes the document's content under the name in KAV_STAT_SEGMENT.
 void publish_document(const nlohmann::json& document, RE_stat_writer& writer);

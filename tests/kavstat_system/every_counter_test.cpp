@@ -1,4 +1,4 @@
-// One engine's every counter, wherever it can be seen: in JSON, in a real Prometheus, and in the viewer's reports.
+// Every counter of one engine in all places where it appears: JSON, a real Prometheus server and the viewer's reports.
 #include "document_engine.h"
 #include "documents/metrics.h"
 #include "kavstat_program.h"
@@ -24,7 +24,7 @@ protected:
     every_counter engine;
 };
 
-// A series as the store names it: with all its labels in alphabetical order. No label's value has a comma.
+// Returns the name of a series in the store: with all its labels in alphabetical order. Values contain no commas.
 std::string stored_name(const std::string& name, std::string labels, const std::string& more_labels)
 {
     labels += labels.empty() || more_labels.empty() ? more_labels : "," + more_labels;
@@ -40,7 +40,7 @@ std::string stored_name(const std::string& name, std::string labels, const std::
     return name + text + (text.empty() ? "" : "}");
 }
 
-// The counter's value in the engine's unit.
+// Converts a value to the engine's unit.
 long long from_base_unit(RE_stat_unit unit, double value)
 {
     switch (unit) {
@@ -62,7 +62,7 @@ struct compared
     int counters = 0;
 };
 
-// Holds each counter of a scope against its value by hand in a document.
+// Compares each counter of a scope in a document with its expected value.
 template <typename Value>
 void compare_members(CounterScope scope, const nlohmann::json& members, const Value& value)
 {
@@ -75,7 +75,7 @@ void compare_members(CounterScope scope, const nlohmann::json& members, const Va
     }
 }
 
-// The same among the stored series. prefix: of the metrics. labels: of the thing whose counters they are, "a=\"b\"".
+// Compares the stored series. prefix: of the metrics' names. labels: identify the owner of the counters, as "a=\"b\"".
 template <typename Value>
 void compare_series(compared& count, CounterScope scope, const stored_series& stored, const std::string& prefix,
                     const std::string& labels, const Value& value)
@@ -162,7 +162,7 @@ TEST_F(every_counter_test, has_the_same_value_in_json_and_in_prometheus)
         compare_series(count, CounterScope::application, stored, "kav_application_", labels, value);
     }
     EXPECT_EQ(count.counters, 383 + 166 + 3 * (42 + 166) + 4 * 18);
-    // Connections are in JSON alone.
+    // Only the JSON document contains connections.
     ASSERT_EQ(document.at("connections").size(), static_cast<std::size_t>(every_counter::conns));
     for (int conn = 0; conn < every_counter::conns; ++conn) {
         const nlohmann::json& members = document.at("connections").at(static_cast<std::size_t>(conn)).at("counters");
@@ -172,8 +172,8 @@ TEST_F(every_counter_test, has_the_same_value_in_json_and_in_prometheus)
     }
 }
 
-// The reports show figures in forms of their own, so they cannot be read back exactly. Instead an engine is made after
-// the JSON document, every figure of it, and the viewer must see no difference.
+// The reports show figures in rounded forms, so they cannot be read back exactly. Instead, this test creates an engine
+// from every figure of the JSON document. The viewer must report the same for both.
 TEST_F(every_counter_test, makes_the_viewer_report_the_same_from_json_as_from_the_saved_file)
 {
     ASSERT_EQ(run_viewer({"save-file", path("saved")}).status, 0);
@@ -203,7 +203,7 @@ TEST_F(every_counter_test, makes_the_viewer_report_the_same_from_json_as_from_th
     EXPECT_GT(read_file("saved").size(), 10000U);
     EXPECT_EQ(read_file("saved-copy"), read_file("saved"));
 
-    // The viewer does tell the difference of a single figure.
+    // The viewer notices a change of a single figure.
     copy.add_peer_stat(0, RE_STAT_PEER_ID_NUM_NACKS, 1);
     EXPECT_NE(run_viewer({"peer", "detail"}).out, run_viewer({"peer", "detail"}, original).out);
 }
@@ -226,7 +226,7 @@ TEST_F(every_counter_test, is_answered_by_prometheus_as_the_engine_lives_and_die
     expect_answer("sum(kav_peer_connections_input_bytes_total) - sum(kav_connections_input_bytes_total)", 0);
     expect_answer("kav_peer_ack_round_trip_avg_seconds{peer=\"11\"}", (700001.0 * 16 + 13) / 1e6);
 
-    // A peer that is gone has no series any more at the next scrape.
+    // After the next scrape, a removed peer has no series.
     engine.writer().remove_peer(1);
     expect_answer("count(kav_peer_info)", 2);
     EXPECT_TRUE(store.query("{job=\"kav\",peer=\"11\",__name__=~\"kav_peer.*\"}").empty());
@@ -252,7 +252,7 @@ std::string document_text(const std::string& name)
 
 } // namespace
 
-// The engine stands still, so queries are asked of totals instead of rates.
+// The engine's counters do not change, so the queries use totals instead of rates.
 TEST_F(every_counter_test, answers_the_documented_queries_for_two_appliances)
 {
     const kavstat_server one;
@@ -277,7 +277,7 @@ TEST_F(every_counter_test, answers_the_documented_queries_for_two_appliances)
         return sum;
     };
 
-    // Each of three peers at each of two appliances; a join without the instance is refused.
+    // Three peers at each of two appliances. A join without the instance is refused.
     const std::string join = "kav_peer_bypass_ratio * on (instance, peer) group_left (host_name) kav_peer_info";
     expect_answers(join, "count", 6);
     expect_answers(join, "max", (700001.0 * 31 + 13 * 2) / 100);
@@ -303,7 +303,7 @@ TEST_F(every_counter_test, answers_the_documented_queries_for_two_appliances)
     expect_answers(latency, "count", 4);
     expect_answers(latency, "max", all(RE_STAT_CONN_ID_TOT_DECODE_SPEED) / 1e6 / all(RE_STAT_CONN_ID_DECODE_NUM_MSGS));
 
-    // About a sixth of the messages is in the last bucket, whose lower bound is the answer.
+    // About a sixth of the messages is in the last bucket. The query returns the lower bound of that bucket.
     const std::string sizes = R"(histogram_quantile(0.9,
   sum by (instance, direction, le) (rate(kav_connections_message_size_bytes_bucket[5m]))))";
     expect_answers(sizes, "count", 4);

@@ -1,4 +1,4 @@
-// kavstat as operators and other programs run it.
+// Runs kavstat as operators and other programs do.
 #pragma once
 
 #include "support/http_client.h"
@@ -11,16 +11,16 @@
 
 program_result run_kavstat(const std::vector<std::string>& arguments, const run_surroundings& surroundings = {});
 
-// A port of this machine that nobody listens on by now.
+// Returns a port that is not in use at the moment.
 int free_port();
 
-// `kavstat serve` beside the test.
+// `kavstat serve` as a child process of the test.
 class kavstat_server
 {
 public:
     explicit kavstat_server(const run_surroundings& surroundings = {});
     int port() const { return m_port; }
-    // Asks it to stop and waits for its end.
+    // Asks the server to stop and waits for its end.
     program_result stop();
 
 private:

@@ -55,7 +55,7 @@ stored_series prometheus::query(const std::string& expression) const
     try {
         answer = get(m_port, "/api/v1/query?query=" + escaped_for_query(expression));
     } catch (const std::runtime_error&) {
-        return series; // not listening yet
+        return series; // not yet listening
     }
     const nlohmann::json document = nlohmann::json::parse(answer.body, nullptr, false);
     if (answer.status != 200 || document.is_discarded()) {

@@ -10,19 +10,19 @@
 #include <string>
 #include <vector>
 
-// A stored series: its labels but for job and instance, as "name{a=\"b\",c=\"d\"}" in alphabetical order.
+// Stored series. The key is "name{a=\"b\",c=\"d\"}", with the labels in alphabetical order, without job and instance.
 using stored_series = std::map<std::string, double>;
 
 class prometheus
 {
 public:
-    // folder: for its data. ports: of what it scrapes, at /metrics. rules: a rule file that it evaluates once a second;
-    // none when empty.
+    // folder: contains the server's data. ports: the ports to scrape at /metrics. rules: a rule file that is evaluated
+    // once a second, or empty.
     prometheus(const std::string& folder, const std::vector<int>& ports, const std::string& rules = {});
 
-    // What an instant query answers by now.
+    // Returns the current answer to an instant query.
     stored_series query(const std::string& expression) const;
-    // The first answer that is wanted; the last one when that takes too long.
+    // Returns the first answer that `is_wanted` accepts, or the last answer when that takes too long.
     stored_series query_until(const std::string& expression,
                               const std::function<bool(const stored_series&)>& is_wanted) const;
 

@@ -1,4 +1,4 @@
-# validate.py SCHEMA DOCUMENT: whether the document is what the schema describes, and the schema a schema.
+# validate.py SCHEMA DOCUMENT: checks that the schema is valid and that the document conforms to it.
 import json
 import sys
 
