@@ -1,5 +1,5 @@
-// The end-to-end account: the demo engine goes once through a known set of files, the real viewer prints every view,
-// and every figure in the reports is held against the engine's ledger, which is kept apart from the statistics.
+// The end-to-end account: the demo engine processes a known set of files once, and the real viewer prints every view.
+// Every figure in the reports is compared with the engine's ledger, which is independent of the statistics.
 
 #include "ledger_figures.h"
 #include "support/contains.h"
@@ -22,7 +22,7 @@ constexpr long long tiny_messages = 1000000;
 constexpr long long tiny_messages = 100000;
 #endif
 
-// Text of `size` bytes in which sentences come again and again.
+// Returns text of `size` bytes with repeated sentences.
 std::string repeating_text(std::size_t size, unsigned int seed)
 {
     std::mt19937 random(seed);
@@ -61,7 +61,7 @@ protected:
         write_file(traffic() + "/" + name, bytes);
     }
 
-    // Runs the engine once through the files and holds every view against the ledger, which ends up in m_ledger.
+    // Runs the engine once through the files and compares every view with the ledger, which is stored in m_ledger.
     void expect_agreement(std::vector<std::string> options)
     {
         options.insert(options.end(), {"--once", "--ledger", path("ledger"), "--top-app-log", path("log"), traffic()});
@@ -91,7 +91,7 @@ protected:
         return figures;
     }
 
-    // Those that the summary alone shows.
+    // Returns the figures that the summary shows.
     static figure_map without_detail(figure_map figures)
     {
         std::erase_if(figures, [](const auto& figure) {
@@ -141,7 +141,7 @@ protected:
                   "\nCurrent number of peers with active connections:           " + std::to_string(connected));
     }
 
-    // A connection whose traffic goes around the engine is in no list.
+    // Whether a connection may be missing from all lists because the engine does not process its traffic.
     static bool may_be_unlisted(const json& connection, const json& ledger)
     {
         const auto bypassed = connection.at("encode").at("bypass_messages").get<long long>() +
@@ -210,7 +210,7 @@ protected:
         expect_rows(rows_of_top_app(log_report), entries, "classifier");
     }
 
-    // The rows are told apart by this part of an application's account.
+    // label_in_ledger: the field of an application in the ledger that distinguishes the rows.
     void expect_rows(const std::vector<app_row>& rows, const std::vector<app_entry>& entries,
                      const char* label_in_ledger) const
     {
@@ -233,7 +233,7 @@ protected:
                 expected["close"] = "N/A";
             } else {
                 ASSERT_TRUE(ports.contains(row.label)) << row.label;
-                // A row counts the connections of its first entry only.
+                // A row contains only the connections of its first entry.
                 const auto first = std::find_if(entries.begin(), entries.end(), [&](const app_entry& entry) {
                     return entry.port == ports.at(row.label);
                 });
@@ -248,7 +248,7 @@ protected:
     void expect_bypass_table() const
     {
         figure_map shown = bypass_figures(report_of({"kav-bypass", "detail"}));
-        // A server may have been judged by its very last message.
+        // A server without connections may have been added because of its very last message.
         std::erase_if(shown, [](const auto& entry) { return entry.first != "sum" && entry.second == "0 0"; });
         EXPECT_EQ(shown, expected_bypass_figures(m_ledger));
     }

@@ -1,4 +1,4 @@
-// What a report may cost, in figures that are the same on every machine. Times are for script/bench.
+// What a report may cost, in figures that are the same on every machine. script/bench measures times.
 #include "support/viewer_test.h"
 
 #if defined(KAV_STATIC_VIEWER) && defined(KAV_OPTIMIZED)
@@ -19,7 +19,7 @@ const std::vector<std::string> one_shot_words[] = {
 class budget : public viewer_test
 {
 protected:
-    // The machine's own zone, as for an operator.
+    // Uses the machine's own time zone, as for an operator.
     budget() { unsetenv("TZ"); }
 
     static program_words viewer(const std::vector<std::string>& arguments)
@@ -41,7 +41,8 @@ protected:
 
 } // namespace
 
-// Of which 5 find the segment's folder, which may be in three places, see whose it is, and guard against its being cut.
+// Five of the calls find the segment's folder in one of three places, check its owner, and guard against a truncated
+// segment.
 TEST_F(budget, of_a_report_is_37_system_calls_and_one_write)
 {
     for (const auto& words : one_shot_words) {
@@ -59,7 +60,7 @@ TEST_F(budget, of_a_report_is_48_page_faults_and_1200_KB)
     }
 }
 
-// Counting takes seconds, so the longest reports stand for all.
+// Counting takes seconds, so only the longest reports are tested.
 TEST_F(budget, of_a_report_is_600000_instructions)
 {
     for (const std::vector<std::string>& words : {std::vector<std::string>{"global-detail"}, {"tech-support"}}) {

@@ -1,4 +1,4 @@
-// The viewer as it was built: how it is linked and hardened, and what rights it needs.
+// The built viewer: how it is linked and hardened, and which permissions it needs.
 
 #include "support/contains.h"
 #include "support/own_session.h"
@@ -14,7 +14,7 @@ namespace {
 
 #ifdef KAV_STATIC_VIEWER
 
-// What a tool of binutils says of the viewer.
+// Returns a binutils tool's output about the viewer.
 std::string told_by(const std::string& tool, std::vector<std::string> options)
 {
     options.push_back(built_program("exec_show_stats_kav"));
@@ -40,7 +40,7 @@ std::vector<std::string> lines_with(const std::string& text, const std::string& 
 class viewer_rights : public viewer_test
 {
 protected:
-    // Who may read the segment because of its group alone.
+    // Its members may read the segment only because of its group.
     static constexpr gid_t operators = 54321;
 };
 
@@ -76,7 +76,7 @@ TEST(built_viewer, has_no_memory_that_can_be_written_and_run)
 #ifdef __x86_64__
 TEST(built_viewer, guards_its_stack)
 {
-    // Functions that hold arrays begin with taking the guard's value.
+    // Functions with arrays first load the guard's value.
     const std::string code = told_by("objdump", {"-d", "--no-show-raw-insn"});
     const std::size_t begin = code.find("RE_save_target");
     ASSERT_NE(begin, std::string::npos);

@@ -1,4 +1,4 @@
-// The two command words that list connections, with the whole text that the real viewer prints.
+// The two command words that list connections, with the whole output of the real viewer.
 
 #include "support/small_engine_reports.h"
 #include "support/viewer_test.h"

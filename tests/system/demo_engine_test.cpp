@@ -1,4 +1,4 @@
-// The demo engine as its user meets it, seen through the viewer.
+// The demo engine as a user runs it, observed through the viewer.
 
 #include "support/contains.h"
 #include "support/demo_engine.h"

@@ -1,4 +1,4 @@
-// What the viewer says when no engine runs, whatever an engine has left behind.
+// The viewer's messages when no engine runs, for everything that an earlier engine may have left.
 
 #include "support/forked_process.h"
 #include "support/own_session.h"
@@ -35,7 +35,7 @@ protected:
     }
 };
 
-// An engine in a process of its own, which can be killed.
+// Runs as an engine in a child process, which the test kills.
 void be_an_engine(const forked_process::callback& ready)
 {
     const small_engine engine;

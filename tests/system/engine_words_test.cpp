@@ -1,5 +1,5 @@
-// The command words that report on the engine as a whole, on its peers and on its applications, with the whole text
-// that the real viewer prints.
+// The command words that report on the engine as a whole, on its peers and on its applications, with the whole output
+// of the real viewer.
 
 #include "RE_top_app_log_writer.h"
 #include "support/contains.h"
@@ -66,7 +66,7 @@ TEST_F(engine_words, every_filter_of_peer_finds_its_peer)
 
 TEST_F(engine_words, config_prints_every_parameter_and_the_configuration_file)
 {
-    // Machines that an engine was installed on have the file.
+    // The file exists on machines with an installed engine.
     const std::string installed = "/sw/vantero/config/re_cfg.txt";
     struct stat status = {};
     const std::string file =

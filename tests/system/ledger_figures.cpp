@@ -11,7 +11,7 @@ constexpr long long kilobyte = 1024;
 constexpr long long megabyte = 1024 * kilobyte;
 constexpr long long gigabyte = 1024 * megabyte;
 
-// The counters of applications hold whole kilobytes.
+// Counters of applications are in whole kilobytes.
 std::string shown_kilobytes(long long kilobytes)
 {
     if (kilobytes > 100 * megabyte) {
@@ -21,7 +21,7 @@ std::string shown_kilobytes(long long kilobytes)
                                       : std::to_string(kilobytes) + " KB";
 }
 
-// How much smaller, in percent, computed in single precision as the reports do.
+// Returns the reduction in percent, computed in single precision as in the reports.
 std::string shown_reduction(long long larger, long long smaller)
 {
     float percent = 0;
@@ -33,7 +33,7 @@ std::string shown_reduction(long long larger, long long smaller)
     return percent > 0 && percent < 0.0001F ? "<0.01%" : text;
 }
 
-// Reports on connections show no reduction where there is no other side; those on applications show a full one.
+// When only one side is 0, reports on connections show no reduction, and those on applications show a full one.
 std::string shown_app_reduction(long long larger, long long smaller)
 {
     return (larger == 0) != (smaller == 0) ? "100.00%" : shown_reduction(larger, smaller);
@@ -65,7 +65,7 @@ void add_stage(figure_map& figures, const std::string& name, long long messages,
     figures[name + " msg"] = std::to_string(messages);
     figures[name + " in"] = shown_bytes(in);
     figures[name + " out"] = shown_bytes(out);
-    // Without both sides there is nothing to compare.
+    // A ratio needs both sides.
     const bool b_both = in > 0 && out > 0;
     figures[name + " ratio"] = b_both ? (b_encode ? shown_reduction(in, out) : shown_reduction(out, in)) : "0.00%";
 }
@@ -88,7 +88,7 @@ void add_side(figure_map& figures, const json& account, bool b_encode)
     add(" KAV", figure("re_messages"), figure("re_lan_bytes"), figure("re_wan_bytes"));
     add(" LZ", figure("lz_messages"), figure("lz_lan_bytes"), figure("lz_wan_bytes"));
     add_bypass(figures, name + " KAV Bypass", figure("bypass_messages"), figure("bypass_bytes"));
-    // What reached the LZ stage and was not compressed; on the far side, what came in without compression.
+    // Data that reached the LZ stage and was not compressed. On the other side, data that arrived uncompressed.
     add_bypass(figures, name + " LZ Bypass", figure("messages") - figure("lz_messages"),
                b_encode ? figure("bypass_bytes") + figure("re_wan_bytes") - figure("lz_lan_bytes")
                         : figure("wan_bytes") - figure("lz_wan_bytes"));
@@ -134,7 +134,7 @@ void add_app_stage(figure_map& figures, const json& application, const app_stage
     figures[name + " ratio"] = shown_app_reduction(lan, wan);
 }
 
-// The sums, in whole kilobytes by application, that a row of the top-application table is made of.
+// The sums of a row in the top-application table, in whole kilobytes per application.
 struct app_sums
 {
     long long encode_in = 0;

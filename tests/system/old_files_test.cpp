@@ -1,4 +1,4 @@
-// Files that earlier versions of the engine library wrote are still reported.
+// The viewer still reports files that earlier versions of the engine library wrote.
 #include "support/contains.h"
 #include "support/small_engine_reports.h"
 #include "support/viewer_test.h"

@@ -1,4 +1,5 @@
-// Standard output that cannot take a report, or takes it slowly: the exit status tells, and the viewer never hangs.
+// Standard output that cannot take a report, or takes it slowly. The exit status shows the error, and the viewer never
+// hangs.
 
 #include "support/small_engine_reports.h"
 #include "support/viewer_test.h"
@@ -11,7 +12,7 @@
 
 namespace {
 
-// Less than any of the long reports below.
+// Smaller than any of the long reports below.
 constexpr int small_pipe = 4096;
 
 const std::vector<std::string> every_word[] = {
@@ -47,7 +48,7 @@ protected:
         ASSERT_EQ(fcntl(m_writing, F_SETFL, flags), 0);
     }
 
-    // A viewer that prints into a pipe, which this test reads.
+    // Starts a viewer that prints into a pipe. The test reads the pipe.
     std::unique_ptr<child_program> start_into_pipe(const std::vector<std::string>& arguments, int flags = 0)
     {
         make_pipe(flags);
@@ -57,13 +58,13 @@ protected:
         return viewer;
     }
 
-    // How a viewer ends when shared memory is cut to nothing in the middle of what it prints.
+    // Returns the result of a viewer whose segment is truncated to 0 bytes in the middle of its output.
     program_result result_when_cut(const std::vector<std::string>& arguments)
     {
         struct stat whole = {};
         EXPECT_EQ(stat(segment_path().c_str(), &whole), 0);
         const auto viewer = start_into_pipe(arguments);
-        // Once the first bytes are there, the viewer waits in the middle of its output for the rest to be taken.
+        // After the first bytes, the viewer waits in the middle of its output until the test reads the rest.
         std::string printed(1, '\0');
         EXPECT_EQ(read(m_reading, printed.data(), 1), 1);
         EXPECT_EQ(truncate(segment_path().c_str(), 0), 0);
@@ -74,7 +75,7 @@ protected:
         return result;
     }
 
-    // What the pipe still holds, up to its end.
+    // Reads the pipe to its end.
     std::string rest_of_pipe(std::size_t bytes_at_a_time)
     {
         std::string text;
@@ -85,7 +86,7 @@ protected:
         return text;
     }
 
-    // A NACK log whose report takes many times what is written at once.
+    // Creates a NACK log with a report many times as long as one write.
     void fill_nack_log()
     {
         m_engine.stop();

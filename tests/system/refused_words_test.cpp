@@ -1,4 +1,4 @@
-// Command lines that the real viewer refuses or passes over in silence.
+// Command lines that the real viewer refuses or silently ignores.
 
 #include "support/viewer_test.h"
 #include "support/viewer_usage.h"
@@ -17,7 +17,7 @@ TEST_F(refused_words, bring_their_message_and_some_of_them_the_usage)
         {{}, "Invalid args\n" + usage},
         {{"read-file"}, usage},
         {{"save-file"}, usage},
-        {{"peer", "nonsense"}, "parameter to nonsense is NULL\n" + usage}, // begins with no
+        {{"peer", "nonsense"}, "parameter to nonsense is NULL\n" + usage}, // starts with "no"
         {{"peer", "sense"}, "Invalid peer argument: sense\n" + usage},
         {{"peer", "mac-id", "0:1:2:3:4:5"}, "invalid mac-id format: 0:1:2:3:4:5\n" + usage},
         {{"peer", "mac-id", "gg:11:22:33:44:55:66"}, "invalid mac-id format: gg:11:22:33:44:55\n" + usage},

@@ -1,4 +1,4 @@
-// Saving statistics and reading them back, with every way in which either can fail.
+// Saving statistics and reading them back, with all errors of both.
 
 #include "RE_stat_error.h"
 #include "support/contains.h"
@@ -45,8 +45,8 @@ protected:
         EXPECT_EQ(names_in(folder()), before) << "no litter";
     }
 
-    // Someone without rights to what belongs to the test's user: another user, or for want of that the same one, for
-    // whom modes without any bit do the same.
+    // Returns a user without permissions for the test's files. Without root, it is the same user, for whom a mode
+    // without any bits has the same effect.
     static run_surroundings without_rights()
     {
         run_surroundings surroundings;

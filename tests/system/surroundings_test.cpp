@@ -1,4 +1,4 @@
-// Poor and odd surroundings: the same bytes as ever, or the documented refusal.
+// Unusual environments and scarce resources: the output is the same, or the viewer refuses as documented.
 
 #include "support/small_engine_reports.h"
 #include "support/viewer_test.h"
@@ -36,7 +36,7 @@ protected:
 } // namespace
 
 #ifdef KAV_STATIC_VIEWER
-// Sanitizers need more memory and more descriptors than that.
+// Sanitizers need more memory and more descriptors than these tests allow.
 TEST_F(surroundings, with_little_memory_change_nothing)
 {
     expect_same_bytes({.limits = {{RLIMIT_AS, 16 * megabyte}}});
@@ -124,7 +124,7 @@ TEST_F(surroundings, with_a_time_zone_show_its_time)
         return report.size() < nack_head.size() ? report : report.substr(nack_head.size(), time_size);
     };
     EXPECT_EQ(first_nack_in("IST-5:30"), "03/13/2011 12:36:40");
-    // Hours before daylight saving time.
+    // The time is some hours before daylight saving time starts.
     EXPECT_EQ(first_nack_in("PST8PDT,M3.2.0,M11.1.0"), "03/12/2011 23:06:40");
     EXPECT_EQ(first_nack_in("XXX-24:59:59"), "03/14/2011 08:06:39");
 }

@@ -1,4 +1,4 @@
-// Reports on a terminal, where names that come from peers must not act.
+// Reports on a terminal, which names from peers must not control.
 #include "RE_stat_writer.h"
 #include "support/contains.h"
 #include "support/system_test.h"
