@@ -1,5 +1,6 @@
-// Linked into a viewer with --wrap=malloc and its kin: the allocation whose number is in KAV_FAIL_ALLOCATION fails and,
-// if the number ends in "+", all that follow. Standard error says so.
+// Linked into a viewer with --wrap=malloc, --wrap=calloc and --wrap=realloc. The allocation with the number in
+// KAV_FAIL_ALLOCATION fails, and with a "+" after the number, all later ones fail as well. A message on standard error
+// reports each failure.
 #include <unistd.h>
 
 #include <cerrno>
@@ -19,8 +20,9 @@ void* __wrap_realloc(void* memory, std::size_t size);
 
 namespace {
 
-// What the C library needs before main, for shared objects that a static program never opens, is not ours to survive.
-// Volatile, or else Clang runs the constructor while it compiles.
+// Allocations before main never fail. The C library makes them for shared objects, which a static program does not
+// open, and the viewer cannot handle their failure. Volatile, because Clang would otherwise run the constructor at
+// compile time.
 volatile bool b_started = false;
 
 __attribute__((constructor)) void start()

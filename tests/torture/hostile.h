@@ -1,5 +1,5 @@
-// Attacks by other users of the machine, and what they need. A table of attacks is run by the campaign
-// hostile-neighbours, against the programs in any folder.
+// Attacks by other users of the machine. The campaign hostile-neighbours runs a table of attacks against the programs
+// in any folder.
 #pragma once
 
 #include "support/forked_process.h"
@@ -11,12 +11,12 @@
 #include <string>
 #include <vector>
 
-// The neighbour: a user that owns nothing, and a group that may be let in.
+// The neighbour is a user that owns nothing. `operators` is a group that may be given access.
 constexpr uid_t neighbour_user = 65534;
 constexpr gid_t neighbour_group = 65534;
 constexpr gid_t operators = 4711;
 
-// Where an attack takes place: a process of root's with a /dev and a /run of its own.
+// Where an attack takes place: a process of root with its own /dev and /run.
 struct hostile_place
 {
     std::string bin; // the programs under attack
@@ -35,15 +35,15 @@ struct hostile_place
 struct attack
 {
     const char* what;
-    // Returns nothing, or what got through.
+    // Returns an empty text, or a description of what succeeded.
     std::string (*run)(const hostile_place& place);
 };
 
-// Whose engine is it, and who may stop it.
+// Attacks on the identity of the engine and on the right to stop it.
 const std::vector<attack>& attacks_on_trust();
 
-// A process of the neighbour's, which is there until the end of this object. It has done its work when the constructor
-// returns, unless it goes on without end.
+// A process of the neighbour, which exists until the end of this object. It has finished its work when the constructor
+// returns, unless the work is endless.
 class neighbour : public forked_process
 {
 public:

@@ -1,6 +1,6 @@
-// What the other side does: an engine's segment that is cut or kept busy, pipes and links where files are expected,
-// files that lie, names that act. Nothing may end a program by a signal, hold it, fill its memory, or have it write
-// elsewhere.
+// Hostile input: an engine's segment that is truncated or kept busy, pipes and links in place of files, files with
+// false content, names with control characters. No input may end a program by a signal, block it, fill its memory, or
+// make it write elsewhere.
 #include "RE_stat_image.h"
 #include "RE_stat_writer.h"
 #include "RE_top_app_log_writer.h"
@@ -49,11 +49,11 @@ struct hostile_place
 struct attack
 {
     const char* what;
-    // Returns nothing, or what got through.
+    // Returns an empty text, or a description of what succeeded.
     std::string (*run)(const hostile_place& place);
 };
 
-// A program that is given so long to end.
+// A program with a time limit.
 class limited_run
 {
 public:
@@ -112,7 +112,7 @@ std::string end_if(bool b_got_through, const std::string& what)
     return b_got_through ? what : std::string();
 }
 
-// A demo engine under attack, and a mapping of its segment for somebody who may write to it.
+// A demo engine under attack, and a mapping of its segment as a user with write access has it.
 class attacked_engine
 {
 public:
@@ -149,7 +149,7 @@ public:
 
     const RE_stat_image& image() const { return m_image; }
 
-    // Every place holds a connection.
+    // Fills every slot with a connection.
     void fill()
     {
         for (std::uint32_t row = 0; row < m_image.conns.rows; ++row) {
@@ -164,7 +164,8 @@ public:
         }
         store_release(&m_image.header->conn_slots_used, m_image.conns.rows);
     }
-    // The engine's own mapping goes with it; it is stopped so that it does not die of it first.
+    // Truncates the segment. The engine is stopped before, because its own mapping is truncated as well and the next
+    // access would kill it.
     void cut(off_t size)
     {
         m_program.send_signal(SIGSTOP);
@@ -189,7 +190,7 @@ struct cut_run
     std::string text;
 };
 
-// Cuts the segment when the first byte of output is there. The program waits then for the rest to be taken.
+// Truncates the segment after the first byte of output, while the program waits until the rest is read.
 cut_run run_and_cut(attacked_engine& engine, const std::string& program, const std::vector<std::string>& words)
 {
     int ends[2];
@@ -226,7 +227,7 @@ std::string cut_under_a_scrape(const hostile_place& place)
     limited_run server(place.program("kavstat"), {"serve", "--listen", "127.0.0.1:0"}, {}, std::chrono::seconds(20));
     const std::string line = server.program().read_line().value_or("");
     const int port = std::atoi(line.substr(line.rfind(':') + 1).c_str());
-    // The answer's first bytes are there, and the rest cannot be sent before they are taken.
+    // The server has sent the first bytes and waits until the client reads the rest.
     const http_client client(port);
     client.send("GET /api/v1/statistics HTTP/1.1\r\nHost: localhost\r\n\r\n");
     client.take(1);
@@ -261,7 +262,7 @@ std::string cut_under_a_report(const hostile_place& place)
     return end_if(run.end.status != 1 || !run.text.ends_with(refusal), end_of(run.end));
 }
 
-// One record is given free every 60 ms, and the others are kept busy.
+// Frees one record every 60 ms and keeps the others busy.
 std::string keep_records_busy(const hostile_place& place)
 {
     attacked_engine engine(place, 200);
@@ -287,7 +288,7 @@ std::string keep_records_busy(const hostile_place& place)
 
 // ---- Pipes and links where files are expected.
 
-// The engine must end by itself, or when it is asked to.
+// Runs the engine. It must end by itself or when it is asked to.
 std::string run_engine_with(const hostile_place& place, const char* option, const std::string& output)
 {
     limited_run engine(place.program("kav_demo_engine"), {"--once", option, output, "/etc/hostname"}, {},
@@ -317,7 +318,7 @@ std::string pipe_as_account(const hostile_place& place)
     return stood_still.empty() && !fs::is_fifo(place.file("pipe")) ? "the pipe was replaced" : stood_still;
 }
 
-// A folder open to all, with the neighbour's link in it.
+// Creates a folder that all users may write to, with the neighbour's link in it.
 std::string planted_link(const hostile_place& place, const std::string& target, mode_t mode)
 {
     const std::string open_to_all = place.file("open");
@@ -373,7 +374,7 @@ std::string pipe_as_time_zone(const hostile_place& place)
                   "viewer: " + end_of(report) + ", kavstat: " + end_of(difference));
 }
 
-// ---- Files that lie.
+// ---- Files with false content.
 
 std::vector<unsigned char> saved_bytes(const hostile_place& place)
 {
@@ -420,7 +421,7 @@ std::string large_file_of_holes(const hostile_place& place)
     return read_large_file(place, saved_bytes(place), RE_image_max_size);
 }
 
-// Its table says that the holes are connections.
+// A saved file with a table that declares holes to be connections.
 std::string large_table_of_holes(const hostile_place& place)
 {
     std::vector<unsigned char> bytes = saved_bytes(place);
@@ -444,7 +445,7 @@ std::string large_table_of_holes(const hostile_place& place)
     return read_large_file(place, bytes, end + sizeof(RE_image_trailer));
 }
 
-// In the one place where the viewer looks for it, unless this machine has one.
+// Uses the only place where the viewer looks for the file, unless the file already exists on this machine.
 std::string huge_configuration(const hostile_place& place)
 {
     const fs::path folder = "/sw/vantero/config";
@@ -474,7 +475,7 @@ std::string huge_configuration(const hostile_place& place)
                   end_of(end) + ", " + std::to_string(viewer.peak_megabytes()) + " MB");
 }
 
-// Reports of logs that grow while they are read.
+// Reports on logs that grow while they are read.
 std::string log_that_is_appended_to(const hostile_place& place)
 {
     constexpr int reports = 100;
@@ -503,7 +504,7 @@ std::string log_that_is_appended_to(const hostile_place& place)
     return end_if(empty > 0, std::to_string(empty) + " of " + std::to_string(reports) + " reports empty");
 }
 
-// ---- Names that act.
+// ---- Names with control characters.
 
 std::string name_on_a_terminal(const hostile_place& place)
 {
@@ -545,7 +546,7 @@ void attack_with_inputs(const torture_options& options, tally& result)
 {
     const std::string bin =
         options.bin.empty() ? fs::path(built_program("kavstat")).parent_path().string() : options.bin;
-    // Some of them take seconds.
+    // Fewer trials, because some attacks take seconds.
     const unsigned long count = (options.count + 3) / 4;
     for (const attack& each : attacks) {
         unsigned long lost = 0;

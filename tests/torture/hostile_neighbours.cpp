@@ -1,4 +1,4 @@
-// The campaign of all attacks by other users, each in a process of its own.
+// The campaign of all attacks by other users. Each attack runs in its own process.
 #include "hostile.h"
 
 #include "support/child_program.h"
@@ -15,7 +15,7 @@ namespace {
 
 constexpr const char* no_place = "no place";
 
-// Returns nothing, what got through, or that there is no place for attacks.
+// Returns an empty text, a description of what succeeded, or `no_place`.
 std::string attempt(const attack& each, const torture_options& options)
 {
     int outcome[2];
@@ -80,7 +80,7 @@ void attack_as_neighbours(const torture_options& options, tally& result)
         std::printf("  %-50s %9lu %6lu  %s\n", each.what, options.count, lost, told.c_str());
     }
 #ifndef KAV_SANITIZED
-    // Sanitizers have their own signals, and take memory for themselves.
+    // Sanitizers handle signals and need memory themselves.
     attack_with_inputs(options, result);
 #endif
 }

@@ -1,5 +1,5 @@
-// Attacks on whose engine it is, and on who may stop it. The neighbour tries everything that it may do, wherever an
-// engine of root's could publish.
+// Attacks on the identity of the engine and on the right to stop it. The neighbour tries everything that it may do, in
+// all places where an engine of root may publish.
 #include "hostile.h"
 #include "support/engine_shapes.h"
 
@@ -39,7 +39,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// What the sample engine's configuration says, and no other's.
+// Only the sample engine's configuration contains this address.
 constexpr const char* forged_mac = "00:1a:2b:3c:4d:5e";
 constexpr const char* true_mac = "02:4b:41:56:00:00";
 
@@ -49,7 +49,7 @@ std::string segment_name()
     return name != nullptr ? name : "";
 }
 
-// A root's demo engine.
+// A demo engine of root.
 class real_engine
 {
 public:
@@ -79,7 +79,7 @@ bool lock_whole_file(int descriptor, short type)
     return fcntl(descriptor, F_OFD_SETLK, &request) == 0;
 }
 
-// Writes the forgery where `path` says and looks alive.
+// Writes the forged image to `path` and locks it as a running engine does.
 void forge(const std::vector<unsigned char>& image, const std::string& path)
 {
     const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
@@ -88,7 +88,7 @@ void forge(const std::vector<unsigned char>& image, const std::string& path)
     }
 }
 
-// In every place that readers or engines could look at.
+// Writes the forged image to every place where readers or engines may look.
 void forge_everywhere(const std::vector<unsigned char>& image)
 {
     umask(0);
@@ -145,7 +145,7 @@ std::string forge_by_a_link(const hostile_place& place)
     return is_forged(place.view({"brief-config"})) ? "the viewer reports the forgery" : "";
 }
 
-// As it is after `su`: root with the environment of the user that it was.
+// The situation after `su`: root with the environment of the previous user.
 std::string forge_in_a_session_that_root_has_taken_over(const hostile_place& place)
 {
     const std::vector<unsigned char> image = forged_image();
@@ -215,7 +215,7 @@ std::string keep_an_engine_out_by_a_pipe(const hostile_place& place)
     return keep_an_engine_out(place, [](const char* path) { return mkfifo(path, 0666); });
 }
 
-// Puts something else into the folder's place as fast as it can.
+// Replaces the folder by other things as fast as possible.
 std::string race_for_the_folder(const hostile_place& place)
 {
     const std::vector<unsigned char> image = forged_image();
@@ -254,7 +254,7 @@ std::vector<std::string> files_in_memory()
     return files;
 }
 
-// Known paths as well, where folders may be entered and not listed.
+// Includes known paths, because some folders may be entered but not listed.
 std::vector<std::string> files_to_try()
 {
     std::vector<std::string> files = files_in_memory();
@@ -266,7 +266,7 @@ std::vector<std::string> files_to_try()
     return files;
 }
 
-// Opens what may be opened, and keeps locks on it.
+// Opens everything that may be opened and holds locks on it.
 void lock_everything()
 {
     for (const std::string& path : files_to_try()) {
@@ -276,7 +276,7 @@ void lock_everything()
         }
         descriptor = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
         if (descriptor >= 0) {
-            // Byte by byte, as one of them may be locked already.
+            // Byte by byte, because another lock may already cover one of the bytes.
             for (off_t byte = 0; byte < 16; ++byte) {
                 struct flock request = {};
                 request.l_type = F_RDLCK;
@@ -350,7 +350,7 @@ std::string write_to_a_services_segment(const hostile_place& place)
     return is_true(place.view({"brief-config"})) ? "" : "the engine is no longer reported";
 }
 
-// By the group, which the segment's mode lets write.
+// The attacker is in the group, which may write to the segment because of its mode.
 std::string cut_a_services_segment(const hostile_place& place)
 {
     make_service_folder();
@@ -423,7 +423,7 @@ std::string grow_the_segment(const hostile_place& place)
                                            std::to_string(memory_in_use());
 }
 
-// Of the engine as well, which has more connections than memory for them.
+// Also fills the engine's memory, because the engine has more connections than fit into it.
 std::string fill_the_memory(const hostile_place& place)
 {
     if (mount("tmpfs", "/dev/shm", "tmpfs", 0, "mode=1777,size=2m") != 0) {
@@ -444,7 +444,7 @@ std::string fill_the_memory(const hostile_place& place)
     return end.status == 0 ? "" : "the engine ends: " + end.err;
 }
 
-// Not by a neighbour, but by whoever tidies up, or by accident.
+// Simulates an administrator who cleans up, or an accident. The neighbour is not involved.
 std::string remove_the_segment(const hostile_place& place)
 {
     const real_engine engine(place);
@@ -477,7 +477,7 @@ std::string save_over_the_segment(const hostile_place& place)
     return is_true(place.view({"brief-config"})) ? "" : "the engine is not reported any more";
 }
 
-// Killed when its segment is about to get its name.
+// Kills the engine when it is about to rename its segment to its final name.
 std::string leave_an_unfinished_segment(const hostile_place& place)
 {
     const std::vector<std::string> words = {"-f",
@@ -503,7 +503,7 @@ std::string leave_an_unfinished_segment(const hostile_place& place)
     if (with_leftover == 0) {
         return "nothing was left to be removed";
     }
-    // The engine was killed with that object: its own segment stays, and no other.
+    // The engine was killed with that object. Only its own segment may remain.
     std::size_t segments = 0;
     for (const std::string& path : files_in_memory()) {
         segments += fs::is_regular_file(path) && fs::file_size(path) > 0 ? 1U : 0U;

@@ -1,4 +1,5 @@
-// Clients that want to keep others from kavstat's server: nobody waits for them, and its memory stays bounded.
+// Clients that try to block kavstat's server for others. The server does not wait for them, and its memory stays
+// bounded.
 #include "support/engine_shapes.h"
 #include "support/http_client.h"
 #include "support/program_cost.h"
@@ -19,17 +20,17 @@ double milliseconds_since(clock_type::time_point start)
     return std::chrono::duration<double, std::milli>(clock_type::now() - start).count();
 }
 
-// As large as an engine may be but for connections, which no client shares with others.
+// The largest possible engine except for connections, because clients do not share data on connections.
 constexpr engine_shape largest = {4096, 1000, 65536, 1000, 100};
 
-constexpr double delay_at_most = 100;      // milliseconds of a scrape, at the median
-constexpr double end_at_most = 1000;       // milliseconds for the server's end
+constexpr double delay_at_most = 100;      // milliseconds of additional time for a scrape, at the median
+constexpr double end_at_most = 1000;       // milliseconds until the server has ended
 constexpr long private_at_most = 64 << 10; // kilobytes
 
 enum class manner
 {
-    stays,  // and takes nothing
-    reads,  // some bytes, again and again
+    stays,  // connected and reads nothing
+    reads,  // some bytes repeatedly
     leaves, // at once
 };
 
@@ -38,8 +39,8 @@ struct attack
     const char* name;
     std::size_t clients;
     bool b_many_addresses;
-    const char* request; // what each client sends at first
-    const char* drop;    // what it sends then, again and again
+    const char* request; // sent first by each client
+    const char* drop;    // sent repeatedly after that
     manner then;
 };
 
@@ -68,7 +69,8 @@ class attackers
 public:
     attackers(const attack& chosen, int port) : m_attack(chosen), m_port(port) {}
 
-    // Those who were dropped come again, and all go on; new ones a few at a time, so that they are not in step.
+    // Continues all clients and replaces those that were dropped. New clients start a few at a time, so that they do
+    // not act in step.
     void go_on()
     {
         std::erase_if(m_clients, [&](const auto& each) {
@@ -127,12 +129,12 @@ public:
                      m_name + ": " + end_of(end) + " after " + std::to_string(length) + " ms");
     }
 
-    // In milliseconds, at the median.
+    // The additional time of a scrape in milliseconds, at the median.
     double delay() const { return m_delay; }
     long private_memory() const { return m_private; }
 
 private:
-    // Scrapes so many times, with something else before each.
+    // Scrapes this many times, with a call of `before` before each scrape.
     template <typename Work>
     double median_scrape(unsigned long scrapes, const Work& before)
     {
@@ -163,7 +165,7 @@ private:
 
 void attack_server(const torture_options& options, tally& result)
 {
-    // A thousand clients are a thousand descriptors.
+    // A thousand clients need a thousand descriptors.
     const rlimit enough{4096, 4096};
     setrlimit(RLIMIT_NOFILE, &enough);
     RE_stat_writer engine;

@@ -1,4 +1,4 @@
-// Runs one torture campaign and prints its row: what was tried, how often, and how often something was lost.
+// Runs one torture campaign and prints one row: what was tried, how often, and how often it failed.
 //     kav_torture CAMPAIGN [--count N | --percent N] [--seed N] [--bin FOLDER]
 // With --bin, hostile-neighbours attacks the programs in that folder, such as those of an earlier version.
 //     kav_torture --list
@@ -42,7 +42,7 @@ const campaign* find_campaign(const char* name)
     return nullptr;
 }
 
-// A folder of its own in the working folder, which is on a disk more often than /tmp is.
+// Creates a folder in the working folder, which is more often on a disk than /tmp is.
 std::string make_folder()
 {
     std::string folder = std::filesystem::current_path() / "kav_torture.XXXXXX";
@@ -60,7 +60,7 @@ int run_campaign(const campaign& chosen, torture_options options)
     tally result;
     chosen.run(options, result);
     std::filesystem::remove_all(options.folder);
-    unlink(segment.c_str()); // of an engine that was killed
+    unlink(segment.c_str()); // left by an engine that was killed
     std::printf("%-52s %9lu %6lu  %s\n", chosen.promise, result.tried(), result.lost(), result.note().c_str());
     return result.is_skipped() || (result.lost() == 0 && result.tried() > 0) ? 0 : 1;
 }

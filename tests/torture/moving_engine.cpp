@@ -1,6 +1,6 @@
 // An engine that changes everything as fast as it can while viewers report on it.
 //
-// Every record of this engine follows from one number, so that a row which shows parts of two records is found out.
+// Every record of this engine is derived from one number, so that a row with parts of two records is noticed.
 #include "RE_ip.h"
 #include "support/engine_shapes.h"
 #include "support/forked_process.h"
@@ -64,11 +64,11 @@ RE_stat_nack_header nack_of(int number)
             number};
 }
 
-// Both halves of every counter are equal at every moment.
+// Both halves of every counter always have the same value.
 constexpr long long both_halves = 0x0000000100000001LL;
 
-// An engine's work: a connection opened, counted and closed, and now and then a peer or an application. Returns at
-// once.
+// The work of an engine: it opens, counts and closes a connection, and sometimes adds a peer or an application. Does
+// not wait.
 class busy_engine
 {
 public:
@@ -120,11 +120,11 @@ private:
     int m_last_slot = -1;
 };
 
-// What the engine's process tells this one.
+// What the engine's process reports to this one.
 struct shared_words
 {
     std::atomic<unsigned long> done;
-    std::atomic<unsigned long> processor_nanoseconds; // that the engine has had, now and then brought up to date
+    std::atomic<unsigned long> processor_nanoseconds; // used by the engine so far, updated from time to time
     std::atomic<bool> b_ready;
 };
 
@@ -169,7 +169,7 @@ void wait_for(const shared_words& words)
     }
 }
 
-// Rows of "conn": id, peer, client, server.
+// Whether a row of "conn" is consistent: id, peer, client, server.
 bool is_conn_row_whole(const std::string& line)
 {
     int id = 0;
@@ -180,9 +180,9 @@ bool is_conn_row_whole(const std::string& line)
     unsigned int server_port = 0;
     if (std::sscanf(line.c_str(), "%d %d %u.%u.%u.%u:%u %u.%u.%u.%u:%u", &id, &peer, &client[0], &client[1], &client[2],
                     &client[3], &client_port, &server[0], &server[1], &server[2], &server[3], &server_port) != 12) {
-        return true; // no row
+        return true; // not a row
     }
-    // A connection that went after the listing found it has a row of zeros.
+    // A connection that was closed after the listing found it has a row of zeros.
     const bool b_gone = id == 0 && peer == -1 && client[0] == 0 && server[0] == 0 && client_port == 0;
     const auto number = static_cast<unsigned int>(id);
     const auto low = [](const unsigned int(&ip)[4]) { return (ip[1] << 16U) + (ip[2] << 8U) + ip[3]; };
@@ -190,7 +190,7 @@ bool is_conn_row_whole(const std::string& line)
                       client_port == number && server_port == id_bits - number);
 }
 
-// Rows of the NACK log: time, peer, connection, message, type, reason.
+// Whether a row of the NACK log is consistent: time, peer, connection, message, type, reason.
 bool is_nack_row_whole(const std::string& line)
 {
     int peer = 0;
@@ -208,7 +208,7 @@ bool is_nack_row_whole(const std::string& line)
            reasons[message % 5] == std::string(reason);
 }
 
-// A peer's block: number, MAC address, identity and name one after the other.
+// Checks the block of a peer: number, MAC address, identity and name, in this order.
 class peer_blocks
 {
 public:
@@ -235,7 +235,7 @@ private:
     unsigned int m_number = 0;
 };
 
-// The first line that shows parts of two records; empty when there is none.
+// Returns the first line with parts of two records, or an empty text.
 std::string mixed_line(const std::string& report)
 {
     peer_blocks peers;
@@ -267,7 +267,7 @@ void read_moving_engine(const torture_options& options, tally& result)
         const program_result end = run_viewer(report);
         const std::string mixed = mixed_line(end.out);
         bytes += end.out.size();
-        // An engine without configuration has no brief report; all others say something.
+        // An engine without a configuration has no brief report. All other reports contain text.
         const bool b_complete =
             end.status == 0 && end.err.empty() && (!end.out.empty() || report[0].find("config") != 0);
         result.add((b_complete || report[0] == "config" || report[0] == "brief-config") && end.status == 0 &&
@@ -283,8 +283,8 @@ void read_moving_engine(const torture_options& options, tally& result)
 
 namespace {
 
-// How much the busy engine gets done in a second of its own processor time, while viewers report on the engine whose
-// segment is named.
+// Returns how much work the busy engine does per second of its own processor time, while viewers report on the engine
+// with the given segment.
 double work_done(const shared_words& words, const std::string& segment)
 {
     constexpr std::chrono::milliseconds length{500};
@@ -302,9 +302,9 @@ double work_done(const shared_words& words, const std::string& segment)
 
 } // namespace
 
-// The same viewers keep the other processor as busy either way, once with this engine and once with one that is idle,
-// so that what differs is that they read what the engine writes. Its own processor time does not count what others on
-// the machine take from it.
+// The viewers use the other processor in the same way in both cases, once with this engine and once with an idle one.
+// The only difference is that they read what the engine writes. The engine's own processor time does not include time
+// that other processes take.
 void compare_throughput(const torture_options& options, tally& result)
 {
     shared_words* const words = share_words();
@@ -330,7 +330,7 @@ void compare_throughput(const torture_options& options, tally& result)
     wait_for(*words);
     std::vector<double> ratios;
     for (unsigned long pair = 0; pair < options.count; ++pair) {
-        // Which one goes first changes, so that a machine which grows slower favours neither.
+        // The order alternates, so that a machine that slows down favours neither case.
         const bool b_busy_first = pair % 2 == 0;
         const double first = work_done(*words, b_busy_first ? busy : idle);
         const double second = work_done(*words, b_busy_first ? idle : busy);
@@ -350,7 +350,7 @@ void compare_throughput(const torture_options& options, tally& result)
 
 namespace {
 
-// Starts over and over, each time with other limits: stopped cleanly, or killed by this process' parent.
+// Starts engines again and again, each with other limits. Each one is stopped cleanly or killed by the parent process.
 void come_and_go(unsigned int seed)
 {
     std::mt19937 random(seed);
@@ -373,14 +373,14 @@ void come_and_go(unsigned int seed)
     }
 }
 
-// Cuts the segment short under the viewer, somewhere in its run. The engine does not survive that either.
+// Truncates the segment at a random time of the viewer's run. The engine does not survive that either.
 program_result run_over_cut_segment(const std::vector<std::string>& report, int microseconds)
 {
     child_program viewer(built_program("exec_show_stats_kav"), report);
     std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
     const std::string path = own_segment_path(std::getenv("KAV_STAT_SEGMENT"));
     const int ignored = truncate(path.c_str(), microseconds % 2 == 0 ? 0 : 4096);
-    static_cast<void>(ignored); // there may be none at the moment
+    static_cast<void>(ignored); // the segment may not exist at the moment
     return viewer.finish();
 }
 
@@ -402,11 +402,11 @@ void change_engines(const torture_options& options, tally& result)
             ready();
             come_and_go(options.seed + static_cast<unsigned int>(at));
         });
-        // Killed with the object, wherever it is then; the next one finds what it left.
+        // The object kills the engine at an arbitrary point. The next engine finds what it left.
         for (int reports = 10; reports > 0 && at < options.count; --reports, ++at) {
             const auto& report = all_reports()[random() % all_reports().size()];
             const program_result end = at % 5 == 4 ? run_over_cut_segment(report, drawn(random)) : run_viewer(report);
-            // What was printed before the segment was cut stays.
+            // Output from before the truncation is kept.
             const bool b_refused = end.status == 1 && ends_with_refusal(end.out);
             refused += b_refused ? 1U : 0U;
             const std::string mixed = mixed_line(end.out);

@@ -1,4 +1,4 @@
-// Linked into a viewer with --wrap=time: the time of day is what KAV_TEST_NOW says.
+// Linked into a viewer with --wrap=time. Takes the time of day from KAV_TEST_NOW.
 #include <cstdlib>
 #include <ctime>
 

@@ -1,4 +1,5 @@
-// Outputs that take little, nothing, or go away: the whole report or status 1, and soon.
+// Outputs that take little, nothing, or are closed. The viewer prints the whole report or ends with status 1, and ends
+// soon.
 #include "support/engine_shapes.h"
 #include "torture.h"
 
@@ -10,7 +11,7 @@
 
 namespace {
 
-// Starts the viewer with `output` as its standard output, lets `meanwhile` run, and takes its end.
+// Starts the viewer with `output` as its standard output, calls `meanwhile`, and returns the viewer's result.
 template <typename Work>
 program_result run_into(const std::vector<std::string>& report, int output, const Work& meanwhile)
 {
@@ -36,7 +37,7 @@ pipe_pair make_pipe()
     return {ends[0], ends[1]};
 }
 
-// Reads to the end, `step` bytes at a time.
+// Reads to the end, up to `step` bytes at a time.
 std::string read_slowly(int descriptor, std::size_t step, std::chrono::microseconds pause)
 {
     std::string text;

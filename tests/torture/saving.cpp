@@ -1,5 +1,5 @@
-// Saving over an older file while something goes wrong: afterwards there is the old file or the new one, whole, and
-// after a failure that the viewer could tell, nothing else.
+// Saving over an older file when something fails. After that, the target is the complete old or new file. No other file
+// remains if the viewer could report the failure.
 #include "RE_stat_image.h"
 #include "support/engine_shapes.h"
 #include "torture.h"
@@ -20,7 +20,7 @@ namespace {
 
 using clock_type = std::chrono::steady_clock;
 
-// An engine with something to save, an older file of other statistics in its place, and a look at what became of it.
+// An engine with statistics to save, and a target that contains an older file with other statistics.
 class saving
 {
 public:
@@ -45,7 +45,7 @@ public:
     }
 
     bool is_old() const { return read_bytes(target()) == m_old; }
-    // Another file than the old one, every byte of it as it was written.
+    // Whether the target is a valid file other than the old one.
     bool is_new() const
     {
         const std::unique_ptr<RE_stat_reader> reader(RE_stat_reader::create(RE_STAT_READER_FILE, target().c_str()));
@@ -53,7 +53,7 @@ public:
     }
     bool has_litter() const { return names_in(m_folder) != std::vector<std::string>{"saved"}; }
 
-    // What every end of the viewer has to leave behind.
+    // Whether the target and its folder are as they must be after this end of the viewer.
     bool is_kept(const program_result& end) const
     {
         if (end.b_timed_out || end.signal != 0 || has_litter()) {
@@ -124,7 +124,7 @@ void fail_calls_while_saving(const torture_options& options, tally& result)
         {"mmap", {"ENOMEM"}},
         {"fcntl", {"EINVAL", "ENOLCK"}},
     };
-    constexpr int calls_at_most = 12; // more than a save makes of any
+    constexpr int calls_at_most = 12; // more than a save makes of any call
     unsigned long refused = 0;
     for (const auto& fault : faults) {
         for (const char* const error : fault.errors) {
@@ -164,7 +164,7 @@ void limit_file_sizes(saving& trial, tally& result, unsigned long& refused)
     }
 }
 
-// Small file systems in memory, one page larger each time. False when this user may not mount any.
+// Saves to small file systems in memory, each one page larger. Returns false when this user may not mount them.
 bool fill_small_disks(saving& trial, const std::string& folder, tally& result, unsigned long& refused)
 {
     if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {

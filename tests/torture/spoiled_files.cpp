@@ -1,6 +1,6 @@
-// Saved files that are cut or have a flipped bit: each is refused by the code that says what is wrong with it. The same
-// with header and checksum put right, so that what is checked behind them is reached: each is refused for its layout,
-// or all of it can be read.
+// Saved files that are truncated or have a flipped bit. The error code must match the damage. The same files with
+// corrected header and checksum reach the later checks. They must be refused for their layout, or be completely
+// readable.
 #include "RE_stat_error.h"
 #include "RE_stat_image.h"
 #include "support/engine_shapes.h"
@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::size_t table_end = sizeof(RE_image_header) + RE_image_section_count * sizeof(RE_image_section);
 constexpr std::size_t smallest_repaired = sizeof(RE_image_header) + sizeof(RE_image_trailer);
-constexpr image_extras later_layout = {24, 3}; // the same as a later release may save it
+constexpr image_extras later_layout = {24, 3}; // as a later release may save the same statistics
 
 int open_result(const std::string& path, const std::vector<unsigned char>& bytes)
 {
@@ -33,7 +33,7 @@ int code_of_cut(std::size_t length)
     return length == 0 ? RE_STAT_ERR_EMPTY_FILE : RE_STAT_ERR_CUT;
 }
 
-// Which field a flipped bit is in decides what is found wrong first.
+// Returns the expected error code. It depends on the field that contains the flipped bit.
 int code_of_flip(std::size_t at)
 {
     if (at < offsetof(RE_image_header, byte_order)) {
@@ -49,7 +49,7 @@ int code_of_flip(std::size_t at)
     return at >= size_at && at < size_at + 8 ? RE_STAT_ERR_CUT : RE_STAT_ERR_CHECKSUM;
 }
 
-// Whether a file with a right checksum is refused for its layout, or can be read, saved and reset.
+// Whether a file with a valid checksum is refused for its layout, or can be read, saved and reset.
 bool is_refused_or_readable(const std::string& path, std::vector<unsigned char> bytes)
 {
     repair_image(bytes.data(), bytes.size(), RE_image_kind::saved);

@@ -1,5 +1,5 @@
-// Surroundings in which a program is easily caught out: no memory, few descriptors, odd clocks, a crowd. The report has
-// the same bytes as ever, or the viewer says by status 1 that it could not be had.
+// Difficult conditions: no memory, few descriptors, unusual clocks, many viewers at once. The report has the same bytes
+// as always, or the viewer reports by status 1 that it failed.
 #include "support/engine_shapes.h"
 #include "torture.h"
 
@@ -13,7 +13,7 @@ namespace {
 
 constexpr engine_shape some = {5, 40, 10, 20, 5};
 
-// The name of a viewer that was built for one of these campaigns.
+// The names of viewers that are built for these campaigns.
 constexpr const char* failing_viewer = "viewer_failing_allocations";
 constexpr const char* other_clock_viewer = "viewer_other_clock";
 
@@ -28,7 +28,7 @@ std::ptrdiff_t lines_of(const std::string& text)
     return std::count(text.begin(), text.end(), '\n');
 }
 
-// Whether the viewer says that memory was missing, after nothing but a part of the report.
+// Whether the viewer reports missing memory after at most a part of the report.
 bool is_told(const program_result& end, const std::string& whole)
 {
     constexpr std::string_view message = "exec_show_stats_kav: out of memory\n";
@@ -41,8 +41,8 @@ bool is_told(const program_result& end, const std::string& whole)
     return end.out.ends_with("bject not initialized\n") || end.out.ends_with("error code: -9\n");
 }
 
-// Fails each allocation of the report in turn; how: "" for this one only, "+" for all that follow as well. The time
-// zone is one that is read from a file. Returns how often the viewer ended with status 1.
+// Makes each allocation of the report fail in turn. how: "" for this one only, "+" for all later ones as well. The time
+// zone must be read from a file. Returns the number of runs that ended with status 1.
 unsigned long fail_allocations_of(const std::vector<std::string>& report, const std::string& how, tally& result)
 {
     run_surroundings surroundings{.environment = {{"TZ", "Asia/Kathmandu"}}};
@@ -57,7 +57,7 @@ unsigned long fail_allocations_of(const std::vector<std::string>& report, const 
         const bool b_same = end.status == 0 && end.out == whole;
         refused += end.status == 1 ? 1U : 0U;
         result.add(b_same || is_told(end, whole), words_of(report) + ", allocation " + number + ": " + end_of(end));
-        // The allocator tells on standard error that it has failed one; without that there were no more.
+        // The allocator reports each failure on standard error. Without a report, there are no more allocations.
         if (end.err.empty()) {
             break;
         }
@@ -87,7 +87,7 @@ void fail_allocations(const torture_options& options, tally& result)
 
 namespace {
 
-// Stops and continues the viewer as fast as it goes, which interrupts whatever it waits for.
+// Stops and continues the viewer as fast as possible, which interrupts every call that waits.
 program_result run_interrupted(const std::vector<std::string>& report)
 {
     child_program viewer(built_program("exec_show_stats_kav"), report);
@@ -98,7 +98,7 @@ program_result run_interrupted(const std::vector<std::string>& report)
     return viewer.finish();
 }
 
-// Every other system call of one name is interrupted before it does anything.
+// Interrupts every second system call of one kind before it has an effect.
 program_result run_with_injection(const std::string& injection, const std::vector<std::string>& report)
 {
     std::vector<std::string> words{"-o", "/dev/null", "-e", injection, built_program("exec_show_stats_kav")};
@@ -148,7 +148,7 @@ void turn_clocks(const torture_options&, tally& result)
         0,
         1,
         -1,
-        sample_start - 1000000, // the clock was set back since the engine started
+        sample_start - 1000000, // the clock was set back after the engine's start
         two_to_the_31 - 1,
         two_to_the_31,
         2 * two_to_the_31 - 1,
@@ -198,7 +198,7 @@ void start_many_viewers(const torture_options& options, tally& result)
     }
     std::vector<std::unique_ptr<child_program>> viewers;
     const std::string viewer = built_program("exec_show_stats_kav");
-    // Stopped as soon as they exist, so that all are there before the first one goes on.
+    // Stops each viewer as soon as it exists, so that all exist before the first one continues.
     for (unsigned long at = 0; at < options.count; ++at) {
         viewers.push_back(std::make_unique<child_program>(viewer, all_reports()[at % all_reports().size()]));
         viewers.back()->send_signal(SIGSTOP);
