@@ -243,7 +243,7 @@ TEST_F(saved_file_test, a_hostile_section_table_with_a_right_checksum_is_refused
             section(4).id = static_cast<std::uint32_t>(number);
             for (std::string& bytes : changed) {
                 set_checksum(bytes);
-                const int result = open_bytes(bytes); // accepted ones are read through
+                const int result = open_bytes(bytes); // accepted files are read completely
                 EXPECT_TRUE(result == 0 || result == RE_STAT_ERR_LAYOUT) << result;
                 refused += result != 0 ? 1 : 0;
             }

@@ -259,7 +259,8 @@ segment_test::~segment_test()
     }
     std::error_code ignored;
     std::filesystem::remove_all(segment_path(), ignored);
-    std::filesystem::remove_all("/dev/shm/kav-" + std::to_string(nobody) + "/" + m_name, ignored); // result_as_nobody()
+    // Created by result_as_nobody().
+    std::filesystem::remove_all("/dev/shm/kav-" + std::to_string(nobody) + "/" + m_name, ignored);
     unsetenv("KAV_STAT_SEGMENT");
 }
 

@@ -1,10 +1,10 @@
 // Writes, reads and changes statistics with the counters that this program was built with. A test builds it with one
 // counter more and one less of each family, and lets every build handle the images of every other.
 //     image_tool publish COMMAND     runs the command while the sample engine's statistics are published
-//     image_tool print [FILE]        prints all that is in the file or the live statistics
+//     image_tool print [FILE]        prints everything in the file or in the live statistics
 //     image_tool save FILE           saves the live statistics
 //     image_tool reset               sets the live statistics back to 0
-//     image_tool clear               the same with current values
+//     image_tool clear               also resets current values
 #include "support/engine_shapes.h"
 
 #include <cstdio>
