@@ -152,9 +152,10 @@ void add_health(CLI::App& app, int& status)
     const auto options = std::make_shared<HealthOptions>();
     CLI::Option* const files =
         command
-            ->add_option("-f,--file", options->files,
-                         "A saved statistics file instead of the running engine; twice for two moments, the earlier one "
-                         "first")
+            ->add_option(
+                "-f,--file", options->files,
+                "A saved statistics file instead of the running engine; twice for two moments, the earlier one "
+                "first")
             ->allow_extra_args(false)
             ->expected(1, 2);
     CLI::Option* const since =
@@ -178,8 +179,7 @@ void add_health(CLI::App& app, int& status)
 
 void add_rules(CLI::App& app, int& status)
 {
-    CLI::App* const command =
-        app.add_subcommand("rules", "The rules of \"health\" as alerting rules of Prometheus");
+    CLI::App* const command = app.add_subcommand("rules", "The rules of \"health\" as alerting rules of Prometheus");
     const auto options = std::make_shared<RulesOptions>();
     command->add_option("--rules", options->rules, rules_help);
     command->add_flag("--settings", options->b_settings, "As a file of settings, with everything that can be changed");

@@ -55,12 +55,12 @@ private:
     bool look(Source& source, std::optional<Moment>& moment)
     {
         if (const int error = source.open()) {
-            const bool b_no_engine = source.is_live() && (error == RE_STAT_ERR_NO_ENGINE ||
-                                                          error == RE_STAT_ERR_ENGINE_GONE ||
-                                                          error == RE_STAT_ERR_NOT_PUBLISHED);
+            const bool b_no_engine =
+                source.is_live() && (error == RE_STAT_ERR_NO_ENGINE || error == RE_STAT_ERR_ENGINE_GONE ||
+                                     error == RE_STAT_ERR_NOT_PUBLISHED);
             const std::string reason = Source::reason_of(error);
-            m_unknown = unknown_health(m_rules, source.is_live() ? reason : source.name() + ": " + reason, m_name,
-                                       b_no_engine);
+            m_unknown =
+                unknown_health(m_rules, source.is_live() ? reason : source.name() + ": " + reason, m_name, b_no_engine);
             return false;
         }
         moment = {take_side(source.reader(), source.name(), std::time(nullptr)), clock::now()};
@@ -72,8 +72,7 @@ private:
         m_pending.update(source.reader(), moment->side.snapshot, seconds);
         m_extras = read_extras(source.reader(), &m_pending);
         if (source.reader().is_cut()) {
-            m_unknown =
-                unknown_health(m_rules, "the statistics were cut short while they were read", m_name, false);
+            m_unknown = unknown_health(m_rules, "the statistics were cut short while they were read", m_name, false);
             return false;
         }
         return true;

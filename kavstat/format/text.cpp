@@ -1,7 +1,7 @@
 #include "format/text.h"
 
-#include <cstdio>
 #include <arpa/inet.h>
+#include <cstdio>
 
 namespace kavstat {
 

@@ -64,9 +64,9 @@ public:
         : m_rules(rules), m_moments(moments), m_before(moments.before), m_now(*moments.now)
     {
         m_b_restarted = m_before != nullptr && m_before->engine_start_time != m_now.engine_start_time;
-        m_seconds = m_b_restarted ? static_cast<double>(m_now.capture_time) -
-                                        static_cast<double>(m_now.engine_start_time)
-                                  : moments.seconds;
+        m_seconds = m_b_restarted
+                        ? static_cast<double>(m_now.capture_time) - static_cast<double>(m_now.engine_start_time)
+                        : moments.seconds;
         if (m_seconds <= 0) {
             m_before = nullptr;
         }
@@ -74,11 +74,11 @@ public:
 
     std::vector<Finding> run()
     {
-        m_peers_before = earlier_of(m_before != nullptr ? &m_before->peers : nullptr, m_now.peers,
-                                    [](const SnapshotPeer& one, const SnapshotPeer& other) {
-                                        return one.number == other.number &&
-                                               one.header.m_kav_peer_id == other.header.m_kav_peer_id;
-                                    });
+        m_peers_before =
+            earlier_of(m_before != nullptr ? &m_before->peers : nullptr, m_now.peers,
+                       [](const SnapshotPeer& one, const SnapshotPeer& other) {
+                           return one.number == other.number && one.header.m_kav_peer_id == other.header.m_kav_peer_id;
+                       });
         m_apps_before = earlier_of(
             m_before != nullptr ? &m_before->apps : nullptr, m_now.apps,
             [](const SnapshotApp& one, const SnapshotApp& other) { return one.app.m_header == other.app.m_header; });
@@ -256,7 +256,7 @@ private:
     // What is saved now as a share of what was saved before, as far back as the counters go.
     std::optional<double> savings_of(const Term& term, const Subject& subject) const
     {
-        if (m_b_restarted) {
+        if (m_b_restarted || m_seconds < term.least_seconds) {
             return std::nullopt;
         }
         const auto out = growth_of(term.part, subject);
@@ -370,9 +370,12 @@ std::vector<Finding> findings_without_engine(const RuleSet& rules)
 }
 
 constexpr int pending_ids[] = {SO_STAT_AO_W_PEND_SIZE, SO_STAT_WAN_W_PEND_SIZE, SO_STAT_DEC_PEND_SIZE};
-constexpr int moved_ids[] = {SO_STAT_AO_RD_BYTES,  SO_STAT_AO_WT_BYTES,
-                             SO_STAT_WAN_RD_BYTES, SO_STAT_WAN_WT_BYTES,
-                             RE_STAT_CONN_ID_ENCODE_IN_BYTES, RE_STAT_CONN_ID_DECODE_OUT_BYTES};
+constexpr int moved_ids[] = {SO_STAT_AO_RD_BYTES,
+                             SO_STAT_AO_WT_BYTES,
+                             SO_STAT_WAN_RD_BYTES,
+                             SO_STAT_WAN_WT_BYTES,
+                             RE_STAT_CONN_ID_ENCODE_IN_BYTES,
+                             RE_STAT_CONN_ID_DECODE_OUT_BYTES};
 
 // False when the slot holds no open connection that has data pending.
 bool read_pending(RE_stat_reader& reader, int slot, PendingConnection& connection)
@@ -411,9 +414,8 @@ bool read_pending(RE_stat_reader& reader, int slot, PendingConnection& connectio
 void PendingConnections::update(RE_stat_reader& reader, const Snapshot& now, double seconds)
 {
     std::unordered_map<int, PendingConnection> pending;
-    const bool b_any = std::any_of(std::begin(pending_ids), std::end(pending_ids), [&](int id) {
-        return now.connections[static_cast<std::size_t>(id)] != 0;
-    });
+    const bool b_any = std::any_of(std::begin(pending_ids), std::end(pending_ids),
+                                   [&](int id) { return now.connections[static_cast<std::size_t>(id)] != 0; });
     const int slots = b_any ? reader.get_max_conn_slots() : 0;
     for (int slot = 0; slot < slots; ++slot) {
         PendingConnection connection;
@@ -436,9 +438,10 @@ HealthExtras read_extras(RE_image_reader& reader, const PendingConnections* pend
     extras.pending = pending;
     if (const auto entries = read_bypass(reader)) {
         extras.bypass_servers = static_cast<int>(entries->size());
-        extras.bypass_servers_with_nacks = static_cast<int>(std::count_if(
-            entries->begin(), entries->end(),
-            [](const RE_bypass_entry& entry) { return entry.reason == RE_bypass_reason::repeated_nacks; }));
+        extras.bypass_servers_with_nacks =
+            static_cast<int>(std::count_if(entries->begin(), entries->end(), [](const RE_bypass_entry& entry) {
+                return entry.reason == RE_bypass_reason::repeated_nacks;
+            }));
     }
     return extras;
 }
@@ -494,7 +497,7 @@ std::vector<Finding> findings(const RuleSet& rules, const HealthMoments& moments
     return found;
 }
 
-// Rates are taken over one to two times as long.
+// Rates are taken over one to two times as long, and connections are looked at as often.
 constexpr std::chrono::seconds moments_apart(5);
 
 const std::vector<Finding>& HealthWatch::update(RE_image_reader& reader, const Snapshot& now, clock::time_point at)
@@ -504,8 +507,10 @@ const std::vector<Finding>& HealthWatch::update(RE_image_reader& reader, const S
         m_moments.clear();
         m_pending = {};
     }
-    m_pending.update(reader, now, seconds(at - m_pending_at).count());
-    m_pending_at = at;
+    if (m_moments.empty() || at - m_pending_at >= moments_apart) {
+        m_pending.update(reader, now, seconds(at - m_pending_at).count());
+        m_pending_at = at;
+    }
 
     HealthMoments moments;
     if (!m_moments.empty() && at > m_moments.front().at) {

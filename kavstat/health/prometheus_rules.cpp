@@ -222,7 +222,8 @@ std::string subject_template(RuleScope scope)
     case RuleScope::peer:
         return "Peer {{ $labels.peer }} {{ $labels.host_name }} of " + engine;
     case RuleScope::application:
-        return "Application {{ $labels.port }}{{ if ne $labels.handle \"0\" }} (handle {{ $labels.handle }}){{ end }} with "
+        return "Application {{ $labels.port }}{{ if ne $labels.handle \"0\" }} (handle {{ $labels.handle }}){{ end }} "
+               "with "
                "peer {{ $labels.peer }} of " +
                engine;
     case RuleScope::engine:
@@ -268,8 +269,8 @@ void write_alert(const RuleSetting& setting, int window, Output& output)
     output.add(std::string("          severity: ") + word_of(setting.severity) + "\n");
     output.add(std::string("          scope: ") + word_of(rule.scope) + "\n");
     output.add("        annotations:\n");
-    output.add("          summary: " + quoted(subject_template(rule.scope) + ": " + rule.figure +
-                                              (value.empty() ? "" : " " + value) + limit) +
+    output.add("          summary: " +
+               quoted(subject_template(rule.scope) + ": " + rule.figure + (value.empty() ? "" : " " + value) + limit) +
                "\n");
     output.add("          description: " + quoted(rule.meaning) + "\n");
     output.add("          remedy: " + quoted(rule.remedy) + "\n");
@@ -320,8 +321,8 @@ void write_prometheus_rules(const RuleSet& rules, Output& output)
             continue;
         }
         if (setting.rule->not_printable != nullptr) {
-            left_out += std::string("# ") + setting.rule->name + " is judged by kavstat health alone: " +
-                        setting.rule->not_printable + ".\n";
+            left_out += std::string("# ") + setting.rule->name +
+                        " is judged by kavstat health alone: " + setting.rule->not_printable + ".\n";
             continue;
         }
         write_alert(setting, rules.window, output);
@@ -331,11 +332,12 @@ void write_prometheus_rules(const RuleSet& rules, Output& output)
 
 void write_rule_settings(const RuleSet& rules, Output& output)
 {
-    output.add("# Settings of the health rules, for --rules of kavstat health and kavstat rules. What is left out stays "
-               "as it is.\n\n"
-               "# Over how long alerting rules of Prometheus take rates.\n"
-               "window = \"" +
-               seconds(rules.window) + "\"\n");
+    output.add(
+        "# Settings of the health rules, for --rules of kavstat health and kavstat rules. What is left out stays "
+        "as it is.\n\n"
+        "# Over how long alerting rules of Prometheus take rates.\n"
+        "window = \"" +
+        seconds(rules.window) + "\"\n");
     for (const RuleSetting& setting : rules.settings) {
         const Rule& rule = *setting.rule;
         output.add(std::string("\n# ") + rule.meaning + "\n[" + rule.name + "]\n");

@@ -141,7 +141,8 @@ private:
             value = parse_duration(*text);
         }
         if (!value) {
-            fail(node.source(), std::string(key) + " is a number of seconds, or a text such as \"90s\", \"5m\", \"1h\"");
+            fail(node.source(),
+                 std::string(key) + " is a number of seconds, or a text such as \"90s\", \"5m\", \"1h\"");
         } else if (*value < least || *value > longest) {
             fail(node.source(), std::string(key) + " is " + std::to_string(least) + " second" +
                                     (least == 1 ? "" : "s") + " to 30 days");

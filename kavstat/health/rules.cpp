@@ -130,9 +130,8 @@ consteval Term ever_bypassed(RE_stat_conn_id cause)
     return share(connections(cause), connections(RE_STAT_CONN_ID_ENCODE_NUM_MSGS), 0, 1, 1);
 }
 
-constexpr Term cache_is_full =
-    ratio(engine(RE_STAT_GLOBAL_ID_USED_CACHE_SIZE), engine(RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE), Comparison::at_least,
-          percent(95));
+constexpr Term cache_is_full = ratio(engine(RE_STAT_GLOBAL_ID_USED_CACHE_SIZE),
+                                     engine(RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE), Comparison::at_least, percent(95));
 
 // Loading a cache may take that long after the engine's start.
 constexpr double longest_initialization = 15 * minute;
@@ -204,10 +203,12 @@ constexpr Rule rules[] = {
      .form = Form::seconds,
      .hold = 300,
      .figure = "the cache is full, age of its oldest signatures",
-     .meaning = "What was sent a short while ago is not recognised any more: the cache is too small for its traffic, or "
-                "traffic without redundancy pushes the rest out.",
-     .remedy = "Look for applications with much traffic and little saved (exec_show_stats_kav top-app) and except them, "
-               "or give the cache more disk."},
+     .meaning =
+         "What was sent a short while ago is not recognised any more: the cache is too small for its traffic, or "
+         "traffic without redundancy pushes the rest out.",
+     .remedy =
+         "Look for applications with much traffic and little saved (exec_show_stats_kav top-app) and except them, "
+         "or give the cache more disk."},
     {.name = "cache_too_small_for_decoding",
      .scope = RuleScope::engine,
      .severity = Severity::warning,
@@ -216,7 +217,8 @@ constexpr Rule rules[] = {
      .form = Form::seconds,
      .hold = 300,
      .figure = "the cache is full, age of its oldest data",
-     .meaning = "What peers refer to is thrown away early: the cache is too small for its traffic, which leads to NACKs.",
+     .meaning =
+         "What peers refer to is thrown away early: the cache is too small for its traffic, which leads to NACKs.",
      .remedy = "Compare the age with that of the peers' sigblocks, and give the cache more disk."},
     {.name = "index_table_full",
      .scope = RuleScope::engine,
@@ -229,9 +231,9 @@ constexpr Rule rules[] = {
     {.name = "index_table_nearly_full",
      .scope = RuleScope::engine,
      .severity = Severity::warning,
-     .term = ratio(Sum(engine(RE_STAT_GLOBAL_ID_TOT_SIGBLOCK_HT_USAGE)) +
-                       engine(RE_STAT_GLOBAL_ID_TOT_SECBLOCK_HT_USAGE),
-                   engine(RE_STAT_GLOBAL_ID_MAX_HASH_TABLE_ENTRY), Comparison::above, percent(98)),
+     .term =
+         ratio(Sum(engine(RE_STAT_GLOBAL_ID_TOT_SIGBLOCK_HT_USAGE)) + engine(RE_STAT_GLOBAL_ID_TOT_SECBLOCK_HT_USAGE),
+               engine(RE_STAT_GLOBAL_ID_MAX_HASH_TABLE_ENTRY), Comparison::above, percent(98)),
      .form = Form::percent,
      .hold = 300,
      .figure = "entries of the index table in use",
@@ -354,13 +356,14 @@ constexpr Rule rules[] = {
      .scope = RuleScope::peer,
      .severity = Severity::warning,
      .term = share(connections(RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_LOW_COMP),
-                   connections(RE_STAT_CONN_ID_ENCODE_NUM_MSGS), percent(50), 5, 20),
+                   connections(RE_STAT_CONN_ID_ENCODE_NUM_MSGS), percent(90), 0, 100),
      .form = Form::percent,
      .hold = 300,
      .figure = "messages bypassed encoding because they compress little",
      .meaning = "Servers with most of the traffic are in the auto-bypass table: it is encrypted or compressed already.",
-     .remedy = "See which they are (exec_show_stats_kav kav-bypass detail). Let their traffic be compressible if you can "
-               "(no compression of their own), or except it by configuration."},
+     .remedy =
+         "See which they are (exec_show_stats_kav kav-bypass detail). Let their traffic be compressible if you can "
+         "(no compression of their own), or except it by configuration."},
     {.name = "bypass_out_of_sync",
      .scope = RuleScope::peer,
      .severity = Severity::warning,
@@ -432,8 +435,8 @@ constexpr Rule rules[] = {
      .scope = RuleScope::peer,
      .severity = Severity::warning,
      .term = share(peer(RE_STAT_PEER_ID_NUM_NACKS),
-                   Sum(connections(RE_STAT_CONN_ID_DECODE_NUM_MSGS)) + peer(RE_STAT_PEER_ID_NUM_NACKS), percent(0.1),
-                   2, 20),
+                   Sum(connections(RE_STAT_CONN_ID_DECODE_NUM_MSGS)) + peer(RE_STAT_PEER_ID_NUM_NACKS), percent(0.1), 2,
+                   20),
      .form = Form::percent,
      .figure = "messages nacked",
      .meaning = "Messages of the peer could not be decoded here and are asked for again; each costs a round trip.",
@@ -486,7 +489,8 @@ constexpr Rule rules[] = {
               grows(connections(RE_STAT_CONN_ID_ENCODE_IN_BYTES))},
      .form = Form::flag,
      .hold = 60,
-     .figure = "has traffic to encode and no sigblock to write to while others have and the engine counts degraded peers",
+     .figure =
+         "has traffic to encode and no sigblock to write to while others have and the engine counts degraded peers",
      .meaning = "The signatures of its traffic are probably not written to the cache.",
      .remedy = "Too many peers are busy at a time: spread their traffic, or use a larger machine."},
     {.name = "peer_degraded_data",
@@ -498,7 +502,8 @@ constexpr Rule rules[] = {
               grows(connections(RE_STAT_CONN_ID_DECODE_OUT_BYTES))},
      .form = Form::flag,
      .hold = 60,
-     .figure = "has traffic to decode and no data unit to write to while others have and the engine counts degraded peers",
+     .figure =
+         "has traffic to decode and no data unit to write to while others have and the engine counts degraded peers",
      .meaning = "The data of its traffic is probably not written to the cache.",
      .remedy = "Too many peers are busy at a time: spread their traffic, or use a larger machine."},
     {.name = "peer_disconnected",
@@ -578,11 +583,13 @@ constexpr Rule rules[] = {
      .severity = Severity::warning,
      .term = {.kind = Term::Kind::savings,
               .part = Sum(connections(RE_STAT_CONN_ID_ENCODE_OUT_BYTES)) + connections(RE_STAT_CONN_ID_DECODE_IN_BYTES),
-              .whole = Sum(connections(RE_STAT_CONN_ID_ENCODE_IN_BYTES)) + connections(RE_STAT_CONN_ID_DECODE_OUT_BYTES),
+              .whole =
+                  Sum(connections(RE_STAT_CONN_ID_ENCODE_IN_BYTES)) + connections(RE_STAT_CONN_ID_DECODE_OUT_BYTES),
               .comparison = Comparison::below,
               .limit = percent(25),
               .least_part = percent(20),
-              .least_whole = megabyte},
+              .least_whole = megabyte,
+              .least_seconds = minute}, // a large file that does not compress takes some seconds
      .form = Form::percent,
      .hold = 300,
      .figure = "savings, as a share of what they were before",
@@ -601,12 +608,13 @@ constexpr Rule rules[] = {
     {.name = "bypass_table_nearly_full",
      .scope = RuleScope::engine,
      .severity = Severity::warning,
-     .term = level(bypass_servers, Comparison::above, RE_bypass_capacity * percent(90)),
+     .term = level(bypass_servers, Comparison::above, RE_bypass_capacity* percent(90)),
      .form = Form::count,
      .hold = 60,
      .figure = "servers in the auto-bypass table",
      .meaning = "Soon servers whose traffic does not compress will not be passed by, and cost time for nothing.",
-     .remedy = "See which they are (exec_show_stats_kav kav-bypass detail), and except their traffic by configuration."},
+     .remedy =
+         "See which they are (exec_show_stats_kav kav-bypass detail), and except their traffic by configuration."},
     {.name = "application_table_full",
      .scope = RuleScope::engine,
      .severity = Severity::warning,

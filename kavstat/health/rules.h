@@ -102,6 +102,8 @@ struct Term
     // A share or savings of less than this says nothing: three messages make no alarm.
     double least_part = 0;
     double least_whole = 0;
+    // So much time has to lie between the two moments.
+    double least_seconds = 0;
 
     // Whether it is about what happened between two moments.
     bool needs_two_moments() const;

@@ -120,11 +120,9 @@ const std::vector<edge>& edges()
         {"memory_reserve_low", [](two_moments& m) { m.engine(RE_STAT_GLOBAL_ID_LOWMEM_LOWEST_RESERVE, 64); },
          [](two_moments& m) { m.engine(RE_STAT_GLOBAL_ID_LOWMEM_LOWEST_RESERVE, 63); }},
         // 10 ms for each of 10,000 messages.
-        {"encoding_slow",
-         [](two_moments& m) { m.connections(RE_STAT_CONN_ID_TOT_ENCODE_SPEED, 5000, 100005000); },
+        {"encoding_slow", [](two_moments& m) { m.connections(RE_STAT_CONN_ID_TOT_ENCODE_SPEED, 5000, 100005000); },
          [](two_moments& m) { m.connections(RE_STAT_CONN_ID_TOT_ENCODE_SPEED, 5000, 100006000); }},
-        {"decoding_slow",
-         [](two_moments& m) { m.connections(RE_STAT_CONN_ID_TOT_DECODE_SPEED, 5000, 100005000); },
+        {"decoding_slow", [](two_moments& m) { m.connections(RE_STAT_CONN_ID_TOT_DECODE_SPEED, 5000, 100005000); },
          [](two_moments& m) { m.connections(RE_STAT_CONN_ID_TOT_DECODE_SPEED, 5000, 100006000); }},
         bypass("bypass_low_memory", RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_LOWMEM),
         bypass_error("bypass_disk_error", RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_DISK_IO_ERR),
@@ -204,8 +202,8 @@ const std::vector<edge>& edges()
              m.connections(SO_STAT_RECV_ACK_FRAME_NUM, 500, 500);
          }},
         {"bypass_low_compression",
-         [](two_moments& m) { m.connections(RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_LOW_COMP, 1000, 6000); },
-         [](two_moments& m) { m.connections(RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_LOW_COMP, 1000, 6001); }},
+         [](two_moments& m) { m.connections(RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_LOW_COMP, 1000, 10000); },
+         [](two_moments& m) { m.connections(RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_LOW_COMP, 1000, 10001); }},
         {"peer_out_of_sync", [](two_moments& m) { m.peer(RE_STAT_PEER_ID_NUM_CTX_OUT_OF_SYNC, 4, 4); },
          [](two_moments& m) { m.peer(RE_STAT_PEER_ID_NUM_CTX_OUT_OF_SYNC, 4, 5); }},
         {"peer_outdated",
@@ -220,14 +218,16 @@ const std::vector<edge>& edges()
          [](two_moments& m) { m.peer(RE_STAT_PEER_ID_ACK_Q_AVG_RTT, 500001); }},
         {"ack_queue_stops_connections", [](two_moments& m) { m.engine(SO_STAT_ACK_Q_CURR_STOP, 0); },
          [](two_moments& m) { m.engine(SO_STAT_ACK_Q_CURR_STOP, 1); }},
-        // 60 % was saved before, so 15 % is a quarter of it. Prometheus judges by the last hour, a few minutes of which are
-        // ill already.
+        // 60 % was saved before, so 15 % is a quarter of it. Prometheus judges by the last hour, a few minutes of which
+        // are ill already.
         {"savings_dropped",
          [](two_moments& m) {
+             m.seconds = 60;
              m.connections(RE_STAT_CONN_ID_ENCODE_OUT_BYTES, 40000000, 48500000);
              m.connections(RE_STAT_CONN_ID_DECODE_IN_BYTES, 40000000, 48500000);
          },
          [](two_moments& m) {
+             m.seconds = 60;
              m.connections(RE_STAT_CONN_ID_ENCODE_OUT_BYTES, 40000000, 48550000);
              m.connections(RE_STAT_CONN_ID_DECODE_IN_BYTES, 40000000, 48550000);
          }},

@@ -40,10 +40,7 @@ public:
         before.apps[0].app.m_id_array[id] = at_before;
         now.apps[0].app.m_id_array[id] = at_now;
     }
-    void outdated()
-    {
-        before.peers[0].header.m_b_outdated = now.peers[0].header.m_b_outdated = 1;
-    }
+    void outdated() { before.peers[0].header.m_b_outdated = now.peers[0].header.m_b_outdated = 1; }
     void disconnected()
     {
         before.peers[0].header.m_b_update_from_active_conn = now.peers[0].header.m_b_update_from_active_conn = 0;
@@ -56,7 +53,7 @@ public:
 
     std::vector<kavstat::Finding> findings(const kavstat::RuleSet& rules = {}) const
     {
-        return kavstat::findings(rules, {&before, &now, 10, extras});
+        return kavstat::findings(rules, {&before, &now, seconds, extras});
     }
     // The names of the rules that it breaks.
     std::vector<std::string> broken(const kavstat::RuleSet& rules = {}) const
@@ -71,13 +68,14 @@ public:
     {
         kavstat::StringSink sink;
         kavstat::Output output(sink);
-        kavstat::write_health_text(kavstat::health_report({}, {&before, &now, 10, extras}, "test"), b_all, output);
+        kavstat::write_health_text(kavstat::health_report({}, {&before, &now, seconds, extras}, "test"), b_all, output);
         output.flush();
         return sink.text();
     }
 
     kavstat::Snapshot before;
     kavstat::Snapshot now;
+    double seconds = 10;
     kavstat::HealthExtras extras;
 };
 

@@ -1,6 +1,7 @@
 // The table of rules, and what it says about two moments.
 #include "health_edges.h"
 #include "kavstat_fixture.h"
+#include "support/files.h"
 
 #include <cstring>
 
@@ -84,16 +85,17 @@ TEST_F(health, says_what_is_wrong_where_since_when_and_what_to_do)
     moments.engine(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_FAILED);
     moments.connections(RE_STAT_CONN_ID_DECODE_NUM_MSGS, 50000, 59880);
     moments.peer(RE_STAT_PEER_ID_NUM_NACKS, 100, 220);
-    EXPECT_EQ(moments.text(),
-              "KAV CRITICAL: 2 problems - engine: cache_failed; peer 3 branch-3: nacks_frequent\n"
-              "CRITICAL engine: cache state failed, for at least 10 s [cache_failed]\n"
-              "    The engine has given up its cache; traffic passes without redundancy elimination. Save the statistics "
-              "(exec_show_stats_kav save-file FILE), then look at the disk and restart the engine.\n"
-              "WARNING peer 3 branch-3: messages nacked 1.20% (at most 0.10%), in the last 10 s [nacks_frequent]\n"
-              "    Messages of the peer could not be decoded here and are asked for again; each costs a round trip. Look "
-              "at the reasons (exec_show_stats_kav peer nack). Many chunk-misses: the cache here is smaller than the "
-              "peer believes, or it lost data; compare both ends' cache ages.\n"
-              "Looked at: 50 rules, 1 peer, 1 application, 5 open connections; rates over 10 s\n");
+    EXPECT_EQ(
+        moments.text(),
+        "KAV CRITICAL: 2 problems - engine: cache_failed; peer 3 branch-3: nacks_frequent\n"
+        "CRITICAL engine: cache state failed, for at least 10 s [cache_failed]\n"
+        "    The engine has given up its cache; traffic passes without redundancy elimination. Save the statistics "
+        "(exec_show_stats_kav save-file FILE), then look at the disk and restart the engine.\n"
+        "WARNING peer 3 branch-3: messages nacked 1.20% (at most 0.10%), in the last 10 s [nacks_frequent]\n"
+        "    Messages of the peer could not be decoded here and are asked for again; each costs a round trip. Look "
+        "at the reasons (exec_show_stats_kav peer nack). Many chunk-misses: the cache here is smaller than the "
+        "peer believes, or it lost data; compare both ends' cache ages.\n"
+        "Looked at: 50 rules, 1 peer, 1 application, 5 open connections; rates over 10 s\n");
 }
 
 TEST_F(health, knows_since_when_the_engine_runs)
@@ -236,6 +238,17 @@ TEST_F(health, knows_a_reserve_of_nothing_from_one_that_is_not_measured)
     EXPECT_EQ(moments.broken(), names{"memory_reserve_low"});
 }
 
+TEST_F(health, does_not_judge_savings_by_a_few_seconds)
+{
+    two_moments moments;
+    moments.connections(RE_STAT_CONN_ID_ENCODE_OUT_BYTES, 40000000, 50000000);
+    moments.connections(RE_STAT_CONN_ID_DECODE_IN_BYTES, 40000000, 50000000);
+    moments.seconds = 59.9;
+    EXPECT_EQ(moments.broken(), names{});
+    moments.seconds = 60;
+    EXPECT_EQ(moments.broken(), names{"savings_dropped"});
+}
+
 TEST_F(health, keeps_hostile_names_harmless)
 {
     two_moments moments;
@@ -285,6 +298,44 @@ TEST_F(health, shows_values_in_units_that_people_read)
     EXPECT_EQ(shown_value(Form::percent, 0.001), "0.10%");
     EXPECT_EQ(shown_value(Form::state, 1), "initializing");
     EXPECT_EQ(shown_value(Form::state, 9), "unknown");
+}
+
+// ---- Rules and the viewer's manual page.
+
+TEST_F(health, and_the_manual_page_call_the_same_values_healthy)
+{
+    const std::pair<const char*, std::pair<double, const char*>> statements[] = {
+        {"cache_too_small_for_encoding", {3600, "less than an hour while the cache is full"}},
+        {"cache_too_small_for_decoding", {3600, "less than an hour while the cache is full"}},
+        {"index_table_full", {0, "Growing: the hash table is too small for the cache on disk."}},
+        {"index_table_nearly_full", {0.98, "Above 98% new data"}},
+        {"cache_reads_slow", {0.010, "Above some 10 ms the disk holds up traffic."}},
+        {"disk_reads_slow", {0.015, "Above some 15 ms the disk is overloaded or failing."}},
+        {"low_memory_errors", {0, "All should be 0. Growing: give the engine more memory"}},
+        {"memory_reserve_low", {67108864, "Less than 64 MB is too little."}},
+        {"wait_queue_stays", {0, "Normally 0; data that stays holds connections up."}},
+        {"encoding_slow", {0.010, "a few milliseconds; more than 10 ms means that the engine is overloaded"}},
+        {"decoding_slow", {0.010, "a few milliseconds; more than 10 ms means that the engine is overloaded"}},
+        {"bypass_low_memory", {0.05, "More than 5% of the messages for one cause"}},
+        {"bypass_out_of_sync", {0.05, "More than 5% of the messages for one cause"}},
+        {"bypass_disk_error", {0, "any at all of a disk IO error"}},
+        {"bypass_peer_disk_error", {0, "any at all of a disk IO error"}},
+        {"bypass_low_compression", {0.9, "more than 90% of low compression"}},
+        {"nacks_frequent", {0.001, "more than one in a thousand is not"}},
+        {"retransmissions_frequent", {0.001, "more than one in a thousand is not"}},
+        {"peers_degraded_signatures", {0, "Should be 0; otherwise too many peers are busy at a time."}},
+        {"peers_degraded_data", {0, "Should be 0; otherwise too many peers are busy at a time."}},
+        {"peer_slow", {0.5, "much more, such as 500 ms, is a busy peer or a full line"}},
+        {"peer_out_of_sync", {0, "Growing from one report to the next is not healthy."}},
+        {"savings_dropped", {0.25, "less than a quarter of what it was"}},
+    };
+    const std::string page =
+        std::regex_replace(bytes_of_file(KAV_DOCS "/man/exec_show_stats_kav.8.scd"), std::regex("[\\s]+"), " ");
+    for (const auto& [rule, statement] : statements) {
+        const auto& [limit, text] = statement;
+        EXPECT_EQ(find_rule(rule)->term.limit, limit) << rule;
+        EXPECT_NE(page.find(text), std::string::npos) << text;
+    }
 }
 
 // ---- Without an engine.
@@ -457,6 +508,26 @@ TEST_F(health_watch, takes_rates_over_some_seconds)
     }
     EXPECT_GE(second, 26);
     EXPECT_LE(second, 32);
+}
+
+TEST_F(health_watch, finds_a_stuck_connection_within_ten_seconds)
+{
+    look(0);
+    RE_stat_peer_header header = peer_header_of(4);
+    header.m_b_update_from_active_conn = 1;
+    const int conn = engine.open_conn(engine.add_peer(4, header), conn_header_of(1), {}, now);
+    engine.set_conn_stat(conn, SO_STAT_WAN_W_PEND_SIZE, 4096);
+    int second = 1;
+    while (second < 20 && look(second).empty()) {
+        ++second;
+    }
+    EXPECT_LE(second, 10);
+    EXPECT_STREQ(m_watch.findings().at(0).rule->name, "connection_stuck");
+    engine.add_conn_stat(conn, SO_STAT_WAN_WT_BYTES, 4096);
+    while (second < 40 && !look(second).empty()) {
+        ++second;
+    }
+    EXPECT_LE(second, 20);
 }
 
 TEST_F(health_watch, loses_the_engine_and_finds_it_again)

@@ -103,8 +103,8 @@ protected:
     // Returns a test for promtool. The expression must give these labels, each with the value 1.
     static std::string promql_test(const std::string& expression, const std::vector<std::string>& labels)
     {
-        std::string text = "      - expr: " + expression + "\n        eval_time: " + std::to_string(end) +
-                           "m\n        exp_samples:\n";
+        std::string text =
+            "      - expr: " + expression + "\n        eval_time: " + std::to_string(end) + "m\n        exp_samples:\n";
         for (const std::string& one : labels) {
             text += "          - labels: '" + one + "'\n            value: 1\n";
         }
@@ -152,14 +152,15 @@ TEST_F(alerting_rules, fire_beyond_the_threshold_of_each_rule_and_not_before)
     }
     // Each edge uses separate engines.
     std::string series = "      - series: 'kav_up{instance=\"gone\",job=\"kav\"}'\n        values: '0x200'\n";
-    std::string tests = promql_test("count(ALERTS{instance=\"gone\",alertname=\"KavNoEngine\",alertstate=\"firing\"})",
-                                    {"{}"});
+    std::string tests =
+        promql_test("count(ALERTS{instance=\"gone\",alertname=\"KavNoEngine\",alertstate=\"firing\"})", {"{}"});
     for (const edge& each : edges()) {
         for (const bool b_ill : {false, true}) {
             two_moments moments;
             (b_ill ? each.ill : each.healthy)(moments);
             set_bypass_servers(moments.extras);
-            const std::string instance = std::string(each.rule) + (b_ill ? " ill" : " healthy") + std::to_string(&each - edges().data());
+            const std::string instance =
+                std::string(each.rule) + (b_ill ? " ill" : " healthy") + std::to_string(&each - edges().data());
             series += input_series(moments, instance);
             if (b_ill) {
                 tests += promql_test("count(ALERTS{instance=\"" + instance + "\",alertname=\"" +
@@ -198,27 +199,28 @@ TEST_F(alerting_rules, keep_to_the_settings)
         setting.hold = 7;
         setting.severity = Severity::critical;
     }
-    EXPECT_EQ(prometheus_rules(rules),
-              "# Alerting rules for the metrics of kavstat, printed by kavstat " KAV_VERSION ".\n"
-              "groups:\n"
-              "  - name: kav\n"
-              "    rules:\n"
-              "      - alert: KavPeerSlow\n"
-              "        expr: |-\n"
-              "          (kav_peer_ack_round_trip_avg_seconds > 0.25\n"
-              "          and kav_peer_active_connections > 0)\n"
-              "          * on(instance, peer) group_left(host_name) kav_peer_info\n"
-              "        for: 7s\n"
-              "        labels:\n"
-              "          severity: critical\n"
-              "          scope: peer\n"
-              "        annotations:\n"
-              "          summary: \"Peer {{ $labels.peer }} {{ $labels.host_name }} of {{ $labels.instance }}: average "
-              "time until an acknowledgement {{ $value | humanizeDuration }} (at most 250.0 ms)\"\n"
-              "          description: \"It should be the WAN's round trip and some milliseconds: the peer is busy or "
-              "the line is full.\"\n"
-              "          remedy: \"Compare with a ping. Much more than that: look at the peer's load and disk. On a line "
-              "that is slow by nature, such as a satellite's, raise the threshold.\"\n");
+    EXPECT_EQ(
+        prometheus_rules(rules),
+        "# Alerting rules for the metrics of kavstat, printed by kavstat " KAV_VERSION ".\n"
+        "groups:\n"
+        "  - name: kav\n"
+        "    rules:\n"
+        "      - alert: KavPeerSlow\n"
+        "        expr: |-\n"
+        "          (kav_peer_ack_round_trip_avg_seconds > 0.25\n"
+        "          and kav_peer_active_connections > 0)\n"
+        "          * on(instance, peer) group_left(host_name) kav_peer_info\n"
+        "        for: 7s\n"
+        "        labels:\n"
+        "          severity: critical\n"
+        "          scope: peer\n"
+        "        annotations:\n"
+        "          summary: \"Peer {{ $labels.peer }} {{ $labels.host_name }} of {{ $labels.instance }}: average "
+        "time until an acknowledgement {{ $value | humanizeDuration }} (at most 250.0 ms)\"\n"
+        "          description: \"It should be the WAN's round trip and some milliseconds: the peer is busy or "
+        "the line is full.\"\n"
+        "          remedy: \"Compare with a ping. Much more than that: look at the peer's load and disk. On a line "
+        "that is slow by nature, such as a satellite's, raise the threshold.\"\n");
 }
 
 TEST_F(alerting_rules, have_settings_that_can_be_read_back)

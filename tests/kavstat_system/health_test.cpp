@@ -31,10 +31,9 @@ protected:
     {
         write_file(path("document.json"), document);
         write_file(path("schema.json"), run_kavstat({"schema", "--of", "health"}).out);
-        const program_result result =
-            child_program("/usr/bin/python3",
-                          {KAV_TEST_FILES "/validate.py", path("schema.json"), path("document.json")})
-                .finish();
+        const program_result result = child_program("/usr/bin/python3", {KAV_TEST_FILES "/validate.py",
+                                                                         path("schema.json"), path("document.json")})
+                                          .finish();
         EXPECT_EQ(result.err, "");
         return result.status == 0 ? "valid" : result.out;
     }
@@ -181,6 +180,8 @@ struct ill_engine
     const char* illnesses;
     std::set<std::string> rules;
     std::set<std::string> side_effects = {}; // may be broken as well
+    // Of these, so short a past proves nothing to kavstat health.
+    std::set<std::string> alerts = {};
 };
 
 const std::vector<ill_engine> ill_engines = {
@@ -199,11 +200,12 @@ const std::vector<ill_engine> ill_engines = {
     {"slow-encode", {"encoding_slow"}, {"peer_slow"}},
     {"slow-decode", {"decoding_slow"}, {"peer_slow"}},
     {"bypass",
-     {"bypass_low_memory", "bypass_disk_error", "bypass_disk_overloaded", "bypass_cache_not_ready", "bypass_out_of_sync",
-      "bypass_peer_not_compatible", "bypass_ack_queue", "bypass_peer_waits", "bypass_peer_disk_overloaded",
-      "bypass_peer_disk_error", "bypass_peer_cache_not_ready", "bypass_peer_info_incorrect"},
+     {"bypass_low_memory", "bypass_disk_error", "bypass_disk_overloaded", "bypass_cache_not_ready",
+      "bypass_out_of_sync", "bypass_peer_not_compatible", "bypass_ack_queue", "bypass_peer_waits",
+      "bypass_peer_disk_overloaded", "bypass_peer_disk_error", "bypass_peer_cache_not_ready",
+      "bypass_peer_info_incorrect"},
      {"savings_dropped"}},
-    {"incompressible", {"bypass_low_compression"}, {"savings_dropped", "application_grows"}},
+    {"incompressible", {}, {"application_grows"}, {"savings_dropped"}},
     {"nacks", {"nacks_frequent"}, {"wait_queue_stays"}},
     {"retransmissions", {"retransmissions_frequent"}, {"wait_queue_stays"}},
     {"peer-out-of-sync", {"peer_out_of_sync", "retransmissions_frequent", "bypass_peer_cache_not_ready"}},
@@ -233,6 +235,10 @@ protected:
         for (std::string name; std::getline(names, name, ',');) {
             arguments.insert(arguments.end(), {"--ill", name + "@" + healthy_for + "+" + ill_for});
         }
+        if (!engine.alerts.empty()) {
+            // Little traffic, of which much is saved soon, and none of it ever goes around.
+            arguments.insert(arguments.end(), {"--bypass-threshold-mb", "1024", KAV_DOCS});
+        }
         return arguments;
     }
 
@@ -241,10 +247,9 @@ protected:
     {
         const std::string alerts = "ALERTS{alertstate=\"firing\"}" + range;
         std::map<std::size_t, std::set<std::string>> result;
-        for (const auto& [series, value] :
-             store.query("count by (alertname, engine) (label_replace(" +
-                         (range.empty() ? alerts : "max_over_time(" + alerts + ")") +
-                         ", \"engine\", \"$1\", \"instance\", \".*:(.*)\"))")) {
+        for (const auto& [series, value] : store.query("count by (alertname, engine) (label_replace(" +
+                                                       (range.empty() ? alerts : "max_over_time(" + alerts + ")") +
+                                                       ", \"engine\", \"$1\", \"instance\", \".*:(.*)\"))")) {
             std::smatch found;
             if (std::regex_match(series, found, std::regex("\\{alertname=\"(.*)\",engine=\"(.*)\"\\}"))) {
                 const auto port = std::find(m_ports.begin(), m_ports.end(), std::stoi(found[2].str()));
@@ -262,13 +267,18 @@ protected:
 
 TEST_F(ill, engines_break_their_rules_and_heal)
 {
+    // Waiting takes too long for a test, and other programs on the machine may be busy.
+    const std::map<std::string, std::string> changes = {
+        {"cache_initializing_long", "threshold = 1\n"}, {"encoding_slow", "threshold = 0.03\n"},
+        {"decoding_slow", "threshold = 0.03\n"},        {"peer_slow", "threshold = 0.3\n"},
+        {"engine_restarted", "enabled = false\n"},
+    };
     std::string text = "window = 6\n";
     for (const Rule& rule : all_rules()) {
-        text += std::string("[") + rule.name + "]\nfor = 0\n";
-        const std::string name = rule.name;
-        // Of other programs on the machine, and of waiting, there is no end in sight here.
-        text += name == "cache_initializing_long" ? "threshold = 1\n" : name == "engine_restarted" ? "enabled = false\n" : "";
-        text += name == "encoding_slow" || name == "decoding_slow" ? "threshold = 0.03\n" : "";
+        // What was saved before can be told for a moment only, as the past is so short.
+        const bool b_at_once = rule.term.kind == Term::Kind::savings;
+        text += std::string("[") + rule.name + "]\nfor = " + (b_at_once ? "0" : "2") + "\n";
+        text += changes.contains(rule.name) ? changes.at(rule.name) : "";
         m_rule_of[alert_name_of(rule)] = rule.name;
     }
     const std::string rules = settings(text);
@@ -291,8 +301,8 @@ TEST_F(ill, engines_break_their_rules_and_heal)
     std::vector<std::unique_ptr<child_program>> healths;
     for (std::size_t at = 0; at < ill_engines.size(); ++at) {
         healths.push_back(std::make_unique<child_program>(
-            built_program("kavstat"),
-            std::vector<std::string>{"health", "--json", "--interval", "4", "--rules", rules}, surroundings_of(at)));
+            built_program("kavstat"), std::vector<std::string>{"health", "--json", "--interval", "4", "--rules", rules},
+            surroundings_of(at)));
     }
     for (std::size_t at = 0; at < ill_engines.size(); ++at) {
         const ill_engine& engine = ill_engines[at];
@@ -308,7 +318,9 @@ TEST_F(ill, engines_break_their_rules_and_heal)
             EXPECT_EQ(broken.erase(rule), 1U) << engine.illnesses << ": " << rule << "\n" << output;
         }
         for (const std::string& rule : broken) {
-            EXPECT_TRUE(engine.side_effects.contains(rule)) << engine.illnesses << ": " << rule << "\n" << output;
+            EXPECT_TRUE(engine.side_effects.contains(rule) || engine.alerts.contains(rule))
+                << engine.illnesses << ": " << rule << "\n"
+                << output;
         }
     }
 
@@ -326,6 +338,9 @@ TEST_F(ill, engines_break_their_rules_and_heal)
         for (const std::string& rule : engine.rules) {
             const bool b_printed = find_rule(rule)->not_printable == nullptr;
             EXPECT_EQ(broken.erase(rule), b_printed ? 1U : 0U) << engine.illnesses << ": " << rule;
+        }
+        for (const std::string& rule : engine.alerts) {
+            EXPECT_EQ(broken.erase(rule), 1U) << engine.illnesses << ": " << rule;
         }
         for (const std::string& rule : broken) {
             EXPECT_TRUE(engine.side_effects.contains(rule)) << engine.illnesses << ": " << rule;

@@ -42,10 +42,10 @@ std::string escaped_for_query(const std::string& text)
 } // namespace
 
 prometheus::prometheus(const std::string& folder, const std::vector<int>& ports, const std::string& rules)
-    : m_port(free_port()),
-      m_program("/usr/bin/prometheus",
-                {"--config.file=" + configuration(folder, ports, rules), "--storage.tsdb.path=" + folder + "/prometheus",
-                 "--web.listen-address=127.0.0.1:" + std::to_string(m_port), "--log.level=error"})
+    : m_port(free_port()), m_program("/usr/bin/prometheus",
+                                     {"--config.file=" + configuration(folder, ports, rules),
+                                      "--storage.tsdb.path=" + folder + "/prometheus",
+                                      "--web.listen-address=127.0.0.1:" + std::to_string(m_port), "--log.level=error"})
 {}
 
 stored_series prometheus::query(const std::string& expression) const
