@@ -61,8 +61,8 @@ std::string status_line(const HealthReport& report)
 
 std::string finding_line(const Finding& finding)
 {
-    std::string line = std::string(upper_word(finding.severity)) + " " + finding.subject() + ": " +
-                       finding.figure_text();
+    std::string line =
+        std::string(upper_word(finding.severity)) + " " + finding.subject() + ": " + finding.figure_text();
     const std::string since = text_of(finding.since);
     return line + (since.empty() ? "" : ", " + since) + " [" + finding.rule->name + "]";
 }

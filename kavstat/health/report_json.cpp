@@ -73,26 +73,32 @@ ordered_json or_null_type(const char* word)
 
 ordered_json finding_schema()
 {
-    return object({{"rule", type("string", "the rule's name")},
-                   {"scope", one_of({"engine", "peer", "application", "connection"}, "what it is about")},
-                   {"severity", one_of({"warning", "critical"}, "how bad it is")},
-                   {"subject", type("string", "which engine, peer, application or connection, for people")},
-                   {"peer", type(or_null_type("integer"), "the peer's number, -1 when it is gone")},
-                   {"host_name", type(or_null_type("string"), "the peer's name, as it sent it")},
-                   {"kav_peer_id", type(or_null_type("string"), "the peer engine's identity")},
-                   {"application", type(or_null_type("string"), "as the metrics' label has it")},
-                   {"connection", type(or_null_type("integer"), "the connection's id")},
-                   {"text", type("string", "figure and threshold, for people")},
-                   {"value", type(or_null_type("number"), "the figure in base units: bytes, seconds, a ratio")},
-                   {"threshold", type(or_null_type("number"), "what it is compared with, in the same unit")},
-                   {"since", type(or_null_type("integer"), "seconds since the epoch, when it is known exactly")},
-                   {"for_at_least_seconds", type(or_null_type("number"), "how long it has been so, as far as is known")},
-                   {"meaning", type("string", "what it means")},
-                   {"remedy", type("string", "what to do")}},
-                  "one thing that is wrong");
+    return object(
+        {{"rule", type("string", "the rule's name")},
+         {"scope", one_of({"engine", "peer", "application", "connection"}, "what it is about")},
+         {"severity", one_of({"warning", "critical"}, "how bad it is")},
+         {"subject", type("string", "which engine, peer, application or connection, for people")},
+         {"peer", type(or_null_type("integer"), "the peer's number, -1 when it is gone")},
+         {"host_name", type(or_null_type("string"), "the peer's name, as it sent it")},
+         {"kav_peer_id", type(or_null_type("string"), "the peer engine's identity")},
+         {"application", type(or_null_type("string"), "as the metrics' label has it")},
+         {"connection", type(or_null_type("integer"), "the connection's id")},
+         {"text", type("string", "figure and threshold, for people")},
+         {"value", type(or_null_type("number"), "the figure in base units: bytes, seconds, a ratio")},
+         {"threshold", type(or_null_type("number"), "what it is compared with, in the same unit")},
+         {"since", type(or_null_type("integer"), "seconds since the epoch, when it is known exactly")},
+         {"for_at_least_seconds", type(or_null_type("number"), "how long it has been so, as far as is known")},
+         {"meaning", type("string", "what it means")},
+         {"remedy", type("string", "what to do")}},
+        "one thing that is wrong");
 }
 
 } // namespace
+
+std::string json_of_finding(const Finding& finding)
+{
+    return json_of(finding).dump(-1, ' ', true, ordered_json::error_handler_t::replace);
+}
 
 void write_health_json(const HealthReport& report, Output& output)
 {

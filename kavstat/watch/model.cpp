@@ -149,8 +149,10 @@ double WatchModel::rate_32(std::uint32_t before, std::uint32_t now) const
     return rate_of(change_of_32(RE_stat_kind::total, before, now, false), m_seconds);
 }
 
-void WatchModel::lose(int error)
+void WatchModel::lose(int error, clock::time_point at)
 {
+    m_health.lose(at);
+    m_judged_at.reset();
     m_error = error;
     m_seconds = 0;
     m_b_conns = false;
@@ -182,6 +184,11 @@ void WatchModel::update(RE_image_reader& reader, const WatchNeeds& needs, bool b
     follow_engine();
     follow_peers(b_restarted);
     follow_apps();
+    // Half a second sooner than never: looks come a little before or after their time.
+    if (!m_judged_at || at - *m_judged_at >= health_interval - std::chrono::milliseconds(500)) {
+        m_health.update(reader, m_now, at);
+        m_judged_at = at;
+    }
     m_b_conns = m_b_conns && needs.b_connections;
     m_b_nacks = m_b_nacks && needs.b_nacks;
     for (FollowedThing& thing : m_followed) {
@@ -393,7 +400,7 @@ void WatchModel::update_followed(RE_stat_reader& reader, FollowedThing& thing)
     }
     const bool b_before = thing.b_there && has_rates();
     SnapshotConn now;
-    const bool b_there = read_connection(reader, thing.subject.slot, now) && subject_of(now) == thing.subject;
+    const bool b_there = read_connection(reader, thing.subject.slot, now) && kavstat::subject_of(now) == thing.subject;
     thing.before.reset();
     thing.rates = {};
     if (b_before && b_there) {
@@ -410,7 +417,7 @@ void WatchModel::update_followed(RE_stat_reader& reader, FollowedThing& thing)
 const WatchPeer* WatchModel::find_peer(const WatchSubject& subject) const
 {
     const auto found = std::find_if(m_peers.begin(), m_peers.end(), [&](const WatchPeer& peer) {
-        return peer.now->slot == subject.slot && subject_of(*peer.now) == subject;
+        return peer.now->slot == subject.slot && kavstat::subject_of(*peer.now) == subject;
     });
     return found != m_peers.end() ? &*found : nullptr;
 }
@@ -418,7 +425,7 @@ const WatchPeer* WatchModel::find_peer(const WatchSubject& subject) const
 const WatchApp* WatchModel::find_app(const WatchSubject& subject) const
 {
     const auto found = std::find_if(m_apps.begin(), m_apps.end(), [&](const WatchApp& app) {
-        return app.now->slot == subject.slot && subject_of(*app.now) == subject;
+        return app.now->slot == subject.slot && kavstat::subject_of(*app.now) == subject;
     });
     return found != m_apps.end() ? &*found : nullptr;
 }
@@ -428,6 +435,82 @@ const FollowedThing* WatchModel::find_followed(const WatchSubject& subject) cons
     const auto found = std::find_if(m_followed.begin(), m_followed.end(),
                                     [&](const FollowedThing& thing) { return thing.subject == subject; });
     return found != m_followed.end() ? &*found : nullptr;
+}
+
+WatchSubject WatchModel::subject_of(const Finding& finding) const
+{
+    switch (finding.rule->scope) {
+    case RuleScope::peer:
+        for (const WatchPeer& peer : m_peers) {
+            if (peer.now->slot == finding.peer_slot && peer.now->number == finding.peer_number) {
+                return kavstat::subject_of(*peer.now);
+            }
+        }
+        break;
+    case RuleScope::application:
+        for (const WatchApp& app : m_apps) {
+            if (app.now->peer_number == finding.peer_number &&
+                application_label(app.now->app.m_header) == finding.application &&
+                app.now->app.m_header.m_kav_peer_id.getString() == finding.kav_peer_id) {
+                return kavstat::subject_of(*app.now);
+            }
+        }
+        break;
+    case RuleScope::connection: {
+        const PendingConnection& conn = finding.connection;
+        return {SubjectKind::connection, conn.slot, conn.header.m_conn_id, conn.open_time};
+    }
+    case RuleScope::engine:
+        break;
+    }
+    return {};
+}
+
+std::vector<const Finding*> WatchModel::findings_about(const WatchSubject& subject) const
+{
+    std::string application;
+    std::string identity;
+    if (const WatchApp* const app = subject.kind == SubjectKind::application ? find_app(subject) : nullptr) {
+        application = application_label(app->now->app.m_header);
+        identity = app->now->app.m_header.m_kav_peer_id.getString();
+    }
+    const auto is_about = [&](const Finding& finding) {
+        switch (finding.rule->scope) {
+        case RuleScope::peer:
+            return subject.kind == SubjectKind::peer && finding.peer_slot == subject.slot &&
+                   finding.peer_number == subject.number;
+        case RuleScope::application:
+            return !application.empty() && finding.application == application && finding.kav_peer_id == identity;
+        case RuleScope::connection:
+            return subject_of(finding) == subject;
+        case RuleScope::engine:
+            break;
+        }
+        return false;
+    };
+    std::vector<const Finding*> about;
+    for (const Finding& finding : findings()) {
+        if (is_about(finding)) {
+            about.push_back(&finding);
+        }
+    }
+    return about;
+}
+
+std::size_t WatchModel::rules_applied() const
+{
+    const std::vector<RuleSetting>& settings = m_health.rules().settings;
+    return static_cast<std::size_t>(
+        std::count_if(settings.begin(), settings.end(), [](const RuleSetting& setting) { return setting.b_enabled; }));
+}
+
+std::optional<Severity> worst_of(const std::vector<const Finding*>& findings)
+{
+    std::optional<Severity> worst;
+    for (const Finding* const finding : findings) {
+        worst = std::max(worst.value_or(Severity::warning), finding->severity);
+    }
+    return worst;
 }
 
 std::string WatchModel::host_of(int peer_number) const

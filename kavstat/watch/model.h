@@ -3,6 +3,7 @@
 // histories of the engine, its peers and the few things that were opened last.
 #pragma once
 
+#include "health/evaluation.h"
 #include "model/change.h"
 #include "model/snapshot.h"
 #include "watch/history.h"
@@ -169,6 +170,10 @@ public:
     static constexpr std::size_t most_rows = std::size_t{1} << 31U;
     static constexpr std::size_t most_nacks = 1000;
     static constexpr std::size_t most_followed = 8;
+    // Rules are applied no more often: they go by seconds, and may have to look at every connection.
+    static constexpr std::chrono::seconds health_interval{2};
+
+    explicit WatchModel(RuleSet rules = {}) : m_health(std::move(rules)) {}
 
     // Takes the statistics of now. b_same_engine: the engine has not been started anew since the look before.
     void update(RE_image_reader& reader, const WatchNeeds& needs, bool b_same_engine, std::time_t now,
@@ -176,7 +181,7 @@ public:
     // Reads what a page needs beside that, when it is turned to between two looks.
     void read(RE_image_reader& reader, const WatchNeeds& needs, clock::time_point at);
     // There are none to be had; error: what opening them returned.
-    void lose(int error);
+    void lose(int error, clock::time_point at);
 
     // False when there is no engine; the rest is then that of the last time.
     bool is_up() const { return m_error == 0 && m_b_filled; }
@@ -198,6 +203,13 @@ public:
     const History& disk_latency_history() const { return m_disk_latency_history; }
     const History& cache_history() const { return m_cache_history; }           // percent of the cache in use
     const History& connection_history() const { return m_connection_history; } // open connections
+
+    // What is wrong, most severe first.
+    const std::vector<Finding>& findings() const { return m_health.findings(); }
+    std::vector<const Finding*> findings_about(const WatchSubject& subject) const;
+    // What a finding is about; none when that is the engine, or is gone.
+    WatchSubject subject_of(const Finding& finding) const;
+    std::size_t rules_applied() const;
 
     const std::vector<WatchPeer>& peers() const { return m_peers; }
     const std::vector<WatchApp>& apps() const { return m_apps; }
@@ -232,6 +244,8 @@ private:
     clock::time_point m_at;
     Snapshot m_now;
     Snapshot m_before;
+    HealthWatch m_health;
+    std::optional<clock::time_point> m_judged_at;
 
     TrafficRates m_rates;
     TrafficHistory m_history{History::most_values};
@@ -254,6 +268,9 @@ private:
     std::optional<RE_stat_config_param> m_config;
     std::deque<FollowedThing> m_followed; // the one asked for last in front
 };
+
+// How bad the worst of it is; nothing for none.
+std::optional<Severity> worst_of(const std::vector<const Finding*>& findings);
 
 // Percent of the engine's cache that is in use; 0 when it has no size.
 double cache_percent(const Snapshot& now);
