@@ -59,6 +59,18 @@ TrafficRates rates_between(const RE_stat_app_struct& before, const RE_stat_app_s
     return rates;
 }
 
+// Of a peer or a connection.
+bool is_about(const Finding& finding, const WatchSubject& subject)
+{
+    if (finding.rule->scope == RuleScope::peer) {
+        return subject.kind == SubjectKind::peer && finding.peer_slot == subject.slot &&
+               finding.peer_number == subject.number;
+    }
+    const PendingConnection& conn = finding.connection;
+    return finding.rule->scope == RuleScope::connection && subject.kind == SubjectKind::connection &&
+           conn.slot == subject.slot && conn.header.m_conn_id == subject.number && conn.open_time == subject.identity;
+}
+
 bool is_same_peer(const SnapshotPeer& left, const SnapshotPeer& right)
 {
     return left.number == right.number &&
@@ -152,7 +164,9 @@ double WatchModel::rate_32(std::uint32_t before, std::uint32_t now) const
 void WatchModel::lose(int error, clock::time_point at)
 {
     m_health.lose(at);
-    m_judged_at.reset();
+    m_next_judgement.reset();
+    m_worst_of_peers.clear();
+    m_worst_of_conns.clear();
     m_error = error;
     m_seconds = 0;
     m_b_conns = false;
@@ -184,10 +198,8 @@ void WatchModel::update(RE_image_reader& reader, const WatchNeeds& needs, bool b
     follow_engine();
     follow_peers(b_restarted);
     follow_apps();
-    // Half a second sooner than never: looks come a little before or after their time.
-    if (!m_judged_at || at - *m_judged_at >= health_interval - std::chrono::milliseconds(500)) {
-        m_health.update(reader, m_now, at);
-        m_judged_at = at;
+    if (!m_next_judgement || at >= *m_next_judgement) {
+        judge(reader, at);
     }
     m_b_conns = m_b_conns && needs.b_connections;
     m_b_nacks = m_b_nacks && needs.b_nacks;
@@ -218,6 +230,37 @@ void WatchModel::read(RE_image_reader& reader, const WatchNeeds& needs, clock::t
     if (needs.subject.has_page()) {
         follow(reader, needs.subject);
     }
+}
+
+void WatchModel::judge(RE_image_reader& reader, clock::time_point at)
+{
+    const clock::time_point start = clock::now();
+    m_health.update(reader, m_now, at);
+    m_worst_of_peers.clear();
+    m_worst_of_conns.clear();
+    // The most severe findings come first.
+    for (const Finding& finding : m_health.findings()) {
+        if (finding.rule->scope == RuleScope::peer) {
+            m_worst_of_peers.emplace(finding.peer_slot, &finding);
+        } else if (finding.rule->scope == RuleScope::connection) {
+            m_worst_of_conns.emplace(finding.connection.slot, &finding);
+        }
+    }
+    // Looks come a little before or after their time.
+    constexpr std::chrono::milliseconds early(500);
+    m_next_judgement = at + std::max<clock::duration>(health_interval, 100 * (clock::now() - start)) - early;
+}
+
+std::optional<Severity> WatchModel::worst_about(const WatchSubject& subject) const
+{
+    if (subject.kind == SubjectKind::application) {
+        const std::vector<const Finding*> about = findings_about(subject);
+        return about.empty() ? std::nullopt : std::optional(about.front()->severity);
+    }
+    const auto& worst = subject.kind == SubjectKind::peer ? m_worst_of_peers : m_worst_of_conns;
+    const auto found = worst.find(subject.slot);
+    return found != worst.end() && is_about(*found->second, subject) ? std::optional(found->second->severity)
+                                                                     : std::nullopt;
 }
 
 void WatchModel::follow_engine()
@@ -474,23 +517,11 @@ std::vector<const Finding*> WatchModel::findings_about(const WatchSubject& subje
         application = application_label(app->now->app.m_header);
         identity = app->now->app.m_header.m_kav_peer_id.getString();
     }
-    const auto is_about = [&](const Finding& finding) {
-        switch (finding.rule->scope) {
-        case RuleScope::peer:
-            return subject.kind == SubjectKind::peer && finding.peer_slot == subject.slot &&
-                   finding.peer_number == subject.number;
-        case RuleScope::application:
-            return !application.empty() && finding.application == application && finding.kav_peer_id == identity;
-        case RuleScope::connection:
-            return subject_of(finding) == subject;
-        case RuleScope::engine:
-            break;
-        }
-        return false;
-    };
     std::vector<const Finding*> about;
     for (const Finding& finding : findings()) {
-        if (is_about(finding)) {
+        const bool b_of_application = finding.rule->scope == RuleScope::application &&
+                                      finding.application == application && finding.kav_peer_id == identity;
+        if (b_of_application || is_about(finding, subject)) {
             about.push_back(&finding);
         }
     }
@@ -502,15 +533,6 @@ std::size_t WatchModel::rules_applied() const
     const std::vector<RuleSetting>& settings = m_health.rules().settings;
     return static_cast<std::size_t>(
         std::count_if(settings.begin(), settings.end(), [](const RuleSetting& setting) { return setting.b_enabled; }));
-}
-
-std::optional<Severity> worst_of(const std::vector<const Finding*>& findings)
-{
-    std::optional<Severity> worst;
-    for (const Finding* const finding : findings) {
-        worst = std::max(worst.value_or(Severity::warning), finding->severity);
-    }
-    return worst;
 }
 
 std::string WatchModel::host_of(int peer_number) const

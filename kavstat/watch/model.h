@@ -16,6 +16,7 @@
 #include <limits>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace kavstat {
@@ -170,7 +171,8 @@ public:
     static constexpr std::size_t most_rows = std::size_t{1} << 31U;
     static constexpr std::size_t most_nacks = 1000;
     static constexpr std::size_t most_followed = 8;
-    // Rules are applied no more often: they go by seconds, and may have to look at every connection.
+    // Rules are applied no more often, as they go by seconds, and less often when that takes more than a hundredth of
+    // the time: they may have to look at every connection.
     static constexpr std::chrono::seconds health_interval{2};
 
     explicit WatchModel(RuleSet rules = {}) : m_health(std::move(rules)) {}
@@ -207,6 +209,8 @@ public:
     // What is wrong, most severe first.
     const std::vector<Finding>& findings() const { return m_health.findings(); }
     std::vector<const Finding*> findings_about(const WatchSubject& subject) const;
+    // How bad the worst of that is; nothing for none.
+    std::optional<Severity> worst_about(const WatchSubject& subject) const;
     // What a finding is about; none when that is the engine, or is gone.
     WatchSubject subject_of(const Finding& finding) const;
     std::size_t rules_applied() const;
@@ -229,6 +233,7 @@ public:
     std::string host_of(int peer_number) const;
 
 private:
+    void judge(RE_image_reader& reader, clock::time_point at);
     void follow_engine();
     void follow_peers(bool b_restarted);
     void follow_apps();
@@ -245,7 +250,9 @@ private:
     Snapshot m_now;
     Snapshot m_before;
     HealthWatch m_health;
-    std::optional<clock::time_point> m_judged_at;
+    std::optional<clock::time_point> m_next_judgement;
+    std::unordered_map<int, const Finding*> m_worst_of_peers; // by slot
+    std::unordered_map<int, const Finding*> m_worst_of_conns; // by slot
 
     TrafficRates m_rates;
     TrafficHistory m_history{History::most_values};
@@ -268,9 +275,6 @@ private:
     std::optional<RE_stat_config_param> m_config;
     std::deque<FollowedThing> m_followed; // the one asked for last in front
 };
-
-// How bad the worst of it is; nothing for none.
-std::optional<Severity> worst_of(const std::vector<const Finding*>& findings);
 
 // Percent of the engine's cache that is in use; 0 when it has no size.
 double cache_percent(const Snapshot& now);

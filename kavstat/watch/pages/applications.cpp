@@ -59,7 +59,7 @@ WatchTable applications_table(const WatchModel& model, const WatchFrame& /*frame
     table.subject = [&apps](std::size_t row) { return subject_of(*apps[row].now); };
     // What is wrong is looked up for rows in sight only.
     table.mark = [&model, subject = table.subject](std::size_t row) {
-        return mark_of(worst_of(model.findings_about(subject(row))));
+        return mark_of(model.worst_about(subject(row)));
     };
     table.search = [&apps](std::size_t row) {
         const WatchApp& app = apps[row];

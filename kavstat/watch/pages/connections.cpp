@@ -88,7 +88,7 @@ WatchTable connections_table(const WatchModel& model, const WatchFrame& /*frame*
     table.is_there = [&conns](std::size_t row) { return conns[row].b_there; };
     // What is wrong is looked up for rows in sight only.
     table.mark = [&model, subject = table.subject](std::size_t row) {
-        return mark_of(worst_of(model.findings_about(subject(row))));
+        return mark_of(model.worst_about(subject(row)));
     };
     table.search = [&conns](std::size_t row) {
         const RE_stat_conn_header& header = conns[row].header;
