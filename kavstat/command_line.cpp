@@ -140,6 +140,7 @@ void add_watch(CLI::App& app, int& status)
     command->add_option("-s,--sort", options->sort, "What the page's rows are ordered by: a key of its JSON");
     command->add_flag("-r,--reverse", options->b_reverse, "The other way round");
     command->add_option("--filter", options->filter, "Only rows with this in them");
+    command->add_option("--rules", options->rules, rules_help);
     command->add_flag("--once", options->b_once, "One report as text, after one interval; as all output to a pipe is");
     command->add_flag("--json", options->b_json, "A line of JSON after every interval");
     command->callback([options, &status] { status = run_watch(*options); });

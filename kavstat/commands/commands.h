@@ -94,6 +94,7 @@ struct WatchOptions
     std::string sort;                // the key of a column; the page's own when empty
     bool b_reverse = false;
     std::string filter;
+    std::optional<std::string> rules; // a file of settings
     bool b_once = false; // one report as text
     bool b_json = false; // a line of JSON for each look
 };

@@ -35,7 +35,7 @@ public:
         auto found = std::make_unique<Source>(m_file);
         if (const int error = found->open()) {
             m_source.reset();
-            model.lose(error);
+            model.lose(error, clock::now());
             return;
         }
         const bool b_same = m_source != nullptr && (m_file || found->is_same_engine(*m_source));
@@ -64,7 +64,7 @@ private:
     {
         if (m_source->reader().is_cut()) {
             m_source.reset();
-            model.lose(RE_STAT_ERR_CUT);
+            model.lose(RE_STAT_ERR_CUT, clock::now());
         }
     }
 
@@ -76,11 +76,10 @@ private:
 };
 
 // What has neither keys nor colours: text or JSON, for a pipe, a log or a terminal that cannot be drawn on.
-int watch_as_text(Looks& looks, WatchView& view, const WatchOptions& options)
+int watch_as_text(Looks& looks, WatchModel& model, WatchView& view, const WatchOptions& options)
 {
     DescriptorSink sink(STDOUT_FILENO);
     Output output(sink);
-    WatchModel model;
     looks.look(model, view.needs());
     const bool b_once = options.b_once || options.file;
     if (b_once && !model.is_up()) {
@@ -114,9 +113,8 @@ int watch_as_text(Looks& looks, WatchView& view, const WatchOptions& options)
     return EXIT_OK;
 }
 
-int watch_on_screen(Looks& looks, WatchView& view, WatchScreen& screen, bool b_file)
+int watch_on_screen(Looks& looks, WatchModel& model, WatchView& view, WatchScreen& screen, bool b_file)
 {
-    WatchModel model;
     auto next_look = clock::now();
     while (!is_stopped() && !view.is_over()) {
         if (clock::now() >= next_look) {
@@ -185,15 +183,24 @@ int run_watch(const WatchOptions& options)
     if (!set_up(view.page(), options)) {
         return EXIT_USAGE;
     }
+    RuleFileResult rules;
+    if (options.rules) {
+        rules = read_rule_file(*options.rules);
+    }
+    if (!rules.error.empty()) {
+        report_error(rules.error);
+        return EXIT_USAGE;
+    }
+    WatchModel model(std::move(rules.rules));
     Looks looks(options.file);
     end_at_signals();
     if (!options.b_once && !options.b_json && isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0) {
         WatchScreen screen;
         if (screen.is_usable()) {
-            return watch_on_screen(looks, view, screen, options.file.has_value());
+            return watch_on_screen(looks, model, view, screen, options.file.has_value());
         }
     }
-    return watch_as_text(looks, view, options);
+    return watch_as_text(looks, model, view, options);
 }
 
 } // namespace kavstat

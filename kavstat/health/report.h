@@ -49,6 +49,8 @@ HealthReport unknown_health(const RuleSet& rules, std::string reason, std::strin
 // The first line is a monitoring plugin's status line. b_all: also all findings of a rule that has many.
 void write_health_text(const HealthReport& report, bool b_all, Output& output);
 void write_health_json(const HealthReport& report, Output& output);
+// One of its findings, on one line.
+std::string json_of_finding(const Finding& finding);
 // The JSON Schema of it.
 std::string health_json_schema();
 

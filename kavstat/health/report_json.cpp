@@ -96,6 +96,11 @@ ordered_json finding_schema()
 
 } // namespace
 
+std::string json_of_finding(const Finding& finding)
+{
+    return json_of(finding).dump(-1, ' ', true, ordered_json::error_handler_t::replace);
+}
+
 void write_health_json(const HealthReport& report, Output& output)
 {
     ordered_json findings = ordered_json::array();

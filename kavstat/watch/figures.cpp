@@ -205,4 +205,13 @@ std::vector<WatchLine> figure_lines(const std::vector<WatchFigure>& figures, std
     return lines;
 }
 
+WatchLine finding_line(const Finding& finding)
+{
+    const bool b_critical = finding.severity == Severity::critical;
+    const std::string since = text_of(finding.since);
+    return {std::string(b_critical ? "CRITICAL " : "WARNING ") + finding.subject() + ": " + finding.figure_text() +
+                (since.empty() ? "" : ", " + since),
+            b_critical ? WatchStyle::critical : WatchStyle::warning};
+}
+
 } // namespace kavstat

@@ -59,6 +59,18 @@ TrafficRates rates_between(const RE_stat_app_struct& before, const RE_stat_app_s
     return rates;
 }
 
+// Of a peer or a connection.
+bool is_about(const Finding& finding, const WatchSubject& subject)
+{
+    if (finding.rule->scope == RuleScope::peer) {
+        return subject.kind == SubjectKind::peer && finding.peer_slot == subject.slot &&
+               finding.peer_number == subject.number;
+    }
+    const PendingConnection& conn = finding.connection;
+    return finding.rule->scope == RuleScope::connection && subject.kind == SubjectKind::connection &&
+           conn.slot == subject.slot && conn.header.m_conn_id == subject.number && conn.open_time == subject.identity;
+}
+
 bool is_same_peer(const SnapshotPeer& left, const SnapshotPeer& right)
 {
     return left.number == right.number &&
@@ -149,8 +161,12 @@ double WatchModel::rate_32(std::uint32_t before, std::uint32_t now) const
     return rate_of(change_of_32(RE_stat_kind::total, before, now, false), m_seconds);
 }
 
-void WatchModel::lose(int error)
+void WatchModel::lose(int error, clock::time_point at)
 {
+    m_health.lose(at);
+    m_next_judgement.reset();
+    m_worst_of_peers.clear();
+    m_worst_of_conns.clear();
     m_error = error;
     m_seconds = 0;
     m_b_conns = false;
@@ -182,6 +198,9 @@ void WatchModel::update(RE_image_reader& reader, const WatchNeeds& needs, bool b
     follow_engine();
     follow_peers(b_restarted);
     follow_apps();
+    if (!m_next_judgement || at >= *m_next_judgement) {
+        judge(reader, at);
+    }
     m_b_conns = m_b_conns && needs.b_connections;
     m_b_nacks = m_b_nacks && needs.b_nacks;
     for (FollowedThing& thing : m_followed) {
@@ -211,6 +230,37 @@ void WatchModel::read(RE_image_reader& reader, const WatchNeeds& needs, clock::t
     if (needs.subject.has_page()) {
         follow(reader, needs.subject);
     }
+}
+
+void WatchModel::judge(RE_image_reader& reader, clock::time_point at)
+{
+    const clock::time_point start = clock::now();
+    m_health.update(reader, m_now, at);
+    m_worst_of_peers.clear();
+    m_worst_of_conns.clear();
+    // The most severe findings come first.
+    for (const Finding& finding : m_health.findings()) {
+        if (finding.rule->scope == RuleScope::peer) {
+            m_worst_of_peers.emplace(finding.peer_slot, &finding);
+        } else if (finding.rule->scope == RuleScope::connection) {
+            m_worst_of_conns.emplace(finding.connection.slot, &finding);
+        }
+    }
+    // Looks come a little before or after their time.
+    constexpr std::chrono::milliseconds early(500);
+    m_next_judgement = at + std::max<clock::duration>(health_interval, 100 * (clock::now() - start)) - early;
+}
+
+std::optional<Severity> WatchModel::worst_about(const WatchSubject& subject) const
+{
+    if (subject.kind == SubjectKind::application) {
+        const std::vector<const Finding*> about = findings_about(subject);
+        return about.empty() ? std::nullopt : std::optional(about.front()->severity);
+    }
+    const auto& worst = subject.kind == SubjectKind::peer ? m_worst_of_peers : m_worst_of_conns;
+    const auto found = worst.find(subject.slot);
+    return found != worst.end() && is_about(*found->second, subject) ? std::optional(found->second->severity)
+                                                                     : std::nullopt;
 }
 
 void WatchModel::follow_engine()
@@ -393,7 +443,7 @@ void WatchModel::update_followed(RE_stat_reader& reader, FollowedThing& thing)
     }
     const bool b_before = thing.b_there && has_rates();
     SnapshotConn now;
-    const bool b_there = read_connection(reader, thing.subject.slot, now) && subject_of(now) == thing.subject;
+    const bool b_there = read_connection(reader, thing.subject.slot, now) && kavstat::subject_of(now) == thing.subject;
     thing.before.reset();
     thing.rates = {};
     if (b_before && b_there) {
@@ -410,7 +460,7 @@ void WatchModel::update_followed(RE_stat_reader& reader, FollowedThing& thing)
 const WatchPeer* WatchModel::find_peer(const WatchSubject& subject) const
 {
     const auto found = std::find_if(m_peers.begin(), m_peers.end(), [&](const WatchPeer& peer) {
-        return peer.now->slot == subject.slot && subject_of(*peer.now) == subject;
+        return peer.now->slot == subject.slot && kavstat::subject_of(*peer.now) == subject;
     });
     return found != m_peers.end() ? &*found : nullptr;
 }
@@ -418,7 +468,7 @@ const WatchPeer* WatchModel::find_peer(const WatchSubject& subject) const
 const WatchApp* WatchModel::find_app(const WatchSubject& subject) const
 {
     const auto found = std::find_if(m_apps.begin(), m_apps.end(), [&](const WatchApp& app) {
-        return app.now->slot == subject.slot && subject_of(*app.now) == subject;
+        return app.now->slot == subject.slot && kavstat::subject_of(*app.now) == subject;
     });
     return found != m_apps.end() ? &*found : nullptr;
 }
@@ -428,6 +478,61 @@ const FollowedThing* WatchModel::find_followed(const WatchSubject& subject) cons
     const auto found = std::find_if(m_followed.begin(), m_followed.end(),
                                     [&](const FollowedThing& thing) { return thing.subject == subject; });
     return found != m_followed.end() ? &*found : nullptr;
+}
+
+WatchSubject WatchModel::subject_of(const Finding& finding) const
+{
+    switch (finding.rule->scope) {
+    case RuleScope::peer:
+        for (const WatchPeer& peer : m_peers) {
+            if (peer.now->slot == finding.peer_slot && peer.now->number == finding.peer_number) {
+                return kavstat::subject_of(*peer.now);
+            }
+        }
+        break;
+    case RuleScope::application:
+        for (const WatchApp& app : m_apps) {
+            if (app.now->peer_number == finding.peer_number &&
+                application_label(app.now->app.m_header) == finding.application &&
+                app.now->app.m_header.m_kav_peer_id.getString() == finding.kav_peer_id) {
+                return kavstat::subject_of(*app.now);
+            }
+        }
+        break;
+    case RuleScope::connection: {
+        const PendingConnection& conn = finding.connection;
+        return {SubjectKind::connection, conn.slot, conn.header.m_conn_id, conn.open_time};
+    }
+    case RuleScope::engine:
+        break;
+    }
+    return {};
+}
+
+std::vector<const Finding*> WatchModel::findings_about(const WatchSubject& subject) const
+{
+    std::string application;
+    std::string identity;
+    if (const WatchApp* const app = subject.kind == SubjectKind::application ? find_app(subject) : nullptr) {
+        application = application_label(app->now->app.m_header);
+        identity = app->now->app.m_header.m_kav_peer_id.getString();
+    }
+    std::vector<const Finding*> about;
+    for (const Finding& finding : findings()) {
+        const bool b_of_application = finding.rule->scope == RuleScope::application &&
+                                      finding.application == application && finding.kav_peer_id == identity;
+        if (b_of_application || is_about(finding, subject)) {
+            about.push_back(&finding);
+        }
+    }
+    return about;
+}
+
+std::size_t WatchModel::rules_applied() const
+{
+    const std::vector<RuleSetting>& settings = m_health.rules().settings;
+    return static_cast<std::size_t>(
+        std::count_if(settings.begin(), settings.end(), [](const RuleSetting& setting) { return setting.b_enabled; }));
 }
 
 std::string WatchModel::host_of(int peer_number) const

@@ -3,6 +3,7 @@
 // histories of the engine, its peers and the few things that were opened last.
 #pragma once
 
+#include "health/evaluation.h"
 #include "model/change.h"
 #include "model/snapshot.h"
 #include "watch/history.h"
@@ -15,6 +16,7 @@
 #include <limits>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace kavstat {
@@ -169,6 +171,11 @@ public:
     static constexpr std::size_t most_rows = std::size_t{1} << 31U;
     static constexpr std::size_t most_nacks = 1000;
     static constexpr std::size_t most_followed = 8;
+    // Rules are applied no more often, as they go by seconds, and less often when that takes more than a hundredth of
+    // the time: they may have to look at every connection.
+    static constexpr std::chrono::seconds health_interval{2};
+
+    explicit WatchModel(RuleSet rules = {}) : m_health(std::move(rules)) {}
 
     // Takes the statistics of now. b_same_engine: the engine has not been started anew since the look before.
     void update(RE_image_reader& reader, const WatchNeeds& needs, bool b_same_engine, std::time_t now,
@@ -176,7 +183,7 @@ public:
     // Reads what a page needs beside that, when it is turned to between two looks.
     void read(RE_image_reader& reader, const WatchNeeds& needs, clock::time_point at);
     // There are none to be had; error: what opening them returned.
-    void lose(int error);
+    void lose(int error, clock::time_point at);
 
     // False when there is no engine; the rest is then that of the last time.
     bool is_up() const { return m_error == 0 && m_b_filled; }
@@ -199,6 +206,15 @@ public:
     const History& cache_history() const { return m_cache_history; }           // percent of the cache in use
     const History& connection_history() const { return m_connection_history; } // open connections
 
+    // What is wrong, most severe first.
+    const std::vector<Finding>& findings() const { return m_health.findings(); }
+    std::vector<const Finding*> findings_about(const WatchSubject& subject) const;
+    // How bad the worst of that is; nothing for none.
+    std::optional<Severity> worst_about(const WatchSubject& subject) const;
+    // What a finding is about; none when that is the engine, or is gone.
+    WatchSubject subject_of(const Finding& finding) const;
+    std::size_t rules_applied() const;
+
     const std::vector<WatchPeer>& peers() const { return m_peers; }
     const std::vector<WatchApp>& apps() const { return m_apps; }
     const std::vector<WatchConn>& conns() const { return m_conns; }
@@ -217,6 +233,7 @@ public:
     std::string host_of(int peer_number) const;
 
 private:
+    void judge(RE_image_reader& reader, clock::time_point at);
     void follow_engine();
     void follow_peers(bool b_restarted);
     void follow_apps();
@@ -232,6 +249,10 @@ private:
     clock::time_point m_at;
     Snapshot m_now;
     Snapshot m_before;
+    HealthWatch m_health;
+    std::optional<clock::time_point> m_next_judgement;
+    std::unordered_map<int, const Finding*> m_worst_of_peers; // by slot
+    std::unordered_map<int, const Finding*> m_worst_of_conns; // by slot
 
     TrafficRates m_rates;
     TrafficHistory m_history{History::most_values};

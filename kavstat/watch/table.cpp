@@ -9,6 +9,14 @@
 
 namespace kavstat {
 
+WatchMark mark_of(std::optional<Severity> severity)
+{
+    if (!severity) {
+        return {};
+    }
+    return *severity == Severity::critical ? WatchMark{'C', WatchStyle::critical} : WatchMark{'W', WatchStyle::warning};
+}
+
 std::optional<std::size_t> WatchTable::column(const std::string& key) const
 {
     for (std::size_t at = 0; at < columns.size(); ++at) {

@@ -35,6 +35,9 @@ struct WatchMark
     WatchStyle style = WatchStyle::plain;
 };
 
+// "C" or "W" for what a rule found, and a blank for nothing.
+WatchMark mark_of(std::optional<Severity> severity);
+
 struct WatchTable
 {
     std::vector<WatchColumn> columns; // the last one takes what room is left, when it is in sight

@@ -2,6 +2,7 @@
 
 #include "format/text.h"
 #include "format/units.h"
+#include "health/report.h"
 #include "model/source.h"
 #include "watch/figures.h"
 
@@ -28,7 +29,7 @@ constexpr const char* key_lines[] = {
     "+ - p        look at the engine more or less often; hold the figures still",
     "? q          this help, which any key leaves; quit",
     "",
-    "In front of a row: > selected, ! an error that is counted right now, + arrived since the last look.",
+    "In front of a row: > selected, C critical, W warning, ! an error that is counted right now, + newly arrived.",
     "SAVED is since the start: e encoding, d decoding, without a letter both.",
     "In sparklines a bar stands where the engine was started anew.",
 };
@@ -134,7 +135,12 @@ std::vector<WatchLine> WatchView::screen(const WatchModel& model, std::size_t wi
         lines.push_back(title(model, width));
         if (!model.is_up()) {
             lines.push_back({});
-            lines.push_back({"No figures: " + state_of(model) + ".", WatchStyle::critical});
+            lines.push_back({"CRITICAL no figures: " + state_of(model), WatchStyle::critical});
+            for (const Finding& finding : model.findings()) {
+                for (const std::string& line : wrapped(finding.rule->remedy, std::max<std::size_t>(width, 1))) {
+                    lines.push_back({line});
+                }
+            }
         } else if (height > 1) {
             const std::vector<WatchLine> rest = page().lines(model, {width, height - 1, m_b_unicode});
             lines.insert(lines.end(), rest.begin(), rest.end());
@@ -177,6 +183,11 @@ void WatchView::write_json(const WatchModel& model, Output& output)
     }
     std::string text = line.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
     text.pop_back();
+    text += ",\"health\":[";
+    for (const Finding& finding : model.findings()) {
+        text += (text.back() == '[' ? "" : ",") + json_of_finding(finding);
+    }
+    text += "]";
     // Rows are written one by one: a document of all of them would take many times their size.
     output.add(text + ",\"rows\":[");
     page().write_rows(model, output);

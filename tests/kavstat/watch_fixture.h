@@ -22,7 +22,7 @@ protected:
     {
         Source source;
         if (const int error = source.open()) {
-            model.lose(error);
+            model.lose(error, second(at));
             return;
         }
         model.update(source.reader(), view.needs(), b_same_engine, now, second(at));
@@ -39,6 +39,7 @@ protected:
     void start_small()
     {
         start();
+        engine.set_global(RE_STAT_GLOBAL_ID_CACHE_STATE, cache_state);
         for (int number = 1; number <= 2; ++number) {
             RE_stat_peer_header header{};
             header.m_kav_peer_id.m_data[0] = static_cast<unsigned char>(number);
@@ -46,6 +47,8 @@ protected:
             std::strcpy(header.m_peer_host_name, number == 1 ? "branch-1.example.net"
                                                              : "b\x1B[2J\xE4\xBD\xA0"
                                                                "e\xCC\x81\xFF");
+            header.m_b_update_from_active_conn = 1;
+            header.m_b_outdated = b_outdated && number == 2;
             const int peer = engine.add_peer(number, header);
             RE_stat_conn_header ends{};
             ends.m_conn_id = 100 + number;
@@ -102,6 +105,9 @@ protected:
         return sink.text();
     }
 
+    // Of the small engine: healthy unless a test changes them.
+    RE_CACHE_INIT_STATE cache_state = RE_CACHE_ACTIVE;
+    bool b_outdated = false;
     std::vector<int> conns;
     WatchModel model;
     WatchView view{0, 1, false};

@@ -367,9 +367,11 @@ TEST_F(watch, says_that_there_is_no_engine)
 {
     press({'2'});
     look(0);
-    EXPECT_EQ(screen(80, 5), "kavstat 2/8 [peers]  no engine is running  every 1s  ? help\n"
+    EXPECT_EQ(screen(80, 9), "kavstat 2/8 [peers]  no engine is running  every 1s  ? help\n"
                              "\n"
-                             "No figures: no engine is running.\n");
+                             "CRITICAL no figures: no engine is running\n"
+                             "Start the engine; the system log says why it stopped. If it runs, check\n"
+                             "KAV_STAT_SEGMENT, KAV_STAT_OWNER and the permission to read its shared memory.\n");
     EXPECT_EQ(view.report(model), std::vector<std::string>{"peers: no figures: no engine is running"});
     EXPECT_EQ(json(), "{\"kavstat_watch\":1,\"page\":\"peers\",\"error\":\"no engine is running\"}\n");
 }

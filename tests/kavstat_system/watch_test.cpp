@@ -23,9 +23,11 @@ TEST_F(live_view, shows_pages_filters_helps_and_ends)
     const small_engine engine;
     const terminal screen(folder(), watch("-i 0.2"), 120, 30);
     expect_in(screen.screen_with("Cache, oldest"), "kavstat 1/8 [overview]  ");
+    expect_in(screen.screen(), "CRITICAL peer 1 branch-1.example.net: is disconnected although connections are open");
     expect_in(screen.screen(), "\nCache, oldest 45d1h           50.0%      1.0 GiB of 2.0 GiB");
     screen.press({"2"});
-    expect_in(screen.screen_with("PEER HOST"), "      1 branch-1.example.net      2 ");
+    expect_in(screen.screen_with("PEER HOST"),
+              "\n>C     1 branch-1.example.net      2 "); // disconnected, as its record has it
     screen.press({"/", "4", "4", ":", "6", "6", "Enter"});
     const std::string filtered = screen.screen_with("filter: 44:66");
     expect_in(filtered, "00:11:22:33:44:66");
@@ -105,14 +107,14 @@ TEST_F(live_view, follows_an_engine_that_stops_and_starts_again)
         const small_engine engine;
         expect_in(screen.screen_with("▄"), "Connections open"); // two looks at least
     }
-    expect_in(screen.screen_with("No figures"), "no engine is running");
+    expect_in(screen.screen_with("CRITICAL no figures"), "no engine is running");
     {
         demo_engine engine({"--rate", "1"});
         ASSERT_TRUE(engine.says("ready"));
         expect_in(screen.screen_with("Traffic before"), "│"); // where it was started anew
         engine.send_signal(SIGKILL);
         engine.finish();
-        expect_in(screen.screen_with("No figures"), "the engine is no longer running");
+        expect_in(screen.screen_with("CRITICAL no figures"), "the engine is no longer running");
     }
     screen.press({"q"});
     expect_in(screen.screen_with("status"), "status 0");

@@ -86,6 +86,10 @@ WatchTable connections_table(const WatchModel& model, const WatchFrame& /*frame*
         return WatchSubject{SubjectKind::connection, static_cast<int>(row), conn.header.m_conn_id, conn.open_time};
     };
     table.is_there = [&conns](std::size_t row) { return conns[row].b_there; };
+    // What is wrong is looked up for rows in sight only.
+    table.mark = [&model, subject = table.subject](std::size_t row) {
+        return mark_of(model.worst_about(subject(row)));
+    };
     table.search = [&conns](std::size_t row) {
         const RE_stat_conn_header& header = conns[row].header;
         return std::to_string(header.m_conn_id) + " " + end_text(header.m_client_ip, header.m_client_port) + " " +

@@ -1,6 +1,9 @@
-// The first page: what is wrong, and the figures that say how the engine does.
+// The first page: what is wrong and what to do about it, and the figures that say how the engine does.
+#include "format/units.h"
 #include "watch/figures.h"
 #include "watch/pages/pages.h"
+
+#include <algorithm>
 
 namespace kavstat {
 
@@ -11,24 +14,109 @@ class OverviewPage : public WatchPage
 public:
     const std::string& name() const override { return m_name; }
     const WatchNeeds& needs() const override { return m_needs; }
-    std::vector<WatchLine> lines(const WatchModel& model, const WatchFrame& frame) override
-    {
-        return figure_lines(overview_figures(model), frame.width, frame.height, frame.b_unicode);
-    }
-    std::vector<WatchLine> report(const WatchModel& model, bool b_unicode) override
-    {
-        constexpr std::size_t paper_width = 120;
-        return lines(model, {paper_width, History::most_values, b_unicode});
-    }
+    std::vector<WatchLine> lines(const WatchModel& model, const WatchFrame& frame) override;
+    std::vector<WatchLine> report(const WatchModel& model, bool b_unicode) override;
     void write_rows(const WatchModel& /*model*/, Output& /*output*/) override {}
-    bool press(int /*key*/) override { return false; }
+    bool press(int key) override;
     bool is_typing() const override { return false; }
-    WatchSubject selected() const override { return {}; }
+    WatchSubject selected() const override { return m_selected; }
 
 private:
+    std::vector<WatchLine> health_lines(const WatchModel& model, const WatchFrame& frame);
+
     std::string m_name = "overview";
     WatchNeeds m_needs;
+    std::size_t m_place = 0; // of the selected finding
+    WatchSubject m_selected;
 };
+
+WatchLine healthy_line(const WatchModel& model)
+{
+    return {"Healthy: none of " + std::to_string(model.rules_applied()) + " rules found anything wrong"};
+}
+
+// The findings around the selected one, and what that one means and asks for. A fifth of the screen is theirs, and as
+// much for the texts: figures matter as well.
+std::vector<WatchLine> OverviewPage::health_lines(const WatchModel& model, const WatchFrame& frame)
+{
+    const std::vector<Finding>& findings = model.findings();
+    m_selected = {};
+    if (findings.empty()) {
+        return {healthy_line(model)};
+    }
+    m_place = std::min(m_place, findings.size() - 1);
+    m_selected = model.subject_of(findings[m_place]);
+    const std::size_t room = std::max<std::size_t>(frame.height / 5, 1);
+    const std::size_t first = m_place - std::min(m_place, room - 1);
+    std::vector<WatchLine> lines;
+    for (std::size_t at = first; at < std::min(first + room, findings.size()); ++at) {
+        WatchLine line = finding_line(findings[at]);
+        const std::string place = std::to_string(at + 1) + "/" + std::to_string(findings.size()) + " ";
+        line.text = (at == m_place ? "> " : "  ") + (findings.size() > room ? place : "") + line.text;
+        lines.push_back(std::move(line));
+    }
+    constexpr std::size_t height_for_meaning = 20;
+    const Rule& rule = *findings[m_place].rule;
+    const std::string text = (frame.height >= height_for_meaning ? std::string(rule.meaning) + " " : "") + rule.remedy;
+    std::vector<std::string> texts = wrapped(text, frame.width > 4 ? frame.width - 4 : 1);
+    texts.resize(std::min(texts.size(), std::max<std::size_t>(room, 2)));
+    for (const std::string& one : texts) {
+        lines.push_back({"    " + one});
+    }
+    return lines;
+}
+
+std::vector<WatchLine> OverviewPage::lines(const WatchModel& model, const WatchFrame& frame)
+{
+    std::vector<WatchLine> lines = health_lines(model, frame);
+    lines.resize(std::min(lines.size(), frame.height));
+    const std::vector<WatchFigure> figures = overview_figures(model);
+    // A blank line, where all figures are in sight all the same.
+    if (frame.height > lines.size() + figures.size()) {
+        lines.emplace_back();
+    }
+    const std::vector<WatchLine> rows =
+        figure_lines(figures, frame.width, frame.height - lines.size(), frame.b_unicode);
+    lines.insert(lines.end(), rows.begin(), rows.end());
+    return lines;
+}
+
+std::vector<WatchLine> OverviewPage::report(const WatchModel& model, bool b_unicode)
+{
+    constexpr std::size_t paper_width = 120;
+    std::vector<WatchLine> lines;
+    for (const Finding& finding : model.findings()) {
+        lines.push_back(finding_line(finding));
+        lines.push_back({std::string("    ") + finding.rule->remedy});
+    }
+    if (lines.empty()) {
+        lines.push_back(healthy_line(model));
+    }
+    lines.emplace_back();
+    const std::vector<WatchFigure> figures = overview_figures(model);
+    const std::vector<WatchLine> rows = figure_lines(figures, paper_width, figures.size(), b_unicode);
+    lines.insert(lines.end(), rows.begin(), rows.end());
+    return lines;
+}
+
+bool OverviewPage::press(int key)
+{
+    switch (key) {
+    case 'k':
+    case WATCH_KEY_UP:
+        m_place -= std::min<std::size_t>(m_place, 1);
+        return true;
+    case 'j':
+    case WATCH_KEY_DOWN:
+        ++m_place;
+        return true;
+    case WATCH_KEY_HOME:
+        m_place = 0;
+        return true;
+    default:
+        return false;
+    }
+}
 
 } // namespace
 

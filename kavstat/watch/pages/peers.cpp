@@ -70,6 +70,10 @@ WatchTable peers_table(const WatchModel& model, const WatchFrame& frame)
                        }),
     };
     table.subject = [&peers](std::size_t row) { return subject_of(*peers[row].now); };
+    // What is wrong is looked up for rows in sight only.
+    table.mark = [&model, subject = table.subject](std::size_t row) {
+        return mark_of(model.worst_about(subject(row)));
+    };
     table.search = [&peers](std::size_t row) {
         return std::to_string(peers[row].now->number) + " " + host_text(*peers[row].now);
     };

@@ -6,6 +6,8 @@
 #include "watch/pages/counters.h"
 #include "watch/pages/pages.h"
 
+#include <algorithm>
+
 namespace kavstat {
 
 namespace {
@@ -78,7 +80,12 @@ std::string title_of(const WatchModel& model, const WatchSubject& subject)
 std::vector<WatchLine> subject_heading(const WatchModel& model, const WatchSubject& subject, const WatchFrame& frame)
 {
     std::vector<WatchLine> lines{{title_of(model, subject), WatchStyle::title}};
-    const std::size_t most = frame.height > 1 ? frame.height - 1 : 0;
+    for (const Finding* const finding : model.findings_about(subject)) {
+        lines.push_back(finding_line(*finding));
+        lines.push_back({std::string("  ") + finding->rule->remedy});
+    }
+    lines.resize(std::min(lines.size(), frame.height));
+    const std::size_t most = frame.height - lines.size();
     std::vector<WatchFigure> figures;
     if (const WatchPeer* const peer = model.find_peer(subject)) {
         figures = traffic_figures(peer->rates, peer->history, model.has_rates(), &peer->now->connections);
