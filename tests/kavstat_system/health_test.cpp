@@ -272,7 +272,7 @@ protected:
 
 } // namespace
 
-TEST_F(ill, engines_break_their_rules_and_heal)
+TEST_F(ill, alone_engines_break_their_rules_and_heal)
 {
     // Waiting takes too long for a test, and other programs on the machine may be busy.
     const std::map<std::string, std::string> changes = {
