@@ -10,7 +10,8 @@
 class RE_image_reader : public RE_stat_reader
 {
 public:
-    // An image of the same statistics that may be written to, for the length of one reset.
+    // An image of the same statistics that may be written to, for the length of one reset. Its table is read anew, so
+    // it may have fewer rows than the image that is read.
     class writable_image
     {
     public:
