@@ -384,7 +384,7 @@ void RE_image_reader::reset_global_stat()
 void RE_image_reader::reset_peer_stat(int peer_slot)
 {
     const auto target = is_peer_valid(peer_slot) ? open_writable() : nullptr;
-    if (target) {
+    if (target && m_peer.row() < target->image.peers.rows) {
         reset_peer(target->image, m_peer.row(), RE_reset_extent::totals);
     }
 }
@@ -406,7 +406,7 @@ void RE_image_reader::reset_all_apps()
 void RE_image_reader::reset_conn_stat(int conn_slot)
 {
     const auto target = is_conn_valid(conn_slot) ? open_writable() : nullptr;
-    if (target) {
+    if (target && m_conn.row() < target->image.conns.rows) {
         reset_conn(target->image, m_conn.row(), RE_reset_extent::totals);
     }
 }

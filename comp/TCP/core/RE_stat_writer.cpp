@@ -55,6 +55,8 @@ struct conn_tenant
     std::uint64_t peer = UINT64_MAX;
     bool b_open = false;
 
+    std::uint32_t peer_slot() const { return static_cast<std::uint32_t>(peer); }
+    std::uint32_t peer_generation() const { return static_cast<std::uint32_t>(peer >> 32U); }
     void set_peer(int slot, std::uint32_t generation)
     {
         store_relaxed(&peer, std::uint64_t{generation} << 32U | static_cast<std::uint32_t>(slot));
@@ -373,9 +375,11 @@ long long RE_stat_writer::get_peer_stat(int peer_slot, RE_stat_peer_id id) const
 
 RE_image_peer_counters* RE_stat_writer::implementation::peer_counters_of(int conn_slot) const
 {
-    const std::uint64_t peer = load_relaxed(&conns[static_cast<std::size_t>(conn_slot)].peer);
-    const int slot = static_cast<int>(static_cast<std::uint32_t>(peer));
-    const bool b_there = is_slot(slot, peer_slots_used) && load_relaxed(&image().peers[slot].generation) == peer >> 32U;
+    // A copy, as the slot may get another tenant at this moment.
+    const conn_tenant tenant = {load_relaxed(&conns[static_cast<std::size_t>(conn_slot)].peer)};
+    const std::uint32_t slot = tenant.peer_slot();
+    const bool b_there = slot < load_acquire(&peer_slots_used) &&
+                         load_relaxed(&image().peers[slot].generation) == tenant.peer_generation();
     return b_there ? &peer_counters[slot] : nullptr;
 }
 
@@ -467,12 +471,14 @@ void RE_stat_writer::implementation::close_conn(int conn_slot, std::time_t close
 void RE_stat_writer::implementation::count_active(int conn_slot, int delta)
 {
     add_to(global->active_conns, delta);
-    RE_image_peer_counters* const counters = peer_counters_of(conn_slot);
-    if (counters == nullptr) {
+    // Not by peer_counters_of(): a connection may close while the published rows are cut.
+    const conn_tenant& tenant = conns[static_cast<std::size_t>(conn_slot)];
+    const std::uint32_t peer_slot = tenant.peer_slot();
+    if (peer_slot >= peer_slots_used || peers[peer_slot].row.generation != tenant.peer_generation()) {
         return;
     }
-    add_to(counters->active_conns, delta);
-    int& open_conns = peers[static_cast<std::size_t>(counters - peer_counters)].open_conns;
+    add_to(peer_counters[peer_slot].active_conns, delta);
+    int& open_conns = peers[peer_slot].open_conns;
     connected_peers -= open_conns > 0 ? 1 : 0;
     open_conns += delta;
     connected_peers += open_conns > 0 ? 1 : 0;
