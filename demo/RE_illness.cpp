@@ -10,7 +10,7 @@ namespace {
 constexpr bool happens = true;
 constexpr bool is_set = false;
 
-// The manual page says which counters move.
+// The manual page lists the counters that change.
 constexpr std::array<RE_illness_info, static_cast<std::size_t>(RE_illness::count)> illnesses{{
     {"cache-unusable", happens, "the engine does not use its cache; what refers to it is refused"},
     {"cache-failed", happens, "the disk of the cache files is full; the cache fails until it can be written again"},
@@ -37,7 +37,7 @@ constexpr std::array<RE_illness_info, static_cast<std::size_t>(RE_illness::count
     {"conn-stuck", happens, "one connection's data is not taken by its peer"},
 }};
 
-// Moves `text` past a time; false when there is none.
+// Reads a time and removes it from the front of `text`. Returns false when there is none.
 bool take_seconds(std::string_view& text, double& seconds)
 {
     constexpr double longest = 1e9;

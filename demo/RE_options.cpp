@@ -20,7 +20,7 @@ constexpr const char* status_and_environment =
     "side by side. It is in /run/kav\n"
     "when that is this user's, else in $XDG_RUNTIME_DIR/kav, else in /dev/shm/kav-UID.";
 
-// Returns what is wrong with the text, or nothing, and leaves the mode as a decimal number.
+// Returns an error message or an empty string. Changes a valid text to the mode as a decimal number.
 std::string octal_mode(std::string& text)
 {
     unsigned int mode = 0;
@@ -45,7 +45,7 @@ std::string illness_text()
     return text;
 }
 
-// An empty path would stand for an option that was not given.
+// Elsewhere an empty path means that the option was not given.
 std::string not_empty(const std::string& path)
 {
     return path.empty() ? "the path is empty" : "";
