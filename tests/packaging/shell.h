@@ -12,6 +12,9 @@
 // null when it is of no interest.
 std::string output_of(const std::string& command, int* exit_status = nullptr);
 
+// The words of the viewer's commands, in the order in which it looks for them.
+std::vector<std::string> viewer_commands();
+
 // Runs the demo engine once over this project's documents and holds its statistics still. Its segment's name is in the
 // environment as KAV_STAT_SEGMENT.
 class idle_engine
