@@ -10,8 +10,8 @@
 class RE_image_reader : public RE_stat_reader
 {
 public:
-    // A writable image of the same statistics, for the duration of one reset. Its section table is read again, so it may
-    // have fewer rows than the image that is read.
+    // A writable image of the same statistics, for the duration of one reset. Its section table is read again, so it
+    // may have fewer rows than the image that is read.
     class writable_image
     {
     public:
