@@ -1,19 +1,19 @@
-// How long the connection table of a full engine takes: 1,000,000 connections, half of them closed, listed to a file in
+// Measures the connection table of a full engine: 1,000,000 connections, half of them closed, listed to a file in
 // memory in three ways that take turns in one run.
 //
-//   table   show_conn as operators get it: scan, order, rows
-//   printf  the same with three printf calls a row, addresses and byte counts by snprintf
-//   write   one write of the very same bytes, the floor under both
+//   table   show_conn as operators use it: scan, order, rows
+//   printf  the same with three printf calls per row, addresses and byte counts by snprintf
+//   write   one write of the same bytes, the lower bound of both
 //
-// bench_conn_table [ROUNDS] [CONNECTIONS] prints the median time of each and the two ratios that we watch: table should
-// be at least 5 times as fast as printf and take at most 2.5 times as long as write. Every field is random, which is
-// the hardest that rows can be to a processor that guesses ahead. With "shuffled" as third argument the ids do not
-// follow the slots either, as in an engine that has run for long: ordering them, and reading slots all over the memory,
-// then costs more than the rows, whoever prints them.
+// bench_conn_table [ROUNDS] [CONNECTIONS] prints the median time of each way and two ratios: table should be at least 5
+// times as fast as printf and take at most 2.5 times as long as write. Every field is random, which is the worst case
+// for a processor that predicts branches. With "shuffled" as third argument the ids do not follow the slots either, as
+// in an engine that has run for a long time. In this case, sorting the ids and reading slots all over the memory takes
+// longer than printing the rows, in any way.
 //
-// User instructions a row, where the machine has no counters for `perf stat -e instructions:u`:
+// User instructions per row, on machines without counters for `perf stat -e instructions:u`:
 //   valgrind --tool=callgrind --toggle-collect='show_conn(*)' bench_conn_table 1 100000 table
-// and divide the total by the number of connections ("table" and "printf" do one of the two only).
+// Divide the total by the number of connections. "table" and "printf" run only one of the two.
 #include "RE_conn_view.h"
 #include "RE_value_format.h"
 #include "RE_viewer_reader.h"
@@ -43,7 +43,7 @@ struct still_conn
     long long decode_out;
 };
 
-// Connections that stand still in memory, and nothing else.
+// Connections in memory that do not change.
 class still_reader : public RE_stat_reader
 {
 public:
@@ -144,7 +144,7 @@ std::vector<still_conn> make_conns(int count, bool b_shuffled)
     return conns;
 }
 
-// The table as printf alone makes it.
+// Prints the table with printf only.
 class printf_table
 {
 public:
@@ -234,7 +234,7 @@ private:
     std::exit(1);
 }
 
-// Standard output on a file in memory, emptied before each use.
+// Redirects standard output to a file in memory, which is emptied before each use.
 class output_file
 {
 public:
@@ -245,7 +245,7 @@ public:
         }
     }
 
-    // Seconds that `run` takes to write to the empty file.
+    // Returns the seconds that `run` takes to write to the empty file.
     template <typename Run>
     double time(Run run)
     {

@@ -1,10 +1,10 @@
-// An engine that stands still, for measuring what reads its statistics: publishes as much as it is told to, runs a
-// command that sees it, and withdraws. Exits as the command does.
+// An engine whose statistics do not change, to measure programs that read them. Publishes as many entries as requested,
+// runs a command that can read them, and withdraws. Exits with the command's status.
 //
 //     bench_engine [--peers N] [--conns N] [--slots N] [--nacks N] [--apps N] COMMAND [WORD...]
 //
-// Without options it is of ordinary size: 30 peers, 600 connections, 100 NACKs, 50 applications.
-// --slots N  room for connections (default: as many as there are, at least 1,024)
+// Without options it has an ordinary size: 30 peers, 600 connections, 100 NACKs, 50 applications.
+// --slots N  number of connection slots (default: the number of connections, at least 1,024)
 #include "support/engine_shapes.h"
 
 #include <sys/wait.h>

@@ -1,12 +1,13 @@
-// What a scrape costs: an engine of 1,000 peers, 100,000 connections and 20,000 applications, scraped by the real
-// exporter over HTTP.
+// Measures the cost of a scrape: the real exporter serves an engine of 1,000 peers, 100,000 connections and 20,000
+// applications over HTTP.
 //
 //   bench_kavstat [PEERS CONNECTIONS APPLICATIONS]     prints the time, size, processor time and memory of scrapes
-//   bench_kavstat PEERS CONNECTIONS APPLICATIONS hold  only holds the engine up, for valgrind and others to look at
+//   bench_kavstat PEERS CONNECTIONS APPLICATIONS hold  only keeps the engine running, for valgrind and other tools
 //
 // Instructions of one exposition:
 //   bench_kavstat 1000 100000 20000 hold &  valgrind --tool=callgrind kavstat metrics >/dev/null
-// The engine's side is told by its own processor time while it is scraped: nobody calls it, so there is none.
+// The engine's cost is its own processor time during the scrapes. It should be zero, because a scrape does not call
+// the engine.
 #include "support/engine_shapes.h"
 
 #include <arpa/inet.h>
@@ -78,7 +79,7 @@ double processor_seconds(int who)
     return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
-// utime and stime of a running process.
+// User and system time of a running process, in seconds.
 double processor_seconds_of(pid_t pid)
 {
     std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
@@ -90,7 +91,7 @@ double processor_seconds_of(pid_t pid)
     return ticks / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
-// Private memory, and the peak of all, which counts what it has mapped of the engine's segment.
+// Prints the private memory and the peak of all memory, which includes the mapped part of the engine's segment.
 void print_memory_of(pid_t pid)
 {
     std::ifstream file("/proc/" + std::to_string(pid) + "/status");
@@ -153,7 +154,7 @@ int main(int argc, char** argv)
     if (std::getenv("KAV_STAT_SEGMENT") == nullptr) {
         setenv("KAV_STAT_SEGMENT", ("kav_bench." + std::to_string(getpid())).c_str(), 1);
     }
-    // The engine is a process of its own, so that its processor time is its own.
+    // The engine is a separate process, so that its processor time can be measured.
     int ready[2];
     if (pipe(ready) != 0) {
         return 1;

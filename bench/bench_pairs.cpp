@@ -1,13 +1,13 @@
-// Whole programs against each other: all are run in turn, many times, so that the machine's moods hit them alike.
+// Compares whole programs. They run in turn, many times, so that variations of the machine affect all of them alike.
 //
 //     bench_pairs [--rounds N] [--memory] -- PROGRAM [WORD...] -- PROGRAM [WORD...] [-- ...]
 //
 // --rounds N   default 200
-// --memory     standard output goes to a file in memory, which is emptied before each run, and not to /dev/null
+// --memory     standard output goes to a file in memory, which is emptied before each run, instead of /dev/null
 //
-// Prints a line for each program, its fields parted by tabs: median of the wall time in microseconds; median of the
-// ratios that the first program's time has to this one's in the same round; system calls; page faults; most memory in
-// KB; bytes printed (0 without --memory).
+// Prints one line per program, with its fields separated by tabs: median wall time in microseconds; median ratio of the
+// first program's time to this program's time in the same round; system calls; page faults; peak memory in KB; bytes
+// printed (0 without --memory).
 #include "support/program_cost.h"
 
 #include <sys/mman.h>
@@ -24,7 +24,7 @@ struct candidate
 {
     program_words words;
     std::vector<double> seconds;
-    std::vector<double> ratios; // the first program's time over this one's
+    std::vector<double> ratios; // the first program's time divided by this one's
     long page_faults = 0;
     long output_size = 0;
 };

@@ -1,5 +1,5 @@
-// The pieces that reports are made of, each beside the least that it could cost: NAME/ours and NAME/floor. script/bench
-// runs them in random order, many times, and compares the medians.
+// Measures the parts of reports, each next to the least that it could cost: NAME/ours and NAME/floor. script/bench runs
+// them in random order, many times, and compares the medians.
 #include "RE_conn_view.h"
 #include "RE_nack_view.h"
 #include "RE_stat_image.h"
@@ -32,7 +32,8 @@ namespace {
     std::exit(1);
 }
 
-// Standard output, in memory, and emptied before each use. The C++ streams, where results go, keep the old one.
+// Redirects standard output to memory, which is emptied before each use. The C++ streams, which print the results, keep
+// the original one.
 class report_output
 {
 public:
@@ -91,7 +92,7 @@ void time_report(benchmark::State& state, const std::function<void()>& print)
     }
 }
 
-// A report, and one write of the very same bytes.
+// Adds a report, and one write of the same bytes.
 void add_report(const std::string& name, const std::function<void()>& print)
 {
     output().empty();
@@ -104,7 +105,7 @@ void add_report(const std::string& name, const std::function<void()>& print)
     });
 }
 
-// An engine with a segment of its own, and a reader of it.
+// An engine with its own segment, and a reader of it.
 class published_engine
 {
 public:
@@ -118,7 +119,7 @@ public:
         writer.add_peer(1, {});
     }
 
-    // Lets readers in. Returns one.
+    // Publishes the statistics and returns a reader.
     RE_stat_reader& publish()
     {
         writer.publish();
@@ -135,7 +136,7 @@ private:
     std::unique_ptr<RE_stat_reader> m_reader;
 };
 
-// 1,000,000 connections, of which every 100,000th is looked for; the floor reads every row of identities once.
+// A search in 1,000,000 connections that finds every 100,000th. The floor reads every row of identities once.
 void add_scan()
 {
     constexpr int count = 1'000'000;
@@ -208,7 +209,7 @@ void add_top_app_detail()
     });
 }
 
-// The same bytes put safely on disk in place of the old ones, in the folder where this runs.
+// Replaces a file in the current folder by one with these bytes, safely on disk.
 void save_by_hand(const std::string& bytes)
 {
     const int file = open("kav_bench.tmp", O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);

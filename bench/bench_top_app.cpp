@@ -1,9 +1,9 @@
-// What a long top-application log costs: reading it and doing nothing, reporting it, and reporting it the obvious way.
+// Measures a long top-application log: reading it only, reporting it, and reporting it in the obvious way.
 //
 //     bench_top_app [RECORDS [FOLDER]]      default 1,000,000 records of 100 bytes, in a temporary file under /tmp
 //
-// Each way runs in a process of its own, in turns, and the best of five rounds counts. Memory is the process's peak
-// resident size, reads are its read calls while it worked, both as the kernel counts them.
+// Each way runs in its own process, in turns, and the best of five rounds counts. Memory is the peak resident size of
+// the process and reads are its read calls during the work, both as counted by the kernel.
 #include "RE_top_app_log.h"
 #include "RE_top_app_log_writer.h"
 #include "RE_top_app_post_process.h"
@@ -52,7 +52,7 @@ long read_calls()
     return reads;
 }
 
-// Writes a log of `keys` applications: as many ports, and as many handles as there are (1,024 at most).
+// Writes a log of `keys` applications, with as many ports and as many handles (at most 1,024).
 void make_log(const std::string& path, std::size_t record_count, unsigned keys)
 {
     constexpr std::size_t records_per_section = 65536;
@@ -108,7 +108,7 @@ void report(const std::string& path)
     show_top_app(file.data(), peer.data(), false, 10);
 }
 
-// All records in memory, then one sort of them all; the records are found where this program's own sections have them.
+// Loads all records into memory and sorts them once. Relies on the places where this program writes the sections.
 void read_records_and_sort(const std::string& path)
 {
     FILE* const file = std::fopen(path.c_str(), "re");
@@ -132,7 +132,7 @@ void read_records_and_sort(const std::string& path)
     std::sort(records.begin(), records.end(), ClassifierComparatorClass{});
 }
 
-// Runs `work` in a child process whose reports go nowhere.
+// Runs `work` in a child process and discards its reports.
 template <typename work_type>
 cost cost_of(const work_type& work)
 {
@@ -195,7 +195,7 @@ int main(int argc, char** argv)
     }
     const std::string few_keys = folder + "/few";
     const std::string many_keys = folder + "/many";
-    // In other processes, which leave nothing behind that would count as memory of the measured ones.
+    // In child processes, so that their memory does not count for the measured ones.
     cost_of([&] { make_log(few_keys, record_count, 20); });
     cost_of([&] { make_log(many_keys, record_count, 65536); });
 
@@ -218,7 +218,7 @@ int main(int argc, char** argv)
     std::printf("%zu records, best of %d rounds\n%-44s %10s %8s %12s %8s\n", record_count, rounds, "", "time", "ratio",
                 "resident", "reads");
     print_row("1 MiB reads, nothing done", nothing, nothing);
-    cat.reads = -1; // counted for another process
+    cat.reads = -1; // would be the count of another process
     print_row("cat to /dev/null", cat, nothing);
     print_row("show_top_app, 20 applications", few, nothing);
     print_row("show_top_app, 65,536 ports, 1,024 handles", many, nothing);

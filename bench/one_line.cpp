@@ -1,4 +1,4 @@
-// The least that a program can do: what every report is measured against.
+// The smallest possible program. Every report is compared with it.
 #include <cstdio>
 
 int main()

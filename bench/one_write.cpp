@@ -1,4 +1,4 @@
-// The least that printing a long text can take: one write of the bytes of the file that is named.
+// The lower bound for printing a long text: one write of the bytes of the named file.
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-// The applications that the engine tells apart by what they transfer.
+// The applications that the engine distinguishes by the data they transfer.
 #pragma once
 
 #include "RE_bytes.h"
@@ -8,13 +8,13 @@
 struct RE_application
 {
     std::uint16_t handler;     // its number in statistics and logs
-    std::uint16_t server_port; // where its servers listen
+    std::uint16_t server_port; // the port of its servers
     const char* name;
-    const char* classifier; // what recognises its traffic
+    const char* classifier; // name of the rule that recognises its traffic
 };
 
-// All of them; handlers count from 0 in this order.
+// Returns all applications; handlers count from 0 in this order.
 std::span<const RE_application> all_applications();
 
-// Guesses from a file's name and, where the name says nothing, from its first bytes.
+// Guesses the application from a file's name or, if the name does not show it, from the first bytes.
 const RE_application& classify(const std::string& path, RE_byte_view beginning);

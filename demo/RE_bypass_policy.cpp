@@ -2,7 +2,7 @@
 
 namespace {
 
-// The auto-bypass table has room for so many.
+// The number of servers that the auto-bypass table can hold.
 constexpr std::size_t most_bypassed_servers = 1024;
 
 } // namespace

@@ -1,4 +1,4 @@
-// Which servers' traffic goes around an engine because the engine's own measurements say that it does not compress.
+// Decides which servers' traffic bypasses an engine, because the engine has measured that it does not compress.
 #pragma once
 
 #include "RE_bytes.h"
@@ -17,12 +17,12 @@ struct RE_server
 
 struct RE_bypass_rule
 {
-    std::uint64_t sample_bytes = 1U << 20U; // a server is judged each time when so much of its traffic was encoded
+    std::uint64_t sample_bytes = 1U << 20U; // a server is judged each time this much of its traffic has been encoded
     unsigned int least_reduction = 5;       // percent of the sample that must be saved
     std::time_t retry_after = 60;           // seconds until a server's traffic is tried again
 };
 
-// A server that is gone around.
+// A server whose traffic bypasses the engine.
 struct RE_bypassed_server
 {
     std::time_t since;
@@ -36,18 +36,18 @@ class RE_bypass_policy
 public:
     explicit RE_bypass_policy(const RE_bypass_rule& rule) : m_rule(rule) {}
 
-    // So much of a server's traffic is enough to judge it.
+    // Sets how much of a server's traffic is enough to judge it.
     void set_sample_bytes(std::uint64_t bytes) { m_rule.sample_bytes = bytes; }
 
-    // Null when the server's traffic goes through the engine.
+    // Returns null when the server is not bypassed.
     const RE_bypassed_server* find(const RE_server& server) const;
 
-    // A message of the server was encoded; true when that makes the server one to be gone around.
+    // Takes the measurement of one encoded message. Returns true when the server is bypassed from now on.
     bool measure(const RE_server& server, std::uint64_t in_bytes, std::uint64_t out_bytes, std::time_t now);
-    // A message, or the first message of a connection, went around. The server is one that is gone around.
+    // Counts a message, or the first message of a connection, to a bypassed server.
     void count_message(const RE_server& server, std::uint64_t bytes);
     void count_connection(const RE_server& server);
-    // Forgets and returns a server that is to be tried again; false when there is none.
+    // Forgets a server that is to be tried again, and returns it in `server`. Returns false when there is none.
     bool take_due(std::time_t now, RE_server& server);
 
 private:

@@ -1,4 +1,4 @@
-// Bytes as the engine passes them from stage to stage, and the little-endian numbers within them.
+// The bytes that the engine passes from stage to stage, and the little-endian numbers in them.
 #pragma once
 
 #include <cstddef>
@@ -23,8 +23,8 @@ inline void append_number(RE_byte_buffer& out, std::uint64_t value, std::size_t 
     }
 }
 
-// Takes numbers and runs of bytes off the front of a view. Throws when the view ends too early: what the two engines
-// exchange never leaves this process, so that can only be a mistake of ours.
+// Takes numbers and runs of bytes from the front of a view. Throws when the view ends too early. This can only be a
+// bug, because the data that two engines exchange never leaves this process.
 class RE_byte_reader
 {
 public:

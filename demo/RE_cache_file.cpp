@@ -66,7 +66,7 @@ void RE_cache_file::prepare(std::uint64_t bytes)
     m_prepared += part;
 }
 
-// Writes past the end, where no chunk is.
+// Writes after the end of the data, where no chunk is.
 bool RE_cache_file::is_writable() const
 {
     const std::uint8_t byte = 0;

@@ -6,7 +6,7 @@
 
 namespace {
 
-// Even a section under way holds only so much memory.
+// Limits the memory that an unfinished section uses.
 constexpr std::size_t most_unwritten_bytes = 256 * 1024;
 
 } // namespace

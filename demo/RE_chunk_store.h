@@ -6,13 +6,13 @@
 #include "RE_recent_average.h"
 #include "RE_signature_fifo.h"
 
-// What the store's disk was asked to do since the beginning.
+// The work of the store's disk since the beginning.
 struct RE_disk_work
 {
     std::int64_t time_ns = 0; // of reads and writes together
     RE_recent_average<64> read_ns;
     std::uint64_t reads = 0;
-    // Of the reads that a slow disk served, while it is slow; the system's cache serves the others.
+    // Of the reads while the disk is slow. All other reads are served by the system's cache.
     RE_recent_average<64> slow_read_ns;
     std::uint64_t slow_reads = 0;
     std::uint64_t writes = 0;
@@ -22,19 +22,19 @@ struct RE_disk_work
 class RE_chunk_store
 {
 public:
-    // capacity: bytes of chunk data, more than the largest chunk. Nothing can be stored before is_ready().
+    // capacity: bytes of chunk data, more than the largest chunk. Chunks cannot be stored before is_ready().
     RE_chunk_store(const std::string& folder, std::uint64_t capacity, std::uint32_t smallest_chunk);
 
-    // Takes `bytes` more of the disk space that the store needs, and looks whether a disk that failed works again.
+    // Allocates `bytes` more of the disk space that the store needs, and checks whether a failed disk works again.
     void prepare(std::uint64_t bytes);
     bool is_ready() const { return m_file.is_prepared() && m_b_in_use && !m_b_failed; }
-    // The disk took no write. All chunks are gone.
+    // Whether a write to the disk failed. All chunks are lost then.
     bool is_failed() const { return m_b_failed; }
 
-    // A store that is not in use is not ready, and empty when it is used again.
+    // A store that is not in use is not ready. It is empty when it is used again.
     void set_in_use(bool b_in_use);
     void set_disk_full(bool b_full);
-    // What a read takes longer than the system needs for it.
+    // Sets how much longer a read takes than the system needs for it.
     void set_disk_delay(std::int64_t nanoseconds);
     void limit(const RE_fifo_limit& limit, std::time_t now) { m_index.limit(limit, now); }
 
@@ -42,9 +42,9 @@ public:
     const RE_disk_work& disk_work() const { return m_work; }
 
     void insert(RE_signature signature, RE_byte_view chunk, std::time_t now);
-    // Appends the chunk's data to `out`; false when the store has no such chunk (any more).
+    // Appends the chunk's data to `out`. Returns false when the store does not have the chunk.
     bool read(RE_signature signature, RE_byte_buffer& out);
-    // Size of a chunk, 0 when the store has none of that signature.
+    // Returns the size of a chunk; 0 when the store has none with this signature.
     std::uint32_t size_of(RE_signature signature);
     // Writes the chunks inserted since the last call.
     void end_section();
@@ -59,6 +59,6 @@ private:
     bool m_b_in_use = true;
     bool m_b_failed = false;
     std::int64_t m_disk_delay_ns = 0;
-    RE_byte_buffer m_unwritten; // data of the section under way
+    RE_byte_buffer m_unwritten; // data of the unfinished section
     std::uint64_t m_unwritten_position = 0;
 };

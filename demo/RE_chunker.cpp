@@ -8,8 +8,8 @@
 
 namespace {
 
-// The rolling hash adds a random number per byte value and moves everything up one bit, so it depends on the last 64
-// bytes and no others.
+// The rolling hash adds a random number per byte value and shifts everything up by one bit, so it depends only on the
+// last 64 bytes.
 constexpr std::size_t window = 64;
 
 constexpr std::array<std::uint64_t, 256> make_gear_table()
@@ -34,7 +34,7 @@ RE_chunker::RE_chunker(const RE_chunk_sizes& sizes) : m_sizes(sizes)
         !std::has_single_bit(sizes.anchor_distance)) {
         throw std::invalid_argument("chunk sizes out of range");
     }
-    // The highest bits of the hash have seen the whole window.
+    // Only the highest bits of the hash depend on the whole window.
     const int anchor_bits = std::countr_zero(sizes.anchor_distance);
     m_anchor_mask = anchor_bits == 0 ? 0 : ~std::uint64_t{0} << (64 - anchor_bits);
 }

@@ -27,7 +27,7 @@ int RE_concurrency::average(std::time_t now)
     return static_cast<int>(sum / seconds);
 }
 
-// Seconds in which nothing changed had as many connections open as the last change left.
+// Fills the seconds since the last change. They had as many open connections as that change left.
 void RE_concurrency::advance(std::time_t now)
 {
     if (m_first == 0) {

@@ -1,4 +1,4 @@
-// How many connections were open at a time during the last two minutes.
+// How many connections were open at the same time during the last two minutes.
 #pragma once
 
 #include <array>
@@ -7,11 +7,11 @@
 class RE_concurrency
 {
 public:
-    // The number of open connections changes at `now`, which never goes back.
+    // Changes the number of open connections at `now`, which never goes backwards.
     void change(std::time_t now, int delta);
     int open() const { return m_open; }
 
-    // Over the last two minutes, or what there was of them since the first connection.
+    // Over the last two minutes, or since the first connection if that was later.
     int max(std::time_t now);
     int average(std::time_t now);
 

@@ -6,10 +6,10 @@
 
 namespace {
 
-// Messages on their way at a time, before the sender waits for an acknowledgement.
+// The sender waits for an acknowledgement while this many messages are on their way.
 constexpr std::size_t most_pending_messages = 8;
 
-// 192.0.2.0/24, one of the networks that are there for examples.
+// 192.0.2.0/24, one of the networks reserved for examples.
 constexpr std::uint32_t client_network = 0xc0000200U;
 constexpr std::uint16_t first_client_port = 49152;
 
@@ -32,7 +32,7 @@ void fill_with_noise(RE_byte_buffer& message, RE_random& random)
     }
 }
 
-// All causes but low compression, which takes a server that is gone around.
+// Returns each cause in turn, except low compression, which requires a bypassed server.
 RE_bypass_cause bypass_cause_in_turn(std::uint32_t number)
 {
     constexpr auto first = static_cast<std::uint32_t>(RE_bypass_cause::remote_cache_not_ready);
@@ -222,7 +222,7 @@ void RE_connection::receive_oldest()
     }
 }
 
-// Takes a frame to the receiver and its answer back.
+// Delivers a frame to the receiver and returns its answer.
 RE_answer RE_connection::deliver(const RE_byte_buffer& frame)
 {
     const bool b_ours = m_direction == RE_direction::encode;
@@ -249,7 +249,7 @@ void RE_connection::take_answer(pending_message& pending, const RE_answer& answe
     path().on_answer(answer, pending.header.message_size, monotonic_ns() - pending.sent_ns);
 }
 
-// The message goes as it is this time, so that it cannot fail again.
+// Bypasses redundancy elimination this time, so that the message cannot fail again.
 void RE_connection::send_again(pending_message& pending)
 {
     pending.header.b_retransmission = true;

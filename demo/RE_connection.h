@@ -1,5 +1,5 @@
-// One connection: takes a file's messages through one direction between this engine and a peer, sees to it that what
-// arrives is what was sent, and reports everything to the statistics and to the ledger.
+// One connection: transfers a file's messages in one direction between this engine and a peer, verifies that they
+// arrive as they were sent, and reports everything to the statistics and to the ledger.
 #pragma once
 
 #include "RE_ledger.h"
@@ -8,16 +8,16 @@
 
 #include <deque>
 
-// What all connections work with. Used, not owned.
+// The objects that all connections use. Not owned.
 struct RE_connection_surroundings
 {
     RE_publisher& publisher;
     RE_ledger& ledger;
-    RE_bypass_policy& own_bypass_policy; // over the servers whose traffic this engine encodes
+    RE_bypass_policy& own_bypass_policy; // for servers whose traffic this engine encodes
     const RE_health& health;
 };
 
-// What a step did. A connection that neither sent anything nor is through waits for its peer.
+// The result of a step. A connection that neither sent anything nor is complete waits for its peer.
 struct RE_step
 {
     std::size_t sent_bytes = 0;
@@ -32,10 +32,10 @@ public:
     RE_connection(const RE_connection&) = delete;
     RE_connection& operator=(const RE_connection&) = delete;
 
-    // Sends the next message, until the file is through and all is acknowledged. Throws when a message does not arrive
-    // as it was sent.
+    // Sends the next message. At the end of the file, waits until all messages are acknowledged. Throws when a message
+    // does not arrive as it was sent.
     RE_step step();
-    // Takes the answers that are here.
+    // Takes the answers that have arrived.
     void receive();
     void close();
 
@@ -45,7 +45,7 @@ public:
     const RE_peer& peer() const { return m_peer; }
 
 private:
-    // A message that was sent and is not acknowledged.
+    // A message that was sent and is not acknowledged yet.
     struct pending_message
     {
         RE_byte_buffer message;
@@ -54,12 +54,12 @@ private:
         std::int64_t sent_ns;
     };
 
-    // What stops a connection that has to wait.
+    // Why a connection has to wait.
     enum class stop_cause
     {
         none,
-        ack_queue, // the peer acknowledges nothing
-        wire,      // the peer takes no data
+        ack_queue, // the peer does not acknowledge anything
+        wire,      // the peer does not accept data
     };
 
     RE_path& path() { return m_direction == RE_direction::encode ? m_peer.outbound() : m_peer.inbound(); }
@@ -70,7 +70,8 @@ private:
     RE_bypass_cause choose_bypass_cause();
     void send(RE_byte_buffer message);
     void measure_compression(const RE_encode_result& result);
-    // Takes the oldest answers until so many messages at most are left; false when some are not here yet.
+    // Takes the oldest answers until at most this many messages wait for one. Returns false if it must wait for
+    // answers.
     bool receive_until(std::size_t messages_left);
     stop_cause find_stop_cause() const;
     bool can_receive() const;
@@ -86,7 +87,7 @@ private:
     RE_direction m_direction;
     RE_message_source m_source;
     RE_server m_server;
-    RE_random m_noise; // while the traffic is noise
+    RE_random m_noise; // for traffic that is noise
     RE_published_conn m_published;
     bool m_b_at_end = false; // of the file
     std::uint32_t m_sequence = 0;
@@ -95,5 +96,5 @@ private:
     std::deque<pending_message> m_pending;
     RE_byte_buffer m_arrived;
     stop_cause m_stop = stop_cause::none;
-    std::int64_t m_stopped_ns = 0; // since when
+    std::int64_t m_stopped_ns = 0; // when it stopped
 };

@@ -75,8 +75,8 @@ RE_answer RE_decoder::decode(RE_byte_view frame, RE_byte_buffer& message, RE_dec
     return answer;
 }
 
-// Fresh chunks are stored even when the message itself fails: later messages refer to them. The suspects are the
-// missing signatures or, when none is missing, all that were referred to.
+// Fresh chunks are stored even when the message itself fails, because later messages refer to them. The suspects are
+// the missing signatures or, when none is missing, all signatures that were referred to.
 RE_nack_reason RE_decoder::put_together(RE_byte_view records, RE_byte_buffer& message, RE_answer& answer,
                                         RE_decode_result& result)
 {

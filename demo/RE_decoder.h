@@ -1,4 +1,4 @@
-// The receiving side of one direction between two engines: makes messages of frames, from the chunks that it keeps.
+// The receiving side of one direction between two engines: decodes frames to messages with the chunks that it keeps.
 #pragma once
 
 #include "RE_chunk_store.h"
@@ -7,7 +7,7 @@
 
 #include <string>
 
-// How much a decoder may read from its disk. Every message received grants some, up to what may be saved up.
+// How much a decoder may read from its disk. Every received message adds to the budget, up to a maximum.
 struct RE_read_budget
 {
     std::uint32_t bytes_per_message = 0; // 0 for no limit
@@ -16,18 +16,18 @@ struct RE_read_budget
 
 struct RE_decoder_settings
 {
-    std::string folder;         // where the cache file is
+    std::string folder;         // of the cache file
     std::uint64_t capacity = 0; // bytes of chunks
     std::uint32_t smallest_chunk = 0;
     unsigned int signature_bits = 64;
-    std::uint64_t load_step = 0; // bytes of the cache made ready with every message; 0 for all at once, at first
+    std::uint64_t load_step = 0; // bytes of the cache prepared with every message; 0 for all at the start
     RE_read_budget read_budget;
 };
 
-// What became of one frame. Sizes in bytes; a stage that the message went around has 0 in and out.
+// The result of decoding one frame. Sizes in bytes; a stage that the message bypassed has 0 in and out.
 struct RE_decode_result
 {
-    bool b_chunk_records = false; // redundancy elimination had a part in it
+    bool b_chunk_records = false; // redundancy elimination was used
     std::uint32_t in_bytes = 0;   // of the frame's payload
     std::uint32_t out_bytes = 0;  // of the message
     std::uint32_t re_in_bytes = 0;
@@ -51,15 +51,15 @@ public:
     // lz: used, not owned.
     RE_decoder(const RE_decoder_settings& settings, RE_lz& lz);
 
-    // Decodes a frame into `message` and answers it. `message` holds nothing of use when the answer is a NACK. Throws
-    // when a message that went around redundancy elimination arrives with the wrong checksum.
+    // Decodes a frame into `message` and answers it. The contents of `message` are invalid after a NACK. Throws when a
+    // message that bypassed redundancy elimination has the wrong checksum.
     RE_answer decode(RE_byte_view frame, RE_byte_buffer& message, RE_decode_result& result);
 
-    // What decoding takes longer than the processor needs for it.
+    // Sets how much longer decoding takes than the processor needs for it.
     void set_delay(std::int64_t nanoseconds) { m_delay_ns = nanoseconds; }
     RE_chunk_store& store() { return m_store; }
     const RE_chunk_store& store() const { return m_store; }
-    // When the cache was made, seconds since the epoch.
+    // When the cache was created, seconds since the epoch.
     std::time_t creation_time() const { return m_creation_time; }
 
 private:

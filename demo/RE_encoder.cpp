@@ -98,7 +98,7 @@ void RE_encoder::learn_from_nack(const RE_answer& nack)
 {
     switch (nack.reason) {
     case RE_nack_reason::chunk_missed: {
-        // The peer drops its oldest chunks first: what came before a missing one is gone as well.
+        // The peer drops its oldest chunks first, so the chunks before a missing one are gone as well.
         std::uint64_t newest_missing = 0;
         bool b_known = false;
         for (const RE_signature suspect : nack.suspects) {

@@ -14,10 +14,10 @@ namespace {
 
 constexpr std::int64_t refresh_interval_ns = ns_per_second / 10;
 constexpr double longest_pause_seconds = 3600;
-// Until connections that wait are looked at again.
+// How long the engine waits before it checks waiting connections again.
 constexpr std::chrono::milliseconds waiting_pause(5);
 constexpr std::uint64_t ill_sample_bytes = 64 * 1024;
-// Looking for signals and at the clock is dear beside a tiny message, but not beside a slow one.
+// Checking for signals and reading the clock takes long compared with a tiny message, but not with a slow one.
 constexpr unsigned int steps_between_looks(bool b_ill)
 {
     return b_ill ? 1 : 32;
@@ -52,7 +52,7 @@ RE_bypass_rule bypass_rule_of(const RE_options& options)
     return rule;
 }
 
-// Every peer has two cache files open.
+// Each peer has two open cache files.
 void allow_many_files()
 {
     rlimit limit{};
@@ -62,7 +62,7 @@ void allow_many_files()
     }
 }
 
-// A line that cannot be written is no reason to stop: whoever waited for it is gone.
+// A line that cannot be written is not a reason to stop: its reader is gone.
 void say(const char* word)
 {
     std::puts(word);
@@ -110,7 +110,7 @@ void RE_engine::run()
             break;
         }
         m_ledger.on_round_end();
-        // Passes over little traffic come fast.
+        // Passes over little traffic are short.
         const std::int64_t now = monotonic_ns();
         if (m_published_ns == 0 || now - m_published_ns >= ns_per_second) {
             m_published_ns = now;
@@ -123,7 +123,7 @@ void RE_engine::run()
             }
             break;
         }
-        // Without traffic there is nothing to do but to wait.
+        // Without traffic, the engine only waits.
         if (m_last_conn_id == last_conn_id) {
             m_stop.wait(std::chrono::seconds(1));
             refresh_now_and_then();
@@ -133,8 +133,8 @@ void RE_engine::run()
     publish_pass(b_through);
 }
 
-// Serves the transfers of one pass in turns, a message each. True when all are through, false when the engine is to
-// stop before.
+// Runs one pass over the transfers, which take turns message by message. Returns true when all are complete, false when
+// the engine must stop before.
 bool RE_engine::run_pass()
 {
     m_next_transfer = 0;
@@ -149,7 +149,7 @@ bool RE_engine::run_pass()
             return false;
         }
         if (result == turn_result::waits) {
-            // What waits for its peer is no reason to hold up the other traffic.
+            // Connections that wait for their peer must not delay the other traffic.
             if (!m_options.b_once && is_pass_through()) {
                 return true;
             }
@@ -159,7 +159,7 @@ bool RE_engine::run_pass()
     }
 }
 
-// Each connection's next step.
+// Runs the next step of each connection.
 RE_engine::turn_result RE_engine::take_turn()
 {
     bool b_moved = false;
@@ -188,7 +188,7 @@ bool RE_engine::is_pass_through() const
     return m_next_transfer >= m_files.size() * static_cast<std::size_t>(m_options.repeat);
 }
 
-// Connections that the ack queue stopped leave room for others.
+// Whether the peer gets no further connection, because its stopped ones leave too few places for other peers.
 bool RE_engine::is_passed_over(const RE_peer& peer) const
 {
     const auto stopped = std::count_if(m_active.begin(), m_active.end(), [&](const auto& connection) {
@@ -202,8 +202,8 @@ int RE_engine::next_conn_id() const
     return m_last_conn_id == std::numeric_limits<int>::max() ? 1 : m_last_conn_id + 1;
 }
 
-// The repeats of a pass come one after another, and each file keeps its peer, its direction and its messages in all of
-// them: what comes again meets the caches that have seen it, and adds nothing to them.
+// The repeats of a pass come one after another. Each file keeps its peer, its direction and its messages in all
+// repeats, so a repeat meets caches that already contain it, and adds nothing to them.
 bool RE_engine::open_next()
 {
     while (!is_pass_through()) {
@@ -215,7 +215,7 @@ bool RE_engine::open_next()
         }
         RE_message_source source(m_files[file], {m_options.message_size}, next_random(seed));
         if (!source.is_open()) {
-            m_files[file].clear(); // it was noted; once is enough
+            m_files[file].clear(); // a message was printed before; once is enough
             continue;
         }
         RE_peer& peer = *m_peers[file % m_peers.size()];
@@ -259,7 +259,7 @@ void RE_engine::hold_rate(std::size_t bytes)
     const double due_seconds = static_cast<double>(m_bytes_sent) / (m_options.rate * 1024 * 1024);
     const double spent_seconds = static_cast<double>(monotonic_ns() - m_start_ns) / static_cast<double>(ns_per_second);
     if (due_seconds > spent_seconds) {
-        // The wire does not hold answers up for as long.
+        // The wire does not delay answers for this long, so they are taken before the pause.
         for (const std::unique_ptr<RE_connection>& connection : m_active) {
             connection->receive();
         }
@@ -291,7 +291,7 @@ void RE_engine::refresh()
     }
 }
 
-// Falls ill and gets well as it is planned.
+// Starts and ends illnesses as planned.
 void RE_engine::suffer()
 {
     if (m_options.ills.empty()) {

@@ -1,4 +1,4 @@
-// The engine as a whole: its peers, the connections that it serves at a time, and its passes over the traffic.
+// The engine as a whole: its peers, its concurrent connections, and its passes over the traffic.
 #pragma once
 
 #include "RE_connection.h"
@@ -8,17 +8,17 @@
 class RE_engine
 {
 public:
-    // Lets viewers in. options, stop: used, not owned. Throws when the engine cannot start.
+    // Publishes the statistics. options, stop: used, not owned. Throws when the engine cannot start.
     RE_engine(const RE_options& options, RE_stop_signal& stop);
 
-    // Works until it is to stop. Throws when something cannot be right or written.
+    // Runs until the engine must stop. Throws when data is wrong or cannot be written.
     void run();
 
 private:
     enum class turn_result
     {
         moved,
-        waits, // each connection for its peer
+        waits, // every connection waits for its peer
         stopped,
     };
 
@@ -48,12 +48,12 @@ private:
     RE_bypass_policy m_bypass_policy;
     std::vector<std::unique_ptr<RE_peer>> m_peers;
     RE_health m_health;
-    std::uint64_t m_ticks = 0; // while illnesses may come
+    std::uint64_t m_ticks = 0; // counted only when illnesses are planned
 
     int m_last_conn_id = 0;
     std::size_t m_next_transfer = 0; // of this pass
     std::vector<std::unique_ptr<RE_connection>> m_active;
-    std::deque<std::unique_ptr<RE_connection>> m_kept_open; // their transfers are through; oldest first
+    std::deque<std::unique_ptr<RE_connection>> m_kept_open; // their transfers are complete; oldest first
     std::uint64_t m_bytes_sent = 0;
     std::int64_t m_start_ns;
     std::int64_t m_refreshed_ns = 0;

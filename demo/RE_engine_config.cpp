@@ -15,7 +15,7 @@ RE_chunk_sizes configured_chunk_sizes()
 
 namespace {
 
-// Signatures are kept of what was sent and of what was received, each up to the size of the cache.
+// The engine keeps signatures of sent and of received data, each up to the size of the cache.
 std::uint64_t hash_table_bytes(const RE_options& options)
 {
     const std::uint64_t most_chunks = (std::uint64_t{options.cache_mb} << 20U) / configured_chunk_sizes().min;
@@ -24,7 +24,7 @@ std::uint64_t hash_table_bytes(const RE_options& options)
 
 } // namespace
 
-// What this engine has no use for stays 0: it has no persistent LZ, no wait queue and no limits on its ack queue.
+// Settings that this engine does not use stay 0: it has no persistent LZ, no wait queue and no limits on its ack queue.
 RE_stat_config_param make_config(const RE_options& options)
 {
     const RE_chunk_sizes chunk_sizes = configured_chunk_sizes();

@@ -1,4 +1,4 @@
-// The engine's configuration, as statistics show it and as a text.
+// The engine's configuration, in the form of the statistics and as text.
 #pragma once
 
 #include "RE_chunker.h"
@@ -8,6 +8,6 @@
 RE_chunk_sizes configured_chunk_sizes();
 RE_stat_config_param make_config(const RE_options& options);
 
-// "name value" lines, one for each setting. Throws std::runtime_error when the file cannot be written.
+// Writes "name value" lines, one for each setting. Throws std::runtime_error when the file cannot be written.
 void write_config_file(const std::string& path, const RE_options& options);
 constexpr const char* installed_config_path = "/sw/vantero/config/re_cfg.txt";

@@ -10,18 +10,18 @@ namespace {
 constexpr bool happens = true;
 constexpr bool is_set = false;
 
-// The manual page says which counters move.
+// The manual page lists the counters that change.
 constexpr std::array<RE_illness_info, static_cast<std::size_t>(RE_illness::count)> illnesses{{
-    {"cache-unusable", happens, "the engine does not use its cache; what refers to it is refused"},
-    {"cache-failed", happens, "the disk of the cache files is full; the cache fails until it can be written again"},
-    {"cache-initialising", happens, "loading the cache does not end; what refers to it is refused"},
+    {"cache-unusable", happens, "the engine does not use its cache; messages that refer to it are refused"},
+    {"cache-failed", happens, "the disk of the cache files is full; the cache fails until it can be written to again"},
+    {"cache-initialising", happens, "the cache never finishes loading; messages that refer to it are refused"},
     {"cache-small", happens, "the cache is too small for the traffic: 1 MB for each peer"},
     {"index-full", happens, "the index has room for 64 chunks of each peer"},
-    {"low-memory", is_set, "openings, decodings and allocations fail for want of memory, and no reserve is left"},
+    {"low-memory", is_set, "openings, decodings and allocations fail for lack of memory, and no reserve is left"},
     {"slow-disk", happens, "a read from the cache takes 20 ms"},
     {"slow-encode", happens, "encoding a message takes 50 ms"},
     {"slow-decode", happens, "decoding a message takes 50 ms"},
-    {"bypass", happens, "all messages go around redundancy elimination, with one cause after another"},
+    {"bypass", happens, "all messages bypass redundancy elimination, with one cause after another"},
     {"nacks", happens, "the cache for the first peer is tiny; the peer does not know"},
     {"retransmissions", happens, "the first peer's cache is tiny; the engine does not know"},
     {"peer-degraded-sigblock", is_set, "a peer's sigblocks are not written"},
@@ -29,15 +29,15 @@ constexpr std::array<RE_illness_info, static_cast<std::size_t>(RE_illness::count
     {"peer-out-of-sync", happens, "the first peer loses its cache, twice a second"},
     {"peer-outdated", is_set, "the first peer is outdated"},
     {"peer-low-buffer", is_set, "the first peer is low on buffers"},
-    {"peer-disconnected", is_set, "the first peer is not connected, though it has connections"},
+    {"peer-disconnected", is_set, "the first peer is not connected, although it has connections"},
     {"peer-far", happens, "the first peer's answers take 600 ms"},
-    {"ack-queue", happens, "the first peer acknowledges nothing; its connections stop"},
+    {"ack-queue", happens, "the first peer does not acknowledge anything; its connections stop"},
     {"incompressible", happens, "all traffic is noise"},
     {"auto-bypass", happens, "traffic to the first peer is noise, and 64 KB of it are enough to judge a server"},
-    {"conn-stuck", happens, "one connection's data is not taken by its peer"},
+    {"conn-stuck", happens, "the peer of one connection does not accept its data"},
 }};
 
-// Moves `text` past a time; false when there is none.
+// Reads a time and removes it from the front of `text`. Returns false when there is none.
 bool take_seconds(std::string_view& text, double& seconds)
 {
     constexpr double longest = 1e9;

@@ -1,4 +1,4 @@
-// What can be the matter with the engine on purpose, so that those who watch it can be tried: see all_illnesses().
+// Faults that the engine can have on purpose, to test the programs that watch it: see all_illnesses().
 #pragma once
 
 #include <bitset>
@@ -38,7 +38,7 @@ enum class RE_illness : std::uint8_t
 struct RE_illness_info
 {
     const char* name;
-    bool b_happens; // to the engine's parts; otherwise only its figures are set
+    bool b_happens; // whether the engine's parts really have it; otherwise only its figures are set
     const char* effect;
 };
 
@@ -64,17 +64,18 @@ struct RE_planned_illness
     double end;
 };
 
-// Reads NAME, NAME@BEGIN or NAME@BEGIN+LENGTH, times such as 90s, 1.5m or 1h. Returns what is wrong, or nothing.
+// Reads NAME, NAME@BEGIN or NAME@BEGIN+LENGTH, with times such as 90s, 1.5m or 1h. Returns an error message or an empty
+// string.
 std::string parse_illness(const std::string& text, RE_planned_illness& planned);
 
 RE_illness_set illnesses_at(const std::vector<RE_planned_illness>& plan, double seconds);
 
-// The engine's health at the moment, for all of its parts to look at.
+// The engine's current health, for all of its parts to read.
 struct RE_health
 {
     RE_illness_set ills;
     int stuck_conn_id = 0; // the connection that RE_illness::conn_stuck holds, 0 for none
 };
 
-// The peer that illnesses of a peer befall.
+// The peer that has the illnesses of a single peer.
 constexpr int ill_peer_number = 1;

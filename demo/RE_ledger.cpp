@@ -90,7 +90,7 @@ void RE_ledger::on_frame(int conn_id, RE_byte_view frame)
 {
     connection_account& connection = m_connections.at(conn_id);
     connection.last_frame = read_frame_header(frame);
-    // What we send is entered as it leaves, what we receive once it could be decoded.
+    // Sent messages are entered when they leave, received messages only after they could be decoded.
     const bool b_enter = connection.direction == RE_direction::encode && !connection.last_frame.b_retransmission;
     for_each_account(connection, [&](RE_ledger_account& account) {
         RE_ledger_side& side = side_of(account, connection.direction);

@@ -1,6 +1,6 @@
-// The engine's own account of its traffic, kept apart from the statistics: it is drawn up from what passes the two
-// edges of the engine, the applications' side (LAN) and the wire (WAN), and from nothing that the encoders and decoders
-// say about themselves. A test can hold the statistics against it.
+// The engine's own account of its traffic, independent of the statistics. It counts what passes the two edges of the
+// engine, the applications' side (LAN) and the wire (WAN), and uses nothing that the encoders and decoders report. A
+// test can compare the statistics with it.
 #pragma once
 
 #include "RE_application.h"
@@ -13,15 +13,15 @@
 #include <map>
 #include <string>
 
-// Which way a connection's traffic goes, as this engine sees it.
+// The direction of a connection's traffic, seen from this engine.
 enum class RE_direction
 {
     encode, // from an application here to the peer
     decode, // from the peer to an application here
 };
 
-// The account of one direction. A message is sent, or delivered, once; what was sent again after a NACK is counted with
-// the answers.
+// The account of one direction. A message is counted once, when it is sent or delivered. Retransmissions after a NACK
+// are counted with the answers.
 struct RE_ledger_side
 {
     long long messages = 0;
@@ -39,7 +39,7 @@ struct RE_ledger_side
     long long acks = 0;
     long long ack_bytes = 0;
     std::array<long long, nack_reason_count> nacks{};
-    long long wire_bytes = 0; // frames with their headers, also those that were refused and those sent again
+    long long wire_bytes = 0; // frames with their headers, including refused and retransmitted ones
 };
 
 struct RE_ledger_account
@@ -53,26 +53,26 @@ struct RE_ledger_account
 class RE_ledger
 {
 public:
-    // connection_limit: connections remembered one by one; beyond that, the one that closed first is dropped. Open
-    // ones are always remembered.
+    // connection_limit: how many connections have an account of their own. Above it, the connection that closed first
+    // is dropped. Open connections always have one.
     explicit RE_ledger(std::size_t connection_limit) : m_connection_limit(connection_limit) {}
 
     void open_connection(int conn_id, const RE_peer& peer, const RE_application& application,
                          const RE_stat_conn_header& ends, RE_direction direction);
     void close_connection(int conn_id);
 
-    // A message crossed the edge to the applications, either way.
+    // A message passed the edge to the applications, in either direction.
     void on_lan(int conn_id, std::size_t size);
-    // A frame crossed the edge to the wire, either way.
+    // A frame passed the edge to the wire, in either direction.
     void on_frame(int conn_id, RE_byte_view frame);
-    // An answer to the last frame, or to an earlier one of ours, crossed the edge to the wire.
+    // An answer to the last frame, or to an earlier frame of this engine, passed the edge to the wire.
     void on_answer(int conn_id, RE_byte_view bytes);
 
     void on_round_end() { ++m_rounds; }
     long long rounds() const { return m_rounds; }
 
-    // Writes the account as JSON, the file as a whole or not at all. b_finished: the traffic went through as a whole.
-    // Throws std::runtime_error.
+    // Writes the account as JSON. The file is replaced completely or not at all. b_finished: all traffic was
+    // transferred. Throws std::runtime_error.
     void write(const std::string& path, bool b_finished) const;
 
 private:
@@ -96,7 +96,7 @@ private:
         RE_frame_header last_frame;
         bool b_went_around = false;
     };
-    // What went around this engine because its server's traffic does not compress.
+    // Traffic that bypassed this engine because its server's traffic does not compress.
     struct around_account
     {
         long long messages = 0;

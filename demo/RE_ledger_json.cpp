@@ -24,7 +24,7 @@ ordered_json nacks_to_json(const std::array<long long, nack_reason_count>& nacks
     return json;
 }
 
-// nacks_name: a NACK that we are sent makes us send again, one that we send does not.
+// nacks_name: a NACK that this engine receives causes a retransmission, one that it sends does not.
 ordered_json side_to_json(const RE_ledger_side& side, const char* nacks_name)
 {
     return {{"messages", side.messages},

@@ -4,7 +4,7 @@
 
 namespace {
 
-// zlib takes its input as writable and leaves it alone.
+// zlib declares its input as writable but does not change it.
 Bytef* zlib_input(RE_byte_view in)
 {
     return const_cast<Bytef*>(in.data());
@@ -14,7 +14,7 @@ Bytef* zlib_input(RE_byte_view in)
 
 RE_lz::RE_lz(int level)
 {
-    // A negative window size asks for bare data without zlib's own header and checksum: frames have theirs.
+    // A negative window size selects raw data without zlib's header and checksum, because frames have their own.
     if (deflateInit2(&m_deflate, level, Z_DEFLATED, -window_bits, memory_level, Z_DEFAULT_STRATEGY) != Z_OK) {
         throw std::runtime_error("zlib cannot compress");
     }
@@ -37,7 +37,7 @@ bool RE_lz::compress(RE_byte_view in, RE_byte_buffer& out)
         return false;
     }
     const std::size_t before = out.size();
-    // With no room for a result as large as the input, zlib stops as soon as there is nothing to gain.
+    // The result has less room than the input, so zlib stops as soon as nothing can be gained.
     out.resize(before + in.size() - 1);
     const std::int64_t start = monotonic_ns();
     deflateReset(&m_deflate);

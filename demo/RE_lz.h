@@ -1,11 +1,11 @@
-// The LZ stage: each message is deflated on its own, so that none depends on one that got lost.
+// The LZ stage: each message is deflated on its own, so that no message depends on a lost one.
 #pragma once
 
 #include "RE_bytes.h"
 
 #include <zlib.h>
 
-// Throws std::runtime_error when zlib refuses to work. Not for two threads at once.
+// Throws std::runtime_error when zlib fails. Two threads must not use one object at the same time.
 class RE_lz
 {
 public:
@@ -18,10 +18,10 @@ public:
     RE_lz(const RE_lz&) = delete;
     RE_lz& operator=(const RE_lz&) = delete;
 
-    // Appends the compressed form of `in` to `out` and returns true; false, with `out` as it was, when it would be no
-    // smaller.
+    // Appends the compressed form of `in` to `out` and returns true. If that is not smaller, leaves `out` as it was and
+    // returns false.
     bool compress(RE_byte_view in, RE_byte_buffer& out);
-    // Appends what `in` was before to `out`; size: of that, exactly.
+    // Appends the original form of `in` to `out`. size: the exact size of the original form.
     void expand(RE_byte_view in, std::size_t size, RE_byte_buffer& out);
 
     // Time that the last compress() or expand() spent in zlib, in nanoseconds.

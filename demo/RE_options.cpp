@@ -9,18 +9,17 @@
 namespace {
 
 constexpr const char* description =
-    "A small redundancy-elimination engine. It takes files and folders as its traffic, sends each file through as a\n"
-    "connection with one of its peers, checks that it arrives as it was sent, and publishes its statistics for\n"
-    "exec_show_stats_kav. Without PATHs it takes some files that every machine has.\n"
-    "It prints \"ready\" once its statistics can be read, and runs until SIGTERM or SIGINT.";
+    "A small redundancy-elimination engine. Its traffic is files and folders. It transfers each file over a\n"
+    "connection with one of its peers, checks that the file arrives unchanged, and publishes its statistics for\n"
+    "exec_show_stats_kav. Without a PATH it uses some files that every machine has.\n"
+    "It prints \"ready\" when its statistics can be read, and runs until SIGTERM or SIGINT.";
 
 constexpr const char* status_and_environment =
-    "Exit status: 0 when stopped, 1 after an error, 2 for a mistake on the command line.\n"
-    "Environment: KAV_STAT_SEGMENT names the statistics' segment, to run several engines "
-    "side by side. It is in /run/kav\n"
-    "when that is this user's, else in $XDG_RUNTIME_DIR/kav, else in /dev/shm/kav-UID.";
+    "Exit status: 0 when stopped, 1 after an error, 2 for an invalid command line.\n"
+    "Environment: KAV_STAT_SEGMENT is the name of the statistics segment. Each of several engines needs its own name.\n"
+    "The segment is in /run/kav if that folder is this user's, else in $XDG_RUNTIME_DIR/kav, else in /dev/shm/kav-UID.";
 
-// Returns what is wrong with the text, or nothing, and leaves the mode as a decimal number.
+// Returns an error message or an empty string. Changes a valid text to the mode as a decimal number.
 std::string octal_mode(std::string& text)
 {
     unsigned int mode = 0;
@@ -36,7 +35,7 @@ std::string octal_mode(std::string& text)
 std::string illness_text()
 {
     constexpr std::size_t name_width = 24;
-    std::string text = "Illnesses; those marked \"set\" are figures that are set, all others happen:\n";
+    std::string text = "Illnesses (for those marked \"set\" only figures are set, all others really happen):\n";
     for (const RE_illness_info& info : all_illnesses()) {
         std::string name = info.name;
         name.resize(name_width, ' ');
@@ -45,7 +44,7 @@ std::string illness_text()
     return text;
 }
 
-// An empty path would stand for an option that was not given.
+// Elsewhere an empty path means that the option was not given.
 std::string not_empty(const std::string& path)
 {
     return path.empty() ? "the path is empty" : "";
@@ -70,14 +69,15 @@ RE_parsed_options parse_options(int argc, char** argv)
     CLI::App app(description, "kav_demo_engine");
     app.footer(illness_text() + '\n' + status_and_environment);
     app.set_version_flag("--version", std::string("kav_demo_engine ") + KAV_VERSION);
-    app.add_option("PATH", options.paths, "Files and folders to take as traffic");
-    app.add_flag("--once", options.b_once, "Go through the traffic once, print \"idle\" and hold the statistics still");
+    app.add_option("PATH", options.paths, "Files and folders to use as traffic");
+    app.add_flag("--once", options.b_once,
+                 "Transfer the traffic once, print \"idle\" and leave the statistics unchanged");
     app.add_flag("--variety", options.b_variety,
-                 "For reports of everything: the second to the fourth peer have their troubles, and default traffic "
-                 "holds files that do not compress");
+                 "Give every report something to show: peers 2 to 4 have problems, and the default traffic contains "
+                 "files that do not compress");
     std::vector<std::string> ills;
     app.add_option("--ill", ills,
-                   "Be ill, from the beginning or from a time on (NAME@60s), to the end or for as long (NAME@60s+2m)")
+                   "Be ill, from the start or from a time on (NAME@60s), until the end or for some time (NAME@60s+2m)")
         ->delimiter(',')
         ->allow_extra_args(false)
         ->type_name("NAME[@BEGIN[+LENGTH]],...")
@@ -90,50 +90,50 @@ RE_parsed_options parse_options(int argc, char** argv)
         ->check(CLI::Range(1, 1'000'000))
         ->capture_default_str();
     app.add_option("--segment-mode", options.segment_mode,
-                   "Who may read the statistics' segment, or reset figures in it: an octal mode, 0600 to 0664")
+                   "Who may read the statistics, or reset figures in them: an octal mode from 0600 to 0664")
         ->transform(CLI::Validator(octal_mode, "OCTAL"))
         ->default_str("0640");
-    app.add_option("--concurrency", options.concurrency, "Transfers at a time")
+    app.add_option("--concurrency", options.concurrency, "Number of transfers at the same time")
         ->check(CLI::Range(1, 1024))
         ->capture_default_str();
-    app.add_option("--keep-open", options.keep_open, "Connections kept open after their transfer")
+    app.add_option("--keep-open", options.keep_open, "Number of connections kept open after their transfer")
         ->check(CLI::Range(0, 1'000'000))
         ->capture_default_str();
-    app.add_option("--repeat", options.repeat, "How often each file is transferred in a pass over the traffic")
+    app.add_option("--repeat", options.repeat, "How often each pass over the traffic transfers each file")
         ->check(CLI::Range(1, 1'000'000))
         ->capture_default_str();
-    app.add_option("--rate", options.rate, "Most traffic in MB per second; 0 for no limit")
+    app.add_option("--rate", options.rate, "Maximum traffic in MB per second; 0 for no limit")
         ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
-    app.add_option("--duration", options.duration, "Stop after so many seconds; 0 for never")
+    app.add_option("--duration", options.duration, "Stop after this many seconds; 0 for never")
         ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
-    app.add_option("--message-size", options.message_size, "Bytes of every message; 0 for a spread of sizes")
+    app.add_option("--message-size", options.message_size, "Bytes per message; 0 for a mixture of sizes")
         ->check(CLI::Range(0U, largest_message))
         ->capture_default_str();
-    app.add_option("--seed", options.seed, "Start of the random sequence that message sizes are drawn from")
+    app.add_option("--seed", options.seed, "Start value of the random sequence for message sizes")
         ->capture_default_str();
-    app.add_option("--cache-mb", options.cache_mb, "Size of the engine's cache; each peer gets an equal part")
+    app.add_option("--cache-mb", options.cache_mb, "Size of the engine's cache in MB; each peer gets an equal part")
         ->check(CLI::Range(1U, 65'536U))
         ->capture_default_str();
-    app.add_option("--cache-dir", options.cache_folder, "Where cache files are made; they have no names")
+    app.add_option("--cache-dir", options.cache_folder, "Folder for the cache files, which have no names")
         ->check(not_empty)
         ->capture_default_str();
-    app.add_option("--signature-bits", options.signature_bits, "Length of chunk signatures; short ones collide")
+    app.add_option("--signature-bits", options.signature_bits, "Length of chunk signatures in bits; short ones collide")
         ->check(CLI::Range(8U, 64U))
         ->capture_default_str();
     app.add_option("--lz-level", options.lz_level, "Compression level")->check(CLI::Range(1, 9))->capture_default_str();
     app.add_option("--bypass-threshold-mb", options.bypass_threshold_mb,
-                   "Traffic of a server after which it is judged whether it compresses")
+                   "MB of a server's traffic after which the engine decides whether it compresses")
         ->check(CLI::Range(1U, 1024U))
         ->capture_default_str();
     app.add_option("--bypass-retry", options.bypass_retry, "Seconds until a bypassed server is tried again")
         ->check(CLI::Range(1U, 86'400U))
         ->capture_default_str();
-    app.add_option("--ledger", options.ledger, "Write the engine's own account of its traffic, as JSON, to this file")
+    app.add_option("--ledger", options.ledger, "Write the engine's own account of its traffic to this file, as JSON")
         ->check(not_empty);
     app.add_option("--top-app-log", options.top_app_log,
-                   "Append a section to this log file after each pass, once a second at most")
+                   "Append a section to this log file after each pass, at most once a second")
         ->check(not_empty);
     app.add_flag("--install-config", options.b_install_config,
                  "Write the configuration to /sw/vantero/config/re_cfg.txt");

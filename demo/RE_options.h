@@ -1,4 +1,4 @@
-// What the engine was asked for on its command line.
+// The settings from the engine's command line.
 #pragma once
 
 #include "RE_illness.h"
@@ -36,8 +36,8 @@ struct RE_options
     std::string config_file;
 };
 
-// Options are in order, or the program is to end with this status: after help, version or a mistake, all of which have
-// been printed.
+// The options are valid, or the program must exit with this status: after help, version or an error, which have been
+// printed.
 struct RE_parsed_options
 {
     RE_options options;

@@ -12,7 +12,7 @@
 
 namespace {
 
-// What may be replaced is a regular file, or nothing yet. Returns 0 or -errno.
+// Whether the file may be replaced: it is a regular file, or does not exist yet. Returns 0 or -errno.
 int judge(const std::string& path)
 {
     char resolved[PATH_MAX];

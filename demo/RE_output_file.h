@@ -1,11 +1,11 @@
-// Files that the engine writes beside its statistics.
+// Files that the engine writes in addition to its statistics.
 #pragma once
 
 #include <string>
 
-// Writes a file as a whole or not at all, and never waits for whatever else has its name: a pipe, a device or a link is
-// refused, as is a path through links that another user may have planted. Throws std::runtime_error.
+// Writes a file completely or not at all, and never blocks. Refuses a pipe, a device or a link with this name, and a
+// path through links that another user may have planted. Throws std::runtime_error.
 void replace_file(const std::string& path, const std::string& text);
 
-// Throws std::runtime_error with what a negative result of the library or the system, such as -ENOENT, says of a file.
+// Throws std::runtime_error with the text of a negative result of the library or the system, such as -ENOENT.
 [[noreturn]] void fail_with_file(int result, const std::string& what, const std::string& path);

@@ -4,7 +4,7 @@
 
 namespace {
 
-// So many messages go around an overloaded receiver before it is asked to read again.
+// This many messages bypass an overloaded receiver before it has to read again.
 constexpr std::uint32_t overload_pause = 8;
 
 } // namespace

@@ -12,8 +12,8 @@ namespace {
 constexpr std::uint64_t kilobyte = 1024;
 constexpr std::uint64_t megabyte = 1024 * kilobyte;
 
-// How bad illnesses are. A small cache is a little larger than its whole megabytes, so that it shows as full when it
-// is.
+// The strength of illnesses. A small cache is slightly larger than its whole megabytes, so that it shows as full when
+// it is full.
 constexpr RE_fifo_limit small_cache{megabyte + 64 * kilobyte};
 constexpr RE_fifo_limit tiny_cache{64 * kilobyte};
 constexpr RE_fifo_limit small_index{std::numeric_limits<std::uint64_t>::max(), 64};
@@ -22,7 +22,7 @@ constexpr std::int64_t slow_message_ns = 50 * ns_per_ms;
 constexpr std::int64_t far_ns = 600 * ns_per_ms;
 constexpr std::uint64_t ticks_between_losses = 5;
 
-// The addresses of all examples: 192.0.2.0/24, 198.51.100.0/24 and 203.0.113.0/24 belong to nobody.
+// All addresses are in the networks reserved for examples: 192.0.2.0/24, 198.51.100.0/24 and 203.0.113.0/24.
 constexpr std::uint32_t server_network = 0xc6336400U;
 constexpr std::uint32_t peer_network = 0xcb007100U;
 
@@ -78,7 +78,7 @@ RE_decoder_settings decoder_settings(const RE_peer_profile& profile, const RE_ca
     return settings;
 }
 
-// The peer's receiving end.
+// Returns the settings of the peer's decoder.
 RE_decoder_settings remote_settings(const RE_peer_profile& profile, const RE_cache_settings& cache)
 {
     RE_decoder_settings settings = decoder_settings(profile, cache);
@@ -93,16 +93,16 @@ RE_peer_profile odd_peer_profile(int number)
 {
     RE_peer_profile profile;
     switch (number) {
-    case 2: // behind in its updates, and with little room
+    case 2: // outdated, with a small cache
         profile.b_outdated = true;
         profile.cache_divisor = 16;
         break;
-    case 3: // just started, on a slow disk
+    case 3: // just started, with a slow disk
         profile.b_named = false;
         profile.b_slow_start = true;
         profile.read_budget = {4 * kilobyte, 48 * kilobyte};
         break;
-    case 4: // of an older release, with short signatures
+    case 4: // an older release with short signatures
         profile.minor_version = 3;
         profile.signature_bits = 20;
         break;
@@ -143,7 +143,7 @@ void RE_peer::suffer(const RE_illness_set& ills, std::uint64_t tick)
     m_inbound.decoder().set_delay(has(RE_illness::slow_decode) ? slow_message_ns : 0);
     m_outbound.encoder().set_delay(has(RE_illness::slow_encode) ? slow_message_ns : 0);
 
-    // Both ends know of a small cache, and no end that the other's is tiny.
+    // Both ends use the limit of a small cache. A tiny cache is unknown to the other end.
     const RE_fifo_limit inbound_limit = has(RE_illness::cache_small) ? small_cache : RE_fifo_limit{};
     m_inbound.encoder().limit(inbound_limit, now);
     store.limit(first_has(RE_illness::nacks) ? tiny_cache : inbound_limit, now);
@@ -158,7 +158,8 @@ void RE_peer::suffer(const RE_illness_set& ills, std::uint64_t tick)
     m_ills = ills;
 }
 
-// What a sender still believes its receiver to hold after an illness would be refused bit by bit.
+// After an illness the sender may still refer to chunks that the receiver has lost, and each would be refused. So the
+// sender forgets all of them.
 void RE_peer::start_anew_after(const RE_illness_set& ills)
 {
     const auto one_ended = [&](std::initializer_list<RE_illness> illnesses) {

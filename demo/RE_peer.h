@@ -1,5 +1,5 @@
-// The engines that this one exchanges traffic with. Each is a whole engine of its own, with its caches and its
-// policies; it just happens to run in the same process.
+// The engines that exchange traffic with this one. Each is a complete engine with its own caches and policies, but runs
+// in the same process.
 #pragma once
 
 #include "RE_bypass_policy.h"
@@ -7,24 +7,24 @@
 #include "RE_path.h"
 #include "RE_stat_records.h"
 
-// What sets a peer apart from an ordinary one.
+// The differences between a peer and an ordinary one.
 struct RE_peer_profile
 {
     bool b_outdated = false;
     bool b_named = true; // its host name is known
     int major_version = 4;
     int minor_version = 4;
-    // What the receivers of both directions have for the other's chunks, as a part of what the senders believe.
+    // The senders assume full caches. The receivers of both directions have caches of this part of the size.
     unsigned int cache_divisor = 1;
     unsigned int signature_bits = 64; // at most
-    bool b_slow_start = false;        // its cache is loaded bit by bit while traffic comes in already
+    bool b_slow_start = false;        // its cache is loaded in steps while traffic already arrives
     RE_read_budget read_budget;       // of its disk
 };
 
-// Of the peers of these numbers, the second to the fourth have their troubles.
+// Returns the profile of the peer with this number. The second to the fourth peer have problems.
 RE_peer_profile odd_peer_profile(int number);
 
-// What this engine has for each peer.
+// The cache that this engine has for each peer.
 struct RE_cache_settings
 {
     std::string folder;
@@ -40,19 +40,19 @@ RE_kav_peer_id own_kav_peer_id();
 class RE_peer
 {
 public:
-    // number: from 1; it decides on the peer's name and addresses. lz: used, not owned.
+    // number: from 1; it determines the peer's name and addresses. lz: used, not owned.
     RE_peer(int number, const RE_peer_profile& profile, const RE_cache_settings& cache,
             const RE_bypass_rule& bypass_rule, RE_lz& lz);
 
-    // Makes the parts suffer from these illnesses and from no others; tick: how often all were asked to.
+    // Gives these illnesses, and no others, to the peer's parts. tick: how often the engine has called this function.
     void suffer(const RE_illness_set& ills, std::uint64_t tick);
-    // How long an answer from there is under way.
+    // How long an answer from the peer takes.
     std::int64_t distance_ns() const { return m_distance_ns; }
 
     int number() const { return m_number; }
     const RE_peer_profile& profile() const { return m_profile; }
     const RE_stat_peer_header& header() const { return m_header; }
-    // Releases before 4.4.1 keep their caches by other clocks.
+    // Releases before 4.4.1 use other clocks for their caches.
     bool is_before_4_4_1() const;
 
     RE_path& outbound() { return m_outbound; } // this engine encodes

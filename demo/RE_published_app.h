@@ -1,4 +1,4 @@
-// An application as the publisher knows it: exact sums for counters that hold whole kilobytes.
+// An application as the publisher stores it: exact sums for counters that contain whole kilobytes.
 #pragma once
 
 #include "RE_statistics.h"
@@ -14,7 +14,7 @@ struct RE_published_app
     std::array<std::uint64_t, RE_STAT_APP_ID_MAX> totals{};
     std::uint32_t opened = 0;
     std::uint32_t closed = 0;
-    // What was published when the log was last written.
+    // The published values when the log was last written.
     std::array<std::uint64_t, RE_STAT_APP_ID_MAX> logged{};
     std::uint32_t logged_opened = 0;
     std::uint32_t logged_closed = 0;
@@ -25,8 +25,8 @@ struct RE_published_app
         return id < RE_STAT_APP_ID_ENCODE_NUM_MSGS ? totals[id] / 1024 : totals[id];
     }
 
-    // Whether anything was published since the log was last written.
+    // Whether anything has been published since the log was last written.
     bool has_news() const;
-    // A record of what was published since the last call.
+    // Returns a record of everything that has been published since the last call.
     RE_stat_app_struct take_log_record();
 };

@@ -53,7 +53,7 @@ struct nack_counters
     RE_stat_conn_id retransmission_id;
 };
 
-// An overloaded disk has no counter of its own, only its share in the total.
+// An overloaded disk has no counter of its own and counts only in the total.
 constexpr std::array<nack_counters, 3> nack_table{{
     {RE_nack_reason::checksum_collision, RE_STAT_CONN_ID_NUM_COL_NACK_MSGS, RE_STAT_CONN_ID_NUM_COL_RTX_MSGS},
     {RE_nack_reason::chunk_missed, RE_STAT_CONN_ID_NUM_MISS_NACK_MSGS, RE_STAT_CONN_ID_NUM_MISS_RTX_MSGS},
@@ -61,7 +61,7 @@ constexpr std::array<nack_counters, 3> nack_table{{
      RE_STAT_CONN_ID_NUM_CACHE_NOT_READY_RTX_MSGS},
 }};
 
-// 0-1K, 1K-5K, 5K-15K, 15K-25K, 25K-40K and above, from `first_id` on.
+// Returns the counter for a size: 0-1K, 1K-5K, 5K-15K, 15K-25K, 25K-40K and above, starting at `first_id`.
 RE_stat_conn_id size_counter(RE_stat_conn_id first_id, std::uint32_t size)
 {
     constexpr std::uint32_t kilobyte = 1024;
@@ -337,7 +337,7 @@ void RE_publisher::on_encoded(RE_published_conn& conn, const RE_encode_result& r
 
 void RE_publisher::on_decoded(RE_published_conn& conn, const RE_decode_result& result, bool b_decoded)
 {
-    // Time and disk space are spent on what then fails, too.
+    // A message that fails also costs time and disk space.
     const long long spent = conn.decode.add_ns(result.total_ns);
     add(conn, RE_STAT_CONN_ID_TOT_DECODE_SPEED, spent);
     add(conn, RE_STAT_CONN_ID_TOT_DECODE_DISK_SPEED, conn.decode_disk.add_ns(result.disk_ns));

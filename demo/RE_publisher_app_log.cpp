@@ -18,7 +18,7 @@ void RE_publisher::append_app_log(const std::string& path)
                       "%s", application.classifier);
         names.push_back(name);
     }
-    // In the order of their slots, so that reports group the log's records as they group the live ones.
+    // In slot order, so that reports group the log's records in the same way as the live records.
     std::map<int, RE_published_app*> by_slot;
     for (const auto& [key, app] : m_apps) {
         if (app->slot >= 0 && app->has_news()) {

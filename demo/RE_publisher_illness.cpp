@@ -1,4 +1,4 @@
-// The part of the publisher that sets the figures of illnesses for which the engine has no part that could suffer.
+// The part of the publisher that sets the figures of illnesses that no part of the engine can really have.
 #include "RE_publisher.h"
 
 void RE_publisher::stage(const std::vector<std::unique_ptr<RE_peer>>& peers, const RE_illness_set& ills)

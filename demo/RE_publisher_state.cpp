@@ -1,4 +1,4 @@
-// The part of the publisher that shows states: caches, queues, clocks and peers as they are at the moment.
+// The part of the publisher for current states: caches, queues, clocks and peers.
 #include "RE_clock.h"
 #include "RE_publisher.h"
 
@@ -41,7 +41,7 @@ RE_CACHE_INIT_STATE cache_state(const std::vector<std::unique_ptr<RE_peer>>& pee
     return b_failed ? RE_CACHE_TEMP_FAILED : RE_CACHE_ACTIVE;
 }
 
-// The memory that the machine could give to this program, in megabytes; 0 when it does not say.
+// Returns the memory that the machine could give to this program, in megabytes; 0 when it is unknown.
 long long available_memory()
 {
     constexpr long long kilobytes_per_megabyte = 1024;
@@ -57,7 +57,7 @@ long long available_memory()
     return 0;
 }
 
-// Adds up averages, each of so many values.
+// Combines averages, each of a number of values.
 class average_of_averages
 {
 public:
@@ -193,7 +193,7 @@ void RE_publisher::refresh_global(const std::vector<std::unique_ptr<RE_peer>>& p
     set(RE_STAT_GLOBAL_ID_FIFO_TAIL_CLOCK, sum.tail);
 }
 
-// The lowest of all values since the engine's start, as far as it looked.
+// Publishes the lowest value that this function has seen since the engine's start.
 void RE_publisher::refresh_reserve()
 {
     m_lowest_reserve = std::min(m_lowest_reserve, available_memory());

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-// One step of the sequence that `state` walks through; every start gives a good sequence.
+// Returns the next number of the sequence and advances `state`. Every start value gives a good sequence.
 constexpr std::uint64_t next_random(std::uint64_t& state)
 {
     state += 0x9e3779b97f4a7c15U;

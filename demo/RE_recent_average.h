@@ -1,9 +1,9 @@
-// The average of the latest values: a gauge that follows a change and does not need to know when it came.
+// The average of the latest values. It follows changes and does not need timestamps.
 #pragma once
 
 #include <algorithm>
 
-// The mean of the first `count` values; from then on each new value counts for one part in `count`.
+// The mean of the first `count` values; from then on each new value has a weight of 1 / `count`.
 template <int count>
 class RE_recent_average
 {

@@ -1,11 +1,11 @@
-// Sums over the recent past, such as "in the last hour", in a fixed number of steps: exact to one step.
+// Sums over the recent past, such as "in the last hour", in a fixed number of steps. They are exact to one step.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <ctime>
 
-// Remembers `steps` steps of `step_seconds` each, the one under way included.
+// Stores `steps` steps of `step_seconds` each, including the current one.
 template <std::size_t steps, std::time_t step_seconds>
 class RE_recent_sum
 {

@@ -9,7 +9,7 @@ RE_signature signature_of(RE_byte_view chunk, unsigned int bits)
     return bits >= 64 ? hash : hash & ((std::uint64_t{1} << bits) - 1);
 }
 
-// Another hash function than the signatures', so that a message is not proved by what it was put together with.
+// Not the hash function of the signatures: two chunks that share a signature must not share a checksum.
 std::uint64_t checksum_of(RE_byte_view message)
 {
     return XXH64(message.data(), message.size(), 0);

@@ -74,7 +74,7 @@ std::size_t RE_signature_fifo::section_count() const
 
 std::size_t RE_signature_fifo::bytes_per_chunk()
 {
-    // A node of the map with its link and its place in the table, and the chunk's place in the order of arrival.
+    // A node of the map with its link and its place in the table, and the chunk's entry in the order of arrival.
     return sizeof(std::pair<const RE_signature, RE_known_chunk>) + 2 * sizeof(void*) + sizeof(arrival);
 }
 
@@ -89,7 +89,7 @@ void RE_signature_fifo::evict_oldest(std::time_t now)
 {
     const arrival oldest = m_order.front();
     m_order.pop_front();
-    // The signature may stand for a chunk that came later.
+    // The signature may now belong to a newer chunk.
     const auto known = m_chunks.find(oldest.signature);
     if (known != m_chunks.end() && known->second.position == oldest.position) {
         m_chunks.erase(known);

@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr double longest_duration = 1e9; // 30 years, which the clock still holds
+constexpr double longest_duration = 1e9; // 30 years, within the range of the clock
 
 sigset_t stop_signals()
 {

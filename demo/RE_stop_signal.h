@@ -1,5 +1,5 @@
-// The signals that ask the engine to stop. They are taken when the engine looks for them, so that it stops between two
-// messages and cleans up after itself.
+// The signals that ask the engine to stop. The engine checks for them, so that it stops between two messages and cleans
+// up.
 #pragma once
 
 #include <chrono>
@@ -7,13 +7,13 @@
 class RE_stop_signal
 {
 public:
-    // From here on SIGTERM and SIGINT wait to be looked for, and writing to a closed pipe is an error like any other.
-    // duration: when to stop without a signal, in seconds from now; 0 for never.
+    // From now on SIGTERM and SIGINT are blocked until they are checked for, and writing to a closed pipe is an
+    // ordinary error. duration: when to stop without a signal, in seconds from now; 0 for never.
     explicit RE_stop_signal(double duration);
 
-    // Whether the engine is to stop; looks without waiting.
+    // Whether the engine must stop. Does not wait.
     bool is_set() { return wait(std::chrono::nanoseconds(0)); }
-    // Waits for as long, or until the engine is to stop; true in that case.
+    // Waits for this time, or until the engine must stop. Returns true if it must stop.
     bool wait(std::chrono::nanoseconds time);
 
 private:

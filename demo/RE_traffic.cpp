@@ -88,7 +88,7 @@ struct default_source
     bool b_compressible = true;
 };
 
-// Text that deflates well, text that repeats itself, pages that are compressed already, and programs.
+// Text that deflates well, text that repeats itself, compressed pages, and programs.
 constexpr std::array<default_source, 4> default_sources{{
     {"/usr/share/common-licenses", 0, 1U << 20U},
     {"/etc", 1024, 4U << 20U},
@@ -104,7 +104,7 @@ struct size_range
     std::uint32_t weight; // of 100 messages
 };
 
-// The ranges of the size histogram in the connection reports, so that none of them is empty for long.
+// The ranges of the size histogram in the connection reports, so that none of them stays empty for long.
 constexpr std::array<size_range, 6> usual_sizes{{
     {1, 1024, 25},
     {1025, 5 * 1024, 30},
@@ -138,7 +138,7 @@ std::vector<std::string> find_traffic(const std::vector<std::string>& paths, boo
 RE_message_source::RE_message_source(const std::string& path, RE_message_sizes sizes, std::uint64_t seed)
     : m_path(path), m_application(&classify(path, {})), m_sizes(sizes), m_random(seed)
 {
-    // Should the file have become something else by now, opening must not wait for another process.
+    // If the file has become a pipe or a device in the meantime, opening it must not block.
     const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (descriptor >= 0) {
         m_file.reset(fdopen(descriptor, "rb"));

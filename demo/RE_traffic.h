@@ -1,4 +1,4 @@
-// Where the engine's traffic comes from: files, and the messages that they are cut into.
+// The source of the engine's traffic: files, and the messages that they are cut into.
 #pragma once
 
 #include "RE_application.h"
@@ -9,12 +9,13 @@
 #include <string>
 #include <vector>
 
-// Every regular file at or below `paths`, sorted within each folder; links within folders are not followed. What cannot
-// be read is left out with a note on standard error. Without paths: some files that every machine has, of a bounded
-// size; some do not compress when b_variety is set. Throws std::runtime_error for a path that does not exist.
+// Returns every regular file at or below `paths`, sorted within each folder. Links within folders are not followed.
+// Files and folders that cannot be read are skipped with a message on standard error. Without paths: some files that
+// every machine has, of a limited total size; with b_variety, some of them do not compress. Throws std::runtime_error
+// for a path that does not exist.
 std::vector<std::string> find_traffic(const std::vector<std::string>& paths, bool b_variety = false);
 
-// Sizes of messages in bytes: one size, or (0) a spread of sizes as applications have them, from tiny ones to 64 KB.
+// Sizes of messages in bytes: one size, or (0) a mixture of sizes typical of applications, from tiny ones to 64 KB.
 struct RE_message_sizes
 {
     std::uint32_t fixed = 0;
@@ -24,13 +25,13 @@ struct RE_message_sizes
 class RE_message_source
 {
 public:
-    // Leaves a note on standard error and is empty when the file cannot be read.
+    // If the file cannot be read, prints a message to standard error and is not open.
     RE_message_source(const std::string& path, RE_message_sizes sizes, std::uint64_t seed);
 
     bool is_open() const { return m_file != nullptr; }
-    // What recognises the file's traffic.
+    // The application that the file's traffic belongs to.
     const RE_application& application() const { return *m_application; }
-    // Reads the next message; false at the end.
+    // Reads the next message. Returns false at the end.
     bool next(RE_byte_buffer& message);
 
 private:

@@ -1,7 +1,7 @@
-// The smallest engine that viewers can report on: one peer, one connection, one message a second. Build it with
+// The smallest engine that viewers can report on: one peer, one connection, one message per second. Build it with
 //     c++ -std=c++20 minimal_engine.cpp $(pkg-config --cflags --libs kav_core)
-// run it, and look at it with `exec_show_stats_kav global-info` and `exec_show_stats_kav conn last`. Ctrl-C ends it;
-// its statistics go with it, however it ends.
+// Run it, and look at it with `exec_show_stats_kav global-info` and `exec_show_stats_kav conn last`. Ctrl-C ends it.
+// Its statistics disappear with it, however it ends.
 #include <RE_stat_writer.h>
 
 #include <unistd.h>
@@ -20,7 +20,7 @@ int main()
 
     RE_stat_writer statistics;
     if (const int error = statistics.create(RE_stat_limits{}, std::time(nullptr)); error != 0) {
-        std::fprintf(stderr, "minimal_engine: %s\n", std::strerror(-error)); // EBUSY: an engine runs already
+        std::fprintf(stderr, "minimal_engine: %s\n", std::strerror(-error)); // EBUSY: another engine is running
         return 1;
     }
     statistics.set_global(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_ACTIVE);
@@ -28,14 +28,14 @@ int main()
 
     RE_stat_conn_header ends{};
     ends.m_conn_id = 1;
-    ends.m_client_ip = 0xc000020a; // 192.0.2.10, first octet most significant
+    ends.m_client_ip = 0xc000020a; // 192.0.2.10, with the first octet in the highest byte
     ends.m_client_port = 40000;
     ends.m_server_ip = 0xc6336414; // 198.51.100.20
     ends.m_server_port = 80;
     SO_stat_conn_header transport{};
     transport.m_comp_type = 3; // connections without a compression type are not listed
     const int conn = statistics.open_conn(peer, ends, transport, std::time(nullptr));
-    statistics.publish(); // from here on viewers may look
+    statistics.publish(); // from now on viewers can read the statistics
 
     while (b_stop == 0) {
         // Each call counts for the connection, its peer and the engine.
@@ -43,7 +43,7 @@ int main()
         statistics.add_conn_stat(conn, RE_STAT_CONN_ID_ENCODE_IN_BYTES, 1000);
         statistics.add_conn_stat(conn, RE_STAT_CONN_ID_ENCODE_OUT_BYTES, 250);
         if (!statistics.is_in_place()) {
-            statistics.publish_again(); // somebody has removed the segment
+            statistics.publish_again(); // the segment has been removed
         }
         sleep(1);
     }

@@ -1,5 +1,5 @@
-// Any bytes as a command line, its words parted by NULs, with an engine to report on. The files "log", "saved" and the
-// engine's configuration are there; nothing else on the machine is seen or touched.
+// Runs any bytes as a command line, with words separated by NULs and an engine to report on. The files "log", "saved"
+// and the engine's configuration exist; nothing else on the machine is read or changed.
 #include "RE_exec_show_stats_kav.h"
 #include "RE_file_reader.h"
 #include "harness.h"
@@ -21,11 +21,11 @@ std::vector<unsigned char>& engine_image()
 
 void provide(const char* path, const std::vector<unsigned char>& bytes)
 {
-    static std::deque<memory_file> files; // there for the whole run
+    static std::deque<memory_file> files; // kept for the whole run
     add_file(path, files.emplace_back(bytes.data(), bytes.size()));
 }
 
-// The sample engine; what is to be saved goes nowhere.
+// Reads the sample engine. Saved files are discarded.
 class engine_reader : public memory_reader
 {
 public:
@@ -59,7 +59,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    // Each word in memory of its own, so that a look beyond its end is found.
+    // Each word has its own memory, so that an access beyond its end is detected.
     std::vector<std::unique_ptr<char[]>> words;
     const auto* const text = reinterpret_cast<const char*>(data);
     for (std::size_t at = 0; at < size && words.size() < max_words;) {

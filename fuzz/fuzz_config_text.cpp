@@ -1,4 +1,4 @@
-// Any bytes as the engine's configuration file: the report ends with exactly these bytes.
+// Uses any bytes as the engine's configuration file: the report must end with exactly these bytes.
 #include "RE_config_view.h"
 #include "RE_viewer_reader.h"
 #include "harness.h"

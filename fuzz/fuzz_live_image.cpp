@@ -1,4 +1,4 @@
-// Any bytes as the shared memory of an engine, through every report: as they are, and with the header put right.
+// Prints every report on any bytes as the shared memory of an engine: as they are, and with a corrected header.
 #include "harness.h"
 #include "support/relaid_image.h"
 

@@ -1,5 +1,5 @@
-// Any bytes as a saved statistics file, through every report: as they are, and once more with the header and checksum
-// put right, which gets past what refuses nearly everything else.
+// Prints every report on any bytes as a saved statistics file: as they are, and with a corrected header and checksum,
+// because otherwise nearly every input is refused at once.
 #include "RE_file_reader.h"
 #include "harness.h"
 #include "support/relaid_image.h"

@@ -1,5 +1,5 @@
-// Any text as a MAC address, an IP address and a peer's identity: what is accepted is printed back as what it is, and
-// what is refused changes nothing.
+// Parses any text as a MAC address, an IP address and a peer's identity. A text that is accepted must be printed with
+// the same value. A text that is refused must change nothing.
 #include "RE_context_id.h"
 #include "RE_ip.h"
 #include "RE_top_app_post_process.h"
@@ -48,7 +48,7 @@ void try_ip(const char* text)
 
 void try_peer(const char* text)
 {
-    char peer[256] = {}; // as the command line hands it on
+    char peer[256] = {}; // as passed by the command line
     std::memcpy(peer, text, strnlen(text, sizeof peer - 1));
     RE_stat_app_struct record{};
     record.m_header.m_kav_peer_id.m_data[0] = 1;

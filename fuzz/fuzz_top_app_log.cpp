@@ -1,4 +1,4 @@
-// Any bytes as a top-application log: the report and the messages must be those of reading each field alone.
+// Reports any bytes as a top-application log: report and messages must be those of reading each field alone.
 #include "RE_syslog.h"
 #include "RE_top_app_log.h"
 #include "support/top_app_log_reference.h"
@@ -19,7 +19,7 @@ unsigned char no_debug_flags = 0;
 
 } // namespace
 
-// The messages come here instead of to the system log.
+// Receives the messages instead of the system log.
 unsigned char* re_syslog_global_debug_enabled = &no_debug_flags;
 unsigned char* re_syslog_per_conn_debug_enabled = &no_debug_flags;
 

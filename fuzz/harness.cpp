@@ -95,7 +95,7 @@ void show_every_report()
     show_top_app(no_file, peer, false, 2);
 }
 
-// What no slot and no id is called must change nothing, whatever the image claims.
+// Invalid slots and ids must change nothing, whatever the image contains.
 void ask_for_what_is_not_there(RE_stat_reader& reader)
 {
     for (const int slot : {-1, INT_MIN, INT_MAX, 4096, 1000000}) {

@@ -1,5 +1,5 @@
-// What the fuzz targets share: a world that holds still (time, files, the system log), images in memory, and one call
-// that prints every report.
+// Shared code of the fuzz targets: an environment that does not change (time, files, the system log), images in memory,
+// and one call that prints every report.
 #pragma once
 
 #include "RE_image_reader.h"
@@ -11,14 +11,14 @@
 #include <memory>
 #include <string>
 
-// From here on standard output goes nowhere.
+// From now on standard output is discarded.
 void discard_output();
 
-// What `print` prints to standard output.
+// Returns what `print` prints to standard output.
 template <typename Print>
 std::string output_of(const Print& print);
 
-// A file that is in memory alone.
+// A file that exists only in memory.
 class memory_file
 {
 public:
@@ -33,11 +33,11 @@ private:
     std::string m_path;
 };
 
-// The viewer and the core library find these files and no others: path, and what opening it opens instead.
+// The viewer and the core library can open only the files that are added here. Opening `path` opens `file` instead.
 void add_file(const std::string& path, const memory_file& file);
 
-// Reads an image as live statistics, without a segment around it. The bytes are copied; what is read beyond them is
-// found by the address sanitizer.
+// Reads an image as live statistics, without a segment. The bytes are copied, so that the address sanitizer detects a
+// read beyond them.
 class memory_reader : public RE_image_reader
 {
 public:
@@ -53,7 +53,7 @@ private:
     std::size_t m_size;
 };
 
-// Prints every report that there is, saves to nowhere, asks for what is not there, resets, and prints once more.
+// Prints every report, discards a saved file, asks for invalid slots and ids, resets, and prints once more.
 void exercise(RE_stat_reader& reader);
 
 template <typename Print>

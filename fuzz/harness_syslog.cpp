@@ -1,4 +1,4 @@
-// The system log of the fuzz targets: every message is put together, and goes nowhere.
+// The system log of the fuzz targets: formats every message and discards it.
 #include "RE_syslog.h"
 
 #include <cstdarg>
@@ -6,7 +6,7 @@
 
 namespace {
 
-// With debug messages, which carry what the command line holds.
+// Debug messages are enabled, because they contain text of the command line.
 unsigned char debug_flags = RE_SYSLOG_DEBUG_ENABLED;
 
 } // namespace

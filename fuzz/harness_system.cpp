@@ -1,5 +1,4 @@
-// The system calls that a report depends on, for fuzz targets linked with --wrap: nothing outside the input may change
-// what happens.
+// The system calls that a report depends on, for fuzz targets linked with --wrap: only the input may affect the result.
 #include "harness.h"
 #include "support/engine_shapes.h"
 
@@ -11,7 +10,7 @@
 
 namespace {
 
-// There to the very end: what measures coverage opens its files behind all destructors.
+// Never destroyed, because coverage tools open their files after all destructors.
 std::map<std::string, std::string>& files()
 {
     static auto* const known = new std::map<std::string, std::string>;
@@ -23,7 +22,8 @@ bool begins(const char* text, const char* beginning)
     return std::strncmp(text, beginning, std::strlen(beginning)) == 0;
 }
 
-// An input in memory; what else is open belongs to the harness, and a pipe of it could be waited for without end.
+// Whether the path is an input in memory. Other open files belong to the harness, and opening one of its pipes could
+// block forever.
 bool is_input_in_memory(const char* path)
 {
     struct stat status
@@ -54,7 +54,7 @@ std::time_t __wrap_time(std::time_t* result)
     return sample_now;
 }
 
-// Waiting for an engine that is not there would only take time.
+// Waiting for an engine that does not exist would only take time.
 int __wrap_sched_yield()
 {
     return 0;
@@ -66,7 +66,7 @@ int __wrap_open(const char* path, int flags, unsigned int mode)
     if (found != files().end()) {
         return __real_open(found->second.c_str(), flags, mode);
     }
-    // The sample engine's segment and its folders, the inputs in memory, and where reports are saved to.
+    // The sample engine's segment and its folders, the inputs in memory, and the target of saved reports.
     if (std::strcmp(path, "/dev/shm") == 0 || begins(path, "/dev/shm/kav-") || begins(path, "/tmp/kav_sample.") ||
         is_input_in_memory(path) || std::strcmp(path, "/dev/null") == 0) {
         return __real_open(path, flags, mode);

@@ -1,4 +1,4 @@
-// The main of a fuzz target without libFuzzer: runs the target once for every file of the folders that are named.
+// The main function of a fuzz target without libFuzzer: runs the target once for every file in the named folders.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -20,7 +20,7 @@ void run(const std::filesystem::path& path)
 {
     std::ifstream file(path, std::ios::binary);
     const std::vector<char> bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    std::fprintf(stderr, "%s\n", path.c_str()); // the last one before a crash is the one
+    std::fprintf(stderr, "%s\n", path.c_str()); // the last name before a crash is the cause
     LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
 }
 
@@ -34,7 +34,7 @@ int main(int argc, char** argv)
     std::vector<std::filesystem::path> inputs;
     for (int at = 1; at < argc; ++at) {
         if (argv[at][0] == '-') {
-            continue; // meant for libFuzzer
+            continue; // an option of libFuzzer
         }
         for (const auto& entry : std::filesystem::directory_iterator(argv[at])) {
             inputs.push_back(entry.path());

@@ -1,4 +1,4 @@
-// Makes the seeds of fuzz_command_line: one for each command, its words parted by NULs.
+// Creates the seeds of fuzz_command_line: one per command, with its words separated by NULs.
 #include "seeds.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Makes the seeds of fuzz_config_text.
+// Creates the seeds of fuzz_config_text.
 #include "seeds.h"
 
 int main(int argc, char** argv)

@@ -1,5 +1,6 @@
-// Makes the seeds of fuzz_live_image. Whole segments are large, as their auto-bypass table has room for every server it
-// may ever hold; so most seeds are saved images made to look like live ones, in which the table is cut short.
+// Creates the seeds of fuzz_live_image. Whole segments are large, because their auto-bypass table has room for every
+// server that it may ever contain. So most seeds are saved images that are changed to look like live ones, with that
+// table truncated.
 #include "RE_stat_image.h"
 #include "seeds.h"
 #include "support/engine_shapes.h"
@@ -17,7 +18,7 @@ std::vector<unsigned char> as_live(std::vector<unsigned char> saved)
         unsigned char* const place = saved.data() + sizeof header + at * sizeof(RE_image_section);
         RE_image_section section{};
         std::memcpy(&section, place, sizeof section);
-        section.slots = section.rows; // a live image has a row for each
+        section.slots = section.rows; // a live image has one row per slot
         std::memcpy(place, &section, sizeof section);
     }
     repair_image(saved.data(), saved.size(), RE_image_kind::live);

@@ -1,4 +1,4 @@
-// Makes the seeds of fuzz_saved_file: small files as engines of several sizes save them.
+// Creates the seeds of fuzz_saved_file: small files as engines of several sizes save them.
 #include "seeds.h"
 #include "support/engine_shapes.h"
 #include "support/relaid_image.h"

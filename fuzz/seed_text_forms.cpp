@@ -1,4 +1,4 @@
-// Makes the seeds of fuzz_text_forms: texts that are accepted, and the nearest that are not.
+// Creates the seeds of fuzz_text_forms: texts that are accepted, and similar ones that are not.
 #include "RE_context_id.h"
 #include "seeds.h"
 

@@ -1,4 +1,4 @@
-// Makes the seeds of fuzz_top_app_log: small logs as engines write them.
+// Creates the seeds of fuzz_top_app_log: small logs as engines write them.
 #include "RE_top_app_log_writer.h"
 
 #include <cstdio>

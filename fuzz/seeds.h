@@ -1,4 +1,4 @@
-// How the programs that make seeds write them.
+// Helpers for the programs that create seeds.
 #pragma once
 
 #include <cstdio>
@@ -21,7 +21,7 @@ void write_seed(const std::string& folder, const std::string& name, const Bytes&
     write_seed(folder, name, bytes.data(), bytes.size());
 }
 
-// The one argument of such a program.
+// Returns the folder, which is the only argument of such a program.
 inline std::string seed_folder(int argc, char** argv)
 {
     if (argc != 2) {

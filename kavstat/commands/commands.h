@@ -95,8 +95,8 @@ struct WatchOptions
     bool b_reverse = false;
     std::string filter;
     std::optional<std::string> rules; // a file of settings
-    bool b_once = false; // one report as text
-    bool b_json = false; // a line of JSON for each look
+    bool b_once = false;              // one report as text
+    bool b_json = false;              // a line of JSON for each look
 };
 // Until the user has seen enough, or SIGTERM, SIGINT or SIGHUP.
 int run_watch(const WatchOptions& options);

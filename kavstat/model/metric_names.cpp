@@ -182,16 +182,24 @@ constexpr bool has_help(const RE_stat_counter_info& counter)
     return !contains(counter.metric, "=") || help_in_table(metric_name_of(counter)) != nullptr;
 }
 
-constexpr bool is_good(const RE_stat_counter_info& counter)
-{
-    return is_series(counter) && is_named_by_the_book(counter) && has_help(counter);
-}
-
-// A metric's name, labels or ending is wrong, or RE_STAT_METRIC is missing. The rules are at the top of the table.
-static_assert(std::ranges::all_of(re_stat_global_counters, is_good));
-static_assert(std::ranges::all_of(re_stat_peer_counters, is_good));
-static_assert(std::ranges::all_of(re_stat_conn_counters, is_good));
-static_assert(std::ranges::all_of(re_stat_app_counters, is_good));
+// One assertion for each counter, so that the compiler's message names it.
+#define RE_STAT_CHECK_RANGE(first, last, enumerator, unit, kind, metric, meaning)                                      \
+    static_assert(is_series({first, last, #enumerator, RE_stat_unit::unit, RE_stat_kind::kind, metric, meaning}),      \
+                  "the metric of " #enumerator " is not written as a name and labels");                                \
+    static_assert(                                                                                                     \
+        is_named_by_the_book({first, last, #enumerator, RE_stat_unit::unit, RE_stat_kind::kind, metric, meaning}),     \
+        "the metric of " #enumerator " breaks a naming rule of docs/kavstat.md, \"Metrics\"");                         \
+    static_assert(has_help({first, last, #enumerator, RE_stat_unit::unit, RE_stat_kind::kind, metric, meaning}),       \
+                  "the metric of " #enumerator " has labels and needs a RE_STAT_METRIC in RE_stat_counters.def");
+#define RE_STAT_CHECK(value, ...) RE_STAT_CHECK_RANGE(value, value, __VA_ARGS__)
+#define RE_STAT_GLOBAL(...) RE_STAT_CHECK(__VA_ARGS__)
+#define RE_STAT_GLOBAL_RANGE(...) RE_STAT_CHECK_RANGE(__VA_ARGS__)
+#define RE_STAT_PEER(...) RE_STAT_CHECK(__VA_ARGS__)
+#define RE_STAT_CONN(...) RE_STAT_CHECK(__VA_ARGS__)
+#define RE_STAT_APP(...) RE_STAT_CHECK(__VA_ARGS__)
+#include "RE_stat_counters.def"
+#undef RE_STAT_CHECK
+#undef RE_STAT_CHECK_RANGE
 
 // ---- The metrics.
 

@@ -1,5 +1,5 @@
 // The pages of the live view. A page gives lines for a width and a height, and takes keys. Most are tables, made from a
-// row of `watch_pages`.
+// row of `table_pages` in pages/pages.cpp.
 #pragma once
 
 #include "format/output.h"

@@ -673,6 +673,25 @@ TEST_F(reset_test, never_reaches_another_engine_that_has_taken_the_name)
     EXPECT_EQ(second.get_global(RE_STAT_GLOBAL_ID_NUM_TOTAL_CONNS), 55);
 }
 
+TEST_F(reset_test, of_a_slot_that_the_segment_has_no_more_changes_nothing)
+{
+    start();
+    fill();
+    auto* const table = reinterpret_cast<RE_image_section*>(map_segment() + sizeof(RE_image_header));
+    for (const RE_image_section_id id :
+         {RE_IMAGE_PEERS, RE_IMAGE_PEER_COUNTERS, RE_IMAGE_CONNS, RE_IMAGE_CONN_COUNTERS}) {
+        table[id - 1].rows = table[id - 1].slots = 2;
+    }
+    const std::string before = bytes_of_file(segment_path());
+    ASSERT_TRUE(reader->is_peer_valid(2));
+    reader->reset_peer_stat(2);
+    ASSERT_TRUE(reader->is_conn_valid(3));
+    reader->reset_conn_stat(3);
+    EXPECT_TRUE(before == bytes_of_file(segment_path()));
+    reader->reset_peer_stat(0);
+    EXPECT_FALSE(before == bytes_of_file(segment_path()));
+}
+
 TEST_F(reset_test, of_a_saved_file_stays_in_memory)
 {
     start();

@@ -429,6 +429,24 @@ TEST_F(connected_peers_test, are_published_again)
     EXPECT_EQ(connected(), now_and_most(1, 2));
 }
 
+TEST_F(connected_peers_test, lose_connections_that_close_while_the_segment_is_cut)
+{
+    const int first = open_conn(0);
+    const int second = open_conn(1);
+    open_conn(1);
+    ASSERT_EQ(truncate(segment_path().c_str(), 0), 0);
+    engine.close_conn(first, 5);
+    engine.release_conn(second);
+    ASSERT_EQ(engine.publish_again(), 0);
+    EXPECT_EQ(connected(), now_and_most(1, 1));
+    ASSERT_EQ(reader->open(), 0);
+    EXPECT_EQ(reader->read_peer_active_conn_count(0), 0);
+    EXPECT_EQ(reader->read_peer_active_conn_count(1), 1);
+    open_conn(0);
+    EXPECT_EQ(connected(), now_and_most(2, 2));
+    EXPECT_EQ(reader->read_peer_active_conn_count(0), 1);
+}
+
 // Ids of one family are not accepted for another.
 template <typename Id>
 concept is_conn_id = requires(RE_stat_writer& writer, Id id)

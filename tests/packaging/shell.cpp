@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <regex>
 
 std::string output_of(const std::string& command, int* exit_status)
 {
@@ -21,6 +22,21 @@ std::string output_of(const std::string& command, int* exit_status)
         *exit_status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
     return output;
+}
+
+std::vector<std::string> viewer_commands()
+{
+    const std::string source = bytes_of_file(KAV_SOURCE_DIR "/comp/TCP/cli/RE_exec_show_stats_kav.cpp");
+    const std::size_t begin = source.find("constexpr command commands[]");
+    EXPECT_NE(begin, std::string::npos);
+    const std::string table = source.substr(begin, source.find("};", begin) - begin);
+    std::vector<std::string> words = {"read-file"}; // needs no engine, and is not in the table
+    const std::regex word("\\{\"([a-z-]+)\",");
+    for (std::sregex_iterator at(table.begin(), table.end(), word), end; at != end; ++at) {
+        words.push_back((*at)[1]);
+    }
+    EXPECT_GE(words.size(), 13U); // else it is the looking for words that has broken
+    return words;
 }
 
 idle_engine::idle_engine(std::vector<std::string> options)

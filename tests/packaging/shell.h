@@ -12,6 +12,9 @@
 // status of the command. May be null.
 std::string output_of(const std::string& command, int* exit_status = nullptr);
 
+// The words of the viewer's commands, in the order in which it looks for them.
+std::vector<std::string> viewer_commands();
+
 // Runs the demo engine once over this project's documents. After that, its statistics do not change. The name of its
 // segment is in KAV_STAT_SEGMENT.
 class idle_engine

@@ -34,7 +34,7 @@ void print_brief_config(const RE_stat_config_param& cfg)
     std::printf("  KAV auto bypass fifo threshold %d MB\n", cfg.m_kav_auto_bypass_threshold);
 }
 
-// The words for true and false differ from line to line, and one line ends in a blank; scripts know them all.
+// The words for true and false differ from line to line, and one line ends in a blank. Scripts rely on both.
 void print_detailed_config(const RE_stat_config_param& cfg)
 {
     std::printf("  Replication-accelerator mode: %s\n", is_set(cfg.m_b_rep_accl_mode) ? "ON" : "OFF");
@@ -57,7 +57,7 @@ void print_detailed_config(const RE_stat_config_param& cfg)
     std::printf("  Default section size: %d\n", cfg.m_section_size);
     std::printf("  Default average chunk size: %d, default min chunk size: %d\n", cfg.m_avg_chunk_size,
                 cfg.m_min_chunk_size);
-    std::puts("  Range lookup parameteres:"); // misspelt for as long as there have been scripts that look for it
+    std::puts("  Range lookup parameteres:"); // misspelt, but scripts rely on this spelling
     std::printf("  \tPartial lookup: %s\n", is_set(cfg.m_b_partial_lookup_on) ? "ON" : "OFF");
     std::printf("  \tWrite threshold: %u, Cold pass threshold: %u\n", cfg.m_write_tshld, cfg.m_cold_pass_tshld);
     std::printf("  LZ algorithm: %.*s, adaptive LZ: %s\n", static_cast<int>(sizeof cfg.m_lz_algorithm),
@@ -70,19 +70,19 @@ void print_detailed_config(const RE_stat_config_param& cfg)
     std::printf("  Buffer block_size: %d\n", cfg.m_iov_block_size);
 }
 
-// What one read gives of the file's size: a file that is cut meanwhile, or that cannot be read, prints that much less.
-// Only a file that is no configuration comes in pieces. Room for all of it is asked for, as the message about it says,
-// but only one piece is ever filled.
+// Prints what one read returns for the file's size: less if the file is truncated in the meantime or cannot be read.
+// Only a file that is too large to be a configuration is read in several pieces. The buffer is allocated for the whole
+// file, as the error message says, but only the size of one piece is ever used.
 void print_open_file(int fd)
 {
-    constexpr std::size_t most_in_a_read = 0x7ffff000; // of the system; one read is all that has ever been printed
-    constexpr std::size_t piece = 16 << 20;            // more than any configuration
+    constexpr std::size_t most_in_a_read = 0x7ffff000; // the system's limit for one read; no more is ever printed
+    constexpr std::size_t piece = 16 << 20;            // larger than any configuration
     struct stat status = {};
     if (fstat(fd, &status) != 0) {
         return;
     }
     const auto size = static_cast<std::size_t>(status.st_size);
-    // One byte more than the file, since no memory at all may be told from a failure for an empty file as well.
+    // One byte more than the file, because malloc(0) may return null without a failure.
     const std::unique_ptr<char, decltype(&std::free)> buffer(static_cast<char*>(std::malloc(size + 1)), &std::free);
     if (!buffer) {
         std::printf(" malloc failure for config file open: %ld\n", static_cast<long>(status.st_size));
@@ -101,11 +101,11 @@ void print_open_file(int fd)
     }
 }
 
-// The file as it stands on disk, NUL bytes included.
+// Prints the file as it is on disk, including NUL bytes.
 void print_config_file()
 {
     std::puts("\n<---------------- re_cfg.txt start here--------------------->");
-    // Without O_NONBLOCK a FIFO in the file's place would keep the operator waiting for its writer.
+    // Without O_NONBLOCK, opening a FIFO in the file's place would block until it has a writer.
     const int fd = open(config_file_path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) {
         std::puts(" Config file open failed ");
@@ -137,7 +137,7 @@ void show_kav_bypass(bool b_show_detail)
     RE_auto_bypass::show_tables(mem, b_show_detail);
 }
 
-// The first two banners begin with a blank and the third does not; scripts know them as they are.
+// The first two banners begin with a blank and the third does not. Scripts rely on this.
 void show_tech_support()
 {
     std::puts("\n ------------ KAV configuration parameters ------------------");

@@ -7,8 +7,8 @@
 #include <cstdio>
 #include <string>
 
-// A counter that appears twice, in a guard and in a value or in two values, is read twice. Against a running engine the
-// second reading may differ from the first, so a divisor is looked at again after the guard has let it pass.
+// A counter that is used twice, in a guard and in a value or in two values, is read twice. With a running engine the
+// second value may differ from the first, so a divisor is checked again after the guard.
 
 namespace {
 
@@ -38,7 +38,7 @@ double latency(const RE_conn_slot& c, int total_id, int num_msgs_id)
     return c.get(num_msgs_id) > 0 ? quotient(c.get(total_id), c.get(num_msgs_id)) / 1000.0 : 0.0;
 }
 
-// Bytes per message, cut; 0 without messages.
+// Bytes per message, truncated; 0 without messages.
 std::string average_size(const RE_conn_slot& c, int bytes_id, int num_msgs_id)
 {
     long long average = 0;
@@ -50,7 +50,7 @@ std::string average_size(const RE_conn_slot& c, int bytes_id, int num_msgs_id)
     return get_data_size_str(average);
 }
 
-// What searching costs per message or range. Unlike a message count in the latencies, a negative divisor counts.
+// Search cost per message or per range. Unlike the number of messages in latency(), the divisor may be negative.
 double search_cost(const RE_conn_slot& c, int total_id, int divisor_id)
 {
     return c.get(divisor_id) != 0 ? quotient(c.get(total_id), c.get(divisor_id)) : 0.0;
@@ -61,7 +61,7 @@ long long num_lz_bypass(const RE_conn_slot& c, int num_msgs_id, int num_lz_msgs_
     return std::max(0LL, wrapping_difference(c.get(num_msgs_id), c.get(num_lz_msgs_id)));
 }
 
-// What reached the LZ stage of the encoder, bypassed or reduced before, and did not go through it.
+// Size of the data that reached the encoder's LZ stage, bypassed or reduced before, but did not go through it.
 std::string encode_lz_bypass_size(const RE_conn_slot& c)
 {
     const long long offered =
@@ -69,7 +69,7 @@ std::string encode_lz_bypass_size(const RE_conn_slot& c)
     return get_data_size_str(std::max(0LL, wrapping_difference(offered, c.get(RE_STAT_CONN_ID_LZ_ENCODE_IN_BYTES))));
 }
 
-// Not the mirror image of the encoder's: all that arrived, less what went through LZ.
+// Not the counterpart of the encoder's size: all bytes that arrived, less those that went through LZ.
 std::string decode_lz_bypass_size(const RE_conn_slot& c)
 {
     return get_data_size_str(std::max(
@@ -79,7 +79,7 @@ std::string decode_lz_bypass_size(const RE_conn_slot& c)
 void show_encode_info(const RE_conn_slot& c)
 {
     std::printf("Encode: ");
-    // The age belongs to the engine's one cache, whatever the slot.
+    // The engine has only one cache, so the age is the same for every slot.
     std::printf("Sigblock oldest data (age): %s\n", get_age_str(GLOB(RE_STAT_GLOBAL_ID_CACHE_SIGBLOCK_AGE)));
     std::printf("   Overall: msg: %10lld, %s\n", c.get(RE_STAT_CONN_ID_ENCODE_NUM_MSGS),
                 encode_ratio(c, RE_STAT_CONN_ID_ENCODE_IN_BYTES, RE_STAT_CONN_ID_ENCODE_OUT_BYTES));
@@ -116,11 +116,11 @@ void show_decode_info(const RE_conn_slot& c)
     std::printf(" LZ Bypass: msg: %10lld, in: %s\n",
                 num_lz_bypass(c, RE_STAT_CONN_ID_DECODE_NUM_MSGS, RE_STAT_CONN_ID_LZ_DECODE_NUM_MSGS),
                 decode_lz_bypass_size(c).c_str());
-    // Only encoding delays messages, so there is no such count here.
+    // Only the encoder delays messages, so the decoder has no such count.
     std::printf("    Avg latency: %10.3f ms  disk latency: %10.3f ms\n",
                 latency(c, RE_STAT_CONN_ID_TOT_DECODE_SPEED, RE_STAT_CONN_ID_DECODE_NUM_MSGS),
                 latency(c, RE_STAT_CONN_ID_TOT_DECODE_DISK_SPEED, RE_STAT_CONN_ID_DECODE_NUM_MSGS));
-    // The output, as the uncompressed side here, where the encoder takes its input.
+    // The decoder's uncompressed side is its output; the encoder's is its input.
     std::printf(" Average message size: %s\n",
                 average_size(c, RE_STAT_CONN_ID_DECODE_OUT_BYTES, RE_STAT_CONN_ID_DECODE_NUM_MSGS).c_str());
     show_msg_size_dist(c, RE_STAT_CONN_ID_DECODE_X);
@@ -150,7 +150,7 @@ struct bypass_cause
     bool b_msg;
 };
 
-// In the order of the report, which is not that of the identifiers.
+// In the order of the report, which differs from the order of the identifiers.
 constexpr bypass_cause encode_bypass_causes[] = {
     {"low memory", RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_LOWMEM, RE_STAT_CONN_ID_ENCODE_BYPASS_LOWMEM_BYTES, true},
     {"out of sync cache", RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_OUT_OF_SYNC,
@@ -185,7 +185,7 @@ constexpr bypass_cause encode_bypass_causes[] = {
 
 void show_encode_bypass_causes(const RE_conn_slot& c)
 {
-    // Partial chunks are not part of the total, so they count by themselves.
+    // Partial chunks are not part of the total, so they are tested separately.
     if (c.get(RE_STAT_CONN_ID_ENCODE_BYPASS_TOTAL_BYTES) > 0 || c.get(RE_STAT_CONN_ID_ENCODE_BYPASS_CHUNK_BYTES) > 0) {
         std::puts("  Encode bypass due to:");
         for (const bypass_cause& cause : encode_bypass_causes) {
@@ -220,7 +220,8 @@ void show_invalid_sections(const RE_conn_slot& c)
 {
     if (c.get(RE_STAT_CONN_ID_NUM_INVALID_SECTIONS) > 0) {
         const long long all = c.get(RE_STAT_CONN_ID_NUM_INVALID_SECTIONS);
-        // Any converted section blames the conversion for all of them; its own count is never shown, on purpose.
+        // If any section was converted, the conversion is shown as the cause of all. The number of converted sections
+        // is never shown, on purpose.
         const long long converted =
             c.get(RE_STAT_CONN_ID_NUM_CONVERT_INVALID_SECTIONS) > 0 ? c.get(RE_STAT_CONN_ID_NUM_INVALID_SECTIONS) : 0;
         // The blank before the line break is part of the format.
@@ -243,7 +244,7 @@ void show_lz_latencies(const RE_conn_slot& c)
 void show_cache_writes(const RE_conn_slot& c)
 {
     std::puts("\n  Cache write detail:");
-    // The SECBLOCK counters feed the line on data units.
+    // The line on data units shows the SECBLOCK counters.
     std::printf("  Section written:\n"
                 "  Sigblock: cnt: %lld, size: %s, new size: %s\n"
                 "  Dataunit: cnt: %lld, size: %s, new size: %s\n",
@@ -261,7 +262,7 @@ void show_cache_writes(const RE_conn_slot& c)
                 size_of(c, RE_STAT_CONN_ID_DATA_DEDUPLICATION_SAVING_SIZE).c_str());
 }
 
-// Aggregation has a single level, whose number the report shows all the same.
+// Aggregation has only one level, but the report shows its number.
 constexpr int only_level = 0;
 
 void show_aggregation(const RE_conn_slot& c)
@@ -302,7 +303,7 @@ void show_conn_detail(const RE_conn_slot& c)
     std::printf("  Chunks: encoded %lld,  decoded %lld,  anchor(forced) %lld(%lld)\n",
                 c.get(RE_STAT_CONN_ID_ENCODE_NUM_CHUNKS), c.get(RE_STAT_CONN_ID_DECODE_NUM_CHUNKS),
                 c.get(RE_STAT_CONN_ID_NUM_ANCHOR_CHUNK_COUNT), c.get(RE_STAT_CONN_ID_NUM_FORCED_ANCHOR_CHUNK_COUNT));
-    // "messges" is how scripts know the line.
+    // Scripts rely on the spelling "messges".
     std::printf("  Total number of processed messges: %lld\n",
                 wrapping_sum(c.get(RE_STAT_CONN_ID_ENCODE_NUM_MSGS), c.get(RE_STAT_CONN_ID_DECODE_NUM_MSGS)));
     show_search_costs(c);

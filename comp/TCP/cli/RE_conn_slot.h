@@ -2,12 +2,12 @@
 // single one. The same identifiers (RE_stat_conn_id) exist at every scope, so every block of a report is written once.
 #pragma once
 
-// A handle on one scope: a short-lived object of the view that prints, owning nothing, valid while the run's reader is
-// open. Every get is a fresh read, so two reads of a live counter may differ.
+// Gives access to the counters of one scope. A view creates one to print with. It owns nothing and is valid while the
+// run's reader is open. Every get() reads the counter again, so two reads of a live counter may differ.
 class RE_conn_slot
 {
 public:
-    // The counter (id: an RE_stat_conn_id) at this scope; 0 when the reader does not know it.
+    // Returns the counter (id: an RE_stat_conn_id) at this scope; 0 when the reader does not have it.
     virtual long long get(int id) const = 0;
     // Whether the counters are sums over many connections.
     virtual bool is_aggregated() const = 0;
@@ -22,7 +22,7 @@ public:
     bool is_aggregated() const override { return true; }
 };
 
-// All connections with the peer in one of the reader's peer slots (its storage place, not the peer's number).
+// All connections with the peer in one of the reader's peer slots (an index, not the peer's number).
 class RE_peer_conn_slot : public RE_conn_slot
 {
 public:
@@ -34,7 +34,7 @@ private:
     int m_peer_slot;
 };
 
-// The connection in one of the reader's connection slots (its storage place, not the connection's id).
+// The connection in one of the reader's connection slots (an index, not the connection's id).
 class RE_conn_conn_slot : public RE_conn_slot
 {
 public:

@@ -36,7 +36,7 @@ int read_peer(int conn_slot)
     return peer;
 }
 
-// A connection as the scan reads it: all of it, before the first test.
+// A connection as the scan reads it: completely, before the first test.
 struct scanned_conn
 {
     RE_stat_conn_header hdr{};
@@ -90,9 +90,10 @@ void scan_conns(int MAX_STAT_CONN_SLOT_NUM, const conn_filter& filter, Take take
     }
 }
 
-// The listed connections. There is room for every slot from the start, so that nothing is ever copied to a larger
-// place; memory that no connection needs is never touched. An engine that claims more slots than memory can be had for
-// starts with as much as can be had, and no connection is ever left out: without memory for it the program gives up.
+// The listed connections. Memory for every slot is allocated at the start, so the list is never copied to a larger
+// array; memory that no connection needs is never touched. If an engine claims more slots than memory allows, the list
+// starts as large as possible and grows. No connection is ever left out: without memory for it the program ends with an
+// error.
 class conn_list
 {
 public:
@@ -131,8 +132,9 @@ private:
     std::unique_ptr<RE_conn_slot_id[]> m_ids;
 };
 
-// Finds the connection that was opened last; the larger id among those of one second. The time to beat starts at 1970,
-// so that a connection opened before is never taken, and is kept in 32 bits, as the engine's clocks are.
+// Finds the connection that was opened last; of several in the same second, the one with the largest id. The time to
+// compare with starts at 1970, so a connection opened before is never found. It is kept in 32 bits, like the engine's
+// clocks.
 class last_conn
 {
 public:
@@ -152,7 +154,7 @@ private:
     RE_conn_slot_id m_last{-1, -1};
 };
 
-// A listed connection as it is now; it may have moved on, or be gone, since the scan found it.
+// A listed connection as it is now. It may have changed or disappeared since the scan found it.
 struct conn_record
 {
     RE_stat_conn_header hdr{};
@@ -195,7 +197,7 @@ char* put_table_row(RE_row_writer& rows, char* at, int conn_slot)
     at = put_char(at, ' ');
     at = put_number_right(at, conn.peer, 3);
     at = put_char(at, ' ');
-    // In the row before the next call, which may write over it.
+    // Copied into the row before the next call, which may overwrite it.
     at = rows.put_any_text_right(at, ip_to_string(conn.hdr.m_client_ip), address_width);
     at = put_char(at, ':');
     at = put_number_left(at, conn.hdr.m_client_port, 5);
@@ -280,11 +282,11 @@ conn_list find_conns(const conn_filter& filter)
     scan_conns(MAX_STAT_CONN_SLOT_NUM, filter, [&slot_id_vect](int conn_id, int conn_slot, std::time_t) {
         slot_id_vect.append({conn_id, conn_slot});
     });
-    // Equal ids in slot order: the same engine always gives the same listing.
+    // Equal ids are in slot order, so that the same engine always gives the same listing.
     const auto is_before = [](const RE_conn_slot_id& a, const RE_conn_slot_id& b) {
         return a.m_conn_id != b.m_conn_id ? RE_conn_slot_id_compare()(a, b) : a.m_conn_slot < b.m_conn_slot;
     };
-    // As long as no slot has been used twice, ids rise with the slots, and turning the list round is all it takes.
+    // Until a slot is used a second time, ids rise with the slots, and reversing the list is enough.
     std::reverse(slot_id_vect.begin(), slot_id_vect.end());
     if (!std::is_sorted(slot_id_vect.begin(), slot_id_vect.end(), is_before)) {
         std::sort(slot_id_vect.begin(), slot_id_vect.end(), is_before);
@@ -304,7 +306,8 @@ void show_conn(unsigned int client_ip, unsigned int server_ip, unsigned short cl
     }
 
     const conn_list slot_id_vect = find_conns(filter);
-    // Asking for a client or a connection is asking about few connections; a server, a peer or the open ones are many.
+    // A request for a client or a connection id selects few connections; one for a server, a peer or the open
+    // connections selects many.
     const bool b_summary = type == RE_SHOW_INFO && client_ip == 0 && conn_id < 0 && client_port == 0;
     if (b_summary) {
         print_table(slot_id_vect);

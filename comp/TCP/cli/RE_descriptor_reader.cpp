@@ -4,11 +4,11 @@
 
 #include <cerrno>
 
-// Buffers at least field_size bytes if the file has them. Returns how many are buffered then, cut to field_size, or -1
-// when there are none because the file cannot be read.
+// Buffers at least field_size bytes if the file has them. Returns the number of buffered bytes, at most field_size, or
+// -1 when there are none because the file cannot be read.
 int RE_descriptor_reader::fill(std::size_t field_size)
 {
-    const std::size_t begun = m_end - m_next; // bytes of a field whose rest was not read with them
+    const std::size_t begun = m_end - m_next; // bytes of a field that has been read only in part
     std::memmove(m_buffer.data() + largest_field - begun, m_buffer.data() + m_next, begun);
     m_next = largest_field - begun;
     m_end = largest_field;

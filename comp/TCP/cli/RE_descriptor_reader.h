@@ -1,4 +1,4 @@
-// Reads the fields of a file one after another as a read(2) each would, with one system call per buffer instead.
+// Reads the fields of a file one after another, as one read(2) per field would, but with one system call per buffer.
 #pragma once
 
 #include <cstddef>
@@ -11,15 +11,15 @@ public:
     // No field is larger.
     static constexpr std::size_t largest_field = 128;
 
-    // Borrows the descriptor, at its present offset, and the buffer, of 2 * largest_field bytes or many more. Reads go
-    // to its part behind the first largest_field bytes, which should start a page: to a few bytes behind that, the
-    // system copies half as fast.
+    // Borrows the descriptor, at its present offset, and the buffer, which has 2 * largest_field bytes or many more.
+    // The system writes to the part after the first largest_field bytes. This part should start at a page boundary: a
+    // few bytes after one, the system copies half as fast.
     RE_descriptor_reader(int fd, std::span<unsigned char> buffer) : m_fd(fd), m_buffer(buffer) {}
 
-    // Reads the next field. The result is what read(2) of a regular file would have given for the field alone: its
-    // size; less when the file ends within the field, or cannot be read from a place within it on; 0 at the file's
-    // end; -1, with errno, when the file cannot be read from the field's start on. `field` is written only when whole.
-    // A field that comes through a pipe in pieces is waited for.
+    // Reads the next field. Returns what read(2) of a regular file would return for this field alone: its size; less
+    // when the file ends within the field or cannot be read any further there; 0 at the file's end; -1, with errno,
+    // when the file cannot be read at the field's start. `field` is written only when it is complete. Waits for the
+    // rest of a field that comes through a pipe in pieces.
     template <typename field_type>
     int read_field(field_type& field)
     {
@@ -35,11 +35,11 @@ public:
         return static_cast<int>(sizeof field);
     }
 
-    // What has been read ahead of the next field. take() takes as much of it as its caller has used.
+    // The bytes that have been read ahead, from the next field on. take() removes as many as its caller has used.
     std::span<const unsigned char> read_ahead() const { return m_buffer.subspan(m_next, m_end - m_next); }
     void take(std::size_t size) { m_next += size; }
 
-    // Goes on from the file's start. Returns 0, or -1 with errno when the file cannot be wound back.
+    // Continues at the file's start. Returns 0, or -1 with errno when the file cannot be rewound.
     int rewind();
 
     // From now on a read that a signal interrupts fails with EINTR instead of being repeated.
@@ -50,7 +50,7 @@ private:
 
     int m_fd;
     std::span<unsigned char> m_buffer;
-    std::size_t m_next = 0; // the buffered bytes not yet taken are those from m_next to m_end
+    std::size_t m_next = 0; // the bytes from m_next to m_end are buffered and not yet taken
     std::size_t m_end = 0;
     bool m_b_retry = true;
 };

@@ -25,8 +25,8 @@ namespace {
 constexpr int exit_success = 0;
 constexpr int exit_failure = 1;
 
-// Under these the debug traces of addresses are known in the system log. Log filters match on them, so they stay what
-// they are however this file's own lines move.
+// The debug messages about addresses have these origins in the system log. Log filters match them, so they stay the
+// same when the lines of this file move.
 constexpr const char* log_file = "comp/TCP/cli/RE_exec_show_stats_kav";
 constexpr int log_line_positional_client_ip = 2059;
 constexpr int log_line_positional_server_ip = 2094;
@@ -50,7 +50,7 @@ bool is_debug_enabled()
     return has_debug_bit(re_syslog_global_debug_enabled) || has_debug_bit(re_syslog_per_conn_debug_enabled);
 }
 
-// False, with a message, for an address that no host can have.
+// Whether the address can be a host's. Prints a message if it cannot.
 bool accept_host_address(unsigned int ip)
 {
     if (is_ip_martian(htonl(ip), 1)) {
@@ -60,7 +60,7 @@ bool accept_host_address(unsigned int ip)
     return true;
 }
 
-// Reads a dotted address; log_line: the keyword's place in the system log.
+// Parses a dotted address. log_line: the keyword's line number in the system log.
 bool parse_ip(const char* value, int log_line, unsigned int& ip)
 {
     ip = string_to_ip(value);
@@ -101,7 +101,7 @@ bool take_mac_id(peer_arguments& arguments, char* value)
     return true;
 }
 
-// Unlike with "conn", a refused address does not bring the usage text.
+// Unlike "conn", a refused address does not print the usage text.
 bool take_peer_ip(peer_arguments& arguments, char* value)
 {
     return parse_ip(value, log_line_peer_ip, arguments.peer_ip);
@@ -174,8 +174,8 @@ int run_conn(int argc, char** argv)
     return exit_success;
 }
 
-// The older form of "conn", as the appliance's shell generates it: every word has its fixed place, numbers are
-// hexadecimal, and what is not understood counts as not given. Places at or beyond argc are empty.
+// The older form of "conn", as the appliance's shell generates it. Every word has a fixed place, numbers are
+// hexadecimal, and a word that cannot be parsed is treated as not given. Places at or beyond argc are empty.
 class positional_arguments
 {
 public:
@@ -183,7 +183,7 @@ public:
 
     bool is(int place, const char* keyword) const { return place < m_argc && is_keyword(m_argv[place], keyword); }
 
-    // The value after the keyword at `place`; null, with a message, when it is missing.
+    // Returns the value after the keyword at `place`. Prints a message and returns null when it is missing.
     const char* value_of(int place) const
     {
         if (place + 1 < m_argc) {
@@ -198,7 +198,7 @@ private:
     char** m_argv;
 };
 
-// An address as one hexadecimal number in host order.
+// Parses an address that is one hexadecimal number in host order.
 bool take_hexadecimal_ip(const positional_arguments& places, int place, unsigned int& ip)
 {
     const char* const value = places.value_of(place);
@@ -279,7 +279,7 @@ struct top_app_arguments
     RE_show_type type = RE_SHOW_INFO;
 };
 
-// Copies the value and cuts it to fit; the rest of the array becomes NUL.
+// Copies the value and truncates it to fit. The rest of the array is filled with NUL.
 template <auto text>
 bool take_text(top_app_arguments& arguments, char* value)
 {
@@ -369,7 +369,7 @@ struct command
     int (*run)(int argc, char** argv);
 };
 
-// Commands on live statistics. The first word that begins the argument wins, so "connection" stands before "conn".
+// Commands on live statistics. The first word that begins the argument applies, so "connection" is before "conn".
 constexpr command commands[] = {
     {"save-file", run_save_file}, {"tech-support", run_tech_support}, {"top-app", run_top_app},
     {"nack", run_nack},           {"global-info", run_global_info},   {"global-detail", run_global_detail},
@@ -388,7 +388,7 @@ int run_read_file(int argc, char** argv)
         std::puts("KAV Statistics Reader: object not initialized");
         return exit_failure;
     }
-    // A positive result is a success here and a failure with live statistics.
+    // Here a positive result is a success. With live statistics it is a failure.
     const int rv = reader->open();
     if (rv < 0) {
         std::printf("KAV Statistics Reader: failed to read file %s, error code: %d\n", argv[2], rv);
@@ -401,7 +401,7 @@ int run_read_file(int argc, char** argv)
     return exit_success;
 }
 
-// The reader is opened before the command word is looked at: without an engine even an unknown word fails.
+// Opens the reader before it looks at the command word, so without an engine even an unknown word fails.
 int run_live(int argc, char** argv)
 {
     const std::unique_ptr<RE_stat_reader> reader(RE_stat_reader::create(RE_STAT_READER_SHM, nullptr));
@@ -411,7 +411,7 @@ int run_live(int argc, char** argv)
         return exit_failure;
     }
     if (reader->open() != 0) {
-        std::printf("KAV Statistics failed OR KAV was not initialized by WEQ"); // no newline; scripts compare it whole
+        std::printf("KAV Statistics failed OR KAV was not initialized by WEQ"); // no newline; scripts compare all of it
         return exit_failure;
     }
     for (const command& candidate : commands) {
@@ -437,7 +437,7 @@ int run_request(int argc, char** argv)
 int exec_show_stats_kav(int argc, char** argv)
 {
     const int status = run_request(argc, argv);
-    // A report that did not reach its reader is an error, too.
+    // A report that could not be written is also an error.
     const bool b_written = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
     return b_written ? status : exit_failure;
 }

@@ -23,7 +23,7 @@ const char* cache_state_str(int state)
     return b_known ? g_s_cache_state[state] : "Unknown";
 }
 
-// A global counter of bytes.
+// Formats a global counter of bytes.
 std::string size_of(int id)
 {
     return get_data_size_str(GLOB(id));
@@ -91,7 +91,7 @@ void show_cache_internals()
 
 void show_queues_and_memory()
 {
-    // The queue's drop counter is what operators know as its optimized size.
+    // Operators know the queue's drop counter as its optimized size.
     std::printf("\nAck Queue: %s  Used Disk: %s      Wait Queue: %s\n"
                 "Ack Queue: Total disk write: %s   Optimized size: %s\n"
                 "Ack Queue: Object buffer size: %s Numbers: %lld\n",
@@ -136,7 +136,7 @@ void show_top_app_updates()
     const long long succeed = GLOB(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_SUCCESS_COUNT);
     const long long fail = GLOB(RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_FAILURE_COUNT);
     const long long total = wrapping_sum(succeed, fail);
-    // The guards differ on purpose: failures that corrupt counts cancel out show as infinite, not as none.
+    // The guards differ on purpose: if corrupt counts add up to 0, the share of failures is infinite and not 0.
     const float fail_percent = fail != 0 ? percentage(fail, total) : 0.0F;
     const float succeed_percent = total != 0 ? percentage(succeed, total) : 0.0F;
     std::printf("\nTop Application:\n"
@@ -170,7 +170,7 @@ void show_global_info()
     std::puts("\nCache:");
     const int state = low32(GLOB(RE_STAT_GLOBAL_ID_CACHE_STATE));
     if (state == RE_CACHE_INIT_IN_PROGRESS) {
-        // The figures of a cache that is being loaded mean nothing yet.
+        // The figures of a cache that is still being loaded have no meaning yet.
         std::printf("    Status: %s\n", cache_state_str(state));
         return;
     }
@@ -184,18 +184,18 @@ void show_global_info()
     const long long sigblock_entries = GLOB(RE_STAT_GLOBAL_ID_TOT_SIGBLOCK_HT_USAGE);
     const long long secblock_entries = GLOB(RE_STAT_GLOBAL_ID_TOT_SECBLOCK_HT_USAGE);
 
-    // The total is read for the guard, for the division and for the column; it may move, so the division has a guard
-    // of its own.
+    // The total is read for the guard, for the division and for the column. It may change in between, so the division
+    // has its own guard.
     double disk_used = 0.0;
     if (GLOB(RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE) > 0) {
         disk_used = percent_used(wrapping_sum(sigblock_disk, dataunit_disk), GLOB(RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE));
     }
     std::printf("    Total usable disk size: %6lld MB,  Used: %.2f%%\n", GLOB(RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE),
                 disk_used);
-    // The share is one of the table's entries, not of the megabytes beside it.
+    // A percentage of the table's entries, not of the megabytes on the same line.
     std::printf("      Hash table RAM  size: %6lld MB,  Used: %.2f%%\n", GLOB(RE_STAT_GLOBAL_ID_TOTAL_CACHE_RAM_SIZE),
                 percent_used(wrapping_sum(secblock_entries, sigblock_entries), max_entries));
-    // The indents of these two lines differ by a blank, on purpose: their colons line up.
+    // The indents of these two lines differ by one blank on purpose, so that their colons line up.
     std::printf("    Sigblock usage:  disk: %6lld MB, memory: %.2f%% age: %s\n", sigblock_disk,
                 percent_used(sigblock_entries, max_entries), get_age_str(sigblock_age));
     std::printf("   Data unit usage:  disk: %6lld MB, memory: %.2f%% age: %s\n", dataunit_disk,

@@ -1,4 +1,4 @@
-// The words that a command takes after its own, as a table: a word, and what it sets among the command's arguments.
+// The words that may follow a command word, as a table: each word, and which of the command's arguments it sets.
 #pragma once
 
 #include "RE_exec_show_stats_kav.h"
@@ -13,8 +13,8 @@
 #include <iterator>
 #include <variant>
 
-// Every word of the command line is matched by its beginning alone: "peers" is "peer", "idle" is "id", "none" is "no".
-// Scripts rely on it, and it makes the order of the rules part of the grammar.
+// An argument matches a keyword if it begins with it: "peers" matches "peer", "idle" matches "id", "none" matches "no".
+// Scripts rely on this, so the order of the rules is part of the grammar.
 inline bool is_keyword(const char* argument, const char* keyword)
 {
     return std::strncmp(argument, keyword, std::strlen(keyword)) == 0;
@@ -35,12 +35,12 @@ inline void print_missing_value(const char* keyword)
     std::printf("parameter to %s is NULL\n", keyword);
 }
 
-// Takes a value that is more than a number. False after an error, which it has printed.
+// Parses a value that is more than a number. Returns false after an error, which it has printed.
 template <typename Arguments>
 using value_function = bool (*)(Arguments& arguments, char* value);
 
-// What a word sets. A flag and a type of report stand alone; a number, a port and what a function takes follow the word
-// as its value.
+// What a word sets. A flag and a report type have no value. A number, a port and a function take the next word as their
+// value.
 template <typename Arguments>
 using keyword_target = std::variant<bool Arguments::*, RE_show_type, int Arguments::*, unsigned short Arguments::*,
                                     value_function<Arguments>>;
@@ -57,7 +57,7 @@ struct keyword_rule
     }
 };
 
-// Carries out a rule. value: null for a word that stands alone. False after an error, which has been printed.
+// Applies a rule. value: null for a word without a value. Returns false after an error, which has been printed.
 template <typename Arguments>
 bool set_target(const keyword_target<Arguments>& target, Arguments& arguments, char* value)
 {
@@ -75,9 +75,9 @@ bool set_target(const keyword_target<Arguments>& target, Arguments& arguments, c
     return true;
 }
 
-// Walks the arguments after the command word. False after an error, which has been printed. invalid_text: begins the
-// message about a word that the command does not know, which the usage text follows. Null for a command that passes
-// over such words and never prints the usage text.
+// Parses the arguments after the command word. Returns false after an error, which has been printed. invalid_text: the
+// beginning of the message about an unknown word, which is followed by the usage text. If it is null, unknown words are
+// ignored and the usage text is never printed.
 template <typename Arguments, std::size_t count>
 bool parse_keywords(int argc, char** argv, const keyword_rule<Arguments> (&rules)[count], const char* invalid_text,
                     Arguments& arguments)

@@ -9,7 +9,7 @@
 
 namespace {
 
-// The code comes from a record, so every code without a word of its own, a negative one included, is "Unknown".
+// The code comes from a record and may be any number. A code without its own word, also a negative one, is "Unknown".
 std::string_view reason_word(int reason)
 {
     static constexpr std::string_view reason_str[] = {
@@ -24,7 +24,7 @@ bool is_wanted(const RE_stat_nack_header& entry, int conn_id, int peer_id)
     return (conn_id < 0 || entry.m_conn_id == conn_id) && (peer_id < 0 || entry.m_peer_id == peer_id);
 }
 
-// NACKs come in bursts, many in one second: what a second is called is worked out once.
+// NACKs come in bursts, many in one second, so the text of each second is formatted only once.
 class time_column
 {
 public:
@@ -64,7 +64,7 @@ char* put_nack_row(char* at, const RE_stat_nack_header& entry, time_column& time
 void show_nack_info(int conn_id, int peer_id)
 {
     std::printf("\n%-20s %8s %8s %10s %s %s\n", "Time", "Peer-No", "Conn-ID", "Msg-No", "Type", "Reason");
-    // One dash longer than the rule of the peer report; scripts tell the two apart by it.
+    // One dash longer than the line in the peer report. Scripts use this to distinguish the two.
     std::puts("-------------------------------------------------------------------------------");
 
     time_column times;

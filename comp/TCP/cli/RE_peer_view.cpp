@@ -14,8 +14,8 @@ struct peer_filter
 {
     const RE_mac_id* p_mac_id; // null: any
     unsigned int ip;           // 0: any
-    int peer_id;               // negative: any; 0 is a peer's number
-    int ctx;                   // negative: any; 0 is a context's number
+    int peer_id;               // negative: any; 0 is a valid number
+    int ctx;                   // negative: any; 0 is a valid number
 
     bool accepts(const RE_stat_peer_header& hdr, int pid) const
     {
@@ -51,12 +51,12 @@ void print_peer_counters(RE_show_type type)
 
 void print_identity(const RE_stat_peer_header& hdr, int pid, RE_show_type type)
 {
-    // The blank after the context number stays when nothing follows it.
+    // The blank after the context number is printed even if nothing follows it.
     std::printf("\nPeer-No : %-15d      Context: %d %s\n", pid, hdr.m_context_id.context_number(),
                 hdr.m_b_outdated ? "(outdated)" : "");
     std::printf("Peer-ID : %s\n", hdr.m_peer_mac_id.getString().c_str());
     std::printf("KAV-peer-id : %s (%d)\n", hdr.m_kav_peer_id.getString().c_str(), hdr.m_kav_peer_id.hash_u16());
-    // The name comes from the peer and may lack its NUL.
+    // The name comes from the peer and may have no final NUL.
     std::printf("Hostname: %.*s\n", static_cast<int>(sizeof hdr.m_peer_host_name),
                 hdr.m_peer_host_name[0] != '\0' ? hdr.m_peer_host_name : "not available");
     if (type == RE_SHOW_DETAIL) {
@@ -65,13 +65,14 @@ void print_identity(const RE_stat_peer_header& hdr, int pid, RE_show_type type)
     std::puts("------------------------------------------------------------------------------");
 }
 
-// Nothing when the peer has never had a connection.
+// Prints nothing when the peer has never had a connection.
 void print_connections(int peer_slot, RE_show_type type)
 {
     if (PEER(peer_slot, RE_STAT_PEER_ID_NUM_TOTAL_CONNS) == 0) {
         return;
     }
-    // A comma before "Active" and one line break, unlike the engine's own line; scripts tell the two apart by it.
+    // A comma before "Active" and one line break, unlike the engine's own line. Scripts use this to distinguish the
+    // two.
     const int active = p_statReader->read_peer_active_conn_count(peer_slot);
     std::printf("\nConnections:   Total (cumulative): %lld,  Active: %d\n",
                 PEER(peer_slot, RE_STAT_PEER_ID_NUM_TOTAL_CONNS), active);
@@ -85,7 +86,7 @@ void print_connections(int peer_slot, RE_show_type type)
     }
 }
 
-// The count is live: it is read for the test and again for the division, and may have become 0 in between.
+// The count is live. It is read for the test and again for the division, and may become 0 in between.
 long long average(int peer_slot, RE_stat_peer_id size_id, RE_stat_peer_id count_id)
 {
     if (PEER(peer_slot, count_id) == 0) {
@@ -96,7 +97,7 @@ long long average(int peer_slot, RE_stat_peer_id size_id, RE_stat_peer_id count_
     return count == 0 ? 0 : wrapping_quotient(size, count);
 }
 
-// A peer that has not sent a safe clock yet is safe up to its head.
+// Returns the safe clock, or the head clock when the peer has not sent a safe clock yet.
 long long safe_clock(int peer_slot, RE_stat_peer_id safe_id, RE_stat_peer_id head_id)
 {
     return PEER(peer_slot, safe_id) > 0 ? PEER(peer_slot, safe_id) : PEER(peer_slot, head_id);

@@ -1,8 +1,9 @@
-// Writes the rows of a long table to standard output, at a fraction of what printf takes for a row.
+// Writes the rows of a long table to standard output, in a fraction of the time that printf takes for a row.
 //
 // A row is put together field by field. Each put_... function takes the place where its field begins and returns the
-// place after it: kept in a variable of the caller, the place stays in a register, and that is most of the gain.
-// Fields come out as printf makes them: a width is a least width, a wider value is not cut, and a sign counts.
+// place after it. The caller keeps the place in a local variable, so it stays in a register; this saves most of the
+// time. Fields have the same form as with printf: a width is a minimum, a wider value is not truncated, and a sign
+// counts.
 #pragma once
 
 #include <algorithm>
@@ -13,8 +14,8 @@
 #include <cstring>
 #include <string_view>
 
-// The largest width of a field. Padding is laid down at this width first, and what is too much is written over:
-// copying a fixed size costs less than finding out how much to copy.
+// The largest width of a field. Padding is written at this width first, and the excess is overwritten: copying a fixed
+// size is faster than computing how much to copy.
 inline constexpr std::size_t max_field_width = 16;
 
 inline constexpr std::size_t max_digits = 11; // "-2147483648"
@@ -56,8 +57,8 @@ inline char* put_text_right(char* at, std::string_view s, std::size_t width)
     return at + width;
 }
 
-// The digits of a number below 100,000,000, one in each byte, and how many of the eight are leading zeros. All of it is
-// arithmetic on whole words: how long a figure of a row is, no processor can foresee, so there is no branch on it.
+// The digits of a number below 100,000,000, one per byte, and how many of the eight are leading zeros. All steps are
+// arithmetic on whole words without branches, because a processor cannot predict the length of a number in a row.
 class packed_digits
 {
 public:
@@ -65,19 +66,19 @@ public:
 
     explicit packed_digits(unsigned int number)
     {
-        // In every step, each part of the word is split into the half that stands first and the half that follows.
+        // In every step, each part of the word is split into its first half and its second half.
         std::uint64_t parts = number / 10'000 | std::uint64_t{number % 10'000} << 32U;
         std::uint64_t heads = ((parts * 10'486) >> 20U) & 0x0000'007f'0000'007fU; // hundredths of up to 9,999
         parts = heads | (parts - 100 * heads) << 16U;
         heads = ((parts * 103) >> 10U) & 0x000f'000f'000f'000fU; // tenths of up to 99
         m_digits = heads | (parts - 10 * heads) << 8U;
-        constexpr std::uint64_t last_digit = std::uint64_t{1} << 56U; // "0" has a digit, too
+        constexpr std::uint64_t last_digit = std::uint64_t{1} << 56U; // "0" has one digit
         m_zeros = static_cast<unsigned int>(std::countr_zero(m_digits | last_digit)) / 8;
     }
 
     std::size_t length() const { return 8 - m_zeros; }
 
-    // Writes 8 bytes, of which the first length() count.
+    // Writes 8 bytes, but only the first length() of them count.
     void put(char* at) const
     {
         const std::uint64_t text = (m_digits | 0x3030'3030'3030'3030U) >> (8 * m_zeros);
@@ -110,7 +111,7 @@ inline char* put_number_left(char* at, int number, std::size_t width)
     return std::max(end, at + width);
 }
 
-// put_unsigned_right for what has more than eight digits.
+// put_unsigned_right for a number with more than eight digits.
 char* put_long_unsigned_right(char* at, unsigned long long number, std::size_t width);
 
 // "%llu"
@@ -137,7 +138,7 @@ inline char* put_unsigned_right(char* at, unsigned long long number, std::size_t
     return at + digits.length();
 }
 
-// put_number_right for what is negative or has more than four digits.
+// put_number_right for a number that is negative or has more than four digits.
 char* put_long_number_right(char* at, int number, std::size_t width);
 
 // "%3d" for a width of 3.
@@ -147,7 +148,7 @@ inline char* put_number_right(char* at, int number, std::size_t width)
     if (static_cast<unsigned int>(number) >= 10'000) {
         return put_long_number_right(at, number, width);
     }
-    // As in packed_digits, for four digits, and with blanks for leading zeros.
+    // As in packed_digits, but for four digits and with blanks for leading zeros.
     auto parts = static_cast<std::uint32_t>(number);
     std::uint32_t heads = (parts * 10'486) >> 20U;
     parts = heads | (parts - 100 * heads) << 16U;
@@ -167,15 +168,15 @@ inline char* put_number_right(char* at, int number, std::size_t width)
     return at + length;
 }
 
-// Gathers rows and hands them to stdout in large pieces, at the latest at its own end; nothing else may be printed in
-// between. Whether all of it could be written shows on stdout, as with printf. There is one writer at a time: all use
-// the same memory.
+// Collects rows and passes them to stdout in large pieces, the last one in its destructor. Nothing else may be printed
+// in between. A write error shows on stdout, as with printf. Only one writer may exist at a time, because all use the
+// same memory.
 class RE_row_writer
 {
 public:
-    // What all fields of a row may take together, and max_field_width more for the padding of the last.
+    // The size that all fields of a row may have together, including max_field_width for the padding of the last field.
     static constexpr std::size_t max_row = 1024;
-    // A text that is longer is not part of the row's memory.
+    // A longer text is printed directly and does not count.
     static constexpr std::size_t longest_text = 128;
 
     RE_row_writer() = default;
@@ -183,11 +184,11 @@ public:
     RE_row_writer(const RE_row_writer&) = delete;
     RE_row_writer& operator=(const RE_row_writer&) = delete;
 
-    // Where the next row begins, with room for max_row bytes. end_row takes the place after its last field.
+    // Returns where the next row begins, with room for max_row bytes. end_row takes the place after its last field.
     char* begin_row();
     void end_row(const char* end) { m_length = static_cast<std::size_t>(end - m_buffer); }
 
-    // put_text_right for a text of any length, as the next field of the row that has been put together up to `at`.
+    // Like put_text_right, for a text of any length. `at` is the place after the row's fields so far.
     char* put_any_text_right(char* at, std::string_view s, std::size_t width)
     {
         return s.size() <= longest_text ? put_text_right(at, s, width) : print_long_text(at, s);
@@ -197,6 +198,6 @@ private:
     char* print_long_text(const char* at, std::string_view s);
     void flush();
 
-    alignas(4096) static char m_buffer[std::size_t{64} << 10]; // not on the stack, which may be as small
+    alignas(4096) static char m_buffer[std::size_t{64} << 10]; // not on the stack, which may be this small
     std::size_t m_length = 0;
 };

@@ -13,7 +13,7 @@ unsigned int bytes_after(unsigned char lead)
     return lead >= 0xf0 && lead <= 0xf4 ? 3 : 0;
 }
 
-// Whether a character may go on with this byte: what would be a longer way to write another one is no character.
+// Whether `byte` may be the second byte of a character. Overlong encodings are not characters.
 bool is_second_byte(unsigned char lead, unsigned char byte)
 {
     const unsigned char least = lead == 0xe0 ? 0xa0 : (lead == 0xf0 ? 0x90 : 0x80);

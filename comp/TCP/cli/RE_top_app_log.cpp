@@ -25,14 +25,14 @@ namespace {
 
 constexpr int message_id = 690452;
 
-// Logs outgrow every cache: one read(2) fetches this much of them.
+// Bytes per read(2). Long logs do not fit into any processor cache.
 constexpr std::size_t read_size = 1 << 20;
 
-// One log's way from its descriptor to the tally.
+// Reads one log from its descriptor into the tally.
 class RE_top_app_log
 {
 public:
-    // Borrows all of them.
+    // Borrows all of its arguments.
     RE_top_app_log(int fd, std::span<unsigned char> buffer, const char* path, char* peer, bool detail)
         : m_fd(fd), m_input(fd, buffer), m_path(path), m_peer(peer), m_b_detail(detail)
     {}
@@ -40,7 +40,7 @@ public:
     // Reads the log to its end. Returns whether it may be reported; if not, the reason is in the system log.
     bool read_sections();
 
-    // The records that were gathered.
+    // The records that were gathered so far.
     const RE_top_app_tally& tally() const { return m_tally; }
 
 private:
@@ -62,7 +62,7 @@ private:
     const char* m_path;
     char* m_peer;
     bool m_b_detail;
-    unsigned m_record_number = 0; // for the detail: of all records, those of other peers included
+    unsigned m_record_number = 0; // for the detail; counts all records, also those of other peers
     RE_section_names m_names;
     RE_top_app_tally m_tally;
     int m_patience = 1000; // milliseconds left to wait for the log's writer
@@ -134,8 +134,8 @@ bool RE_top_app_log::read_records()
     return true;
 }
 
-// Gathers at most `limit` of the records that have been read ahead, straight from the buffer, unless each must be
-// looked at. Returns how many.
+// Gathers at most `limit` of the records that have been read ahead, directly from the buffer. Returns how many: 0 when
+// each record must be examined on its own.
 std::uint32_t RE_top_app_log::gather_read_ahead(std::uint32_t limit)
 {
     if (m_peer[0] != '\0' || m_b_detail) {
@@ -148,8 +148,8 @@ std::uint32_t RE_top_app_log::gather_read_ahead(std::uint32_t limit)
     return static_cast<std::uint32_t>(count);
 }
 
-// The QUADA layout, all of it from the file's start. It has no end but that of the file, which is an error like any
-// other: a log of this layout is never reported.
+// Reads the QUADA layout from the file's start. Only the file's end ends it, and that is an error like any other, so a
+// log of this layout is never reported.
 void RE_top_app_log::read_array()
 {
     if (!g_stat_handler_policy_engine_map.empty()) {
@@ -183,20 +183,20 @@ void RE_top_app_log::gather(RE_stat_app_struct& record)
     m_tally.add(record);
 }
 
-// A field that was read in part only, or not at all, may be of a section that is being written at this moment: then the
-// rest of it is waited for. count: what reading the field has given. Returns what it gave in the end.
+// Waits for the rest of a field that was read only in part, or not at all: its section may be in the middle of being
+// written. count: the result of reading the field. Returns the final result.
 template <typename field_type>
 int RE_top_app_log::read_rest(field_type& field, int count)
 {
-    // Once more when nobody writes, as the writer may just have finished.
+    // Reads once more when there is no writer, because the writer may just have finished.
     for (bool b_again = true; count >= 0 && count != sizeof field && b_again; count = m_input.read_field(field)) {
         b_again = is_being_appended_to();
     }
     return count;
 }
 
-// Whether the log's writer is at work, after a short wait if it is. It says so by a lock, which only somebody who may
-// write to the log can hold.
+// Whether a writer is appending to the log; waits a short time if so. The writer holds a lock that needs write
+// permission for the log.
 bool RE_top_app_log::is_being_appended_to()
 {
     struct flock writer = {};
@@ -211,7 +211,7 @@ bool RE_top_app_log::is_being_appended_to()
     return true;
 }
 
-// Returns false, and tells the system log, when the field is not there as a whole.
+// Returns false, and writes to the system log, when the field is not complete.
 template <typename field_type>
 bool RE_top_app_log::read_whole(field_type& field)
 {
@@ -240,15 +240,15 @@ void show_live(char* peer, bool detail, int top)
         if (live == nullptr) {
             break;
         }
-        // The engine goes on counting: filter, entry block and table see the record as it was at one moment.
+        // A copy, because the engine keeps counting: filter, entry block and table must see the same values.
         RE_stat_app_struct record = *live;
         check_kav_peer_id_string_match_and_push_back(records, record, peer, static_cast<int>(slot), detail);
     }
     process_top_app_vector(stdout, records, top, detail);
 }
 
-// Opens without waiting, for whoever owns the log may hold its opening up for long by a lease. A writer at the other
-// end of a pipe is waited for afterwards.
+// Opens without blocking, because a lease of the log's owner could delay the call for a long time. Then waits for the
+// writer at the other end of a pipe.
 int open_log(const char* path)
 {
     int fd = -1;
@@ -275,11 +275,11 @@ void show_log(const char* path, char* peer, bool detail, int top)
     g_stat_handler_policy_engine_map.clear();
     g_stat_policy_engine_handler_map.clear();
 
-    // Static memory costs a short log only the pages that it fills.
+    // With static memory, a short log costs only the pages that it fills.
     constexpr std::size_t page = 4096;
     alignas(page) static unsigned char memory[page + read_size];
     const std::span<unsigned char> buffer = std::span(memory).subspan(page - RE_descriptor_reader::largest_field);
-    // Its tables would take a quarter of a megabyte of stack.
+    // On the heap, because its tables would take a quarter of a megabyte of stack.
     const auto log = std::make_unique<RE_top_app_log>(fd, buffer, path, peer, detail);
     const bool b_complete = log->read_sections();
     close(fd);

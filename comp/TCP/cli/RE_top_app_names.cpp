@@ -11,7 +11,7 @@ void RE_section_names::clear()
 
 void RE_section_names::add(unsigned handle, const RE_stat_policy_engine_header& names)
 {
-    // No record can ask for a handle of more than 10 bits.
+    // A record's handle has 10 bits, so a larger one is never used.
     if (handle < top_app_handle_count && !m_b_named[handle]) {
         m_names[handle] = names;
         m_b_named[handle] = true;

@@ -32,28 +32,28 @@ void aggregate_sorted_vector(const std::vector<RE_stat_app_struct>& records, std
     }
 }
 
-// The record's names, or null when it goes by its server port.
+// Returns the record's names, or null when the record is reported by its server port.
 const RE_stat_policy_engine_header* names_of(const RE_stat_app_struct& record)
 {
     const auto found = g_stat_handler_policy_engine_map.find(record.m_header.m_policy_engine_handler);
     return found == g_stat_handler_policy_engine_map.end() ? nullptr : &found->second;
 }
 
-// A name without its NUL ends at its array's end.
+// A name without a NUL ends at the end of its array.
 template <std::size_t Size>
 std::string_view text_of(const char (&name)[Size])
 {
     return {name, strnlen(name, Size)};
 }
 
-// A port that is the client's is marked.
+// Returns the mark for a port that is the client's, otherwise no_mark.
 const char* source_port_mark(const RE_stat_app_header& header, const char* no_mark)
 {
     return header.m_b_src_port ? "*" : no_mark;
 }
 
-// Whether `text`, of RE_kav_peer_id::text_length characters, is the identity's text form. Every record of a long log is
-// compared with it, and most differ early: the text form is not made.
+// Whether `text`, which has RE_kav_peer_id::text_length characters, is the identity's text form. Does not build the
+// text form: every record of a long log is compared with `text`, and most differ early.
 bool is_text_form(const RE_kav_peer_id& id, const char* text)
 {
     constexpr char digits[] = "0123456789abcdef";
@@ -70,7 +70,7 @@ bool is_text_form(const RE_kav_peer_id& id, const char* text)
     return true;
 }
 
-// Entries are put together as rows are: a log may have millions of them. No entry has half as many bytes.
+// Entries are put together like rows, because a log may have millions of them. No entry has half as many bytes.
 constexpr std::size_t max_entry = 2048;
 
 // "%s: msg: %10llu, in: %s, out: %s, ratio: %s\n"
@@ -109,13 +109,13 @@ char* put_traffic_lines(char* at, const counter* c)
     return put_char(at, '\n');
 }
 
-// The columns that the total line and the rows have in common.
+// The columns that the total line and the rows share.
 struct traffic_columns
 {
     std::string overall, encode_in, decode_out, kav_lan, kav_wan, kav_ratio, lz_lan, lz_wan, lz_ratio;
 };
 
-// Sums are taken in the counters' own width: a row's wrap at 2^32, the totals' at 2^64.
+// Sums have the width of the counters: a row's wrap at 2^32, the totals' at 2^64.
 template <typename counter>
 traffic_columns columns_of(const counter* c)
 {
@@ -151,7 +151,7 @@ void print_total_line(FILE* out, const unsigned long long* totals)
 void print_row(FILE* out, const RE_stat_app_struct& row, unsigned long long total_traffic)
 {
     const RE_stat_app_header& header = row.m_header;
-    // A row without names stands by its port even in a table of classifiers, narrower than the column.
+    // A row without names shows its port even in a table of classifiers. It is then narrower than the column.
     if (const RE_stat_policy_engine_header* const names = names_of(row)) {
         std::fprintf(out, "%15.41s ", names->m_policy_engine_classifier_name);
     } else {
@@ -197,7 +197,7 @@ bool is_kav_peer_id_string_matched(RE_stat_app_struct& record, char* peer)
     if (length == sizeof id.m_data && std::memcmp(peer, id.data(), length) == 0) {
         return true;
     }
-    // Whatever the text looks like, it is taken for a hash as well, as far as it starts with a number.
+    // Any text is also compared as a hash: the number at its start, or 0.
     const auto hash = static_cast<std::uint32_t>(std::strtol(peer, nullptr, 10));
     return static_cast<std::uint16_t>(hash) == id.hash_u16() || hash == id.hash_u32();
 }
@@ -268,7 +268,7 @@ void print_aggregated_vector(FILE* out, std::vector<RE_stat_app_struct>& rows, i
         return;
     }
     std::fputs("Top Application Summary:\n\n", out);
-    // Heads and labels are of unequal widths, which scripts that cut columns rely on.
+    // The headings and labels differ in width. Scripts that cut columns rely on this.
     std::fputs(g_stat_handler_policy_engine_map.empty() ? " Port,   " : "     Classifier,  ", out);
     std::fputs("Overall,  ratio,  open-cnt, close-cnt, Encode-In, Decode-Out,  KAV LAN,  KAV WAN,  ratio,   LZ LAN,   "
                "LZ WAN,  ratio\n",

@@ -1,5 +1,5 @@
-// The rows of the top-application report, merged by handle while a log is read. A log may hold many times more records
-// than memory, but no more than 1,024 handles.
+// The rows of the top-application report, merged by handle while a log is read. A log may have many times more records
+// than memory can hold, but at most 1,024 handles.
 #pragma once
 
 #include "RE_statistics.h"
@@ -11,15 +11,15 @@
 #include <cstdint>
 #include <vector>
 
-// What sorting all records with ClassifierComparatorClass and merging them with aggregate_classifier_sorted_vector
-// would give, without keeping the records.
+// Gives the result of sorting all records with ClassifierComparatorClass and merging them with
+// aggregate_classifier_sorted_vector, without storing the records.
 class RE_top_app_tally
 {
 public:
-    // Adds a record whose handle is the run's.
+    // Adds a record that has a handle of the run.
     void add(const RE_stat_app_struct& record);
-    // Adds `count` records as they stand in a log, at any alignment, with the handles of the section that `names`
-    // explains.
+    // Adds `count` records in the form that they have in a log, at any alignment. Their handles are those of the
+    // section that `names` describes.
     void add_section_records(const unsigned char* images, std::size_t count, RE_section_names& names);
 
     // One row per handle, in ascending order of handles, each with the header of the first record of its handle.
@@ -30,14 +30,14 @@ public:
 private:
     struct tally_row
     {
-        std::uint64_t sums[RE_STAT_APP_ID_MAX]; // a row's counter is the low half, the totals are made of the whole
+        std::uint64_t sums[RE_STAT_APP_ID_MAX]; // a row's counter is the low half; the totals use all 64 bits
         RE_stat_app_header header;
     };
 
-    // Record: what `image` is one of.
+    // Record: the type of the record in `image`.
     template <typename Record>
     void add_image(unsigned handle, const unsigned char* image);
 
-    std::array<tally_row, top_app_handle_count> m_rows; // a row holds nothing before its first use
+    std::array<tally_row, top_app_handle_count> m_rows; // a row is invalid before its first use
     std::bitset<top_app_handle_count> m_b_used;
 };

@@ -12,11 +12,11 @@
 
 namespace {
 
-// The bounds of both get_data_size_str: a unit is used up to 100 of the next one.
+// The bounds of both get_data_size_str functions: a unit is used up to 100 of the next one.
 constexpr long long bound_of_second_unit = 100LL << 10;
 constexpr long long bound_of_third_unit = 100LL << 20;
 
-// A ratio above 0 but below this is printed as "less than"; the text says 0.01 all the same, which scripts rely on.
+// A ratio above 0 but below this is printed as "less than". The text says 0.01 anyway, and scripts rely on it.
 constexpr float smallest_ratio = 0.0001F;
 
 bool is_nearly_zero(float ratio)
@@ -34,7 +34,7 @@ float reduction(long long in_bytes, long long out_bytes, bool b_encode)
     return ratio < 0.0F ? 0.0F : ratio;
 }
 
-// Unlike `reduction`, one side of 0 is a full reduction here and not none.
+// Unlike the function above, one side of 0 gives a full reduction and not 0.
 float reduction(unsigned long long in_bytes, unsigned long long out_bytes, bool b_encode)
 {
     if (in_bytes == 0 && out_bytes == 0) {
@@ -52,7 +52,7 @@ constexpr int MIN_SEC = 60;
 constexpr int HOUR_SEC = 60 * MIN_SEC;
 constexpr int DAY_SEC = 24 * HOUR_SEC;
 
-// Seconds from cache_time to now in 32 bits, as the engine's clocks have them; beyond 2038 the difference still holds.
+// Seconds from cache_time to now, in 32 bits like the engine's clocks. The difference is also correct after 2038.
 int age_in_32_bits(long long cache_time)
 {
     const auto now = static_cast<unsigned int>(std::time(nullptr));
@@ -97,7 +97,7 @@ std::string get_conn_byte_summary(long long size)
 
 char* put_conn_byte_summary(char* at, long long size)
 {
-    // Which unit a connection's bytes need is beyond the processor's foresight, so there is no branch on it.
+    // A processor cannot predict which unit a connection's bytes need, so there is no branch on it.
     const int unit = (size > 1LL << 10) + (size > 1LL << 20) + (size > 1LL << 30);
     at = put_number_right(at, low32(size >> (10 * unit)), 4);
     std::memcpy(at, &"B KBMBGB"[2 * unit], 2);
@@ -125,8 +125,8 @@ std::string get_in_out_ratio_str(unsigned long long in_bytes, unsigned long long
     return {buf, put_in_out_ratio(buf, in_bytes, out_bytes, b_encode)};
 }
 
-// "%6.2f%%" of a ratio from 0 to 100. A hundred times a number of single precision is exact in double precision, so
-// that rounding it rounds as printf does.
+// "%6.2f%%" of a ratio from 0 to 100. A single-precision number times a hundred is exact in double precision, so
+// rounding it gives the same result as printf.
 char* put_in_out_ratio(char* at, unsigned long long in_bytes, unsigned long long out_bytes, bool b_encode)
 {
     const float ratio = reduction(in_bytes, out_bytes, b_encode);
@@ -157,8 +157,8 @@ char* put_age(char* at, long long cache_time)
         return put_text(at, "unknown (system clock has been changed)");
     }
 
-    // The units thin out as the age grows, irregularly on purpose: "31d", "1d4h" and "5h" stop where they are, while
-    // "2h5m7s" and "1d30m5s" go on to seconds.
+    // The older the age, the fewer units it has, irregularly on purpose: "31d", "1d4h" and "5h" end there, but "2h5m7s"
+    // and "1d30m5s" continue to seconds.
     int days = 0;
     if (age_in_sec >= DAY_SEC) {
         days = age_in_sec / DAY_SEC;
@@ -196,13 +196,13 @@ char* put_time(char* at, int t)
 {
     std::tm local{};
     RE_local_time(t, local);
-    // "%02d" of what a calendar holds.
+    // "%02d" of a field of the date or time.
     const auto put_two = [](char* to, int value) {
         return put_char(put_char(to, static_cast<char>('0' + value / 10)), static_cast<char>('0' + value % 10));
     };
     at = put_char(put_two(at, local.tm_mon + 1), '/');
     at = put_char(put_two(at, local.tm_mday), '/');
-    at = put_char(put_number(at, local.tm_year + 1900), ' '); // 1901 to 2038, whatever the zone
+    at = put_char(put_number(at, local.tm_year + 1900), ' '); // 1901 to 2038, in any zone
     at = put_char(put_two(at, local.tm_hour), ':');
     at = put_char(put_two(at, local.tm_min), ':');
     return put_two(at, local.tm_sec);

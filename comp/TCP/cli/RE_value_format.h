@@ -1,10 +1,10 @@
 // How reports render byte counts, reduction ratios, ages, times and the message-size histogram.
 //
-// There are two families of size and ratio formatters: over signed bytes for the engine, peer and connection reports,
-// over unsigned kilobytes for the top-application report. They share names and differ in form and in their treatment
-// of 0, on purpose: operators' scripts know both.
+// There are two families of size and ratio formatters. One takes signed bytes, for the engine, peer and connection
+// reports. The other takes unsigned kilobytes, for the top-application report. They share names, but differ on purpose
+// in form and in the treatment of 0: operators' scripts rely on both.
 //
-// A `const char*` result lives in a static buffer of its function until that function's next call.
+// A `const char*` result is in a static buffer of its function and is valid until that function's next call.
 #pragma once
 
 #include "RE_conn_slot.h"
@@ -12,7 +12,7 @@
 #include <string>
 
 // A byte count in six columns and a unit: "   100 MB" above 100 MB, "   100 KB" above 100 KB, otherwise "102400 B".
-// Cut, never rounded; a negative size prints as such.
+// Truncated, never rounded; a negative size keeps its sign.
 std::string get_data_size_str(long long size);
 
 // A kilobyte count in six columns and a unit, GB, MB or KB, with the same two bounds.
@@ -21,24 +21,24 @@ std::string get_data_size_str(unsigned long long size_in_KB);
 // The same as a field of a row. `at`: 32 free bytes.
 char* put_data_size(char* at, unsigned long long size_in_KB);
 
-// A byte count in four columns for the connection table: "1024B", "   1KB". A unit starts above 1024 of the one before.
+// A byte count in four columns for the connection table: "1024B", "   1KB". Above 1024 of a unit, the next one is used.
 std::string get_conn_byte_summary(long long size);
 
 // The same as a field of a row, in the manner of RE_row_writer.h. `at`: 32 free bytes.
 char* put_conn_byte_summary(char* at, long long size);
 
-// How much of the input an encoder removed (b_encode), or how much of a decoder's output the wire did not carry, with
-// both sizes: "in:   1000 B, out:    250 B, ratio:  75.00%". Expansion and a side of 0 or less give ratio 0. Single
-// precision, on purpose.
+// The share of the input that an encoder removed (b_encode), or the share of a decoder's output that was not sent over
+// the wire, with both sizes: "in:   1000 B, out:    250 B, ratio:  75.00%". Expansion and a side of 0 or less give
+// ratio 0. In single precision, on purpose.
 const char* get_in_out_ratio_str(long long in_bytes, long long out_bytes, bool b_encode);
 
-// The ratio alone: " 75.00%". Here one side of 0 gives "100.00%" and only both give "  0.00%".
+// The ratio alone: " 75.00%". Here one side of 0 gives "100.00%", and both give "  0.00%".
 std::string get_in_out_ratio_str(unsigned long long in_bytes, unsigned long long out_bytes, bool b_encode);
 
 // The same as a field of a row. `at`: 32 free bytes.
 char* put_in_out_ratio(char* at, unsigned long long in_bytes, unsigned long long out_bytes, bool b_encode);
 
-// How long ago a moment (seconds since the epoch; 0 or less: not known, printed as "0s") was: "2h3m4s", "1d3h", "45d".
+// The time since a moment (seconds since the epoch; 0 or less: unknown, printed as "0s"): "2h3m4s", "1d3h", "45d".
 const char* get_age_str(long long cache_time);
 
 // The same as a field of a row. `at`: 256 free bytes.
@@ -50,5 +50,5 @@ const char* get_time_str(int t);
 // The same as a field of a row. `at`: 32 free bytes.
 char* put_time(char* at, int t);
 
-// Prints the message-size histogram of a slot: six counters from first_id on, in percent of their sum.
+// Prints the message-size histogram of a slot: six counters from first_id on, as percentages of their sum.
 void show_msg_size_dist(const RE_conn_slot& c, int first_id);

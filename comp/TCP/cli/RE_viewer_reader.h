@@ -1,14 +1,14 @@
-// The one reader of a run, and the short ways to the counters that every view takes.
+// The one reader of a run, and short functions for the counters that every view reads.
 #pragma once
 
 #include "RE_statistics.h"
 
 #include <limits>
 
-// Null until the front end makes the reader; views are called only after it has been opened, and do not test it.
+// Null until the front end creates the reader. Views are called only after it has been opened, and do not check it.
 extern RE_stat_reader* p_statReader;
 
-// A global counter (id: an RE_stat_global_id), read afresh at every call; 0 when the reader does not know it.
+// A global counter (id: an RE_stat_global_id), read again at every call; 0 when the reader does not have it.
 inline long long GLOB(int id)
 {
     long long value = 0;
@@ -16,8 +16,8 @@ inline long long GLOB(int id)
     return value;
 }
 
-// A counter of the peer in `peer_slot` (id: an RE_stat_peer_id), read afresh at every call; 0 when the reader does not
-// know it.
+// A counter of the peer in `peer_slot` (id: an RE_stat_peer_id), read again at every call; 0 when the reader does not
+// have it.
 inline long long PEER(int peer_slot, int id)
 {
     long long value = 0;
@@ -25,13 +25,13 @@ inline long long PEER(int peer_slot, int id)
     return value;
 }
 
-// The low 32 bits of a counter as a signed number: what a report's narrower fields and conversions take.
+// The low 32 bits of a counter as a signed number, for the narrower fields and conversions of reports.
 inline int low32(long long value)
 {
     return static_cast<int>(static_cast<unsigned int>(static_cast<unsigned long long>(value)));
 }
 
-// Counters come from outside, so sums, differences and products of them wrap like the engine's own 64-bit arithmetic
+// Counters come from outside, so their sums, differences and products wrap, like the engine's own 64-bit arithmetic,
 // instead of being undefined.
 inline long long wrapping_sum(long long a, long long b)
 {
@@ -43,21 +43,21 @@ inline long long wrapping_difference(long long a, long long b)
     return static_cast<long long>(static_cast<unsigned long long>(a) - static_cast<unsigned long long>(b));
 }
 
-// numerator / divisor, cut toward 0; the one quotient that does not fit (the smallest number by -1) wraps. divisor: not
-// 0.
+// numerator / divisor, truncated toward 0. The one quotient that does not fit (the smallest number by -1) wraps.
+// divisor: not 0.
 inline long long wrapping_quotient(long long numerator, long long divisor)
 {
     return divisor == -1 ? wrapping_difference(0, numerator) : numerator / divisor;
 }
 
-// A histogram's bucket in whole percent of the histogram's total, cut. total: not 0.
+// A histogram's bucket as a whole percentage of the histogram's total, truncated. total: not 0.
 inline int percent_of_total(long long value, long long total)
 {
     const auto hundredfold = static_cast<long long>(static_cast<unsigned long long>(value) * 100U);
     return low32(wrapping_quotient(hundredfold, total));
 }
 
-// A count in percent of another, in single precision on purpose; a whole of 0 gives an infinite share.
+// `part` as a percentage of `whole`, in single precision on purpose. A whole of 0 gives an infinite result.
 template <typename Count>
 float percentage(Count part, Count whole)
 {

@@ -14,12 +14,12 @@
 
 namespace {
 
-// Large enough that most reports leave in one write. On pages of its own, as every page that is touched costs a fault.
+// Large enough that most reports need one write. Aligned to pages, because every page that is touched costs a fault.
 alignas(4096) char output_buffer[65536];
 
-// With standard output closed, the next file to be opened would take its number and receive the report. A file that
-// cannot be written to takes it instead, so that printing fails and the exit status says so. Returns whether standard
-// output is a terminal, which is the same question to the system.
+// If standard output is closed, the next file to be opened would get its number and receive the report. So this
+// function first opens a file that cannot be written to in its place: printing fails, and the exit status shows it.
+// Returns whether standard output is a terminal, because the same system call answers both questions.
 bool keep_standard_output_apart()
 {
     if (isatty(STDOUT_FILENO) == 1) {
@@ -31,7 +31,7 @@ bool keep_standard_output_apart()
     return false;
 }
 
-// A closed pipe and a file size limit end in an exit status, as a full disk does, not in a signal.
+// A closed pipe and a file size limit lead to an exit status, as a full disk does, and not to a signal.
 void hold_back_output_signals()
 {
     sigset_t signals;
@@ -41,8 +41,8 @@ void hold_back_output_signals()
     sigprocmask(SIG_BLOCK, &signals, nullptr);
 }
 
-// Writes all of it. An interruption is no failure, nor is an output that somebody else has made non-blocking, as a
-// terminal shared with another program often is: the C library would drop what such an output cannot take at once.
+// Writes all bytes. Repeats an interrupted write, and waits for an output that another program has made non-blocking,
+// such as a shared terminal. The C library would lose what such an output cannot take at once.
 ssize_t write_patiently(void*, const char* bytes, std::size_t size)
 {
     std::size_t written = 0;
@@ -60,7 +60,7 @@ ssize_t write_patiently(void*, const char* bytes, std::size_t size)
     return static_cast<ssize_t>(written);
 }
 
-// Names come from peers. What would move the cursor or set a title when it is shown is shown as a question mark.
+// Names come from peers. Characters that would move the cursor or set a title are shown as question marks.
 ssize_t write_to_terminal(void* filter, const char* bytes, std::size_t size)
 {
     char piece[4096];
@@ -86,9 +86,9 @@ void print_patiently(bool b_terminal)
     std::setvbuf(stdout, output_buffer, _IOFBF, sizeof output_buffer);
 }
 
-// Shared memory that is cut short while it is read, which no engine does, is no longer an engine to report on. While
-// statistics are being saved the engine library keeps the signal to itself, removes what it began, and returns an
-// error.
+// Runs when the shared memory is truncated while it is read, which no engine does: there is no engine left to report
+// on. While statistics are being saved, the engine library handles the signal itself, removes the incomplete file and
+// returns an error.
 void refuse_and_exit(int)
 {
     constexpr char refusal[] = "KAV Statistics failed OR KAV was not initialized by WEQ";
@@ -104,8 +104,8 @@ void refuse_statistics_that_vanish()
     sigaction(SIGBUS, &action, nullptr);
 }
 
-// std::bad_alloc is the only exception, and the viewer does not catch it. This is not a new handler, as `new
-// (std::nothrow)` calls that too, and its callers report a failure themselves.
+// std::bad_alloc is the only exception, and the viewer does not catch it. This is not a new handler, because `new
+// (std::nothrow)` calls a new handler too, and its callers report a failure themselves.
 [[noreturn]] void give_up_without_memory()
 {
     std::fflush(stdout);

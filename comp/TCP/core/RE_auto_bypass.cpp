@@ -35,7 +35,7 @@ moment_text text_of(std::int64_t moment)
     moment_text result{};
     const auto seconds = static_cast<std::time_t>(moment);
     std::tm local{};
-    // A moment beyond what a calendar can hold comes from garbage; it prints as a number.
+    // A time whose year does not fit into std::tm comes from a corrupt record; it is printed as a number.
     if (!RE_local_time(seconds, local) || std::strftime(result.text, sizeof result.text, "%m/%d/%Y %T", &local) == 0) {
         std::snprintf(result.text, sizeof result.text, "%" PRId64, moment);
     }
@@ -64,7 +64,7 @@ void RE_auto_bypass::show_tables(void* mem, bool b_detail)
         return;
     }
 
-    // Summary and entries come from one walk's worth of rows each; a running engine may change them in between.
+    // The summary and the list of entries each read all rows; a running engine may change rows in between.
     const std::uint32_t rows = std::min(load_acquire(&table->rows_used), RE_bypass_capacity);
     RE_patience patience = RE_patience::with_engine();
     std::uint32_t servers = 0;

@@ -1,5 +1,5 @@
-// The auto-bypass table as it lies in memory: a head and a fixed number of entries. Engines fill it through
-// RE_stat_writer, RE_auto_bypass prints it.
+// The memory layout of the auto-bypass table: a header and a fixed number of rows. Engines fill the table through
+// RE_stat_writer; RE_auto_bypass prints it.
 #pragma once
 
 #include <cstdint>
@@ -7,24 +7,24 @@
 constexpr std::uint32_t RE_bypass_magic = 0x50594252; // "RBYP"
 constexpr std::uint32_t RE_bypass_capacity = 1024;
 
-// Why a server's traffic goes around the engine, as the auto-bypass table tells it.
+// Why a server's traffic bypasses the engine.
 enum class RE_bypass_reason : std::uint32_t
 {
-    low_compression = 1, // the engine removed too little to be worth its work
+    low_compression = 1, // the engine removed too little redundancy to be worth the work
     configured = 2,      // the configuration says so
-    repeated_nacks = 3,  // the peer could not decode too often
+    repeated_nacks = 3,  // the peer failed to decode too often
 };
 
-// One server whose traffic goes around the engine.
+// One server whose traffic bypasses the engine.
 struct RE_bypass_entry
 {
     std::uint32_t server_ip; // host order
     std::uint16_t server_port;
     RE_bypass_reason reason;
     std::int64_t since;        // seconds since the epoch
-    std::int64_t next_attempt; // when the engine tries it again, seconds since the epoch; 0 for never
-    std::uint64_t bytes;       // gone around the engine since then
-    std::uint64_t connections; // gone around the engine since then
+    std::int64_t next_attempt; // when the engine tries the server again, seconds since the epoch; 0 for never
+    std::uint64_t bytes;       // that bypassed the engine since `since`
+    std::uint64_t connections; // that bypassed the engine since `since`
 };
 
 struct RE_bypass_row

@@ -10,7 +10,7 @@ int write_all(int descriptor, const void* bytes, std::size_t size, std::size_t& 
         if (count > 0) {
             written += static_cast<std::size_t>(count);
         } else if (count < 0 && errno == EAGAIN) {
-            // Somebody else made the pipe non-blocking; wait as a blocking write would.
+            // Another process made the pipe non-blocking; wait as a blocking write would.
             pollfd ready{descriptor, POLLOUT, 0};
             poll(&ready, 1, -1);
         } else if (count == 0 || errno != EINTR) {

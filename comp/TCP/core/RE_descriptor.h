@@ -11,7 +11,7 @@ class RE_descriptor
 {
 public:
     RE_descriptor() = default;
-    // number: one to be owned, or anything negative.
+    // Owns the descriptor `number`. A negative number means no descriptor.
     explicit RE_descriptor(int number) : m_number(number) {}
     ~RE_descriptor() { close(); }
     RE_descriptor(RE_descriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
@@ -25,7 +25,7 @@ public:
 
     int number() const { return m_number; }
     bool is_open() const { return m_number >= 0; }
-    // False, with errno, when what was written may be lost; closed all the same.
+    // Returns false and sets errno when written data may be lost. The descriptor is closed in any case.
     bool close()
     {
         const int number = std::exchange(m_number, -1);
@@ -36,5 +36,6 @@ private:
     int m_number = -1;
 };
 
-// Writes all of it, however long that takes. written: how much of it, even after an error. Returns 0 or an errno.
+// Writes all `size` bytes, however long that takes. written: receives the number of bytes written, also after an error.
+// Returns 0 or an errno.
 int write_all(int descriptor, const void* bytes, std::size_t size, std::size_t& written);

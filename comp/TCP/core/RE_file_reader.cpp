@@ -14,8 +14,8 @@
 
 namespace {
 
-// Judges a large file by what can be read of it quickly, before all of it is loaded: a file of holes costs its maker
-// nothing. A smaller one is loaded at once, and its checksum then tells damage from nonsense.
+// Checks those parts of a large file that can be read quickly, before all of it is loaded: a large file of holes costs
+// nothing to create. A smaller file is loaded at once; its checksum then distinguishes damage from an invalid layout.
 int check_large_file(int descriptor, const RE_image_header& head, std::size_t size)
 {
     RE_image_section table[RE_image_max_sections];
@@ -28,7 +28,7 @@ int check_large_file(int descriptor, const RE_image_header& head, std::size_t si
     if (const int error = check_image_sections(head, {table, sections}, size, RE_image_kind::saved, found)) {
         return error;
     }
-    // Nearly all of a large file is connections; rows that nobody wrote all have the same slot.
+    // Connections make up nearly all of a large file. Rows in a hole all have the same slot number.
     const RE_image_section& conns = found[RE_IMAGE_CONNS - 1];
     alignas(RE_image_conn_row) unsigned char rows[RE_image_max_row_size];
     std::int64_t last_slot = -1;
@@ -60,7 +60,7 @@ RE_file_reader::~RE_file_reader()
 int RE_file_reader::open()
 {
     close();
-    // Without waiting, as a pipe in the file's place would make the call wait for a writer.
+    // O_NONBLOCK, because opening a pipe would otherwise wait for a writer.
     const RE_descriptor file(::open(m_path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (!file.is_open()) {
         switch (errno) {
@@ -95,7 +95,7 @@ int RE_file_reader::load(int descriptor)
     if (status.st_size <= 0) {
         return RE_STAT_ERR_EMPTY_FILE;
     }
-    // Both ends are judged first, so that memory is only taken for what can be a statistics file.
+    // The header and the trailer are checked first, so that memory is allocated only for what may be a statistics file.
     RE_image_header head{};
     const ssize_t head_size = pread(descriptor, &head, sizeof head, 0);
     if (head_size < 0) {
@@ -135,7 +135,7 @@ int RE_file_reader::load(int descriptor)
             return RE_STAT_ERR_READ;
         }
         if (part == 0) {
-            return RE_STAT_ERR_CUT; // it shrinks while it is read
+            return RE_STAT_ERR_CUT; // the file was truncated while it was read
         }
         loaded += static_cast<std::size_t>(part);
     }

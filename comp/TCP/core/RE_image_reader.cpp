@@ -15,7 +15,7 @@ namespace {
 
 constexpr int not_there = -1;
 
-// The fields of an identity that the interface asks for one by one.
+// The fields of an identity that the interface reads one by one.
 enum identity_field : unsigned int
 {
     field_header = 1,
@@ -42,7 +42,7 @@ int cursor_of(std::uint64_t entry_number)
     return static_cast<int>(entry_number & cursor_bits);
 }
 
-// The oldest entry that the log still has, or its end when it has none.
+// Returns the number of the oldest entry in the log, or the log's end when the log is empty.
 std::uint64_t oldest_nack(const RE_stat_image& image, std::uint64_t end)
 {
     const std::uint64_t logged = std::max(load_acquire(&image.header->nacks_logged), end);
@@ -171,8 +171,8 @@ std::uint32_t RE_image_reader::get_app_slot_shared_memory_header_size()
     return is_open() ? m_image.app_rows_in_reach() : 0;
 }
 
-// Copies the slot's record, so that what the caller gets stands still and every counter in it is whole. Counters that
-// the image does not hold are 0.
+// Copies the slot's record, so that the caller's record does not change and every counter in it is read atomically.
+// Counters that the image does not contain are 0.
 bool RE_image_reader::fetch_app(int app_slot)
 {
     if (app_slot < 0 || static_cast<std::uint32_t>(app_slot) >= get_app_slot_shared_memory_header_size()) {
@@ -185,7 +185,7 @@ bool RE_image_reader::fetch_app(int app_slot)
         m_app.m_id_array[id] = load_relaxed(stats + id);
     }
     std::fill(m_app.m_id_array + count, std::end(m_app.m_id_array), 0U);
-    // The header ends on a multiple of 8 bytes, with four bytes in front of its first word.
+    // The header ends at a multiple of 8 bytes; four bytes precede its first 64-bit word.
     RE_stat_app_header* const header = m_image.app_header(row);
     const std::uint32_t first = load_relaxed(reinterpret_cast<const std::uint32_t*>(header));
     auto* const copy = reinterpret_cast<unsigned char*>(&m_app.m_header);
@@ -340,12 +340,14 @@ int RE_image_reader::get_next_nack(int cursor, RE_stat_nack_header& hdr)
     if (!is_open() || m_image.nacks.rows == 0 || cursor < 0) {
         return not_there;
     }
-    // A cursor is the low 31 bits of its entry's number, and lies within that distance of the walk's end.
+    // A cursor is the low 31 bits of its entry's number. The entry is less than 2^31 entries before the end of the
+    // walk.
     const std::uint64_t to_end = (m_nacks_end - static_cast<std::uint64_t>(cursor)) & cursor_bits;
     if (to_end > m_nacks_end) {
         return not_there;
     }
-    // What was overwritten meanwhile is gone; the walk goes on with the oldest entry that is still there.
+    // Entries that were overwritten in the meantime are lost. The walk continues with the oldest entry that still
+    // exists.
     for (std::uint64_t entry = std::max(m_nacks_end - to_end, oldest_nack(m_image, m_nacks_end)); entry < m_nacks_end;
          ++entry) {
         const RE_image_nack_row* const row = &m_image.nacks[entry % m_image.nacks.rows];
@@ -382,7 +384,7 @@ void RE_image_reader::reset_global_stat()
 void RE_image_reader::reset_peer_stat(int peer_slot)
 {
     const auto target = is_peer_valid(peer_slot) ? open_writable() : nullptr;
-    if (target) {
+    if (target && m_peer.row() < target->image.peers.rows) {
         reset_peer(target->image, m_peer.row(), RE_reset_extent::totals);
     }
 }
@@ -404,7 +406,7 @@ void RE_image_reader::reset_all_apps()
 void RE_image_reader::reset_conn_stat(int conn_slot)
 {
     const auto target = is_conn_valid(conn_slot) ? open_writable() : nullptr;
-    if (target) {
+    if (target && m_conn.row() < target->image.conns.rows) {
         reset_conn(target->image, m_conn.row(), RE_reset_extent::totals);
     }
 }

@@ -1,4 +1,4 @@
-// All of RE_stat_reader over a statistics image; where the image comes from is the derived classes' part.
+// Implements RE_stat_reader for a statistics image. Derived classes supply the image.
 #pragma once
 
 #include "RE_sequence.h"
@@ -10,7 +10,8 @@
 class RE_image_reader : public RE_stat_reader
 {
 public:
-    // An image of the same statistics that may be written to, for the length of one reset.
+    // A writable image of the same statistics, for the duration of one reset. Its section table is read again, so it may
+    // have fewer rows than the image that is read.
     class writable_image
     {
     public:
@@ -57,45 +58,46 @@ public:
     int save_stats_binary(const char* path) override;
     void* get_re_auto_bypass_memory_ptr(int size) override;
 
-    // When the engine that these statistics are of was started, and when they were saved (0 for live ones): seconds
-    // since the epoch, as the image's header has them. 0 when not open.
+    // Return when the engine of these statistics was started, and when they were saved (0 for live statistics): seconds
+    // since the epoch, as stored in the image's header. Both are 0 when the reader is not open.
     std::time_t engine_start_time() const { return is_open() ? m_image.header->engine_start_time : 0; }
     std::time_t capture_time() const { return is_open() ? m_image.header->capture_time : 0; }
 
-    // With an engine that is changing records. open() sets it to that of a report; a reader that must not wait for so
-    // long replaces it.
+    // How long to wait for an engine that is changing records. open() sets the time for a report; a caller that must
+    // not wait that long replaces it.
     RE_patience& patience() { return m_patience; }
 
-    // Whether the statistics were cut short while they were read: what was read may be zeros then, and is to be thrown
-    // away. To be asked after the last read.
+    // Whether the statistics were truncated while they were read. If so, values may have been read as zeros and must be
+    // discarded. Must be called after the last read.
     bool is_cut() const { return m_image.is_cut(); }
 
 protected:
-    // Starts and ends the reading of an image that has been attached to.
+    // Start and end the reading of an attached image.
     void begin(const RE_stat_image& image);
     void end();
     bool is_open() const { return m_image.header != nullptr; }
     const RE_stat_image& image() const { return m_image; }
 
-    // Opens the image for writing; null when it must not be changed, which has then been logged.
+    // Opens the image for writing. Returns null on failure; a missing write permission is logged.
     virtual std::unique_ptr<writable_image> open_writable() = 0;
 
 private:
     bool fetch_peer(int peer_slot, unsigned int field) { return m_peer.fetch(peer_slot, field, m_patience); }
     bool fetch_conn(int conn_slot, unsigned int field) { return m_conn.fetch(conn_slot, field, m_patience); }
     int read_peer_counter(int peer_slot, const RE_image_counters& counters, int id, long long& value);
-    // Rows of counters are far apart, and a table of a million connections waits for memory at every one; so the row is
-    // asked for early that a walk at this step comes to soon. A hint, whose first counters are those that tables show.
+    // Prefetches the row of counters that a walk with this step reaches soon. Rows are far apart, and a table of a
+    // million connections would otherwise wait for memory at each row. Only the start of the row is prefetched; it
+    // contains the counters that tables show.
     void walk_counters_to(std::uint32_t row);
     bool fetch_app(int app_slot);
 
     RE_stat_image m_image;
     RE_slot_reader<RE_image_peer_row> m_peer;
     RE_slot_reader<RE_image_conn_row> m_conn;
-    std::uint32_t m_counters_row = 0; // where counters of a connection were last read
+    std::uint32_t m_counters_row = 0; // the row of the connection whose counters were read last
     RE_image_config_row m_config{};
     RE_stat_app_struct m_app{};
     std::uint64_t m_nacks_end = 0; // where the walk through the NACK log ends, so that a busy engine cannot prolong it
     RE_patience m_patience;
-    std::unique_ptr<unsigned char[]> m_bypass_copy; // of a saved table, at its full size
+    std::unique_ptr<unsigned char[]> m_bypass_copy; // a saved table, extended to its full size
 };

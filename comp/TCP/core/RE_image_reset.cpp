@@ -7,9 +7,8 @@
 
 namespace {
 
-// Which counters of one enumeration a reset of the totals sets to 0: all but current values, and no place of the array
-// that no line describes. Worked out by the compiler, as the descriptions' texts are no use to programs that only
-// reset.
+// Which counters of one enumeration a reset of the totals sets to 0: all except current values and ids without a
+// description. Computed by the compiler, so that programs that only reset do not contain the texts of the descriptions.
 template <std::size_t Size, std::size_t Lines>
 constexpr std::array<bool, Size> totals_among(const RE_stat_counter_info (&infos)[Lines])
 {
@@ -26,7 +25,7 @@ constexpr auto global_totals = totals_among<RE_STAT_GLOBAL_ID_MAX>(re_stat_globa
 constexpr auto peer_totals = totals_among<RE_STAT_PEER_ID_MAX>(re_stat_peer_counters);
 constexpr auto conn_totals = totals_among<RE_STAT_CONN_ID_MAX>(re_stat_conn_counters);
 
-// Counters that only other builds know are left alone unless everything is to be 0.
+// Counters that only other builds know are reset only with RE_reset_extent::everything.
 template <std::size_t Size>
 void reset_counters(const RE_image_counters& counters, std::uint32_t row, const std::array<bool, Size>& b_totals,
                     RE_reset_extent extent)
@@ -76,7 +75,7 @@ void reset_conns(const RE_stat_image& image, RE_reset_extent extent)
 
 void reset_apps(const RE_stat_image& image)
 {
-    // Port and source-port flag, which name the application.
+    // The port and the source-port flag, which identify the application.
     constexpr std::uint64_t identity_bits = 0x1ffff;
     const std::uint32_t rows = image.app_rows_in_reach();
     for (std::uint32_t row = 0; row < rows; ++row) {

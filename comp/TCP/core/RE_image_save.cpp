@@ -14,14 +14,14 @@
 
 namespace {
 
-// A row to be saved: where it is, and which tenant was there when the list was made.
+// A row to be saved, and the generation of its tenant when the list was created.
 struct listed_row
 {
     std::uint32_t row;
     std::uint32_t generation;
 };
 
-// The rows in use, in ascending order. rows is null when there was no memory for it.
+// The rows in use, in ascending order. rows: null when there was no memory for them.
 struct row_list
 {
     std::unique_ptr<listed_row[]> rows;
@@ -37,7 +37,7 @@ row_list list_rows_in_use(const RE_image_rows<Row>& rows, std::uint32_t count)
     }
     row_list list;
     list.rows.reset(new (std::nothrow) listed_row[std::max(used, 1U)]);
-    // A slot that is taken only now waits for the next time.
+    // A slot that was taken after the count is not saved.
     for (std::uint32_t at = 0; list.rows != nullptr && at < count && list.count < used; ++at) {
         if (load_relaxed(&rows[at].b_in_use) != 0) {
             list.rows[list.count++] = {at, load_relaxed(&rows[at].generation)};
@@ -46,7 +46,7 @@ row_list list_rows_in_use(const RE_image_rows<Row>& rows, std::uint32_t count)
     return list;
 }
 
-// Bytes of the auto-bypass table up to its last row in use.
+// Returns how many bytes of the auto-bypass table to save: up to its last row in use.
 std::uint64_t bypass_bytes_in_use(const RE_stat_image& image)
 {
     if (image.b_saved || image.bypass.rows < sizeof(RE_bypass_table)) {
@@ -57,9 +57,9 @@ std::uint64_t bypass_bytes_in_use(const RE_stat_image& image)
     return offsetof(RE_bypass_table, rows) + rows * sizeof(RE_bypass_row);
 }
 
-// Writes one image, with rows as they are in it: the file holds what the image does, whichever build made it. Sections
-// that this build does not know are left out. All counts are settled before the first byte, so that the header can tell
-// them even to a pipe.
+// Writes one image. Rows keep the size that they have in the image, so the file contains the same counters, whichever
+// build created the image. Sections that this build does not know are left out. All counts are determined before the
+// first byte is written, because the header comes first and a pipe cannot be rewritten.
 class image_writer
 {
 public:
@@ -79,9 +79,9 @@ private:
     void write_apps();
     void write_nacks();
     void write_bypass();
-    // Fills up to where section `id` starts.
+    // Appends zeros up to the start of section `id`.
     void pad_to(RE_image_section_id id);
-    // Copies a row that starts with a sequence counter to m_row. False when it would not hold still.
+    // Copies a row that begins with a sequence counter to m_row. Returns false when no consistent copy was possible.
     bool take_record(const unsigned char* row, std::uint32_t size);
     void append_row(std::uint32_t size) { m_target.append(m_row.get(), size); }
     void clear_row(std::uint32_t size) { std::memset(m_row.get(), 0, size); }
@@ -96,7 +96,7 @@ private:
     std::uint64_t m_nack_count = 0;
     RE_image_section m_sections[RE_image_section_count] = {};
     std::uint64_t m_end = 0;                // of the last section
-    std::unique_ptr<unsigned char[]> m_row; // on its way to the file; room for the largest
+    std::unique_ptr<unsigned char[]> m_row; // the row being written; as large as the largest row
 };
 
 int image_writer::write()
@@ -128,7 +128,7 @@ int image_writer::write()
     trailer.checksum = m_target.checksum();
     m_target.append(&trailer.checksum, sizeof trailer.checksum);
     if (m_image.is_cut()) {
-        return RE_STAT_ERR_CUT; // the unfinished file goes with the target
+        return RE_STAT_ERR_CUT; // the target's destructor removes the unfinished file
     }
     return m_target.finish();
 }
@@ -214,7 +214,7 @@ void image_writer::write_global()
     append_row(m_image.global.stride);
 }
 
-// Identities. A slot that has been vacated or let again since it was listed is saved as vacant.
+// Writes identities. A slot that was vacated or reused since it was listed is saved as vacant.
 template <typename Row>
 void image_writer::write_records(const RE_image_rows<Row>& rows, const row_list& listed)
 {
@@ -230,7 +230,7 @@ void image_writer::write_records(const RE_image_rows<Row>& rows, const row_list&
     }
 }
 
-// Zeros when the slot has another tenant by now.
+// Writes zeros when the slot was vacated or reused since it was listed.
 template <typename Row>
 void image_writer::write_counters(const RE_image_view& counters, const RE_image_rows<Row>& rows, const row_list& listed)
 {
@@ -253,8 +253,8 @@ void image_writer::write_apps()
     }
 }
 
-// Entries are numbered anew from 0. One that was overwritten while the file was being written keeps no number, so that
-// readers pass over it.
+// Numbers the entries anew from 0. The number of an entry that was overwritten in the meantime is left out, so that
+// readers skip it.
 void image_writer::write_nacks()
 {
     pad_to(RE_IMAGE_NACKS);
@@ -298,7 +298,7 @@ void image_writer::write_bypass()
 
 int save_image(const RE_stat_image& image, const char* path)
 {
-    // Before the target, so that the unfinished file is gone when a cut may end the program again.
+    // Declared before the target, so that the unfinished file is removed before a truncation may end the program again.
     const RE_cut_silence silence(image.mapping);
     RE_save_target target;
     if (const int error = target.open(path)) {

@@ -1,5 +1,5 @@
-// What the sections of a statistics image hold, as a table: the writer lays live images out by it, readers check images
-// by it, and saving lays out the file by it.
+// A table of the sections of a statistics image. The writer uses it to lay out live images, readers use it to check
+// images, and saving uses it to lay out the file.
 #pragma once
 
 #include "RE_bypass_table.h"
@@ -11,13 +11,13 @@
 struct RE_image_section_rule
 {
     RE_image_section_id id;
-    RE_image_section_id pair;  // the section whose row k row k belongs to; itself for most
-    std::uint32_t record_size; // of a row, what is not counters
-    // The families of which a row holds every counter, in this order and in front of what else it counts.
+    RE_image_section_id pair;  // the section to whose row k this section's row k belongs; mostly itself
+    std::uint32_t record_size; // bytes of a row without its counters
+    // The families whose counters a row contains, in this order and before anything else that it counts.
     std::uint32_t RE_image_counts::*families[2];
     std::uint64_t max_rows;
-    int RE_stat_limits::*limit; // how many rows a live image has, or null
-    std::uint64_t rows;         // the same where no limit says it
+    int RE_stat_limits::*limit; // the number of rows of a live image, or null
+    std::uint64_t rows;         // the same for sections without a limit
 };
 
 constexpr std::uint64_t RE_image_word = sizeof(std::int64_t);
@@ -53,7 +53,7 @@ constexpr auto RE_image_section_rules = [] {
 }();
 static_assert(RE_image_section_rules.size() == RE_image_section_count);
 
-// Bytes of a section's smallest row in an image with these counters.
+// Returns the size in bytes of a section's smallest row in an image with these counters.
 constexpr std::uint64_t RE_image_row_size(const RE_image_section_rule& rule, const RE_image_counts& counts)
 {
     std::uint64_t size = rule.record_size;
@@ -67,7 +67,7 @@ constexpr std::uint64_t RE_image_row_size(const RE_image_section_rule& rule, con
     return size;
 }
 
-// The rows of this build are no larger than their counters need.
+// Returns the size in bytes of the rows that this build writes, which is the smallest size.
 constexpr std::uint32_t RE_image_own_row_size(RE_image_section_id id)
 {
     return static_cast<std::uint32_t>(RE_image_row_size(RE_image_section_rules[id - 1], RE_image_counts_of_this_build));
@@ -77,6 +77,6 @@ static_assert(RE_image_own_row_size(RE_IMAGE_PEER_COUNTERS) == sizeof(RE_image_p
 static_assert(RE_image_own_row_size(RE_IMAGE_CONN_COUNTERS) == sizeof(RE_image_conn_counters));
 static_assert(RE_image_own_row_size(RE_IMAGE_APPS) == sizeof(RE_image_app_row));
 
-// Puts sections with row sizes and rows one after the other behind the table, each on a multiple of `alignment`.
-// Returns where the last one ends.
+// Sets the offsets of sections whose row sizes and numbers of rows are set. The sections follow the table one after the
+// other, each at a multiple of `alignment`. Returns the end of the last section.
 std::uint64_t place_image_sections(RE_image_section (&sections)[RE_image_section_count], std::uint64_t alignment);

@@ -7,7 +7,7 @@
 
 namespace {
 
-// An octet of an address with the dot that follows it, "7.", and the length of both.
+// An octet of an address with the dot that follows it, such as "7.", and the length of both.
 struct octet_text
 {
     char text[4];
@@ -37,7 +37,7 @@ char* put_octet(char* at, unsigned int octet)
 
 } // namespace
 
-// A text that is no dotted address gives 0, which is_ip_martian then refuses.
+// Returns 0 for a text that is not a dotted address. is_ip_martian refuses 0.
 unsigned int string_to_ip(const char* s)
 {
     in_addr address{};
@@ -47,10 +47,10 @@ unsigned int string_to_ip(const char* s)
     return ntohl(address.s_addr);
 }
 
-// A table of connections takes two million of these.
+// Uses a table because a report of a million connections needs two million texts.
 const char* ip_to_string(unsigned int ip)
 {
-    // Two results may stand in one print call, as a connection's two ends do.
+    // Two results may be used in one print call, for the two ends of a connection.
     static char texts[2][INET_ADDRSTRLEN];
     static unsigned int turn = 0;
     turn ^= 1U;
@@ -63,9 +63,9 @@ const char* ip_to_string(unsigned int ip)
     return text;
 }
 
-// Refused are addresses that no host can have: 0/8 ("this network"), multicast and everything above it, broadcast
-// included. Loopback is refused when a user typed it (flag 1): no connection through an appliance ever has it, while
-// engines of one machine may talk over it among themselves.
+// Refuses addresses that no host can have: 0/8 ("this network"), multicast, and everything above it, including
+// broadcast. Refuses loopback addresses that a user typed (flag 1): no connection through an appliance has one, but
+// engines on one machine may use them among themselves.
 bool is_ip_martian(unsigned int ip_network_order, int flag)
 {
     const unsigned int first_octet = ntohl(ip_network_order) >> 24U;

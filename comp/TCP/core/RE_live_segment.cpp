@@ -19,8 +19,8 @@
 #include <cstring>
 #include <thread>
 
-// An engine that is about to put a segment into its folder. Meanwhile it keeps all others of its user from doing so, by
-// a lock on a file that nobody else can open.
+// An engine that is about to put a segment into its folder. It holds a lock on a file that no other user can open.
+// While it holds the lock, no other engine of this user can put a segment there.
 class RE_starting_engine
 {
 public:
@@ -29,14 +29,15 @@ public:
     RE_starting_engine(const RE_starting_engine&) = delete;
     RE_starting_engine& operator=(const RE_starting_engine&) = delete;
 
-    // Returns 0, -EBUSY when an engine of this name runs, or -errno.
-    // own_segment: what the engine has published so far, or -1.
+    // Takes the lock. own_segment: the descriptor of the segment that this engine has published, or -1. Returns 0,
+    // -EBUSY when another engine of this name runs or the lock is not released, or -errno.
     int begin(const std::string& name, int own_segment = -1);
-    // Makes a new, locked segment that has no name yet that readers know. Returns 0 or -errno.
+    // Creates a new, locked segment, under a name that readers do not use. Returns 0 or -errno.
     int make_segment(unsigned int mode, RE_descriptor& segment);
-    // Gives it its name. Whoever still reads what had the name before keeps it.
+    // Renames the segment to its final name. Readers of a segment that had the name before keep that one. Returns 0 or
+    // -errno.
     int put_into_place();
-    // The segment's path, when it is in place.
+    // Returns the segment's final path.
     std::string path() const { return std::string(m_folder_path) + "/" + m_name; }
 
 private:
@@ -49,7 +50,7 @@ private:
     bool m_b_unfinished = false;
 };
 
-// No segment's name begins with a dot.
+// A segment's name never begins with a dot.
 constexpr const char* lock_name = ".start";
 constexpr const char* unfinished_name = ".unfinished";
 
@@ -78,7 +79,7 @@ int RE_starting_engine::begin(const std::string& name, int own_segment)
     return is_segment_lock_held(existing.number()) && !is_name_of(path().c_str(), own_segment) ? -EBUSY : 0;
 }
 
-// Starting takes no time worth mentioning, so that an engine that holds the lock for long has been stopped in it.
+// Starting takes very little time. An engine that holds the lock for long was stopped while it was starting.
 int RE_starting_engine::take_lock()
 {
     const std::string path = std::string(m_folder_path) + "/" + lock_name;
@@ -90,7 +91,7 @@ int RE_starting_engine::take_lock()
             return -errno;
         }
         if (take_segment_lock(m_lock.number()) && is_name_of(path.c_str(), m_lock.number())) {
-            return fchmod(m_lock.number(), S_IRUSR | S_IWUSR) == 0 ? 0 : -errno; // whatever the umask
+            return fchmod(m_lock.number(), S_IRUSR | S_IWUSR) == 0 ? 0 : -errno; // regardless of the umask
         }
         if (std::chrono::steady_clock::now() >= deadline) {
             return -EBUSY;
@@ -102,14 +103,14 @@ int RE_starting_engine::take_lock()
 
 int RE_starting_engine::make_segment(unsigned int mode, RE_descriptor& segment)
 {
-    unlinkat(m_folder.number(), unfinished_name, 0); // of an engine that was killed here
+    unlinkat(m_folder.number(), unfinished_name, 0); // left by an engine that was killed here
     segment = RE_descriptor(openat(m_folder.number(), unfinished_name,
                                    O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
     if (!segment.is_open()) {
         return -errno;
     }
     m_b_unfinished = true;
-    // Locked before anybody else may open it.
+    // Locked before other users may open it.
     const bool b_ready =
         take_segment_lock(segment.number()) && fchmod(segment.number(), static_cast<mode_t>(mode)) == 0;
     return b_ready ? 0 : -errno;
@@ -129,7 +130,7 @@ namespace {
 constexpr int log_id_published_again = 690467;
 constexpr int log_id_not_published_again = 690468;
 
-// How many rows a section has in the segment of an engine with these limits.
+// Returns the number of rows of a section in the segment of an engine with these limits.
 std::uint64_t rows_for(const RE_image_section_rule& rule, const RE_stat_limits& limits)
 {
     return rule.limit != nullptr ? static_cast<std::uint64_t>(limits.*rule.limit) : rule.rows;
@@ -214,7 +215,7 @@ int RE_live_segment::lay_out(const RE_stat_limits& limits, std::time_t start_tim
         return -EINVAL;
     }
     m_head.assign(m_mapping.base(), m_mapping.base() + RE_image_table_end);
-    // Rows that are not for slots are all in use.
+    // Rows of sections without a limit are all in use.
     for (const RE_image_section_rule& rule : RE_image_section_rules) {
         const RE_image_view& rows = m_image.view(rule.id);
         if (rule.limit == nullptr) {
@@ -235,7 +236,7 @@ int RE_live_segment::back(const RE_image_view& rows, std::uint64_t first, std::u
 
 bool RE_live_segment::ensure_row(RE_image_section_id section, std::uint32_t row)
 {
-    constexpr std::uint32_t rows_backed_at_once = 64; // so that the system is not asked for each
+    constexpr std::uint32_t rows_backed_at_once = 64; // to save system calls
     std::uint32_t& backed = m_backed[section - 1];
     if (row < backed) {
         return true;
@@ -250,7 +251,7 @@ bool RE_live_segment::ensure_row(RE_image_section_id section, std::uint32_t row)
     return true;
 }
 
-// Copies the segment to another file, whose memory takes the old one's place at the same addresses.
+// Copies the segment to another file and maps that at the same addresses.
 int RE_live_segment::move_memory_to(int new_descriptor)
 {
     RE_watched_mapping memory;
@@ -283,7 +284,7 @@ bool RE_live_segment::has_name() const
     return !m_path.empty() && is_name_of(m_path.c_str(), m_descriptor.number());
 }
 
-// A segment that was cut and is as long as before again has zeros there.
+// Detects a segment that was truncated and then extended to its old size: its header is zeros.
 bool RE_live_segment::has_head() const
 {
     constexpr std::size_t table = sizeof(RE_image_header);
@@ -341,7 +342,7 @@ int RE_live_segment::publish_again(const std::function<void()>& restore)
         __re_syslog(__FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_published_again,
                     "the statistics in %s were removed, replaced or cut; published again in %s", lost.c_str(),
                     m_path.c_str());
-    } else if (error != m_last_error) { // once, however often it is tried
+    } else if (error != m_last_error) { // logged once, however often it is tried
         __re_syslog(__FILE__, __LINE__, KAV_STATS, RE_SYSLOG_ERROR, log_id_not_published_again,
                     "the statistics in %s were removed, replaced or cut, and cannot be published again: %s",
                     lost.c_str(), std::strerror(-error));
@@ -360,13 +361,13 @@ void RE_live_segment::withdraw()
         m_mapping.unmap();
         m_image = {};
     }
-    // Somebody may have removed the segment, and another engine have made its own since.
+    // The segment may have been removed, and another engine may have created its own since.
     if (has_name()) {
         unlink(m_path.c_str());
     }
     m_path.clear();
     m_last_error = 0;
-    m_descriptor.close(); // lets go of the engine's lock
+    m_descriptor.close(); // releases the engine's lock
     m_head.clear();
     std::fill(std::begin(m_backed), std::end(m_backed), 0U);
 }

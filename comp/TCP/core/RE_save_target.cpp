@@ -21,10 +21,10 @@
 
 namespace {
 
-// What one write takes.
+// Bytes per write.
 constexpr std::size_t buffer_size = std::size_t{64} << 10U;
 
-// The folder of a path, as a path: everything before the last slash.
+// Stores the path of the folder of `path` in `folder`. Returns false when it is too long.
 bool folder_of(const char* path, char (&folder)[PATH_MAX])
 {
     const char* const slash = std::strrchr(path, '/');
@@ -46,7 +46,7 @@ int error_of_write(int error)
     return error == ENOSPC || error == EDQUOT || error == EFBIG ? RE_STAT_ERR_NO_SPACE : RE_STAT_ERR_WRITE;
 }
 
-// Replacing an engine's segment would hide the engine.
+// Replacing an engine's segment would hide the engine from viewers.
 bool is_engines(const char* target)
 {
     return is_live_segment(target) || is_engine_file(target);
@@ -103,10 +103,10 @@ int RE_save_target::open(const char* path)
 
 int RE_save_target::open_in_place(const char* target, const struct stat& expected)
 {
-    // Without waiting: a pipe that nobody reads is an error, not a wait without end. Writing may wait all the same.
+    // O_NONBLOCK, so that opening a pipe without a reader fails instead of waiting forever. Writing may wait.
     m_descriptor = RE_descriptor(::open(target, O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
     struct stat opened = {};
-    // What was put there only now is not what has been judged.
+    // The target may have been replaced since it was checked.
     if (!m_descriptor.is_open() || fstat(m_descriptor.number(), &opened) != 0 || opened.st_dev != expected.st_dev ||
         opened.st_ino != expected.st_ino) {
         return RE_STAT_ERR_TARGET;
@@ -139,7 +139,8 @@ int RE_save_target::open_beside(const char* target, const struct stat& existing)
         return errno == ENOSPC || errno == EDQUOT ? RE_STAT_ERR_NO_SPACE : RE_STAT_ERR_TARGET;
     }
     m_b_regular = true;
-    // The mode stays, but nobody else says who may write to what this user owns, or run it in this user's name.
+    // Keeps the mode of the existing file without its set-user-ID and set-group-ID bits. The mode of a file that
+    // another user may have planted is not kept: it may let others write to this user's new file.
     if (S_ISREG(existing.st_mode) && !is_planted(target, existing)) {
         m_mode = existing.st_mode & 0777;
     } else {
@@ -217,7 +218,7 @@ int RE_save_target::put_into_place()
     if (!m_descriptor.close()) {
         return error_of_write(errno);
     }
-    if (is_engines(m_target)) { // one may have started meanwhile
+    if (is_engines(m_target)) { // an engine may have started in the meantime
         return RE_STAT_ERR_LIVE_SEGMENT;
     }
     if (rename(m_temporary, m_target) != 0) {
@@ -231,8 +232,8 @@ int RE_save_target::put_into_place()
     }
     const RE_descriptor opened(::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!opened.is_open()) {
-        return errno == EACCES ? 0 : RE_STAT_ERR_SYNC; // a folder that may be written to but not read cannot be synced
+        return errno == EACCES ? 0 : RE_STAT_ERR_SYNC; // a folder without read permission cannot be synced
     }
-    // Some file systems cannot sync a folder; the file itself is on the disk.
+    // Some file systems cannot sync a folder; the file itself is on disk.
     return fsync(opened.number()) == 0 || errno == EINVAL ? 0 : RE_STAT_ERR_SYNC;
 }

@@ -1,5 +1,5 @@
-// Where a saved image goes: a regular file that is replaced as a whole or not at all, or a pipe or device that is
-// written in place.
+// The destination of a saved image: a regular file that is replaced as a whole or not at all, or a pipe or device that
+// is written in place.
 #pragma once
 
 #include "RE_descriptor.h"
@@ -14,25 +14,25 @@ class RE_save_target
 {
 public:
     RE_save_target();
-    // Takes back what finish() did not complete.
+    // Removes the new file if finish() did not complete.
     ~RE_save_target();
     RE_save_target(const RE_save_target&) = delete;
     RE_save_target& operator=(const RE_save_target&) = delete;
 
-    // Returns 0 or an RE_stat_error. path: what the user named. Links are followed unless somebody else may have
-    // planted them (RE_target_path.h), as he may a pipe or a device.
+    // Opens the target. path: as the user typed it. Links are followed. Links, pipes and devices that another user may
+    // have planted are refused (RE_target_path.h). Returns 0 or an RE_stat_error.
     int open(const char* path);
 
-    // Errors are kept, and returned by finish().
+    // Appends bytes. finish() returns the error, if any.
     void append(const void* bytes, std::size_t size);
     // Appends zeros up to `position` bytes from the start.
     void fill_to(std::uint64_t position);
-    // XXH64 of all bytes so far.
+    // Returns the XXH64 of all bytes so far.
     std::uint64_t checksum() const;
 
-    // Brings the bytes to disk and puts the file into its place. Returns 0 or the RE_stat_error of the first failure,
-    // after which a regular target is what it was, except that RE_STAT_ERR_SYNC may also mean that the new file is in
-    // its place and a loss of power may bring the old one back.
+    // Writes the bytes to disk and puts the file into its place. Returns 0 or the RE_stat_error of the first failure.
+    // After a failure, a regular target is unchanged, with one exception: after RE_STAT_ERR_SYNC the new file may be in
+    // place already, and a power failure may bring the old one back.
     int finish();
 
 private:
@@ -43,14 +43,14 @@ private:
     void flush();
     void discard();
 
-    alignas(64) unsigned char m_hash_state[128]; // an XXH64_state_t, whose header need not be known here
+    alignas(64) unsigned char m_hash_state[128]; // an XXH64_state_t, whose header is not needed here
     RE_descriptor m_descriptor;
     int m_error = 0;
     bool m_b_regular = false;
     unsigned int m_mode = 0;      // of the finished file
     char m_target[PATH_MAX];      // the file to replace
-    char m_temporary[PATH_MAX];   // the new one until then; empty when there is none to discard
+    char m_temporary[PATH_MAX];   // the new file until it is in place; empty when there is none to remove
     std::uint64_t m_position = 0; // bytes appended
     std::size_t m_buffered = 0;
-    std::unique_ptr<unsigned char[]> m_buffer; // on the heap: some stacks are no larger
+    std::unique_ptr<unsigned char[]> m_buffer; // on the heap: it is too large for some stacks
 };

@@ -1,8 +1,8 @@
-// Records of several fields that one side changes while others copy them, as one and without a lock.
+// Consistent copies of records that one side may change while others copy them, without a lock.
 //
 // The record starts with a 32-bit counter that is odd while the record changes. A reader copies word by word and
-// compares the counter before and after. Every word is stored with release and loaded with acquire order, so that
-// whoever saw one new word also sees the counter that announced it.
+// compares the counter before and after. Every word is stored with release and loaded with acquire order, so that a
+// reader that has seen a new word also sees the counter that announced it.
 #pragma once
 
 #include <cstddef>
@@ -37,7 +37,7 @@ void store_release(Value* place, Value value)
     __atomic_store_n(place, value, __ATOMIC_RELEASE);
 }
 
-// Copies `size` bytes, of which others may be changing words, each word as one. Everything is a multiple of 8.
+// Copies `size` bytes that others may be changing, each 64-bit word atomically. `from` and `size` are multiples of 8.
 inline void load_words(const void* from, void* to, std::size_t size)
 {
     const auto* const words = static_cast<const std::uint64_t*>(from);
@@ -48,8 +48,8 @@ inline void load_words(const void* from, void* to, std::size_t size)
     }
 }
 
-// A record without its counter: one word of 32 bits, then words of 64. Both sides go by the same words. Row: starts
-// with `std::uint32_t sequence`, and stands on a multiple of 8 bytes.
+// After its counter, a record consists of one 32-bit word and then 64-bit words. Both sides use the same words. Row:
+// begins with `std::uint32_t sequence`, and its address is a multiple of 8.
 template <typename Row>
 constexpr void check_record()
 {
@@ -69,7 +69,7 @@ void load_words(const Row* from, Row& to)
         const std::uint64_t word = load_acquire(words + at);
         std::memcpy(bytes + at * sizeof word, &word, sizeof word);
     };
-    // Without a loop, which no compiler unrolls around atomic loads: scans copy a million rows.
+    // Unrolled here, because compilers do not unroll loops of atomic loads, and scans copy a million rows.
     [&]<std::size_t... At>(std::index_sequence<At...>)
     {
         (load(At + 1), ...);
@@ -93,7 +93,7 @@ void store_words(Row* to, const Row& from)
     }
 }
 
-// Replaces a record. One writer at a time.
+// Replaces a record. Only one writer may do so at a time.
 template <typename Row>
 void write_row(Row* row, const Row& value)
 {
@@ -103,18 +103,19 @@ void write_row(Row* row, const Row& value)
     store_release(&row->sequence, sequence + 1);
 }
 
-// How long a report waits for writers that are changing records: as long as a living engine's thread may be kept from
-// finishing one, but not for ever when the engine was killed there, the record is garbage, or somebody means it to
-// last.
+// Limits how long a report waits for writers that are changing records. The limit is long enough for a delayed thread
+// of a running engine. Without it, a report would wait forever when the engine was killed in the middle, the record is
+// corrupt, or a process keeps it changing on purpose.
 class RE_patience
 {
 public:
     static constexpr std::int64_t second = 1'000'000'000; // all times are nanoseconds
 
-    // For records that nobody writes any more.
+    // For records that are no longer written.
     RE_patience() = default;
-    // For live records. What has been waited counts together, over all records, half of it at most for one; a reader
-    // that is used for longer than a report takes gets its patience back after a minute.
+    // For live records. in_all: the longest time to wait for all records together, in nanoseconds; at most half of it
+    // is spent on one record. A reader that is used for longer than one report gets the full time again a minute after
+    // its first wait.
     static RE_patience with_engine(std::int64_t in_all = second / 2)
     {
         RE_patience patience;
@@ -122,7 +123,7 @@ public:
         return patience;
     }
 
-    // Waits a moment for a record that had to be tried `tries` times. False when it has been waited for long enough.
+    // Waits briefly for a record after `tries` failed tries. Returns false when the time for it is used up.
     bool wait(int tries, std::int64_t& waited_for_record)
     {
         constexpr int tries_without_sleeping = 64;
@@ -138,7 +139,7 @@ public:
         if (tries < tries_without_sleeping) {
             sched_yield();
         } else {
-            // The writer may wait for the very processor that yielding would keep busy.
+            // The writer may be waiting for this processor, which yielding would keep busy.
             const timespec pause{0, 50000};
             nanosleep(&pause, nullptr);
         }
@@ -158,12 +159,12 @@ private:
 
     std::int64_t m_in_all = 0;
     std::int64_t m_left = 0;
-    std::int64_t m_first_wait = 0; // 0 before it
+    std::int64_t m_first_wait = 0; // 0 before the first wait
 };
 
-// Copies a record by `copy` until nobody has changed it meanwhile. sequence: the record's counter. Returns the
-// counter's value then, or an odd one when the record would not hold still: its writer was stopped in the middle, or it
-// is garbage.
+// Calls `copy` until the record does not change during the call. sequence: the record's counter. Returns the counter's
+// value, or an odd value when no consistent copy was possible: the writer was stopped in the middle, or the record is
+// corrupt.
 template <typename Copy>
 std::uint32_t copy_as_one(const std::uint32_t* sequence, const Copy& copy, RE_patience& patience)
 {
@@ -183,7 +184,7 @@ std::uint32_t copy_as_one(const std::uint32_t* sequence, const Copy& copy, RE_pa
     }
 }
 
-// Copies a record as one. False when it would not hold still.
+// Copies a record. Returns false when no consistent copy was possible.
 template <typename Row>
 bool copy_row(const Row* row, Row& copy, RE_patience& patience)
 {

@@ -34,7 +34,8 @@ int error_of_open(int error)
     }
 }
 
-// Whether a folder, or what is in it, may be believed for its owner's sake. what: which of the two, for the log.
+// Whether the owner of a folder, or of the segment in it, is trusted. Logs when not. what: which of the two, for the
+// log.
 bool is_believed(const RE_stat_folders& folders, const struct stat& found, const char* what, const char* path)
 {
     if (folders.is_trusted(found.st_uid)) {
@@ -46,8 +47,8 @@ bool is_believed(const RE_stat_folders& folders, const struct stat& found, const
     return false;
 }
 
-// Judges a folder. Its name will do: once it is a believed user's, nobody else can put another in its place, for the
-// folders around it are root's or sticky; and a report gets along with one descriptor.
+// Checks a folder by its path. Opening it is not necessary: once it belongs to a trusted user, no other user can
+// replace it, because the folders above it are root's or sticky. So a report needs only one descriptor.
 int check_folder(const RE_stat_folders& folders, const char* path)
 {
     struct stat found = {};
@@ -68,7 +69,7 @@ int check_folder(const RE_stat_folders& folders, const char* path)
     return 0;
 }
 
-// Opens the segment of that name in a folder. Returns a descriptor or an RE_stat_error.
+// Opens the segment of that name in a folder. Returns a descriptor, which the caller owns, or an RE_stat_error.
 int open_segment(const RE_stat_folders& folders, const char* folder, const char* name, int flags, struct stat& found)
 {
     if (const int error = check_folder(folders, folder)) {
@@ -118,7 +119,7 @@ int RE_shm_reader::open()
         if (segment.number() >= 0 && is_segment_lock_held(segment.number())) {
             return map(segment.number(), found);
         }
-        // A dead engine, or somebody else's, does not hide a living one in a later folder.
+        // The segment of a dead engine or of another user does not hide a running engine in a later folder.
         if (error == RE_STAT_ERR_NO_ENGINE) {
             error = segment.number() >= 0 ? RE_STAT_ERR_ENGINE_GONE : segment.number();
         }

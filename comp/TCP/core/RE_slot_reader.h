@@ -1,19 +1,19 @@
-// Reads the slots of peers or connections of an image: finds a slot's row, copies the identity in it as one, and reads
-// its counters for as long as they are the same tenant's.
+// Reads the slots of peers or connections of an image: finds a slot's row, copies its identity consistently, and reads
+// its counters as long as the slot has the same tenant.
 #pragma once
 
 #include "RE_sequence.h"
 #include "RE_stat_image.h"
 
-// The interface asks for the fields of an identity one call at a time; they are answered from the copy until a field is
-// asked for again, which takes a new one. So the fields of one round always belong together.
+// The interface reads the fields of an identity one call at a time. All of them come from one copy until a field is
+// read again, which takes a new copy. So the fields of one round always belong together.
 template <typename Row>
 class RE_slot_reader
 {
 public:
-    // Without an image there is no slot.
+    // A reader without an image has no slots.
     RE_slot_reader() = default;
-    // slots_used: the image's, of which there is one behind the last row that holds anything.
+    // slots_used: the number in the image's header, one above the highest slot ever used.
     RE_slot_reader(const RE_stat_image& image, const RE_image_rows<Row>& rows, const std::uint32_t* slots_used)
         : m_rows(rows), m_slots_used(image.b_saved ? nullptr : slots_used)
     {}
@@ -22,14 +22,14 @@ public:
     {
         return m_slots_used == nullptr ? m_rows.rows : std::min(load_acquire(m_slots_used), m_rows.rows);
     }
-    // One above the highest slot that a scan has to visit.
+    // Returns one above the highest slot that a scan has to visit.
     int slots_to_scan() const
     {
         const std::uint32_t count = rows_in_reach();
         return static_cast<int>(is_saved() && count != 0 ? m_rows[count - 1].slot + 1 : count);
     }
 
-    // Copies the slot's identity; false when the slot is vacant.
+    // Copies the slot's identity. Returns false when the slot is vacant.
     bool take(int slot, RE_patience& patience)
     {
         m_slot = slot;
@@ -41,7 +41,7 @@ public:
         }
         return m_b_valid;
     }
-    // The same for one field of it: 0 for what may be read any number of times, or a bit.
+    // The same for one field. field: a bit, or 0 for what may be read any number of times from one copy.
     bool fetch(int slot, unsigned int field, RE_patience& patience)
     {
         if (m_slot != slot || (m_fields_given & field) != 0) {
@@ -50,12 +50,12 @@ public:
         m_fields_given |= field;
         return m_b_valid;
     }
-    // What was taken last.
+    // The identity that was copied last.
     const Row& copy() const { return m_copy; }
     std::uint32_t row() const { return m_row; }
 
-    // Reads a counter of the slot taken last. False when the slot has got another tenant since: no report ever shows
-    // one tenant's name with another's figures.
+    // Reads a counter of the slot taken last. Returns false, and a value of 0, when the slot has got a new tenant
+    // since, so that no report shows one tenant's name with another tenant's figures.
     bool read_counter(const RE_image_counters& counters, int id, long long& value) const
     {
         const long long counter = counters.read(m_row, id);
@@ -67,8 +67,8 @@ public:
 private:
     bool is_saved() const { return m_slots_used == nullptr; }
 
-    // A live image has a row for each slot, a saved one only those in use. Scans go upwards, so the row looked for is
-    // mostly the one after the last.
+    // A live image has one row per slot, a saved image only rows for the slots in use. Scans go upwards, so the wanted
+    // row is usually the one after the last.
     bool find_row(int slot)
     {
         const std::uint32_t count = rows_in_reach();
@@ -95,7 +95,7 @@ private:
     }
 
     RE_image_rows<Row> m_rows;
-    const std::uint32_t* m_slots_used = nullptr; // of a live image
+    const std::uint32_t* m_slots_used = nullptr; // null for a saved image
     int m_slot = -1;
     bool m_b_valid = false;
     unsigned int m_fields_given = 0;

@@ -32,7 +32,8 @@ void name_memory_folder(uid_t user, RE_stat_path& path)
     std::snprintf(path, sizeof path, "%s/kav-%u", memory_folder, user);
 }
 
-// The folder below the one of the user's session as the environment tells it; false when it tells none.
+// Stores the name of the folder in the user's session folder, as set in the environment. Returns false when none is
+// set.
 bool name_session_folder(RE_stat_path& path)
 {
     const char* const given = secure_getenv("XDG_RUNTIME_DIR");
@@ -41,13 +42,13 @@ bool name_session_folder(RE_stat_path& path)
            static_cast<std::size_t>(std::snprintf(path, sizeof path, "%s/kav", given)) < longest;
 }
 
-// The same where systems keep it, for a user whose environment is not known.
+// The same at the usual place, for a user whose environment is not known.
 void name_usual_session_folder(uid_t user, RE_stat_path& path)
 {
     std::snprintf(path, sizeof path, "/run/user/%u/kav", user);
 }
 
-// Opens a folder without following a link. Returns a descriptor, -EPERM when others own it or may write to it, or
+// Opens a folder without following a link. Returns a descriptor, -EPERM when other users own it or may write to it, or
 // another -errno.
 int open_folder_of(uid_t user, int parent, const char* name)
 {
@@ -63,17 +64,17 @@ int open_folder_of(uid_t user, int parent, const char* name)
     return -EPERM;
 }
 
-// The same, and makes it when it is not there.
+// The same, but creates the folder when it does not exist.
 int make_folder_of(uid_t user, int parent, const char* name)
 {
     const bool b_made = mkdirat(parent, name, S_IRWXU) == 0;
-    if (b_made ? fchmodat(parent, name, S_IRWXU, 0) != 0 : errno != EEXIST) { // its mode whatever the umask
+    if (b_made ? fchmodat(parent, name, S_IRWXU, 0) != 0 : errno != EEXIST) { // its mode, regardless of the umask
         return -errno;
     }
     return open_folder_of(user, parent, name);
 }
 
-// In the folder of the user's session, when that is really the user's.
+// The same in the user's session folder, if that really belongs to the user.
 int make_session_folder(uid_t user, const char* path)
 {
     RE_stat_path parent_path;
@@ -87,11 +88,11 @@ int make_session_folder(uid_t user, const char* path)
     return b_own ? make_folder_of(user, parent.number(), "kav") : -EPERM;
 }
 
-// Others may have put something in the place of this user's folder. Root moves it out of the way; the system lets
-// nobody else do that. True when it is no longer there.
+// Another user may have put something in the place of this user's folder. Renames it, which the system allows only root
+// to do. Returns true when it is no longer there.
 bool set_aside(int parent, const char* path, bool b_log)
 {
-    std::uint64_t number = 0; // that nobody can foresee, and so be there first
+    std::uint64_t number = 0; // unpredictable, so that no other user can create the name first
     if (getrandom(&number, sizeof number, 0) != sizeof number) {
         return false;
     }
@@ -119,7 +120,7 @@ int make_memory_folder(uid_t user, const char* path)
     }
     const char* const name = std::strrchr(path, '/') + 1;
     int descriptor = -1;
-    // Somebody who is quick may be there again, or have taken away what was in the way.
+    // Another user may put something there again at once, or may have removed it in the meantime.
     constexpr int attempts = 100;
     for (int attempt = 0; attempt < attempts; ++attempt) {
         descriptor = make_folder_of(user, parent.number(), name);

@@ -11,7 +11,7 @@
 
 namespace {
 
-// The bounds keep the product of rows and their size far from 2^64.
+// The bounds keep the number of rows times their size far below 2^64.
 bool has_sound_rows(const RE_image_section& section, const RE_image_counts& counts)
 {
     if (section.slots < section.rows) {
@@ -43,7 +43,7 @@ bool are_apart(const RE_image_section& one, const RE_image_section& other)
            other.offset + other.rows * other.row_size <= one.offset;
 }
 
-// Whether the image ends with a trailer that is true.
+// Whether the image ends with a trailer and its checksum is right.
 bool is_checksum_right(const unsigned char* base, std::size_t size)
 {
     if (size < sizeof(RE_image_header) + sizeof(RE_image_trailer)) {
@@ -55,7 +55,8 @@ bool is_checksum_right(const unsigned char* base, std::size_t size)
            trailer.checksum == XXH64(base, size - sizeof trailer.checksum, 0);
 }
 
-// A copy of the header or of what there is of it. Its engine may be changing numbers in it at this moment.
+// Returns a copy of the header, or of the bytes of it that exist. The engine may be changing numbers in it at the same
+// time.
 RE_image_header copy_of_header(const unsigned char* base, std::size_t bytes_there)
 {
     RE_image_header copy{};
@@ -67,7 +68,7 @@ RE_image_header copy_of_header(const unsigned char* base, std::size_t bytes_ther
     return copy;
 }
 
-// Lookups in saved rows halve their way to a slot, which needs ascending order.
+// Slots are looked up in saved rows by binary search, which needs ascending order.
 template <typename Row>
 bool are_slots_ascending(const RE_image_rows<Row>& rows)
 {
@@ -81,7 +82,8 @@ bool are_slots_ascending(const RE_image_rows<Row>& rows)
 
 } // namespace
 
-// Only the bytes that are there are looked at, so that a file cut within its header is told from another kind of file.
+// Only the bytes that exist are compared, so that a file truncated within its header is distinguished from another kind
+// of file.
 int check_image_header(const RE_image_header& header, std::size_t bytes_there, std::uint64_t size)
 {
     if (std::memcmp(header.magic, RE_image_magic, std::min(bytes_there, sizeof header.magic)) != 0) {
@@ -131,7 +133,7 @@ int check_image_sections(const RE_image_header& head, std::span<const RE_image_s
         counts.peer == 0 || counts.conn == 0 || counts.app == 0) {
         return RE_STAT_ERR_LAYOUT;
     }
-    constexpr std::uint64_t most_padding = 64; // in front of a section
+    constexpr std::uint64_t most_padding = 64; // before a section
     std::uint64_t accounted_for = table_end;
     for (std::size_t at = 0; at < table.size(); ++at) {
         const RE_image_section& section = table[at];
@@ -180,7 +182,7 @@ int RE_stat_image::attach(unsigned char* base, std::size_t size, RE_image_kind k
     if (const int error = check_image_header(head, bytes_there, size)) {
         return error;
     }
-    // Before anything else of a file is believed, the words that could say otherwise included.
+    // Checked before anything else in a file is used. A file cannot avoid this by stating that it is live.
     if (b_is_saved && !is_checksum_right(base, size)) {
         return RE_STAT_ERR_CHECKSUM;
     }
@@ -201,7 +203,7 @@ int RE_stat_image::attach(unsigned char* base, std::size_t size, RE_image_kind k
                                                                     static_cast<std::uint32_t>(section.rows),
                                                                     static_cast<std::uint32_t>(section.slots)};
     }
-    // before: counters in front of these in a row.
+    // before: the number of counters before these in a row.
     const auto counters = [](const RE_image_view& rows, std::uint64_t before, std::uint32_t count_of_family) {
         return RE_image_counters{rows.base + before * RE_image_word, rows.stride, count_of_family};
     };

@@ -1,12 +1,12 @@
-// The statistics image: the one form of live statistics in shared memory and of a saved file. docs/statistics-image.md
-// describes it byte by byte.
+// The statistics image: the common format of live statistics in shared memory and of saved files.
+// docs/statistics-image.md describes it byte by byte.
 //
-// An image says itself how large its rows are and how many counters they hold. Readers go by that, so that engine and
-// viewer may be of releases that count more or less than each other.
+// An image states the size of its rows and the number of counters in them. Readers use these numbers, so that engine
+// and viewer may be of different releases, with more or fewer counters.
 //
-// An image is a header, a table of sections, and the sections. In a live image a section has a row for every slot the
-// engine has room for; in a saved one the rows of peers and connections are those of the slots in use, in ascending
-// order, each with its slot number. A saved image ends with a checksum over all of it.
+// An image consists of a header, a table of sections, and the sections. In a live image, a section has one row per
+// slot. In a saved image, peers and connections have rows only for the slots in use, in ascending order, each with its
+// slot number. A saved image ends with a checksum of all bytes before it.
 #pragma once
 
 #include "RE_sequence.h"
@@ -20,19 +20,19 @@
 
 constexpr char RE_image_magic[8] = {'K', 'A', 'V', 'S', 'T', 'A', 'T', 'S'};
 constexpr std::uint32_t RE_image_byte_order = 0x01020304;
-constexpr std::uint32_t RE_image_layout_version = 1; // another one is not compatible
+constexpr std::uint32_t RE_image_layout_version = 1; // any other version is incompatible
 
-// More than any engine may have; what an image claims beyond is not believed.
+// The largest limits of an engine. An image with larger numbers is invalid.
 constexpr std::uint64_t RE_image_max_peers = 4096;
 constexpr std::uint64_t RE_image_max_conns = 1000000;
 constexpr std::uint64_t RE_image_max_apps = 65536;
 constexpr std::uint64_t RE_image_max_nacks = 1000000;
 
-// Larger rows and longer tables, as later releases may have them, are believed up to here.
+// Later releases may have larger rows and longer section tables; up to here, they are accepted.
 constexpr std::uint64_t RE_image_max_row_size = 1U << 14U;
 constexpr std::uint32_t RE_image_max_sections = 32;
 
-// No image is larger: the largest tables that an engine may have, and room to spare.
+// The largest size of an image in bytes: room for the largest limits, and some to spare.
 constexpr std::uint64_t RE_image_max_size = std::uint64_t{2} << 30;
 
 enum RE_image_state : std::uint32_t
@@ -43,14 +43,14 @@ enum RE_image_state : std::uint32_t
     RE_IMAGE_SAVED = 3,     // a file
 };
 
-// What an image is expected to be; its own word for it is not taken.
+// The kind of image that a caller expects. An image of the other kind is invalid.
 enum class RE_image_kind
 {
     live,
     saved,
 };
 
-// How many counters of each family an image holds.
+// How many counters of each family an image contains.
 struct RE_image_counts
 {
     std::uint32_t global;
@@ -69,10 +69,10 @@ struct RE_image_header
     std::uint32_t layout_version;
     std::uint32_t state; // an RE_image_state
     std::uint32_t section_count;
-    std::uint64_t total_size;       // bytes, the checksum of a saved image included
+    std::uint64_t total_size;       // bytes, including the trailer of a saved image
     std::int64_t engine_start_time; // seconds since the epoch
     std::int64_t capture_time;      // when a saved image was taken, seconds since the epoch; 0 in a live one
-    std::uint32_t global_counters;  // how many of each family the rows hold
+    std::uint32_t global_counters;  // how many of each family the rows contain
     std::uint32_t peer_counters;
     std::uint32_t conn_counters;
     std::uint32_t app_counters;
@@ -80,7 +80,7 @@ struct RE_image_header
     std::uint32_t conn_slots_used;
     std::uint32_t app_slots_used;
     std::uint32_t reserved;
-    std::uint64_t nacks_logged; // NACK entries ever appended; entry n stands in row n modulo the rows
+    std::uint64_t nacks_logged; // NACK entries ever appended; entry n is stored in row n modulo the number of rows
     std::uint64_t nacks_reset;  // entries below this number were discarded by a reset
     std::uint8_t reserved_bytes[32];
 
@@ -95,8 +95,8 @@ struct RE_image_header
 };
 static_assert(sizeof(RE_image_header) == 128);
 
-// Judges the first `bytes_there` (128 at most) of an image of `size` bytes: whether it is one, of a known layout and
-// whole. Returns 0 or an RE_stat_error.
+// Checks the first `bytes_there` bytes (at most 128) of an image of `size` bytes: whether it is an image, has a known
+// layout version and is complete. Returns 0 or an RE_stat_error.
 int check_image_header(const RE_image_header& header, std::size_t bytes_there, std::uint64_t size);
 
 enum RE_image_section_id : std::uint32_t
@@ -111,7 +111,7 @@ enum RE_image_section_id : std::uint32_t
     RE_IMAGE_NACKS = 8,
     RE_IMAGE_BYPASS = 9, // bytes of the auto-bypass table, up to its last entry in use when saved
 };
-// Sections of later releases may follow in the table; they are passed over.
+// The table may also contain sections of later releases; they are skipped.
 constexpr std::uint32_t RE_image_section_count = 9;
 
 struct RE_image_section
@@ -120,24 +120,25 @@ struct RE_image_section
     std::uint32_t row_size; // bytes
     std::uint64_t offset;   // from the image's start, a multiple of 8
     std::uint64_t rows;
-    std::uint64_t slots; // how many rows the engine has room for; `rows` in a live image
+    std::uint64_t slots; // how many rows the engine has room for; equal to `rows` in a live image
 };
 static_assert(sizeof(RE_image_section) == 32);
 
-// The end of our own section table, which follows the header.
+// The end of the section table of this build, which follows the header.
 constexpr std::uint64_t RE_image_table_end =
     sizeof(RE_image_header) + RE_image_section_count * sizeof(RE_image_section);
 
-// How many entries of the section table are to be read for check_image_sections, 0 if there cannot be that many in an
-// image of `size` bytes.
+// Returns how many entries of the section table to pass to check_image_sections, or 0 when the number in the header is
+// invalid for an image of `size` bytes.
 std::uint32_t image_sections_to_check(const RE_image_header& head, std::uint64_t size);
 
-// Judges the section table of an image of `size` bytes (that of a saved one with its trailer) whose header has been
-// judged, and sorts those sections by id that this build knows. Returns 0 or RE_STAT_ERR_LAYOUT. found: all 0.
+// Checks the section table of an image of `size` bytes, including the trailer of a saved image. The header must have
+// been checked before. found: all 0 at the call; receives the sections that this build knows, by id. Returns 0 or
+// RE_STAT_ERR_LAYOUT.
 int check_image_sections(const RE_image_header& head, std::span<const RE_image_section> table, std::uint64_t size,
                          RE_image_kind kind, RE_image_section (&found)[RE_image_section_count]);
 
-// Rows that are read as one carry a sequence counter in front (RE_sequence.h).
+// Rows that are read consistently begin with a sequence counter (RE_sequence.h).
 
 struct RE_image_config_row
 {
@@ -150,20 +151,20 @@ static_assert(sizeof(RE_image_config_row) == 216);
 struct RE_image_peer_row
 {
     std::uint32_t sequence;
-    std::uint32_t generation; // which tenant of the slot this is
-    std::uint32_t slot;       // in a saved image
+    std::uint32_t generation; // changes with every tenant of the slot
+    std::uint32_t slot;       // slot number; readers use it only in a saved image
     std::uint32_t b_in_use;
     std::int32_t peer_id;
     RE_stat_peer_header header;
 };
 static_assert(sizeof(RE_image_peer_row) == 328);
 
-// What a listing filters on, dense and apart from the counters.
+// What listings filter on: small rows, apart from the counters.
 struct RE_image_conn_row
 {
     std::uint32_t sequence;
-    std::uint32_t generation; // which tenant of the slot this is
-    std::uint32_t slot;       // in a saved image
+    std::uint32_t generation; // changes with every tenant of the slot
+    std::uint32_t slot;       // slot number; readers use it only in a saved image
     std::int32_t peer_id;
     RE_stat_conn_header header;
     std::uint8_t b_in_use;
@@ -194,8 +195,8 @@ struct RE_image_conn_counters
     std::int64_t stats[RE_STAT_CONN_ID_MAX];
 };
 
-// An application's identity never changes once it is there, so the row needs no sequence counter: 4 bytes reserved, the
-// counters, filled up to a multiple of 8 bytes, and the header.
+// An application's identity never changes once it is stored, so the row needs no sequence counter. It consists of 4
+// reserved bytes, the counters, padded to a multiple of 8 bytes, and the header.
 constexpr std::uint32_t RE_image_app_counters_at = 4;
 constexpr std::uint32_t RE_image_app_record = RE_image_app_counters_at + sizeof(RE_stat_app_header);
 
@@ -211,16 +212,16 @@ struct RE_image_app_row
     RE_stat_app_header header;
 };
 
-// Port, flag and both connection counts share a word of the header, which changes as one: bits 0 to 15, 16, 17 to 39,
-// and 40 to 63.
+// Returns the word of the header that contains the port (bits 0 to 15), the source-port flag (bit 16), and the numbers
+// of connections opened (17 to 39) and closed (40 to 63). It is changed atomically.
 inline std::uint64_t* RE_image_app_word(RE_stat_app_header* header)
 {
     return reinterpret_cast<std::uint64_t*>(reinterpret_cast<unsigned char*>(header) + 4);
 }
 static_assert((offsetof(RE_image_app_row, header) + 4) % 8 == 0);
 
-// Here the sequence counter also tells which entry stands in the row: 2 (n + 1) for entry n, less 1 while it is
-// written.
+// Here the sequence counter also identifies the entry in the row: it is 2 (n + 1) for entry n, and 1 less while the
+// entry is written.
 struct RE_image_nack_row
 {
     std::uint32_t sequence;
@@ -254,11 +255,11 @@ struct RE_image_view
     unsigned char* row(std::size_t number) const { return base + number * stride; }
 };
 
-// Row: what rows start with.
+// Row: the type of the start of each row.
 template <typename Row>
 struct RE_image_rows : RE_image_view
 {
-    // number: of any integer type, as slots are signed and rows are not; 0 or above.
+    // number: 0 or above; of any integer type, because slots are signed and rows are not.
     template <typename Number>
     Row& operator[](Number number) const
     {
@@ -274,20 +275,20 @@ struct RE_image_counters
     std::uint32_t count = 0;
 
     std::int64_t* of_row(std::size_t row) const { return reinterpret_cast<std::int64_t*>(base + row * stride); }
-    // A counter that the image does not hold is 0.
+    // Reads a counter. One that the image does not contain is 0.
     std::int64_t read(std::size_t row, int id) const
     {
         return static_cast<std::uint32_t>(id) < count ? load_acquire(of_row(row) + id) : 0;
     }
 };
 
-// An image in memory whose every size and offset has been checked. It points into the memory and owns none of it.
-// Values that a running engine may change (state, NACK numbers) are read through `header` with atomic loads.
+// An image in memory, with all sizes and offsets checked. It points into the memory and does not own it. Values that a
+// running engine may change (state, NACK numbers) are read through `header` with atomic loads.
 struct RE_stat_image
 {
     RE_image_header* header = nullptr;
     RE_image_counts counts = {};
-    RE_image_rows<RE_image_config_row> config; // without a row when the engine has published none
+    RE_image_rows<RE_image_config_row> config; // may have no row
     RE_image_view global;
     RE_image_rows<RE_image_peer_row> peers;
     RE_image_view peer_counters;
@@ -306,16 +307,17 @@ struct RE_stat_image
     RE_image_counters conn_stats;
 
     bool b_saved = false;
-    // What a live image lies in; null for memory that nobody else can cut short.
+    // The mapping of a live image; null for memory that no other process can truncate.
     const RE_watched_mapping* mapping = nullptr;
 
     RE_image_view& view(RE_image_section_id id);
     const RE_image_view& view(RE_image_section_id id) const { return const_cast<RE_stat_image*>(this)->view(id); }
 
-    // Whether figures that were read may have been zeros in place of what had been cut off.
+    // Whether the image was truncated, so that figures may have been read as zeros.
     bool is_cut() const { return mapping != nullptr && mapping->is_cut(); }
 
-    // How many rows hold anything. In a live image those beyond have no memory yet; a mere look would claim some.
+    // Return how many rows are in use. In a live image, the rows after these have no memory yet; reading them would
+    // allocate it.
     std::uint32_t peer_rows_in_reach() const { return rows_in_reach(&header->peer_slots_used, peers.rows); }
     std::uint32_t conn_rows_in_reach() const { return rows_in_reach(&header->conn_slots_used, conns.rows); }
     std::uint32_t app_rows_in_reach() const { return rows_in_reach(&header->app_slots_used, apps.rows); }
@@ -330,8 +332,9 @@ struct RE_stat_image
                                                      RE_image_app_counters_size(counts.app));
     }
 
-    // Checks the `size` bytes at `base` (8-byte aligned, there for as long as the image is used) and points into them.
-    // Nothing in them is trusted; of a saved image every byte is checked. Returns 0 or an RE_stat_error.
+    // Checks the `size` bytes at `base` and points into them. They must be 8-byte aligned and remain valid while the
+    // image is used. Nothing in them is trusted; the checksum of a saved image covers every byte. Returns 0 or an
+    // RE_stat_error.
     int attach(unsigned char* base, std::size_t size, RE_image_kind kind);
 
 private:

@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-// In a file of its own, so that programs which never share a reader do not carry what sharing takes.
+// In a file of its own, so that programs that never share a reader do not contain the code for sharing.
 RE_stat_reader* RE_stat_reader::only(RE_stat_reader_type type, const char* path)
 {
     static std::mutex mutex;

@@ -43,7 +43,7 @@ const char* stat_segment_name()
     const char* const given = secure_getenv("KAV_STAT_SEGMENT");
     const char* name = given != nullptr ? given : default_segment_name;
     if (name[0] == '/') {
-        ++name; // the form in which shm_open takes names
+        ++name; // names for shm_open() begin with a slash
     }
     const std::size_t length = std::strlen(name);
     return length == 0 || length > NAME_MAX || name[0] == '.' || std::strchr(name, '/') != nullptr ? nullptr : name;

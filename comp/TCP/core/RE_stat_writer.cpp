@@ -17,7 +17,7 @@
 
 namespace {
 
-// Whether `id` is one of a family's. Another one changes nothing, but a debug build stops at it.
+// Whether `id` belongs to its family. Debug builds abort when it does not.
 template <typename Id>
 bool is_id(Id id, Id count)
 {
@@ -26,13 +26,13 @@ bool is_id(Id id, Id count)
     return b_known;
 }
 
-// Adds in the engine's 64-bit arithmetic, which wraps.
+// Adds in 64-bit arithmetic, which wraps.
 void add_to(std::int64_t& counter, long long delta)
 {
     __atomic_fetch_add(&counter, delta, __ATOMIC_RELAXED);
 }
 
-// Released, so that a reader which sees the zeros also sees whose they are.
+// Stored with release order, so that a reader that sees the zeros also sees the new tenant's generation.
 template <std::size_t Count>
 void clear_counters(std::int64_t (&counters)[Count])
 {
@@ -41,27 +41,29 @@ void clear_counters(std::int64_t (&counters)[Count])
     }
 }
 
-// What the writer knows of a peer slot beside what it has published. The row is what a cut may take from the segment.
+// The writer's own data about a peer slot. `row` is a copy of the published row, which truncation may remove.
 struct peer_tenant
 {
     RE_image_peer_row row{};
     int open_conns = 0;
 };
 
-// The same of a connection slot.
+// The writer's own data about a connection slot.
 struct conn_tenant
 {
     // Slot and generation, packed into one word because counters are updated without the lock.
     std::uint64_t peer = UINT64_MAX;
     bool b_open = false;
 
+    std::uint32_t peer_slot() const { return static_cast<std::uint32_t>(peer); }
+    std::uint32_t peer_generation() const { return static_cast<std::uint32_t>(peer >> 32U); }
     void set_peer(int slot, std::uint32_t generation)
     {
         store_relaxed(&peer, std::uint64_t{generation} << 32U | static_cast<std::uint32_t>(slot));
     }
 };
 
-// What makes an application: everything of its header but the counts.
+// The identity of an application: all of its header except the counts.
 using app_key = std::string;
 
 app_key key_of(const RE_stat_app_header& header)
@@ -76,10 +78,10 @@ app_key key_of(const RE_stat_app_header& header)
 
 struct RE_stat_writer::implementation
 {
-    std::mutex mutex; // over slots and everything below; counters need no lock
+    std::mutex mutex; // protects slots and everything below; counters need no lock
 
     RE_live_segment segment;
-    // Its rows of counters, which have the size that this build gives them.
+    // The segment's rows of counters, which have the size of this build.
     RE_image_global_row* global = nullptr;
     RE_image_peer_counters* peer_counters = nullptr;
     RE_image_conn_counters* conn_counters = nullptr;
@@ -92,7 +94,7 @@ struct RE_stat_writer::implementation
     std::uint32_t peer_slots_used = 0;
     std::uint32_t conn_slots_used = 0;
     std::uint32_t app_slots_used = 0;
-    std::vector<int> free_conn_slots;                       // released, to be taken again from the back
+    std::vector<int> free_conn_slots;                       // released; reused from the back
     std::deque<std::pair<int, std::uint32_t>> closed_conns; // slot and generation, in the order of closing
     std::vector<int> free_peer_slots;
     std::map<app_key, int> app_slots;
@@ -106,12 +108,12 @@ struct RE_stat_writer::implementation
     void write_peer(std::uint32_t slot);
     static void use_slot(std::uint32_t slot, std::uint32_t& used, std::uint32_t& published_used);
 
-    // used: one of the numbers of slots above.
+    // used: one of the ..._slots_used above.
     bool is_slot(int slot, const std::uint32_t& used) const
     {
         return is_made() && slot >= 0 && static_cast<std::uint32_t>(slot) < load_acquire(&used);
     }
-    // A peer's, a connection's or an application's counter, or null for none.
+    // Return a counter, or null when the slot or id is out of range.
     std::int64_t* peer_stat(int slot, RE_stat_peer_id id) const
     {
         return is_id(id, RE_STAT_PEER_ID_MAX) && is_slot(slot, peer_slots_used) ? &peer_counters[slot].stats[id]
@@ -126,12 +128,12 @@ struct RE_stat_writer::implementation
     {
         return is_id(id, RE_STAT_GLOBAL_ID_MAX) && is_made() ? &global->stats[id] : nullptr;
     }
-    // Only under the lock.
+    // Must be called under the lock.
     bool is_peer(int slot) const
     {
         return is_slot(slot, peer_slots_used) && peers[static_cast<std::size_t>(slot)].row.b_in_use != 0;
     }
-    // The peer's counters of the connection in `conn_slot`, null when that peer has gone.
+    // Returns the counters of the peer of the connection in `conn_slot`, or null when that peer was removed.
     RE_image_peer_counters* peer_counters_of(int conn_slot) const;
     void add_to_sums(int conn_slot, RE_stat_conn_id id, long long delta) const;
     int take_conn_slot();
@@ -140,7 +142,7 @@ struct RE_stat_writer::implementation
     void close_conn(int conn_slot, std::time_t close_time);
     void remember_closed(int conn_slot);
     RE_bypass_table* bypass_table() const { return reinterpret_cast<RE_bypass_table*>(image().bypass.base); }
-    // The table's row of that server; where it would go when there is none; null when the table is full.
+    // Returns the table's row of that server; if there is none, a vacant row; null when the table is full.
     RE_bypass_row* find_bypass(std::uint32_t server_ip, std::uint16_t server_port) const;
 };
 
@@ -174,8 +176,8 @@ void RE_stat_writer::implementation::prepare_bypass_table() const
     bypass_table()->capacity = RE_bypass_capacity;
 }
 
-// Puts right what a cut has taken and the writer knows. Counters that were cut start at 0, and connections that were
-// cut are published no more.
+// Restores what truncation removed, as far as the writer has a copy. Lost counters start at 0, and lost connections are
+// no longer published.
 void RE_stat_writer::implementation::restore()
 {
     image().header->peer_slots_used = peer_slots_used;
@@ -279,7 +281,7 @@ void RE_stat_writer::implementation::write_peer(std::uint32_t slot)
     write_row(&image().peers[slot], peers[slot].row);
 }
 
-// Lets readers look at a new slot, whose row is there by now.
+// Makes a new slot visible to readers. Its row must be written before.
 void RE_stat_writer::implementation::use_slot(std::uint32_t slot, std::uint32_t& used, std::uint32_t& published_used)
 {
     if (slot >= used) {
@@ -305,7 +307,8 @@ int RE_stat_writer::add_peer(int peer_id, const RE_stat_peer_header& header)
         return -ENOSPC;
     }
 
-    // The new tenant's number goes first, so that no reader takes the old one's figures for the new one's.
+    // The new generation is written first, so that no reader attributes the previous tenant's figures to the new
+    // tenant.
     RE_image_peer_row& row = me.peers[slot].row;
     row = {0, row.generation + 1, slot, 0, peer_id, header};
     me.peers[slot].open_conns = 0;
@@ -337,7 +340,7 @@ void RE_stat_writer::remove_peer(int peer_slot)
         const auto slot = static_cast<std::uint32_t>(peer_slot);
         peer_tenant& peer = m_impl->peers[slot];
         peer.row.b_in_use = 0;
-        // Connections of this peer no longer count for the slot, whoever gets it.
+        // Connections of this peer no longer count for the slot and its next tenant.
         ++peer.row.generation;
         m_impl->write_peer(slot);
         m_impl->free_peer_slots.push_back(peer_slot);
@@ -358,7 +361,8 @@ void RE_stat_writer::add_peer_stat(int peer_slot, RE_stat_peer_id id, long long 
 void RE_stat_writer::set_peer_stat(int peer_slot, RE_stat_peer_id id, long long value)
 {
     if (std::int64_t* const counter = m_impl->peer_stat(peer_slot, id)) {
-        // Released, so that a reader which sees it also sees whose it is; additions carry that on by themselves.
+        // Stored with release order, so that a reader that sees the value also sees the tenant's generation. Additions
+        // to the value keep that guarantee.
         store_release(counter, std::int64_t{value});
     }
 }
@@ -371,13 +375,16 @@ long long RE_stat_writer::get_peer_stat(int peer_slot, RE_stat_peer_id id) const
 
 RE_image_peer_counters* RE_stat_writer::implementation::peer_counters_of(int conn_slot) const
 {
-    const std::uint64_t peer = load_relaxed(&conns[static_cast<std::size_t>(conn_slot)].peer);
-    const int slot = static_cast<int>(static_cast<std::uint32_t>(peer));
-    const bool b_there = is_slot(slot, peer_slots_used) && load_relaxed(&image().peers[slot].generation) == peer >> 32U;
+    // A copy, as the slot may get another tenant at this moment.
+    const conn_tenant tenant = {load_relaxed(&conns[static_cast<std::size_t>(conn_slot)].peer)};
+    const std::uint32_t slot = tenant.peer_slot();
+    const bool b_there = slot < load_acquire(&peer_slots_used) &&
+                         load_relaxed(&image().peers[slot].generation) == tenant.peer_generation();
     return b_there ? &peer_counters[slot] : nullptr;
 }
 
-// A slot for a new connection: one that was released, one never used, or that of the connection closed first.
+// Returns a slot for a new connection: one that was released, one never used, or that of the connection closed first;
+// or -ENOSPC.
 int RE_stat_writer::implementation::take_conn_slot()
 {
     if (!free_conn_slots.empty()) {
@@ -392,7 +399,7 @@ int RE_stat_writer::implementation::take_conn_slot()
     while (!closed_conns.empty()) {
         const auto [slot, generation] = closed_conns.front();
         closed_conns.pop_front();
-        // It may have been released since, and even be somebody else's by now.
+        // It may have been released since, and may even have a new tenant.
         if (image().conns[slot].generation == generation && image().conns[slot].b_in_use != 0) {
             return slot;
         }
@@ -414,7 +421,7 @@ int RE_stat_writer::open_conn(int peer_slot, const RE_stat_conn_header& header, 
         return slot;
     }
 
-    // As with peers: the new tenant's number first, then its counters at 0, then the connection.
+    // As for peers: first the new generation, then counters of 0, then the connection.
     RE_image_conn_row* const place = &me.image().conns[slot];
     RE_image_conn_row row{};
     row.generation = place->generation + 1;
@@ -456,7 +463,7 @@ void RE_stat_writer::implementation::close_conn(int conn_slot, std::time_t close
     }
     tenant.b_open = false;
     RE_image_conn_row row = image().conns[conn_slot];
-    row.close_time = std::max<std::time_t>(close_time, 1); // 0 or less would say that it is open
+    row.close_time = std::max<std::time_t>(close_time, 1); // 0 or less would mean that it is open
     write_row(&image().conns[conn_slot], row);
     count_active(conn_slot, -1);
 }
@@ -464,12 +471,14 @@ void RE_stat_writer::implementation::close_conn(int conn_slot, std::time_t close
 void RE_stat_writer::implementation::count_active(int conn_slot, int delta)
 {
     add_to(global->active_conns, delta);
-    RE_image_peer_counters* const counters = peer_counters_of(conn_slot);
-    if (counters == nullptr) {
+    // Not by peer_counters_of(): a connection may close while the published rows are cut.
+    const conn_tenant& tenant = conns[static_cast<std::size_t>(conn_slot)];
+    const std::uint32_t peer_slot = tenant.peer_slot();
+    if (peer_slot >= peer_slots_used || peers[peer_slot].row.generation != tenant.peer_generation()) {
         return;
     }
-    add_to(counters->active_conns, delta);
-    int& open_conns = peers[static_cast<std::size_t>(counters - peer_counters)].open_conns;
+    add_to(peer_counters[peer_slot].active_conns, delta);
+    int& open_conns = peers[peer_slot].open_conns;
     connected_peers -= open_conns > 0 ? 1 : 0;
     open_conns += delta;
     connected_peers += open_conns > 0 ? 1 : 0;
@@ -485,11 +494,12 @@ void RE_stat_writer::implementation::publish_connected_peers() const
 
 void RE_stat_writer::implementation::remember_closed(int conn_slot)
 {
-    if (image().conns[conn_slot].b_in_use == 0) { // it was cut
+    if (image().conns[conn_slot].b_in_use == 0) { // it was lost by truncation
         free_conn_slots.push_back(conn_slot);
         return;
     }
-    // Connections that were released after closing stay in the queue; it is tidied before they are the larger part.
+    // Connections that were released after closing stay in the queue. They are removed before they are the larger part
+    // of it.
     if (closed_conns.size() > 2 * conns.size()) {
         std::erase_if(closed_conns,
                       [this](const auto& closed) { return image().conns[closed.first].generation != closed.second; });
@@ -572,7 +582,7 @@ int RE_stat_writer::find_or_add_app(const RE_stat_app_header& key)
     }
     std::memcpy(&me.apps[slot].header, identity.data(), identity.size());
     me.app_slots.emplace(identity, static_cast<int>(slot));
-    // Readers look only at what stands below this number, and so never at half an identity.
+    // Readers read only slots below this number, and so never half an identity.
     me.use_slot(slot, me.app_slots_used, me.image().header->app_slots_used);
     return static_cast<int>(slot);
 }
@@ -589,7 +599,7 @@ void RE_stat_writer::add_app_conns(int app_slot, std::uint32_t opened, std::uint
     if (!m_impl->is_slot(app_slot, m_impl->app_slots_used)) {
         return;
     }
-    // Each count wraps by itself.
+    // Each count wraps without changing the other.
     std::uint64_t* const word = RE_image_app_word(&m_impl->apps[app_slot].header);
     constexpr std::uint64_t open_bits = 0x7fffff;
     std::uint64_t before = load_relaxed(word);

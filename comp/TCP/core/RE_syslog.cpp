@@ -26,7 +26,8 @@ std::size_t trailing_newlines(const char* format)
     return count;
 }
 
-// What a message quotes may hold anything. Nothing of it starts a line or moves a terminal's cursor.
+// Escapes control characters. Messages quote text that may contain anything; it must not start a new line or move a
+// terminal's cursor.
 void escape_controls(const char* text, std::size_t length, char (&line)[longest_message])
 {
     constexpr char digits[] = "0123456789abcdef";
@@ -55,7 +56,7 @@ void escape_controls(const char* text, std::size_t length, char (&line)[longest_
 unsigned char* re_syslog_global_debug_enabled = &global_debug_flags;
 unsigned char* re_syslog_per_conn_debug_enabled = &per_conn_debug_flags;
 
-// KAV_SYSLOG_DEBUG holds the debug flags to start with, as a decimal number; 8 turns debug messages on.
+// KAV_SYSLOG_DEBUG contains the initial debug flags as a decimal number; 8 turns debug messages on.
 void re_syslog_init()
 {
     openlog("kav", LOG_PID, LOG_DAEMON);
@@ -71,7 +72,7 @@ void __re_syslog(const char* file, int line, int submodule, int priority, int ms
     va_start(arguments, format);
     const auto length = static_cast<std::size_t>(std::max(std::vsnprintf(text, sizeof text, format, arguments), 0));
     va_end(arguments);
-    // Callers end some formats with a line break, but the place follows in the same line.
+    // Callers end some formats with a line break. It is removed because the place follows on the same line.
     const std::size_t message_length = length - std::min(length, trailing_newlines(format));
     char line_text[longest_message];
     escape_controls(text, std::min(message_length, sizeof text - 1), line_text);

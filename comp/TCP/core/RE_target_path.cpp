@@ -16,7 +16,7 @@ bool is_trusted(uid_t user)
     return user == 0 || user == geteuid();
 }
 
-// What holds `path`: everything before the last slash.
+// Reads the status of the folder of `path`. Returns false on failure.
 bool look_at_folder_of(const char* path, struct stat& folder)
 {
     char name[PATH_MAX] = ".";
@@ -42,10 +42,10 @@ bool is_sticky_for_all(const struct stat& folder)
 
 void copy_path(char (&to)[PATH_MAX], const char* from)
 {
-    std::memcpy(to, from, std::strlen(from) + 1); // which came from an array of the same size
+    std::memcpy(to, from, std::strlen(from) + 1); // `from` comes from an array of the same size
 }
 
-// One walk along a path. What has been gone through has no links left in it.
+// One walk along a path. The part already walked contains no links.
 class target_walk
 {
 public:
@@ -83,7 +83,7 @@ int target_walk::go(const char* path, struct stat& found)
     return error == 0 && b_folder_wanted && !S_ISDIR(found.st_mode) ? RE_STAT_ERR_TARGET : error;
 }
 
-// Moves the next name from what is left to the end of the place. False when that gets too long.
+// Moves the next name from m_rest to the end of m_place. Returns false when m_place would be too long.
 bool target_walk::take_name()
 {
     const char* const name = m_rest + std::strspn(m_rest, "/");
@@ -117,11 +117,11 @@ int target_walk::look(struct stat& found)
     if (!S_ISDIR(found.st_mode) || !look_at_folder_of(m_place, around)) {
         return RE_STAT_ERR_TARGET;
     }
-    // Its owner may put a link into its place at any time.
+    // Its owner may replace it with a link at any time.
     return is_sticky_for_all(around) && !is_trusted(found.st_uid) ? RE_STAT_ERR_PLANTED_LINK : 0;
 }
 
-// Puts what the link says in front of what is left.
+// Inserts the link's target before m_rest.
 int target_walk::follow_link(const struct stat& link)
 {
     constexpr int most_links = 40; // as many as the system follows
@@ -149,8 +149,8 @@ int target_walk::follow_link(const struct stat& link)
     return 0;
 }
 
-// Nothing is there: a new file's place, unless a link leads there. What a link to a pipe says is no path; it can only
-// be opened through the link.
+// Handles a path at which nothing exists: the place of a new file, unless a link leads there. The target text of a link
+// to a pipe is not a path; the pipe can only be opened through the link.
 int target_walk::judge_missing(struct stat& found)
 {
     found = {};

@@ -20,7 +20,8 @@ namespace {
 
 constexpr RE_stat_policy_engine_handler handler_limit = 1024;
 
-// Whatever is found there, neither opening nor writing may make an engine wait. Returns a descriptor or -errno.
+// Opens the log in such a way that neither opening nor writing can block the engine, whatever kind of file it is.
+// Returns a descriptor or -errno.
 int open_log(const std::string& path)
 {
     char resolved[PATH_MAX];
@@ -36,8 +37,8 @@ int open_log(const std::string& path)
     return fd < 0 ? -errno : fd;
 }
 
-// Readers that come to the log's end in the middle of a section ask whether it is locked, and wait then. Somebody who
-// may only read the log can keep it from being locked; the section is written all the same.
+// A reader that finds an incomplete section at the end of the log waits while the log is locked. A user who may only
+// read the log can prevent the lock; the section is written anyway.
 void lock_for_appending(int fd)
 {
     constexpr int most_tries = 100; // a millisecond each
@@ -76,7 +77,8 @@ std::vector<unsigned char> section_of(std::span<const RE_top_app_log_name> names
     return section;
 }
 
-// Half a section would make the whole log unreadable. One that another process has appended meanwhile stays.
+// Removes a partial section, which would make the whole log unreadable. If another process has appended to the log in
+// the meantime, nothing is removed.
 int take_back(int fd, off_t size_before, std::size_t written)
 {
     struct stat now = {};
@@ -96,7 +98,7 @@ int append_top_app_log(const std::string& path, std::span<const RE_top_app_log_n
     }
     const std::vector<unsigned char> section = section_of(names, records);
 
-    // Of this process' threads; other processes see the lock on the file.
+    // For the threads of this process; other processes see the lock on the file.
     static std::mutex one_section_at_a_time;
     const std::lock_guard guard(one_section_at_a_time);
 
@@ -121,6 +123,6 @@ int append_top_app_log(const std::string& path, std::span<const RE_top_app_log_n
         const int not_taken_back = take_back(fd, before.st_size, written);
         return not_taken_back != 0 ? not_taken_back : -error;
     }
-    // What has been written may get lost as late as here.
+    // Some file systems report a failed write only here.
     return file.close() || errno == EINTR ? 0 : -errno;
 }

@@ -1,4 +1,4 @@
-// What an engine logs its top applications with, for reports on the past.
+// Logs an engine's top applications, for reports on the past.
 #pragma once
 
 #include "RE_statistics.h"
@@ -6,16 +6,17 @@
 #include <span>
 #include <string>
 
-// The names behind a handle, for a section of a top-application log.
+// The names that a handle stands for in one section of a top-application log. handler: 0 to 1,023.
 struct RE_top_app_log_name
 {
     RE_stat_policy_engine_handler handler;
     RE_stat_policy_engine_header names;
 };
 
-// Appends one section (names, then records whose handles they explain) to a top-application log file, which is made
-// when it is not there. A section is written as a whole or, after an error, taken back; a report that is made of the
-// log meanwhile has all of it or nothing. Waits for nobody longer than a tenth of a second. Returns 0, -EINVAL when the
-// log is no regular file, -ELOOP when it is a link or a link on the way there may be somebody else's, or -errno.
+// Appends one section (names, then records whose handles they explain) to a top-application log file, and creates the
+// file when it does not exist. A section is written as a whole; after an error, a partial section is removed. A report
+// that reads the log at the same time sees all of the section or nothing. Waits at most a tenth of a second for other
+// processes. Returns 0; -EINVAL when the log is not a regular file or a handle is out of range; -ELOOP when the log is
+// a link, or another user may have planted a link in its path; or -errno.
 int append_top_app_log(const std::string& path, std::span<const RE_top_app_log_name> names,
                        std::span<const RE_stat_app_struct> records);

@@ -10,7 +10,7 @@
 
 namespace {
 
-// Goes through the users until `is_wanted` has enough.
+// Calls `is_wanted` for each user until it returns true.
 template <typename Predicate>
 void find_entry(const Predicate& is_wanted)
 {
@@ -40,7 +40,7 @@ bool find_user(const char* name_or_number, uid_t& user)
         errno = 0;
         const unsigned long long number = std::strtoull(name_or_number, nullptr, 10);
         user = static_cast<uid_t>(number);
-        return errno == 0 && number < UINT32_MAX; // which stands for no user
+        return errno == 0 && number < UINT32_MAX; // UINT32_MAX means no user
     }
     bool b_found = false;
     find_entry([&](const struct passwd& entry) {

@@ -18,8 +18,8 @@ struct sigaction program_action;
 
 } // namespace
 
-// What the signal's handler knows of a mapping. `start` is stored last and cleared first, so that a handler which finds
-// it unchanged after it has read the rest has read what belongs to it.
+// The signal handler's record of a mapping. `start` is stored last and cleared first. When a handler finds it unchanged
+// after reading the other fields, they belong to the same mapping.
 struct RE_watched_range
 {
     std::atomic<RE_watched_range*> next;
@@ -33,7 +33,7 @@ struct RE_watched_range
 
 namespace {
 
-// The handler may walk along at any time, so a range that is free stays in the list until it is taken again.
+// The handler may walk the list at any time, so a free range stays in the list until it is reused.
 RE_watched_range first_range;
 
 RE_watched_range* take_range()
@@ -68,7 +68,7 @@ RE_watched_range* range_around(std::uintptr_t address)
     return nullptr;
 }
 
-// From the page that is gone to the end, as a scan would otherwise raise a signal for each page.
+// Replaces everything from the missing page to the end by zeros; otherwise a scan would raise a signal for each page.
 bool put_zeros(RE_watched_range& range, std::uintptr_t address)
 {
     const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
@@ -77,7 +77,7 @@ bool put_zeros(RE_watched_range& range, std::uintptr_t address)
     return mmap(place, range.end - from, range.protection, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) == place;
 }
 
-// False when the program has no handler of its own.
+// Calls the program's own handler. Returns false when there is none.
 bool pass_on(int signal, siginfo_t* info, void* context)
 {
     if ((program_action.sa_flags & SA_SIGINFO) != 0) {
@@ -94,7 +94,7 @@ bool pass_on(int signal, siginfo_t* info, void* context)
 void on_bus_error(int signal, siginfo_t* info, void* context)
 {
     const int error = errno;
-    // A positive code is the system's; others come from kill() and have no address.
+    // Positive codes come from the kernel. Signals with other codes come from kill() and have no address.
     RE_watched_range* const range =
         info->si_code > 0 ? range_around(reinterpret_cast<std::uintptr_t>(info->si_addr)) : nullptr;
     if (range != nullptr && put_zeros(*range, reinterpret_cast<std::uintptr_t>(info->si_addr))) {
@@ -104,13 +104,13 @@ void on_bus_error(int signal, siginfo_t* info, void* context)
         }
     } else if (!pass_on(signal, info, context)) {
         std::signal(signal, SIG_DFL);
-        raise(signal); // comes when this handler returns
+        raise(signal); // delivered when this handler returns
     }
     errno = error;
 }
 
-// The first caller does it, and others wait until it is done. Without std::call_once, which brings exceptions into
-// programs that have none and takes a system call more.
+// The first caller installs the handler; other callers wait until that is done. std::call_once is not used, because it
+// brings exceptions into programs that have none and costs one more system call.
 void put_handler_into_place()
 {
     enum state : int

@@ -1,9 +1,9 @@
-// A mapping of a file that its owner may cut short while it is read. Reading beyond the cut raises SIGBUS, which would
-// end the reader: here zeros take the place of what is gone, and the mapping knows that it was cut.
+// A mapping of a file that its owner may truncate while it is read. Reading beyond the new end raises SIGBUS, which
+// would end the reader. Here the missing pages are replaced by zeros, and the mapping records that it was truncated.
 //
-// The signal's handler is put into place by the first mapping. A program that had a handler of its own for SIGBUS is
-// then called as well, after the zeros are there, and may end itself; it is not called while a RE_cut_silence lives.
-// Signals that have nothing to do with a mapping go to that handler, or end the program as they always did.
+// The first mapping installs the signal handler. If the program had its own handler for SIGBUS, that is called as well,
+// after the zeros are in place, and may end the program; it is not called while an RE_cut_silence exists. Signals that
+// do not concern a mapping are passed on to the program's handler, or end the program as usual.
 #pragma once
 
 #include <cstddef>
@@ -18,16 +18,16 @@ public:
     RE_watched_mapping(const RE_watched_mapping&) = delete;
     RE_watched_mapping& operator=(const RE_watched_mapping&) = delete;
 
-    // Maps the first `size` bytes of an open file. protection: as of mmap. Returns 0 or an RE_stat_error.
+    // Maps the first `size` bytes of an open file. protection: as for mmap. Returns 0 or an RE_stat_error.
     int map(int descriptor, std::size_t size, int protection);
     void unmap();
-    // Puts this memory in the place of another mapping's, of the same size, and leaves none here. Returns false, with
-    // errno, when that fails.
+    // Moves this memory to the address of another mapping of the same size, whose memory it replaces. This mapping is
+    // then empty. Returns false and sets errno on failure.
     bool move_to(RE_watched_mapping& other);
 
     unsigned char* base() const { return m_base; }
     std::size_t size() const { return m_size; }
-    // Whether some of what was read since map() may have been zeros in place of what had been cut off.
+    // Whether the file was truncated, so that bytes read since map() may have been zeros.
     bool is_cut() const;
 
 private:
@@ -37,14 +37,15 @@ private:
 
     unsigned char* m_base = nullptr;
     std::size_t m_size = 0;
-    RE_watched_range* m_range = nullptr; // what the signal's handler knows of it
+    RE_watched_range* m_range = nullptr; // the signal handler's record of it
 };
 
-// While it lives, a cut is only noted: who is in the middle of a file has to clean up before the program may end.
+// While it exists, a truncation is only recorded, and the program's own handler is not called: code that is writing a
+// file must clean up before the program may end.
 class RE_cut_silence
 {
 public:
-    // mapping: null for memory that nobody can cut.
+    // mapping: null for memory that no other process can truncate.
     explicit RE_cut_silence(const RE_watched_mapping* mapping);
     ~RE_cut_silence();
     RE_cut_silence(const RE_cut_silence&) = delete;

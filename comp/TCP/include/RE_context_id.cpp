@@ -7,8 +7,8 @@
 
 namespace {
 
-// The place and the message under which a refused MAC text is known in the system log. Log filters match on these
-// numbers, so they stay what they are however this file's own lines move.
+// File, lines and message id with which the system log reports an invalid MAC text. Log filters match on them, so they
+// do not change when the lines of this file move.
 constexpr const char* log_file = "comp/TCP/include/RE_context_id";
 constexpr int log_line_null = 81;
 constexpr int log_line_short = 86;
@@ -26,7 +26,7 @@ Word xor_of_little_endian_words(const unsigned char* bytes, std::size_t size)
     return result;
 }
 
-// Two digits for each byte. separators: what stands after each byte but the last, a blank for nothing.
+// Returns two digits per byte. separators: the character after each byte but the last; a blank means none.
 template <std::size_t Size>
 std::string hex_text(const unsigned char (&bytes)[Size], const char (&separators)[Size])
 {
@@ -65,7 +65,7 @@ bool RE_mac_id::set(const char* str)
                     "Invalid MAC address: NULL pointer for mac id string");
         return false;
     }
-    // The two texts below differ by one blank after the colon; log filters know both.
+    // The two texts below differ by one blank after the colon; log filters match both.
     if (std::strlen(str) < text_length) {
         __re_syslog(log_file, log_line_short, KAV_CORE, RE_SYSLOG_ERROR, log_id_invalid_mac,
                     "Invalid MAC address: Invalid mac id string:%s", str);

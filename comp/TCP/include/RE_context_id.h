@@ -1,13 +1,13 @@
-// The identifiers that engines know each other by: a device's MAC address, an engine's own identity, and the context
-// that two engines share. All three are plain bytes with no alignment of their own, so that they stand anywhere inside
-// the fixed-layout records of RE_stat_records.h.
+// The identifiers of engines: a device's MAC address, an engine's identity, and the context that two engines share. All
+// three are plain bytes that need no alignment, so they can be placed anywhere in the fixed-layout records of
+// RE_stat_records.h.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
 
-// A MAC address as records hold it: six bytes in transmission order.
+// A MAC address as stored in records: six bytes in transmission order.
 struct RE_mac_id_t
 {
     unsigned char m_data[6];
@@ -19,32 +19,31 @@ class RE_mac_id : public RE_mac_id_t
 public:
     static constexpr std::size_t text_length = 17; // "00:11:22:33:44:55"
 
-    // Leaves the bytes as they are, so that records which hold one can be zero-filled as a whole.
+    // Leaves the bytes uninitialized, so that a record that contains one can be zero-filled as a whole.
     RE_mac_id() = default;
-    // bytes: at least six.
+    // bytes: six bytes in transmission order.
     explicit RE_mac_id(const unsigned char* bytes);
     RE_mac_id(const RE_mac_id_t& id);
-    // All zero when the text is no MAC address; `set` tells the difference.
+    // An invalid text gives all zeros; use `set` to detect it.
     explicit RE_mac_id(const char* str);
 
-    // Reads "xx:xx:xx:xx:xx:xx" (17 characters at least, either case; what follows the sixth group is not looked at).
-    // Returns false, changes nothing and reports to the system log when the text is null, too short or not of that
-    // form.
+    // Parses "xx:xx:xx:xx:xx:xx" (at least 17 characters, either case; text after the sixth group is ignored). When the
+    // text is null, too short or malformed, returns false, changes nothing and logs an error.
     bool set(const char* str);
     void set(const RE_mac_id_t& id);
 
     // Writes the six bytes to `bytes`.
     void copy_to(unsigned char* bytes) const;
-    // Below, equal to or above 0, byte by byte, as memcmp has it.
+    // Compares byte by byte. Returns a value below, equal to or above 0, as memcmp does.
     int compare(const RE_mac_id_t& other) const;
     bool operator==(const RE_mac_id& other) const { return compare(other) == 0; }
     const unsigned char* data() const { return m_data; }
 
-    // "aa:bb:cc:dd:ee:ff", always in lower case, 17 characters.
+    // Returns "aa:bb:cc:dd:ee:ff": 17 characters, always in lower case.
     std::string getString() const;
 };
 
-// An engine's identity as records hold it; the first six bytes are a MAC address of its device.
+// An engine's identity as stored in records; the first six bytes are a MAC address of its device.
 struct RE_kav_peer_id_t
 {
     unsigned char m_data[16];
@@ -61,22 +60,23 @@ public:
 
     // Writes the sixteen bytes to `bytes`.
     void copy_to(unsigned char* bytes) const;
-    // Below, equal to or above 0, byte by byte, as memcmp has it.
+    // Compares byte by byte. Returns a value below, equal to or above 0, as memcmp does.
     int compare(const RE_kav_peer_id_t& other) const;
     bool operator==(const RE_kav_peer_id& other) const { return compare(other) == 0; }
     bool operator!=(const RE_kav_peer_id& other) const { return compare(other) != 0; }
     const unsigned char* data() const { return m_data; }
 
-    // Exclusive-or of the four little-endian 32-bit words.
+    // Returns the exclusive-or of the four little-endian 32-bit words.
     std::uint32_t hash_u32() const;
-    // The low 16 bits of hash_u32: the number that reports print in brackets after the identity.
+    // Returns the low 16 bits of hash_u32, which reports print in brackets after the identity.
     std::uint16_t hash_u16() const;
 
-    // Six bytes joined by colons, a dash, six bytes, a dash, four bytes; lower-case hexadecimal, 39 characters.
+    // Returns 39 characters of lower-case hexadecimal: six bytes joined by colons, a dash, six bytes, a dash, four
+    // bytes.
     std::string getString() const;
 };
 
-// What tells apart several contexts between the same two devices.
+// Distinguishes several contexts between the same two devices.
 struct RE_param_id
 {
     unsigned char m_data[8];
@@ -91,15 +91,15 @@ public:
 
     bool operator==(const RE_context_id& other) const;
 
-    // Exclusive-or of the ten little-endian 16-bit words.
+    // Returns the exclusive-or of the ten little-endian 16-bit words.
     std::uint16_t hash() const;
-    // Exclusive-or of the five little-endian 32-bit words.
+    // Returns the exclusive-or of the five little-endian 32-bit words.
     std::uint32_t hash32() const;
-    // The number, 0 to 65535, that the peer report prints as "Context" and filters by.
+    // Returns the number, 0 to 65535, that the peer report prints as "Context" and filters by.
     std::uint16_t context_number() const { return hash(); }
 
-    // The device at the other end: when `known` is one of the context's two MAC addresses, puts the other one into
-    // `other` and returns true; otherwise returns false and leaves `other` as it is.
+    // Finds the device at the other end. When `known` is one of the context's two MAC addresses, stores the other one
+    // in `other` and returns true. Otherwise returns false and leaves `other` unchanged.
     bool extract_mac_id(const RE_mac_id& known, RE_mac_id& other) const;
 
     unsigned char m_data[20];

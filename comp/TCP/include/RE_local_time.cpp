@@ -9,7 +9,7 @@ bool read_zone()
 {
     errno = 0;
     tzset();
-    // Without memory for the zone the C library takes universal time instead.
+    // Without memory for the zone, the C library silently uses universal time.
     if (errno == ENOMEM) {
         throw std::bad_alloc();
     }

@@ -1,8 +1,8 @@
-// Local time in the zone that TZ names, or else the machine's.
+// Local time in the zone that TZ names, or in the machine's zone when TZ is not set.
 #pragma once
 
 #include <ctime>
 
-// False for a moment that no calendar can hold. The first call reads the zone and throws std::bad_alloc when there is
-// no memory for it.
+// Converts `moment` to local time. Returns false when its year does not fit into std::tm. The first call reads the
+// zone; it throws std::bad_alloc when there is no memory for it.
 bool RE_local_time(std::time_t moment, std::tm& local);

@@ -1,10 +1,10 @@
-// Flags of records that come from outside.
+// Flags of records from shared memory or files.
 #pragma once
 
 #include <cstring>
 
-// A flag of a record from shared memory or a file, where its byte may hold more than 0 and 1: loading that as a bool
-// would be undefined.
+// Whether a flag of such a record is set. Its byte may contain values other than 0 and 1; loading these as a bool is
+// undefined behaviour.
 inline bool is_set(const bool& flag)
 {
     unsigned char byte = 0;

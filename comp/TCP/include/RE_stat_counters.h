@@ -1,5 +1,5 @@
 // The counters of RE_stat_counters.def as data, for programs that go through all of them by name (JSON, metrics, help
-// texts). A word that the table's own lists of units and kinds do not hold does not compile, nor does a gap in the ids.
+// texts). A unit or kind that is missing in the table's own lists does not compile, and neither does a gap in the ids.
 #pragma once
 
 #include "RE_statistics.h"
@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <string_view>
 
-// What one of a counter's value is, and how the value behaves. The enumerators are the words themselves.
+// The unit of a counter's value, and how the value behaves. The enumerators are the words of the table.
 enum class RE_stat_unit : unsigned char
 {
 #define RE_STAT_UNIT(word) word,
@@ -20,25 +20,25 @@ enum class RE_stat_kind : unsigned char
 #include "RE_stat_counters.def"
 };
 
-// The words as text, "bytes" or "total"; they live as long as the program.
+// Return the word as text, such as "bytes" or "total". The text is static.
 const char* get_stat_unit_word(RE_stat_unit unit);
 const char* get_stat_kind_word(RE_stat_kind kind);
 
 struct RE_stat_counter_info
 {
     int id;
-    int last_id;      // of a range that shares one name; equal to id for a counter alone
-    const char* name; // the enumerator, "RE_STAT_GLOBAL_ID_CACHE_STATE"
+    int last_id;      // of a range that shares one name; equal to id for a single counter
+    const char* name; // the enumerator, such as "RE_STAT_GLOBAL_ID_CACHE_STATE"
     RE_stat_unit unit;
     RE_stat_kind kind;
-    std::string_view metric; // name and labels in Prometheus, after the prefix of what is counted for
+    std::string_view metric; // name and labels in Prometheus, without a prefix such as "kav_peer_"
     const char* meaning;
 };
 
 #define RE_STAT_COUNTER_INFO(first, last, enumerator, unit, kind, metric, meaning)                                     \
     {first, last, #enumerator, RE_stat_unit::unit, RE_stat_kind::kind, metric, meaning},
 
-// One description for each counter, or range of counters, in ascending order of ids. RE_stat_global_id:
+// One description per counter or range of counters, in ascending order of ids. RE_stat_global_id:
 inline constexpr RE_stat_counter_info re_stat_global_counters[] = {
 #define RE_STAT_GLOBAL(value, ...) RE_STAT_COUNTER_INFO(value, value, __VA_ARGS__)
 #define RE_STAT_GLOBAL_RANGE(...) RE_STAT_COUNTER_INFO(__VA_ARGS__)
@@ -65,7 +65,7 @@ inline constexpr RE_stat_counter_info re_stat_app_counters[] = {
 
 #undef RE_STAT_COUNTER_INFO
 
-// A connection counter that is the sum of a histogram as well.
+// A connection counter that is also the sum of a histogram.
 struct RE_stat_sum_info
 {
     int id; // an RE_stat_conn_id
@@ -77,7 +77,7 @@ inline constexpr RE_stat_sum_info re_stat_conn_sums[] = {
 #include "RE_stat_counters.def"
 };
 
-// What a metric says of itself when a counter's meaning does not say it.
+// The help text of a metric that has labels or contains another metric.
 struct RE_stat_metric_info
 {
     std::string_view name;
@@ -89,7 +89,8 @@ inline constexpr RE_stat_metric_info re_stat_metrics[] = {
 #include "RE_stat_counters.def"
 };
 
-// Whether the descriptions hold every id from 0 to count - 1, each once and in order. end_mark: an id that has none.
+// Whether the descriptions cover every id from 0 to count - 1, each once and in order. end_mark: an id without a
+// description.
 template <std::size_t Size>
 constexpr bool describes_every_id(const RE_stat_counter_info (&counters)[Size], int count, int end_mark = -1)
 {

@@ -1,4 +1,5 @@
-// The ids of all counters, made from RE_stat_counters.def. Each enumeration ends one above its last id.
+// The ids of all counters, generated from RE_stat_counters.def. In each enumeration, RE_STAT_..._ID_MAX is one above
+// the last id.
 #pragma once
 
 // Counters of the engine as a whole, the ids of read_global_stat.
@@ -21,7 +22,7 @@ enum RE_stat_peer_id : int
 };
 
 // Counters of connections, the ids of read_conn_stat, read_peer_conn_stat and read_global_conn_stat. Bytes, times and
-// sizes come first, counts of events from RE_STAT_CONN_ID_MAX_LONG_LONG on.
+// sizes come first; counts of events start at RE_STAT_CONN_ID_MAX_LONG_LONG.
 enum RE_stat_conn_id : int
 {
 #define RE_STAT_CONN(value, enumerator, ...) enumerator = (value),

@@ -23,7 +23,7 @@ bool RE_stat_app_header::operator==(const RE_stat_app_header& other) const
 std::uint32_t RE_stat_app_header::hash_u32() const
 {
     const auto port_and_flag = static_cast<std::uint32_t>(m_server_port | (m_b_src_port << 16U));
-    // The handle is spread over the high bits, where port and flag do not reach.
+    // The handle is shifted to the high bits, which port and flag do not use.
     const std::uint32_t handler = m_policy_engine_handler;
     return m_kav_peer_id.hash_u32() ^ port_and_flag ^ (handler << 17U);
 }

@@ -1,7 +1,7 @@
-// The fixed-layout records that the engine and every viewer of its statistics share. They are read as they stand from
-// shared memory and from files, so offset, width, signedness and size of every field are a contract, little-endian and
-// without padding other than what the assertions below show. All text fields are NUL-terminated when there is room for
-// the NUL; a reader of text from the far side never looks beyond the array's end.
+// The fixed-layout records that the engine and every viewer of its statistics share. They are stored unconverted in
+// shared memory and in files, so offset, width, signedness and size of every field are a contract: little-endian, and
+// without padding except where the assertions below show it. Text fields are NUL-terminated when there is room for the
+// NUL; a reader never reads beyond the end of the array.
 #pragma once
 
 #include "RE_context_id.h"
@@ -17,14 +17,14 @@ enum RE_show_type : int
 {
     RE_SHOW_INFO = 0,   // the summary
     RE_SHOW_DETAIL = 1, // the summary and the detail
-    RE_SHOW_NACK = 2,   // the NACK log in place of both
+    RE_SHOW_NACK = 2,   // the NACK log instead of both
 };
 
-// Which end of a NACK this engine was.
+// Which side of a NACK this engine was.
 enum RE_stat_nack_type : int
 {
     RE_STAT_NACK_AT_RECEIVER = 0, // this engine could not decode and sent the NACK
-    RE_STAT_NACK_AT_SENDER = 1,   // this engine was told, and sends the message again
+    RE_STAT_NACK_AT_SENDER = 1,   // this engine received the NACK and sends the message again
 };
 
 // State of the engine's cache, the value of RE_STAT_GLOBAL_ID_CACHE_STATE.
@@ -40,18 +40,19 @@ enum RE_CACHE_INIT_STATE : int
 // Layout of a top-application log file.
 enum RE_stat_top_app_log_version : int
 {
-    RE_STAT_TOP_APP_LOG_QUADA = 0,   // records alone, as written by v4.4.1
+    RE_STAT_TOP_APP_LOG_QUADA = 0,   // records only, as written by v4.4.1
     RE_STAT_TOP_APP_LOG_BELVANO = 1, // sections of names and records, as written by v4.4.3
-    RE_STAT_TOP_APP_LOG_MAX = 2,     // not known yet
+    RE_STAT_TOP_APP_LOG_MAX = 2,     // the first unknown version
 };
 
-// A connection as a storage place: the index of its slot, from 0.
+// The slot of a connection, counted from 0.
 using RE_stat_conn_handler = int;
 
-// Number of an application's names within a log section or a run of the viewer; records keep its low 10 bits.
+// Number that stands for an application's names within a log section or one run of the viewer. Records store its low 10
+// bits.
 using RE_stat_policy_engine_handler = std::uint32_t;
 
-// Who a peer is.
+// The identity of a peer.
 struct RE_stat_peer_header
 {
     RE_context_id m_context_id;
@@ -70,7 +71,7 @@ static_assert(offsetof(RE_stat_peer_header, m_peer_ip) == 44);
 static_assert(offsetof(RE_stat_peer_header, m_peer_host_name) == 48);
 static_assert(sizeof(RE_stat_peer_header) == 308);
 
-// Which connection this is: the engine's id for it and its two ends, addresses and ports in host order.
+// The identity of a connection: the engine's id for it and its two ends. Addresses and ports are in host order.
 struct RE_stat_conn_header
 {
     std::int32_t m_conn_id;
@@ -88,7 +89,8 @@ static_assert(sizeof(RE_stat_conn_header) == 16);
 
 #pragma pack(push, 1)
 
-// How far the two sides have come with ending a connection (end of traffic, and its half for a single side).
+// How far the two sides have progressed in ending a connection: end of traffic, and end of traffic of a single side
+// (ss).
 struct SO_stat_eot_state
 {
     std::uint8_t m_req_send : 1;
@@ -116,7 +118,7 @@ struct SO_stat_net_state
 };
 static_assert(sizeof(SO_stat_net_state) == 1);
 
-// What one side wishes of the engine for a connection.
+// What one side requests from the engine for a connection.
 struct SO_stat_kav_hints
 {
     std::uint16_t m_latency : 4;
@@ -187,7 +189,8 @@ static_assert(offsetof(RE_stat_nack_header, m_conn_id) == 12);
 static_assert(offsetof(RE_stat_nack_header, m_msg_seq_no) == 16);
 static_assert(sizeof(RE_stat_nack_header) == 20);
 
-// The engine's configuration. Sizes are in the unit that the field's name ends in, otherwise in bytes or plain counts.
+// The engine's configuration. A field is in the unit that its name ends in; without a unit, it is in bytes or a plain
+// count.
 struct RE_stat_config_param
 {
     RE_mac_id_t m_own_mac_id;
@@ -284,9 +287,9 @@ static_assert(sizeof(RE_stat_config_param) == 208);
 
 #pragma pack(push, 1)
 
-// Which application a record counts: its names' handle, its server port and the peer. The first twelve bytes are bit
-// fields without gaps: m_open_cnt takes the upper seven bits of byte 6 and the bytes 7 and 8, so that it lies in two
-// 64-bit words.
+// The application that a record counts: the handle of its names, its server port and the peer. The first twelve bytes
+// are bit fields without gaps: m_open_cnt occupies the upper seven bits of byte 6 and all of bytes 7 and 8, so it spans
+// two 64-bit words.
 struct RE_stat_app_header
 {
     std::uint32_t m_policy_engine_handler : 10;
@@ -297,16 +300,17 @@ struct RE_stat_app_header
     std::uint64_t m_close_cnt : 24; // connections closed
     RE_kav_peer_id m_kav_peer_id;
 
-    // Names the application; the counts and the handle stay as they are.
+    // Sets peer, port and source-port flag. The counts and the handle do not change.
     void set(const RE_kav_peer_id& kav_peer_id, const std::uint16_t& server_port, bool b_src_port);
-    // Keeps the low 10 bits of `handler`.
+    // Stores the low 10 bits of `handler`.
     void set_policy_engine_handler(RE_stat_policy_engine_handler handler);
-    // The same application: equal handle, port, source-port flag and peer, whatever the counts.
+    // Whether both are the same application: handle, port, source-port flag and peer are equal. The counts do not
+    // matter.
     bool operator==(const RE_stat_app_header& other) const;
     bool operator!=(const RE_stat_app_header& other) const { return !(*this == other); }
-    // A hash of what operator== compares.
+    // Returns a hash of the fields that operator== compares.
     std::uint32_t hash_u32() const;
-    // All bits 0.
+    // Sets all bits to 0.
     void reset();
 };
 static_assert(offsetof(RE_stat_app_header, m_kav_peer_id) == 12);
@@ -324,8 +328,8 @@ static_assert(offsetof(RE_stat_app_struct, m_id_array) == 0);
 static_assert(offsetof(RE_stat_app_struct, m_header) == sizeof(RE_stat_app_struct::m_id_array));
 static_assert(sizeof(RE_stat_app_struct) == sizeof(RE_stat_app_struct::m_id_array) + sizeof(RE_stat_app_header));
 
-// The same as a top-application log holds it: with the first 18 counters, however many an engine keeps. A log does not
-// say how large its records are.
+// The same record in a top-application log. It always contains the first 18 counters, because a log does not state the
+// size of its records.
 struct RE_stat_app_log_record
 {
     std::uint32_t m_id_array[18];
@@ -333,7 +337,8 @@ struct RE_stat_app_log_record
 };
 static_assert(sizeof(RE_stat_app_log_record) == 100);
 
-// One of these records as the other; counters that only one of them has are 0 or left out.
+// Converts one of these records to the other. Counters that `From` does not have are 0; counters that `To` does not
+// have are left out.
 template <typename To, typename From>
 To app_record_as(const From& from)
 {
@@ -343,22 +348,22 @@ To app_record_as(const From& from)
     return to;
 }
 
-// The names of an application: its own and that of the classifier which recognised it. A name ends at its NUL or at its
-// array's end.
+// The names of an application: its own name and that of the classifier that recognised it. A name ends at its NUL or at
+// the end of its array.
 struct RE_stat_policy_engine_header
 {
     char m_policy_engine_application_name[41];
     char m_policy_engine_classifier_name[41];
 
-    // Byte-wise by classifier name, then by application name.
+    // Orders byte-wise by classifier name, then by application name.
     bool operator<(const RE_stat_policy_engine_header& other) const;
     bool operator==(const RE_stat_policy_engine_header& other) const;
 };
 static_assert(offsetof(RE_stat_policy_engine_header, m_policy_engine_classifier_name) == 41);
 static_assert(sizeof(RE_stat_policy_engine_header) == 82);
 
-// The figures of one connection that a quick latency test asks for: sizes in bytes, latencies in milliseconds per
-// message (0 when there was no message).
+// The figures of one connection for a quick latency test: sizes in bytes, latencies in milliseconds per message (0 when
+// there was no message).
 struct RE_stat_conn_for_qlt
 {
     long long re_encode_in_bytes;

@@ -9,7 +9,8 @@
 
 namespace {
 
-// A zone that is not there is no harm: TZ is then read as a rule. One without a size is made while it is read.
+// A missing file is harmless: the C library then reads TZ as a rule. A file of size 0 is not, as the system may
+// generate its contents while it is read.
 bool is_odd(const char* folder, const char* name)
 {
     char path[PATH_MAX];
@@ -22,8 +23,8 @@ bool is_odd(const char* folder, const char* name)
 
 } // namespace
 
-// Where the C library looks: below TZDIR unless the name begins with a slash, ".." being no different from other names.
-// Rules without dates, such as "EST5EDT", take theirs from the file "posixrules".
+// Looks where the C library does: below TZDIR, unless the name begins with a slash. ".." is treated like any other
+// name. Rules without dates, such as "EST5EDT", take their dates from the file "posixrules".
 void RE_keep_from_odd_zone_files()
 {
     const char* name = std::getenv("TZ");
