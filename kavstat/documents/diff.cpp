@@ -18,7 +18,7 @@ namespace kavstat {
 namespace {
 
 constexpr std::size_t diff_columns = 7;
-using diff_row = std::array<std::string, diff_columns>;
+using DiffLine = std::array<std::string, diff_columns>;
 
 constexpr const char* mark_restarted = "since the restart";
 constexpr const char* mark_went_back = "went back: reset";
@@ -29,7 +29,7 @@ std::string with_sign(long long value)
     return (value > 0 ? "+" : "") + std::to_string(value);
 }
 
-std::string rate_text(double per_second)
+std::string per_second_text(double per_second)
 {
     char text[64];
     std::snprintf(text, sizeof text, "%.2f", per_second);
@@ -299,7 +299,7 @@ private:
 // As a table whose columns are as wide as their texts.
 void print(const DiffSection& section, const DiffContext& context, Output& output)
 {
-    std::vector<diff_row> lines{{"counter", "unit", "before", "after", "change", "rate", ""}};
+    std::vector<DiffLine> lines{{"counter", "unit", "before", "after", "change", "rate", ""}};
     for (const DiffRow& row : section.rows) {
         const bool b_back = row.change.kind == ChangeKind::went_back;
         const std::optional<double> rate = context.rate(row);
@@ -307,7 +307,7 @@ void print(const DiffSection& section, const DiffContext& context, Output& outpu
         const bool b_restarted = row.change.kind == ChangeKind::restarted;
         lines.push_back({row.key, get_stat_unit_word(row.unit), std::to_string(row.before), std::to_string(row.after),
                          b_back ? "-" : with_sign(row.change.by),
-                         rate     ? rate_text(*rate) + "/s"
+                         rate     ? per_second_text(*rate) + "/s"
                          : b_rate ? "-"
                                   : "",
                          b_restarted ? mark_restarted
@@ -315,12 +315,12 @@ void print(const DiffSection& section, const DiffContext& context, Output& outpu
                                      : ""});
     }
     std::array<std::size_t, diff_columns> widths{};
-    for (const diff_row& line : lines) {
+    for (const DiffLine& line : lines) {
         for (std::size_t column = 0; column < diff_columns; ++column) {
             widths[column] = std::max(widths[column], line[column].size());
         }
     }
-    for (const diff_row& one : lines) {
+    for (const DiffLine& one : lines) {
         std::string line;
         for (std::size_t column = 0; column < diff_columns; ++column) {
             const std::string blanks(widths[column] - one[column].size(), ' ');
@@ -366,15 +366,15 @@ nlohmann::ordered_json moment_of(const DiffSide& side)
             {"engine_start_time", side.snapshot.engine_start_time}};
 }
 
-struct scope_word
+struct DiffScope
 {
     std::string_view word;
     bool DiffChoice::*member;
 };
-constexpr scope_word scope_words[] = {{"engine", &DiffChoice::b_engine},
-                                      {"connections", &DiffChoice::b_connections},
-                                      {"peers", &DiffChoice::b_peers},
-                                      {"applications", &DiffChoice::b_applications}};
+constexpr DiffScope diff_scopes[] = {{"engine", &DiffChoice::b_engine},
+                                     {"connections", &DiffChoice::b_connections},
+                                     {"peers", &DiffChoice::b_peers},
+                                     {"applications", &DiffChoice::b_applications}};
 
 } // namespace
 
@@ -407,7 +407,7 @@ bool is_restarted(const DiffSide& before, const DiffSide& after)
 std::string all_diff_scopes()
 {
     std::string words;
-    for (const scope_word& scope : scope_words) {
+    for (const DiffScope& scope : diff_scopes) {
         words += (words.empty() ? "" : ",") + std::string(scope.word);
     }
     return words;
@@ -415,14 +415,14 @@ std::string all_diff_scopes()
 
 bool parse_diff_scopes(std::string_view words, DiffChoice& choice, std::string& unknown)
 {
-    for (const scope_word& scope : scope_words) {
+    for (const DiffScope& scope : diff_scopes) {
         choice.*scope.member = false;
     }
     while (true) {
         const std::string_view word = words.substr(0, words.find(','));
-        const auto* const scope = std::find_if(std::begin(scope_words), std::end(scope_words),
-                                               [&](const scope_word& known) { return known.word == word; });
-        if (scope == std::end(scope_words)) {
+        const auto* const scope = std::find_if(std::begin(diff_scopes), std::end(diff_scopes),
+                                               [&](const DiffScope& known) { return known.word == word; });
+        if (scope == std::end(diff_scopes)) {
             unknown = word;
             return false;
         }

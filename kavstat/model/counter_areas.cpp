@@ -8,14 +8,14 @@ namespace kavstat {
 
 namespace {
 
-struct area
+struct Area
 {
     CounterScope scope;
     int first_id; // up to that of the next area
     const char* name;
 };
 
-constexpr area areas[] = {
+constexpr Area areas[] = {
     {CounterScope::engine, RE_STAT_GLOBAL_ID_CACHE_STATE, "cache"},
     {CounterScope::engine, RE_STAT_GLOBAL_ID_NUM_TOTAL_CONNS, "connections"},
     {CounterScope::engine, RE_STAT_GLOBAL_ID_ACK_Q_SIZE, "queues"},
@@ -53,14 +53,14 @@ constexpr area areas[] = {
     {CounterScope::application, RE_STAT_APP_ID_ENCODE_NUM_MSGS, "messages"},
 };
 
-struct ids
+struct IdRange
 {
     CounterScope scope;
     int first;
     int last;
 };
 
-constexpr ids errors[] = {
+constexpr IdRange error_ids[] = {
     {CounterScope::engine, RE_STAT_GLOBAL_ID_NUM_HASH_TABLE_FULL, RE_STAT_GLOBAL_ID_NUM_HASH_TABLE_FULL},
     {CounterScope::engine, RE_STAT_GLOBAL_ID_LOWMEM_OPEN_ERROR, RE_STAT_GLOBAL_ID_LOWMEM_PLZ_OFF},
     {CounterScope::engine, RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_FAILURE_COUNT,
@@ -82,7 +82,7 @@ constexpr ids errors[] = {
 const char* area_of(CounterScope scope, int id)
 {
     const char* name = "";
-    for (const area& one : areas) {
+    for (const Area& one : areas) {
         if (one.scope == scope && one.first_id <= id) {
             name = one.name;
         }
@@ -92,8 +92,9 @@ const char* area_of(CounterScope scope, int id)
 
 bool counts_errors(CounterScope scope, int id)
 {
-    return std::any_of(std::begin(errors), std::end(errors),
-                       [&](const ids& range) { return range.scope == scope && range.first <= id && id <= range.last; });
+    return std::any_of(std::begin(error_ids), std::end(error_ids), [&](const IdRange& range) {
+        return range.scope == scope && range.first <= id && id <= range.last;
+    });
 }
 
 } // namespace kavstat

@@ -27,14 +27,14 @@ WatchFigure rate_figure(const char* key, const char* label, double rate, std::ve
     return figure;
 }
 
-struct volumes
+struct Volumes
 {
     double before;
     double after;
 };
 
-WatchFigure saved_figure(const char* key, const char* label, const volumes& rates, const std::vector<float>& before,
-                         const std::vector<float>& after, const volumes& totals, bool b_rates, int importance)
+WatchFigure saved_figure(const char* key, const char* label, const Volumes& rates, const std::vector<float>& before,
+                         const std::vector<float>& after, const Volumes& totals, bool b_rates, int importance)
 {
     WatchFigure figure;
     figure.key = key;

@@ -348,3 +348,37 @@ TEST_F(watch_screens, a_peer_with_its_figures_and_counters)
                               "  volumes     re_encode_in_bytes                                0 B            -\n"
                               "  volumes     lz_encode_in_bytes                                0 B            -\n");
 }
+
+TEST_F(watch_screens_ill, the_selected_finding_stays_selected_and_opens_what_it_is_about)
+{
+    lines(80, 24);
+    press({WATCH_KEY_DOWN});
+    EXPECT_EQ(lines(80, 24)[2].substr(0, 16), "> WARNING peer 2");
+    engine.set_global(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_ACTIVE); // the one in front of it goes
+    look(6);
+    EXPECT_EQ(lines(80, 24)[1].substr(0, 16), "> WARNING peer 2");
+    press({WATCH_KEY_ENTER});
+    EXPECT_EQ(lines(80, 24)[1], "Peer 2 b?[2J???e???, 00:00:00:00:00:00, 1 connections open, outdated");
+    EXPECT_EQ(lines(80, 24)[2].substr(0, 16), "WARNING peer 2 b");
+    EXPECT_EQ(lines(80, 24)[3], "  It should heal at the next contact. If it stays, check the peer's version and");
+    EXPECT_EQ(lines(80, 24)[4], "  that its management connection works.");
+}
+
+TEST_F(watch_screens_ill, what_is_wrong_is_in_the_text_and_in_json_as_well)
+{
+    const std::vector<std::string> text = view.report(model);
+    EXPECT_EQ(text[0], "overview at 22:28:20");
+    EXPECT_EQ(text[1], "CRITICAL engine: cache state failed, for at least 4 s");
+    EXPECT_EQ(text[2],
+              "    Save the statistics (exec_show_stats_kav save-file FILE), then look at the disk and restart "
+              "the engine.");
+    const nlohmann::json line = nlohmann::json::parse(json());
+    ASSERT_EQ(line["health"].size(), 2U);
+    EXPECT_EQ(line["health"][0]["rule"], "cache_failed");
+    EXPECT_EQ(line["health"][0]["severity"], "critical");
+    EXPECT_EQ(line["health"][1]["peer"], 2);
+    EXPECT_EQ(line["figures"]["before_bytes_per_second"], 1098576);
+    EXPECT_EQ(line["figures"]["encode_saved_ratio"], 0.75);
+    EXPECT_EQ(line["figures"]["encode_latency_seconds"], 0.0015);
+    EXPECT_EQ(line["rows"], nlohmann::json::array());
+}

@@ -6,11 +6,6 @@ namespace kavstat {
 
 namespace {
 
-std::string end_text(std::uint32_t ip, std::uint16_t port)
-{
-    return ip_text(ip) + ":" + std::to_string(port);
-}
-
 // Orders by address, then by port.
 double end_order(std::uint32_t ip, std::uint16_t port)
 {
@@ -33,6 +28,11 @@ double after_of(const WatchConn& conn)
 }
 
 } // namespace
+
+std::string end_text(std::uint32_t ip, std::uint16_t port)
+{
+    return ip_text(ip) + ":" + std::to_string(port);
+}
 
 WatchTable connections_table(const WatchModel& model, const WatchFrame& /*frame*/)
 {

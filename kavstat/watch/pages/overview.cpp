@@ -4,6 +4,8 @@
 #include "watch/pages/pages.h"
 
 #include <algorithm>
+#include <optional>
+#include <utility>
 
 namespace kavstat {
 
@@ -27,6 +29,9 @@ private:
     std::string m_name = "overview";
     WatchNeeds m_needs;
     std::size_t m_place = 0; // of the selected finding
+    // Which one that is, by its rule and what it is about, once somebody has selected one.
+    std::optional<std::pair<const Rule*, std::string>> m_finding;
+    bool m_b_moved = false; // since the lines were last made
     WatchSubject m_selected;
 };
 
@@ -44,8 +49,18 @@ std::vector<WatchLine> OverviewPage::health_lines(const WatchModel& model, const
     if (findings.empty()) {
         return {healthy_line(model)};
     }
+    if (m_finding && !m_b_moved) {
+        const auto same = std::find_if(findings.begin(), findings.end(), [&](const Finding& finding) {
+            return finding.rule == m_finding->first && finding.subject() == m_finding->second;
+        });
+        m_place = same != findings.end() ? static_cast<std::size_t>(same - findings.begin()) : m_place;
+    }
     m_place = std::min(m_place, findings.size() - 1);
     m_selected = model.subject_of(findings[m_place]);
+    if (m_b_moved) {
+        m_finding = {findings[m_place].rule, findings[m_place].subject()};
+        m_b_moved = false;
+    }
     const std::size_t room = std::max<std::size_t>(frame.height / 5, 1);
     const std::size_t first = m_place - std::min(m_place, room - 1);
     std::vector<WatchLine> lines;
@@ -83,7 +98,7 @@ std::vector<WatchLine> OverviewPage::lines(const WatchModel& model, const WatchF
 
 std::vector<WatchLine> OverviewPage::report(const WatchModel& model, bool b_unicode)
 {
-    constexpr std::size_t paper_width = 120;
+    constexpr std::size_t report_width = 120;
     std::vector<WatchLine> lines;
     for (const Finding& finding : model.findings()) {
         lines.push_back(finding_line(finding));
@@ -94,7 +109,7 @@ std::vector<WatchLine> OverviewPage::report(const WatchModel& model, bool b_unic
     }
     lines.emplace_back();
     const std::vector<WatchFigure> figures = overview_figures(model);
-    const std::vector<WatchLine> rows = figure_lines(figures, paper_width, figures.size(), b_unicode);
+    const std::vector<WatchLine> rows = figure_lines(figures, report_width, figures.size(), b_unicode);
     lines.insert(lines.end(), rows.begin(), rows.end());
     return lines;
 }
@@ -105,13 +120,17 @@ bool OverviewPage::press(int key)
     case 'k':
     case WATCH_KEY_UP:
         m_place -= std::min<std::size_t>(m_place, 1);
+        m_b_moved = true;
         return true;
     case 'j':
     case WATCH_KEY_DOWN:
         ++m_place;
+        m_b_moved = true;
         return true;
     case WATCH_KEY_HOME:
+        // The first one, whichever that is from now on.
         m_place = 0;
+        m_finding.reset();
         return true;
     default:
         return false;

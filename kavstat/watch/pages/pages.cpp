@@ -4,7 +4,7 @@ namespace kavstat {
 
 namespace {
 
-struct table_page
+struct TablePageRow
 {
     const char* name;
     WatchNeeds needs;
@@ -13,7 +13,7 @@ struct table_page
     std::vector<WatchLine> (*heading)(const WatchModel&, const WatchFrame&); // null for none
 };
 
-const table_page table_pages[] = {
+const TablePageRow table_pages[] = {
     {"peers", {}, "before", peers_table, nullptr},
     {"connections", {.b_connections = true}, "rate", connections_table, connections_heading},
     {"applications", {}, "before", applications_table, nullptr},
@@ -29,7 +29,7 @@ std::vector<std::unique_ptr<WatchPage>> make_watch_pages()
 {
     std::vector<std::unique_ptr<WatchPage>> pages;
     pages.push_back(make_overview_page());
-    for (const table_page& page : table_pages) {
+    for (const TablePageRow& page : table_pages) {
         pages.push_back(std::make_unique<TablePage>(
             TablePage::Content{page.name, page.needs, page.order, page.table, page.heading}));
     }

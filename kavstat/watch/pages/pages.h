@@ -6,6 +6,8 @@
 namespace kavstat {
 
 WatchTable peers_table(const WatchModel& model, const WatchFrame& frame);
+// "192.0.2.10:50000"
+std::string end_text(std::uint32_t ip, std::uint16_t port);
 WatchTable connections_table(const WatchModel& model, const WatchFrame& frame);
 std::vector<WatchLine> connections_heading(const WatchModel& model, const WatchFrame& frame);
 WatchTable applications_table(const WatchModel& model, const WatchFrame& frame);

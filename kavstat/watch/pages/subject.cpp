@@ -12,11 +12,6 @@ namespace kavstat {
 
 namespace {
 
-std::string end_text(std::uint32_t ip, std::uint16_t port)
-{
-    return ip_text(ip) + ":" + std::to_string(port);
-}
-
 std::string peer_text(const WatchModel& model, int number)
 {
     const std::string host = model.host_of(number);
@@ -82,7 +77,9 @@ std::vector<WatchLine> subject_heading(const WatchModel& model, const WatchSubje
     std::vector<WatchLine> lines{{title_of(model, subject), WatchStyle::title}};
     for (const Finding* const finding : model.findings_about(subject)) {
         lines.push_back(finding_line(*finding));
-        lines.push_back({std::string("  ") + finding->rule->remedy});
+        for (const std::string& line : wrapped(finding->rule->remedy, std::max<std::size_t>(frame.width, 3) - 2)) {
+            lines.push_back({"  " + line});
+        }
     }
     lines.resize(std::min(lines.size(), frame.height));
     const std::size_t most = frame.height - lines.size();
