@@ -19,21 +19,22 @@ public:
 
     void engine(RE_stat_global_id id, long long at_before, long long at_now)
     {
-        before.engine[id] = at_before;
-        now.engine[id] = at_now;
+        before.engine[static_cast<std::size_t>(id)] = at_before;
+        now.engine[static_cast<std::size_t>(id)] = at_now;
     }
     void engine(RE_stat_global_id id, long long value) { engine(id, value, value); }
     void peer(RE_stat_peer_id id, long long at_before, long long at_now)
     {
-        before.peers[0].figures[id] = at_before;
-        now.peers[0].figures[id] = at_now;
+        before.peers[0].figures[static_cast<std::size_t>(id)] = at_before;
+        now.peers[0].figures[static_cast<std::size_t>(id)] = at_now;
     }
     void peer(RE_stat_peer_id id, long long value) { peer(id, value, value); }
     // The engine's sums and the peer's, which are the same with one peer.
     void connections(RE_stat_conn_id id, long long at_before, long long at_now)
     {
-        before.connections[id] = before.peers[0].connections[id] = at_before;
-        now.connections[id] = now.peers[0].connections[id] = at_now;
+        before.connections[static_cast<std::size_t>(id)] = before.peers[0].connections[static_cast<std::size_t>(id)] =
+            at_before;
+        now.connections[static_cast<std::size_t>(id)] = now.peers[0].connections[static_cast<std::size_t>(id)] = at_now;
     }
     void application(RE_stat_app_id id, std::uint32_t at_before, std::uint32_t at_now)
     {
