@@ -311,37 +311,64 @@ private:
 
     std::optional<long long> value_of(const Figure& figure, const Subject& subject, Moment moment) const
     {
-        const Snapshot& snapshot = snapshot_at(moment);
-        const SnapshotPeer* const peer = moment == Moment::now ? subject.peer : subject.peer_before;
-        const SnapshotApp* const app = moment == Moment::now ? subject.app : subject.app_before;
-        if ((subject.peer != nullptr && peer == nullptr) || (subject.app != nullptr && app == nullptr)) {
-            return std::nullopt;
+        const bool b_now = moment == Moment::now;
+        if (subject.peer != nullptr) {
+            const SnapshotPeer* const peer = b_now ? subject.peer : subject.peer_before;
+            return peer != nullptr ? std::optional(value_of(figure, *peer, moment)) : std::nullopt;
         }
+        if (subject.app != nullptr) {
+            const SnapshotApp* const app = b_now ? subject.app : subject.app_before;
+            return app != nullptr ? std::optional(value_of(figure, *app, moment)) : std::nullopt;
+        }
+        return value_of(figure, moment);
+    }
+
+    long long value_of(const Figure& figure, const SnapshotPeer& peer, Moment moment) const
+    {
+        const auto id = static_cast<std::size_t>(figure.id);
+        switch (figure.kind) {
+        case Figure::Kind::peer:
+            return peer.figures[id];
+        case Figure::Kind::connections:
+            return peer.connections[id];
+        case Figure::Kind::active_connections:
+            return peer.active_connections;
+        case Figure::Kind::outdated:
+            return peer.header.m_b_outdated;
+        case Figure::Kind::connected:
+            return peer.header.m_b_update_from_active_conn;
+        default:
+            return value_of(figure, moment);
+        }
+    }
+
+    long long value_of(const Figure& figure, const SnapshotApp& app, Moment moment) const
+    {
+        return figure.kind == Figure::Kind::application ? app.app.m_id_array[figure.id] : value_of(figure, moment);
+    }
+
+    // Of the engine.
+    long long value_of(const Figure& figure, Moment moment) const
+    {
+        const Snapshot& snapshot = snapshot_at(moment);
         const auto id = static_cast<std::size_t>(figure.id);
         switch (figure.kind) {
         case Figure::Kind::engine:
             return snapshot.engine[id];
-        case Figure::Kind::peer:
-            return peer->figures[id];
         case Figure::Kind::connections:
-            return peer != nullptr ? peer->connections[id] : snapshot.connections[id];
-        case Figure::Kind::application:
-            return app->app.m_id_array[id];
+            return snapshot.connections[id];
         case Figure::Kind::active_connections:
-            return peer != nullptr ? peer->active_connections : snapshot.active_connections;
-        case Figure::Kind::outdated:
-            return peer->header.m_b_outdated;
-        case Figure::Kind::connected:
-            return peer->header.m_b_update_from_active_conn;
+            return snapshot.active_connections;
         case Figure::Kind::engine_start_time:
             return snapshot.engine_start_time;
         // The table is read once, now.
         case Figure::Kind::bypass_servers:
             return m_moments.extras.bypass_servers;
         case Figure::Kind::bypass_servers_with_nacks:
-            break;
+            return m_moments.extras.bypass_servers_with_nacks;
+        default:
+            return 0; // no rule of the engine has figures of a peer or an application
         }
-        return m_moments.extras.bypass_servers_with_nacks;
     }
 
     const RuleSet& m_rules;

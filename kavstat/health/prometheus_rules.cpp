@@ -179,9 +179,11 @@ private:
         std::string text;
         for (const Figure& figure : sum.figures()) {
             const Selector selector = selector_of(figure, m_rule.scope);
-            const std::string one = before + selector.text + after;
+            const bool b_extra = !selector.extra_labels.empty();
             text += text.empty() ? "" : " + ";
-            text += selector.extra_labels.empty() ? one : "sum without(" + selector.extra_labels + ") (" + one + ")";
+            text += b_extra ? "sum without(" + selector.extra_labels + ") (" : "";
+            text.append(before).append(selector.text).append(after);
+            text += b_extra ? ")" : "";
         }
         return sum.figures().size() > 1 ? "(" + text + ")" : text;
     }
