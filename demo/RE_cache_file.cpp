@@ -21,9 +21,7 @@ namespace {
 int open_unnamed_file(const std::string& folder)
 {
     char resolved[PATH_MAX];
-    struct stat found
-    {
-    };
+    struct stat found = {};
     if (resolve_target(folder.c_str(), resolved, found) == RE_STAT_ERR_PLANTED_LINK) {
         fail(ELOOP, "cannot make a cache file in " + folder);
     }

@@ -16,9 +16,7 @@ namespace {
 int judge(const std::string& path)
 {
     char resolved[PATH_MAX];
-    struct stat found
-    {
-    };
+    struct stat found = {};
     if (resolve_target(path.c_str(), resolved, found) == RE_STAT_ERR_PLANTED_LINK) {
         return -ELOOP;
     }

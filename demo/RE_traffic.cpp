@@ -143,9 +143,7 @@ RE_message_source::RE_message_source(const std::string& path, RE_message_sizes s
     if (descriptor >= 0) {
         m_file.reset(fdopen(descriptor, "rb"));
     }
-    struct stat status
-    {
-    };
+    struct stat status = {};
     if (m_file == nullptr || fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
         note_skipped(path, m_file == nullptr ? std::strerror(errno) : "no file any more");
         m_file.reset();

@@ -76,7 +76,7 @@ std::string check_diff_scopes(const std::string& words)
     return parse_diff_scopes(words, choice, unknown) ? "" : "no such scope: \"" + unknown + "\"";
 }
 
-// Said so that what is no number at all, which compares with nothing, is refused as well.
+// Written so that NaN, which compares as false, is refused as well.
 std::string check_interval(const std::string& text)
 {
     double seconds = 0;

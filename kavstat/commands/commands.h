@@ -28,7 +28,7 @@ struct ListOptions
     std::string scope;  // of all scopes when empty
     std::string unit;   // any when empty
     std::string kind;   // any when empty
-    std::string search; // part of a name or meaning, whatever the case
+    std::string search; // part of a name or meaning, ignoring case
     bool b_json = false;
 };
 int run_list(const ListOptions& options);

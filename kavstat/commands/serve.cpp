@@ -31,7 +31,7 @@ int run_serve(const ServeOptions& options)
     DescriptorSink sink(STDOUT_FILENO);
     Output output(sink);
     output.add("serving http://" + server.address().text() + "\n");
-    // Whoever started it may not want to know.
+    // The parent may have closed standard output.
     output.flush();
 
     int signal = 0;

@@ -13,7 +13,7 @@ volatile std::sig_atomic_t b_stopped = 0;
 
 } // namespace
 
-// Without restarting calls, so that whatever waits notices.
+// System calls are not restarted, so that a wait ends.
 void end_at_signals()
 {
     struct sigaction action

@@ -148,7 +148,7 @@ int watch_on_screen(Looks& looks, WatchModel& model, WatchView& view, WatchScree
     return EXIT_OK;
 }
 
-// The page to start with, as the options have it; nothing when there is no such column, which has been reported then.
+// The first page, as the options say. Empty when it does not have the column; the error has been reported then.
 bool set_up(WatchPage& page, const WatchOptions& options)
 {
     page.filter_by(options.filter);

@@ -76,7 +76,7 @@ struct DiffContext
     {
         return change_of(RE_stat_kind::current, before.snapshot.capture_time, after.snapshot.capture_time, false).by;
     }
-    // Nothing when no rate is known, or the counter is no running total.
+    // Empty when the rate is unknown or the counter is not a running total.
     std::optional<double> rate(const DiffRow& row) const
     {
         const bool b_known = row.kind == RE_stat_kind::total && seconds > 0 && row.change.kind != ChangeKind::went_back;
@@ -149,7 +149,7 @@ std::string peer_title(const SnapshotPeer& peer)
     return "peer " + std::to_string(peer.number) + (host.empty() ? "" : " " + host);
 }
 
-// Who a peer is, whatever slot it has.
+// The identity of a peer, independent of its slot.
 using peer_key = std::pair<int, std::string>;
 
 peer_key key_of(const SnapshotPeer& peer)
@@ -283,7 +283,7 @@ private:
         m_take({title + (b_new ? ", new" : ""), std::move(about), rows.take()});
     }
 
-    // A search is for counters, of which it has none any more.
+    // A search is for counters, and a gone one has none.
     void take_gone(const std::string& title, nlohmann::ordered_json about)
     {
         if (m_context.choice.search.empty()) {

@@ -35,7 +35,7 @@ struct DiffChoice
     bool b_connections = true; // the sums over all of them
     bool b_peers = true;       // with the sums over their connections
     bool b_applications = true;
-    std::string search = {}; // part of a counter's key or meaning, whatever the case
+    std::string search = {}; // part of a counter's key or meaning, ignoring case
 };
 
 // "engine,connections,peers,applications": words for the scopes, for help texts.

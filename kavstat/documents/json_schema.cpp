@@ -28,7 +28,7 @@ ordered_json pattern(const char* expression)
     return {{"type", "string"}, {"pattern", expression}};
 }
 
-// The schema of what FieldValue holds, whatever the value.
+// The schema of the alternative that FieldValue holds.
 struct ValueSchema
 {
     ordered_json operator()(bool) const { return {{"type", "boolean"}}; }

@@ -36,7 +36,7 @@ private:
     std::optional<std::array<int, bypass_reason_words.size()>> m_bypass_servers;
 };
 
-// The exposition when there is no engine: kav_up 0.
+// The exposition without an engine: kav_up 0.
 void write_metrics_without_engine(Output& output);
 
 // Reads an open reader and writes the exposition; the one without an engine when the statistics were cut short

@@ -49,12 +49,12 @@ public:
 private:
     void begin(char bracket);
     void end(char bracket);
-    // What stands before a value or key: a comma, and a new line as far as people read.
+    // Writes the separator before a value or key: a comma, and a line break in indented documents.
     void separate();
 
     Output& m_output;
     int m_depth = 0;
-    bool m_b_first = true; // nothing stands yet in the innermost object or array
+    bool m_b_first = true; // the innermost object or array is still empty
     bool m_b_behind_key = false;
 };
 

@@ -80,7 +80,7 @@ public:
         m_b_ok = false;
         m_buffer.clear();
     }
-    // False once the sink has refused something: there is no point in making more.
+    // False after the sink has refused something; further output would be lost.
     bool is_ok() const { return m_b_ok; }
 
 private:

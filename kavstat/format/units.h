@@ -8,7 +8,7 @@
 
 namespace kavstat {
 
-// What stands in place of a figure that is not known.
+// Shown in place of an unknown figure.
 inline constexpr const char* no_figure = "-";
 
 // "999 B", "1.5 KiB": nine columns at most.

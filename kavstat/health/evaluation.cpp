@@ -263,7 +263,7 @@ private:
         const auto in = growth_of(term.whole, subject);
         const auto out_before = level_of(term.part, subject, Moment::before);
         const auto in_before = level_of(term.whole, subject, Moment::before);
-        // A short past is no measure.
+        // Too short to compare with.
         if (!out || !in || !out_before || !in_before || *in <= 0 || *in < term.least_whole || *in_before < 10 * *in) {
             return std::nullopt;
         }

@@ -52,7 +52,7 @@ HealthExtras read_extras(RE_image_reader& reader, const PendingConnections* pend
 struct HealthMoments
 {
     const Snapshot* before = nullptr; // rules that need two moments are not judged without it
-    const Snapshot* now = nullptr;    // there is no engine without it
+    const Snapshot* now = nullptr;    // null: no engine
     double seconds = 0;               // between the two
     HealthExtras extras;              // of now
 };
@@ -108,7 +108,7 @@ public:
 
     // Takes the statistics of now. reader: open, what the snapshot was taken from.
     const std::vector<Finding>& update(RE_image_reader& reader, const Snapshot& now, clock::time_point at);
-    // There is no engine.
+    // No engine is running.
     const std::vector<Finding>& lose(clock::time_point at);
 
     const std::vector<Finding>& findings() const { return m_findings; }

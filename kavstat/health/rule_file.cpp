@@ -17,7 +17,7 @@ namespace {
 constexpr std::size_t largest = 1U << 20U; // bytes of a file
 constexpr int longest = 30 * 24 * 3600;    // seconds
 
-// A share is written as 0.05; whoever writes 5 means percent.
+// Shares are written as 0.05. A 5 is probably meant as percent.
 double largest_threshold(const Rule& rule)
 {
     return rule.form == Form::percent ? std::max(1.0, 10 * std::floor(rule.term.limit)) : 1e15;

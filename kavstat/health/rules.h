@@ -43,7 +43,7 @@ struct Figure
         outdated,                  // 1 when the peer's record is
         connected,                 // 1 when the peer's record comes from an active connection
         engine_start_time,         // seconds since the epoch
-        bypass_servers,            // in the auto-bypass table, for whatever reason
+        bypass_servers,            // in the auto-bypass table, for any reason
         bypass_servers_with_nacks, // in the auto-bypass table for repeated NACKs
     };
     Kind kind = Kind::engine;

@@ -52,7 +52,7 @@ struct Metric
 // program.
 const std::vector<Metric>& metrics_of(CounterScope scope);
 
-// What stands before the names of a scope's metrics. Connections have two: of all connections, and of a peer's.
+// The prefixes of a scope's metrics. Connections have two: for all connections, and for those of a peer.
 std::span<const char* const> metric_prefixes_of(CounterScope scope);
 
 inline constexpr const char* engine_prefix = "kav_";

@@ -11,7 +11,7 @@ namespace kavstat {
 
 namespace {
 
-// False when the slot holds no peer, or was given to another one meanwhile.
+// False when the slot is empty, or was reused during the call.
 bool read_peer(RE_stat_reader& reader, int slot, SnapshotPeer& peer)
 {
     if (!reader.is_peer_valid(slot) || reader.read_peer_header(slot, peer.header) < 0 ||

@@ -62,14 +62,14 @@ struct Snapshot
 // Reads everything but connections. reader: open. now: the capture time of live statistics.
 Snapshot take_snapshot(RE_image_reader& reader, std::time_t now);
 
-// The auto-bypass table's entries in use, or nothing when there is no table.
+// The used entries of the auto-bypass table. Empty optional without a table.
 std::optional<std::vector<RE_bypass_entry>> read_bypass(RE_image_reader& reader);
 
 // An application's name in tables: "80", "80-source" for the client's port, "80-handle5" when the engine's policy gave
 // it names.
 std::string application_label(const RE_stat_app_header& header);
 
-// Reads one connection; false when the slot holds none, or was given to another one meanwhile.
+// Reads one connection. False when the slot is empty, or was reused during the call.
 bool read_connection(RE_stat_reader& reader, int slot, SnapshotConn& conn);
 
 } // namespace kavstat

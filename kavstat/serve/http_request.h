@@ -11,7 +11,7 @@ namespace kavstat {
 struct HttpTarget
 {
     std::string path;                 // decoded; "*" for a request that is of no path
-    std::optional<std::string> host;  // of "http://HOST:PORT/path", as it stands there
+    std::optional<std::string> host;  // of "http://HOST:PORT/path", unchanged
     std::optional<std::string> scope; // the query's value of that name, decoded
 };
 

@@ -55,7 +55,7 @@ void reset_connection(int socket)
     static_cast<void>(connect(socket, &nobody, sizeof nobody));
 }
 
-// What counts as one address: whoever has one of IPv6 mostly has 2^64 of them.
+// The part that counts as one address: an IPv6 client usually has 2^64 addresses.
 std::string address_key(const sockaddr* address)
 {
     if (address->sa_family == AF_INET6) {
@@ -76,7 +76,7 @@ public:
 
     const Moment& moment() const { return *m_moment; }
 
-    // Whether all that was read is true: the statistics may be cut short meanwhile.
+    // Whether everything that was read is valid: the statistics may have been cut short during the read.
     bool is_whole() const { return m_output.is_ok(); }
 
     // The next bytes, at most `room` of them; 0 at the end.
@@ -340,7 +340,7 @@ void HttpServer::implementation::make_room()
     }
 }
 
-// address: of which the client is; of any when null.
+// address: the client's; null for clients of any address.
 void HttpServer::implementation::cut_off_one(const std::string* address)
 {
     client* leaving = find_silent(address);
@@ -593,7 +593,7 @@ MHD_Result HttpServer::implementation::answer(MHD_Connection* connection, client
     if (target->host) {
         hosts.push_back(*target->host);
     }
-    // Without any host it is no browser that asks.
+    // A request without a host does not come from a browser.
     if (!is_host_allowed(hosts)) {
         return send_text(connection, MHD_HTTP_FORBIDDEN, "not a name of this server; see kavstat serve --allow-host\n");
     }

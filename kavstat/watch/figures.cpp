@@ -87,7 +87,7 @@ WatchFigure cache_figure(const WatchModel& model)
     if (state != RE_CACHE_ACTIVE) {
         figure.label = std::string("Cache ") + word_for(cache_state_words, state);
     } else {
-        long long oldest = 0; // 0 stands for none
+        long long oldest = 0; // 0: none
         for (const RE_stat_global_id id :
              {RE_STAT_GLOBAL_ID_CACHE_SIGBLOCK_AGE, RE_STAT_GLOBAL_ID_CACHE_DATAUNIT_AGE}) {
             oldest = oldest == 0 || (engine(id) != 0 && engine(id) < oldest) ? engine(id) : oldest;

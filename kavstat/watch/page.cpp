@@ -12,7 +12,7 @@ namespace kavstat {
 namespace {
 
 constexpr std::size_t longest_filter = 60;
-// What stands above a table leaves it half of a small screen, and of a large one all but a few rows.
+// The lines above a table leave it half of a small screen, and all but a few rows of a large one.
 constexpr std::size_t least_rows = 8;
 // Of paper; room for every column of every page.
 constexpr std::size_t paper_width = 240;

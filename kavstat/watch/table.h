@@ -62,7 +62,7 @@ public:
     void set(const std::string& text);
     const std::string& text() const { return m_text; }
     bool is_empty() const { return m_text.empty(); }
-    // Whether the text is in the row's, whatever the case.
+    // Whether the row contains the text, ignoring case.
     bool keeps(const WatchTable& table, std::size_t row);
 
 private:

@@ -24,11 +24,6 @@ enum identity_field : unsigned int
     field_peer_id = 8,
 };
 
-bool is_id_in_range(int id, int count)
-{
-    return id >= 0 && id < count;
-}
-
 float milliseconds_a_message(long long microseconds, long long messages)
 {
     return messages > 0 ? static_cast<float>(static_cast<double>(microseconds) / static_cast<double>(messages) / 1000.0)
@@ -85,7 +80,7 @@ RE_stat_config_param* RE_image_reader::get_config_param()
 int RE_image_reader::read_global_stat(int id, long long& value)
 {
     value = 0;
-    if (!is_open() || !is_id_in_range(id, RE_STAT_GLOBAL_ID_MAX)) {
+    if (!is_open() || !is_id(id, RE_STAT_GLOBAL_ID_MAX)) {
         return not_there;
     }
     value = m_image.global_stats.read(0, id);
@@ -95,7 +90,7 @@ int RE_image_reader::read_global_stat(int id, long long& value)
 int RE_image_reader::read_global_conn_stat(int id, long long& value)
 {
     value = 0;
-    if (!is_open() || !is_id_in_range(id, RE_STAT_CONN_ID_MAX)) {
+    if (!is_open() || !is_id(id, RE_STAT_CONN_ID_MAX)) {
         return not_there;
     }
     value = m_image.global_conn_stats.read(0, id);
@@ -143,15 +138,14 @@ int RE_image_reader::read_peer_counter(int peer_slot, const RE_image_counters& c
 int RE_image_reader::read_peer_stat(int peer_slot, int id, long long& value)
 {
     value = 0;
-    return is_id_in_range(id, RE_STAT_PEER_ID_MAX) ? read_peer_counter(peer_slot, m_image.peer_stats, id, value)
-                                                   : not_there;
+    return is_id(id, RE_STAT_PEER_ID_MAX) ? read_peer_counter(peer_slot, m_image.peer_stats, id, value) : not_there;
 }
 
 int RE_image_reader::read_peer_conn_stat(int peer_slot, int id, long long& value)
 {
     value = 0;
-    return is_id_in_range(id, RE_STAT_CONN_ID_MAX) ? read_peer_counter(peer_slot, m_image.peer_conn_stats, id, value)
-                                                   : not_there;
+    return is_id(id, RE_STAT_CONN_ID_MAX) ? read_peer_counter(peer_slot, m_image.peer_conn_stats, id, value)
+                                          : not_there;
 }
 
 int RE_image_reader::read_peer_active_conn_count(int peer_slot)
@@ -214,7 +208,7 @@ int RE_image_reader::read_app_header(int app_slot, RE_stat_app_header& hdr)
 int RE_image_reader::read_app_stat(int app_slot, int id, long& value)
 {
     value = 0;
-    if (!is_id_in_range(id, RE_STAT_APP_ID_MAX) || !fetch_app(app_slot)) {
+    if (!is_id(id, RE_STAT_APP_ID_MAX) || !fetch_app(app_slot)) {
         return not_there;
     }
     value = m_app.m_id_array[id];
@@ -270,7 +264,7 @@ void RE_image_reader::walk_counters_to(std::uint32_t row)
 int RE_image_reader::read_conn_stat(int conn_slot, int id, long long& value)
 {
     value = 0;
-    if (!is_id_in_range(id, RE_STAT_CONN_ID_MAX) || !fetch_conn(conn_slot, 0)) {
+    if (!is_id(id, RE_STAT_CONN_ID_MAX) || !fetch_conn(conn_slot, 0)) {
         return not_there;
     }
     if (m_conn.row() != m_counters_row) {

@@ -234,6 +234,12 @@ inline std::uint32_t RE_nack_sequence(std::uint64_t entry_number)
     return static_cast<std::uint32_t>(2 * (entry_number + 1));
 }
 
+// Whether `id` is one of a family's `count` counters.
+inline bool is_id(int id, int count)
+{
+    return id >= 0 && id < count;
+}
+
 // The end of a saved image.
 struct RE_image_trailer
 {

@@ -19,9 +19,9 @@ namespace {
 
 // Whether `id` belongs to its family. Debug builds abort when it does not.
 template <typename Id>
-bool is_id(Id id, Id count)
+bool is_own_id(Id id, Id count)
 {
-    const bool b_known = id >= 0 && id < count;
+    const bool b_known = is_id(id, count);
     assert(b_known);
     return b_known;
 }
@@ -116,17 +116,17 @@ struct RE_stat_writer::implementation
     // Return a counter, or null when the slot or id is out of range.
     std::int64_t* peer_stat(int slot, RE_stat_peer_id id) const
     {
-        return is_id(id, RE_STAT_PEER_ID_MAX) && is_slot(slot, peer_slots_used) ? &peer_counters[slot].stats[id]
-                                                                                : nullptr;
+        return is_own_id(id, RE_STAT_PEER_ID_MAX) && is_slot(slot, peer_slots_used) ? &peer_counters[slot].stats[id]
+                                                                                    : nullptr;
     }
     std::int64_t* conn_stat(int slot, RE_stat_conn_id id) const
     {
-        return is_id(id, RE_STAT_CONN_ID_MAX) && is_slot(slot, conn_slots_used) ? &conn_counters[slot].stats[id]
-                                                                                : nullptr;
+        return is_own_id(id, RE_STAT_CONN_ID_MAX) && is_slot(slot, conn_slots_used) ? &conn_counters[slot].stats[id]
+                                                                                    : nullptr;
     }
     std::int64_t* global_stat(RE_stat_global_id id) const
     {
-        return is_id(id, RE_STAT_GLOBAL_ID_MAX) && is_made() ? &global->stats[id] : nullptr;
+        return is_own_id(id, RE_STAT_GLOBAL_ID_MAX) && is_made() ? &global->stats[id] : nullptr;
     }
     // Must be called under the lock.
     bool is_peer(int slot) const
@@ -589,7 +589,7 @@ int RE_stat_writer::find_or_add_app(const RE_stat_app_header& key)
 
 void RE_stat_writer::add_app_stat(int app_slot, RE_stat_app_id id, std::uint32_t delta)
 {
-    if (is_id(id, RE_STAT_APP_ID_MAX) && m_impl->is_slot(app_slot, m_impl->app_slots_used)) {
+    if (is_own_id(id, RE_STAT_APP_ID_MAX) && m_impl->is_slot(app_slot, m_impl->app_slots_used)) {
         __atomic_fetch_add(&m_impl->apps[app_slot].stats[id], delta, __ATOMIC_RELAXED);
     }
 }

@@ -12,7 +12,7 @@ namespace kavstat {
 
 namespace {
 
-// Bytes that 1 of the unit is; 0 for what is no size.
+// Bytes per unit; 0 for units that are not sizes.
 double bytes_in(RE_stat_unit unit)
 {
     switch (unit) {
