@@ -30,13 +30,13 @@ bool is_stopped()
     return b_stopped != 0;
 }
 
-void sleep_unless_stopped(double length)
+void sleep_unless_stopped(double seconds)
 {
     using clock = std::chrono::steady_clock;
-    using seconds = std::chrono::duration<double>;
-    const auto end = clock::now() + seconds(length);
+    using duration = std::chrono::duration<double>;
+    const auto end = clock::now() + duration(seconds);
     while (!is_stopped() && clock::now() < end) {
-        std::this_thread::sleep_for(std::min<seconds>(end - clock::now(), seconds(0.05)));
+        std::this_thread::sleep_for(std::min<duration>(end - clock::now(), duration(0.05)));
     }
 }
 
