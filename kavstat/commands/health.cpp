@@ -18,7 +18,7 @@ namespace {
 using clock = std::chrono::steady_clock;
 
 // One of the two moments.
-struct Moment
+struct OpenedMoment
 {
     DiffSide side;
     clock::time_point at;
@@ -52,7 +52,7 @@ public:
 
 private:
     // False when there is nothing to look at.
-    bool look(Source& source, std::optional<Moment>& moment)
+    bool look(Source& source, std::optional<OpenedMoment>& moment)
     {
         if (const int error = source.open()) {
             const bool b_no_engine =
@@ -106,8 +106,8 @@ private:
     const HealthOptions& m_options;
     const RuleSet& m_rules;
     std::string m_name;
-    std::optional<Moment> m_before;
-    std::optional<Moment> m_now;
+    std::optional<OpenedMoment> m_before;
+    std::optional<OpenedMoment> m_now;
     PendingConnections m_pending;
     HealthExtras m_extras;
     HealthReport m_unknown;

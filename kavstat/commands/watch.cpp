@@ -20,7 +20,7 @@ namespace kavstat {
 namespace {
 
 using clock = WatchModel::clock;
-using seconds = std::chrono::duration<double>;
+using duration = std::chrono::duration<double>;
 
 // Looks at an engine again and again. Its statistics stay open from look to look, as opening them anew would mean to
 // find every page of its memory anew.
@@ -122,13 +122,13 @@ int watch_on_screen(Looks& looks, WatchModel& model, WatchView& view, WatchScree
             if (!view.is_paused() && !(b_file && model.is_up())) {
                 looks.look(model, view.needs());
             }
-            next_look = clock::now() + std::chrono::duration_cast<clock::duration>(seconds(view.interval()));
+            next_look = clock::now() + std::chrono::duration_cast<clock::duration>(duration(view.interval()));
         }
         screen.draw(view.screen(model, WatchScreen::width(), WatchScreen::height()));
         const WatchPage* const page = &view.page();
         const double interval = view.interval();
         int key = 0;
-        switch (screen.wait(seconds(next_look - clock::now()).count(), key)) {
+        switch (screen.wait(duration(next_look - clock::now()).count(), key)) {
         case WatchScreen::event::key:
             view.press(key);
             break;

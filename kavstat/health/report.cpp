@@ -59,7 +59,7 @@ std::string status_line(const HealthReport& report)
     return line;
 }
 
-std::string finding_line(const Finding& finding)
+std::string status_line_of(const Finding& finding)
 {
     std::string line =
         std::string(upper_word(finding.severity)) + " " + finding.subject() + ": " + finding.figure_text();
@@ -154,7 +154,7 @@ void write_health_text(const HealthReport& report, bool b_all, Output& output)
             continue;
         }
         ++shown;
-        add_line(output, finding_line(finding));
+        add_line(output, status_line_of(finding));
         // Once is enough for what stands below each other.
         if (shown == 1) {
             add_line(output, std::string("    ") + finding.rule->meaning + " " + finding.rule->remedy);

@@ -21,11 +21,11 @@ unsigned char byte_of(const Flags& flags)
     return byte;
 }
 
-constexpr Field<Snapshot> engine_table[] = {
+constexpr Field<Snapshot> engine_rows[] = {
     {"active_connections", "connections open now", [](auto& s) { return s.active_connections; }, Unit::connections},
 };
 
-constexpr Field<SnapshotPeer> peer_table[] = {
+constexpr Field<SnapshotPeer> peer_rows[] = {
     {"slot", "storage place, from 0", [](auto& p) { return p.slot; }},
     {"number", "the peer's number, Peer-No in reports", [](auto& p) { return p.number; }},
     {"context", "the context's number, 0 to 65535", [](auto& p) { return p.header.m_context_id.context_number(); }},
@@ -44,7 +44,7 @@ constexpr Field<SnapshotPeer> peer_table[] = {
      Unit::connections},
 };
 
-constexpr Field<SnapshotConn> connection_table[] = {
+constexpr Field<SnapshotConn> connection_rows[] = {
     {"slot", "storage place, from 0", [](auto& c) { return c.slot; }},
     {"id", "the connection's id", [](auto& c) { return c.header.m_conn_id; }},
     {"peer", "number of the connection's peer, -1 when there is none", [](auto& c) { return c.peer_number; }},
@@ -58,7 +58,7 @@ constexpr Field<SnapshotConn> connection_table[] = {
      Unit::seconds_since_epoch},
 };
 
-constexpr Field<SO_stat_conn_header> transport_table[] = {
+constexpr Field<SO_stat_conn_header> transport_rows[] = {
     {"conn_type", "code of the connection's type", [](auto& t) { return t.m_conn_type; }},
     {"comp_type", "code of the compression applied; 0 when the engine does not work on the connection",
      [](auto& t) { return t.m_comp_type; }},
@@ -99,7 +99,7 @@ constexpr Field<SO_stat_conn_header> transport_table[] = {
      [](auto& t) { return t.m_eot_local_orig_bytes; }, Unit::bytes},
 };
 
-constexpr Field<SnapshotApp> app_table[] = {
+constexpr Field<SnapshotApp> app_rows[] = {
     {"slot", "storage place, from 0", [](auto& a) { return a.slot; }},
     {"peer", "number of the peer with this identity, -1 when there is none", [](auto& a) { return a.peer_number; }},
     {"kav_peer_id", "the peer engine's identity", [](auto& a) { return a.app.m_header.m_kav_peer_id; }},
@@ -114,7 +114,7 @@ constexpr Field<SnapshotApp> app_table[] = {
      Unit::connections},
 };
 
-constexpr Field<RE_stat_nack_header> nack_table[] = {
+constexpr Field<RE_stat_nack_header> nack_rows[] = {
     {"time", "when it was logged", [](auto& n) { return n.m_time; }, Unit::seconds_since_epoch},
     {"type", "0 when this engine sent the NACK, otherwise it received one and sent the message again",
      [](auto& n) { return n.m_type; }},
@@ -132,7 +132,7 @@ constexpr Field<RE_stat_nack_header> nack_table[] = {
     {"message", "the message's sequence number", [](auto& n) { return n.m_msg_seq_no; }},
 };
 
-constexpr Field<RE_stat_config_param> config_table[] = {
+constexpr Field<RE_stat_config_param> config_rows[] = {
     {"mac_id", "the device's MAC address", [](auto& c) { return RE_mac_id(c.m_own_mac_id); }},
     {"kav_peer_id", "the engine's identity", [](auto& c) { return RE_kav_peer_id(c.m_local_kav_peer_id); }},
     {"rep_accl_mode", "set up for replication between data centres", [](auto& c) { return c.m_b_rep_accl_mode; }},
@@ -201,7 +201,7 @@ constexpr Field<RE_stat_config_param> config_table[] = {
      [](auto& c) { return c.m_kav_auto_bypass_threshold; }, Unit::megabytes},
 };
 
-constexpr Field<RE_bypass_entry> bypass_table[] = {
+constexpr Field<RE_bypass_entry> bypass_rows[] = {
     {"server_ip", "the server's address", [](auto& b) { return IpAddress{b.server_ip}; }},
     {"server_port", "the server's port", [](auto& b) { return Port{b.server_port}; }},
     {"reason", "the reason's code", [](auto& b) { return static_cast<int>(b.reason); }},
@@ -218,13 +218,13 @@ constexpr Field<RE_bypass_entry> bypass_table[] = {
 
 } // namespace
 
-constinit const Fields<Snapshot> engine_fields = engine_table;
-constinit const Fields<SnapshotPeer> peer_fields = peer_table;
-constinit const Fields<SnapshotConn> connection_fields = connection_table;
-constinit const Fields<SO_stat_conn_header> transport_fields = transport_table;
-constinit const Fields<SnapshotApp> app_fields = app_table;
-constinit const Fields<RE_stat_nack_header> nack_fields = nack_table;
-constinit const Fields<RE_stat_config_param> config_fields = config_table;
-constinit const Fields<RE_bypass_entry> bypass_fields = bypass_table;
+constinit const Fields<Snapshot> engine_fields = engine_rows;
+constinit const Fields<SnapshotPeer> peer_fields = peer_rows;
+constinit const Fields<SnapshotConn> connection_fields = connection_rows;
+constinit const Fields<SO_stat_conn_header> transport_fields = transport_rows;
+constinit const Fields<SnapshotApp> app_fields = app_rows;
+constinit const Fields<RE_stat_nack_header> nack_fields = nack_rows;
+constinit const Fields<RE_stat_config_param> config_fields = config_rows;
+constinit const Fields<RE_bypass_entry> bypass_fields = bypass_rows;
 
 } // namespace kavstat
