@@ -1,5 +1,6 @@
 #include "model/counter_names.h"
 
+#include <array>
 #include <string_view>
 
 namespace kavstat {
@@ -46,36 +47,15 @@ std::vector<NamedCounter> with_keys(std::span<const RE_stat_counter_info> counte
 
 const std::vector<NamedCounter>& counters_of(CounterScope scope)
 {
-    static const std::vector<NamedCounter> engine = with_keys(re_stat_global_counters);
-    static const std::vector<NamedCounter> peer = with_keys(re_stat_peer_counters);
-    static const std::vector<NamedCounter> connection = with_keys(re_stat_conn_counters);
-    static const std::vector<NamedCounter> application = with_keys(re_stat_app_counters);
-    switch (scope) {
-    case CounterScope::engine:
-        return engine;
-    case CounterScope::peer:
-        return peer;
-    case CounterScope::connection:
-        return connection;
-    case CounterScope::application:
-        break;
-    }
-    return application;
+    static const std::array counters{with_keys(re_stat_global_counters), with_keys(re_stat_peer_counters),
+                                     with_keys(re_stat_conn_counters), with_keys(re_stat_app_counters)};
+    return counters[index_of(scope)];
 }
 
 const char* word_of(CounterScope scope)
 {
-    switch (scope) {
-    case CounterScope::engine:
-        return "engine";
-    case CounterScope::peer:
-        return "peer";
-    case CounterScope::connection:
-        return "connection";
-    case CounterScope::application:
-        break;
-    }
-    return "application";
+    static constexpr std::array words{"engine", "peer", "connection", "application"};
+    return words[index_of(scope)];
 }
 
 } // namespace kavstat

@@ -4,6 +4,7 @@
 
 #include "RE_stat_counters.h"
 
+#include <cstddef>
 #include <span>
 #include <string>
 #include <vector>
@@ -37,6 +38,13 @@ const std::vector<NamedCounter>& counters_of(CounterScope scope);
 
 // "engine", "peer", "connection" or "application".
 const char* word_of(CounterScope scope);
+
+// The place of a scope in arrays that have one element per scope, in the order of the enumerators.
+constexpr std::size_t index_of(CounterScope scope)
+{
+    return static_cast<std::size_t>(scope);
+}
+
 inline constexpr CounterScope all_counter_scopes[] = {CounterScope::engine, CounterScope::peer,
                                                       CounterScope::connection, CounterScope::application};
 

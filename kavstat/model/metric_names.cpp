@@ -1,6 +1,7 @@
 #include "model/metric_names.h"
 
 #include <algorithm>
+#include <array>
 #include <stdexcept>
 
 namespace kavstat {
@@ -287,40 +288,20 @@ const char* word_of(MetricType type)
 
 const std::vector<Metric>& metrics_of(CounterScope scope)
 {
-    static const std::vector<Metric> engine = make_metrics(CounterScope::engine);
-    static const std::vector<Metric> peer = make_metrics(CounterScope::peer);
-    static const std::vector<Metric> connection = make_metrics(CounterScope::connection);
-    static const std::vector<Metric> application = make_metrics(CounterScope::application);
-    switch (scope) {
-    case CounterScope::engine:
-        return engine;
-    case CounterScope::peer:
-        return peer;
-    case CounterScope::connection:
-        return connection;
-    case CounterScope::application:
-        break;
-    }
-    return application;
+    static const std::array metrics{make_metrics(CounterScope::engine), make_metrics(CounterScope::peer),
+                                    make_metrics(CounterScope::connection), make_metrics(CounterScope::application)};
+    return metrics[index_of(scope)];
 }
 
 std::span<const char* const> metric_prefixes_of(CounterScope scope)
 {
+    using prefixes = std::span<const char* const>;
     static constexpr const char* engine[] = {engine_prefix};
     static constexpr const char* peer[] = {peer_prefix};
     static constexpr const char* connection[] = {connections_prefix, peer_connections_prefix};
     static constexpr const char* application[] = {application_prefix};
-    switch (scope) {
-    case CounterScope::engine:
-        return engine;
-    case CounterScope::peer:
-        return peer;
-    case CounterScope::connection:
-        return connection;
-    case CounterScope::application:
-        break;
-    }
-    return application;
+    static constexpr std::array all{prefixes(engine), prefixes(peer), prefixes(connection), prefixes(application)};
+    return all[index_of(scope)];
 }
 
 CounterMetric metric_of(CounterScope scope, int id)

@@ -13,15 +13,16 @@ namespace {
 constexpr double unknown = std::numeric_limits<double>::quiet_NaN();
 constexpr double bytes_per_megabyte = 1024.0 * 1024.0;
 
+// text_of: formats the rate and the total.
 WatchFigure rate_figure(const char* key, const char* label, double rate, std::vector<float> history, double total,
-                        bool b_rates, int importance)
+                        bool b_rates, int importance, std::string (*text_of)(double) = size_text)
 {
     WatchFigure figure;
     figure.key = key;
     figure.label = label;
     figure.number = b_rates ? rate : unknown;
-    figure.text = b_rates ? size_text(rate) + "/s" : no_figure;
-    figure.total = total >= 0 ? size_text(total) : "";
+    figure.text = b_rates ? text_of(rate) + "/s" : no_figure;
+    figure.total = total >= 0 ? text_of(total) : "";
     figure.history = std::move(history);
     figure.importance = importance;
     return figure;
@@ -45,20 +46,6 @@ WatchFigure saved_figure(const char* key, const char* label, const Volumes& rate
     figure.total = totals.before >= 0 ? percent_text(saved_percent(totals.before, totals.after)) : "";
     figure.history = combined(before, after, saved_percent);
     figure.highest = 100;
-    figure.importance = importance;
-    return figure;
-}
-
-WatchFigure count_figure(const char* key, const char* label, double rate, std::vector<float> history, double total,
-                         bool b_rates, int importance)
-{
-    WatchFigure figure;
-    figure.key = key;
-    figure.label = label;
-    figure.number = b_rates ? rate : unknown;
-    figure.text = b_rates ? count_text(rate) + "/s" : no_figure;
-    figure.total = total >= 0 ? count_text(total) : "";
-    figure.history = std::move(history);
     figure.importance = importance;
     return figure;
 }
@@ -139,10 +126,10 @@ std::vector<WatchFigure> traffic_figures(const TrafficRates& rates, const Traffi
                      history.encode_out.last(), {encode_in, encode_out}, b_rates, 2),
         saved_figure("decode_saved_ratio", "  decoding", {rates.decode_out, rates.decode_in}, history.decode_out.last(),
                      history.decode_in.last(), {decode_out, decode_in}, b_rates, 2),
-        count_figure("nacks_and_retransmissions_per_second", "NACKs and r-tx", rates.nacks + rates.retransmissions,
-                     history.nacks.last(),
-                     total(RE_STAT_CONN_ID_NUM_TOTAL_NACK_MSGS) + total(RE_STAT_CONN_ID_NUM_TOTAL_RTX_MSGS), b_rates,
-                     0),
+        rate_figure("nacks_and_retransmissions_per_second", "NACKs and r-tx", rates.nacks + rates.retransmissions,
+                    history.nacks.last(),
+                    total(RE_STAT_CONN_ID_NUM_TOTAL_NACK_MSGS) + total(RE_STAT_CONN_ID_NUM_TOTAL_RTX_MSGS), b_rates, 0,
+                    count_text),
     };
 }
 

@@ -94,48 +94,33 @@ TEST_F(watch_screens, overview_at_80_by_24)
                                   "Connections open                  2  @@\n");
 }
 
+const char* const figures_with_totals = "Traffic before            1.0 MiB/s                 3.2 MiB  =@\n"
+                                        "  encoding                1.0 MiB/s                 3.0 MiB  =@\n"
+                                        "  decoding               48.8 KiB/s               195.3 KiB  @@\n"
+                                        "Traffic after           261.4 KiB/s                 1.3 MiB  @+\n"
+                                        "  encoding              256.0 KiB/s                 1.2 MiB  @+\n"
+                                        "  decoding                5.4 KiB/s                21.6 KiB  @@\n"
+                                        "Saved                         75.6%                   60.2%  :*\n"
+                                        "  encoding                    75.0%                   58.3%  :*\n"
+                                        "  decoding                    88.9%                   88.9%  ##\n"
+                                        "Encode latency             1.500 ms                          @=\n"
+                                        "Decode latency             0.400 ms                          =@\n"
+                                        "Disk read latency          2.500 ms                          @@\n"
+                                        "Cache, oldest 3h12m           50.0%      1.0 GiB of 2.0 GiB  ==\n"
+                                        "NACKs and r-tx                1.5/s                       3   @\n"
+                                        "Connections open                  2                    1234  @@\n";
+
 TEST_F(watch_screens, overview_at_120_by_40)
 {
-    EXPECT_EQ(screen(120, 40), "kavstat 1/8 [overview]  22:28:20  every 1s  ? help\n" + healthy +
-                                   "\n"
-                                   "Traffic before            1.0 MiB/s                 3.2 MiB  =@\n"
-                                   "  encoding                1.0 MiB/s                 3.0 MiB  =@\n"
-                                   "  decoding               48.8 KiB/s               195.3 KiB  @@\n"
-                                   "Traffic after           261.4 KiB/s                 1.3 MiB  @+\n"
-                                   "  encoding              256.0 KiB/s                 1.2 MiB  @+\n"
-                                   "  decoding                5.4 KiB/s                21.6 KiB  @@\n"
-                                   "Saved                         75.6%                   60.2%  :*\n"
-                                   "  encoding                    75.0%                   58.3%  :*\n"
-                                   "  decoding                    88.9%                   88.9%  ##\n"
-                                   "Encode latency             1.500 ms                          @=\n"
-                                   "Decode latency             0.400 ms                          =@\n"
-                                   "Disk read latency          2.500 ms                          @@\n"
-                                   "Cache, oldest 3h12m           50.0%      1.0 GiB of 2.0 GiB  ==\n"
-                                   "NACKs and r-tx                1.5/s                       3   @\n"
-                                   "Connections open                  2                    1234  @@\n");
+    EXPECT_EQ(screen(120, 40),
+              "kavstat 1/8 [overview]  22:28:20  every 1s  ? help\n" + healthy + "\n" + figures_with_totals);
 }
 
 TEST_F(watch_screens, overview_at_200_by_60)
 {
     EXPECT_EQ(screen(200, 60), "kavstat  1[overview] 2 peers  3 connections  4 applications  5 nacks  6 bypass  7 "
                                "counters  8 configuration  22:28:20  every 1s  ? help\n" +
-                                   healthy +
-                                   "\n"
-                                   "Traffic before            1.0 MiB/s                 3.2 MiB  =@\n"
-                                   "  encoding                1.0 MiB/s                 3.0 MiB  =@\n"
-                                   "  decoding               48.8 KiB/s               195.3 KiB  @@\n"
-                                   "Traffic after           261.4 KiB/s                 1.3 MiB  @+\n"
-                                   "  encoding              256.0 KiB/s                 1.2 MiB  @+\n"
-                                   "  decoding                5.4 KiB/s                21.6 KiB  @@\n"
-                                   "Saved                         75.6%                   60.2%  :*\n"
-                                   "  encoding                    75.0%                   58.3%  :*\n"
-                                   "  decoding                    88.9%                   88.9%  ##\n"
-                                   "Encode latency             1.500 ms                          @=\n"
-                                   "Decode latency             0.400 ms                          =@\n"
-                                   "Disk read latency          2.500 ms                          @@\n"
-                                   "Cache, oldest 3h12m           50.0%      1.0 GiB of 2.0 GiB  ==\n"
-                                   "NACKs and r-tx                1.5/s                       3   @\n"
-                                   "Connections open                  2                    1234  @@\n");
+                                   healthy + "\n" + figures_with_totals);
 }
 
 TEST_F(watch_screens, overview_with_blocks)
