@@ -44,7 +44,7 @@ struct Metric
     std::string name; // after the prefix; a histogram's without "_bucket"
     const char* help;
     MetricType type;
-    RE_stat_unit unit; // of its counters, of a histogram's sum; base_unit_of() tells how it is shown
+    RE_stat_unit unit; // unit of the counters, or of a histogram's sum; see base_unit_of()
     std::vector<MetricSeries> series;
 };
 
