@@ -1,4 +1,4 @@
-// How commands tell what went wrong.
+// Error reporting of the commands.
 #pragma once
 
 #include "format/output.h"
@@ -8,17 +8,17 @@
 
 namespace kavstat {
 
-// "kavstat: TEXT" on standard error, TEXT as printable text.
+// Prints "kavstat: TEXT" on standard error, with TEXT as printable text.
 void report_error(const std::string& text);
 
-// Opens the statistics, or says why not. Returns 0 or an ExitStatus.
+// Opens the statistics, or reports why that failed. Returns 0 or an ExitStatus.
 int open_or_report(Source& source);
 
-// Says so when the statistics were cut short while they were read, after which what was made of them is not to be
-// shown. Returns 0 or an ExitStatus.
+// Reports statistics that were truncated while they were read. Nothing that was made from them may be shown then.
+// Returns 0 or an ExitStatus.
 int report_if_cut(Source& source);
 
-// Hands over the rest of the output, and says why not unless nobody reads it any more. Returns 0 or an ExitStatus.
+// Flushes the output. Reports a failure, unless the reader of the output has gone away. Returns 0 or an ExitStatus.
 int finish_output(Output& output, const DescriptorSink& sink);
 
 } // namespace kavstat
