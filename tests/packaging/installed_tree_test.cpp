@@ -70,7 +70,7 @@ TEST_F(installed_tree, the_viewer_its_page_and_its_completion_are_where_they_bel
 
 TEST_F(installed_tree, schema_and_rules_are_those_that_kavstat_prints)
 {
-    const std::string rules = bytes_of_file(in_prefix("share/kavstat/kavstat.rules.yml"));
+    const std::string rules = bytes_of_file(in_prefix("share/kavstat/prometheus/kav_alerts.rules.yml"));
     EXPECT_TRUE(contains(rules, "\ngroups:\n")) << rules.substr(0, 100);
     EXPECT_EQ(rules, output_of("'" + in_prefix("bin/kavstat") + "' rules"));
     const std::string schema = bytes_of_file(in_prefix("share/kavstat/kavstat.schema.json"));
