@@ -16,6 +16,8 @@ from dataclasses import dataclass, field
 # function that prints words, one a line. It gets the command line's words so far.
 VALUES = {
     "--interval": "1 2 5 10 60",
+    "--keep": "all 1d:all,30d:1m,2y:1h",
+    "--max-size": "100M 1G 10G",
     "--filter": "free",
     "--search": "free",
     "--allow-host": "free",
