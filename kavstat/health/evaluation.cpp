@@ -459,6 +459,31 @@ void PendingConnections::update(RE_stat_reader& reader, const Snapshot& now, dou
     m_by_slot = std::move(pending);
 }
 
+double PendingConnections::longest_silence() const
+{
+    double longest = 0;
+    for (const auto& [slot, connection] : m_by_slot) {
+        longest = std::max(longest, connection.silent);
+    }
+    return longest;
+}
+
+const PendingConnections& PendingWatch::update(RE_stat_reader& reader, const Snapshot& now, clock::time_point at,
+                                               clock::duration apart)
+{
+    if (m_engine_start_time != now.engine_start_time) {
+        m_engine_start_time = now.engine_start_time;
+        m_pending = {};
+        m_at.reset();
+    }
+    if (!m_at || at - *m_at >= apart) {
+        const std::chrono::duration<double> since = m_at ? at - *m_at : clock::duration{};
+        m_pending.update(reader, now, since.count());
+        m_at = at;
+    }
+    return m_pending;
+}
+
 HealthExtras read_extras(RE_image_reader& reader, const PendingConnections* pending)
 {
     HealthExtras extras;
@@ -532,20 +557,14 @@ const std::vector<Finding>& HealthWatch::update(RE_image_reader& reader, const S
     using seconds = std::chrono::duration<double>;
     if (!m_moments.empty() && m_moments.back().snapshot.engine_start_time != now.engine_start_time) {
         m_moments.clear();
-        m_pending = {};
     }
-    if (m_moments.empty() || at - m_pending_at >= moments_apart) {
-        m_pending.update(reader, now, seconds(at - m_pending_at).count());
-        m_pending_at = at;
-    }
-
     HealthMoments moments;
     if (!m_moments.empty() && at > m_moments.front().at) {
         moments.before = &m_moments.front().snapshot;
         moments.seconds = seconds(at - m_moments.front().at).count();
     }
     moments.now = &now;
-    moments.extras = read_extras(reader, &m_pending);
+    moments.extras = read_extras(reader, &m_pending.update(reader, now, at, moments_apart));
     m_findings = kavstat::findings(m_rules, moments);
     remember_since(at);
 

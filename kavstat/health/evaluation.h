@@ -7,6 +7,7 @@
 #include <chrono>
 #include <deque>
 #include <map>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -33,9 +34,28 @@ public:
     // Looks at the open connections. seconds: since the last time.
     void update(RE_stat_reader& reader, const Snapshot& now, double seconds);
     const std::unordered_map<int, PendingConnection>& by_slot() const { return m_by_slot; }
+    // The maximum of `silent`, in seconds; 0 without connections.
+    double longest_silence() const;
 
 private:
     std::unordered_map<int, PendingConnection> m_by_slot;
+};
+
+// Follows the connections of the running engine from one look to the next, however often a program looks, and starts
+// again when the engine restarts.
+class PendingWatch
+{
+public:
+    using clock = std::chrono::steady_clock;
+
+    // Reads the connections unless it has read them less than `apart` ago.
+    const PendingConnections& update(RE_stat_reader& reader, const Snapshot& now, clock::time_point at,
+                                     clock::duration apart);
+
+private:
+    PendingConnections m_pending;
+    std::time_t m_engine_start_time = 0;
+    std::optional<clock::time_point> m_at;
 };
 
 // What rules look at beside the snapshot.
@@ -125,8 +145,7 @@ private:
 
     RuleSet m_rules;
     std::deque<Moment> m_moments; // some seconds apart
-    PendingConnections m_pending;
-    clock::time_point m_pending_at;
+    PendingWatch m_pending;
     std::map<std::string, clock::time_point> m_since; // by rule and subject
     std::vector<Finding> m_findings;
 };

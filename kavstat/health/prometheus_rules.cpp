@@ -144,7 +144,7 @@ private:
         case Term::Kind::engine_is_missing:
             return "kav_up == 0";
         case Term::Kind::silence:
-            break; // not printable
+            return "kav_connections_longest_silence_seconds" + compared;
         }
         return "";
     }
@@ -228,8 +228,9 @@ std::string subject_template(RuleScope scope)
                "with "
                "peer {{ $labels.peer }} of " +
                engine;
-    case RuleScope::engine:
     case RuleScope::connection:
+        return "A connection of " + engine; // the metric is the worst of all connections
+    case RuleScope::engine:
         break;
     }
     return "Engine " + engine;
@@ -317,19 +318,11 @@ void write_prometheus_rules(const RuleSet& rules, Output& output)
                "groups:\n"
                "  - name: kav\n"
                "    rules:\n");
-    std::string left_out;
     for (const RuleSetting& setting : rules.settings) {
-        if (!setting.b_enabled) {
-            continue;
+        if (setting.b_enabled) {
+            write_alert(setting, rules.window, output);
         }
-        if (setting.rule->not_printable != nullptr) {
-            left_out += std::string("# ") + setting.rule->name +
-                        " is judged by kavstat health alone: " + setting.rule->not_printable + ".\n";
-            continue;
-        }
-        write_alert(setting, rules.window, output);
     }
-    output.add(left_out);
 }
 
 void write_rule_settings(const RuleSet& rules, Output& output)

@@ -8,7 +8,7 @@
 
 namespace kavstat {
 
-// A rule file of Prometheus with an alert for every enabled rule that can be printed.
+// A rule file of Prometheus with an alert for every enabled rule.
 void write_prometheus_rules(const RuleSet& rules, Output& output);
 
 // "KavNacksFrequent"

@@ -643,8 +643,7 @@ constexpr Rule rules[] = {
      .figure = "open with data pending, time without any movement",
      .meaning = "The connection is open, data waits to be written or decoded, and nothing moves.",
      .remedy = "See on which side it waits (exec_show_stats_kav conn id N detail), and look at the host on that side "
-               "first.",
-     .not_printable = "there are no metrics for each connection"},
+               "first."},
 };
 
 } // namespace

@@ -136,8 +136,6 @@ struct Rule
     const char* figure = nullptr;  // what the figure is: "messages nacked"
     const char* meaning = nullptr; // complete sentences
     const char* remedy = nullptr;  // complete sentences
-    // Why no alerting rule can be printed; null when one can.
-    const char* not_printable = nullptr;
 
     bool needs_two_moments() const;
     // States and flags have none.

@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <atomic>
 #include <random>
+#include <regex>
 #include <thread>
 
 using namespace kavstat;
@@ -174,12 +175,42 @@ TEST_F(kavstat_test, moments_are_shared_and_few)
     EXPECT_EQ(take()->snapshot.engine[RE_STAT_GLOBAL_ID_NUM_READ], 6);
 }
 
+TEST_F(kavstat_test, moments_know_how_long_a_connection_has_been_silent)
+{
+    start();
+    const int conn = engine.open_conn(engine.add_peer(1, peer_header_of(1)), conn_header_of(1), {}, now);
+    engine.set_conn_stat(conn, SO_STAT_WAN_W_PEND_SIZE, 4096);
+    Moments moments([](const Moment&) {}, {std::size_t{1} << 20, std::chrono::milliseconds{0},
+                                           std::chrono::milliseconds{0}, std::chrono::milliseconds{50}});
+    const auto silence = [&] {
+        std::shared_ptr<Moment> moment;
+        EXPECT_EQ(moments.take(moment), 0);
+        StringSink sink;
+        Output output(sink);
+        Document document = moment->exposition.document(output);
+        while (document.write_more()) {
+        }
+        output.flush();
+        const std::string name = "\nkav_connections_longest_silence_seconds ";
+        const std::size_t at = sink.text().find(name);
+        return at == std::string::npos ? -1 : std::stod(sink.text().substr(at + name.size()));
+    };
+    EXPECT_EQ(silence(), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    EXPECT_GE(silence(), 0.06);
+    engine.add_conn_stat(conn, SO_STAT_WAN_WT_BYTES, 1);
+    std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    EXPECT_EQ(silence(), 0);
+}
+
 TEST_F(server_test, gives_the_metrics_and_the_statistics_of_the_command_line)
 {
     start();
     fill();
     serve();
-    EXPECT_EQ(get(server.port(), "/metrics").body, metrics());
+    // Only a program that goes on running knows how long connections have been silent.
+    const std::regex silence("(# (HELP|TYPE) )?kav_connections_longest_silence_seconds .*\n");
+    EXPECT_EQ(std::regex_replace(get(server.port(), "/metrics").body, silence, ""), metrics());
     const http_answer answer = get(server.port(), "/api/v1/statistics");
     EXPECT_EQ(answer.status, 200);
     EXPECT_NE(answer.head.find("Content-Type: application/json\r\n"), std::string::npos);
