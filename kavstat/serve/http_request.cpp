@@ -60,6 +60,13 @@ bool is_loopback_host(const std::string& host)
 
 } // namespace
 
+std::optional<std::string> HttpTarget::first(std::string_view name) const
+{
+    const auto found = std::find_if(parameters.begin(), parameters.end(),
+                                    [&](const HttpParameter& parameter) { return parameter.name == name; });
+    return found != parameters.end() ? std::optional(found->value) : std::nullopt;
+}
+
 std::optional<HttpTarget> parse_http_target(std::string_view text)
 {
     HttpTarget target;
@@ -83,14 +90,12 @@ std::optional<HttpTarget> parse_http_target(std::string_view text)
         std::string parameter(take_up_to(text, '&'));
         std::replace(parameter.begin(), parameter.end(), '+', ' ');
         std::string_view value = parameter;
-        const std::optional<std::string> name = decoded(take_up_to(value, '='));
-        const std::optional<std::string> decoded_value = decoded(value);
+        std::optional<std::string> name = decoded(take_up_to(value, '='));
+        std::optional<std::string> decoded_value = decoded(value);
         if (!name || !decoded_value) {
             return std::nullopt;
         }
-        if (*name == "scope" && !target.scope) {
-            target.scope = decoded_value;
-        }
+        target.parameters.push_back({std::move(*name), std::move(*decoded_value)});
     }
     return target;
 }

@@ -8,11 +8,21 @@
 
 namespace kavstat {
 
+// Of a query, decoded.
+struct HttpParameter
+{
+    std::string name;
+    std::string value; // empty also for a name without "="
+};
+
 struct HttpTarget
 {
-    std::string path;                 // decoded; "*" for a request that is of no path
-    std::optional<std::string> host;  // of "http://HOST:PORT/path", unchanged
-    std::optional<std::string> scope; // the query's value of that name, decoded
+    std::string path;                // decoded; "*" for a request that is of no path
+    std::optional<std::string> host; // of "http://HOST:PORT/path", unchanged
+    std::vector<HttpParameter> parameters;
+
+    // The first value of that name.
+    std::optional<std::string> first(std::string_view name) const;
 };
 
 // "/path?query", "http://host/path?query" or "*". Nothing when it is none of these, or is not soundly encoded; a NUL is

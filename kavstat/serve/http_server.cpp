@@ -1,10 +1,8 @@
 #include "serve/http_server.h"
 
-#include "RE_stat_error.h"
-#include "documents/statistics_json.h"
-#include "format/json_writer.h"
 #include "serve/http_request.h"
 #include "serve/moments.h"
+#include "serve/routes.h"
 
 #include <microhttpd.h>
 
@@ -42,10 +40,6 @@ constexpr std::size_t spare_descriptors = 4; // for reading the engine's statist
 constexpr std::chrono::milliseconds sweep_interval{100};
 constexpr std::chrono::milliseconds accept_pause{100};
 
-constexpr const char* plain_type = "text/plain; charset=utf-8";
-constexpr const char* metrics_type = "text/plain; version=0.0.4; charset=utf-8";
-constexpr const char* json_type = "application/json";
-
 // Ends a connection at once and so that the client cannot take it for the regular end of an answer: by a reset. What is
 // on its way to the client is dropped. The descriptor stays; the library notices the end.
 void reset_connection(int socket)
@@ -65,16 +59,13 @@ std::string address_key(const sockaddr* address)
 }
 
 // A body that is made while it is sent.
-class document_answer : private Sink
+class body_on_its_way : private Sink
 {
 public:
-    // make: makes the document, for the output that it is given.
-    template <typename Make>
-    document_answer(std::shared_ptr<Moment> moment, const Make& make)
-        : m_moment(std::move(moment)), m_document(make(*m_moment, m_output))
-    {}
+    explicit body_on_its_way(HttpAnswer answer) : m_answer(std::move(answer)), m_document(m_answer.make(m_output)) {}
 
-    const Moment& moment() const { return *m_moment; }
+    // What it reads from, or null.
+    const Moment* moment() const { return m_answer.moment.get(); }
 
     // Whether everything that was read is valid: the statistics may have been cut short during the read.
     bool is_whole() const { return m_output.is_ok(); }
@@ -105,7 +96,7 @@ private:
         return true;
     }
 
-    std::shared_ptr<Moment> m_moment;
+    HttpAnswer m_answer;
     std::string m_piece;
     std::size_t m_taken = 0;
     Output m_output{*this, piece_size};
@@ -135,7 +126,7 @@ struct client
     std::string target;   // of the request
     bool b_asked = false; // the request is complete
     bool b_cut_off = false;
-    std::unique_ptr<document_answer> answer;
+    std::unique_ptr<body_on_its_way> answer;
     std::uint64_t taken = 0; // of the answer, and when that last became more
     steady_clock::time_point taken_at = since;
 };
@@ -178,12 +169,7 @@ private:
     // Answering.
     MHD_Result answer(MHD_Connection* connection, client& asking, std::string_view method, std::string_view version);
     bool is_host_allowed(const std::vector<std::string>& hosts) const;
-    int find_statistics(bool b_head, std::shared_ptr<Moment>& moment);
-    MHD_Result send_metrics(MHD_Connection* connection, client& asking, bool b_head);
-    MHD_Result send_statistics(MHD_Connection* connection, client& asking, bool b_head, const HttpTarget& target);
-    template <typename Make>
-    MHD_Result send_document(MHD_Connection* connection, client& asking, std::shared_ptr<Moment> moment,
-                             const char* type, const Make& make);
+    MHD_Result send_answer(MHD_Connection* connection, client& asking, bool b_head, HttpAnswer made);
 
     ListenAddress m_address;
     HttpLimits m_limits;
@@ -197,7 +183,7 @@ private:
     std::minstd_rand m_random{std::random_device()()};
     Moments m_moments{[this](const Moment& moment) {
         for (client& each : m_clients) {
-            if (each.answer && &each.answer->moment() == &moment) {
+            if (each.answer && each.answer->moment() == &moment) {
                 cut_off(each);
             }
         }
@@ -504,28 +490,6 @@ MHD_Result send_text(MHD_Connection* connection, unsigned int status, std::strin
     return send(connection, MHD_create_response_from_buffer(text.size(), bytes, MHD_RESPMEM_MUST_COPY), status, type);
 }
 
-// write: writes the text to an Output.
-template <typename Write>
-std::string text_of(const Write& write)
-{
-    StringSink sink;
-    Output output(sink);
-    write(output);
-    output.flush();
-    return sink.text();
-}
-
-MHD_Result send_json_error(MHD_Connection* connection, unsigned int status, const std::string& reason)
-{
-    const std::string text = text_of([&](Output& output) {
-        JsonWriter json(output);
-        json.begin_object();
-        json.member_text("error", reason);
-        json.end_object();
-    });
-    return send_text(connection, status, text, json_type);
-}
-
 // What counts in a request's head; a field may be there more than once.
 struct head_fields
 {
@@ -597,20 +561,8 @@ MHD_Result HttpServer::implementation::answer(MHD_Connection* connection, client
     if (!is_host_allowed(hosts)) {
         return send_text(connection, MHD_HTTP_FORBIDDEN, "not a name of this server; see kavstat serve --allow-host\n");
     }
-    if (target->path == "/metrics") {
-        return send_metrics(connection, asking, b_head);
-    }
-    if (target->path == "/api/v1/statistics") {
-        return send_statistics(connection, asking, b_head, *target);
-    }
-    if (target->path == "/healthz") {
-        return send_text(connection, MHD_HTTP_OK, "ok\n");
-    }
-    if (target->path == "/") {
-        return send_text(connection, MHD_HTTP_OK, "kavstat " KAV_VERSION "\n/metrics\n/api/v1/statistics\n/healthz\n");
-    }
-    return send_text(connection, MHD_HTTP_NOT_FOUND,
-                     "not found; there are /metrics, /api/v1/statistics and /healthz\n");
+    RouteContext context{m_moments};
+    return send_answer(connection, asking, b_head, answer_to({b_head, *target}, context));
 }
 
 bool HttpServer::implementation::is_host_allowed(const std::vector<std::string>& hosts) const
@@ -620,20 +572,16 @@ bool HttpServer::implementation::is_host_allowed(const std::vector<std::string>&
     });
 }
 
-// Gives the moment for an answer; for its head alone it is enough to look. Returns 0 or an RE_stat_error.
-int HttpServer::implementation::find_statistics(bool b_head, std::shared_ptr<Moment>& moment)
+MHD_Result HttpServer::implementation::send_answer(MHD_Connection* connection, client& asking, bool b_head,
+                                                   HttpAnswer made)
 {
-    return b_head ? Source().open() : m_moments.take(moment);
-}
-
-// moment: none for the head alone. make: makes the document of a moment, for an output.
-template <typename Make>
-MHD_Result HttpServer::implementation::send_document(MHD_Connection* connection, client& asking,
-                                                     std::shared_ptr<Moment> moment, const char* type, const Make& make)
-{
-    const bool b_head = moment == nullptr;
+    if (!made.make) {
+        return send_text(connection, made.status, made.text, made.type);
+    }
+    const unsigned int status = made.status;
+    const char* const type = made.type;
     if (!b_head) {
-        asking.answer = std::make_unique<document_answer>(std::move(moment), make);
+        asking.answer = std::make_unique<body_on_its_way>(std::move(made));
     }
     MHD_Response* const response =
         MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, piece_size, &read_answer, &asking, nullptr);
@@ -641,40 +589,7 @@ MHD_Result HttpServer::implementation::send_document(MHD_Connection* connection,
         // The library would end a body in chunks that is not there.
         MHD_set_response_options(response, MHD_RF_HTTP_1_0_COMPATIBLE_STRICT, MHD_RO_END);
     }
-    return send(connection, response, MHD_HTTP_OK, type);
-}
-
-MHD_Result HttpServer::implementation::send_metrics(MHD_Connection* connection, client& asking, bool b_head)
-{
-    std::shared_ptr<Moment> moment;
-    const int error = find_statistics(b_head, moment);
-    if (error == RE_STAT_ERR_READ || error == RE_STAT_ERR_NO_MEMORY) {
-        // Says nothing about the engine.
-        return send_text(connection, MHD_HTTP_SERVICE_UNAVAILABLE, Source::reason_of(error) + "\n");
-    }
-    if (error != 0) {
-        return send_text(connection, MHD_HTTP_OK, text_of(write_metrics_without_engine), metrics_type);
-    }
-    return send_document(connection, asking, std::move(moment), metrics_type,
-                         [](Moment& of, Output& output) { return of.exposition.document(output); });
-}
-
-MHD_Result HttpServer::implementation::send_statistics(MHD_Connection* connection, client& asking, bool b_head,
-                                                       const HttpTarget& target)
-{
-    std::string unknown;
-    const std::optional<JsonScopes> scopes = target.scope ? parse_json_scopes(*target.scope, unknown) : JsonScopes();
-    if (!scopes) {
-        return send_json_error(connection, MHD_HTTP_BAD_REQUEST, "no such scope: \"" + unknown + "\"");
-    }
-    std::shared_ptr<Moment> moment;
-    const int error = find_statistics(b_head, moment);
-    if (error != 0) {
-        return send_json_error(connection, MHD_HTTP_SERVICE_UNAVAILABLE, Source::reason_of(error));
-    }
-    return send_document(connection, asking, std::move(moment), json_type, [&](Moment& of, Output& output) {
-        return statistics_json(*of.source, of.snapshot, *scopes, output);
-    });
+    return send(connection, response, status, type);
 }
 
 HttpServer::HttpServer() : m_impl(std::make_unique<implementation>())

@@ -98,9 +98,9 @@ TEST(http_target, is_taken_apart)
     ASSERT_TRUE(target);
     EXPECT_EQ(target->path, "/a/b");
     EXPECT_EQ(target->host, "h:80");
-    EXPECT_EQ(target->scope, "peers,apps c");
+    EXPECT_EQ(target->first("scope"), "peers,apps c");
     EXPECT_EQ(parse_http_target("HTTPS://h?scope=")->path, "/");
-    EXPECT_EQ(parse_http_target("HTTPS://h?scope=")->scope, "");
+    EXPECT_EQ(parse_http_target("HTTPS://h?scope=")->first("scope"), "");
     EXPECT_EQ(parse_http_target("//h/a")->host, std::nullopt);
     for (const char* const text :
          {"", "a", "%2Fa", "/%", "/%2", "/%zz", "/%+1", "/%00", "/?scope=%00", "/?%00=1", "http:/a", "ftp://h/"}) {

@@ -1,0 +1,43 @@
+// What a client gets: a text, or a document that is made while the client takes it.
+#pragma once
+
+#include "format/document.h"
+#include "format/output.h"
+#include "serve/moments.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace kavstat {
+
+inline constexpr const char* plain_type = "text/plain; charset=utf-8";
+inline constexpr const char* json_type = "application/json";
+
+struct HttpAnswer
+{
+    unsigned int status = 200;
+    const char* type = plain_type; // of the body
+    std::string text;              // the body, unless `make` is set
+
+    // Makes the body while it is sent. The output, and what this function holds, outlive the document. Not called for a
+    // HEAD request.
+    std::function<Document(Output&)> make;
+    // The moment that the document reads from. The server keeps it, and ends the answer when the moment has to go.
+    std::shared_ptr<Moment> moment;
+};
+
+inline HttpAnswer text_answer(unsigned int status, std::string text, const char* type = plain_type)
+{
+    HttpAnswer answer;
+    answer.status = status;
+    answer.type = type;
+    answer.text = std::move(text);
+    return answer;
+}
+
+// {"error": reason}
+HttpAnswer json_error_answer(unsigned int status, const std::string& reason);
+
+} // namespace kavstat

@@ -1,0 +1,152 @@
+#include "serve/routes.h"
+
+#include "RE_stat_error.h"
+#include "documents/statistics_json.h"
+#include "format/json_writer.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace kavstat {
+
+namespace {
+
+constexpr const char* metrics_type = "text/plain; version=0.0.4; charset=utf-8";
+
+// write: writes the text to an Output.
+template <typename Write>
+std::string text_of(const Write& write)
+{
+    StringSink sink;
+    Output output(sink);
+    write(output);
+    output.flush();
+    return sink.text();
+}
+
+// Gives the moment for an answer. The head of an answer needs no snapshot, only the engine. Returns 0 or an
+// RE_stat_error.
+int find_statistics(const HttpRequest& request, RouteContext& context, std::shared_ptr<Moment>& moment)
+{
+    return request.b_head ? Source().open() : context.moments.take(moment);
+}
+
+// make: makes the document of a moment, for an output.
+template <typename Make>
+HttpAnswer document_answer(const char* type, std::shared_ptr<Moment> moment, Make make)
+{
+    HttpAnswer answer;
+    answer.type = type;
+    answer.make = [of = moment.get(), make = std::move(make)](Output& output) { return make(*of, output); };
+    answer.moment = std::move(moment);
+    return answer;
+}
+
+HttpAnswer answer_metrics(const HttpRequest& request, RouteContext& context)
+{
+    std::shared_ptr<Moment> moment;
+    const int error = find_statistics(request, context, moment);
+    if (error == RE_STAT_ERR_READ || error == RE_STAT_ERR_NO_MEMORY) {
+        // Says nothing about the engine.
+        return text_answer(503, Source::reason_of(error) + "\n");
+    }
+    if (error != 0) {
+        return text_answer(200, text_of(write_metrics_without_engine), metrics_type);
+    }
+    return document_answer(metrics_type, std::move(moment),
+                           [](Moment& of, Output& output) { return of.exposition.document(output); });
+}
+
+HttpAnswer answer_statistics(const HttpRequest& request, RouteContext& context)
+{
+    std::string unknown;
+    const std::optional<std::string> words = request.target.first("scope");
+    const std::optional<JsonScopes> scopes = words ? parse_json_scopes(*words, unknown) : JsonScopes();
+    if (!scopes) {
+        return json_error_answer(400, "no such scope: \"" + unknown + "\"");
+    }
+    std::shared_ptr<Moment> moment;
+    const int error = find_statistics(request, context, moment);
+    if (error != 0) {
+        return json_error_answer(503, Source::reason_of(error));
+    }
+    return document_answer(json_type, std::move(moment), [scopes = *scopes](Moment& of, Output& output) {
+        return statistics_json(*of.source, of.snapshot, scopes, output);
+    });
+}
+
+HttpAnswer answer_alive(const HttpRequest&, RouteContext&)
+{
+    return text_answer(200, "ok\n");
+}
+
+struct Route
+{
+    const char* path;
+    // Names of the query parameters that the handler reads; others are ignored.
+    std::vector<std::string_view> parameters;
+    HttpAnswer (*handler)(const HttpRequest&, RouteContext&);
+};
+
+const std::vector<Route>& routes()
+{
+    static const std::vector<Route> all{
+        {"/metrics", {}, answer_metrics},
+        {"/api/v1/statistics", {"scope"}, answer_statistics},
+        {"/healthz", {}, answer_alive},
+    };
+    return all;
+}
+
+// "/metrics, /api/v1/statistics and /healthz"
+std::string list_of_paths()
+{
+    std::string list;
+    for (std::size_t at = 0; at < routes().size(); ++at) {
+        list += at == 0 ? "" : at + 1 == routes().size() ? " and " : ", ";
+        list += routes()[at].path;
+    }
+    return list;
+}
+
+HttpAnswer answer_overview()
+{
+    std::string text = "kavstat " KAV_VERSION "\n";
+    for (const Route& route : routes()) {
+        text += route.path + std::string("\n");
+    }
+    return text_answer(200, text);
+}
+
+} // namespace
+
+HttpAnswer json_error_answer(unsigned int status, const std::string& reason)
+{
+    const std::string text = text_of([&](Output& output) {
+        JsonWriter json(output);
+        json.begin_object();
+        json.member_text("error", reason);
+        json.end_object();
+    });
+    return text_answer(status, text, json_type);
+}
+
+HttpAnswer answer_to(const HttpRequest& request, RouteContext& context)
+{
+    for (const Route& route : routes()) {
+        if (request.target.path == route.path) {
+            HttpTarget target = request.target;
+            std::erase_if(target.parameters, [&](const HttpParameter& parameter) {
+                return std::find(route.parameters.begin(), route.parameters.end(), parameter.name) ==
+                       route.parameters.end();
+            });
+            return route.handler({request.b_head, target}, context);
+        }
+    }
+    if (request.target.path == "/") {
+        return answer_overview();
+    }
+    return text_answer(404, "not found; there are " + list_of_paths() + "\n");
+}
+
+} // namespace kavstat
