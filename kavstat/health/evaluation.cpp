@@ -57,6 +57,53 @@ struct Subject
     const SnapshotApp* app_before = nullptr;
 };
 
+// The subjects of a rule with the largest values. Others are only counted. (Only rules of the engine, which is one
+// subject, look for small values.)
+class WorstOf
+{
+public:
+    struct Entry
+    {
+        double value = 0;
+        std::size_t index = 0;
+        bool b_held = false; // at the moment before as well
+    };
+
+    void add(const Entry& entry)
+    {
+        ++m_count;
+        m_entries.push_back(entry);
+        if (m_entries.size() == 2 * most_findings_of_rule) {
+            shorten();
+        }
+    }
+    // The worst first; of equal ones the first.
+    const std::vector<Entry>& sorted()
+    {
+        shorten();
+        std::sort(m_entries.begin(), m_entries.end(), is_worse);
+        return m_entries;
+    }
+    std::size_t others() const { return m_count - m_entries.size(); }
+
+private:
+    static bool is_worse(const Entry& one, const Entry& other)
+    {
+        return one.value != other.value ? one.value > other.value : one.index < other.index;
+    }
+    void shorten()
+    {
+        if (m_entries.size() > most_findings_of_rule) {
+            const auto end = m_entries.begin() + static_cast<std::ptrdiff_t>(most_findings_of_rule);
+            std::nth_element(m_entries.begin(), end, m_entries.end(), is_worse);
+            m_entries.erase(end, m_entries.end());
+        }
+    }
+
+    std::size_t m_count = 0;
+    std::vector<Entry> m_entries;
+};
+
 class Evaluation
 {
 public:
@@ -101,17 +148,15 @@ private:
     {
         switch (setting.rule->scope) {
         case RuleScope::engine:
-            judge(setting, Subject{});
+            judge(setting, 1, [](std::size_t) { return Subject{}; });
             break;
         case RuleScope::peer:
-            for (std::size_t at = 0; at < m_now.peers.size(); ++at) {
-                judge(setting, {.peer = &m_now.peers[at], .peer_before = m_peers_before[at]});
-            }
+            judge(setting, m_now.peers.size(),
+                  [&](std::size_t at) { return Subject{.peer = &m_now.peers[at], .peer_before = m_peers_before[at]}; });
             break;
         case RuleScope::application:
-            for (std::size_t at = 0; at < m_now.apps.size(); ++at) {
-                judge(setting, {.app = &m_now.apps[at], .app_before = m_apps_before[at]});
-            }
+            judge(setting, m_now.apps.size(),
+                  [&](std::size_t at) { return Subject{.app = &m_now.apps[at], .app_before = m_apps_before[at]}; });
             break;
         case RuleScope::connection:
             judge_connections(setting);
@@ -119,20 +164,38 @@ private:
         }
     }
 
-    void judge(const RuleSetting& setting, const Subject& subject)
+    // subject_at: of an index below `subjects`.
+    template <typename SubjectAt>
+    void judge(const RuleSetting& setting, std::size_t subjects, const SubjectAt& subject_at)
+    {
+        WorstOf worst;
+        for (std::size_t at = 0; at < subjects; ++at) {
+            judge(setting, subject_at(at), at, worst);
+        }
+        for (const WorstOf::Entry& entry : worst.sorted()) {
+            m_findings.push_back(finding(setting, subject_at(entry.index), entry));
+        }
+        add_others(worst.others());
+    }
+
+    void judge(const RuleSetting& setting, const Subject& subject, std::size_t index, WorstOf& worst) const
     {
         const std::optional<double> value = holds(setting, subject, Moment::now);
         if (!value) {
             return;
         }
-        // Of another life of the engine there is nothing to learn about what is now.
+        // Another life of the engine says nothing about the present one.
         const bool b_knows_before = m_before != nullptr && !m_b_restarted;
         const bool b_held = b_knows_before && holds(setting, subject, Moment::before);
-        if (setting.rule->hold > 0 && b_knows_before && !b_held) {
-            return;
+        if (setting.rule->hold == 0 || !b_knows_before || b_held) {
+            worst.add({*value, index, b_held});
         }
-        Finding found = finding(setting, *value);
-        found.since = since(setting.rule->term, b_held);
+    }
+
+    Finding finding(const RuleSetting& setting, const Subject& subject, const WorstOf::Entry& entry) const
+    {
+        Finding found = finding(setting, entry.value);
+        found.since = since(setting.rule->term, entry.b_held);
         if (subject.peer != nullptr) {
             found.peer_slot = subject.peer->slot;
             found.peer_number = subject.peer->number;
@@ -144,29 +207,39 @@ private:
             found.kav_peer_id = subject.app->app.m_header.m_kav_peer_id.getString();
             found.application = application_label(subject.app->app.m_header);
         }
-        m_findings.push_back(std::move(found));
+        return found;
+    }
+
+    // To the last finding.
+    void add_others(std::size_t others)
+    {
+        if (others > 0) {
+            m_findings.back().others = others;
+        }
     }
 
     void judge_connections(const RuleSetting& setting)
     {
-        if (m_moments.extras.pending == nullptr) {
+        const PendingConnections* const pending = m_moments.extras.pending;
+        if (pending == nullptr) {
             return;
         }
-        std::vector<PendingConnection> silent;
-        for (const auto& [slot, connection] : m_moments.extras.pending->by_slot()) {
-            if (compares(setting.rule->term.comparison, connection.silent, setting.threshold)) {
-                silent.push_back(connection);
+        const auto is_stuck = [&](double silent) {
+            return silent > 0 && compares(setting.rule->term.comparison, silent, setting.threshold);
+        };
+        const std::vector<double> silences = pending->silences();
+        auto others = static_cast<std::size_t>(std::count_if(silences.begin(), silences.end(), is_stuck));
+        for (const PendingConnection& connection : pending->most_silent()) {
+            if (is_stuck(connection.silent)) {
+                Finding found = finding(setting, connection.silent);
+                found.since = {Since::Kind::at_least, connection.silent, 0};
+                found.peer_number = connection.peer_number;
+                found.connection = connection;
+                m_findings.push_back(std::move(found));
+                --others;
             }
         }
-        std::sort(silent.begin(), silent.end(),
-                  [](const PendingConnection& one, const PendingConnection& other) { return one.slot < other.slot; });
-        for (const PendingConnection& connection : silent) {
-            Finding found = finding(setting, connection.silent);
-            found.since = {Since::Kind::at_least, connection.silent, 0};
-            found.peer_number = connection.peer_number;
-            found.connection = connection;
-            m_findings.push_back(std::move(found));
-        }
+        add_others(others);
     }
 
     static Finding finding(const RuleSetting& setting, double value)
@@ -256,7 +329,7 @@ private:
     // What is saved now as a share of what was saved before, as far back as the counters go.
     std::optional<double> savings_of(const Term& term, const Subject& subject) const
     {
-        if (m_b_restarted || m_seconds < term.least_seconds) {
+        if (m_b_restarted) {
             return std::nullopt;
         }
         const auto out = growth_of(term.part, subject);
@@ -267,9 +340,55 @@ private:
         if (!out || !in || !out_before || !in_before || *in <= 0 || *in < term.least_whole || *in_before < 10 * *in) {
             return std::nullopt;
         }
-        const double saved = std::max(1 - *out / *in, 0.0);
+        double saved = saved_of({*in, *out});
         const double saved_before = 1 - *out_before / *in_before;
+        if (m_seconds < term.least_seconds && saved < saved_before) {
+            // One application's large files that do not compress are not a drop of savings in a few seconds.
+            const Traffic others = traffic_without_largest_application();
+            if (others.in <= 0 || others.in < term.least_whole) {
+                return std::nullopt;
+            }
+            saved = std::max(saved, saved_of(others));
+        }
         return saved_before >= term.least_part ? std::optional(saved / saved_before) : std::nullopt;
+    }
+
+    // Bytes between the two moments, in both directions.
+    struct Traffic
+    {
+        double in = 0;  // before encoding
+        double out = 0; // after it
+    };
+
+    static double saved_of(const Traffic& traffic) { return std::max(1 - traffic.out / traffic.in, 0.0); }
+
+    // Of all applications but the one with the most traffic over all peers.
+    Traffic traffic_without_largest_application() const
+    {
+        constexpr double kilobyte = 1024;
+        std::map<std::pair<int, bool>, Traffic> by_port;
+        for (std::size_t at = 0; at < m_now.apps.size(); ++at) {
+            if (m_apps_before[at] == nullptr) {
+                continue;
+            }
+            const RE_stat_app_struct& now = m_now.apps[at].app;
+            const RE_stat_app_struct& before = m_apps_before[at]->app;
+            // Counters of 32 bits, which wrap.
+            const auto grown = [&](RE_stat_app_id id) {
+                return kilobyte * (now.m_id_array[id] - before.m_id_array[id]);
+            };
+            Traffic& traffic = by_port[{now.m_header.m_server_port, now.m_header.m_b_src_port != 0}];
+            traffic.in += grown(RE_STAT_APP_ID_ENCODE_IN_KBYTES) + grown(RE_STAT_APP_ID_DECODE_OUT_KBYTES);
+            traffic.out += grown(RE_STAT_APP_ID_ENCODE_OUT_KBYTES) + grown(RE_STAT_APP_ID_DECODE_IN_KBYTES);
+        }
+        Traffic all;
+        Traffic largest;
+        for (const auto& [port, traffic] : by_port) {
+            all.in += traffic.in;
+            all.out += traffic.out;
+            largest = traffic.in > largest.in ? traffic : largest;
+        }
+        return {all.in - largest.in, all.out - largest.out};
     }
 
     const Snapshot& snapshot_at(Moment moment) const { return moment == Moment::now ? m_now : *m_before; }
@@ -404,68 +523,92 @@ constexpr int moved_ids[] = {SO_STAT_AO_RD_BYTES,
                              RE_STAT_CONN_ID_ENCODE_IN_BYTES,
                              RE_STAT_CONN_ID_DECODE_OUT_BYTES};
 
-// False when the slot holds no open connection that has data pending.
-bool read_pending(RE_stat_reader& reader, int slot, PendingConnection& connection)
+// Returns false when the slot is empty or was reused during the call.
+bool read_details(RE_stat_reader& reader, PendingConnection& connection)
+{
+    return reader.is_conn_valid(connection.slot) && reader.read_conn_header(connection.slot, connection.header) == 0 &&
+           reader.read_conn_peer_id(connection.slot, connection.peer_number) == 0;
+}
+
+} // namespace
+
+// Returns false when the slot does not contain an open connection that has data pending.
+bool PendingConnections::read(RE_stat_reader& reader, int slot, Followed& connection)
 {
     std::time_t close_time = 0;
     if (!reader.is_conn_valid(slot) || reader.read_conn_time(slot, connection.open_time, close_time) < 0 ||
         close_time > 0) {
         return false;
     }
-    connection.pending = 0;
-    for (const int id : pending_ids) {
-        long long bytes = 0;
-        if (reader.read_conn_stat(slot, id, bytes) < 0) {
-            return false;
-        }
-        connection.pending += static_cast<double>(std::max(bytes, 0LL));
-    }
-    if (connection.pending <= 0) {
+    const auto figure = [&](int id, bool& b_known) {
+        long long value = 0;
+        b_known = b_known && reader.read_conn_stat(slot, id, value) == 0;
+        return value;
+    };
+    bool b_known = true;
+    const bool b_pending =
+        std::any_of(std::begin(pending_ids), std::end(pending_ids), [&](int id) { return figure(id, b_known) > 0; });
+    if (!b_pending) {
         return false;
     }
+    connection.slot = slot;
     connection.moved = 0;
     for (const int id : moved_ids) {
-        long long bytes = 0;
-        if (reader.read_conn_stat(slot, id, bytes) < 0) {
-            return false;
-        }
-        connection.moved += static_cast<unsigned long long>(bytes);
+        connection.moved += static_cast<unsigned long long>(figure(id, b_known));
     }
-    connection.slot = slot;
-    return reader.read_conn_header(slot, connection.header) == 0 &&
-           reader.read_conn_peer_id(slot, connection.peer_number) == 0;
+    RE_stat_conn_header header{};
+    b_known = b_known && reader.read_conn_header(slot, header) == 0;
+    connection.conn_id = header.m_conn_id;
+    return b_known;
 }
-
-} // namespace
 
 void PendingConnections::update(RE_stat_reader& reader, const Snapshot& now, double seconds)
 {
-    std::unordered_map<int, PendingConnection> pending;
+    std::vector<Followed> followed;
     const bool b_any = std::any_of(std::begin(pending_ids), std::end(pending_ids),
                                    [&](int id) { return now.connections[static_cast<std::size_t>(id)] != 0; });
     const int slots = b_any ? reader.get_max_conn_slots() : 0;
+    auto before = m_followed.begin();
     for (int slot = 0; slot < slots; ++slot) {
-        PendingConnection connection;
-        if (!read_pending(reader, slot, connection)) {
+        Followed connection;
+        if (!read(reader, slot, connection)) {
             continue;
         }
-        const auto found = m_by_slot.find(slot);
-        if (found != m_by_slot.end() && found->second.header.m_conn_id == connection.header.m_conn_id &&
-            found->second.open_time == connection.open_time && found->second.moved == connection.moved) {
-            connection.silent = found->second.silent + seconds;
+        while (before != m_followed.end() && before->slot < slot) {
+            ++before;
         }
-        pending.emplace(slot, connection);
+        if (before != m_followed.end() && before->slot == slot && before->conn_id == connection.conn_id &&
+            before->open_time == connection.open_time && before->moved == connection.moved) {
+            connection.silent = before->silent + seconds;
+        }
+        followed.push_back(connection);
     }
-    m_by_slot = std::move(pending);
+    m_followed = std::move(followed);
+
+    WorstOf longest;
+    for (std::size_t at = 0; at < m_followed.size(); ++at) {
+        if (m_followed[at].silent > 0) {
+            longest.add({m_followed[at].silent, at, false});
+        }
+    }
+    m_most_silent.clear();
+    for (const WorstOf::Entry& entry : longest.sorted()) {
+        PendingConnection connection;
+        connection.slot = m_followed[entry.index].slot;
+        connection.open_time = m_followed[entry.index].open_time;
+        connection.silent = entry.value;
+        if (read_details(reader, connection)) {
+            m_most_silent.push_back(connection);
+        }
+    }
 }
 
-double PendingConnections::longest_silence() const
+std::vector<double> PendingConnections::silences() const
 {
-    double longest = 0;
-    for (const auto& [slot, connection] : m_by_slot) {
-        longest = std::max(longest, connection.silent);
-    }
-    return longest;
+    std::vector<double> silences(m_followed.size());
+    std::transform(m_followed.begin(), m_followed.end(), silences.begin(),
+                   [](const Followed& connection) { return connection.silent; });
+    return silences;
 }
 
 const PendingConnections& PendingWatch::update(RE_stat_reader& reader, const Snapshot& now, clock::time_point at,

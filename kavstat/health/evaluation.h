@@ -9,36 +9,54 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 namespace kavstat {
 
-// A connection with data pending, and how long it has moved none.
+// A rule names at most this many peers, applications or connections, the worst of all.
+constexpr std::size_t most_findings_of_rule = 1000;
+
+// A connection with data pending that moves no byte.
 struct PendingConnection
 {
     int slot = 0;
     int peer_number = -1;
     RE_stat_conn_header header{};
     std::time_t open_time = 0;
-    double pending = 0;           // bytes
-    unsigned long long moved = 0; // bytes in all directions, wraps
-    double silent = 0;            // seconds, as far as is known
+    double silent = 0; // seconds, as far as is known
 };
 
-// Follows the connections that have data pending. An engine may have a million connections: they are looked at only
-// while the engine's sums say that some of them have any.
+// Follows the open connections that have data pending. An engine may have a million connections: they are read only
+// while the engine's sums say that some of them have any, and a few bytes of each are kept.
 class PendingConnections
 {
 public:
-    // Looks at the open connections. seconds: since the last time.
+    // Reads the open connections. seconds: since the last time.
     void update(RE_stat_reader& reader, const Snapshot& now, double seconds);
-    const std::unordered_map<int, PendingConnection>& by_slot() const { return m_by_slot; }
-    // The maximum of `silent`, in seconds; 0 without connections.
-    double longest_silence() const;
+
+    // How many have data pending.
+    std::size_t size() const { return m_followed.size(); }
+    // The seconds without any movement of each of them, in ascending order of slots.
+    std::vector<double> silences() const;
+    // The maximum of silences(); 0 without connections.
+    double longest_silence() const { return m_most_silent.empty() ? 0 : m_most_silent.front().silent; }
+    // Those with the longest silence above 0, at most most_findings_of_rule. The longest silence comes first.
+    const std::vector<PendingConnection>& most_silent() const { return m_most_silent; }
 
 private:
-    std::unordered_map<int, PendingConnection> m_by_slot;
+    struct Followed
+    {
+        int slot = 0;
+        int conn_id = 0;
+        std::time_t open_time = 0;
+        unsigned long long moved = 0; // bytes in all directions, wraps
+        double silent = 0;            // seconds
+    };
+
+    static bool read(RE_stat_reader& reader, int slot, Followed& connection);
+
+    std::vector<Followed> m_followed; // in ascending order of slots
+    std::vector<PendingConnection> m_most_silent;
 };
 
 // Follows the connections of the running engine from one look to the next, however often a program looks, and starts
@@ -108,6 +126,8 @@ struct Finding
     std::string kav_peer_id; // of a peer or of an application's peer
     std::string application; // application_label() of it
     PendingConnection connection;
+    // Set in the last finding of a rule: how many more are left out, none of them worse.
+    std::size_t others = 0;
 
     // "peer 3 branch-3.example.net", printable ASCII alone.
     std::string subject() const;
@@ -115,7 +135,7 @@ struct Finding
     std::string figure_text() const;
 };
 
-// What is wrong, critical first, then in the table's order.
+// What is wrong: critical first, then in the table's order, then the worst first.
 std::vector<Finding> findings(const RuleSet& rules, const HealthMoments& moments);
 
 // Evaluates again and again, for live views: rates are taken over some seconds however often it is looked, and since

@@ -39,6 +39,7 @@ ordered_json json_of(const Finding& finding)
         {"for_at_least_seconds", or_null(since.kind == Since::Kind::at_least, since.seconds)},
         {"meaning", rule.meaning},
         {"remedy", rule.remedy},
+        {"others", finding.others},
     };
 }
 
@@ -90,7 +91,9 @@ ordered_json finding_schema()
          {"since", type(or_null_type("integer"), "seconds since the epoch, when it is known exactly")},
          {"for_at_least_seconds", type(or_null_type("number"), "how long it has been so, as far as is known")},
          {"meaning", type("string", "what it means")},
-         {"remedy", type("string", "what to do")}},
+         {"remedy", type("string", "what to do")},
+         {"others",
+          type("integer", "how many more findings of the rule are left out after this one, none of them worse")}},
         "one thing that is wrong");
 }
 

@@ -1,6 +1,7 @@
 #include "health/rules.h"
 
 #include "RE_bypass_table.h"
+#include "format/units.h"
 #include "model/metric_names.h"
 #include "model/words.h"
 
@@ -729,17 +730,6 @@ std::string shown_seconds(double seconds)
     return text;
 }
 
-std::string shown_bytes(double bytes)
-{
-    constexpr const char* units[] = {" B", " KB", " MB", " GB", " TB"};
-    std::size_t at = 0;
-    while (std::abs(bytes) >= kilobyte && at + 1 < std::size(units)) {
-        bytes /= kilobyte;
-        ++at;
-    }
-    return rounded(bytes, at == 0 ? 0 : 1) + units[at];
-}
-
 } // namespace
 
 std::string shown_value(Form form, double value)
@@ -756,7 +746,7 @@ std::string shown_value(Form form, double value)
     case Form::seconds:
         return shown_seconds(value);
     case Form::bytes:
-        return shown_bytes(value);
+        return size_text(value);
     case Form::per_second:
         return value == 0 ? "0/s" : rounded(value, 2) + "/s";
     }

@@ -102,7 +102,7 @@ struct Term
     // A share or savings of less than this says nothing: three messages make no alarm.
     double least_part = 0;
     double least_whole = 0;
-    // So much time has to lie between the two moments.
+    // For savings: over a shorter time the drop must be one of several applications.
     double least_seconds = 0;
 
     // Whether it is about what happened between two moments.
@@ -117,7 +117,7 @@ enum class Form
     count,      // 17
     percent,    // 1.20%
     seconds,    // 1h5m, 12.5 ms
-    bytes,      // 64.0 MB
+    bytes,      // 64.0 MiB
     per_second, // 0.50/s
 };
 

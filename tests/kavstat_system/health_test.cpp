@@ -221,15 +221,15 @@ const std::vector<ill_engine> ill_engines = {
     // Little traffic, of which much is saved soon, and none of it ever goes around.
     {"incompressible",
      {},
-     {"application_grows"},
+     {"application_grows", "cache_too_small_for_encoding", "cache_too_small_for_decoding"},
      {"savings_dropped"},
      {"--peers", "1", "--bypass-threshold-mb", "1024", KAV_DOCS}},
     // What encoding adds to a message is much for small ones.
     {"incompressible",
      {"application_grows"},
-     {"savings_dropped"},
+     {"savings_dropped", "cache_too_small_for_encoding", "cache_too_small_for_decoding"},
      {},
-     {"--peers", "1", "--bypass-threshold-mb", "1024", "--message-size", "64", KAV_DOCS}},
+     {"--peers", "1", "--bypass-threshold-mb", "1024", "--message-size", "12", KAV_DOCS}},
     {"nacks", {"nacks_frequent"}},
     {"retransmissions", {"retransmissions_frequent"}},
     {"peer-out-of-sync", {"peer_out_of_sync", "retransmissions_frequent", "bypass_peer_cache_not_ready"}},

@@ -35,6 +35,16 @@ private:
     WatchSubject m_selected;
 };
 
+// Also of those that are left out.
+std::size_t count_of(const std::vector<Finding>& findings)
+{
+    std::size_t count = findings.size();
+    for (const Finding& finding : findings) {
+        count += finding.others;
+    }
+    return count;
+}
+
 WatchLine healthy_line(const WatchModel& model)
 {
     return {"Healthy: none of " + std::to_string(model.rules_applied()) + " rules found anything wrong"};
@@ -61,12 +71,16 @@ std::vector<WatchLine> OverviewPage::health_lines(const WatchModel& model, const
         m_finding = {findings[m_place].rule, findings[m_place].subject()};
         m_b_moved = false;
     }
+    const std::size_t count = count_of(findings);
     const std::size_t room = std::max<std::size_t>(frame.height / 5, 1);
     const std::size_t first = m_place - std::min(m_place, room - 1);
     std::vector<WatchLine> lines;
     for (std::size_t at = first; at < std::min(first + room, findings.size()); ++at) {
         WatchLine line = finding_line(findings[at]);
-        const std::string place = std::to_string(at + 1) + "/" + std::to_string(findings.size()) + " ";
+        const std::string place = std::to_string(at + 1) + "/" + std::to_string(count) + " ";
+        if (findings[at].others > 0) {
+            line.text += " ... and " + std::to_string(findings[at].others) + " more";
+        }
         line.text = (at == m_place ? "> " : "  ") + (findings.size() > room ? place : "") + line.text;
         lines.push_back(std::move(line));
     }
@@ -103,6 +117,9 @@ std::vector<WatchLine> OverviewPage::report(const WatchModel& model, bool b_unic
     for (const Finding& finding : model.findings()) {
         lines.push_back(finding_line(finding));
         lines.push_back({std::string("    ") + finding.rule->remedy});
+        if (finding.others > 0) {
+            lines.push_back({"... and " + std::to_string(finding.others) + " more [" + finding.rule->name + "]"});
+        }
     }
     if (lines.empty()) {
         lines.push_back(healthy_line(model));
