@@ -325,7 +325,7 @@ void RE_publisher::on_encoded(RE_published_conn& conn, const RE_encode_result& r
     add(conn, RE_STAT_CONN_ID_ENCODE_TOT_NUM_SECTIONS, result.sections);
     add(conn, RE_STAT_CONN_ID_ENCODE_TOT_RANGE_CNT, result.ranges);
     add(conn, RE_STAT_CONN_ID_ENCODE_TOT_RANGE_CHUNK_CNT, result.matches);
-    m_writer.add_global(RE_STAT_GLOBAL_ID_TOT_ANCHOR, result.anchor_cuts);
+    m_writer.add_global(RE_STAT_GLOBAL_ID_TOT_ANCHOR, result.chunks);
     m_writer.add_global(RE_STAT_GLOBAL_ID_TOT_MATCHED_ANCHOR_COUNT, result.matches);
     m_writer.add_global(RE_STAT_GLOBAL_ID_TOT_MATCHED_MORE_THAN_ONCE_COUNT, result.repeat_matches);
 

@@ -63,7 +63,7 @@ void add_list(CLI::App& app, int& status)
     command->callback([options, &status] { status = run_list(*options); });
 }
 
-// What a command-line mistake in a list of scopes is called.
+// Returns the error in a list of scopes, or an empty text.
 std::string check_scopes(const std::string& words)
 {
     std::string unknown;
@@ -267,7 +267,7 @@ int run_command_line(int argc, const char* const* argv)
         if (b_asked_for) {
             return EXIT_OK;
         }
-        // To a monitor 2 would be a verdict about the engine, and standard error is nothing at all.
+        // A monitor would read 2 as a result of the check, and does not read standard error.
         if (argc > 1 && std::string(argv[1]) == "health") {
             std::cout << "KAV UNKNOWN: " << error.what() << std::endl;
             return HEALTH_UNKNOWN;

@@ -12,7 +12,7 @@ using namespace kavstat;
 
 int main(int argc, char** argv)
 {
-    // A reader of our output that goes away is noticed where we write, with a status of its own.
+    // If the reader of the output goes away, the write fails, and the program ends with the status for that.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
     RE_keep_from_odd_zone_files();

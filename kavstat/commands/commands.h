@@ -1,4 +1,4 @@
-// The commands of kavstat. Each prints to standard output, tells errors on standard error, and returns the program's
+// The commands of kavstat. Each prints to standard output, reports errors on standard error, and returns the program's
 // exit status.
 #pragma once
 
@@ -16,11 +16,11 @@ namespace kavstat {
 enum ExitStatus : int
 {
     EXIT_OK = 0,
-    EXIT_ERROR = 1,         // something that has no status of its own
+    EXIT_ERROR = 1,         // an error without its own status
     EXIT_USAGE = 2,         // a mistake on the command line
     EXIT_NO_STATISTICS = 3, // no engine is running, or a file cannot be read
-    EXIT_OUTPUT = 4,        // standard output is closed, or what it goes to is full
-    EXIT_LISTEN = 5,        // the address cannot be listened on
+    EXIT_OUTPUT = 4,        // standard output is closed or could not be written
+    EXIT_LISTEN = 5,        // the server cannot listen on the address
 };
 
 struct ListOptions
@@ -54,7 +54,7 @@ struct DiffOptions
     std::string before;
     std::optional<std::string> after; // the running engine when there is none
     DiffChoice choice;
-    bool b_force = false; // compare what had better not be compared
+    bool b_force = false; // also compare different engines, or in the wrong order
     bool b_json = false;
 };
 int run_diff(const DiffOptions& options);
@@ -98,7 +98,7 @@ struct WatchOptions
     bool b_once = false;              // one report as text
     bool b_json = false;              // a line of JSON for each look
 };
-// Until the user has seen enough, or SIGTERM, SIGINT or SIGHUP.
+// Runs until the user quits, or until SIGTERM, SIGINT or SIGHUP.
 int run_watch(const WatchOptions& options);
 
 } // namespace kavstat

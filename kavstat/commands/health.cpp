@@ -44,14 +44,14 @@ public:
         if (!look(now, m_before)) {
             return m_unknown;
         }
-        // Opened anew: that is how an engine that was restarted is found.
+        // Opened again, to find an engine that was restarted.
         now.close();
         std::this_thread::sleep_for(std::chrono::duration<double>(m_options.interval));
         return look(now, m_now) ? judged(now) : m_unknown;
     }
 
 private:
-    // False when there is nothing to look at.
+    // Returns false if the statistics could not be read.
     bool look(Source& source, std::optional<OpenedMoment>& moment)
     {
         if (const int error = source.open()) {
@@ -78,7 +78,7 @@ private:
         return true;
     }
 
-    // By the times in the files when there are any: they are whole seconds.
+    // For files, the difference of their times, which are whole seconds.
     double seconds_between() const
     {
         if (m_options.since || m_options.files.size() > 1) {
@@ -130,7 +130,7 @@ HealthReport report_of(const HealthOptions& options)
 int run_health(const HealthOptions& options)
 {
     HealthReport report;
-    // A monitor would take the status of other errors for a verdict.
+    // A monitor would interpret the exit status of an uncaught error as a result.
     try {
         report = report_of(options);
     } catch (const std::exception& error) {

@@ -14,7 +14,7 @@ namespace kavstat {
 
 namespace {
 
-// Makes one line of what is written: JSON has line breaks between values only.
+// Writes JSON on one line. JSON contains line breaks only between values.
 class LineSink : public Sink
 {
 public:
@@ -29,7 +29,7 @@ public:
 
 private:
     Sink& m_sink;
-    std::string m_line; // its memory serves again and again
+    std::string m_line; // kept for its memory
 };
 
 void write_error_line(int error, Output& output)
@@ -42,10 +42,10 @@ void write_error_line(int error, Output& output)
     json.end_object();
 }
 
-// A document, or the reason why there is none, on one line. False when nobody takes it any more.
+// Writes a document, or the reason why there is none, on one line. Returns false if the output failed.
 bool write_line(const JsonOptions& options, Sink& sink)
 {
-    Source source; // opened anew for each line, so that an engine that was started anew is found
+    Source source; // opened again for each line, to find an engine that was restarted
     LineSink line(sink);
     Output output(line);
     if (const int error = source.open()) {
@@ -53,7 +53,7 @@ bool write_line(const JsonOptions& options, Sink& sink)
     } else {
         write_statistics_json(source, options.scopes, std::time(nullptr), output);
     }
-    // What was cut short in the middle is left as it is: no JSON, and so taken for none.
+    // A truncated line stays as it is. It is not valid JSON, so that readers skip it.
     const bool b_taken = output.flush() || source.reader().is_cut();
     return b_taken && line.end_line();
 }
@@ -71,7 +71,7 @@ int write_lines(const JsonOptions& options)
             output.give_up();
             return finish_output(output, sink);
         }
-        // Not faster afterwards when a reader was slow.
+        // Do not catch up after a slow reader.
         next = std::max(next + std::chrono::duration_cast<clock::duration>(interval), clock::now());
         sleep_unless_stopped(std::chrono::duration<double>(next - clock::now()).count());
     }

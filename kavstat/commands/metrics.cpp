@@ -18,7 +18,7 @@ int run_metrics(const MetricsOptions& options)
             return status;
         }
     } else if (const int error = source.open()) {
-        // What collects the output must see that the engine is gone, and not the figures of the last time.
+        // The collector must see that the engine is gone instead of keeping old figures.
         if (error != RE_STAT_ERR_NO_ENGINE && error != RE_STAT_ERR_ENGINE_GONE && error != RE_STAT_ERR_NOT_PUBLISHED) {
             report_error(Source::reason_of(error));
         }
@@ -26,7 +26,7 @@ int run_metrics(const MetricsOptions& options)
         return finish_output(output, sink);
     }
     write_metrics_of(source.reader(), std::time(nullptr), output);
-    report_if_cut(source); // the output says it, too
+    report_if_cut(source); // also visible in the output
     return finish_output(output, sink);
 }
 

@@ -38,7 +38,7 @@ int finish_output(Output& output, const DescriptorSink& sink)
     if (output.flush()) {
         return EXIT_OK;
     }
-    // A reader that closes early, such as head, is not worth an error message.
+    // A reader that closes early, such as head, is not an error.
     if (sink.error() != EPIPE) {
         report_error(std::string("standard output: ") + std::strerror(sink.error()));
     }

@@ -11,14 +11,14 @@ namespace kavstat {
 
 int run_serve(const ServeOptions& options)
 {
-    // Blocked before the first thread is made, so that none of them takes what this one waits for.
+    // Blocked before the first thread is created, so that only this thread receives them.
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGTERM);
     sigaddset(&signals, SIGINT);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
-    // What a scrape needs goes back to the system when it is done, instead of staying with the thread that had it.
+    // Memory of a scrape is returned to the system after it, instead of staying with its thread.
     mallopt(M_MMAP_THRESHOLD, 128 * 1024);
     mallopt(M_ARENA_MAX, 1);
 

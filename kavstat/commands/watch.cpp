@@ -22,8 +22,8 @@ namespace {
 using clock = WatchModel::clock;
 using duration = std::chrono::duration<double>;
 
-// Looks at an engine again and again. Its statistics stay open from look to look, as opening them anew would mean to
-// find every page of its memory anew.
+// Reads an engine again and again. Its statistics stay open in between, because each opening maps every page of memory
+// again.
 class Looks
 {
 public:
@@ -31,7 +31,7 @@ public:
 
     void look(WatchModel& model, const WatchNeeds& needs)
     {
-        // Opened beside the ones that are open: that is how an engine that was started anew is found.
+        // A second source is opened each time, to find an engine that was restarted.
         auto found = std::make_unique<Source>(m_file);
         if (const int error = found->open()) {
             m_source.reset();
@@ -50,7 +50,7 @@ public:
         lose_if_cut(model);
     }
 
-    // Reads what a page needs that has just been turned to.
+    // Reads what the page needs that has just been selected.
     void turn(WatchModel& model, const WatchNeeds& needs)
     {
         if (m_source != nullptr && model.is_up()) {
@@ -68,14 +68,14 @@ private:
         }
     }
 
-    // For records that the engine is changing: nobody who presses a key notices.
+    // For records that the engine is changing. Short enough not to be noticed when a key is pressed.
     static constexpr std::int64_t longest_wait = RE_patience::second / 20;
 
     std::optional<std::string> m_file;
     std::unique_ptr<Source> m_source;
 };
 
-// What has neither keys nor colours: text or JSON, for a pipe, a log or a terminal that cannot be drawn on.
+// Text or JSON without keys and colours, for a pipe, a log or a terminal that cannot position the cursor.
 int watch_as_text(Looks& looks, WatchModel& model, WatchView& view, const WatchOptions& options)
 {
     DescriptorSink sink(STDOUT_FILENO);
@@ -87,7 +87,7 @@ int watch_as_text(Looks& looks, WatchModel& model, WatchView& view, const WatchO
         return EXIT_NO_STATISTICS;
     }
     do {
-        // A rate takes two looks; a file has none.
+        // A rate needs two readings; a file has no rates.
         if (!options.file) {
             sleep_unless_stopped(view.interval());
             if (is_stopped()) {
@@ -148,7 +148,7 @@ int watch_on_screen(Looks& looks, WatchModel& model, WatchView& view, WatchScree
     return EXIT_OK;
 }
 
-// The first page, as the options say. Empty when it does not have the column; the error has been reported then.
+// Sets up the first page by the options. Returns false after reporting an error if the page does not have the column.
 bool set_up(WatchPage& page, const WatchOptions& options)
 {
     page.filter_by(options.filter);
@@ -173,7 +173,7 @@ bool set_up(WatchPage& page, const WatchOptions& options)
 
 int run_watch(const WatchOptions& options)
 {
-    // For characters and nothing else: numbers keep their points.
+    // For the character encoding only; numbers keep their decimal point.
     std::setlocale(LC_CTYPE, "");
     const bool b_unicode = std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
     const std::vector<std::string> names = watch_page_names();

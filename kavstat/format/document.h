@@ -1,4 +1,4 @@
-// A document that is written a little at a time, as fast as somebody takes it. What it needs in between is a position,
+// A document that is written in pieces, as fast as its reader takes them. Between two pieces it keeps only a position,
 // so that many clients can be served with documents of any size.
 #pragma once
 
@@ -12,7 +12,7 @@ namespace kavstat {
 class Document
 {
 public:
-    // Adds a part. write: writes a little of it with each call; returns false when that was the last of it.
+    // Adds a part. write: writes a piece of the part with each call; returns false after the last piece.
     void add(std::function<bool()> write) { m_parts.push_back(std::move(write)); }
 
     // Adds a part that is written with one call.
@@ -38,7 +38,7 @@ public:
         });
     }
 
-    // Writes a little more; false when that was the last of the document.
+    // Writes the next piece. Returns false after the last one.
     bool write_more()
     {
         if (m_current < m_parts.size() && !m_parts[m_current]()) {

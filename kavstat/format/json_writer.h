@@ -1,6 +1,6 @@
-// Writes JSON piece by piece, so that a document of a million connections takes no more memory than one number. Numbers
-// are written with all their digits; texts are escaped by nlohmann-json, as pure ASCII, with what is no UTF-8 replaced
-// by U+FFFD, so that neither a parser nor a terminal can stumble over them.
+// Writes JSON piece by piece, so that a document of a million connections needs no more memory than one number. Numbers
+// are written with all their digits. nlohmann-json escapes texts as pure ASCII and replaces bytes that are not UTF-8 by
+// U+FFFD, so that they are harmless to parsers and terminals.
 #pragma once
 
 #include "format/output.h"

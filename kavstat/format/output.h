@@ -1,5 +1,5 @@
-// Where a command's output goes, and the buffer in front of it, so that documents of any size are written piece by
-// piece and never held as a whole.
+// The destination of a command's output, and a buffer for it. Documents of any size are written piece by piece and
+// never held as a whole.
 #pragma once
 
 #include <charconv>
@@ -14,7 +14,7 @@ class Sink
 {
 public:
     virtual ~Sink() = default;
-    // False when the bytes could not be taken; nothing more is then offered.
+    // Returns false if the bytes could not be written; it is not called again then.
     virtual bool take(std::string_view bytes) = 0;
 };
 
@@ -49,7 +49,7 @@ private:
 class Output
 {
 public:
-    // sink: outlives this object. capacity: how much is gathered before it is handed over.
+    // sink: outlives this object. capacity: bytes that are collected before they are passed to the sink.
     explicit Output(Sink& sink, std::size_t capacity = 65536) : m_sink(sink), m_capacity(capacity)
     {
         m_buffer.reserve(capacity);
@@ -72,15 +72,15 @@ public:
         add(std::string_view(digits, static_cast<std::size_t>(end - digits)));
     }
 
-    // Hands over what has been added. False when the sink has refused anything so far.
+    // Passes the collected bytes to the sink. Returns false if the sink has refused any bytes so far.
     bool flush();
-    // Throws away what has not been handed over, and all that comes: it turned out to be untrue.
+    // Discards the collected bytes and all further ones, because they turned out to be invalid.
     void give_up()
     {
         m_b_ok = false;
         m_buffer.clear();
     }
-    // False after the sink has refused something; further output would be lost.
+    // Whether the sink has accepted everything so far; otherwise further output is lost.
     bool is_ok() const { return m_b_ok; }
 
 private:

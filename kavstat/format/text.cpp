@@ -16,7 +16,7 @@ bool is_continuation(unsigned char byte)
 
 struct character
 {
-    std::size_t length; // 0 when the bytes are no character
+    std::size_t length; // 0 when the bytes are not a character
     std::uint32_t code;
 };
 
@@ -30,7 +30,7 @@ character first_character(std::string_view text)
     }
     std::size_t length = 0;
     std::uint32_t code = 0;
-    std::uint32_t least = 0; // anything below has a shorter form, and this one is refused
+    std::uint32_t least = 0; // a lower code has a shorter encoding, so that this one is invalid
     if ((lead & 0xE0U) == 0xC0U) {
         length = 2;
         code = lead & 0x1FU;

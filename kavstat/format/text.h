@@ -1,4 +1,4 @@
-// Text that came from an image or from the far side, made fit for where it goes. An image may hold any bytes.
+// Makes text from an image or from a peer safe for its destination. An image may contain any bytes.
 #pragma once
 
 #include <cstddef>
@@ -17,14 +17,14 @@ std::string_view text_in(const char (&array)[Size])
     return all.substr(0, all.find('\0'));
 }
 
-// Valid UTF-8 without control characters: every byte that is no part of a character, every control character and every
-// character that reorders or hides others on a screen is replaced by U+FFFD.
+// Returns valid UTF-8 without control characters: every byte that is not part of a character, every control character
+// and every character that reorders or hides others on a screen is replaced by U+FFFD.
 std::string clean_text(std::string_view text);
 
-// Printable ASCII alone, one column a byte, for screens and tables; anything else is replaced by "?".
+// Returns printable ASCII only, one column per byte, for screens and tables; other bytes are replaced by "?".
 std::string plain_text(std::string_view text);
 
-// Behind a backslash where a double-quoted label value needs one.
+// Returns the text with the backslashes that a double-quoted label value needs.
 std::string escaped_label(std::string_view text);
 
 // With the letters A to Z in lower case.

@@ -30,7 +30,7 @@ std::string size_text(double bytes)
     }
     std::size_t unit = 0;
     bytes /= 1024;
-    // What would be rounded to 1000.0 takes the next unit.
+    // A value that would be rounded to 1000.0 gets the next unit.
     while (std::abs(bytes) >= 999.95 && unit + 1 < std::size(endings)) {
         bytes /= 1024;
         ++unit;

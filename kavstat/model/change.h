@@ -11,8 +11,8 @@ enum class ChangeKind
 {
     none,      // the same value
     moved,     // by `by`
-    restarted, // the engine was started in between: `by` is what a running total counted since that start
-    went_back, // a running total is lower than it was, so somebody reset it: by how much it grew is not known
+    restarted, // the engine was started in between: `by` is what a running total has counted since then
+    went_back, // a running total is lower than before, so it was reset: its growth is not known
 };
 
 struct Change
@@ -28,7 +28,7 @@ Change change_of(RE_stat_kind kind, long long before, long long after, bool b_re
 // a wrap.
 Change change_of_32(RE_stat_kind kind, std::uint32_t before, std::uint32_t after, bool b_restarted);
 
-// What a running total grew by per second, for live views: 0 where that is not known. seconds: above 0.
+// The growth of a running total per second, for live views; 0 if it is not known. seconds: above 0.
 double rate_of(const Change& change, double seconds);
 
 } // namespace kavstat

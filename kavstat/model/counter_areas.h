@@ -1,4 +1,4 @@
-// What part of the engine's work a counter belongs to, and whether it counts something that should not happen.
+// The area of the engine's work that a counter belongs to, and whether it counts something that should not happen.
 #pragma once
 
 #include "model/counter_names.h"

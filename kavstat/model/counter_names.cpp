@@ -9,7 +9,7 @@ namespace {
 
 std::string key_of(std::string_view enumerator)
 {
-    // The transport optimizer's counters keep a mark, as some have the names of the engine's.
+    // The transport optimizer's counters keep a prefix, because some have the names of the engine's.
     static constexpr struct
     {
         std::string_view prefix;

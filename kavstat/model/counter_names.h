@@ -1,5 +1,5 @@
-// The counters of RE_stat_counters.def under their keys in JSON and in tables. Keys are made from the enumerators, so
-// that they are not written down a second time. metric_names.h has the names in Prometheus.
+// The counters of RE_stat_counters.def with their keys in JSON and in tables. Keys are derived from the enumerators.
+// The names in Prometheus are in metric_names.h.
 #pragma once
 
 #include "RE_stat_counters.h"
@@ -11,7 +11,7 @@
 
 namespace kavstat {
 
-// What a counter counts for.
+// The kind of thing that a counter belongs to.
 enum class CounterScope
 {
     engine,      // RE_stat_global_id
@@ -33,7 +33,8 @@ struct NamedCounter
     bool is_total() const { return info.kind == RE_stat_kind::total; }
 };
 
-// All counters of a scope in the order of their ids; made at the first call, and there as long as the program.
+// Returns all counters of a scope in the order of their ids. They are made by the first call and live as long as the
+// program.
 const std::vector<NamedCounter>& counters_of(CounterScope scope);
 
 // "engine", "peer", "connection" or "application".

@@ -54,7 +54,7 @@ constexpr bool is_last_bucket(std::string_view labels)
     return labels.ends_with(",le=\"+Inf\"");
 }
 
-// What the table of metrics says, or null.
+// The help text in the table of metrics, or null.
 constexpr const char* help_in_table(std::string_view name)
 {
     for (const RE_stat_metric_info& metric : re_stat_metrics) {
@@ -76,7 +76,7 @@ constexpr const RE_stat_sum_info* sum_of(std::string_view histogram, std::string
     return nullptr;
 }
 
-// ---- What the compiler holds the table to.
+// ---- Rules of the table that are checked at compile time.
 
 constexpr bool is_identifier(std::string_view text)
 {
@@ -123,7 +123,7 @@ constexpr bool is_series(const RE_stat_counter_info& counter)
     return metric.size() == name.size() || are_labels(labels);
 }
 
-// What a name in this unit ends in; nothing for things that are counted.
+// The ending of a name in this unit; empty for counts.
 constexpr std::string_view unit_ending_of(RE_stat_unit unit)
 {
     switch (unit) {
@@ -177,7 +177,7 @@ constexpr bool is_named_by_the_book(const RE_stat_counter_info& counter)
            unit_ending_in(without_ending(name, total_ending)) == unit_ending_of(counter.unit);
 }
 
-// The counters of a metric with labels have several meanings, and it needs one of its own.
+// The counters of a metric with labels have several meanings, so the metric needs its own help text.
 constexpr bool has_help(const RE_stat_counter_info& counter)
 {
     return !contains(counter.metric, "=") || help_in_table(metric_name_of(counter)) != nullptr;
@@ -212,7 +212,7 @@ MetricType type_of(const RE_stat_counter_info& counter)
     return counter.kind == RE_stat_kind::total ? MetricType::counter : MetricType::gauge;
 }
 
-// A histogram's is that of its sum.
+// The unit of a histogram is that of its sum.
 RE_stat_unit unit_of(const RE_stat_counter_info& counter)
 {
     if (!is_bucket(counter)) {

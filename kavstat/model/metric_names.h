@@ -1,5 +1,5 @@
-// The counters of RE_stat_counters.def as metrics of Prometheus. The table holds each counter's name and labels as they
-// are written; here they get the prefix of what is counted for, and those of one name become one metric.
+// The counters of RE_stat_counters.def as metrics of Prometheus. The table contains the name and the labels of each
+// counter. Here the names get the prefix of their scope, and counters with one name become one metric.
 #pragma once
 
 #include "model/counter_names.h"
@@ -21,12 +21,12 @@ enum class MetricType
 // "counter", "gauge" or "histogram".
 const char* word_of(MetricType type);
 
-// What a line of a metric shows.
+// The value of a series.
 enum class SeriesValue
 {
     counter, // the counter's value
     bucket,  // the sum of this counter and those of the buckets before it
-    sum,     // the counter's value: what the observations of the buckets before it add up to
+    sum,     // the counter's value: the sum of the observations in the buckets before it
     count,   // the sum of the buckets before it
 };
 
@@ -48,8 +48,8 @@ struct Metric
     std::vector<MetricSeries> series;
 };
 
-// The metrics of a scope, in the order of their first counters; made at the first call, and there as long as the
-// program.
+// Returns the metrics of a scope, in the order of their first counters. They are made by the first call and live as
+// long as the program.
 const std::vector<Metric>& metrics_of(CounterScope scope);
 
 // The prefixes of a scope's metrics. Connections have two: for all connections, and for those of a peer.
@@ -73,7 +73,7 @@ CounterMetric metric_of(CounterScope scope, int id);
 // range selects all its members.
 std::vector<std::string> selectors_of(CounterScope scope, const NamedCounter& counter);
 
-// How a counter's unit becomes the base unit of its metric: value * factor / 10^decimals.
+// Converts a counter's unit to the base unit of its metric: value * factor / 10^decimals.
 struct BaseUnit
 {
     long long factor = 1;

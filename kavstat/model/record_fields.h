@@ -25,15 +25,15 @@ struct Port
     std::uint64_t number;
 };
 
-// A code by its word; see model/words.h.
+// A code with its word; see model/words.h.
 struct Word
 {
     std::span<const char* const> words;
     long long code;
-    bool b_closed = false; // no other codes are there, otherwise their word is "unknown"
+    bool b_closed = false; // other codes do not exist; otherwise their word is "unknown"
 };
 
-// What a field holds. The alternative says what the field's values look like. Texts live as long as their record.
+// The value of a field. The alternative determines its form in documents. Texts live as long as their record.
 using FieldValue =
     std::variant<bool, long long, std::uint64_t, Port, IpAddress, RE_mac_id, RE_kav_peer_id, Word, std::string_view>;
 

@@ -33,8 +33,8 @@ bool read_peer(RE_stat_reader& reader, int slot, SnapshotPeer& peer)
     return true;
 }
 
-// A slot that changes hands while it is read is read once more; an engine in which that goes on has nobody there whom
-// a report could miss.
+// A slot whose tenant changes while it is read is read again once. If it changes again, the report can do without that
+// tenant.
 constexpr int tries = 3;
 
 } // namespace
@@ -64,7 +64,7 @@ Snapshot take_snapshot(RE_image_reader& reader, std::time_t now)
         }
     }
 
-    // Applications know nothing of their peer but its identity.
+    // An application stores only the identity of its peer.
     std::map<std::array<unsigned char, sizeof(RE_kav_peer_id)>, int> numbers;
     for (const SnapshotPeer& known : snapshot.peers) {
         numbers.emplace(std::to_array(known.header.m_kav_peer_id.m_data), known.number);

@@ -1,5 +1,5 @@
-// What a reader's statistics were at one moment, as plain values: what JSON, metrics, differences and the live view are
-// made from. Connections, of which an engine may have a million, are gone through one by one instead of being kept.
+// The statistics of a reader at one moment, as plain values. JSON, metrics, differences and the live view are made from
+// them. An engine may have a million connections, so they are read one by one and not kept.
 #pragma once
 
 #include "RE_image_reader.h"
@@ -51,7 +51,7 @@ struct SnapshotConn
 struct Snapshot
 {
     std::time_t engine_start_time = 0; // seconds since the epoch
-    std::time_t capture_time = 0;      // when these figures were true
+    std::time_t capture_time = 0;      // when the figures were read, or saved
     int active_connections = 0;
     EngineFigures engine{};
     ConnectionFigures connections{}; // sums over all connections
@@ -62,14 +62,14 @@ struct Snapshot
 // Reads everything but connections. reader: open. now: the capture time of live statistics.
 Snapshot take_snapshot(RE_image_reader& reader, std::time_t now);
 
-// The used entries of the auto-bypass table. Empty optional without a table.
+// Returns the used entries of the auto-bypass table, or nothing without a table.
 std::optional<std::vector<RE_bypass_entry>> read_bypass(RE_image_reader& reader);
 
 // An application's name in tables: "80", "80-source" for the client's port, "80-handle5" when the engine's policy gave
 // it names.
 std::string application_label(const RE_stat_app_header& header);
 
-// Reads one connection. False when the slot is empty, or was reused during the call.
+// Reads one connection. Returns false when the slot is empty, or was reused during the call.
 bool read_connection(RE_stat_reader& reader, int slot, SnapshotConn& conn);
 
 } // namespace kavstat

@@ -1,4 +1,4 @@
-// Where a command's statistics come from: the running engine, or a saved file.
+// The source of a command's statistics: the running engine, or a saved file.
 #pragma once
 
 #include "RE_image_reader.h"
@@ -19,15 +19,15 @@ public:
     // The file's name, or "the running engine".
     std::string name() const;
 
-    // Opens the statistics, anew if need be: a running engine is then found under its name again, so that one that was
-    // restarted meanwhile is followed. Returns 0 or an RE_stat_error.
+    // Opens the statistics, or opens them again. The running engine is looked up by its name each time, so that a
+    // restarted one is found. Returns 0 or an RE_stat_error.
     int open();
     void close() { m_reader->close(); }
     // Why open() failed, for the operator: "no engine is running".
     static std::string reason_of(int error);
 
     RE_image_reader& reader() { return *m_reader; }
-    // Whether both are open on the segment of one engine: not of one that was restarted in between.
+    // Whether both are open on the same segment. An engine that was restarted in between has another one.
     bool is_same_engine(const Source& other) const;
 
 private:
