@@ -28,7 +28,7 @@ bool compares(Comparison comparison, double value, double limit)
     return value != limit;
 }
 
-// The things of now with what they were before, null for those that are new. Both in ascending order of slots.
+// Finds the earlier record of each thing, null for those that are new. Both lists are in ascending order of slots.
 template <typename Thing, typename Same>
 std::vector<const Thing*> earlier_of(const std::vector<Thing>* before, const std::vector<Thing>& now, const Same& same)
 {
@@ -57,8 +57,8 @@ struct Subject
     const SnapshotApp* app_before = nullptr;
 };
 
-// The subjects of a rule with the largest values. Others are only counted. (Only rules of the engine, which is one
-// subject, look for small values.)
+// The subjects of a rule that have the largest values. Others are only counted. Rules with a lower limit have the scope
+// engine, which is a single subject.
 class WorstOf
 {
 public:
@@ -66,7 +66,7 @@ public:
     {
         double value = 0;
         std::size_t index = 0;
-        bool b_held = false; // at the moment before as well
+        bool b_held = false; // the condition also held at the moment before
     };
 
     void add(const Entry& entry)
@@ -77,7 +77,7 @@ public:
             shorten();
         }
     }
-    // The worst first; of equal ones the first.
+    // Returns the worst first; equal ones in the order of their indexes.
     const std::vector<Entry>& sorted()
     {
         shorten();
@@ -164,7 +164,7 @@ private:
         }
     }
 
-    // subject_at: of an index below `subjects`.
+    // subject_at: returns the subject with an index below `subjects`.
     template <typename SubjectAt>
     void judge(const RuleSetting& setting, std::size_t subjects, const SubjectAt& subject_at)
     {
@@ -184,7 +184,7 @@ private:
         if (!value) {
             return;
         }
-        // Another life of the engine says nothing about the present one.
+        // The time before a restart says nothing about the present engine.
         const bool b_knows_before = m_before != nullptr && !m_b_restarted;
         const bool b_held = b_knows_before && holds(setting, subject, Moment::before);
         if (setting.rule->hold == 0 || !b_knows_before || b_held) {
@@ -210,7 +210,7 @@ private:
         return found;
     }
 
-    // To the last finding.
+    // Sets the number in the last finding.
     void add_others(std::size_t others)
     {
         if (others > 0) {
@@ -263,7 +263,7 @@ private:
         return b_held ? Since{Since::Kind::at_least, m_seconds, 0} : Since{};
     }
 
-    // The value that is shown, when the rule's condition holds. What happened between the two moments counts for both.
+    // Returns the value that is shown if the condition holds. The growth between the two moments counts for both.
     std::optional<double> holds(const RuleSetting& setting, const Subject& subject, Moment moment) const
     {
         const Rule& rule = *setting.rule;
@@ -283,7 +283,7 @@ private:
         return value;
     }
 
-    // Nothing when it is not known, or says nothing.
+    // Returns an empty value if it is unknown, or too little was counted.
     std::optional<double> value_of(const Term& term, const Subject& subject, Moment moment) const
     {
         switch (term.kind) {
@@ -315,7 +315,7 @@ private:
         return std::nullopt;
     }
 
-    // Seconds since the moment, which none is in the future.
+    // Returns the seconds since the time; empty if it is in the future.
     std::optional<double> age_of(const Sum& moment_figure, const Subject& subject, Moment moment) const
     {
         const auto since = level_of(moment_figure, subject, moment);
@@ -326,7 +326,7 @@ private:
         return age >= 0 ? std::optional(age) : std::nullopt;
     }
 
-    // What is saved now as a share of what was saved before, as far back as the counters go.
+    // Returns the savings between the two moments divided by the savings since the start of the counters.
     std::optional<double> savings_of(const Term& term, const Subject& subject) const
     {
         if (m_b_restarted) {
@@ -336,14 +336,14 @@ private:
         const auto in = growth_of(term.whole, subject);
         const auto out_before = level_of(term.part, subject, Moment::before);
         const auto in_before = level_of(term.whole, subject, Moment::before);
-        // Too short to compare with.
+        // The time before must be long enough for a comparison.
         if (!out || !in || !out_before || !in_before || *in <= 0 || *in < term.least_whole || *in_before < 10 * *in) {
             return std::nullopt;
         }
         double saved = saved_of({*in, *out});
         const double saved_before = 1 - *out_before / *in_before;
         if (m_seconds < term.least_seconds && saved < saved_before) {
-            // One application's large files that do not compress are not a drop of savings in a few seconds.
+            // In a few seconds, a large file that does not compress can be most of the traffic of one application.
             const Traffic others = traffic_without_largest_application();
             if (others.in <= 0 || others.in < term.least_whole) {
                 return std::nullopt;
@@ -362,7 +362,7 @@ private:
 
     static double saved_of(const Traffic& traffic) { return std::max(1 - traffic.out / traffic.in, 0.0); }
 
-    // Of all applications but the one with the most traffic over all peers.
+    // Returns the traffic of all applications except the largest, each summed over all peers.
     Traffic traffic_without_largest_application() const
     {
         constexpr double kilobyte = 1024;
@@ -406,7 +406,7 @@ private:
         return total;
     }
 
-    // Nothing when a counter was reset in between, or the subject is new.
+    // Returns an empty value if a counter was reset in between, or if the subject is new.
     std::optional<double> growth_of(const Sum& sum, const Subject& subject) const
     {
         double total = 0;
@@ -480,13 +480,13 @@ private:
             return snapshot.active_connections;
         case Figure::Kind::engine_start_time:
             return snapshot.engine_start_time;
-        // The table is read once, now.
+        // The auto-bypass table is read only once.
         case Figure::Kind::bypass_servers:
             return m_moments.extras.bypass_servers;
         case Figure::Kind::bypass_servers_with_nacks:
             return m_moments.extras.bypass_servers_with_nacks;
         default:
-            return 0; // no rule of the engine has figures of a peer or an application
+            return 0; // rules of the engine have no figures of peers or applications
         }
     }
 
@@ -496,7 +496,7 @@ private:
     const Snapshot& m_now;
     bool m_b_restarted = false;
     double m_seconds = 0;
-    std::vector<const SnapshotPeer*> m_peers_before; // by the index of now
+    std::vector<const SnapshotPeer*> m_peers_before; // by the index in m_now.peers
     std::vector<const SnapshotApp*> m_apps_before;
     std::vector<Finding> m_findings;
 };
@@ -692,7 +692,7 @@ std::vector<Finding> findings(const RuleSet& rules, const HealthMoments& moments
     return found;
 }
 
-// Rates are taken over one to two times as long, and connections are looked at as often.
+// Rates are computed over one to two times this time, and connections are read this often.
 constexpr std::chrono::seconds moments_apart(5);
 
 const std::vector<Finding>& HealthWatch::update(RE_image_reader& reader, const Snapshot& now, clock::time_point at)

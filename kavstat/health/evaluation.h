@@ -1,4 +1,4 @@
-// What is wrong with an engine, by the table of rules: over two moments, or over and over in a live view.
+// Evaluates the table of rules: once for two moments, or repeatedly for a live view.
 #pragma once
 
 #include "health/rules.h"
@@ -76,12 +76,12 @@ private:
     std::optional<clock::time_point> m_at;
 };
 
-// What rules look at beside the snapshot.
+// Input of rules in addition to the snapshot.
 struct HealthExtras
 {
     int bypass_servers = 0;
     int bypass_servers_with_nacks = 0;
-    const PendingConnections* pending = nullptr; // none are judged without it
+    const PendingConnections* pending = nullptr; // without it, connections are not evaluated
 };
 // Reads the auto-bypass table.
 HealthExtras read_extras(RE_image_reader& reader, const PendingConnections* pending);
@@ -89,27 +89,27 @@ HealthExtras read_extras(RE_image_reader& reader, const PendingConnections* pend
 // Two moments of one engine.
 struct HealthMoments
 {
-    const Snapshot* before = nullptr; // rules that need two moments are not judged without it
+    const Snapshot* before = nullptr; // without it, rules that need two moments are not evaluated
     const Snapshot* now = nullptr;    // null: no engine
     double seconds = 0;               // between the two
     HealthExtras extras;              // of now
 };
 
-// Since when it has been so, as far as is known.
+// Since when a condition has held, as far as is known.
 struct Since
 {
     enum class Kind
     {
-        moment,   // now is all that is known
-        at_least, // for at least so many seconds
-        interval, // it is what happened in so many seconds
-        time,     // since that time exactly
+        moment,   // only the present moment is known
+        at_least, // for at least `seconds`
+        interval, // it happened during the last `seconds`
+        time,     // exactly since `time`
     };
     Kind kind = Kind::moment;
     double seconds = 0;
     std::time_t time = 0; // seconds since the epoch
 };
-// "since 2023-11-14 22:13:20", "for at least 2 s", "in the last 2 s", or nothing.
+// Returns "since 2023-11-14 22:13:20", "for at least 2 s", "in the last 2 s", or an empty text.
 std::string text_of(const Since& since);
 
 struct Finding
@@ -119,34 +119,34 @@ struct Finding
     double value = 0;     // in base units
     double threshold = 0; // in base units
     Since since;
-    // Who it is about; as far as the scope has it.
+    // The subject, as far as the scope has these members.
     int peer_slot = -1;
     int peer_number = -1;
-    std::string host_name;   // the peer's, as it sent it: any bytes
+    std::string host_name;   // as the peer sent it: any bytes
     std::string kav_peer_id; // of a peer or of an application's peer
-    std::string application; // application_label() of it
+    std::string application; // its application_label()
     PendingConnection connection;
     // Set in the last finding of a rule: how many more are left out, none of them worse.
     std::size_t others = 0;
 
-    // "peer 3 branch-3.example.net", printable ASCII alone.
+    // Returns "peer 3 branch-3.example.net", in printable ASCII characters.
     std::string subject() const;
-    // "messages nacked 1.20% (limit 0.10%)"
+    // Returns "messages nacked 1.20% (at most 0.10%)".
     std::string figure_text() const;
 };
 
-// What is wrong: critical first, then in the table's order, then the worst first.
+// Returns the findings: critical ones first, then in the order of the table, then the worst first.
 std::vector<Finding> findings(const RuleSet& rules, const HealthMoments& moments);
 
-// Evaluates again and again, for live views: rates are taken over some seconds however often it is looked, and since
-// when something is wrong is remembered.
+// Evaluates the rules repeatedly, for live views. Rates are computed over some seconds, however short the interval is.
+// Remembers since when each finding has been there.
 class HealthWatch
 {
 public:
     using clock = std::chrono::steady_clock;
     explicit HealthWatch(RuleSet rules = {}) : m_rules(std::move(rules)) {}
 
-    // Takes the statistics of now. reader: open, what the snapshot was taken from.
+    // Evaluates the current statistics. reader: open; the snapshot was taken from it.
     const std::vector<Finding>& update(RE_image_reader& reader, const Snapshot& now, clock::time_point at);
     // No engine is running.
     const std::vector<Finding>& lose(clock::time_point at);

@@ -8,7 +8,7 @@ namespace kavstat {
 
 namespace {
 
-// Of one rule; a peer that is gone can leave thousands of connections stuck.
+// Per rule. A lost peer can leave thousands of connections stuck.
 constexpr int most_findings_shown = 10;
 constexpr std::size_t most_findings_in_status_line = 3;
 
@@ -17,7 +17,7 @@ const char* upper_word(Severity severity)
     return severity == Severity::critical ? "CRITICAL" : "WARNING";
 }
 
-// To monitors a bar begins figures of their own.
+// For monitors, a bar starts the performance data.
 std::string one_line(const std::string& text)
 {
     std::string line = plain_text(text);
@@ -166,7 +166,7 @@ void write_health_text(const HealthReport& report, bool b_all, Output& output)
         }
         ++shown;
         add_line(output, status_line_of(finding));
-        // Once is enough for what stands below each other.
+        // The findings of a rule share one text.
         if (shown == 1) {
             add_line(output, std::string("    ") + finding.rule->meaning + " " + finding.rule->remedy);
         }

@@ -53,7 +53,7 @@ ordered_json one_of(std::initializer_list<const char*> words, const char* descri
     return {{"enum", ordered_json(words)}, {"description", description}};
 }
 
-// An object with just these members, all of them there.
+// An object with exactly these members.
 ordered_json object(const ordered_json& members, const char* description)
 {
     ordered_json required = ordered_json::array();

@@ -18,7 +18,7 @@ constexpr double hour = 60 * minute;
 constexpr double kilobyte = 1024;
 constexpr double megabyte = 1024 * kilobyte;
 
-// Divided, so that they are what the decimal number is in a program.
+// Dividing gives exactly the value of a literal such as 0.01.
 constexpr double milliseconds(double value)
 {
     return value / 1000;
@@ -29,7 +29,7 @@ constexpr double percent(double value)
     return value / 100;
 }
 
-// What 1 of the unit is in its base unit.
+// Returns the value of 1 of the unit in its base unit.
 constexpr double in_base_units(RE_stat_unit unit)
 {
     const BaseUnit base = base_unit_of(unit);
@@ -119,13 +119,13 @@ consteval Term cache_state(Comparison comparison, RE_CACHE_INIT_STATE state)
     return level(engine(RE_STAT_GLOBAL_ID_CACHE_STATE), comparison, state);
 }
 
-// Messages that went around redundancy elimination for a cause, as a share of all that were encoded.
+// The share of encoded messages that bypassed redundancy elimination for a cause.
 consteval Term bypassed(RE_stat_conn_id cause)
 {
     return share(connections(cause), connections(RE_STAT_CONN_ID_ENCODE_NUM_MSGS), percent(5), 5, 20);
 }
 
-// The same for a cause that should never be.
+// The same for a cause that should never occur.
 consteval Term ever_bypassed(RE_stat_conn_id cause)
 {
     return share(connections(cause), connections(RE_STAT_CONN_ID_ENCODE_NUM_MSGS), 0, 1, 1);
@@ -134,7 +134,7 @@ consteval Term ever_bypassed(RE_stat_conn_id cause)
 constexpr Term cache_is_full = ratio(engine(RE_STAT_GLOBAL_ID_USED_CACHE_SIZE),
                                      engine(RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE), Comparison::at_least, percent(95));
 
-// Loading a cache may take that long after the engine's start.
+// The longest time that loading a cache should take.
 constexpr double longest_initialization = 15 * minute;
 
 constexpr Rule rules[] = {
@@ -283,7 +283,7 @@ constexpr Rule rules[] = {
      .scope = RuleScope::engine,
      .severity = Severity::warning,
      .term = level(engine(RE_STAT_GLOBAL_ID_LOWMEM_LOWEST_RESERVE), Comparison::below, 64 * megabyte),
-     // 0 without any error is the figure of an engine that does not measure it.
+     // 0 without any error means that the engine does not measure it.
      .also = {level(Sum(engine(RE_STAT_GLOBAL_ID_LOWMEM_LOWEST_RESERVE)) + engine(RE_STAT_GLOBAL_ID_LOWMEM_OPEN_ERROR) +
                         engine(RE_STAT_GLOBAL_ID_LOWMEM_DECODE_ERROR) + engine(RE_STAT_GLOBAL_ID_LOWMEM_MALLOC_ERROR),
                     Comparison::above, 0)},
@@ -590,7 +590,7 @@ constexpr Rule rules[] = {
               .limit = percent(25),
               .least_part = percent(20),
               .least_whole = megabyte,
-              .least_seconds = minute}, // a large file that does not compress takes some seconds
+              .least_seconds = minute}, // see Term
      .form = Form::percent,
      .hold = 300,
      .figure = "savings, as a share of what they were before",

@@ -1,4 +1,4 @@
-// The table of rules, and what it says about two moments.
+// The table of rules and its evaluation.
 #include "format/units.h"
 #include "health_edges.h"
 #include "kavstat_fixture.h"
@@ -61,7 +61,7 @@ TEST_F(health, has_rules_that_make_sense)
         EXPECT_GE(rule.hold, 0) << rule.name;
         // Of many subjects, those with the largest values are named.
         EXPECT_TRUE(rule.scope == RuleScope::engine || rule.term.comparison != Comparison::below) << rule.name;
-        // A rule of the engine knows no peer, and only applications have their counters.
+        // Rules of the engine cannot use counters of peers or applications.
         std::vector<Term> terms = {rule.term};
         for (const std::optional<Term>& term : rule.also) {
             terms.insert(terms.end(), term.value_or(Term{}));
@@ -204,7 +204,7 @@ TEST_F(health, finds_each_peer_by_its_slot)
     other.number = 6;
     moments.before.peers.push_back(other);
     other.figures[RE_STAT_PEER_ID_NUM_CTX_OUT_OF_SYNC] = 1;
-    moments.now.peers = {other}; // the first one is gone
+    moments.now.peers = {other}; // the first one no longer exists
     const std::vector<Finding> found = moments.findings();
     ASSERT_EQ(found.size(), 1U);
     EXPECT_EQ(found[0].peer_number, 6);
@@ -580,7 +580,7 @@ TEST_F(health_of_connections, are_not_looked_at_while_nothing_is_pending)
     EXPECT_EQ(m_pending.size(), 0U);
 }
 
-// ---- Over and over, in a live view.
+// ---- Repeated evaluation in a live view.
 
 class health_watch : public kavstat_test
 {
@@ -627,7 +627,7 @@ TEST_F(health_watch, takes_rates_over_some_seconds)
     engine.add_global(RE_STAT_GLOBAL_ID_LOWMEM_OPEN_ERROR, 10);
     ASSERT_EQ(look(21).size(), 1U);
     EXPECT_GE(m_watch.findings()[0].value, 1.0); // ten of them in ten seconds or less
-    // One error is news for some seconds, and then it is not.
+    // One error is a finding for some seconds.
     int second = 22;
     while (second < 60 && !look(second).empty()) {
         ++second;

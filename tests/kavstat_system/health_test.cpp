@@ -4,6 +4,7 @@
 #include "prometheus.h"
 #include "support/contains.h"
 #include "support/demo_engine.h"
+#include "support/ill_engines.h"
 
 #include <csignal>
 #include <regex>
@@ -171,80 +172,16 @@ TEST_F(health_command, prints_rules_that_keep_to_a_file)
     EXPECT_EQ(wrong.err, "kavstat: " + path("rules.toml") + ":3: a threshold is a number\n");
 }
 
-// ---- Demo engines that are made ill, before a real Prometheus.
+// ---- Demo engines with illnesses, monitored by a real Prometheus.
 
 namespace {
-
-// An engine that is ill for a while, and the rules that it breaks.
-struct ill_engine
-{
-    const char* illnesses;
-    std::set<std::string> rules;
-    std::set<std::string> side_effects = {}; // may be broken as well
-    // Broken as well; kavstat health would have to look for a minute.
-    std::set<std::string> alerts = {};
-    std::vector<std::string> arguments = {"--peers", "1"};
-};
-
-const std::vector<ill_engine> ill_engines = {
-    {"", {}},
-    {"low-memory,peer-outdated,peer-low-buffer,peer-disconnected,peer-degraded-sigblock,peer-degraded-dataunit,"
-     "wait-queue,bypass-nacks,bypass-table-full,app-table-full",
-     {"low_memory_errors", "plz_turned_off", "memory_reserve_low", "peer_outdated", "peer_low_on_buffers",
-      "peer_disconnected", "peers_degraded_signatures", "peers_degraded_data", "peer_degraded_signatures",
-      "peer_degraded_data", "wait_queue_stays", "bypass_servers_after_nacks", "bypass_table_nearly_full",
-      "application_table_full"},
-     {},
-     {},
-     {"--peers", "2"}},
-    // What the connection should have brought is missing in the peer's cache.
-    {"conn-stuck", {"connection_stuck"}, {"nacks_frequent", "retransmissions_frequent"}},
-    {"cache-unusable", {"cache_not_usable"}, {"bypass_peer_cache_not_ready", "nacks_frequent"}},
-    {"cache-failed", {"cache_temporarily_failed"}, {"bypass_peer_cache_not_ready", "nacks_frequent"}},
-    {"cache-lost", {"cache_failed"}, {"bypass_peer_cache_not_ready", "nacks_frequent"}},
-    {"cache-initialising", {"cache_initializing_long"}, {"bypass_peer_cache_not_ready", "nacks_frequent"}},
-    {"index-full",
-     {"index_table_full", "index_table_nearly_full"},
-     {"savings_dropped", "nacks_frequent", "retransmissions_frequent"}},
-    {"cache-small",
-     {"cache_too_small_for_encoding", "cache_too_small_for_decoding"},
-     {"savings_dropped", "nacks_frequent", "retransmissions_frequent"}},
-    {"slow-disk", {"cache_reads_slow", "disk_reads_slow"}},
-    {"slow-encode", {"encoding_slow"}},
-    {"slow-decode", {"decoding_slow"}},
-    {"bypass",
-     {"bypass_low_memory", "bypass_disk_error", "bypass_disk_overloaded", "bypass_cache_not_ready",
-      "bypass_out_of_sync", "bypass_peer_not_compatible", "bypass_ack_queue", "bypass_peer_waits",
-      "bypass_peer_disk_overloaded", "bypass_peer_disk_error", "bypass_peer_cache_not_ready",
-      "bypass_peer_info_incorrect"},
-     {"savings_dropped"}},
-    // Little traffic, of which much is saved soon, and none of it ever goes around.
-    {"incompressible",
-     {},
-     {"application_grows", "cache_too_small_for_encoding", "cache_too_small_for_decoding"},
-     {"savings_dropped"},
-     {"--peers", "1", "--bypass-threshold-mb", "1024", KAV_DOCS}},
-    // What encoding adds to a message is much for small ones.
-    {"incompressible",
-     {"application_grows"},
-     {"savings_dropped", "cache_too_small_for_encoding", "cache_too_small_for_decoding"},
-     {},
-     {"--peers", "1", "--bypass-threshold-mb", "1024", "--message-size", "12", KAV_DOCS}},
-    {"nacks", {"nacks_frequent"}},
-    {"retransmissions", {"retransmissions_frequent"}},
-    {"peer-out-of-sync", {"peer_out_of_sync", "retransmissions_frequent", "bypass_peer_cache_not_ready"}},
-    {"ack-queue", {"ack_queue_stops_connections", "peer_not_acknowledging"}},
-    // Hardly any message is acknowledged that did not go around, so some seconds may pass without one.
-    {"auto-bypass", {"bypass_low_compression"}, {"peer_not_acknowledging"}},
-    {"peer-far", {"peer_slow"}},
-};
 
 using rules_by_engine = std::map<std::size_t, std::set<std::string>>;
 
 class ill : public health_command
 {
 protected:
-    // For each condition that the test waits for. A loaded machine needs long.
+    // The longest time to wait for a condition. A loaded machine may need it.
     static constexpr std::chrono::seconds patience{150};
 
     std::string segment_of(std::size_t engine) const { return segment() + "_" + std::to_string(engine); }
@@ -254,18 +191,7 @@ protected:
         surroundings.environment = {{"KAV_STAT_SEGMENT", segment_of(engine)}};
         return surroundings;
     }
-    static std::vector<std::string> arguments_of(const ill_engine& engine)
-    {
-        std::vector<std::string> arguments = {"--rate", "2", "--bypass-retry", "1"};
-        std::istringstream names(engine.illnesses);
-        for (std::string name; std::getline(names, name, ',');) {
-            arguments.insert(arguments.end(), {"--ill", name + "@signal"});
-        }
-        arguments.insert(arguments.end(), engine.arguments.begin(), engine.arguments.end());
-        return arguments;
-    }
-
-    // The other programs on the machine, nearly forty of this test alone, may slow an engine down.
+    // Other programs, more than forty of this test alone, may slow down an engine.
     static bool is_of_load(const std::string& rule)
     {
         return rule == "peer_slow" || rule == "encoding_slow" || rule == "decoding_slow";
@@ -276,7 +202,7 @@ protected:
                is_of_load(rule);
     }
 
-    // Rules that are broken, by the engine's number, as Prometheus sees it: now, or at some time in the range.
+    // Returns the rules with a firing alert by number of the engine: now, or at some time in the range.
     rules_by_engine firing(const prometheus& store, const std::string& range = {}) const
     {
         const std::string alerts = "ALERTS{alertstate=\"firing\"}" + range;
@@ -335,7 +261,7 @@ TEST(illnesses, trigger_every_rule)
 {
     // These need an engine that is stopped or started.
     std::set<std::string> triggered = {"no_engine", "engine_restarted"};
-    for (const ill_engine& engine : ill_engines) {
+    for (const ill_engine& engine : ill_engines()) {
         triggered.insert(engine.rules.begin(), engine.rules.end());
         triggered.insert(engine.alerts.begin(), engine.alerts.end());
     }
@@ -346,7 +272,7 @@ TEST(illnesses, trigger_every_rule)
 
 TEST_F(ill, alone_engines_break_their_rules_and_heal)
 {
-    // Waiting takes too long for a test, and other programs on the machine may be busy.
+    // Shorter times for the test, and tolerance for a loaded machine.
     const std::map<std::string, std::string> changes = {
         {"cache_initializing_long", "threshold = 1\n"}, {"encoding_slow", "threshold = 0.03\n"},
         {"decoding_slow", "threshold = 0.03\n"},        {"peer_slow", "threshold = 0.4\n"},
@@ -354,7 +280,7 @@ TEST_F(ill, alone_engines_break_their_rules_and_heal)
     };
     std::string text = "window = 6\n";
     for (const Rule& rule : all_rules()) {
-        // Prometheus can compare with savings of the past only for a moment, as the past is so short.
+        // The past is short, so Prometheus can compare savings only for a moment.
         const bool b_at_once = rule.term.kind == Term::Kind::savings;
         text += std::string("[") + rule.name + "]\nfor = " + (b_at_once ? "0" : "2") + "\n";
         text += changes.contains(rule.name) ? changes.at(rule.name) : "";
@@ -365,7 +291,7 @@ TEST_F(ill, alone_engines_break_their_rules_and_heal)
 
     std::vector<std::size_t> all;
     std::vector<std::unique_ptr<kavstat_server>> servers;
-    for (std::size_t at = 0; at < ill_engines.size(); ++at) {
+    for (std::size_t at = 0; at < ill_engines().size(); ++at) {
         all.push_back(at);
         servers.push_back(std::make_unique<kavstat_server>(surroundings_of(at)));
         m_ports.push_back(servers.back()->port());
@@ -378,7 +304,8 @@ TEST_F(ill, alone_engines_break_their_rules_and_heal)
     };
     const auto expect_in_each = [&](const rules_by_engine& found, const std::string& rule) {
         for (const std::size_t at : all) {
-            EXPECT_TRUE(found.contains(at) && found.at(at).contains(rule)) << ill_engines[at].illnesses << ": " << rule;
+            EXPECT_TRUE(found.contains(at) && found.at(at).contains(rule))
+                << ill_engines()[at].illnesses << ": " << rule;
         }
     };
 
@@ -388,10 +315,10 @@ TEST_F(ill, alone_engines_break_their_rules_and_heal)
     add_named(named, {0}, rules);
     EXPECT_EQ(named[0], std::set<std::string>{"no_engine"});
 
-    // After their start, and when it is some time ago.
+    // After their start, and some time later.
     std::vector<std::unique_ptr<demo_engine>> engines;
     for (const std::size_t at : all) {
-        engines.push_back(std::make_unique<demo_engine>(arguments_of(ill_engines[at]), segment_of(at)));
+        engines.push_back(std::make_unique<demo_engine>(arguments_of(ill_engines()[at]), segment_of(at)));
     }
     for (const auto& engine : engines) {
         ASSERT_TRUE(engine->says("ready"));
@@ -399,7 +326,7 @@ TEST_F(ill, alone_engines_break_their_rules_and_heal)
     named.clear();
     add_named(named, {0}, rules);
     EXPECT_TRUE(named[0].contains("engine_restarted"));
-    // A loaded machine is not an illness.
+    // Load can raise alerts, too.
     const auto is_well = [&] {
         const rules_by_engine now = firing(store);
         return std::all_of(now.begin(), now.end(), [](const auto& engine) {
@@ -422,14 +349,14 @@ TEST_F(ill, alone_engines_break_their_rules_and_heal)
         };
         std::vector<std::size_t> not_named;
         std::copy_if(all.begin(), all.end(), std::back_inserter(not_named),
-                     [&](std::size_t at) { return !named.contains(at) || lacks(named, at, ill_engines[at].rules); });
+                     [&](std::size_t at) { return !named.contains(at) || lacks(named, at, ill_engines()[at].rules); });
         add_named(named, not_named, rules);
         for (const std::size_t at : all) {
             named.try_emplace(at);
         }
         fired = firing(store, "[30m]");
         return std::none_of(all.begin(), all.end(), [&](std::size_t at) {
-            const ill_engine& engine = ill_engines[at];
+            const ill_engine& engine = ill_engines()[at];
             return lacks(named, at, engine.rules) || lacks(fired, at, engine.rules) || lacks(fired, at, engine.alerts);
         });
     }));
@@ -443,7 +370,7 @@ TEST_F(ill, alone_engines_break_their_rules_and_heal)
     expect_in_each(fired, "no_engine");
     expect_in_each(fired, "engine_restarted");
     for (const std::size_t at : all) {
-        const ill_engine& engine = ill_engines[at];
+        const ill_engine& engine = ill_engines()[at];
         for (const std::string& rule : engine.rules) {
             EXPECT_TRUE(named[at].contains(rule)) << engine.illnesses << ": health does not name " << rule;
             EXPECT_TRUE(fired[at].contains(rule)) << engine.illnesses << ": no alert " << rule;

@@ -1,4 +1,4 @@
-// The first page: what is wrong and what to do about it, and the figures that say how the engine does.
+// The overview page: the findings with their remedies, and the main figures of the engine.
 #include "format/units.h"
 #include "watch/figures.h"
 #include "watch/pages/pages.h"
@@ -29,13 +29,13 @@ private:
     std::string m_name = "overview";
     WatchNeeds m_needs;
     std::size_t m_place = 0; // of the selected finding
-    // Which one that is, by its rule and what it is about, once somebody has selected one.
+    // The rule and subject of the selected finding, if the user has selected one.
     std::optional<std::pair<const Rule*, std::string>> m_finding;
-    bool m_b_moved = false; // since the lines were last made
+    bool m_b_moved = false; // by a key, since the lines were last made
     WatchSubject m_selected;
 };
 
-// Also of those that are left out.
+// Includes the findings that are left out.
 std::size_t count_of(const std::vector<Finding>& findings)
 {
     std::size_t count = findings.size();
@@ -50,8 +50,8 @@ WatchLine healthy_line(const WatchModel& model)
     return {"Healthy: none of " + std::to_string(model.rules_applied()) + " rules found anything wrong"};
 }
 
-// The findings around the selected one, and what that one means and asks for. A fifth of the screen is theirs, and as
-// much for the texts: figures matter as well.
+// Returns the findings around the selected one, and the meaning and remedy of that one. Findings and texts use at most
+// a fifth of the screen each.
 std::vector<WatchLine> OverviewPage::health_lines(const WatchModel& model, const WatchFrame& frame)
 {
     const std::vector<Finding>& findings = model.findings();
@@ -100,7 +100,7 @@ std::vector<WatchLine> OverviewPage::lines(const WatchModel& model, const WatchF
     std::vector<WatchLine> lines = health_lines(model, frame);
     lines.resize(std::min(lines.size(), frame.height));
     const std::vector<WatchFigure> figures = overview_figures(model);
-    // A blank line, where all figures are in sight all the same.
+    // A blank line, if all figures are still visible.
     if (frame.height > lines.size() + figures.size()) {
         lines.emplace_back();
     }
@@ -145,7 +145,7 @@ bool OverviewPage::press(int key)
         m_b_moved = true;
         return true;
     case WATCH_KEY_HOME:
-        // The first one, whichever that is from now on.
+        // From now on, the first finding is selected.
         m_place = 0;
         m_finding.reset();
         return true;
