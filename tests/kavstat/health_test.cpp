@@ -422,7 +422,8 @@ static std::string manual_of_rules()
     std::string text;
     for (const Rule& rule : all_rules()) {
         const std::string hold = rule.hold > 0 ? ", for " + shown_value(Form::seconds, rule.hold) : "";
-        text += std::string("*") + rule.name + "* (" + word_of(rule.scope) + ", " + word_of(rule.severity) + hold + ")\n";
+        text +=
+            std::string("*") + rule.name + "* (" + word_of(rule.scope) + ", " + word_of(rule.severity) + hold + ")\n";
         const std::string figure = rule.figure + limit_text(rule, rule.term.limit);
         for (const std::string& paragraph : {figure + ".", std::string(rule.meaning) + " " + rule.remedy}) {
             for (const std::string& line : wrapped(paragraph, 112)) {
