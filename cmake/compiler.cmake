@@ -1,7 +1,8 @@
 # Compiler options for everything: warnings as errors, and the sanitizers of the preset.
+set(CMAKE_COMPILE_WARNING_AS_ERROR ON CACHE BOOL "Make every warning of the compiler an error")
 add_library(kav_warnings INTERFACE)
 target_compile_options(kav_warnings INTERFACE
-    -Wall -Wextra -Wpedantic -Wconversion -Wformat=2 -Werror
+    -Wall -Wextra -Wpedantic -Wconversion -Wformat=2
     -fstack-protector-strong -ffunction-sections -fdata-sections)
 # In unity builds, sources shadow one another's names. The other builds report shadowing within a source.
 if(NOT CMAKE_UNITY_BUILD)

@@ -1,4 +1,5 @@
 // Uses the installed files as an engine's author and an operator do.
+#include "RE_stat_ids.h"
 #include "shell.h"
 #include "support/contains.h"
 
@@ -67,8 +68,11 @@ TEST_F(installed_tree, the_viewer_its_page_and_its_completion_are_where_they_bel
     }
 }
 
-TEST_F(installed_tree, the_schema_is_the_one_that_kavstat_prints)
+TEST_F(installed_tree, schema_and_rules_are_those_that_kavstat_prints)
 {
+    const std::string rules = bytes_of_file(in_prefix("share/kavstat/prometheus/kav_alerts.rules.yml"));
+    EXPECT_TRUE(contains(rules, "\ngroups:\n")) << rules.substr(0, 100);
+    EXPECT_EQ(rules, output_of("'" + in_prefix("bin/kavstat") + "' rules"));
     const std::string schema = bytes_of_file(in_prefix("share/kavstat/kavstat.schema.json"));
     EXPECT_TRUE(schema.starts_with("{\n  \"$schema\": \"https://json-schema.org/")) << schema.substr(0, 100);
     EXPECT_EQ(schema, output_of("'" + in_prefix("bin/kavstat") + "' schema"));
@@ -85,7 +89,7 @@ TEST_F(installed_tree, the_viewer_alone_takes_no_library_along)
     EXPECT_EQ(output_of("readelf -d '" + alone + "/bin/exec_show_stats_kav' | grep NEEDED"), "");
 }
 
-TEST_F(installed_tree, the_example_builds_with_cmake)
+TEST_F(installed_tree, the_examples_build_with_cmake)
 {
     const scratch_folder folder(disk());
     int status = 0;
@@ -95,6 +99,47 @@ TEST_F(installed_tree, the_example_builds_with_cmake)
                   &status);
     ASSERT_EQ(status, 0) << output;
     expect_reports_of_minimal_engine(reports_of_engine(folder.file("minimal_engine")));
+    expect_reports_of_minimal_engine(reports_of_engine(folder.file("minimal_engine_c")));
+}
+
+TEST_F(installed_tree, the_c_interface_is_c99_and_cpp17)
+{
+    const std::string program = "'#include <kav_core.h>\nint main(void) { return kav_writer_publish(0) != "
+                                "KAV_ERROR_ARGUMENT || RE_STAT_CONN_ID_ENCODE_NUM_MSGS != " +
+                                std::to_string(RE_STAT_CONN_ID_ENCODE_NUM_MSGS) + "; }'";
+    for (const char* compiler : {"cc -std=c99 -x c", "c++ -std=c++17 -x c++"}) {
+        const scratch_folder folder(disk());
+        int status = 0;
+        const std::string output =
+            output_of("cd '" + folder.path() + "' && export PKG_CONFIG_PATH='" + libraries() +
+                          "/pkgconfig' && printf " + program + " >program && " + compiler +
+                          " -Wall -Wextra -Wpedantic -Werror program -x none $(pkg-config --cflags --libs kav_core) && "
+                          "LD_LIBRARY_PATH='" +
+                          libraries() + "' ./a.out",
+                      &status);
+        EXPECT_EQ(status, 0) << compiler << '\n' << output;
+    }
+}
+
+TEST_F(installed_tree, a_project_in_c_alone_finds_the_library)
+{
+    const scratch_folder folder(disk());
+    std::ofstream(folder.file("CMakeLists.txt"))
+        << "cmake_minimum_required(VERSION 3.16)\nproject(p LANGUAGES C)\n"
+           "find_package(kav_statistics 0.2 REQUIRED)\n"
+           "add_executable(engine " KAV_SOURCE_DIR "/examples/minimal_engine.c)\n"
+           "target_link_libraries(engine kav::core_c)\n";
+    int status = 0;
+    const std::string output =
+        output_of("cmake -G Ninja -S '" + folder.path() + "' -B '" + folder.path() + "/build' -DCMAKE_PREFIX_PATH='" +
+                      prefix() + "' && cmake --build '" + folder.path() + "/build'",
+                  &status);
+    ASSERT_EQ(status, 0) << output;
+    const std::string engine = folder.file("build/engine");
+    expect_reports_of_minimal_engine(reports_of_engine(engine));
+    const std::string json = output_of("export KAV_STAT_SEGMENT=kav_installed_tree_c.$$\n'" + engine +
+                                       "' & sleep 1; '" + in_prefix("bin/kavstat") + "' json --scope peers; kill $!");
+    EXPECT_TRUE(contains(json, "\"branch-1\"")) << json;
 }
 
 TEST_F(installed_tree, the_example_builds_with_pkg_config_as_its_comment_says)
@@ -140,7 +185,7 @@ int main()
     return RE_mac_id().set("no address") ? 1 : 0;
 })";
     std::ofstream(folder.file("CMakeLists.txt")) << "cmake_minimum_required(VERSION 3.16)\nproject(p LANGUAGES CXX)\n"
-                                                    "find_package(kav_statistics 0.1 REQUIRED)\n"
+                                                    "find_package(kav_statistics 0.2 REQUIRED)\n"
                                                     "add_executable(program program.cpp)\n"
                                                     "target_link_libraries(program kav::model)\n";
     const std::string place = folder.path();
@@ -159,7 +204,8 @@ TEST_F(installed_tree, the_shared_library_offers_what_its_headers_declare_and_no
     const std::string offered =
         output_of("nm -DC --defined-only '" + libraries() + "/libkav_core.so' | cut -c 20- | grep KAV_CORE_" KAV_ABI);
     for (const char* name : {"RE_stat_reader::create(", "RE_stat_writer::open_conn(", "RE_auto_bypass::show_tables(",
-                             "RE_mac_id::set(char const*)", "append_top_app_log(", "typeinfo for RE_stat_reader"}) {
+                             "RE_mac_id::set(char const*)", "append_top_app_log(", "typeinfo for RE_stat_reader",
+                             "kav_writer_create", "kav_error_text"}) {
         EXPECT_TRUE(contains(offered, name)) << name;
     }
     for (const char* name : {"RE_image_reader", "RE_save_target", "implementation", "\nstd::"}) {

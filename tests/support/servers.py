@@ -56,8 +56,9 @@ def wait_until(is_so, seconds=60, pause=0.2):
 
 
 class Prometheus:
-    def __init__(self, port):
+    def __init__(self, port, program):
         self.port = port
+        self.program = program
 
     def answer(self, expression, at=None):
         """The result of an instant query: a list of pairs of labels and value."""
@@ -74,8 +75,12 @@ class Prometheus:
 class Servers(contextlib.ExitStack):
     """Starts servers, and ends all of them and removes their folder at its end."""
 
+    def __init__(self, place="/dev/shm"):
+        super().__init__()
+        self.place = place
+
     def __enter__(self):
-        self.folder = tempfile.mkdtemp(prefix="kav_servers.", dir="/dev/shm")
+        self.folder = tempfile.mkdtemp(prefix="kav_servers.", dir=self.place)
         self.callback(shutil.rmtree, self.folder, ignore_errors=True)
         self._names = 0
         return self
@@ -121,22 +126,26 @@ class Servers(contextlib.ExitStack):
 
     def exporter(self, segment):
         """The port of an exporter of an engine's metrics."""
+        return self.exporter_program(segment)[1]
+
+    def exporter_program(self, segment):
+        """An exporter and its port."""
         words = [os.path.join(BIN, "kavstat"), "serve", "--listen", "127.0.0.1:0"]
         program = self.start(words, segment, stdout=subprocess.PIPE)
         line = program.stdout.readline()
         if not line.startswith("serving http://127.0.0.1:"):
             raise RuntimeError(f"kavstat serve says: {line}")
-        return int(line.rsplit(":", 1)[1])
+        return program, int(line.rsplit(":", 1)[1])
 
     def prometheus(self, configuration, *options):
         """A server with this configuration, a path, that answers queries."""
         port = free_port()
         self._names += 1
-        self.start([PROMETHEUS, f"--config.file={configuration}", f"--web.listen-address=127.0.0.1:{port}",
-                    f"--storage.tsdb.path={self.path(f'prometheus{self._names}')}", "--log.level=error", *options])
+        program = self.start([PROMETHEUS, f"--config.file={configuration}", f"--web.listen-address=127.0.0.1:{port}",
+                              f"--storage.tsdb.path={self.path(f'prometheus{self._names}')}", "--log.level=error", *options])
         if not wait_until(lambda: get(port, "/-/ready")):
             raise RuntimeError("Prometheus is not ready")
-        return Prometheus(port)
+        return Prometheus(port, program)
 
     def alertmanager(self, configuration):
         """The port of an Alertmanager with this configuration, a path."""

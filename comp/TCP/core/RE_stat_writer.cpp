@@ -219,11 +219,13 @@ int RE_stat_writer::publish_again()
     return m_impl->is_made() ? m_impl->segment.publish_again([this] { m_impl->restore(); }) : -EINVAL;
 }
 
-void RE_stat_writer::publish()
+int RE_stat_writer::publish()
 {
     if (m_impl->is_made()) {
         m_impl->segment.publish();
+        return 0;
     }
+    return -EINVAL;
 }
 
 void RE_stat_writer::close()
@@ -246,28 +248,34 @@ void RE_stat_writer::implementation::close()
     app_slots.clear();
 }
 
-void RE_stat_writer::set_config(const RE_stat_config_param& config)
+int RE_stat_writer::set_config(const RE_stat_config_param& config)
 {
     const std::lock_guard<std::mutex> lock(m_impl->mutex);
     if (m_impl->is_made()) {
         m_impl->config.b_present = 1;
         m_impl->config.config = config;
         write_row(&m_impl->image().config[0], m_impl->config);
+        return 0;
     }
+    return -EINVAL;
 }
 
-void RE_stat_writer::add_global(RE_stat_global_id id, long long delta)
+int RE_stat_writer::add_global(RE_stat_global_id id, long long delta)
 {
     if (std::int64_t* const counter = m_impl->global_stat(id)) {
         add_to(*counter, delta);
+        return 0;
     }
+    return -EINVAL;
 }
 
-void RE_stat_writer::set_global(RE_stat_global_id id, long long value)
+int RE_stat_writer::set_global(RE_stat_global_id id, long long value)
 {
     if (std::int64_t* const counter = m_impl->global_stat(id)) {
         store_relaxed(counter, std::int64_t{value});
+        return 0;
     }
+    return -EINVAL;
 }
 
 long long RE_stat_writer::get_global(RE_stat_global_id id) const
@@ -323,17 +331,19 @@ int RE_stat_writer::add_peer(int peer_id, const RE_stat_peer_header& header)
     return static_cast<int>(slot);
 }
 
-void RE_stat_writer::update_peer(int peer_slot, const RE_stat_peer_header& header)
+int RE_stat_writer::update_peer(int peer_slot, const RE_stat_peer_header& header)
 {
     const std::lock_guard<std::mutex> lock(m_impl->mutex);
     if (m_impl->is_peer(peer_slot)) {
         const auto slot = static_cast<std::uint32_t>(peer_slot);
         m_impl->peers[slot].row.header = header;
         m_impl->write_peer(slot);
+        return 0;
     }
+    return -EINVAL;
 }
 
-void RE_stat_writer::remove_peer(int peer_slot)
+int RE_stat_writer::remove_peer(int peer_slot)
 {
     const std::lock_guard<std::mutex> lock(m_impl->mutex);
     if (m_impl->is_peer(peer_slot)) {
@@ -348,23 +358,29 @@ void RE_stat_writer::remove_peer(int peer_slot)
             --m_impl->connected_peers;
             m_impl->publish_connected_peers();
         }
+        return 0;
     }
+    return -EINVAL;
 }
 
-void RE_stat_writer::add_peer_stat(int peer_slot, RE_stat_peer_id id, long long delta)
+int RE_stat_writer::add_peer_stat(int peer_slot, RE_stat_peer_id id, long long delta)
 {
     if (std::int64_t* const counter = m_impl->peer_stat(peer_slot, id)) {
         add_to(*counter, delta);
+        return 0;
     }
+    return -EINVAL;
 }
 
-void RE_stat_writer::set_peer_stat(int peer_slot, RE_stat_peer_id id, long long value)
+int RE_stat_writer::set_peer_stat(int peer_slot, RE_stat_peer_id id, long long value)
 {
     if (std::int64_t* const counter = m_impl->peer_stat(peer_slot, id)) {
         // Stored with release order, so that a reader that sees the value also sees the tenant's generation. Additions
         // to the value keep that guarantee.
         store_release(counter, std::int64_t{value});
+        return 0;
     }
+    return -EINVAL;
 }
 
 long long RE_stat_writer::get_peer_stat(int peer_slot, RE_stat_peer_id id) const
@@ -445,14 +461,16 @@ int RE_stat_writer::open_conn(int peer_slot, const RE_stat_conn_header& header, 
     return slot;
 }
 
-void RE_stat_writer::update_conn_so_header(int conn_slot, const SO_stat_conn_header& so_header)
+int RE_stat_writer::update_conn_so_header(int conn_slot, const SO_stat_conn_header& so_header)
 {
     const std::lock_guard<std::mutex> lock(m_impl->mutex);
     if (m_impl->is_slot(conn_slot, m_impl->conn_slots_used) && m_impl->image().conns[conn_slot].b_in_use != 0) {
         RE_image_conn_row row = m_impl->image().conns[conn_slot];
         row.so_header = so_header;
         write_row(&m_impl->image().conns[conn_slot], row);
+        return 0;
     }
+    return -EINVAL;
 }
 
 void RE_stat_writer::implementation::close_conn(int conn_slot, std::time_t close_time)
@@ -507,23 +525,25 @@ void RE_stat_writer::implementation::remember_closed(int conn_slot)
     closed_conns.emplace_back(conn_slot, image().conns[conn_slot].generation);
 }
 
-void RE_stat_writer::close_conn(int conn_slot, std::time_t close_time)
+int RE_stat_writer::close_conn(int conn_slot, std::time_t close_time)
 {
     const std::lock_guard<std::mutex> lock(m_impl->mutex);
     if (m_impl->is_slot(conn_slot, m_impl->conn_slots_used) &&
         m_impl->conns[static_cast<std::size_t>(conn_slot)].b_open) {
         m_impl->close_conn(conn_slot, close_time);
         m_impl->remember_closed(conn_slot);
+        return 0;
     }
+    return -EINVAL;
 }
 
-void RE_stat_writer::release_conn(int conn_slot)
+int RE_stat_writer::release_conn(int conn_slot)
 {
     const std::lock_guard<std::mutex> lock(m_impl->mutex);
     if (!m_impl->is_slot(conn_slot, m_impl->conn_slots_used) ||
         (m_impl->image().conns[conn_slot].b_in_use == 0 &&
          !m_impl->conns[static_cast<std::size_t>(conn_slot)].b_open)) {
-        return;
+        return -EINVAL;
     }
     m_impl->close_conn(conn_slot, std::time(nullptr));
     RE_image_conn_row row = m_impl->image().conns[conn_slot];
@@ -531,6 +551,7 @@ void RE_stat_writer::release_conn(int conn_slot)
     ++row.generation;
     write_row(&m_impl->image().conns[conn_slot], row);
     m_impl->free_conn_slots.push_back(conn_slot);
+    return 0;
 }
 
 void RE_stat_writer::implementation::add_to_sums(int conn_slot, RE_stat_conn_id id, long long delta) const
@@ -541,22 +562,26 @@ void RE_stat_writer::implementation::add_to_sums(int conn_slot, RE_stat_conn_id 
     add_to(global->conn_stats[id], delta);
 }
 
-void RE_stat_writer::add_conn_stat(int conn_slot, RE_stat_conn_id id, long long delta)
+int RE_stat_writer::add_conn_stat(int conn_slot, RE_stat_conn_id id, long long delta)
 {
     if (std::int64_t* const counter = m_impl->conn_stat(conn_slot, id)) {
         add_to(*counter, delta);
         m_impl->add_to_sums(conn_slot, id, delta);
+        return 0;
     }
+    return -EINVAL;
 }
 
-void RE_stat_writer::set_conn_stat(int conn_slot, RE_stat_conn_id id, long long value)
+int RE_stat_writer::set_conn_stat(int conn_slot, RE_stat_conn_id id, long long value)
 {
     if (std::int64_t* const counter = m_impl->conn_stat(conn_slot, id)) {
         const std::int64_t before = __atomic_exchange_n(counter, std::int64_t{value}, __ATOMIC_RELAXED);
         const auto delta =
             static_cast<long long>(static_cast<unsigned long long>(value) - static_cast<unsigned long long>(before));
         m_impl->add_to_sums(conn_slot, id, delta);
+        return 0;
     }
+    return -EINVAL;
 }
 
 long long RE_stat_writer::get_conn_stat(int conn_slot, RE_stat_conn_id id) const
@@ -587,17 +612,19 @@ int RE_stat_writer::find_or_add_app(const RE_stat_app_header& key)
     return static_cast<int>(slot);
 }
 
-void RE_stat_writer::add_app_stat(int app_slot, RE_stat_app_id id, std::uint32_t delta)
+int RE_stat_writer::add_app_stat(int app_slot, RE_stat_app_id id, std::uint32_t delta)
 {
     if (is_own_id(id, RE_STAT_APP_ID_MAX) && m_impl->is_slot(app_slot, m_impl->app_slots_used)) {
         __atomic_fetch_add(&m_impl->apps[app_slot].stats[id], delta, __ATOMIC_RELAXED);
+        return 0;
     }
+    return -EINVAL;
 }
 
-void RE_stat_writer::add_app_conns(int app_slot, std::uint32_t opened, std::uint32_t closed)
+int RE_stat_writer::add_app_conns(int app_slot, std::uint32_t opened, std::uint32_t closed)
 {
     if (!m_impl->is_slot(app_slot, m_impl->app_slots_used)) {
-        return;
+        return -EINVAL;
     }
     // Each count wraps without changing the other.
     std::uint64_t* const word = RE_image_app_word(&m_impl->apps[app_slot].header);
@@ -609,19 +636,20 @@ void RE_stat_writer::add_app_conns(int app_slot, std::uint32_t opened, std::uint
         const std::uint64_t close_count = (before >> 40U) + closed;
         after = (before & 0x1ffffU) | (open_count << 17U) | (close_count << 40U);
     } while (!__atomic_compare_exchange_n(word, &before, after, true, __ATOMIC_RELAXED, __ATOMIC_RELAXED));
+    return 0;
 }
 
-void RE_stat_writer::add_nack(const RE_stat_nack_header& entry)
+int RE_stat_writer::add_nack(const RE_stat_nack_header& entry)
 {
     implementation& me = *m_impl;
     const std::lock_guard<std::mutex> lock(me.mutex);
     if (!me.is_made()) {
-        return;
+        return -EINVAL;
     }
     const std::uint64_t number = me.image().header->nacks_logged;
     const auto at = static_cast<std::uint32_t>(number % me.image().nacks.rows);
     if (!me.segment.ensure_row(RE_IMAGE_NACKS, at)) {
-        return;
+        return -ENOSPC;
     }
     RE_image_nack_row row{};
     row.nack = entry;
@@ -630,6 +658,7 @@ void RE_stat_writer::add_nack(const RE_stat_nack_header& entry)
     store_words(place, row);
     store_release(&place->sequence, RE_nack_sequence(number));
     store_release(&me.image().header->nacks_logged, number + 1);
+    return 0;
 }
 
 RE_bypass_row* RE_stat_writer::implementation::find_bypass(std::uint32_t server_ip, std::uint16_t server_port) const

@@ -3,9 +3,9 @@
 //
 // Counters are updated with relaxed atomic operations, records under a sequence counter per slot, so that no reader
 // slows down or blocks the engine. All functions except create(), publish_again() and close() may be called from
-// several threads at the same time. Slots are storage places, counted from 0. A call with a slot, id or size that is
-// out of range changes nothing; functions with an int result then return -EINVAL, and get functions return 0. Debug
-// builds of the library abort on an id that is out of range.
+// several threads at the same time. Slots are storage places, counted from 0. Functions with an int result return 0 or a
+// slot. A call with a slot, id or size that is out of range, or before create(), changes nothing: functions with an int
+// result then return -EINVAL, and get functions return 0. Debug builds of the library abort on an id that is out of range.
 #pragma once
 
 #include "RE_bypass_table.h"
@@ -40,7 +40,7 @@ public:
     // -EBUSY when another engine uses the name, or -errno. Viewers can read nothing before publish().
     int create(const RE_stat_limits& limits, std::time_t start_time, unsigned int mode = 0640);
     // Allows viewers to read the segment.
-    void publish();
+    int publish();
     // Whether the segment is still where viewers look for it, and is intact. Another process may have removed, replaced
     // or truncated it, which does not end the engine. An engine calls this about once a second; it costs three system
     // calls.
@@ -53,19 +53,19 @@ public:
     // Removes the segment. Viewers that are reading it can finish their reports.
     void close();
 
-    void set_config(const RE_stat_config_param& config);
+    int set_config(const RE_stat_config_param& config);
 
-    void add_global(RE_stat_global_id id, long long delta);
-    void set_global(RE_stat_global_id id, long long value);
+    int add_global(RE_stat_global_id id, long long delta);
+    int set_global(RE_stat_global_id id, long long value);
     long long get_global(RE_stat_global_id id) const;
 
     // Adds a peer and returns its slot, or -ENOSPC when there is no room.
     int add_peer(int peer_id, const RE_stat_peer_header& header);
-    void update_peer(int peer_slot, const RE_stat_peer_header& header);
+    int update_peer(int peer_slot, const RE_stat_peer_header& header);
     // Removes a peer. Its connections keep their figures and its number; the global sums do not change.
-    void remove_peer(int peer_slot);
-    void add_peer_stat(int peer_slot, RE_stat_peer_id id, long long delta);
-    void set_peer_stat(int peer_slot, RE_stat_peer_id id, long long value);
+    int remove_peer(int peer_slot);
+    int add_peer_stat(int peer_slot, RE_stat_peer_id id, long long delta);
+    int set_peer_stat(int peer_slot, RE_stat_peer_id id, long long value);
     long long get_peer_stat(int peer_slot, RE_stat_peer_id id) const;
 
     // Adds a connection with the peer in `peer_slot` and returns its slot. When all slots are taken, the slot of the
@@ -74,30 +74,31 @@ public:
     // active connections. open_time: seconds since the epoch.
     int open_conn(int peer_slot, const RE_stat_conn_header& header, const SO_stat_conn_header& so_header,
                   std::time_t open_time);
-    void update_conn_so_header(int conn_slot, const SO_stat_conn_header& so_header);
-    // Marks a connection as closed. It stays in the list until its slot is reused for another connection. An engine
+    int update_conn_so_header(int conn_slot, const SO_stat_conn_header& so_header);
+    // Marks an open connection as closed. It stays in the list until its slot is reused for another connection. An engine
     // that opens connections in several threads must not use a slot after it has closed it. close_time: seconds since
     // the epoch, 1 or later.
-    void close_conn(int conn_slot, std::time_t close_time);
+    int close_conn(int conn_slot, std::time_t close_time);
     // Removes a connection from the list at once, whether it is open or closed.
-    void release_conn(int conn_slot);
+    int release_conn(int conn_slot);
 
     // Adds to a connection's counter and to the sums of its peer and of the engine, so that the three agree.
-    void add_conn_stat(int conn_slot, RE_stat_conn_id id, long long delta);
+    int add_conn_stat(int conn_slot, RE_stat_conn_id id, long long delta);
     // Sets a connection's current value, such as its pending bytes. The two sums change by the difference.
-    void set_conn_stat(int conn_slot, RE_stat_conn_id id, long long value);
+    int set_conn_stat(int conn_slot, RE_stat_conn_id id, long long value);
     long long get_conn_stat(int conn_slot, RE_stat_conn_id id) const;
 
     // Returns the slot of the application that `key` identifies (by handle, server port, source-port flag and peer).
     // The first call for an application adds it. Returns -ENOSPC when all slots are taken.
     int find_or_add_app(const RE_stat_app_header& key);
     // Adds to an application's counter, which wraps at 2^32.
-    void add_app_stat(int app_slot, RE_stat_app_id id, std::uint32_t delta);
+    int add_app_stat(int app_slot, RE_stat_app_id id, std::uint32_t delta);
     // Adds to the application's connections opened and closed, which wrap at 2^23 and 2^24.
-    void add_app_conns(int app_slot, std::uint32_t opened, std::uint32_t closed);
+    int add_app_conns(int app_slot, std::uint32_t opened, std::uint32_t closed);
 
-    // Appends to the NACK log. When the log is full, the oldest entry is overwritten.
-    void add_nack(const RE_stat_nack_header& entry);
+    // Appends to the NACK log. When the log is full, the oldest entry is overwritten. Returns 0, or -ENOSPC when the log
+    // has no memory.
+    int add_nack(const RE_stat_nack_header& entry);
 
     // Adds a server to the auto-bypass table, or updates the entry with the same address and port. Returns 0, or
     // -ENOSPC when the table is full.
