@@ -34,6 +34,7 @@ constexpr std::array<RE_illness_info, static_cast<std::size_t>(RE_illness::count
     {"peer-far", happens, "the first peer's answers take 600 ms"},
     {"ack-queue", happens, "the first peer does not acknowledge anything; its connections stop"},
     {"incompressible", happens, "all traffic is noise"},
+    {"tiny-messages", happens, "all traffic is noise in messages of 16 bytes, which encoding makes larger"},
     {"auto-bypass", happens, "traffic to the first peer is noise, and 64 KB of it are enough to judge a server"},
     {"conn-stuck", happens, "the peer of one connection does not accept its data"},
     {"wait-queue", is_set, "messages wait for one that must be sent again"},

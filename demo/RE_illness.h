@@ -31,6 +31,7 @@ enum class RE_illness : std::uint8_t
     peer_far,
     ack_queue,
     incompressible,
+    tiny_messages,
     auto_bypass,
     conn_stuck,
     wait_queue,

@@ -88,7 +88,8 @@ TEST(illness, a_mistake_is_answered_with_all_names)
         "cache-initialising, "
         "cache-small, index-full, low-memory, slow-disk, slow-encode, slow-decode, bypass, nacks, retransmissions, "
         "peer-degraded-sigblock, peer-degraded-dataunit, peer-out-of-sync, peer-outdated, peer-low-buffer, "
-        "peer-disconnected, peer-far, ack-queue, incompressible, auto-bypass, conn-stuck, wait-queue, bypass-nacks, "
+        "peer-disconnected, peer-far, ack-queue, incompressible, tiny-messages, auto-bypass, conn-stuck, wait-queue, "
+        "bypass-nacks, "
         "bypass-table-full, app-table-full\n"
         "Run with --help for more information.\n");
 }
@@ -253,6 +254,10 @@ constexpr sign signs[] = {
     {"incompressible",
      [](const figures& before, const figures& now) {
          return share(before, now, RE_STAT_CONN_ID_ENCODE_OUT_BYTES, RE_STAT_CONN_ID_ENCODE_IN_BYTES) > 0.95;
+     }},
+    {"tiny-messages",
+     [](const figures& before, const figures& now) {
+         return share(before, now, RE_STAT_CONN_ID_ENCODE_OUT_BYTES, RE_STAT_CONN_ID_ENCODE_IN_BYTES) > 1.1;
      }},
     {"auto-bypass", [](const figures&, const figures& now) { return now.bypassed_servers > 0; }},
     {"conn-stuck", [](const figures&, const figures& now) { return now.b_stuck; }},
@@ -468,6 +473,7 @@ const std::vector<std::vector<std::string>> groups = {
     {"slow-disk"},
     {"index-full", "bypass-table-full", "app-table-full"},
     {"cache-lost"},
+    {"tiny-messages"},
     {"cache-failed", "slow-encode"},
     {"cache-initialising", "peer-out-of-sync"},
     {"cache-unusable", "bypass", "slow-decode"},

@@ -14,7 +14,7 @@ const std::vector<ill_engine>& ill_engines()
           "application_table_full"},
          {},
          {},
-         {"--peers", "2"}},
+         {"--rate", "2", "--peers", "2"}},
         // The data of the connection is missing in the peer's cache.
         {"conn-stuck", {"connection_stuck"}, {"nacks_frequent", "retransmissions_frequent"}},
         {"cache-unusable", {"cache_not_usable"}, {"bypass_peer_cache_not_ready", "nacks_frequent"}},
@@ -41,13 +41,12 @@ const std::vector<ill_engine>& ill_engines()
          {},
          {"application_grows", "cache_too_small_for_encoding", "cache_too_small_for_decoding"},
          {"savings_dropped"},
-         {"--peers", "1", "--bypass-threshold-mb", "1024", "/usr/share/common-licenses"}},
-        // Encoding adds two bytes, which is much for small messages.
-        {"incompressible",
+         {"--rate", "2", "--peers", "1", "--bypass-threshold-mb", "1024", "/usr/share/common-licenses"}},
+        {"tiny-messages",
          {"application_grows"},
          {"savings_dropped", "cache_too_small_for_encoding", "cache_too_small_for_decoding"},
          {},
-         {"--peers", "1", "--bypass-threshold-mb", "1024", "--message-size", "12", "/usr/share/common-licenses"}},
+         {"--rate", "1", "--peers", "1", "--bypass-threshold-mb", "1024"}},
         {"nacks", {"nacks_frequent"}},
         {"retransmissions", {"retransmissions_frequent"}},
         {"peer-out-of-sync", {"peer_out_of_sync", "retransmissions_frequent", "bypass_peer_cache_not_ready"}},
@@ -61,7 +60,7 @@ const std::vector<ill_engine>& ill_engines()
 
 std::vector<std::string> arguments_of(const ill_engine& engine)
 {
-    std::vector<std::string> arguments = {"--rate", "2", "--bypass-retry", "1"};
+    std::vector<std::string> arguments = {"--bypass-retry", "1"};
     std::istringstream names(engine.illnesses);
     for (std::string name; std::getline(names, name, ',');) {
         arguments.insert(arguments.end(), {"--ill", name + "@signal"});

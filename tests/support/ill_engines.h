@@ -14,7 +14,7 @@ struct ill_engine
     std::set<std::string> side_effects = {}; // may be broken as well
     // Broken as well, but kavstat health may not name them.
     std::set<std::string> alerts = {};
-    std::vector<std::string> arguments = {"--peers", "1"};
+    std::vector<std::string> arguments = {"--rate", "2", "--peers", "1"};
 };
 
 const std::vector<ill_engine>& ill_engines();

@@ -150,7 +150,7 @@ void judge_health(const torture_options& options, tally& result)
         }
     }
     // Several applications, and ten times the traffic of the interval before.
-    const ill_engine dropped = {"incompressible", {"savings_dropped"}, {}, {}, {"--peers", "4"}};
+    const ill_engine dropped = {"incompressible", {"savings_dropped"}, {}, {}, {"--rate", "4", "--peers", "4"}};
     longest = std::max(longest, play(dropped, seconds(40), segment + "_ill", rules, result));
     healthy.join();
     for (const std::set<std::string>& alarm : alarms) {
