@@ -3,6 +3,8 @@
 #include "commands/commands.h"
 #include "documents/schemas.h"
 #include "health/report.h"
+#include "history/space.h"
+#include "history/times.h"
 #include "model/counter_names.h"
 #include "serve/http_request.h"
 #include "watch/page.h"
@@ -216,6 +218,43 @@ void add_serve(CLI::App& app, int& status)
     command->callback([address, hosts, &status] { status = run_serve({*parse_listen_address(*address), *hosts}); });
 }
 
+void add_record(CLI::App& app, int& status)
+{
+    CLI::App* const command =
+        app.add_subcommand("record", "Record the running engine into an SQLite database until SIGTERM or SIGINT");
+    const auto options = std::make_shared<RecordOptions>();
+    command->add_option("FILE", options->file, "The database; made when there is none")->required();
+    CLI::Option* const once = command->add_flag("--once", options->b_once, "One sample, as from cron");
+    command->add_option("-i,--interval", options->interval, "Seconds between two samples")
+        ->check(CLI::Validator(check_interval, "SECONDS"))
+        ->capture_default_str()
+        ->excludes(once);
+    command->add_flag("--connections", options->b_connections, "Also the connections that moved since the last sample");
+    const auto keep = std::make_shared<std::string>(default_keep);
+    command->add_option("--keep", *keep, "How long samples are kept, and one of how many: AGE:STEP,...; or all")
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                return parse_keep(text) ? "" : "not ages and steps as in \"1d:all,30d:1m,2y:1h\": \"" + text + "\"";
+            },
+            "AGE:STEP,..."))
+        ->capture_default_str();
+    const auto size = std::make_shared<std::string>();
+    command
+        ->add_option("--max-size", *size, "The largest size of the database, with K, M, G or T; the oldest samples go")
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                return parse_size(text).value_or(0) >= least_history_size
+                           ? ""
+                           : "not a size of 4M or more: \"" + text + "\"";
+            },
+            "SIZE"));
+    command->callback([options, keep, size, &status] {
+        options->keep = *parse_keep(*keep);
+        options->max_size = size->empty() ? 0 : *parse_size(*size);
+        status = run_record(*options);
+    });
+}
+
 void add_diff(CLI::App& app, int& status)
 {
     CLI::App* const command = app.add_subcommand("diff", "What changed between two moments, as totals and rates");
@@ -254,6 +293,7 @@ int run_command_line(int argc, const char* const* argv)
     add_watch(app, status);
     add_serve(app, status);
     add_diff(app, status);
+    add_record(app, status);
     add_list(app, status);
     add_schema(app, status);
     try {

@@ -4,6 +4,7 @@
 
 #include "documents/diff.h"
 #include "documents/statistics_json.h"
+#include "history/thinning.h"
 #include "serve/http_server.h"
 
 #include <chrono>
@@ -85,6 +86,18 @@ struct ServeOptions
 };
 // Serves until SIGTERM or SIGINT.
 int run_serve(const ServeOptions& options);
+
+struct RecordOptions
+{
+    std::string file;
+    double interval = 10; // seconds between two samples
+    bool b_once = false;
+    bool b_connections = false;
+    Keep keep;
+    long long max_size = 0; // bytes; 0 for any
+};
+// Records until SIGTERM or SIGINT.
+int run_record(const RecordOptions& options);
 
 struct WatchOptions
 {

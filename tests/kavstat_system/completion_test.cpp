@@ -51,6 +51,8 @@ TEST_F(kavstat_completion, offers_commands_options_and_values)
     EXPECT_EQ(offered({"json", "--file", path("sav")}), path("saved-1"));
     EXPECT_EQ(offered({"health", "--since", path("sav")}), path("saved-1"));
     EXPECT_EQ(offered({"rules", "--rules", path("sav")}), path("saved-1"));
+    EXPECT_EQ(offered({"record", path("sav")}), path("saved-1"));
+    EXPECT_EQ(offered({"record", "--keep", "a"}), "all");
 }
 
 TEST_F(kavstat_completion, knows_every_command_and_option_that_there_is)
@@ -77,5 +79,5 @@ TEST_F(kavstat_completion, knows_every_command_and_option_that_there_is)
             }
         }
     }
-    EXPECT_EQ(commands, 9);
+    EXPECT_EQ(commands, 10);
 }

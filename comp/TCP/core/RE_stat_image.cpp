@@ -203,21 +203,25 @@ int RE_stat_image::attach(unsigned char* base, std::size_t size, RE_image_kind k
                                                                     static_cast<std::uint32_t>(section.rows),
                                                                     static_cast<std::uint32_t>(section.slots)};
     }
-    // before: the number of counters before these in a row.
-    const auto counters = [](const RE_image_view& rows, std::uint64_t before, std::uint32_t count_of_family) {
-        return RE_image_counters{rows.base + before * RE_image_word, rows.stride, count_of_family};
-    };
-    const RE_image_counts& held = image.counts;
-    image.global_stats = counters(image.global, 0, held.global);
-    image.global_conn_stats = counters(image.global, held.global, held.conn);
-    image.global_active_conns = counters(image.global, std::uint64_t{held.global} + held.conn, 1);
-    image.peer_stats = counters(image.peer_counters, 0, held.peer);
-    image.peer_conn_stats = counters(image.peer_counters, held.peer, held.conn);
-    image.peer_active_conns = counters(image.peer_counters, std::uint64_t{held.peer} + held.conn, 1);
-    image.conn_stats = counters(image.conn_counters, 0, held.conn);
+    image.place_counters();
     if (b_is_saved && (!are_slots_ascending(image.peers) || !are_slots_ascending(image.conns))) {
         return RE_STAT_ERR_LAYOUT;
     }
     *this = image;
     return 0;
+}
+
+void RE_stat_image::place_counters()
+{
+    // before: the number of counters before these in a row.
+    const auto counters = [](const RE_image_view& rows, std::uint64_t before, std::uint32_t count_of_family) {
+        return RE_image_counters{rows.base + before * RE_image_word, rows.stride, count_of_family};
+    };
+    global_stats = counters(global, 0, counts.global);
+    global_conn_stats = counters(global, counts.global, counts.conn);
+    global_active_conns = counters(global, std::uint64_t{counts.global} + counts.conn, 1);
+    peer_stats = counters(peer_counters, 0, counts.peer);
+    peer_conn_stats = counters(peer_counters, counts.peer, counts.conn);
+    peer_active_conns = counters(peer_counters, std::uint64_t{counts.peer} + counts.conn, 1);
+    conn_stats = counters(conn_counters, 0, counts.conn);
 }

@@ -342,6 +342,8 @@ struct RE_stat_image
     // image is used. Nothing in them is trusted; the checksum of a saved image covers every byte. Returns 0 or an
     // RE_stat_error.
     int attach(unsigned char* base, std::size_t size, RE_image_kind kind);
+    // Points the families of counters into the sections, which must be set, as must be `counts`. attach() does it.
+    void place_counters();
 
 private:
     std::uint32_t rows_in_reach(const std::uint32_t* slots_used, std::uint32_t rows) const

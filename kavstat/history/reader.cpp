@@ -1,0 +1,399 @@
+#include "history/reader.h"
+
+#include "history/rows.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <limits>
+#include <map>
+#include <unordered_map>
+#include <unordered_set>
+
+#include <unistd.h>
+
+namespace kavstat {
+
+namespace {
+
+constexpr const char* sample_columns =
+    "SELECT id, time, engine_start, elapsed, configuration, base, first_nack, end_nack, bypass_table FROM sample ";
+
+HistorySample sample_of(const Statement& row)
+{
+    HistorySample sample;
+    sample.id = row.integer(0);
+    sample.time = row.integer(1);
+    sample.engine_start = row.integer(2);
+    sample.elapsed = row.is_null(3) ? std::nullopt : std::optional(row.real(3));
+    sample.configuration = row.is_null(4) ? std::nullopt : std::optional(row.integer(4));
+    sample.base = row.integer(5);
+    sample.first_nack = row.integer(6);
+    sample.end_nack = row.integer(7);
+    sample.b_bypass_table = row.integer(8) != 0;
+    return sample;
+}
+
+// Damaged or hostile rows do not make an image larger than one can be.
+bool is_possible(const SnapshotPeer& peer)
+{
+    return peer.slot >= 0 && static_cast<std::uint64_t>(peer.slot) < RE_image_max_peers;
+}
+
+bool is_possible(const SnapshotApp& app)
+{
+    return app.slot >= 0 && static_cast<std::uint64_t>(app.slot) < RE_image_max_apps;
+}
+
+bool is_possible(const RE_bypass_entry& /*entry*/)
+{
+    return true;
+}
+
+bool has_column(const HistoryTable& table, const std::string& name)
+{
+    return std::any_of(table.columns.begin(), table.columns.end(),
+                       [&](const HistoryColumn& column) { return column.name == name; });
+}
+
+// Every n-th, and the last one, so that at most about `most` are left.
+void thin_out(Series& series, std::size_t most)
+{
+    const std::size_t count = series.samples.size();
+    if (most == 0 || count <= most) {
+        return;
+    }
+    const std::size_t step = (count + most - 1) / most;
+    std::size_t kept = 0;
+    for (std::size_t at = 0; at < count; ++at) {
+        if ((count - 1 - at) % step == 0) {
+            series.samples[kept] = series.samples[at];
+            for (std::vector<long long>& values : series.values) {
+                values[kept] = values[at];
+            }
+            ++kept;
+        }
+    }
+    series.samples.resize(kept);
+    for (std::vector<long long>& values : series.values) {
+        values.resize(kept);
+    }
+}
+
+} // namespace
+
+std::string open_history(Database& database, const std::string& path)
+{
+    // SQLite has one text for all reasons.
+    if (access(path.c_str(), R_OK) != 0) {
+        return std::strerror(errno);
+    }
+    if (!database.open(path, Database::Access::read)) {
+        return database.error();
+    }
+    return check_schema(database);
+}
+
+bool HistoryReader::fail(const Statement& statement)
+{
+    m_error = statement.is_failed() || !statement.is_ready() ? m_database.error() : "";
+    return !m_error.empty();
+}
+
+std::optional<HistorySample> HistoryReader::one(const std::string& rest, long long parameter)
+{
+    Statement statement = m_database.prepare(sample_columns + rest);
+    if (rest.find('?') != std::string::npos) {
+        statement.bind(parameter);
+    }
+    const bool b_there = statement.next();
+    fail(statement);
+    return b_there ? std::optional(sample_of(statement)) : std::nullopt;
+}
+
+std::optional<HistorySample> HistoryReader::first()
+{
+    return one("ORDER BY id LIMIT 1");
+}
+
+std::optional<HistorySample> HistoryReader::last()
+{
+    return one("ORDER BY id DESC LIMIT 1");
+}
+
+std::optional<HistorySample> HistoryReader::at(std::time_t moment)
+{
+    return one("WHERE time <= ? ORDER BY id DESC LIMIT 1", moment);
+}
+
+std::optional<HistorySample> HistoryReader::before(const HistorySample& sample)
+{
+    return one("WHERE id < ? ORDER BY id DESC LIMIT 1", sample.id);
+}
+
+std::optional<HistorySample> HistoryReader::after(const HistorySample& sample)
+{
+    return one("WHERE id > ? ORDER BY id LIMIT 1", sample.id);
+}
+
+std::optional<HistorySample> HistoryReader::sample(long long id)
+{
+    return one("WHERE id = ?", id);
+}
+
+std::vector<HistorySample> HistoryReader::all(Statement& statement)
+{
+    std::vector<HistorySample> samples;
+    while (statement.next()) {
+        samples.push_back(sample_of(statement));
+    }
+    fail(statement);
+    return samples;
+}
+
+std::vector<HistorySample> HistoryReader::samples(const HistorySpan& span)
+{
+    Statement statement = m_database.prepare(std::string(sample_columns) + "WHERE time >= ? AND time <= ? ORDER BY id");
+    statement.bind(static_cast<long long>(span.from.value_or(std::numeric_limits<std::time_t>::min())));
+    statement.bind(static_cast<long long>(span.to.value_or(std::numeric_limits<std::time_t>::max())));
+    return all(statement);
+}
+
+bool HistoryReader::read_engine(RecordedMoment& moment)
+{
+    Statement start = m_database.prepare("SELECT start_time, application_slots FROM engine_start WHERE id = ?");
+    start.bind(moment.sample.engine_start);
+    if (start.next()) {
+        moment.engine_start_time = start.integer(0);
+        moment.app_slots =
+            static_cast<int>(std::clamp<long long>(start.integer(1), 0, static_cast<long long>(RE_image_max_apps)));
+    }
+    if (fail(start)) {
+        return false;
+    }
+    Statement row = m_database.prepare("SELECT " + selection(m_database, history_table("engine_figures")) +
+                                       " FROM engine_figures WHERE sample = ?");
+    row.bind(moment.sample.id);
+    if (row.next()) {
+        int column = 1;
+        moment.active_connections = static_cast<int>(row.integer(column++));
+        read_counters(row, column, CounterScope::engine, std::span<long long>(moment.engine));
+        read_counters(row, column, CounterScope::connection, std::span<long long>(moment.connections));
+    }
+    return !fail(row);
+}
+
+bool HistoryReader::read_config(RecordedMoment& moment)
+{
+    if (!moment.sample.configuration) {
+        return true;
+    }
+    Statement row = m_database.prepare("SELECT record FROM configuration WHERE id = ?");
+    row.bind(*moment.sample.configuration);
+    if (row.next()) {
+        const std::string_view record = row.bytes(0);
+        moment.config.emplace();
+        // A bool of any other value than 0 and 1 is none; the image's reader sees to that.
+        std::memcpy(static_cast<void*>(&*moment.config), record.data(), std::min(record.size(), sizeof *moment.config));
+    }
+    return !fail(row);
+}
+
+template <typename Record>
+bool HistoryReader::read_entries(HistoryKind kind, const HistorySample& sample, std::vector<Recorded<Record>>& entries)
+{
+    constexpr int own_columns = 4;
+    const HistoryTable& identities = identities_of(kind);
+    Statement row = m_database.prepare("SELECT " + selection(m_database, identities) + " FROM " + identities.name +
+                                       " WHERE engine_start = ? AND first_sample <= ? AND (gone_sample IS NULL OR "
+                                       "gone_sample > ?)");
+    row.bind(sample.engine_start).bind(sample.id).bind(sample.id);
+    std::unordered_map<long long, std::size_t> place_of_identity;
+    while (row.next()) {
+        Recorded<Record> entry;
+        entry.identity = row.integer(0);
+        read_identity(row, own_columns, entry.record);
+        if (is_possible(entry.record)) {
+            place_of_identity.emplace(entry.identity, entries.size());
+            entries.push_back(std::move(entry));
+        }
+    }
+    if (fail(row)) {
+        return false;
+    }
+    // From the newest row on: what was left out of a sample had not changed.
+    const HistoryTable& figures = figures_of(kind);
+    Statement figure = m_database.prepare("SELECT " + selection(m_database, figures) + " FROM " + figures.name +
+                                          " WHERE sample >= ? AND sample <= ? ORDER BY sample DESC");
+    figure.bind(sample.base).bind(sample.id);
+    std::vector<bool> b_seen(entries.size());
+    std::size_t missing = entries.size();
+    while (missing > 0 && figure.next()) {
+        const auto found = place_of_identity.find(figure.integer(1));
+        if (found != place_of_identity.end() && !b_seen[found->second]) {
+            read_figures(figure, 2, entries[found->second].record);
+            b_seen[found->second] = true;
+            --missing;
+        }
+    }
+    if (fail(figure)) {
+        return false;
+    }
+    std::sort(entries.begin(), entries.end(), [](const Recorded<Record>& left, const Recorded<Record>& right) {
+        return entry_place(left.record) < entry_place(right.record);
+    });
+    const auto end = std::unique(entries.begin(), entries.end(), [](const auto& left, const auto& right) {
+        return entry_place(left.record) == entry_place(right.record);
+    });
+    entries.erase(end, entries.end());
+    return true;
+}
+
+bool HistoryReader::read_nacks(RecordedMoment& moment)
+{
+    const HistoryTable& table = history_table("nack");
+    Statement row = m_database.prepare("SELECT " + selection(m_database, table) +
+                                       " FROM nack WHERE engine_start = ? AND number >= ? AND number < ? "
+                                       "ORDER BY number LIMIT " +
+                                       std::to_string(RE_image_max_nacks));
+    row.bind(moment.sample.engine_start).bind(moment.sample.first_nack).bind(moment.sample.end_nack);
+    while (row.next()) {
+        read_nack_row(row, 3, moment.nacks.emplace_back());
+    }
+    return !fail(row);
+}
+
+bool HistoryReader::read_conns(RecordedMoment& moment)
+{
+    const HistoryTable& table = history_table("connection");
+    Statement row = m_database.prepare("SELECT " + selection(m_database, table) +
+                                       " FROM connection WHERE sample = ? ORDER BY slot, open_time");
+    row.bind(moment.sample.id);
+    while (row.next()) {
+        SnapshotConn conn;
+        read_connection_row(row, 1, conn);
+        if (conn.slot < 0 || static_cast<std::uint64_t>(conn.slot) >= RE_image_max_conns) {
+            continue;
+        }
+        // Of several that had the slot one after another, the last one had it at the end.
+        if (!moment.conns.empty() && moment.conns.back().slot == conn.slot) {
+            moment.conns.pop_back();
+        }
+        moment.conns.push_back(conn);
+    }
+    return !fail(row);
+}
+
+std::optional<RecordedMoment> HistoryReader::restore(const HistorySample& sample)
+{
+    // All of it as it was at one time, whatever a recorder does meanwhile.
+    const bool b_own = m_database.run("SAVEPOINT restore");
+    std::optional<RecordedMoment> moment(std::in_place);
+    moment->sample = sample;
+    if (!read_engine(*moment) || !read_config(*moment) || !read_entries(HistoryKind::peer, sample, moment->peers) ||
+        !read_entries(HistoryKind::application, sample, moment->apps) ||
+        !read_entries(HistoryKind::bypass, sample, moment->bypass) || !read_nacks(*moment) || !read_conns(*moment)) {
+        moment.reset();
+    }
+    if (b_own) {
+        m_database.run("RELEASE restore");
+    }
+    return moment;
+}
+
+std::optional<Series> HistoryReader::series(const SeriesRequest& request)
+{
+    m_error.clear();
+    const bool b_engine = request.table == "engine";
+    if (!b_engine && request.table != "peer" && request.table != "application") {
+        m_error = "no such table: \"" + request.table + "\"";
+        return std::nullopt;
+    }
+    const HistoryTable& figures = history_table(request.table + "_figures");
+    const std::vector<std::string> there = columns_in(m_database, figures.name);
+    std::string columns;
+    for (const std::string& name : request.columns) {
+        if (!has_column(figures, name) && std::find(there.begin(), there.end(), name) == there.end()) {
+            m_error = "no such column: \"" + name + "\"";
+            return std::nullopt;
+        }
+        const bool b_there = std::find(there.begin(), there.end(), name) != there.end();
+        columns += b_there ? ", f." + quoted(name) : ", 0";
+    }
+
+    Series series;
+    series.samples = samples(request.span);
+    if (!m_error.empty() || series.samples.empty()) {
+        series.values.resize(request.columns.size());
+        return m_error.empty() ? std::optional(series) : std::nullopt;
+    }
+    // Rows that were left out since the base are those before the span.
+    const long long first = b_engine ? series.samples.front().id : series.samples.front().base;
+    const long long end = series.samples.back().id;
+    std::string sql;
+    if (b_engine) {
+        sql = "SELECT f.sample, 0, 0, 0" + columns +
+              " FROM engine_figures f WHERE f.sample BETWEEN ? AND ? ORDER BY f.sample";
+    } else {
+        std::string conditions;
+        for (const auto& [name, value] : request.where) {
+            if (!has_column(history_table(request.table + "_identity"), name)) {
+                m_error = "no such column: \"" + name + "\"";
+                return std::nullopt;
+            }
+            conditions += " AND CAST(" + quoted(name) + " AS TEXT) = ?";
+        }
+        // A lookup for each sample and identity: there are many more rows of others between.
+        sql = "SELECT f.sample, i.id, i.engine_start, i.gone_sample" + columns +
+              " FROM sample s CROSS JOIN (SELECT id, engine_start, first_sample, gone_sample FROM " + request.table +
+              "_identity WHERE 1" + conditions + ") i CROSS JOIN " + figures.name +
+              " f ON f.sample = s.id AND f.identity = i.id WHERE s.id BETWEEN ? AND ? AND i.engine_start = "
+              "s.engine_start ORDER BY s.id";
+    }
+    Statement row = m_database.prepare(sql);
+    if (!b_engine) {
+        for (const auto& [name, value] : request.where) {
+            row.bind(value);
+        }
+    }
+    row.bind(first).bind(end);
+
+    struct Current
+    {
+        long long engine_start = 0;
+        long long gone_sample = 0;
+        std::vector<long long> values;
+    };
+    std::map<long long, Current> current; // by identity
+    series.values.assign(request.columns.size(), {});
+    bool b_row = row.next();
+    for (const HistorySample& sample : series.samples) {
+        for (; b_row && row.integer(0) <= sample.id; b_row = row.next()) {
+            Current& entry = current[row.integer(1)];
+            entry.engine_start = b_engine ? sample.engine_start : row.integer(2);
+            entry.gone_sample = b_engine || row.is_null(3) ? std::numeric_limits<long long>::max() : row.integer(3);
+            entry.values.clear();
+            for (int column = 4; column < row.columns(); ++column) {
+                entry.values.push_back(row.integer(column));
+            }
+        }
+        std::vector<long long> sums(request.columns.size());
+        for (const auto& [identity, entry] : current) {
+            if (entry.engine_start == sample.engine_start && entry.gone_sample > sample.id) {
+                for (std::size_t at = 0; at < sums.size(); ++at) {
+                    sums[at] += entry.values[at];
+                }
+            }
+        }
+        for (std::size_t at = 0; at < sums.size(); ++at) {
+            series.values[at].push_back(sums[at]);
+        }
+    }
+    if (fail(row)) {
+        return std::nullopt;
+    }
+    thin_out(series, request.most_samples);
+    return series;
+}
+
+} // namespace kavstat

@@ -1,0 +1,411 @@
+#include "history/recorder.h"
+
+#include "history/reader.h"
+#include "history/rows.h"
+#include "history/schema.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+
+namespace kavstat {
+
+namespace {
+
+// Bits of a NACK's number that a cursor has.
+constexpr std::uint64_t cursor_bits = 0x7fffffff;
+
+// A row of so many columns takes at most so many bytes, beside its texts.
+long long row_bytes(const HistoryTable& table)
+{
+    return static_cast<long long>(table.columns.size()) * 10 + 64;
+}
+
+template <typename Record>
+std::size_t hash_of(const Record& record)
+{
+    return std::hash<std::string_view>()({reinterpret_cast<const char*>(&record), sizeof record});
+}
+
+// Connections are compared by a hash, as an engine may have a million. Never 0.
+std::size_t hash_of(const SnapshotConn& conn)
+{
+    std::size_t hash = hash_of(conn.figures);
+    for (const std::size_t part : {hash_of(conn.header), hash_of(conn.transport), hash_of(conn.open_time),
+                                   hash_of(conn.close_time), hash_of(conn.peer_number)}) {
+        hash = hash * 31 + part;
+    }
+    return hash | 1U;
+}
+
+std::optional<RE_kav_peer_id> identity_in(const std::optional<RE_stat_config_param>& config)
+{
+    return config ? std::optional(RE_kav_peer_id(config->m_local_kav_peer_id)) : std::nullopt;
+}
+
+bool is_same_config(const std::optional<RE_stat_config_param>& left, const std::optional<RE_stat_config_param>& right)
+{
+    return left.has_value() == right.has_value() &&
+           (!left ||
+            std::memcmp(static_cast<const void*>(&*left), static_cast<const void*>(&*right), sizeof *left) == 0);
+}
+
+} // namespace
+
+Recorder::Recorder(RecorderOptions options)
+    : m_options(std::move(options)), m_space(m_database, m_options.keep, m_options.max_size)
+{}
+
+std::string Recorder::open(const std::string& path)
+{
+    // SQLite does not use this kind of lock. It ends with the process.
+    m_lock = RE_descriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0640));
+    if (!m_lock.is_open()) {
+        return std::strerror(errno);
+    }
+    if (flock(m_lock.number(), LOCK_EX | LOCK_NB) != 0) {
+        return errno == EWOULDBLOCK ? "another recorder is writing it" : std::strerror(errno);
+    }
+    if (!m_database.open(path, Database::Access::write)) {
+        return m_database.error();
+    }
+    if (std::string reason = prepare_schema(m_database); !reason.empty()) {
+        return reason;
+    }
+    return prepare_statements() && m_space.prepare() ? "" : m_database.error();
+}
+
+bool Recorder::prepare_statements()
+{
+    m_add_sample = m_database.prepare(history_table("sample").insertion());
+    m_add_engine = m_database.prepare(history_table("engine_figures").insertion());
+    m_add_nack = m_database.prepare(history_table("nack").insertion());
+    m_add_conn = m_database.prepare(history_table("connection").insertion());
+    return m_add_sample.is_ready() && m_add_engine.is_ready() && m_add_nack.is_ready() && m_add_conn.is_ready() &&
+           m_peers.prepare(m_database) && m_apps.prepare(m_database) && m_bypass.prepare(m_database);
+}
+
+void Recorder::close()
+{
+    if (m_database.is_open()) {
+        m_space.empty_log();
+    }
+    // Statements hold the database open.
+    m_add_sample = {};
+    m_add_engine = {};
+    m_add_nack = {};
+    m_add_conn = {};
+    m_peers = EntryStore<SnapshotPeer>(HistoryKind::peer);
+    m_apps = EntryStore<SnapshotApp>(HistoryKind::application);
+    m_bypass = EntryStore<RE_bypass_entry>(HistoryKind::bypass);
+    m_database.close();
+    m_lock.close();
+    m_b_known = false;
+}
+
+bool Recorder::fail()
+{
+    m_error = m_database.error();
+    m_b_known = false;
+    return false;
+}
+
+// Reads back what the last sample had, as after a restart of the recorder.
+bool Recorder::sync()
+{
+    HistoryReader reader(m_database);
+    m_last = reader.last();
+    if (!reader.error().empty()) {
+        return fail();
+    }
+    m_last_id = m_database.number("SELECT max(seq) FROM sqlite_sequence WHERE name = 'sample'").value_or(0);
+    m_conns.clear();
+    m_peers.know();
+    m_apps.know();
+    m_bypass.know();
+    m_rows_since_base = 0;
+    if (m_last) {
+        const std::optional<RecordedMoment> moment = reader.restore(*m_last);
+        if (!moment) {
+            return fail();
+        }
+        m_start_time = moment->engine_start_time;
+        m_config = moment->config;
+        m_opened = moment->engine[RE_STAT_GLOBAL_ID_NUM_TOTAL_CONNS];
+        m_peers.know(moment->peers);
+        m_apps.know(moment->apps);
+        m_bypass.know(moment->bypass);
+        for (const HistoryKind kind : all_history_kinds) {
+            m_rows_since_base += m_database
+                                     .number("SELECT count(*) FROM " + figures_of(kind).name + " WHERE sample > " +
+                                             std::to_string(m_last->base))
+                                     .value_or(0);
+        }
+    }
+    m_b_known = true;
+    return true;
+}
+
+Recorder::Captured Recorder::capture(RE_image_reader& reader)
+{
+    Captured captured;
+    captured.snapshot = take_snapshot(reader, m_options.clock());
+    captured.app_slots = reader.get_max_app_slots();
+    for (SnapshotPeer& peer : captured.snapshot.peers) {
+        clean_header(peer.header);
+    }
+    if (const RE_stat_config_param* const config = reader.get_config_param()) {
+        captured.config = *config;
+    }
+    if (std::optional<std::vector<RE_bypass_entry>> entries = read_bypass(reader)) {
+        captured.bypass = std::move(*entries);
+        captured.sample.b_bypass_table = true;
+    }
+    capture_nacks(reader, captured);
+    return captured;
+}
+
+void Recorder::capture_nacks(RE_image_reader& reader, Captured& captured) const
+{
+    const int first = reader.get_first_nack();
+    const std::uint64_t end = reader.nacks_end();
+    const auto number_of = [end](int cursor) {
+        return end - ((end - static_cast<std::uint64_t>(cursor)) & cursor_bits);
+    };
+    const std::uint64_t oldest = first >= 0 ? number_of(first) : end;
+    captured.sample.first_nack = static_cast<long long>(oldest);
+    captured.sample.end_nack = static_cast<long long>(end);
+    // Read from the first on that may be new; whether the engine is still the same is found out later.
+    for (int cursor = first; cursor >= 0;) {
+        RE_stat_nack_header nack{};
+        cursor = reader.get_next_nack(cursor, nack);
+        if (cursor >= 0) {
+            captured.nacks.push_back(nack);
+        }
+    }
+}
+
+// Its counters begin anew, so that no difference may be taken across.
+bool Recorder::is_new_start(const Captured& captured, bool b_same) const
+{
+    if (!m_last || captured.snapshot.engine_start_time != m_start_time ||
+        identity_in(captured.config) != identity_in(m_config)) {
+        return true;
+    }
+    // Two starts within a second.
+    return !b_same && (captured.snapshot.engine[RE_STAT_GLOBAL_ID_NUM_TOTAL_CONNS] < m_opened ||
+                       captured.sample.end_nack < m_last->end_nack);
+}
+
+RecordResult Recorder::record(RE_image_reader& reader, bool b_same, double seconds)
+{
+    m_error.clear();
+    if (!m_b_known && !sync()) {
+        return RecordResult::failed;
+    }
+    Captured captured = capture(reader);
+    if (reader.is_cut()) {
+        return RecordResult::cut;
+    }
+    const bool b_new_start = is_new_start(captured, b_same);
+    if (m_seconds && !b_new_start) {
+        captured.sample.elapsed = seconds - *m_seconds;
+    }
+    m_error = make_room(captured);
+    if (!m_error.empty()) {
+        m_b_known = false;
+        return RecordResult::failed;
+    }
+    Transaction transaction(m_database);
+    if (!transaction.is_begun() || !store(reader, captured, b_new_start)) {
+        fail();
+        return RecordResult::failed;
+    }
+    if (reader.is_cut()) {
+        m_b_known = false;
+        return RecordResult::cut;
+    }
+    if (!transaction.commit()) {
+        fail();
+        return RecordResult::failed;
+    }
+    m_last = captured.sample;
+    m_last_id = captured.sample.id;
+    m_start_time = captured.snapshot.engine_start_time;
+    m_config = captured.config;
+    m_opened = captured.snapshot.engine[RE_STAT_GLOBAL_ID_NUM_TOTAL_CONNS];
+    m_seconds = seconds;
+    return RecordResult::recorded;
+}
+
+bool Recorder::thin(std::size_t most)
+{
+    if (!m_space.thin(m_options.clock(), most)) {
+        return fail();
+    }
+    // The last sample stays, but its base may be older than all that is left, which does no harm.
+    return true;
+}
+
+// Returns why there is none, or nothing. An upper bound of what the sample takes is made sure of.
+std::string Recorder::make_room(const Captured& captured)
+{
+    if (m_options.max_size == 0) {
+        return "";
+    }
+    const auto rows = [](std::size_t count) { return static_cast<long long>(count); };
+    constexpr long long text_bytes = 512;
+    long long bytes = row_bytes(history_table("engine_figures"));
+    bytes += rows(captured.snapshot.peers.size()) * (row_bytes(history_table("peer_figures")) + text_bytes);
+    bytes += rows(captured.snapshot.apps.size()) * (row_bytes(history_table("application_figures")) + text_bytes);
+    bytes += rows(captured.bypass.size()) * (row_bytes(history_table("bypass_figures")) + text_bytes);
+    bytes += rows(captured.nacks.size()) * row_bytes(history_table("nack"));
+    // Pages are not full, and those on the way to a row are written as well.
+    constexpr long long other_pages = 32LL * 4096;
+    switch (m_space.make_room(bytes + bytes / 2 + other_pages)) {
+    case HistorySpace::Room::there:
+        return "";
+    case HistorySpace::Room::none:
+        return "a sample does not fit into the largest size allowed";
+    case HistorySpace::Room::reader:
+        return "somebody is reading the database, and its write-ahead log would exceed the largest size allowed";
+    default:
+        return m_database.error();
+    }
+}
+
+bool Recorder::store(RE_image_reader& reader, Captured& captured, bool b_new_start)
+{
+    HistorySample& sample = captured.sample;
+    sample.id = m_last_id + 1;
+    sample.time = captured.snapshot.capture_time;
+    if (b_new_start) {
+        m_peers.know();
+        m_apps.know();
+        m_bypass.know();
+        m_conns.clear();
+        if (!store_start(captured)) {
+            return false;
+        }
+    } else {
+        sample.engine_start = m_last->engine_start;
+    }
+    const Snapshot& snapshot = captured.snapshot;
+    const std::size_t entries = snapshot.peers.size() + snapshot.apps.size() + captured.bypass.size();
+    const std::size_t changes =
+        m_peers.changes(snapshot.peers) + m_apps.changes(snapshot.apps) + m_bypass.changes(captured.bypass);
+    // Entries without a change are left out until as many rows have come since all were written: so a moment is read
+    // from at most three times its rows, and the file has at most half as many again.
+    const bool b_all = changes == entries || m_rows_since_base > 2 * static_cast<long long>(entries);
+    sample.base = b_all ? sample.id : m_last->base;
+    m_rows_since_base = b_all ? 0 : m_rows_since_base + static_cast<long long>(changes);
+    return store_config(captured) && store_sample(sample) && store_engine(captured) &&
+           m_peers.store(m_database, snapshot.peers, sample, b_all) &&
+           m_apps.store(m_database, snapshot.apps, sample, b_all) &&
+           m_bypass.store(m_database, captured.bypass, sample, b_all) && store_nacks(captured) &&
+           (!m_options.b_connections || store_conns(reader, sample));
+}
+
+bool Recorder::store_start(Captured& captured)
+{
+    Statement statement = m_database.prepare(history_table("engine_start").insertion());
+    statement.bind_null().bind(captured.snapshot.engine_start_time);
+    const std::optional<RE_kav_peer_id> identity = identity_in(captured.config);
+    identity ? statement.bind(identity->getString()) : statement.bind_null();
+    statement.bind(captured.app_slots).bind(captured.sample.id);
+    const bool b_ok = statement.run();
+    captured.sample.engine_start = m_database.last_row();
+    return b_ok;
+}
+
+bool Recorder::store_config(Captured& captured)
+{
+    if (!captured.config) {
+        return true;
+    }
+    if (m_last && m_last->configuration && is_same_config(m_config, captured.config)) {
+        captured.sample.configuration = m_last->configuration;
+        return true;
+    }
+    Statement statement = m_database.prepare(history_table("configuration").insertion());
+    statement.bind_null().bind(captured.sample.id);
+    bind_fields(statement, config_fields, *captured.config);
+    statement.bind_bytes(&*captured.config, sizeof *captured.config);
+    const bool b_ok = statement.run();
+    captured.sample.configuration = m_database.last_row();
+    return b_ok;
+}
+
+bool Recorder::store_sample(const HistorySample& sample)
+{
+    return m_add_sample.bind(sample.id)
+        .bind(sample.time)
+        .bind(sample.engine_start)
+        .bind(sample.elapsed)
+        .bind(sample.configuration)
+        .bind(sample.base)
+        .bind(sample.first_nack)
+        .bind(sample.end_nack)
+        .bind(sample.b_bypass_table ? 1 : 0)
+        .run();
+}
+
+bool Recorder::store_engine(const Captured& captured)
+{
+    const Snapshot& snapshot = captured.snapshot;
+    m_add_engine.bind(captured.sample.id);
+    bind_fields(m_add_engine, engine_fields, snapshot);
+    bind_counters(m_add_engine, CounterScope::engine, std::span<const long long>(snapshot.engine));
+    bind_counters(m_add_engine, CounterScope::connection, std::span<const long long>(snapshot.connections));
+    return m_add_engine.run();
+}
+
+bool Recorder::store_nacks(const Captured& captured)
+{
+    const HistorySample& sample = captured.sample;
+    const bool b_same_start = m_last && m_last->engine_start == sample.engine_start;
+    const long long known = b_same_start ? m_last->end_nack : 0;
+    // Those that were overwritten while the log was read are missing at its beginning.
+    long long number = sample.end_nack - static_cast<long long>(captured.nacks.size());
+    for (const RE_stat_nack_header& nack : captured.nacks) {
+        if (number >= known) {
+            m_add_nack.bind(sample.engine_start).bind(number).bind(sample.id);
+            bind_fields(m_add_nack, nack_fields, nack);
+            if (!m_add_nack.run()) {
+                return false;
+            }
+        }
+        ++number;
+    }
+    return true;
+}
+
+bool Recorder::store_conns(RE_image_reader& reader, const HistorySample& sample)
+{
+    const auto slots = static_cast<std::size_t>(reader.get_max_conn_slots());
+    m_conns.resize(std::max(m_conns.size(), slots));
+    SnapshotConn conn;
+    for (std::size_t slot = 0; slot < slots; ++slot) {
+        conn = {};
+        const bool b_there = read_connection(reader, static_cast<int>(slot), conn);
+        const std::size_t hash = b_there ? hash_of(conn) : 0;
+        const bool b_moved = hash != m_conns[slot];
+        m_conns[slot] = hash;
+        if (!b_there || !b_moved) {
+            continue;
+        }
+        m_add_conn.bind(sample.id);
+        bind_connection(m_add_conn, conn);
+        if (!m_add_conn.run()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace kavstat

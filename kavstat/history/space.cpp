@@ -1,0 +1,172 @@
+#include "history/space.h"
+
+#include "history/reader.h"
+#include "history/schema.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+
+namespace kavstat {
+
+namespace {
+
+// Tables with rows of samples that are moved into others, and what tells their rows of a sample apart.
+constexpr std::array moved_tables{"peer_figures", "application_figures", "bypass_figures", "connection"};
+
+// For the file that readers and writers of the log share; it grows with the log, slowly.
+constexpr long long shared_bytes = 131072;
+
+long long file_size(const std::string& path)
+{
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 ? status.st_size : 0;
+}
+
+} // namespace
+
+bool HistorySpace::prepare()
+{
+    if (m_max_size == 0) {
+        return true;
+    }
+    // A guard for what is estimated: the file itself stays below, and a transaction that is too large fails.
+    const long long pages = most_in_file() / std::max(page_size(), 1LL);
+    return m_database.run("PRAGMA max_page_count = " + std::to_string(std::max(pages, 1LL))) &&
+           m_database.run("PRAGMA journal_size_limit = " + std::to_string(m_max_size / 8)) &&
+           // Written once a transaction, when it is complete.
+           m_database.run("PRAGMA cache_spill = OFF");
+}
+
+bool HistorySpace::thin(std::time_t now, std::size_t most)
+{
+    HistoryReader reader(m_database);
+    const std::vector<HistorySample> samples = reader.samples({});
+    if (!reader.error().empty()) {
+        return false;
+    }
+    bool b_old = false;
+    for (const ThinningStep& step : plan_thinning(samples, m_keep, now, most)) {
+        if (!apply(step)) {
+            return false;
+        }
+        b_old = b_old || step.b_old;
+    }
+    return !b_old || forget_unused();
+}
+
+// The rows that the later sample has already are newer.
+bool HistorySpace::apply(const ThinningStep& step)
+{
+    const std::string sample = std::to_string(step.sample);
+    Transaction transaction(m_database);
+    bool b_ok = transaction.is_begun();
+    for (const char* const table : moved_tables) {
+        if (step.into != 0) {
+            b_ok = b_ok && m_database.run(std::string("UPDATE OR IGNORE ") + table +
+                                          " SET sample = " + std::to_string(step.into) + " WHERE sample = " + sample);
+        }
+        b_ok = b_ok && m_database.run(std::string("DELETE FROM ") + table + " WHERE sample = " + sample);
+    }
+    b_ok = b_ok && m_database.run("DELETE FROM engine_figures WHERE sample = " + sample);
+    if (step.into != 0) {
+        b_ok = b_ok && m_database.run("UPDATE sample SET elapsed = elapsed + (SELECT elapsed FROM sample WHERE id = " +
+                                      sample + ") WHERE id = " + std::to_string(step.into));
+    }
+    return b_ok && m_database.run("DELETE FROM sample WHERE id = " + sample) && transaction.commit();
+}
+
+bool HistorySpace::remove_oldest()
+{
+    HistoryReader reader(m_database);
+    const std::optional<HistorySample> oldest = reader.first();
+    const std::optional<HistorySample> next = oldest ? reader.after(*oldest) : std::nullopt;
+    return next && apply({oldest->id, next->engine_start == oldest->engine_start ? next->id : 0, true});
+}
+
+// What only samples that are gone were about.
+bool HistorySpace::forget_unused()
+{
+    Transaction transaction(m_database);
+    bool b_ok = transaction.is_begun();
+    const long long oldest = m_database.number("SELECT min(id) FROM sample").value_or(0);
+    for (const HistoryKind kind : all_history_kinds) {
+        b_ok = b_ok &&
+               m_database.run("DELETE FROM " + identities_of(kind).name + " WHERE gone_sample <= " +
+                              std::to_string(oldest) + " OR engine_start NOT IN (SELECT engine_start FROM sample)") &&
+               m_database.run("DELETE FROM " + figures_of(kind).name + " WHERE sample = " + std::to_string(oldest) +
+                              " AND identity NOT IN (SELECT id FROM " + identities_of(kind).name + ")");
+    }
+    return b_ok &&
+           m_database.run("DELETE FROM nack WHERE engine_start NOT IN (SELECT engine_start FROM sample) OR "
+                          "(engine_start = (SELECT engine_start FROM sample ORDER BY id LIMIT 1) AND number < (SELECT "
+                          "first_nack FROM sample ORDER BY id LIMIT 1))") &&
+           m_database.run("DELETE FROM engine_start WHERE id NOT IN (SELECT engine_start FROM sample)") &&
+           m_database.run("DELETE FROM configuration WHERE id NOT IN (SELECT configuration FROM sample WHERE "
+                          "configuration IS NOT NULL)") &&
+           transaction.commit();
+}
+
+long long HistorySpace::page_size()
+{
+    return m_database.number("PRAGMA page_size").value_or(4096);
+}
+
+long long HistorySpace::used_bytes()
+{
+    return (m_database.number("PRAGMA page_count").value_or(0) -
+            m_database.number("PRAGMA freelist_count").value_or(0)) *
+           page_size();
+}
+
+bool HistorySpace::empty_log()
+{
+    return m_database.number("PRAGMA wal_checkpoint(TRUNCATE)").value_or(1) == 0;
+}
+
+bool HistorySpace::is_log_small(long long bytes)
+{
+    const long long most = m_max_size / 4 - shared_bytes;
+    const std::string log = m_database.path() + "-wal";
+    return file_size(log) + bytes <= most || (empty_log() && file_size(log) + bytes <= most);
+}
+
+HistorySpace::Room HistorySpace::make_room(long long bytes)
+{
+    if (m_max_size == 0) {
+        return Room::there;
+    }
+    if (bytes > m_max_size / 4 - shared_bytes || bytes > most_in_file()) {
+        return Room::none;
+    }
+    const bool b_large = file_size(m_database.path()) > most_in_file();
+    // A little more than needed, so that this is not to be done again for every sample.
+    const long long target = most_in_file() - bytes;
+    const bool b_full = used_bytes() > target;
+    while (b_full && used_bytes() > target - target / 64) {
+        if (!is_log_small(bytes)) {
+            return Room::reader;
+        }
+        if (!remove_oldest()) {
+            return m_database.is_well() ? Room::none : Room::error;
+        }
+        ++m_removed;
+    }
+    if (b_full && !forget_unused()) {
+        return Room::error;
+    }
+    // A file of an earlier, larger limit.
+    while (b_large && m_database.number("PRAGMA freelist_count").value_or(0) > 0 &&
+           m_database.number("PRAGMA page_count").value_or(0) * page_size() > most_in_file()) {
+        if (!is_log_small(bytes)) {
+            return Room::reader;
+        }
+        if (!m_database.run("PRAGMA incremental_vacuum(64)")) {
+            return Room::error;
+        }
+    }
+    return is_log_small(bytes) ? Room::there : Room::reader;
+}
+
+} // namespace kavstat
