@@ -1,5 +1,5 @@
-// The signals that ask the engine to stop, or to change its health. The engine checks for them, so that it stops between
-// two messages and cleans up.
+// The signals that ask the engine to stop, or to change its health. The engine checks for them, so that it stops
+// between two messages and cleans up.
 #pragma once
 
 #include <chrono>
@@ -7,8 +7,8 @@
 class RE_stop_signal
 {
 public:
-    // From now on SIGTERM, SIGINT and SIGUSR1 are blocked until they are checked for, and writing to a closed pipe is an
-    // ordinary error. duration: when to stop without a signal, in seconds from now; 0 for never.
+    // From now on SIGTERM, SIGINT and SIGUSR1 are blocked until they are checked for, and writing to a closed pipe is
+    // an ordinary error. duration: when to stop without a signal, in seconds from now; 0 for never.
     explicit RE_stop_signal(double duration);
 
     // Whether the engine must stop. Does not wait.
