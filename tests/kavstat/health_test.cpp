@@ -277,6 +277,17 @@ TEST_F(health, judges_savings_of_a_few_seconds_by_more_than_one_application)
     EXPECT_EQ(moments.broken(), names{});
 }
 
+TEST_F(health, compares_savings_with_ten_times_the_traffic)
+{
+    two_moments moments;
+    moments.seconds = 60;
+    moments.connections(RE_STAT_CONN_ID_ENCODE_OUT_BYTES, 40000000, 50000000);
+    moments.connections(RE_STAT_CONN_ID_DECODE_IN_BYTES, 40000000, 50000000);
+    EXPECT_EQ(moments.broken(), names{"savings_dropped"});
+    moments.connections(RE_STAT_CONN_ID_ENCODE_IN_BYTES, 100000000, 110000001); // 200,000,000 and 20,000,001
+    EXPECT_EQ(moments.broken(), names{});
+}
+
 TEST_F(health, keeps_hostile_names_harmless)
 {
     two_moments moments;
