@@ -327,7 +327,7 @@ TEST_P(shells_complete, every_option_and_command_of_the_help)
     }
     for (const std::string& program : programs) {
         words& options = wanted[program + " --"];
-        options = words_of_help(program, "\n  (?:-[A-Za-z],)?(--[a-z][a-z.-]*)");
+        options = words_of_help(program, "\n  (?:-[A-Za-z],)?(--[a-z][a-z_.-]*)");
         EXPECT_TRUE(options.contains("--help")) << program;
     }
     std::vector<std::string> command_lines;
