@@ -23,7 +23,7 @@ constexpr std::uint64_t cursor_bits = 0x7fffffff;
 // A row of so many columns takes at most so many bytes, beside its texts.
 long long row_bytes(const HistoryTable& table)
 {
-    return static_cast<long long>(table.columns.size()) * 10 + 64;
+    return static_cast<long long>(table.columns.size()) * 9 + 32;
 }
 
 template <typename Record>
@@ -259,11 +259,13 @@ std::string Recorder::make_room(const Captured& captured)
         return "";
     }
     const auto rows = [](std::size_t count) { return static_cast<long long>(count); };
-    constexpr long long text_bytes = 512;
+    // Of identities, should all of them be new.
+    constexpr long long peer_bytes = 640;
+    constexpr long long entry_bytes = 128;
     long long bytes = row_bytes(history_table("engine_figures"));
-    bytes += rows(captured.snapshot.peers.size()) * (row_bytes(history_table("peer_figures")) + text_bytes);
-    bytes += rows(captured.snapshot.apps.size()) * (row_bytes(history_table("application_figures")) + text_bytes);
-    bytes += rows(captured.bypass.size()) * (row_bytes(history_table("bypass_figures")) + text_bytes);
+    bytes += rows(captured.snapshot.peers.size()) * (row_bytes(history_table("peer_figures")) + peer_bytes);
+    bytes += rows(captured.snapshot.apps.size()) * (row_bytes(history_table("application_figures")) + entry_bytes);
+    bytes += rows(captured.bypass.size()) * (row_bytes(history_table("bypass_figures")) + entry_bytes);
     bytes += rows(captured.nacks.size()) * row_bytes(history_table("nack"));
     // Pages are not full, and those on the way to a row are written as well.
     constexpr long long other_pages = 32LL * 4096;

@@ -53,6 +53,8 @@ TEST_F(kavstat_completion, offers_commands_options_and_values)
     EXPECT_EQ(offered({"rules", "--rules", path("sav")}), path("saved-1"));
     EXPECT_EQ(offered({"record", path("sav")}), path("saved-1"));
     EXPECT_EQ(offered({"record", "--keep", "a"}), "all");
+    EXPECT_EQ(offered({"export", "--table", "p"}), "peer");
+    EXPECT_EQ(offered({"json", "--history", path("sav")}), path("saved-1"));
 }
 
 TEST_F(kavstat_completion, knows_every_command_and_option_that_there_is)
@@ -79,5 +81,5 @@ TEST_F(kavstat_completion, knows_every_command_and_option_that_there_is)
             }
         }
     }
-    EXPECT_EQ(commands, 10);
+    EXPECT_EQ(commands, 12);
 }
