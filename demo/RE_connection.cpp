@@ -60,7 +60,9 @@ RE_step RE_connection::step()
         return {};
     }
     RE_byte_buffer message;
-    if (m_b_at_end || !m_source.next(message)) {
+    constexpr std::uint32_t tiny = 16;
+    const bool b_tiny = m_surroundings.health.ills.has(RE_illness::tiny_messages);
+    if (m_b_at_end || !m_source.next(message, b_tiny ? tiny : 0)) {
         m_b_at_end = true;
         return {0, receive_until(0)};
     }
@@ -134,7 +136,7 @@ void RE_connection::set_stop(stop_cause cause)
 bool RE_connection::is_noise() const
 {
     const RE_illness_set& ills = m_surroundings.health.ills;
-    return ills.has(RE_illness::incompressible) ||
+    return ills.has(RE_illness::incompressible) || ills.has(RE_illness::tiny_messages) ||
            (ills.has(RE_illness::auto_bypass) && is_encoding() && m_peer.number() == ill_peer_number);
 }
 

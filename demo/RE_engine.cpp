@@ -298,7 +298,7 @@ void RE_engine::suffer()
         return;
     }
     const double seconds = static_cast<double>(monotonic_ns() - m_start_ns) / ns_per_second;
-    m_health.ills = illnesses_at(m_options.ills, seconds);
+    m_health.ills = illnesses_at(m_options.ills, seconds, m_stop.is_toggled());
     if (!m_health.ills.has(RE_illness::conn_stuck)) {
         m_health.stuck_conn_id = 0;
     }

@@ -14,9 +14,10 @@ constexpr bool is_set = false;
 constexpr std::array<RE_illness_info, static_cast<std::size_t>(RE_illness::count)> illnesses{{
     {"cache-unusable", happens, "the engine does not use its cache; messages that refer to it are refused"},
     {"cache-failed", happens, "the disk of the cache files is full; the cache fails until it can be written to again"},
+    {"cache-lost", happens, "the same, and the engine has given the cache up"},
     {"cache-initialising", happens, "the cache never finishes loading; messages that refer to it are refused"},
     {"cache-small", happens, "the cache is too small for the traffic: 1 MB for each peer"},
-    {"index-full", happens, "the index has room for 64 chunks of each peer"},
+    {"index-full", happens, "the indexes have room for 64 chunks of each peer"},
     {"low-memory", is_set, "openings, decodings and allocations fail for lack of memory, and no reserve is left"},
     {"slow-disk", happens, "a read from the cache takes 20 ms"},
     {"slow-encode", happens, "encoding a message takes 50 ms"},
@@ -33,8 +34,13 @@ constexpr std::array<RE_illness_info, static_cast<std::size_t>(RE_illness::count
     {"peer-far", happens, "the first peer's answers take 600 ms"},
     {"ack-queue", happens, "the first peer does not acknowledge anything; its connections stop"},
     {"incompressible", happens, "all traffic is noise"},
+    {"tiny-messages", happens, "all traffic is noise in messages of 16 bytes, which encoding makes larger"},
     {"auto-bypass", happens, "traffic to the first peer is noise, and 64 KB of it are enough to judge a server"},
     {"conn-stuck", happens, "the peer of one connection does not accept its data"},
+    {"wait-queue", is_set, "messages wait for one that must be sent again"},
+    {"bypass-nacks", is_set, "a server of the first peer is bypassed because of repeated NACKs"},
+    {"bypass-table-full", is_set, "the auto-bypass table is full of servers"},
+    {"app-table-full", happens, "no application has a place for its counters; its traffic is not counted there"},
 }};
 
 // Reads a time and removes it from the front of `text`. Returns false when there is none.
@@ -114,17 +120,22 @@ std::string parse_illness(const std::string& text, RE_planned_illness& planned)
         return "no illness is called \"" + std::string(name) + "\"; there are " + all_names();
     }
     planned = {static_cast<RE_illness>(found - illnesses.begin()), 0, std::numeric_limits<double>::infinity()};
+    planned.b_by_signal = view.substr(at) == "@signal";
+    if (planned.b_by_signal) {
+        return {};
+    }
     if (at < view.size() && !take_times(view.substr(at), planned)) {
-        return "\"" + text + "\" has a time that is not like @60s or @60s+2m; units are s, m and h";
+        return "\"" + text + "\" has a time that is not like @60s, @60s+2m or @signal; units are s, m and h";
     }
     return {};
 }
 
-RE_illness_set illnesses_at(const std::vector<RE_planned_illness>& plan, double seconds)
+RE_illness_set illnesses_at(const std::vector<RE_planned_illness>& plan, double seconds, bool b_signalled)
 {
     RE_illness_set ills;
     for (const RE_planned_illness& planned : plan) {
-        if (planned.begin <= seconds && seconds < planned.end) {
+        const bool b_in_time = planned.begin <= seconds && seconds < planned.end;
+        if (planned.b_by_signal ? b_signalled : b_in_time) {
             ills.add(planned.illness);
         }
     }

@@ -11,6 +11,7 @@ enum class RE_illness : std::uint8_t
 {
     cache_unusable,
     cache_failed,
+    cache_lost,
     cache_initialising,
     cache_small,
     index_full,
@@ -30,8 +31,13 @@ enum class RE_illness : std::uint8_t
     peer_far,
     ack_queue,
     incompressible,
+    tiny_messages,
     auto_bypass,
     conn_stuck,
+    wait_queue,
+    bypass_nacks,
+    bypass_table_full,
+    app_table_full,
     count,
 };
 
@@ -56,19 +62,20 @@ private:
     std::bitset<static_cast<std::size_t>(RE_illness::count)> m_bits;
 };
 
-// An illness and its time, in seconds after the engine's start.
+// An illness and its time, in seconds after the engine's start, or from one SIGUSR1 to the next.
 struct RE_planned_illness
 {
     RE_illness illness;
     double begin;
     double end;
+    bool b_by_signal = false;
 };
 
-// Reads NAME, NAME@BEGIN or NAME@BEGIN+LENGTH, with times such as 90s, 1.5m or 1h. Returns an error message or an empty
-// string.
+// Reads NAME, NAME@BEGIN, NAME@BEGIN+LENGTH, with times such as 90s, 1.5m or 1h, or NAME@signal. Returns an error
+// message or an empty string.
 std::string parse_illness(const std::string& text, RE_planned_illness& planned);
 
-RE_illness_set illnesses_at(const std::vector<RE_planned_illness>& plan, double seconds);
+RE_illness_set illnesses_at(const std::vector<RE_planned_illness>& plan, double seconds, bool b_signalled);
 
 // The engine's current health, for all of its parts to read.
 struct RE_health

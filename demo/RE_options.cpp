@@ -77,7 +77,8 @@ RE_parsed_options parse_options(int argc, char** argv)
                  "files that do not compress");
     std::vector<std::string> ills;
     app.add_option("--ill", ills,
-                   "Be ill, from the start or from a time on (NAME@60s), until the end or for some time (NAME@60s+2m)")
+                   "Be ill, from the start or from a time on (NAME@60s), until the end or for some time (NAME@60s+2m), "
+                   "or from one SIGUSR1 to the next (NAME@signal)")
         ->delimiter(',')
         ->allow_extra_args(false)
         ->type_name("NAME[@BEGIN[+LENGTH]],...")

@@ -138,13 +138,14 @@ void RE_peer::suffer(const RE_illness_set& ills, std::uint64_t tick)
 
     RE_chunk_store& store = m_inbound.decoder().store();
     store.set_in_use(!has(RE_illness::cache_unusable) && !has(RE_illness::cache_initialising));
-    store.set_disk_full(has(RE_illness::cache_failed));
+    store.set_disk_full(has(RE_illness::cache_failed) || has(RE_illness::cache_lost));
     store.set_disk_delay(has(RE_illness::slow_disk) ? slow_read_ns : 0);
     m_inbound.decoder().set_delay(has(RE_illness::slow_decode) ? slow_message_ns : 0);
     m_outbound.encoder().set_delay(has(RE_illness::slow_encode) ? slow_message_ns : 0);
 
-    // Both ends use the limit of a small cache. A tiny cache is unknown to the other end.
-    const RE_fifo_limit inbound_limit = has(RE_illness::cache_small) ? small_cache : RE_fifo_limit{};
+    // Both ends use the limits of a small cache and a small index. A tiny cache is unknown to the other end.
+    RE_fifo_limit inbound_limit = has(RE_illness::cache_small) ? small_cache : RE_fifo_limit{};
+    inbound_limit.chunks = has(RE_illness::index_full) ? small_index.chunks : inbound_limit.chunks;
     m_inbound.encoder().limit(inbound_limit, now);
     store.limit(first_has(RE_illness::nacks) ? tiny_cache : inbound_limit, now);
     m_outbound.encoder().limit(has(RE_illness::index_full) ? small_index : RE_fifo_limit{}, now);
@@ -167,7 +168,8 @@ void RE_peer::start_anew_after(const RE_illness_set& ills)
                            [&](RE_illness illness) { return m_ills.has(illness) && !ills.has(illness); });
     };
     const bool b_first = m_number == ill_peer_number;
-    if (one_ended({RE_illness::cache_unusable, RE_illness::cache_failed, RE_illness::cache_initialising}) ||
+    if (one_ended({RE_illness::cache_unusable, RE_illness::cache_failed, RE_illness::cache_lost,
+                   RE_illness::cache_initialising}) ||
         (b_first && one_ended({RE_illness::nacks}))) {
         m_inbound.encoder().start_anew();
     }

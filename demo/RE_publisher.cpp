@@ -410,8 +410,10 @@ void RE_publisher::add_app(const RE_published_conn& conn, RE_stat_app_id id, std
     const auto index = static_cast<std::size_t>(id);
     const std::uint64_t before = app.published(index);
     app.totals[index] += amount;
-    m_writer.add_app_stat(app.slot, id, static_cast<std::uint32_t>(app.published(index) - before));
-    const bool b_counted = app.slot >= 0;
+    const bool b_counted = app.slot >= 0 && !m_b_no_room_for_apps;
+    if (b_counted) {
+        m_writer.add_app_stat(app.slot, id, static_cast<std::uint32_t>(app.published(index) - before));
+    }
     m_writer.add_global(
         b_counted ? RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_SUCCESS_COUNT : RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_FAILURE_COUNT, 1);
 }

@@ -107,6 +107,7 @@ private:
     void refresh_peer(int slot, const RE_peer& peer);
     void refresh_global(const std::vector<std::unique_ptr<RE_peer>>& peers, const RE_illness_set& ills);
     void refresh_reserve();
+    void stage_bypass(std::uint32_t servers, RE_bypass_reason reason, std::uint16_t first_port);
 
     RE_stat_writer m_writer;
     bool m_b_room_missed = false;
@@ -115,5 +116,6 @@ private:
     long long m_stopped_conns = 0;             // by the ack queue
     long long m_lowest_reserve = std::numeric_limits<long long>::max();
     RE_illness_set m_staged;
+    bool m_b_no_room_for_apps = false;
     std::map<std::tuple<std::uint16_t, std::uint16_t, int>, std::unique_ptr<RE_published_app>> m_apps;
 };

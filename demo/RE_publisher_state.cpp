@@ -38,7 +38,10 @@ RE_CACHE_INIT_STATE cache_state(const std::vector<std::unique_ptr<RE_peer>>& pee
     const bool b_failed = std::any_of(peers.begin(), peers.end(), [](const std::unique_ptr<RE_peer>& peer) {
         return peer->inbound().decoder().store().is_failed();
     });
-    return b_failed ? RE_CACHE_TEMP_FAILED : RE_CACHE_ACTIVE;
+    if (b_failed) {
+        return ills.has(RE_illness::cache_lost) ? RE_CACHE_FAILED : RE_CACHE_TEMP_FAILED;
+    }
+    return RE_CACHE_ACTIVE;
 }
 
 // Returns the memory that the machine could give to this program, in megabytes; 0 when it is unknown.

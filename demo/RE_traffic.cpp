@@ -155,13 +155,13 @@ RE_message_source::RE_message_source(const std::string& path, RE_message_sizes s
     m_application = &classify(path, RE_byte_view(beginning).first(count));
 }
 
-bool RE_message_source::next(RE_byte_buffer& message)
+bool RE_message_source::next(RE_byte_buffer& message, std::uint32_t size)
 {
     message.clear();
     if (m_file == nullptr) {
         return false;
     }
-    message.resize(next_size());
+    message.resize(size != 0 ? size : next_size());
     message.resize(std::fread(message.data(), 1, message.size(), m_file.get()));
     if (std::ferror(m_file.get()) != 0) {
         note_skipped("the rest of " + m_path, std::strerror(errno));

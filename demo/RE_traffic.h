@@ -31,8 +31,8 @@ public:
     bool is_open() const { return m_file != nullptr; }
     // The application that the file's traffic belongs to.
     const RE_application& application() const { return *m_application; }
-    // Reads the next message. Returns false at the end.
-    bool next(RE_byte_buffer& message);
+    // Reads the next message. size: of the message in bytes; 0 for the configured sizes. Returns false at the end.
+    bool next(RE_byte_buffer& message, std::uint32_t size = 0);
 
 private:
     struct file_closer

@@ -1,6 +1,7 @@
 #include "command_line.h"
 
 #include "commands/commands.h"
+#include "documents/schemas.h"
 #include "health/report.h"
 #include "history/space.h"
 #include "history/times.h"
@@ -147,8 +148,11 @@ void add_schema(CLI::App& app, int& status)
 {
     CLI::App* const command = app.add_subcommand("schema", "The JSON Schema of what kavstat gives as JSON");
     const auto document = std::make_shared<std::string>("statistics");
-    command->add_option("--of", *document, "What \"json\" and \"serve\" give, or what \"health\" does")
-        ->check(CLI::IsMember({"statistics", "health"}))
+    command
+        ->add_option("--of", *document,
+                     "What \"json\" and \"serve\" give, a line of \"json --interval\", or what "
+                     "\"health\", \"watch\" and \"diff\" give with --json")
+        ->check(CLI::IsMember(schema_words()))
         ->capture_default_str();
     command->callback([document, &status] { status = run_schema(*document); });
 }

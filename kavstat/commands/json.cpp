@@ -3,8 +3,8 @@
 #include "commands/recorded.h"
 #include "commands/report_error.h"
 #include "commands/stop_signals.h"
+#include "documents/schemas.h"
 #include "format/json_writer.h"
-#include "health/report.h"
 
 #include <unistd.h>
 
@@ -141,7 +141,7 @@ int run_schema(const std::string& document)
 {
     DescriptorSink sink(STDOUT_FILENO);
     Output output(sink);
-    output.add(document == "health" ? health_json_schema() : statistics_json_schema());
+    output.add(schema_of(document));
     return finish_output(output, sink);
 }
 

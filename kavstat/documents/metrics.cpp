@@ -329,6 +329,15 @@ void Exposition::write_engine(Output& output) const
     add_gauge(output, "kav_engine_start_timestamp_seconds", "when the engine was started, seconds since the epoch",
               m_snapshot.engine_start_time);
     add_gauge(output, "kav_active_connections", "connections open now", m_snapshot.active_connections);
+    if (m_longest_silence) {
+        output.add(head_of("kav_connections_longest_silence_seconds",
+                           "longest time without a byte moved on an open connection with data pending",
+                           MetricType::gauge));
+        output.add("kav_connections_longest_silence_seconds ");
+        constexpr double microseconds = 1e6;
+        add_metric_value(output, RE_stat_unit::microseconds, static_cast<long long>(*m_longest_silence * microseconds));
+        output.add('\n');
+    }
     if (!m_bypass_servers) {
         return;
     }

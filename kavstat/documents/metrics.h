@@ -21,6 +21,10 @@ public:
     // reader: what the snapshot was taken from. snapshot: outlives this object.
     Exposition(RE_image_reader& reader, const Snapshot& snapshot);
 
+    // The longest time, in seconds, for which an open connection with data pending has moved no byte. Only a program
+    // that has read the connections before can know it; without this call, the metric is left out.
+    void set_longest_silence(double seconds) { m_longest_silence = seconds; }
+
     // The text, for `output`. Both this object and the output outlive it.
     Document document(Output& output) const;
 
@@ -34,6 +38,7 @@ private:
     std::vector<const SnapshotApp*> m_apps;
     // In the auto-bypass table, by the codes of bypass_reason_words; nothing when there is none.
     std::optional<std::array<int, bypass_reason_words.size()>> m_bypass_servers;
+    std::optional<double> m_longest_silence; // seconds
 };
 
 // The exposition without an engine: kav_up 0.

@@ -28,7 +28,7 @@ bool compares(Comparison comparison, double value, double limit)
     return value != limit;
 }
 
-// The things of now with what they were before, null for those that are new. Both in ascending order of slots.
+// Finds the earlier record of each thing, null for those that are new. Both lists are in ascending order of slots.
 template <typename Thing, typename Same>
 std::vector<const Thing*> earlier_of(const std::vector<Thing>* before, const std::vector<Thing>& now, const Same& same)
 {
@@ -55,6 +55,53 @@ struct Subject
     const SnapshotPeer* peer_before = nullptr;
     const SnapshotApp* app = nullptr;
     const SnapshotApp* app_before = nullptr;
+};
+
+// The subjects of a rule that have the largest values. Others are only counted. Rules with a lower limit have the scope
+// engine, which is a single subject.
+class WorstOf
+{
+public:
+    struct Entry
+    {
+        double value = 0;
+        std::size_t index = 0;
+        bool b_held = false; // the condition also held at the moment before
+    };
+
+    void add(const Entry& entry)
+    {
+        ++m_count;
+        m_entries.push_back(entry);
+        if (m_entries.size() == 2 * most_findings_of_rule) {
+            shorten();
+        }
+    }
+    // Returns the worst first; equal ones in the order of their indexes.
+    const std::vector<Entry>& sorted()
+    {
+        shorten();
+        std::sort(m_entries.begin(), m_entries.end(), is_worse);
+        return m_entries;
+    }
+    std::size_t others() const { return m_count - m_entries.size(); }
+
+private:
+    static bool is_worse(const Entry& one, const Entry& other)
+    {
+        return one.value != other.value ? one.value > other.value : one.index < other.index;
+    }
+    void shorten()
+    {
+        if (m_entries.size() > most_findings_of_rule) {
+            const auto end = m_entries.begin() + static_cast<std::ptrdiff_t>(most_findings_of_rule);
+            std::nth_element(m_entries.begin(), end, m_entries.end(), is_worse);
+            m_entries.erase(end, m_entries.end());
+        }
+    }
+
+    std::size_t m_count = 0;
+    std::vector<Entry> m_entries;
 };
 
 class Evaluation
@@ -101,17 +148,15 @@ private:
     {
         switch (setting.rule->scope) {
         case RuleScope::engine:
-            judge(setting, Subject{});
+            judge(setting, 1, [](std::size_t) { return Subject{}; });
             break;
         case RuleScope::peer:
-            for (std::size_t at = 0; at < m_now.peers.size(); ++at) {
-                judge(setting, {.peer = &m_now.peers[at], .peer_before = m_peers_before[at]});
-            }
+            judge(setting, m_now.peers.size(),
+                  [&](std::size_t at) { return Subject{.peer = &m_now.peers[at], .peer_before = m_peers_before[at]}; });
             break;
         case RuleScope::application:
-            for (std::size_t at = 0; at < m_now.apps.size(); ++at) {
-                judge(setting, {.app = &m_now.apps[at], .app_before = m_apps_before[at]});
-            }
+            judge(setting, m_now.apps.size(),
+                  [&](std::size_t at) { return Subject{.app = &m_now.apps[at], .app_before = m_apps_before[at]}; });
             break;
         case RuleScope::connection:
             judge_connections(setting);
@@ -119,20 +164,38 @@ private:
         }
     }
 
-    void judge(const RuleSetting& setting, const Subject& subject)
+    // subject_at: returns the subject with an index below `subjects`.
+    template <typename SubjectAt>
+    void judge(const RuleSetting& setting, std::size_t subjects, const SubjectAt& subject_at)
+    {
+        WorstOf worst;
+        for (std::size_t at = 0; at < subjects; ++at) {
+            judge(setting, subject_at(at), at, worst);
+        }
+        for (const WorstOf::Entry& entry : worst.sorted()) {
+            m_findings.push_back(finding(setting, subject_at(entry.index), entry));
+        }
+        add_others(worst.others());
+    }
+
+    void judge(const RuleSetting& setting, const Subject& subject, std::size_t index, WorstOf& worst) const
     {
         const std::optional<double> value = holds(setting, subject, Moment::now);
         if (!value) {
             return;
         }
-        // Of another life of the engine there is nothing to learn about what is now.
+        // The time before a restart says nothing about the present engine.
         const bool b_knows_before = m_before != nullptr && !m_b_restarted;
         const bool b_held = b_knows_before && holds(setting, subject, Moment::before);
-        if (setting.rule->hold > 0 && b_knows_before && !b_held) {
-            return;
+        if (setting.rule->hold == 0 || !b_knows_before || b_held) {
+            worst.add({*value, index, b_held});
         }
-        Finding found = finding(setting, *value);
-        found.since = since(setting.rule->term, b_held);
+    }
+
+    Finding finding(const RuleSetting& setting, const Subject& subject, const WorstOf::Entry& entry) const
+    {
+        Finding found = finding(setting, entry.value);
+        found.since = since(setting.rule->term, entry.b_held);
         if (subject.peer != nullptr) {
             found.peer_slot = subject.peer->slot;
             found.peer_number = subject.peer->number;
@@ -144,29 +207,39 @@ private:
             found.kav_peer_id = subject.app->app.m_header.m_kav_peer_id.getString();
             found.application = application_label(subject.app->app.m_header);
         }
-        m_findings.push_back(std::move(found));
+        return found;
+    }
+
+    // Sets the number in the last finding.
+    void add_others(std::size_t others)
+    {
+        if (others > 0) {
+            m_findings.back().others = others;
+        }
     }
 
     void judge_connections(const RuleSetting& setting)
     {
-        if (m_moments.extras.pending == nullptr) {
+        const PendingConnections* const pending = m_moments.extras.pending;
+        if (pending == nullptr) {
             return;
         }
-        std::vector<PendingConnection> silent;
-        for (const auto& [slot, connection] : m_moments.extras.pending->by_slot()) {
-            if (compares(setting.rule->term.comparison, connection.silent, setting.threshold)) {
-                silent.push_back(connection);
+        const auto is_stuck = [&](double silent) {
+            return silent > 0 && compares(setting.rule->term.comparison, silent, setting.threshold);
+        };
+        const std::vector<double> silences = pending->silences();
+        auto others = static_cast<std::size_t>(std::count_if(silences.begin(), silences.end(), is_stuck));
+        for (const PendingConnection& connection : pending->most_silent()) {
+            if (is_stuck(connection.silent)) {
+                Finding found = finding(setting, connection.silent);
+                found.since = {Since::Kind::at_least, connection.silent, 0};
+                found.peer_number = connection.peer_number;
+                found.connection = connection;
+                m_findings.push_back(std::move(found));
+                --others;
             }
         }
-        std::sort(silent.begin(), silent.end(),
-                  [](const PendingConnection& one, const PendingConnection& other) { return one.slot < other.slot; });
-        for (const PendingConnection& connection : silent) {
-            Finding found = finding(setting, connection.silent);
-            found.since = {Since::Kind::at_least, connection.silent, 0};
-            found.peer_number = connection.peer_number;
-            found.connection = connection;
-            m_findings.push_back(std::move(found));
-        }
+        add_others(others);
     }
 
     static Finding finding(const RuleSetting& setting, double value)
@@ -190,7 +263,7 @@ private:
         return b_held ? Since{Since::Kind::at_least, m_seconds, 0} : Since{};
     }
 
-    // The value that is shown, when the rule's condition holds. What happened between the two moments counts for both.
+    // Returns the value that is shown if the condition holds. The growth between the two moments counts for both.
     std::optional<double> holds(const RuleSetting& setting, const Subject& subject, Moment moment) const
     {
         const Rule& rule = *setting.rule;
@@ -210,7 +283,7 @@ private:
         return value;
     }
 
-    // Nothing when it is not known, or says nothing.
+    // Returns an empty value if it is unknown, or too little was counted.
     std::optional<double> value_of(const Term& term, const Subject& subject, Moment moment) const
     {
         switch (term.kind) {
@@ -242,7 +315,7 @@ private:
         return std::nullopt;
     }
 
-    // Seconds since the moment, which none is in the future.
+    // Returns the seconds since the time; empty if it is in the future.
     std::optional<double> age_of(const Sum& moment_figure, const Subject& subject, Moment moment) const
     {
         const auto since = level_of(moment_figure, subject, moment);
@@ -253,23 +326,69 @@ private:
         return age >= 0 ? std::optional(age) : std::nullopt;
     }
 
-    // What is saved now as a share of what was saved before, as far back as the counters go.
+    // Returns the savings between the two moments divided by the savings since the start of the counters.
     std::optional<double> savings_of(const Term& term, const Subject& subject) const
     {
-        if (m_b_restarted || m_seconds < term.least_seconds) {
+        if (m_b_restarted) {
             return std::nullopt;
         }
         const auto out = growth_of(term.part, subject);
         const auto in = growth_of(term.whole, subject);
         const auto out_before = level_of(term.part, subject, Moment::before);
         const auto in_before = level_of(term.whole, subject, Moment::before);
-        // Too short to compare with.
+        // The time before must be long enough for a comparison.
         if (!out || !in || !out_before || !in_before || *in <= 0 || *in < term.least_whole || *in_before < 10 * *in) {
             return std::nullopt;
         }
-        const double saved = std::max(1 - *out / *in, 0.0);
+        double saved = saved_of({*in, *out});
         const double saved_before = 1 - *out_before / *in_before;
+        if (m_seconds < term.least_seconds && saved < saved_before) {
+            // In a few seconds, a large file that does not compress can be most of the traffic of one application.
+            const Traffic others = traffic_without_largest_application();
+            if (others.in <= 0 || others.in < term.least_whole) {
+                return std::nullopt;
+            }
+            saved = std::max(saved, saved_of(others));
+        }
         return saved_before >= term.least_part ? std::optional(saved / saved_before) : std::nullopt;
+    }
+
+    // Bytes between the two moments, in both directions.
+    struct Traffic
+    {
+        double in = 0;  // before encoding
+        double out = 0; // after it
+    };
+
+    static double saved_of(const Traffic& traffic) { return std::max(1 - traffic.out / traffic.in, 0.0); }
+
+    // Returns the traffic of all applications except the largest, each summed over all peers.
+    Traffic traffic_without_largest_application() const
+    {
+        constexpr double kilobyte = 1024;
+        std::map<std::pair<int, bool>, Traffic> by_port;
+        for (std::size_t at = 0; at < m_now.apps.size(); ++at) {
+            if (m_apps_before[at] == nullptr) {
+                continue;
+            }
+            const RE_stat_app_struct& now = m_now.apps[at].app;
+            const RE_stat_app_struct& before = m_apps_before[at]->app;
+            // Counters of 32 bits, which wrap.
+            const auto grown = [&](RE_stat_app_id id) {
+                return kilobyte * (now.m_id_array[id] - before.m_id_array[id]);
+            };
+            Traffic& traffic = by_port[{now.m_header.m_server_port, now.m_header.m_b_src_port != 0}];
+            traffic.in += grown(RE_STAT_APP_ID_ENCODE_IN_KBYTES) + grown(RE_STAT_APP_ID_DECODE_OUT_KBYTES);
+            traffic.out += grown(RE_STAT_APP_ID_ENCODE_OUT_KBYTES) + grown(RE_STAT_APP_ID_DECODE_IN_KBYTES);
+        }
+        Traffic all;
+        Traffic largest;
+        for (const auto& [port, traffic] : by_port) {
+            all.in += traffic.in;
+            all.out += traffic.out;
+            largest = traffic.in > largest.in ? traffic : largest;
+        }
+        return {all.in - largest.in, all.out - largest.out};
     }
 
     const Snapshot& snapshot_at(Moment moment) const { return moment == Moment::now ? m_now : *m_before; }
@@ -287,7 +406,7 @@ private:
         return total;
     }
 
-    // Nothing when a counter was reset in between, or the subject is new.
+    // Returns an empty value if a counter was reset in between, or if the subject is new.
     std::optional<double> growth_of(const Sum& sum, const Subject& subject) const
     {
         double total = 0;
@@ -361,13 +480,13 @@ private:
             return snapshot.active_connections;
         case Figure::Kind::engine_start_time:
             return snapshot.engine_start_time;
-        // The table is read once, now.
+        // The auto-bypass table is read only once.
         case Figure::Kind::bypass_servers:
             return m_moments.extras.bypass_servers;
         case Figure::Kind::bypass_servers_with_nacks:
             return m_moments.extras.bypass_servers_with_nacks;
         default:
-            return 0; // no rule of the engine has figures of a peer or an application
+            return 0; // rules of the engine have no figures of peers or applications
         }
     }
 
@@ -377,7 +496,7 @@ private:
     const Snapshot& m_now;
     bool m_b_restarted = false;
     double m_seconds = 0;
-    std::vector<const SnapshotPeer*> m_peers_before; // by the index of now
+    std::vector<const SnapshotPeer*> m_peers_before; // by the index in m_now.peers
     std::vector<const SnapshotApp*> m_apps_before;
     std::vector<Finding> m_findings;
 };
@@ -404,59 +523,108 @@ constexpr int moved_ids[] = {SO_STAT_AO_RD_BYTES,
                              RE_STAT_CONN_ID_ENCODE_IN_BYTES,
                              RE_STAT_CONN_ID_DECODE_OUT_BYTES};
 
-// False when the slot holds no open connection that has data pending.
-bool read_pending(RE_stat_reader& reader, int slot, PendingConnection& connection)
+// Returns false when the slot is empty or was reused during the call.
+bool read_details(RE_stat_reader& reader, PendingConnection& connection)
+{
+    return reader.is_conn_valid(connection.slot) && reader.read_conn_header(connection.slot, connection.header) == 0 &&
+           reader.read_conn_peer_id(connection.slot, connection.peer_number) == 0;
+}
+
+} // namespace
+
+// Returns false when the slot does not contain an open connection that has data pending.
+bool PendingConnections::read(RE_stat_reader& reader, int slot, Followed& connection)
 {
     std::time_t close_time = 0;
     if (!reader.is_conn_valid(slot) || reader.read_conn_time(slot, connection.open_time, close_time) < 0 ||
         close_time > 0) {
         return false;
     }
-    connection.pending = 0;
-    for (const int id : pending_ids) {
-        long long bytes = 0;
-        if (reader.read_conn_stat(slot, id, bytes) < 0) {
-            return false;
-        }
-        connection.pending += static_cast<double>(std::max(bytes, 0LL));
-    }
-    if (connection.pending <= 0) {
+    const auto figure = [&](int id, bool& b_known) {
+        long long value = 0;
+        b_known = b_known && reader.read_conn_stat(slot, id, value) == 0;
+        return value;
+    };
+    bool b_known = true;
+    const bool b_pending =
+        std::any_of(std::begin(pending_ids), std::end(pending_ids), [&](int id) { return figure(id, b_known) > 0; });
+    if (!b_pending) {
         return false;
     }
+    connection.slot = slot;
     connection.moved = 0;
     for (const int id : moved_ids) {
-        long long bytes = 0;
-        if (reader.read_conn_stat(slot, id, bytes) < 0) {
-            return false;
-        }
-        connection.moved += static_cast<unsigned long long>(bytes);
+        connection.moved += static_cast<unsigned long long>(figure(id, b_known));
     }
-    connection.slot = slot;
-    return reader.read_conn_header(slot, connection.header) == 0 &&
-           reader.read_conn_peer_id(slot, connection.peer_number) == 0;
+    RE_stat_conn_header header{};
+    b_known = b_known && reader.read_conn_header(slot, header) == 0;
+    connection.conn_id = header.m_conn_id;
+    return b_known;
 }
-
-} // namespace
 
 void PendingConnections::update(RE_stat_reader& reader, const Snapshot& now, double seconds)
 {
-    std::unordered_map<int, PendingConnection> pending;
+    std::vector<Followed> followed;
     const bool b_any = std::any_of(std::begin(pending_ids), std::end(pending_ids),
                                    [&](int id) { return now.connections[static_cast<std::size_t>(id)] != 0; });
     const int slots = b_any ? reader.get_max_conn_slots() : 0;
+    auto before = m_followed.begin();
     for (int slot = 0; slot < slots; ++slot) {
-        PendingConnection connection;
-        if (!read_pending(reader, slot, connection)) {
+        Followed connection;
+        if (!read(reader, slot, connection)) {
             continue;
         }
-        const auto found = m_by_slot.find(slot);
-        if (found != m_by_slot.end() && found->second.header.m_conn_id == connection.header.m_conn_id &&
-            found->second.open_time == connection.open_time && found->second.moved == connection.moved) {
-            connection.silent = found->second.silent + seconds;
+        while (before != m_followed.end() && before->slot < slot) {
+            ++before;
         }
-        pending.emplace(slot, connection);
+        if (before != m_followed.end() && before->slot == slot && before->conn_id == connection.conn_id &&
+            before->open_time == connection.open_time && before->moved == connection.moved) {
+            connection.silent = before->silent + seconds;
+        }
+        followed.push_back(connection);
     }
-    m_by_slot = std::move(pending);
+    m_followed = std::move(followed);
+
+    WorstOf longest;
+    for (std::size_t at = 0; at < m_followed.size(); ++at) {
+        if (m_followed[at].silent > 0) {
+            longest.add({m_followed[at].silent, at, false});
+        }
+    }
+    m_most_silent.clear();
+    for (const WorstOf::Entry& entry : longest.sorted()) {
+        PendingConnection connection;
+        connection.slot = m_followed[entry.index].slot;
+        connection.open_time = m_followed[entry.index].open_time;
+        connection.silent = entry.value;
+        if (read_details(reader, connection)) {
+            m_most_silent.push_back(connection);
+        }
+    }
+}
+
+std::vector<double> PendingConnections::silences() const
+{
+    std::vector<double> silences(m_followed.size());
+    std::transform(m_followed.begin(), m_followed.end(), silences.begin(),
+                   [](const Followed& connection) { return connection.silent; });
+    return silences;
+}
+
+const PendingConnections& PendingWatch::update(RE_stat_reader& reader, const Snapshot& now, clock::time_point at,
+                                               clock::duration apart)
+{
+    if (m_engine_start_time != now.engine_start_time) {
+        m_engine_start_time = now.engine_start_time;
+        m_pending = {};
+        m_at.reset();
+    }
+    if (!m_at || at - *m_at >= apart) {
+        const std::chrono::duration<double> since = m_at ? at - *m_at : clock::duration{};
+        m_pending.update(reader, now, since.count());
+        m_at = at;
+    }
+    return m_pending;
 }
 
 HealthExtras read_extras(RE_image_reader& reader, const PendingConnections* pending)
@@ -524,7 +692,7 @@ std::vector<Finding> findings(const RuleSet& rules, const HealthMoments& moments
     return found;
 }
 
-// Rates are taken over one to two times as long, and connections are looked at as often.
+// Rates are computed over one to two times this time, and connections are read this often.
 constexpr std::chrono::seconds moments_apart(5);
 
 const std::vector<Finding>& HealthWatch::update(RE_image_reader& reader, const Snapshot& now, clock::time_point at)
@@ -532,20 +700,14 @@ const std::vector<Finding>& HealthWatch::update(RE_image_reader& reader, const S
     using seconds = std::chrono::duration<double>;
     if (!m_moments.empty() && m_moments.back().snapshot.engine_start_time != now.engine_start_time) {
         m_moments.clear();
-        m_pending = {};
     }
-    if (m_moments.empty() || at - m_pending_at >= moments_apart) {
-        m_pending.update(reader, now, seconds(at - m_pending_at).count());
-        m_pending_at = at;
-    }
-
     HealthMoments moments;
     if (!m_moments.empty() && at > m_moments.front().at) {
         moments.before = &m_moments.front().snapshot;
         moments.seconds = seconds(at - m_moments.front().at).count();
     }
     moments.now = &now;
-    moments.extras = read_extras(reader, &m_pending);
+    moments.extras = read_extras(reader, &m_pending.update(reader, now, at, moments_apart));
     m_findings = kavstat::findings(m_rules, moments);
     remember_since(at);
 

@@ -8,7 +8,7 @@ namespace kavstat {
 
 namespace {
 
-// A series selector, and the labels in it that are no part of what a rule is about: the cause of a bypass, say.
+// A series selector, and the labels in it that do not identify the subject of a rule, such as the cause of a bypass.
 struct Selector
 {
     std::string text;
@@ -51,7 +51,7 @@ std::string label_names_of(const std::string& labels)
     for (std::size_t begin = 0; begin < labels.size();) {
         const std::size_t equals = labels.find('=', begin);
         names += (names.empty() ? "" : ",") + labels.substr(begin, equals - begin);
-        // Behind the closing quote, which none of the values has inside, and the comma.
+        // After the closing quote and the comma. Values do not contain quotes.
         begin = labels.find('"', equals + 2) + 2;
     }
     return names;
@@ -64,7 +64,7 @@ Selector selector_of(const char* prefix, CounterScope scope, int id)
             label_names_of(series.labels)};
 }
 
-// As it is written in a rule of this scope.
+// Returns the selector for a rule of this scope.
 Selector selector_of(const Figure& figure, RuleScope scope)
 {
     const bool b_peer = scope == RuleScope::peer;
@@ -144,7 +144,7 @@ private:
         case Term::Kind::engine_is_missing:
             return "kav_up == 0";
         case Term::Kind::silence:
-            break; // not printable
+            return "kav_connections_longest_silence_seconds" + compared;
         }
         return "";
     }
@@ -160,7 +160,7 @@ private:
                past_share(term) + ")";
     }
 
-    // What was not saved in the hour before.
+    // Returns the share that was not saved in the hour before.
     std::string past_share(const Term& term) const
     {
         const std::string past = "[1h] offset " + seconds(m_window);
@@ -173,7 +173,7 @@ private:
         return joined(sum, std::string(function) + "(", "[" + seconds(m_window) + "])");
     }
 
-    // The figures with something before and after each, added up.
+    // Returns the sum of the figures, each with a text before and after it.
     std::string joined(const Sum& sum, const std::string& before, const std::string& after) const
     {
         std::string text;
@@ -228,8 +228,9 @@ std::string subject_template(RuleScope scope)
                "with "
                "peer {{ $labels.peer }} of " +
                engine;
-    case RuleScope::engine:
     case RuleScope::connection:
+        return "A connection of " + engine; // the metric is the worst of all connections
+    case RuleScope::engine:
         break;
     }
     return "Engine " + engine;
@@ -317,19 +318,11 @@ void write_prometheus_rules(const RuleSet& rules, Output& output)
                "groups:\n"
                "  - name: kav\n"
                "    rules:\n");
-    std::string left_out;
     for (const RuleSetting& setting : rules.settings) {
-        if (!setting.b_enabled) {
-            continue;
+        if (setting.b_enabled) {
+            write_alert(setting, rules.window, output);
         }
-        if (setting.rule->not_printable != nullptr) {
-            left_out += std::string("# ") + setting.rule->name +
-                        " is judged by kavstat health alone: " + setting.rule->not_printable + ".\n";
-            continue;
-        }
-        write_alert(setting, rules.window, output);
     }
-    output.add(left_out);
 }
 
 void write_rule_settings(const RuleSet& rules, Output& output)

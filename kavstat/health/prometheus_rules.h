@@ -1,4 +1,4 @@
-// The table of rules for other programs: as alerting rules of Prometheus, and as a file of settings.
+// Prints the table of rules as alerting rules of Prometheus and as a file of settings.
 #pragma once
 
 #include "format/output.h"
@@ -8,13 +8,13 @@
 
 namespace kavstat {
 
-// A rule file of Prometheus with an alert for every enabled rule that can be printed.
+// Writes a rule file of Prometheus with an alert for every enabled rule.
 void write_prometheus_rules(const RuleSet& rules, Output& output);
 
-// "KavNacksFrequent"
+// Returns "KavNacksFrequent" for nacks_frequent.
 std::string alert_name_of(const Rule& rule);
 
-// The settings as a file that read_rule_file() reads.
+// Writes the settings as a file for read_rule_file().
 void write_rule_settings(const RuleSet& rules, Output& output);
 
 } // namespace kavstat

@@ -8,7 +8,7 @@ namespace kavstat {
 
 namespace {
 
-// Of one rule; a peer that is gone can leave thousands of connections stuck.
+// Per rule. A lost peer can leave thousands of connections stuck.
 constexpr int most_findings_shown = 10;
 constexpr std::size_t most_findings_in_status_line = 3;
 
@@ -17,7 +17,7 @@ const char* upper_word(Severity severity)
     return severity == Severity::critical ? "CRITICAL" : "WARNING";
 }
 
-// To monitors a bar begins figures of their own.
+// For monitors, a bar starts the performance data.
 std::string one_line(const std::string& text)
 {
     std::string line = plain_text(text);
@@ -25,7 +25,8 @@ std::string one_line(const std::string& text)
     return line;
 }
 
-std::string number_of(int count, const std::string& thing)
+template <typename Count>
+std::string number_of(Count count, const std::string& thing)
 {
     return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
 }
@@ -48,7 +49,11 @@ std::string status_line(const HealthReport& report)
     if (report.findings.empty()) {
         return line + "healthy - " + looked_at(report);
     }
-    line += number_of(static_cast<int>(report.findings.size()), "problem") + " - ";
+    std::size_t problems = report.findings.size();
+    for (const Finding& finding : report.findings) {
+        problems += finding.others;
+    }
+    line += number_of(problems, "problem") + " - ";
     for (std::size_t at = 0; at < report.findings.size(); ++at) {
         if (at == most_findings_in_status_line) {
             return line + "; ...";
@@ -136,26 +141,32 @@ void write_health_text(const HealthReport& report, bool b_all, Output& output)
     add_line(output, status_line(report));
     const Rule* rule = nullptr;
     int shown = 0;
-    int left_out = 0;
+    std::size_t left_out = 0; // that --all lists
+    std::size_t others = 0;   // that are only counted
     const auto say_left_out = [&] {
-        if (left_out > 0) {
-            add_line(output, "... and " + number_of(left_out, "more " + std::string(word_of(rule->scope))) + " [" +
-                                 rule->name + "]; --all lists them");
+        if (left_out + others > 0) {
+            const std::string more = number_of(left_out + others, "more " + std::string(word_of(rule->scope)));
+            add_line(output, "... and " + more + " [" + rule->name + "]" +
+                                 (left_out == 0 ? ""
+                                  : others == 0 ? "; --all lists them"
+                                                : "; --all lists the worst"));
         }
     };
     for (const Finding& finding : report.findings) {
         if (finding.rule != rule) {
             say_left_out();
             rule = finding.rule;
-            shown = left_out = 0;
+            shown = 0;
+            left_out = others = 0;
         }
+        others += finding.others;
         if (shown == most_findings_shown && !b_all) {
             ++left_out;
             continue;
         }
         ++shown;
         add_line(output, status_line_of(finding));
-        // Once is enough for what stands below each other.
+        // The findings of a rule share one text.
         if (shown == 1) {
             add_line(output, std::string("    ") + finding.rule->meaning + " " + finding.rule->remedy);
         }

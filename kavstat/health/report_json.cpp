@@ -39,6 +39,7 @@ ordered_json json_of(const Finding& finding)
         {"for_at_least_seconds", or_null(since.kind == Since::Kind::at_least, since.seconds)},
         {"meaning", rule.meaning},
         {"remedy", rule.remedy},
+        {"others", finding.others},
     };
 }
 
@@ -52,7 +53,7 @@ ordered_json one_of(std::initializer_list<const char*> words, const char* descri
     return {{"enum", ordered_json(words)}, {"description", description}};
 }
 
-// An object with just these members, all of them there.
+// An object with exactly these members.
 ordered_json object(const ordered_json& members, const char* description)
 {
     ordered_json required = ordered_json::array();
@@ -90,7 +91,9 @@ ordered_json finding_schema()
          {"since", type(or_null_type("integer"), "seconds since the epoch, when it is known exactly")},
          {"for_at_least_seconds", type(or_null_type("number"), "how long it has been so, as far as is known")},
          {"meaning", type("string", "what it means")},
-         {"remedy", type("string", "what to do")}},
+         {"remedy", type("string", "what to do")},
+         {"others",
+          type("integer", "how many more findings of the rule are left out after this one, none of them worse")}},
         "one thing that is wrong");
 }
 

@@ -1,4 +1,4 @@
-// The file of settings: TOML, with one table for each rule that is to be judged differently.
+// The file of settings: TOML, with one table for each rule whose settings change.
 #include "health/rules.h"
 
 #define TOML_EXCEPTIONS 0
@@ -17,7 +17,7 @@ namespace {
 constexpr std::size_t largest = 1U << 20U; // bytes of a file
 constexpr int longest = 30 * 24 * 3600;    // seconds
 
-// Shares are written as 0.05. A 5 is probably meant as percent.
+// Shares are written as 0.05. A larger number such as 5 is probably meant as percent, so it is refused.
 double largest_threshold(const Rule& rule)
 {
     return rule.form == Form::percent ? std::max(1.0, 10 * std::floor(rule.term.limit)) : 1e15;
@@ -40,7 +40,7 @@ public:
         }
         const toml::parse_result parsed = toml::parse(content);
         if (!parsed) {
-            // The parser's text ends at its first line.
+            // Only the first line of the parser's text is used.
             const std::string text(parsed.error().description());
             fail(parsed.error().source(), text.substr(0, text.find('\n')));
             return std::move(m_result);
@@ -52,7 +52,7 @@ public:
     }
 
 private:
-    // Of several mistakes the first one in the file counts; members come in the order of their names.
+    // Reports the first mistake in the file. The parser returns members in the order of their names.
     void fail(const toml::source_region& where, const std::string& text)
     {
         if (m_result.error.empty() || where.begin.line < m_line) {

@@ -1,6 +1,7 @@
 #include "health/rules.h"
 
 #include "RE_bypass_table.h"
+#include "format/units.h"
 #include "model/metric_names.h"
 #include "model/words.h"
 
@@ -17,7 +18,7 @@ constexpr double hour = 60 * minute;
 constexpr double kilobyte = 1024;
 constexpr double megabyte = 1024 * kilobyte;
 
-// Divided, so that they are what the decimal number is in a program.
+// Dividing gives exactly the value of a literal such as 0.01.
 constexpr double milliseconds(double value)
 {
     return value / 1000;
@@ -28,7 +29,7 @@ constexpr double percent(double value)
     return value / 100;
 }
 
-// What 1 of the unit is in its base unit.
+// Returns the value of 1 of the unit in its base unit.
 constexpr double in_base_units(RE_stat_unit unit)
 {
     const BaseUnit base = base_unit_of(unit);
@@ -118,13 +119,13 @@ consteval Term cache_state(Comparison comparison, RE_CACHE_INIT_STATE state)
     return level(engine(RE_STAT_GLOBAL_ID_CACHE_STATE), comparison, state);
 }
 
-// Messages that went around redundancy elimination for a cause, as a share of all that were encoded.
+// The share of encoded messages that bypassed redundancy elimination for a cause.
 consteval Term bypassed(RE_stat_conn_id cause)
 {
     return share(connections(cause), connections(RE_STAT_CONN_ID_ENCODE_NUM_MSGS), percent(5), 5, 20);
 }
 
-// The same for a cause that should never be.
+// The same for a cause that should never occur.
 consteval Term ever_bypassed(RE_stat_conn_id cause)
 {
     return share(connections(cause), connections(RE_STAT_CONN_ID_ENCODE_NUM_MSGS), 0, 1, 1);
@@ -133,7 +134,7 @@ consteval Term ever_bypassed(RE_stat_conn_id cause)
 constexpr Term cache_is_full = ratio(engine(RE_STAT_GLOBAL_ID_USED_CACHE_SIZE),
                                      engine(RE_STAT_GLOBAL_ID_TOTAL_CACHE_SIZE), Comparison::at_least, percent(95));
 
-// Loading a cache may take that long after the engine's start.
+// The longest time that loading a cache should take.
 constexpr double longest_initialization = 15 * minute;
 
 constexpr Rule rules[] = {
@@ -282,7 +283,7 @@ constexpr Rule rules[] = {
      .scope = RuleScope::engine,
      .severity = Severity::warning,
      .term = level(engine(RE_STAT_GLOBAL_ID_LOWMEM_LOWEST_RESERVE), Comparison::below, 64 * megabyte),
-     // 0 without any error is the figure of an engine that does not measure it.
+     // 0 without any error means that the engine does not measure it.
      .also = {level(Sum(engine(RE_STAT_GLOBAL_ID_LOWMEM_LOWEST_RESERVE)) + engine(RE_STAT_GLOBAL_ID_LOWMEM_OPEN_ERROR) +
                         engine(RE_STAT_GLOBAL_ID_LOWMEM_DECODE_ERROR) + engine(RE_STAT_GLOBAL_ID_LOWMEM_MALLOC_ERROR),
                     Comparison::above, 0)},
@@ -589,7 +590,7 @@ constexpr Rule rules[] = {
               .limit = percent(25),
               .least_part = percent(20),
               .least_whole = megabyte,
-              .least_seconds = minute}, // a large file that does not compress takes some seconds
+              .least_seconds = minute}, // see Term
      .form = Form::percent,
      .hold = 300,
      .figure = "savings, as a share of what they were before",
@@ -643,8 +644,7 @@ constexpr Rule rules[] = {
      .figure = "open with data pending, time without any movement",
      .meaning = "The connection is open, data waits to be written or decoded, and nothing moves.",
      .remedy = "See on which side it waits (exec_show_stats_kav conn id N detail), and look at the host on that side "
-               "first.",
-     .not_printable = "there are no metrics for each connection"},
+               "first."},
 };
 
 } // namespace
@@ -730,17 +730,6 @@ std::string shown_seconds(double seconds)
     return text;
 }
 
-std::string shown_bytes(double bytes)
-{
-    constexpr const char* units[] = {" B", " KB", " MB", " GB", " TB"};
-    std::size_t at = 0;
-    while (std::abs(bytes) >= kilobyte && at + 1 < std::size(units)) {
-        bytes /= kilobyte;
-        ++at;
-    }
-    return rounded(bytes, at == 0 ? 0 : 1) + units[at];
-}
-
 } // namespace
 
 std::string shown_value(Form form, double value)
@@ -757,7 +746,7 @@ std::string shown_value(Form form, double value)
     case Form::seconds:
         return shown_seconds(value);
     case Form::bytes:
-        return shown_bytes(value);
+        return size_text(value);
     case Form::per_second:
         return value == 0 ? "0/s" : rounded(value, 2) + "/s";
     }

@@ -1,6 +1,6 @@
-// The one table of what is wrong with an engine, when, and what to do about it. A condition is data, so that one row is
-// evaluated over two moments (evaluation.h), printed as an alerting rule of Prometheus (prometheus_rules.h), and
-// explained to people.
+// The table of health rules. A condition is data, so that the same row is evaluated for two moments (evaluation.h),
+// printed as an alerting rule of Prometheus (prometheus_rules.h), and listed in the manual page kav-rules(5). The row
+// also contains the texts for people.
 #pragma once
 
 #include "RE_statistics.h"
@@ -15,7 +15,7 @@
 
 namespace kavstat {
 
-// What a rule is evaluated for, one by one.
+// A rule is evaluated for each of these.
 enum class RuleScope
 {
     engine,
@@ -30,7 +30,7 @@ enum class Severity
     critical,
 };
 
-// One figure of a moment.
+// A value in the statistics of one moment.
 struct Figure
 {
     enum class Kind
@@ -40,18 +40,18 @@ struct Figure
         connections,               // id: an RE_stat_conn_id; the sum of all connections, or of the peer's
         application,               // id: an RE_stat_app_id
         active_connections,        // of the engine or of the peer
-        outdated,                  // 1 when the peer's record is
-        connected,                 // 1 when the peer's record comes from an active connection
+        outdated,                  // 1 if the peer's record is outdated
+        connected,                 // 1 if the peer's record comes from an active connection
         engine_start_time,         // seconds since the epoch
         bypass_servers,            // in the auto-bypass table, for any reason
         bypass_servers_with_nacks, // in the auto-bypass table for repeated NACKs
     };
     Kind kind = Kind::engine;
     int id = 0;
-    double unit = 1; // what 1 is in base units (bytes, seconds, a ratio)
+    double unit = 1; // the value of 1 in base units (bytes, seconds, a ratio)
 };
 
-// The sum of some figures in base units.
+// A sum of figures in base units.
 class Sum
 {
 public:
@@ -80,18 +80,18 @@ enum class Comparison
     not_equal,
 };
 
-// A figure made of sums, and what it is compared with.
+// A condition: a value that is computed from sums, and its limit.
 struct Term
 {
     enum class Kind
     {
         level,             // part
-        ratio,             // part / whole; never true while the whole is 0
-        rate,              // what part grew by per second
-        share,             // what part grew by / what whole grew by
-        age,               // seconds since part, a moment; never true when that is 0 or in the future
-        savings,           // 1 - what part grew by / what whole grew by, as a share of the same of the time before
-        silence,           // seconds in which a connection moved no byte though it has data pending
+        ratio,             // part / whole; false while whole is 0
+        rate,              // growth of part per second
+        share,             // growth of part / growth of whole
+        age,               // seconds since part, a time; false if that is 0 or in the future
+        savings,           // (1 - growth of part / growth of whole) / (the same for the time before)
+        silence,           // seconds without a byte moved on a connection that has data pending
         engine_is_missing, // there are no statistics
     };
     Kind kind = Kind::level;
@@ -99,13 +99,13 @@ struct Term
     Sum whole = {};
     Comparison comparison = Comparison::above;
     double limit = 0;
-    // A share or savings of less than this says nothing: three messages make no alarm.
+    // Shares and savings of smaller sums are not evaluated, so that three messages do not raise an alarm.
     double least_part = 0;
     double least_whole = 0;
-    // So much time has to lie between the two moments.
+    // Savings over a shorter time must have dropped in the traffic of several applications.
     double least_seconds = 0;
 
-    // Whether it is about what happened between two moments.
+    // Whether the value depends on two moments.
     bool needs_two_moments() const;
 };
 
@@ -113,11 +113,11 @@ struct Term
 enum class Form
 {
     state,      // of the cache: "failed"
-    flag,       // true, and nothing more to say
+    flag,       // no value is shown
     count,      // 17
     percent,    // 1.20%
     seconds,    // 1h5m, 12.5 ms
-    bytes,      // 64.0 MB
+    bytes,      // 64.0 MiB
     per_second, // 0.50/s
 };
 
@@ -126,34 +126,32 @@ struct Rule
     const char* name = nullptr; // snake_case
     RuleScope scope = RuleScope::engine;
     Severity severity = Severity::warning;
-    // What is shown and compared with the threshold, then what must hold as well.
+    // The term with the value that is shown and whose limit is the threshold, and further conditions.
     Term term = {};
     std::array<std::optional<Term>, 3> also = {};
     Form form = Form::count;
-    // Seconds that it must hold before Prometheus raises an alert. Two moments prove no more than the time between
-    // them; with a value above 0 it must hold at both.
+    // How long the condition must hold before Prometheus raises an alert, in seconds. If it is above 0, the condition
+    // must hold at both moments in an evaluation.
     int hold = 0;
-    const char* figure = nullptr;  // what the figure is: "messages nacked"
+    const char* figure = nullptr;  // the name of the value: "messages nacked"
     const char* meaning = nullptr; // complete sentences
     const char* remedy = nullptr;  // complete sentences
-    // Why no alerting rule can be printed; null when one can.
-    const char* not_printable = nullptr;
 
     bool needs_two_moments() const;
-    // States and flags have none.
+    // Rules about states and flags have no threshold.
     bool has_threshold() const { return form != Form::state && form != Form::flag; }
 };
 
 // All rules, in the order in which findings of one severity are shown.
 std::span<const Rule> all_rules();
-// Null when there is none of that name.
+// Returns null if no rule has this name.
 const Rule* find_rule(std::string_view name);
 
 // "engine", "peer", "application", "connection"; "warning", "critical".
 const char* word_of(RuleScope scope);
 const char* word_of(Severity severity);
 
-// A rule as it is to be applied.
+// A rule with its settings.
 struct RuleSetting
 {
     const Rule* rule;
@@ -163,26 +161,26 @@ struct RuleSetting
     bool b_enabled = true;
 };
 
-// All rules with their settings, in the table's order.
+// All rules with their settings, in the order of the table.
 struct RuleSet
 {
-    RuleSet(); // as the table has them
+    RuleSet(); // the settings of the table
 
     std::vector<RuleSetting> settings;
-    int window = 300; // seconds over which alerting rules take rates
+    int window = 300; // seconds over which alerting rules compute rates
 };
 
-// What a file of settings says, or where it is wrong. The format is in kavstat(1).
+// The content of a file of settings, or its first error. kav-rules(5) describes the format.
 struct RuleFileResult
 {
     RuleSet rules;
-    std::string error; // "FILE:LINE: text"; empty when all is well
+    std::string error; // "FILE:LINE: text"; empty without an error
 };
 RuleFileResult read_rule_file(const std::string& path);
 
-// The value as people read it: "1.20%", "12.5 ms", "failed".
+// Formats a value for people: "1.20%", "12.5 ms", "failed".
 std::string shown_value(Form form, double value);
-// " (at most 0.10%)", or nothing when the rule has no threshold.
+// Returns " (at most 0.10%)", or an empty text if the rule has no threshold.
 std::string limit_text(const Rule& rule, double threshold);
 
 } // namespace kavstat

@@ -52,6 +52,9 @@ int Moments::take(std::shared_ptr<Moment>& moment)
     if (made->source->reader().is_cut()) {
         return RE_STAT_ERR_CUT;
     }
+    made->exposition.set_longest_silence(
+        m_pending.update(made->source->reader(), made->snapshot, made->taken, m_limits.connections_every)
+            .longest_silence());
     m_alive.push_back(made);
     m_newest = made;
     moment = made;

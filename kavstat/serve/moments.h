@@ -5,6 +5,7 @@
 #pragma once
 
 #include "documents/metrics.h"
+#include "health/evaluation.h"
 #include "model/snapshot.h"
 #include "model/source.h"
 
@@ -47,6 +48,8 @@ struct MomentLimits
     // When there is no room for another one, the newest is shared until the oldest has been there for so long. Then
     // those who still read from the oldest have to go.
     std::chrono::milliseconds kept_for{10000};
+    // Connections are searched for silent ones at most this often.
+    std::chrono::milliseconds connections_every{2000};
 };
 
 class Moments
@@ -70,6 +73,7 @@ private:
 
     std::function<void(const Moment&)> m_end_readers;
     MomentLimits m_limits;
+    PendingWatch m_pending;
     std::shared_ptr<Moment> m_newest;           // while it is shared, also without readers
     std::vector<std::weak_ptr<Moment>> m_alive; // oldest first
 };

@@ -97,7 +97,7 @@ WatchFigure cache_figure(const WatchModel& model)
 std::vector<WatchFigure> traffic_figures(const TrafficRates& rates, const TrafficHistory& history, bool b_rates,
                                          const ConnectionFigures* totals)
 {
-    // -1 for a total that is not known.
+    // total: -1 if unknown.
     const auto total = [&](RE_stat_conn_id id) {
         return totals != nullptr ? static_cast<double>((*totals)[static_cast<std::size_t>(id)]) : -1;
     };
@@ -154,7 +154,7 @@ std::vector<WatchFigure> overview_figures(const WatchModel& model)
         latency_figure("disk_read_latency_seconds", "Disk read latency", disk, model.disk_latency_history(), 1),
         cache_figure(model),
     };
-    figures.insert(figures.end() - 1, latencies.begin(), latencies.end()); // in front of NACKs
+    figures.insert(figures.end() - 1, latencies.begin(), latencies.end()); // before NACKs
     figures.push_back(connections);
     return figures;
 }
@@ -166,7 +166,7 @@ std::vector<WatchLine> figure_lines(const std::vector<WatchFigure>& figures, std
     constexpr std::size_t text_width = 12;
     constexpr std::size_t total_width = 22;
     constexpr std::size_t width_for_totals = 100;
-    // All of an importance, or none of it: half of them would leave out what the other half is compared with.
+    // Figures of the same importance are shown together or not at all, because they are compared with each other.
     int importance = 0;
     const auto up_to = [&](int limit) {
         return static_cast<std::size_t>(std::count_if(

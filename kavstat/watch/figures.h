@@ -1,4 +1,4 @@
-// Figures of the live view that are shown one a line, each with its sparkline.
+// Figures of the live view, one per line, each with a sparkline.
 #pragma once
 
 #include "watch/line.h"
@@ -14,22 +14,22 @@ struct WatchFigure
 {
     std::string key; // in JSON, with its unit: "saved_ratio"
     std::string label;
-    double number = 0; // in the unit that the key names; not a number when it is not known
+    double number = 0; // in the unit that the key names; NaN if unknown
     std::string text;  // number and unit for people
-    std::string total; // since the engine's start, or what else is worth knowing; may be empty
+    std::string total; // since the engine's start, or another text; may be empty
     std::vector<float> history;
-    double highest = 0; // of the sparkline's scale; 0: the highest value in sight
-    int importance = 0; // when there is no room for all, those of the lowest stay
+    double highest = 0; // of the sparkline's scale; 0: the highest visible value
+    int importance = 0; // if there is no room for all figures, those with the lowest number remain
     WatchStyle style = WatchStyle::plain;
 };
 
-// Traffic before and after, what was saved, NACKs. totals: of the same connections; may be null.
+// Returns traffic before and after, savings and NACKs. totals: of the same connections; may be null.
 std::vector<WatchFigure> traffic_figures(const TrafficRates& rates, const TrafficHistory& history, bool b_rates,
                                          const ConnectionFigures* totals);
-// Everything that the first page shows.
+// Returns all figures of the overview page.
 std::vector<WatchFigure> overview_figures(const WatchModel& model);
 
-// A line each, at most `most` of them: those of little importance are left out first.
+// Returns one line per figure. If there are more than `most`, the least important figures are left out.
 std::vector<WatchLine> figure_lines(const std::vector<WatchFigure>& figures, std::size_t width, std::size_t most,
                                     bool b_unicode);
 

@@ -1,4 +1,4 @@
-// How a figure of the live view went in the last looks at the engine, with marks where the engine was started anew.
+// The latest values of a figure of the live view, with marks where the engine was restarted.
 #pragma once
 
 #include <algorithm>
@@ -13,7 +13,7 @@ namespace kavstat {
 class History
 {
 public:
-    // Wider than any screen, and ten minutes at a value a second.
+    // Wider than any screen, and ten minutes at one value per second.
     static constexpr std::size_t most_values = 600;
 
     explicit History(std::size_t capacity = most_values) : m_capacity(capacity) {}
@@ -28,7 +28,7 @@ public:
     static bool is_restart(float value) { return std::isnan(value); }
 
     std::size_t size() const { return m_values.size(); }
-    // Up to `count` values, oldest first.
+    // Returns the latest values, at most `count`, oldest first.
     std::vector<float> last(std::size_t count = most_values) const
     {
         count = std::min(count, m_values.size());
@@ -58,7 +58,7 @@ private:
     std::vector<float> m_values; // a ring once it is full
 };
 
-// The history of a figure that is made from two others, value by value; restarts stay marked.
+// Returns the history of a figure that is computed from two others, value by value. Restarts remain marked.
 template <typename Make>
 std::vector<float> combined(const std::vector<float>& left, const std::vector<float>& right, const Make& make)
 {
@@ -70,8 +70,8 @@ std::vector<float> combined(const std::vector<float>& left, const std::vector<fl
     return values;
 }
 
-// The last `width` values as a line, one column a value, the highest one, or `highest` when it is not 0, as the
-// highest mark. A bar stands where the engine was started anew. b_unicode: blocks of eight heights instead of ASCII.
+// Draws the last `width` values, one column per value. The scale ends at `highest`, or at the highest value if that is
+// 0. A bar marks a restart of the engine. b_unicode: blocks of eight heights instead of ASCII.
 std::string spark_line(const std::vector<float>& values, std::size_t width, bool b_unicode, double highest = 0);
 
 } // namespace kavstat

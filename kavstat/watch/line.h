@@ -8,13 +8,13 @@ namespace kavstat {
 enum class WatchStyle
 {
     plain,
-    title,    // what all this is
-    head,     // above a table's columns
+    title,    // of the screen
+    head,     // titles of a table's columns
     selected, // the row that Enter opens
-    fresh,    // has just arrived
+    fresh,    // arrived since the last reading
     warning,
     critical,
-    prompt, // where a filter is typed
+    prompt, // for typing a filter
 };
 
 struct WatchLine

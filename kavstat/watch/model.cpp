@@ -18,7 +18,7 @@ double total_rate(long long before, long long after, double seconds)
     return rate_of(change_of(RE_stat_kind::total, before, after, false), seconds);
 }
 
-// Both: what the totals grew by in the same time.
+// Both are the growth of totals in the same time.
 double milliseconds_a_message(double microseconds, double messages)
 {
     return messages > 0 ? microseconds / messages / 1000 : std::numeric_limits<double>::quiet_NaN();
@@ -59,7 +59,7 @@ TrafficRates rates_between(const RE_stat_app_struct& before, const RE_stat_app_s
     return rates;
 }
 
-// Of a peer or a connection.
+// Whether the finding is about this peer or connection.
 bool is_about(const Finding& finding, const WatchSubject& subject)
 {
     if (finding.rule->scope == RuleScope::peer) {
@@ -178,7 +178,7 @@ void WatchModel::update(RE_image_reader& reader, const WatchNeeds& needs, bool b
     std::swap(m_before, m_now);
     m_now = take_snapshot(reader, now);
     const bool b_restarted = m_b_filled && (!b_same_engine || m_before.engine_start_time != m_now.engine_start_time);
-    // Figures of another engine, or of another life of this one, say nothing about the last second.
+    // Figures of another engine, or from before a restart, cannot give rates.
     const bool b_rates = m_b_filled && m_error == 0 && !b_restarted;
     m_seconds = b_rates ? std::chrono::duration<double>(at - m_at).count() : 0;
     m_at = at;
@@ -246,7 +246,7 @@ void WatchModel::judge(RE_image_reader& reader, clock::time_point at)
             m_worst_of_conns.emplace(finding.connection.slot, &finding);
         }
     }
-    // Looks come a little before or after their time.
+    // Readings happen a little before or after their time.
     constexpr std::chrono::milliseconds early(500);
     m_next_judgement = at + std::max<clock::duration>(health_interval, 100 * (clock::now() - start)) - early;
 }
@@ -281,8 +281,8 @@ void WatchModel::follow_peers(bool b_restarted)
     std::vector<WatchPeer> earlier = std::move(m_peers);
     m_peers.clear();
     m_peers.reserve(m_now.peers.size());
-    // Peers keep their slots as long as the engine lives, so both lists are gone through side by side. Behind a restart
-    // they are found by who they are.
+    // Peers keep their slots while the engine runs, so both lists are compared in parallel. After a restart, peers are
+    // found by their identity.
     std::map<std::pair<int, std::string>, WatchPeer*> by_name;
     const auto name_of = [](const SnapshotPeer& peer) {
         return std::pair(peer.number, peer.header.m_kav_peer_id.getString());
@@ -349,7 +349,7 @@ void WatchModel::read_connections(RE_stat_reader& reader, clock::time_point at)
     const int slots = reader.get_max_conn_slots();
     m_conns.resize(static_cast<std::size_t>(std::max(slots, 0)));
     m_conn_read_at.resize(looks_for_all_connections(), at);
-    // All of them when they have not been looked at for a while, so that none is shown as it was long ago.
+    // Reads all of them if they were not read for a while, so that no old data is shown.
     const int to_read = m_b_conns ? std::min(slots, connections_per_look) : slots;
     m_next_conn = m_b_conns && m_next_conn < slots ? m_next_conn : 0;
     const int last = m_next_conn + to_read;
@@ -391,7 +391,7 @@ void WatchModel::read_nacks(RE_stat_reader& reader)
     for (WatchNack& nack : m_nacks) {
         nack.b_new = false;
     }
-    // Asked for each time, as it also says where the walk ends.
+    // Called each time, because it also returns the end of the iteration.
     const int first = reader.get_first_nack();
     if (first < 0) {
         m_nacks.clear();
@@ -413,7 +413,7 @@ void WatchModel::read_nacks(RE_stat_reader& reader)
 void WatchModel::follow(RE_stat_reader& reader, const WatchSubject& subject)
 {
     if (subject.kind == SubjectKind::peer) {
-        return; // all of them are followed
+        return; // all places are in use
     }
     const auto found = std::find_if(m_followed.begin(), m_followed.end(),
                                     [&](const FollowedThing& thing) { return thing.subject == subject; });

@@ -1,6 +1,6 @@
-// What the live view shows: the statistics of now, those of the look before, and how figures went since the view began.
-// All of it has a bound: however long the view runs, it keeps two snapshots, one record for each connection, and the
-// histories of the engine, its peers and the few things that were opened last.
+// The data of the live view: the current statistics, those of the reading before, and the history of figures since the
+// view started. Its size is bounded: it keeps two snapshots, one record for each connection slot, and the histories of
+// the engine, its peers, and the few connections and applications that were opened last.
 #pragma once
 
 #include "health/evaluation.h"
@@ -24,19 +24,19 @@ namespace kavstat {
 enum class SubjectKind
 {
     none,
-    row, // of a table, and nothing that has a page of its own
+    row, // of a table whose rows have no page of their own
     peer,
     connection,
     application,
 };
 
-// Which thing a row is about: the same from look to look, and never that of another thing that got its slot.
+// Identifies the subject of a row from one reading to the next. Another subject that reuses the slot is not equal.
 struct WatchSubject
 {
     SubjectKind kind = SubjectKind::none;
     int slot = -1;
     std::int64_t number = 0;
-    std::int64_t identity = 0; // when it was opened, or a hash of who it is
+    std::int64_t identity = 0; // the time it was opened, or a hash of its identity
 
     bool operator==(const WatchSubject&) const = default;
     bool has_page() const { return kind > SubjectKind::row; }
@@ -55,7 +55,7 @@ struct TrafficRates
     double messages = 0; // encoded and decoded
     double nacks = 0;
     double retransmissions = 0;
-    // Milliseconds a message; not a number when there was none.
+    // Milliseconds per message; NaN if there was none.
     double encode_latency = std::numeric_limits<double>::quiet_NaN();
     double decode_latency = std::numeric_limits<double>::quiet_NaN();
 
@@ -63,10 +63,10 @@ struct TrafficRates
     double after() const { return encode_out + decode_in; }
 };
 
-// Of the same figures.
+// The history of WatchRates.
 struct TrafficHistory
 {
-    // Enough for four minutes at a look a second; an engine may have 4,096 peers.
+    // Four minutes at one reading per second. An engine may have 4,096 peers, so it is short.
     static constexpr std::size_t of_a_peer = 240;
 
     explicit TrafficHistory(std::size_t capacity = of_a_peer)
@@ -81,17 +81,17 @@ struct TrafficHistory
     History encode_out;
     History decode_in;
     History decode_out;
-    History nacks; // and messages sent again
+    History nacks; // and retransmissions
 };
 
-// Percent of the larger side that the smaller one is less, and 0 while either is 0: of what came in when encoding, of
-// what came out when decoding. exec_show_stats_kav computes its ratio like this.
+// Returns the savings in percent of the larger side: of the input when encoding, of the output when decoding. It is 0
+// while either side is 0. exec_show_stats_kav computes its ratio in the same way.
 double saved_percent(double before, double after);
-// What both directions saved, as a table shows it: "75.0%", or with "e" for encoding and "d" for decoding where they
-// differ, "e75.0% d88.9%", or where only one has any traffic. "-" without any.
+// Returns the savings of both directions for a table: "75.0%" if they are equal, "e75.0% d88.9%" (encoding, decoding)
+// if they differ, one of the two if only one direction has traffic, and "-" without traffic.
 std::string saved_text(double encode_in, double encode_out, double decode_in, double decode_out);
 
-// `before` is null for what was not there at the look before.
+// `before` is null if it did not exist at the reading before.
 struct WatchPeer
 {
     const SnapshotPeer* now = nullptr;
@@ -107,7 +107,7 @@ struct WatchApp
     TrafficRates rates;
 };
 
-// What a table of connections shows of one; there is one for every slot.
+// The data of a connection for the table of connections, one per slot.
 struct WatchConn
 {
     enum figure : std::size_t // their ids
@@ -120,7 +120,7 @@ struct WatchConn
 
     RE_stat_conn_header header{};
     int peer_number = -1;
-    bool b_there = false; // a connection has the slot
+    bool b_there = false; // the slot contains a connection
     bool b_open = false;
     bool b_rates = false;
     std::time_t open_time = 0;
@@ -139,7 +139,7 @@ struct FollowedThing
     WatchSubject subject;
     bool b_there = false;
     SnapshotConn now;                   // of a connection
-    std::optional<SnapshotConn> before; // nothing when it was not there at the look before
+    std::optional<SnapshotConn> before; // empty if it did not exist at the reading before
     TrafficRates rates;
     TrafficHistory history{History::most_values};
 };
@@ -147,17 +147,17 @@ struct FollowedThing
 struct WatchNack
 {
     RE_stat_nack_header nack{};
-    bool b_new = false; // since the look before
+    bool b_new = false; // since the reading before
 };
 
-// What a page shows beside the engine, its peers and applications. Nothing else is read.
+// The additional data that a page needs besides the engine, its peers and applications. Only this is read.
 struct WatchNeeds
 {
     bool b_connections = false;
     bool b_nacks = false;
     bool b_bypass = false;
     bool b_config = false;
-    WatchSubject subject = {}; // has_page(), or none
+    WatchSubject subject = {}; // has_page() is true, or it is empty
 };
 
 class WatchModel
@@ -165,37 +165,37 @@ class WatchModel
 public:
     using clock = std::chrono::steady_clock;
 
-    // Of many connections a look reads this many, one part after the other.
+    // One reading reads this many connections. The next reading continues with the following ones.
     static constexpr int connections_per_look = 25000;
-    // More than any table of the view has.
+    // More rows than any table of the view has.
     static constexpr std::size_t most_rows = std::size_t{1} << 31U;
     static constexpr std::size_t most_nacks = 1000;
     static constexpr std::size_t most_followed = 8;
-    // Rules are applied no more often, as they go by seconds, and less often when that takes more than a hundredth of
-    // the time: they may have to look at every connection.
+    // The shortest time between two evaluations of the rules. It is longer if they take more than a hundredth of the
+    // time, because they may have to read every connection.
     static constexpr std::chrono::seconds health_interval{2};
 
     explicit WatchModel(RuleSet rules = {}) : m_health(std::move(rules)) {}
 
-    // Takes the statistics of now. b_same_engine: the engine has not been started anew since the look before.
+    // Reads the current statistics. b_same_engine: the engine was not restarted since the reading before.
     void update(RE_image_reader& reader, const WatchNeeds& needs, bool b_same_engine, std::time_t now,
                 clock::time_point at);
-    // Reads what a page needs beside that, when it is turned to between two looks.
+    // Reads the additional data of a page that is opened between two readings.
     void read(RE_image_reader& reader, const WatchNeeds& needs, clock::time_point at);
-    // There are none to be had; error: what opening them returned.
+    // The statistics could not be opened. error: the error code of opening.
     void lose(int error, clock::time_point at);
 
-    // False when there is no engine; the rest is then that of the last time.
+    // False without an engine. All other functions then return the data of the last reading.
     bool is_up() const { return m_error == 0 && m_b_filled; }
     int error() const { return m_error; }
-    // False until there have been two moments to tell rates from.
+    // False until there are two readings, which rates need.
     bool has_rates() const { return m_seconds > 0; }
 
     const Snapshot& now() const { return m_now; }
-    // What a running total grew by per second since the look before; 0 where that is not known.
+    // Returns the rate of a running total since the reading before, per second; 0 if unknown.
     double rate(long long before, long long now) const;
     double rate_32(std::uint32_t before, std::uint32_t now) const;
-    // The engine's figures at the look before; rates are between them and those of now.
+    // The engine's figures at the reading before, the start of the interval for rates.
     const Snapshot& before() const { return m_before; }
 
     const TrafficRates& rates() const { return m_rates; }
@@ -206,30 +206,30 @@ public:
     const History& cache_history() const { return m_cache_history; }           // percent of the cache in use
     const History& connection_history() const { return m_connection_history; } // open connections
 
-    // What is wrong, most severe first.
+    // The findings of the rules, the most severe first.
     const std::vector<Finding>& findings() const { return m_health.findings(); }
     std::vector<const Finding*> findings_about(const WatchSubject& subject) const;
-    // How bad the worst of that is; nothing for none.
+    // Returns the highest severity of the findings about a subject; empty without findings.
     std::optional<Severity> worst_about(const WatchSubject& subject) const;
-    // What a finding is about; none when that is the engine, or is gone.
+    // Returns the subject of a finding; an empty subject for the engine, or if it no longer exists.
     WatchSubject subject_of(const Finding& finding) const;
     std::size_t rules_applied() const;
 
     const std::vector<WatchPeer>& peers() const { return m_peers; }
     const std::vector<WatchApp>& apps() const { return m_apps; }
     const std::vector<WatchConn>& conns() const { return m_conns; }
-    // Looks until every connection has been read again.
+    // The number of readings until every connection has been read again.
     std::size_t looks_for_all_connections() const;
     const std::deque<WatchNack>& nacks() const { return m_nacks; } // oldest first
     const std::optional<std::vector<RE_bypass_entry>>& bypass() const { return m_bypass; }
     const std::optional<RE_stat_config_param>& config() const { return m_config; }
 
-    // Null when it is not there.
+    // Returns null if it does not exist.
     const WatchPeer* find_peer(const WatchSubject& subject) const;
     const WatchApp* find_app(const WatchSubject& subject) const;
-    // Null until it has been a need; its b_there says whether it is still there.
+    // Returns null unless a page needed it. Its b_there is false if it no longer exists.
     const FollowedThing* find_followed(const WatchSubject& subject) const;
-    // The host's name of the peer with this number, as printable text; empty when not known.
+    // Returns the host name of the peer with this number as printable text; empty if unknown.
     std::string host_of(int peer_number) const;
 
 private:
@@ -245,7 +245,7 @@ private:
 
     int m_error = 0;
     bool m_b_filled = false;
-    double m_seconds = 0; // between the last two looks; 0 when they tell no rates
+    double m_seconds = 0; // between the last two readings; 0 if there are no rates
     clock::time_point m_at;
     Snapshot m_now;
     Snapshot m_before;
@@ -267,16 +267,16 @@ private:
     std::vector<WatchConn> m_conns;                // by slot
     std::vector<clock::time_point> m_conn_read_at; // by part of the slots
     int m_next_conn = 0;
-    bool m_b_conns = false; // the look before read connections, too
+    bool m_b_conns = false; // the reading before included connections
     std::deque<WatchNack> m_nacks;
     int m_nack_cursor = -1;
     bool m_b_nacks = false;
     std::optional<std::vector<RE_bypass_entry>> m_bypass;
     std::optional<RE_stat_config_param> m_config;
-    std::deque<FollowedThing> m_followed; // the one asked for last in front
+    std::deque<FollowedThing> m_followed; // the most recently requested one first
 };
 
-// Percent of the engine's cache that is in use; 0 when it has no size.
+// Returns the used share of the engine's cache in percent; 0 if its size is 0.
 double cache_percent(const Snapshot& now);
 
 } // namespace kavstat

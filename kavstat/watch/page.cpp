@@ -12,12 +12,12 @@ namespace kavstat {
 namespace {
 
 constexpr std::size_t longest_filter = 60;
-// The lines above a table leave it half of a small screen, and all but a few rows of a large one.
+// The lines above a table use at most half of a small screen and a few lines of a large one.
 constexpr std::size_t least_rows = 8;
-// Of paper; room for every column of every page.
+// For a pipe or a log: wide enough for all columns of each page.
 constexpr std::size_t paper_width = 240;
 
-// One column of a row as JSON.
+// Returns a column of a row as JSON.
 nlohmann::json json_of(const WatchColumn& column, std::size_t row)
 {
     if (!column.b_number) {
@@ -89,7 +89,7 @@ std::vector<WatchLine> TablePage::lines(const WatchModel& model, const WatchFram
         const WatchMark mark = table.mark ? table.mark(rows[at]) : WatchMark();
         std::string text{b_selected ? '>' : ' ', mark.letter};
         text += table_line(table, choice, rows[at], frame.width);
-        // What is wrong is worth its colour also where it is selected; the ">" says that.
+        // A selected row with a finding keeps its colour; the ">" shows the selection.
         const bool b_plain = mark.style == WatchStyle::plain;
         lines.push_back({text, b_selected && b_plain ? WatchStyle::selected : mark.style});
     }
@@ -212,7 +212,7 @@ bool TablePage::press(int key)
         move(page);
         return true;
     case WATCH_KEY_HOME:
-        // The first row, whichever that is from now on.
+        // From now on, the first row is selected.
         m_place = 0;
         m_b_follow = false;
         return true;

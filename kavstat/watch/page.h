@@ -1,5 +1,5 @@
-// The pages of the live view. A page gives lines for a width and a height, and takes keys. Most are tables, made from a
-// row of `table_pages` in pages/pages.cpp.
+// The pages of the live view. A page makes lines for a width and a height, and handles keys. Most pages are tables,
+// which are described by the rows of `table_pages` in pages/pages.cpp.
 #pragma once
 
 #include "format/output.h"
@@ -12,7 +12,7 @@
 
 namespace kavstat {
 
-// Keys that are no characters.
+// Keys that are not characters.
 enum WatchKey : int
 {
     WATCH_KEY_UP = 0x10000,
@@ -28,7 +28,7 @@ enum WatchKey : int
     WATCH_KEY_BACKSPACE,
 };
 
-// What lines are made for.
+// The area for the lines of a page.
 struct WatchFrame
 {
     std::size_t width = 0;  // columns
@@ -43,21 +43,21 @@ public:
 
     virtual const std::string& name() const = 0;
     virtual const WatchNeeds& needs() const = 0;
-    // At most as many lines as the frame is high; they may be wider. model: up.
+    // Returns at most frame.height lines. Lines may be wider than the frame. model: is_up().
     virtual std::vector<WatchLine> lines(const WatchModel& model, const WatchFrame& frame) = 0;
-    // For paper, a pipe or a log: every row, nothing selected.
+    // Returns the page for a pipe or a log: all rows, without a selection.
     virtual std::vector<WatchLine> report(const WatchModel& model, bool b_unicode) = 0;
-    // Each row as a JSON object, joined by commas; nothing when the page has no rows.
+    // Writes each row as a JSON object, separated by commas; nothing if the page has no rows.
     virtual void write_rows(const WatchModel& model, Output& output) = 0;
-    // False when the key is none of the page's.
+    // Handles a key. Returns false if the page does not use it.
     virtual bool press(int key) = 0;
-    // Whether keys are characters of a text.
+    // Whether keys are read as characters of a text.
     virtual bool is_typing() const = 0;
-    // What Enter opens; none when it opens nothing.
+    // Returns the subject that Enter opens; an empty subject if there is none.
     virtual WatchSubject selected() const = 0;
-    // The keys that rows can be ordered by; none on a page without rows.
+    // Returns the keys by which rows can be ordered; empty for a page without rows.
     virtual std::vector<std::string> order_keys() const { return {}; }
-    // key: one of these.
+    // key: one of the keys above.
     virtual void order_by(const std::string& /*key*/, bool /*b_reverse*/) {}
     virtual void filter_by(const std::string& /*text*/) {}
 };
@@ -70,9 +70,9 @@ public:
     {
         std::string name;
         WatchNeeds needs;
-        std::string order; // the key of the column that rows are ordered by at first
+        std::string order; // key of the initial column for the order
         std::function<WatchTable(const WatchModel&, const WatchFrame&)> table;
-        // At most as many lines as the frame is high.
+        // Returns at most frame.height lines.
         std::function<std::vector<WatchLine>(const WatchModel&, const WatchFrame&)> heading;
     };
     explicit TablePage(Content content) : m_content(std::move(content)), m_order(m_content.order) {}
@@ -94,7 +94,7 @@ private:
     void next_order(bool b_forwards);
     void move(std::ptrdiff_t by);
     std::size_t ordered_column(const WatchTable& table) const;
-    // The rows in sight, after the selection has been put among them.
+    // Returns the visible rows. Scrolls so that the selection is one of them.
     std::vector<std::size_t> rows_in_sight(const WatchTable& table, RowOrder& order, std::size_t room);
 
     Content m_content;
@@ -105,18 +105,18 @@ private:
     std::size_t m_first_column = 0;
     std::size_t m_first_row = 0;
     std::size_t m_place = 0; // of the selected row
-    std::size_t m_room = 1;  // rows that were in sight at last
-    WatchSubject m_selected; // what the selected row is about
-    bool m_b_follow = false; // the selection goes where its row goes, because somebody put it there
-    bool m_b_moved = false;  // since the rows were last made
+    std::size_t m_room = 1;  // number of visible rows at the last call
+    WatchSubject m_selected; // subject of the selected row
+    bool m_b_follow = false; // the selection follows its row, because the user has moved it
+    bool m_b_moved = false;  // by a key, since the rows were last made
     std::vector<std::string> m_keys;
 };
 
-// A row here is a page, in the order of the keys 1 to 9. The first is the one that the view starts with.
+// All pages, in the order of the keys 1 to 9. The view starts with the first one.
 std::vector<std::unique_ptr<WatchPage>> make_watch_pages();
-// The names of all, for --page.
+// The names of all pages, for --page.
 std::vector<std::string> watch_page_names();
-// The page of one thing.
+// Makes the page of one subject.
 std::unique_ptr<WatchPage> make_subject_page(const WatchSubject& subject);
 
 } // namespace kavstat

@@ -21,7 +21,7 @@ enum color_pair : short
     pair_prompt = 3,
 };
 
-// Whether the named terminal is known and its cursor can be put anywhere.
+// Whether the terminal is known and can position the cursor.
 bool is_drawable(const char* name)
 {
     int error = 0;
@@ -180,7 +180,7 @@ WatchScreen::event WatchScreen::wait(double seconds, int& key)
         return event::key;
     }
     if (ready > 0) {
-        return event::gone; // something is there to be read, and it is the end
+        return event::gone; // the end of the input
     }
     return event::timeout;
 }

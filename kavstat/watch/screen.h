@@ -1,4 +1,4 @@
-// A terminal that is taken over for as long as this object lives, and given back as it was.
+// Controls the terminal during the lifetime of this object and restores its state afterwards.
 #pragma once
 
 #include "watch/view.h"
@@ -13,11 +13,11 @@ public:
     WatchScreen(const WatchScreen&) = delete;
     WatchScreen& operator=(const WatchScreen&) = delete;
 
-    // False when the terminal cannot be drawn on: it has no name, an unknown one, or no way to put the cursor
-    // somewhere. Nothing has been written then.
+    // Returns false if TERM is missing or unknown, or the terminal cannot position the cursor. In this case nothing has
+    // been written.
     bool is_usable() const { return m_b_usable; }
 
-    // Of the terminal that is in use; 1 at least.
+    // The size of the terminal; at least 1.
     static std::size_t width();
     static std::size_t height();
     void draw(const std::vector<WatchLine>& picture);
@@ -27,9 +27,9 @@ public:
         timeout,
         key,
         resize,
-        gone, // nobody types any more
+        gone, // the input has ended
     };
-    // Waits for a key, so many seconds at most. A signal ends the wait, as a timeout.
+    // Waits for a key for at most this many seconds. A signal ends the wait like a timeout.
     event wait(double seconds, int& key);
 
 private:

@@ -62,14 +62,14 @@ RowOrder::RowOrder(const WatchTable& table, std::size_t column, bool b_reverse, 
     for (std::size_t row = 0; row < table.rows; ++row) {
         if ((!table.is_there || table.is_there(row)) && filter.keeps(table, row)) {
             double key = by.order ? by.order(row) : 0;
-            key = std::isnan(key) ? -HUGE_VAL : key; // has no place of its own among numbers
+            key = std::isnan(key) ? -HUGE_VAL : key; // NaN cannot be ordered
             m_rows.push_back({b_lowest_first ? key : -key, static_cast<std::uint32_t>(row)});
         }
     }
     if (by.order) {
         return;
     }
-    // Texts: each is made once, and its place among the others is the number that rows are ordered by.
+    // Each text is formatted once. Rows are then ordered by its position in the sorted texts.
     std::vector<std::pair<std::string, std::size_t>> texts;
     texts.reserve(m_rows.size());
     for (std::size_t at = 0; at < m_rows.size(); ++at) {
@@ -115,7 +115,7 @@ std::optional<std::size_t> RowOrder::place_of(const WatchTable& table, const Wat
 
 ColumnChoice choose_columns(const WatchTable& table, std::size_t width, std::size_t ordered, std::size_t first)
 {
-    const auto needed_by = [&](std::size_t column) { return table.columns[column].width + 1; }; // and a blank
+    const auto needed_by = [&](std::size_t column) { return table.columns[column].width + 1; }; // with a blank
     std::size_t room = width + 1 > gutter_width ? width + 1 - gutter_width : 0;
     ColumnChoice choice;
     std::vector<std::size_t> movable;
@@ -127,7 +127,7 @@ ColumnChoice choose_columns(const WatchTable& table, std::size_t width, std::siz
             movable.push_back(at);
         }
     }
-    // Those that come first, in the table's order, and after them those for which there is no room then.
+    // The columns that are chosen first, in the order of the table, and then those that do not fit.
     std::vector<std::size_t> rest = movable;
     std::stable_sort(rest.begin(), rest.end(), [&](std::size_t a, std::size_t b) {
         return table.columns[a].importance < table.columns[b].importance;
@@ -146,7 +146,7 @@ ColumnChoice choose_columns(const WatchTable& table, std::size_t width, std::siz
     std::sort(rest.begin(), rest.end());
     line.insert(line.end(), rest.begin(), rest.end());
 
-    // No further than until the last one is in sight.
+    // Stops when the last column is visible.
     left = room;
     choice.first = line.size();
     while (choice.first > 0 && needed_by(line[choice.first - 1]) <= left) {
@@ -168,10 +168,10 @@ ColumnChoice choose_columns(const WatchTable& table, std::size_t width, std::siz
 
 namespace {
 
-// At the end of what a column is too narrow for, so that no number is taken for a shorter one.
+// Marks a text that was cut, so that a number is not mistaken for a shorter one.
 constexpr char cut_mark = '~';
 
-// The columns' texts side by side, the last one as wide as there is room.
+// Returns the texts of the columns side by side. The last one fills the remaining width.
 template <typename Text>
 std::string side_by_side(const WatchTable& table, const ColumnChoice& choice, std::size_t width, const Text& text)
 {
@@ -201,7 +201,7 @@ std::string table_line(const WatchTable& table, const ColumnChoice& choice, std:
 
 std::string table_head(const WatchTable& table, const ColumnChoice& choice, std::size_t ordered, std::size_t width)
 {
-    // What Left and Right still lead to is shown beside the columns.
+    // "<" and ">" show that there are further columns.
     return std::string(1, choice.first > 0 ? '<' : ' ') + (choice.b_more ? '>' : ' ') +
            side_by_side(table, choice, width, [&](std::size_t at, std::size_t) {
                return (at == ordered ? "*" : "") + table.columns[at].title;

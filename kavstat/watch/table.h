@@ -1,5 +1,5 @@
-// A table of the live view: columns that know how to show and order their rows. Of any number of rows only those in
-// sight are made, and of the columns those that a screen has room for.
+// A table of the live view. Its columns contain the functions that format and order rows. Only visible rows are
+// formatted, and only the columns that fit on the screen.
 #pragma once
 
 #include "watch/line.h"
@@ -15,47 +15,47 @@ namespace kavstat {
 
 struct WatchColumn
 {
-    std::string key;   // its name for --sort and in JSON; empty for a drawing, which has none and orders nothing
+    std::string key;   // its name for --sort and in JSON; empty for sparklines, by which rows cannot be ordered
     std::string title; // upper case, narrower than `width`
     std::size_t width = 0;
-    // 0 for the columns that say what a row is and are always in sight; of the others those of the lowest come first.
+    // 0: identifies the row and is always visible. Of the other columns, those with the lowest number are chosen first.
     int importance = 1;
     bool b_left = false;
     bool b_lowest_first = false;
     bool b_number = false; // in JSON
     std::function<std::string(std::size_t row, std::size_t width)> text;
-    // What rows are ordered by; the text where there is none.
+    // The value by which rows are ordered. Without it, they are ordered by the text.
     std::function<double(std::size_t row)> order;
 };
 
-// A mark in front of a row, so that colour never says anything alone.
+// A mark before a row, so that no information is in the colour alone.
 struct WatchMark
 {
     char letter = ' ';
     WatchStyle style = WatchStyle::plain;
 };
 
-// "C" or "W" for what a rule found, and a blank for nothing.
+// Returns "C" or "W" for the severity of a finding, and a blank without one.
 WatchMark mark_of(std::optional<Severity> severity);
 
 struct WatchTable
 {
-    std::vector<WatchColumn> columns; // the last one takes what room is left, when it is in sight
+    std::vector<WatchColumn> columns; // the last one, if visible, fills the remaining width
     std::size_t rows = 0;
-    // What a row is about. Not given: rows are about nothing and cannot be told apart.
+    // The subject of a row. Without it, rows have no identity.
     std::function<WatchSubject(std::size_t row)> subject;
-    // Whether there is such a row; all of them are when it is not given.
+    // Whether the row exists. Without it, all rows exist.
     std::function<bool(std::size_t row)> is_there;
-    // What a filter looks for its text in.
+    // The text in which a filter searches.
     std::function<std::string(std::size_t row)> search;
-    // `search` depends on `subject` alone, so that its answer is kept from look to look.
+    // `search` depends on `subject` only, so the result of a filter is kept between readings.
     bool b_search_is_lasting = false;
     std::function<WatchMark(std::size_t row)> mark;
 
     std::optional<std::size_t> column(const std::string& key) const;
 };
 
-// Which rows a filter keeps, from look to look.
+// Remembers which rows a filter matches between readings.
 class RowFilter
 {
 public:
@@ -77,17 +77,17 @@ private:
     std::vector<answer> m_answers; // by row
 };
 
-// The rows that a filter keeps, ordered by a column, highest or first in the alphabet first; b_reverse: the other way
-// round. Equal rows are in the table's order.
+// The rows that a filter matches, ordered by a column: numbers in descending, texts in ascending order. b_reverse
+// reverses it. Equal rows keep the order of the table.
 class RowOrder
 {
 public:
     RowOrder(const WatchTable& table, std::size_t column, bool b_reverse, RowFilter& filter);
 
     std::size_t size() const { return m_rows.size(); }
-    // The rows at places `first` to `first + count`. It costs little more than going through all rows once.
+    // Returns the rows at the positions from `first` to `first + count`. Needs little more than one pass over all rows.
     std::vector<std::size_t> window(std::size_t first, std::size_t count);
-    // The row's place; nothing when the filter does not keep a row about this.
+    // Returns the position of the row; empty if the filter matches no row with this subject.
     std::optional<std::size_t> place_of(const WatchTable& table, const WatchSubject& subject) const;
 
 private:
@@ -100,25 +100,25 @@ private:
     std::vector<keyed> m_rows;
 };
 
-// Which columns a width has room for. first: how many of those that can move are passed over at the left; cut to what
-// leaves no room unused. ordered: the column that is always in sight.
+// Chooses the columns that fit into a width. first: how many of the columns that can scroll are skipped at the left; it
+// is reduced if space would remain unused. ordered: a column that is always visible.
 struct ColumnChoice
 {
-    std::vector<std::size_t> columns; // as they stand
+    std::vector<std::size_t> columns; // from left to right
     std::size_t first = 0;
-    bool b_more = false; // at the right
+    bool b_more = false; // there are further columns at the right
 };
 ColumnChoice choose_columns(const WatchTable& table, std::size_t width, std::size_t ordered, std::size_t first);
 
-// In front of each row: one column that says which row is selected and one for its mark.
+// Before each row: one column for the selection and one for its mark.
 inline constexpr std::size_t gutter_width = 2;
 
-// A row of the table in these columns, and the line above it all with a "*" at the column that rows are ordered by.
+// Format a row of the table in these columns, and the titles with a "*" at the column by which rows are ordered.
 std::string table_line(const WatchTable& table, const ColumnChoice& choice, std::size_t row, std::size_t width);
 std::string table_head(const WatchTable& table, const ColumnChoice& choice, std::size_t ordered, std::size_t width);
 
 // Columns whose values come from the elements of a list that outlives the table.
-// value: what a row has; show: how that reads.
+// value: returns the value of a row; show: formats it.
 template <typename Rows, typename Value, typename Show>
 WatchColumn number_column(std::string key, std::string title, std::size_t width, int importance, const Rows& rows,
                           Value value, Show show)
@@ -149,7 +149,7 @@ WatchColumn text_column(std::string key, std::string title, std::size_t width, i
     return column;
 }
 
-// A text whose rows are ordered by a number.
+// A column with texts that is ordered by a number.
 template <typename Rows, typename Text, typename Value>
 WatchColumn ordered_text_column(std::string key, std::string title, std::size_t width, int importance, const Rows& rows,
                                 Text text, Value value)
@@ -159,7 +159,7 @@ WatchColumn ordered_text_column(std::string key, std::string title, std::size_t 
     return column;
 }
 
-// A column that rows are not ordered by.
+// A column by which rows cannot be ordered.
 template <typename Rows, typename Draw>
 WatchColumn drawing_column(std::string title, std::size_t width, int importance, const Rows& rows, Draw draw)
 {

@@ -203,7 +203,7 @@ void WatchView::write_json(const WatchModel& model, Output& output)
         text += (text.back() == '[' ? "" : ",") + json_of_finding(finding);
     }
     text += "]";
-    // Rows are written one by one: a document of all of them would take many times their size.
+    // Rows are written one by one, because a document of all rows would need many times their size.
     output.add(text + ",\"rows\":[");
     page().write_rows(model, output);
     output.add("]}\n");

@@ -1,5 +1,5 @@
-// The live view without its screen: which page is shown, what keys do, and the lines that a screen of a given size
-// shows.
+// The live view without a terminal: the current page, the handling of keys, and the lines for a screen of a given
+// size.
 #pragma once
 
 #include "watch/page.h"
@@ -14,8 +14,8 @@ namespace kavstat {
 class WatchView
 {
 public:
-    // page: the index of the page that is shown first. interval: seconds between two looks at the engine. b_unicode:
-    // sparklines may be drawn with blocks. file: the saved statistics that are looked at, and not an engine.
+    // page: index of the first page. interval: seconds between two readings of the engine. b_unicode: sparklines are
+    // drawn with block characters. file: name of the saved statistics; empty for a running engine.
     WatchView(std::size_t page, double interval, bool b_unicode, std::optional<std::string> file = std::nullopt);
 
     // key: a character or a WatchKey.
@@ -28,24 +28,24 @@ public:
     bool is_paused() const { return m_b_paused; }
     double interval() const { return m_interval; }
     WatchPage& page() const { return m_detail != nullptr ? *m_detail : *m_pages[m_page]; }
-    // Of the page that is shown; nothing else is read.
+    // The data that the current page needs. Only this is read.
     const WatchNeeds& needs() const { return page().needs(); }
 
-    // The screen, `height` lines of up to `width` columns. Scrolls so far as there are rows. Any size will do.
+    // Returns at most `height` lines of at most `width` columns, for any size. Does not scroll beyond the last row.
     std::vector<WatchLine> screen(const WatchModel& model, std::size_t width, std::size_t height);
-    // The whole page for paper, a pipe or a log: no keys, no scrolling, every row.
+    // Returns the whole page with all rows, for a pipe or a log.
     std::vector<std::string> report(const WatchModel& model);
-    // The same as one line of JSON.
+    // Writes the page as one line of JSON.
     void write_json(const WatchModel& model, Output& output);
 
 private:
     WatchLine title(const WatchModel& model, std::size_t width) const;
-    // What the title says of the engine or file.
+    // The description of the engine or file for the title.
     std::string state_of(const WatchModel& model) const;
 
     std::vector<std::unique_ptr<WatchPage>> m_pages;
     std::size_t m_page;
-    std::unique_ptr<WatchPage> m_detail; // of what was opened; null when nothing is
+    std::unique_ptr<WatchPage> m_detail; // of the opened subject; null without one
     double m_interval;
     bool m_b_unicode;
     std::optional<std::string> m_file;

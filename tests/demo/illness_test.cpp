@@ -57,18 +57,25 @@ TEST(illness, anything_else_is_refused)
                                    "nacks@5s+5", "nacks@5s-5s", "nacks@5s+5s+5s", "nacks@infs", "nacks@nans",
                                    "nacks@1e3s", "nacks@ 5s", "nacks@300000h", "nacks@5s@5s"}) {
         EXPECT_EQ(parse_illness(text, planned),
-                  "\"" + std::string(text) + "\" has a time that is not like @60s or @60s+2m; units are s, m and h");
+                  "\"" + std::string(text) +
+                      "\" has a time that is not like @60s, @60s+2m or @signal; units are s, m and h");
     }
 }
 
 TEST(illness, lasts_from_its_beginning_until_its_end)
 {
-    const std::vector<RE_planned_illness> plan = {{RE_illness::nacks, 1, 2}, {RE_illness::nacks, 5, for_ever}};
-    EXPECT_FALSE(illnesses_at(plan, 0.9).has(RE_illness::nacks));
-    EXPECT_TRUE(illnesses_at(plan, 1).has(RE_illness::nacks));
-    EXPECT_FALSE(illnesses_at(plan, 1).has(RE_illness::bypass));
-    EXPECT_FALSE(illnesses_at(plan, 2).has(RE_illness::nacks));
-    EXPECT_TRUE(illnesses_at(plan, 1e8).has(RE_illness::nacks));
+    std::vector<RE_planned_illness> plan = {{RE_illness::nacks, 1, 2}, {RE_illness::nacks, 5, for_ever}};
+    EXPECT_FALSE(illnesses_at(plan, 0.9, false).has(RE_illness::nacks));
+    EXPECT_TRUE(illnesses_at(plan, 1, false).has(RE_illness::nacks));
+    EXPECT_FALSE(illnesses_at(plan, 1, false).has(RE_illness::bypass));
+    EXPECT_FALSE(illnesses_at(plan, 2, false).has(RE_illness::nacks));
+    EXPECT_TRUE(illnesses_at(plan, 1e8, false).has(RE_illness::nacks));
+
+    RE_planned_illness by_signal{};
+    ASSERT_EQ(parse_illness("bypass@signal", by_signal), "");
+    plan.push_back(by_signal);
+    EXPECT_FALSE(illnesses_at(plan, 1, false).has(RE_illness::bypass));
+    EXPECT_TRUE(illnesses_at(plan, 1, true).has(RE_illness::bypass));
 }
 
 TEST(illness, a_mistake_is_answered_with_all_names)
@@ -77,10 +84,13 @@ TEST(illness, a_mistake_is_answered_with_all_names)
     EXPECT_EQ(wrong.wait(), 2);
     EXPECT_EQ(
         wrong.errors(),
-        "--ill: no illness is called \"fever\"; there are cache-unusable, cache-failed, cache-initialising, "
+        "--ill: no illness is called \"fever\"; there are cache-unusable, cache-failed, cache-lost, "
+        "cache-initialising, "
         "cache-small, index-full, low-memory, slow-disk, slow-encode, slow-decode, bypass, nacks, retransmissions, "
         "peer-degraded-sigblock, peer-degraded-dataunit, peer-out-of-sync, peer-outdated, peer-low-buffer, "
-        "peer-disconnected, peer-far, ack-queue, incompressible, auto-bypass, conn-stuck\n"
+        "peer-disconnected, peer-far, ack-queue, incompressible, tiny-messages, auto-bypass, conn-stuck, wait-queue, "
+        "bypass-nacks, "
+        "bypass-table-full, app-table-full\n"
         "Run with --help for more information.\n");
 }
 
@@ -94,16 +104,21 @@ struct figures
     bool b_outdated = false;
     bool b_from_active_conn = false;
     int bypassed_servers = 0;
+    int nacked_servers = 0; // bypassed because of repeated NACKs
+    long long peers_with_sigblock = 0;
+    long long peers_with_data_unit = 0;
     bool b_stuck = false; // an open connection has waiting data
 };
 
-int count_bypassed_servers(RE_stat_reader& reader)
+// Counts those that `is_counted` accepts.
+template <typename Is_counted>
+int count_bypassed_servers(RE_stat_reader& reader, const Is_counted& is_counted)
 {
     const int size = static_cast<int>(RE_auto_bypass::get_shm_size());
     const auto* const table = static_cast<const RE_bypass_table*>(reader.get_re_auto_bypass_memory_ptr(size));
     int count = 0;
     for (std::uint32_t row = 0; table != nullptr && row < table->rows_used; ++row) {
-        count += table->rows[row].b_in_use != 0 ? 1 : 0;
+        count += table->rows[row].b_in_use != 0 && is_counted(table->rows[row].entry) ? 1 : 0;
     }
     return count;
 }
@@ -137,6 +152,8 @@ figures read_figures(RE_stat_reader& reader)
             long long value = 0;
             if (reader.read_peer_stat(slot, id, value) == 0 && value != 0) {
                 now.moved_peer_ids.insert(id);
+                now.peers_with_sigblock += id == RE_STAT_PEER_ID_NUM_WRITE_SIG_BLOCK ? 1 : 0;
+                now.peers_with_data_unit += id == RE_STAT_PEER_ID_NUM_WRITE_DATA_UNIT ? 1 : 0;
             }
         }
     }
@@ -144,7 +161,9 @@ figures read_figures(RE_stat_reader& reader)
     reader.read_peer_header(0, header);
     now.b_outdated = header.m_b_outdated != 0;
     now.b_from_active_conn = header.m_b_update_from_active_conn != 0;
-    now.bypassed_servers = count_bypassed_servers(reader);
+    now.bypassed_servers = count_bypassed_servers(reader, [](const RE_bypass_entry&) { return true; });
+    now.nacked_servers = count_bypassed_servers(
+        reader, [](const RE_bypass_entry& entry) { return entry.reason == RE_bypass_reason::repeated_nacks; });
     now.b_stuck = has_stuck_connection(reader);
     return now;
 }
@@ -169,6 +188,7 @@ constexpr sign signs[] = {
     {"cache-unusable",
      [](const figures&, const figures& now) { return now.engine[RE_STAT_GLOBAL_ID_CACHE_STATE] == 0; }},
     {"cache-failed", [](const figures&, const figures& now) { return now.engine[RE_STAT_GLOBAL_ID_CACHE_STATE] == 3; }},
+    {"cache-lost", [](const figures&, const figures& now) { return now.engine[RE_STAT_GLOBAL_ID_CACHE_STATE] == 4; }},
     {"cache-initialising",
      [](const figures&, const figures& now) { return now.engine[RE_STAT_GLOBAL_ID_CACHE_STATE] == 1; }},
     {"cache-small",
@@ -178,7 +198,8 @@ constexpr sign signs[] = {
     {"index-full",
      [](const figures& before, const figures& now) {
          return now.engine[RE_STAT_GLOBAL_ID_NUM_HASH_TABLE_FULL] >
-                before.engine[RE_STAT_GLOBAL_ID_NUM_HASH_TABLE_FULL];
+                    before.engine[RE_STAT_GLOBAL_ID_NUM_HASH_TABLE_FULL] &&
+                now.engine[RE_STAT_GLOBAL_ID_MAX_HASH_TABLE_ENTRY] == 128; // both directions of one peer
      }},
     {"low-memory",
      [](const figures& before, const figures& now) {
@@ -210,11 +231,15 @@ constexpr sign signs[] = {
      }},
     {"peer-degraded-sigblock",
      [](const figures&, const figures& now) {
-         return now.engine[RE_STAT_GLOBAL_ID_NUM_DEGRADED_PEER_DUE_WRITE_SIG_BLOCK] == 1;
+         return now.engine[RE_STAT_GLOBAL_ID_NUM_DEGRADED_PEER_DUE_WRITE_SIG_BLOCK] == 1 &&
+                now.engine[RE_STAT_GLOBAL_ID_NUM_PEER_WITH_WRITE_SIG_BLOCK] == now.peers_with_sigblock &&
+                now.peers_with_sigblock == 1; // of two
      }},
     {"peer-degraded-dataunit",
      [](const figures&, const figures& now) {
-         return now.engine[RE_STAT_GLOBAL_ID_NUM_DEGRADED_PEER_DUE_WRITE_DATA_UNIT] == 1;
+         return now.engine[RE_STAT_GLOBAL_ID_NUM_DEGRADED_PEER_DUE_WRITE_DATA_UNIT] == 1 &&
+                now.engine[RE_STAT_GLOBAL_ID_NUM_PEER_WITH_WRITE_DATA_UNIT] == now.peers_with_data_unit &&
+                now.peers_with_data_unit == 1; // of two
      }},
     {"peer-out-of-sync",
      [](const figures& before, const figures& now) {
@@ -230,8 +255,23 @@ constexpr sign signs[] = {
      [](const figures& before, const figures& now) {
          return share(before, now, RE_STAT_CONN_ID_ENCODE_OUT_BYTES, RE_STAT_CONN_ID_ENCODE_IN_BYTES) > 0.95;
      }},
+    {"tiny-messages",
+     [](const figures& before, const figures& now) {
+         return share(before, now, RE_STAT_CONN_ID_ENCODE_OUT_BYTES, RE_STAT_CONN_ID_ENCODE_IN_BYTES) > 1.1;
+     }},
     {"auto-bypass", [](const figures&, const figures& now) { return now.bypassed_servers > 0; }},
     {"conn-stuck", [](const figures&, const figures& now) { return now.b_stuck; }},
+    {"wait-queue",
+     [](const figures&, const figures& now) { return now.engine[RE_STAT_GLOBAL_ID_WAIT_Q_SIZE] == 65'536; }},
+    {"bypass-nacks", [](const figures&, const figures& now) { return now.nacked_servers == 1; }},
+    {"bypass-table-full", [](const figures&, const figures& now) { return now.bypassed_servers == 1024; }},
+    {"app-table-full",
+     [](const figures& before, const figures& now) {
+         return now.engine[RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_FAILURE_COUNT] >
+                    before.engine[RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_FAILURE_COUNT] &&
+                now.engine[RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_SUCCESS_COUNT] ==
+                    before.engine[RE_STAT_GLOBAL_ID_TOP_APP_UPDATE_SUCCESS_COUNT];
+     }},
 };
 
 bool is_ill(const std::string& illness, const figures& before, const figures& now)
@@ -428,9 +468,12 @@ std::string listed_counters(const std::string& document, const std::string& scop
 // Groups of illnesses that do not hide each other. Each group has its own engine.
 const std::vector<std::vector<std::string>> groups = {
     {"nacks", "low-memory", "peer-degraded-sigblock", "peer-degraded-dataunit", "peer-outdated", "peer-low-buffer",
-     "peer-disconnected"},
+     "peer-disconnected", "wait-queue", "bypass-nacks"},
     {"retransmissions", "cache-small"},
-    {"index-full", "slow-disk"},
+    {"slow-disk"},
+    {"index-full", "bypass-table-full", "app-table-full"},
+    {"cache-lost"},
+    {"tiny-messages"},
     {"cache-failed", "slow-encode"},
     {"cache-initialising", "peer-out-of-sync"},
     {"cache-unusable", "bypass", "slow-decode"},
@@ -457,8 +500,10 @@ TEST(illness, each_shows_and_is_over_and_what_none_moves_is_documented)
     std::vector<std::unique_ptr<watched_engine>> engines;
     for (const std::vector<std::string>& group : groups) {
         std::vector<std::string> arguments = common;
-        arguments.insert(arguments.end(),
-                         {"--peers", "1", "--cache-mb", "8", "--bypass-retry", "1", folder.file("small")});
+        // A peer is degraded only while others are not.
+        const bool b_degraded = std::count(group.begin(), group.end(), "peer-degraded-sigblock") > 0;
+        arguments.insert(arguments.end(), {"--peers", b_degraded ? "2" : "1", "--cache-mb", "8", "--bypass-retry", "1",
+                                           folder.file("small")});
         for (const std::string& illness : group) {
             arguments.insert(arguments.end(), {"--ill", illness + "@1s+5s"});
         }

@@ -218,8 +218,8 @@ const std::vector<edge>& edges()
          [](two_moments& m) { m.peer(RE_STAT_PEER_ID_ACK_Q_AVG_RTT, 500001); }},
         {"ack_queue_stops_connections", [](two_moments& m) { m.engine(SO_STAT_ACK_Q_CURR_STOP, 0); },
          [](two_moments& m) { m.engine(SO_STAT_ACK_Q_CURR_STOP, 1); }},
-        // 60 % was saved before, so 15 % is a quarter of it. Prometheus judges by the last hour, a few minutes of which
-        // are ill already.
+        // 60 % was saved before, so 15 % is a quarter of it. The hour that Prometheus compares with contains a few
+        // minutes with the lower savings.
         {"savings_dropped",
          [](two_moments& m) {
              m.seconds = 60;

@@ -1,4 +1,4 @@
-// Engines at the edge of every health rule, made by hand.
+// Engines at the threshold of every health rule.
 #pragma once
 
 #include "health/report.h"
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-// A healthy engine of one peer and one application at two moments, ten seconds apart, each of whose figures can be set.
+// A healthy engine with one peer and one application at two moments, ten seconds apart. Each figure can be changed.
 class two_moments
 {
 public:
@@ -29,7 +29,7 @@ public:
         now.peers[0].figures[static_cast<std::size_t>(id)] = at_now;
     }
     void peer(RE_stat_peer_id id, long long value) { peer(id, value, value); }
-    // The engine's sums and the peer's, which are the same with one peer.
+    // Sets the sums of the engine and of the peer, which are equal with one peer.
     void connections(RE_stat_conn_id id, long long at_before, long long at_now)
     {
         before.connections[static_cast<std::size_t>(id)] = before.peers[0].connections[static_cast<std::size_t>(id)] =
@@ -56,7 +56,7 @@ public:
     {
         return kavstat::findings(rules, {&before, &now, seconds, extras});
     }
-    // The names of the rules that it breaks.
+    // Returns the names of the broken rules.
     std::vector<std::string> broken(const kavstat::RuleSet& rules = {}) const
     {
         std::vector<std::string> names;
@@ -80,7 +80,7 @@ public:
     kavstat::HealthExtras extras;
 };
 
-// Figures just on the healthy side of a rule's threshold, and just beyond it.
+// Figures at the healthy side of a rule's threshold, and just beyond it.
 struct edge
 {
     const char* rule;
@@ -88,5 +88,5 @@ struct edge
     std::function<void(two_moments&)> ill;
 };
 
-// At least one for each rule that a snapshot can show.
+// Contains at least one edge for each rule that depends on a snapshot.
 const std::vector<edge>& edges();

@@ -1,4 +1,5 @@
-// The table of rules, and what it says about two moments.
+// The table of rules and its evaluation.
+#include "format/units.h"
 #include "health_edges.h"
 #include "kavstat_fixture.h"
 #include "support/files.h"
@@ -58,7 +59,9 @@ TEST_F(health, has_rules_that_make_sense)
         EXPECT_TRUE(std::string(rule.meaning).ends_with('.')) << rule.name;
         EXPECT_TRUE(std::string(rule.remedy).ends_with('.')) << rule.name;
         EXPECT_GE(rule.hold, 0) << rule.name;
-        // A rule of the engine knows no peer, and only applications have their counters.
+        // Of many subjects, those with the largest values are named.
+        EXPECT_TRUE(rule.scope == RuleScope::engine || rule.term.comparison != Comparison::below) << rule.name;
+        // Rules of the engine cannot use counters of peers or applications.
         std::vector<Term> terms = {rule.term};
         for (const std::optional<Term>& term : rule.also) {
             terms.insert(terms.end(), term.value_or(Term{}));
@@ -201,7 +204,7 @@ TEST_F(health, finds_each_peer_by_its_slot)
     other.number = 6;
     moments.before.peers.push_back(other);
     other.figures[RE_STAT_PEER_ID_NUM_CTX_OUT_OF_SYNC] = 1;
-    moments.now.peers = {other}; // the first one is gone
+    moments.now.peers = {other}; // the first one no longer exists
     const std::vector<Finding> found = moments.findings();
     ASSERT_EQ(found.size(), 1U);
     EXPECT_EQ(found[0].peer_number, 6);
@@ -238,15 +241,51 @@ TEST_F(health, knows_a_reserve_of_nothing_from_one_that_is_not_measured)
     EXPECT_EQ(moments.broken(), names{"memory_reserve_low"});
 }
 
-TEST_F(health, does_not_judge_savings_by_a_few_seconds)
+TEST_F(health, judges_savings_of_a_few_seconds_by_more_than_one_application)
 {
     two_moments moments;
     moments.connections(RE_STAT_CONN_ID_ENCODE_OUT_BYTES, 40000000, 50000000);
     moments.connections(RE_STAT_CONN_ID_DECODE_IN_BYTES, 40000000, 50000000);
-    moments.seconds = 59.9;
-    EXPECT_EQ(moments.broken(), names{});
     moments.seconds = 60;
     EXPECT_EQ(moments.broken(), names{"savings_dropped"});
+    moments.seconds = 59.9;
+    EXPECT_EQ(moments.broken(), names{});
+
+    // Nothing of port 443 is saved, with any peer: 16 MB.
+    const auto add_app = [&](int slot, std::uint16_t port, std::uint32_t in, std::uint32_t out) {
+        SnapshotApp before = moments.before.apps[0];
+        before.slot = slot;
+        before.app.m_header.m_server_port = port;
+        before.app.m_id_array[RE_STAT_APP_ID_ENCODE_IN_KBYTES] = 0xffffffffU;
+        SnapshotApp now = before;
+        now.app.m_id_array[RE_STAT_APP_ID_ENCODE_IN_KBYTES] += in;
+        now.app.m_id_array[RE_STAT_APP_ID_ENCODE_OUT_KBYTES] += out;
+        moments.before.apps.push_back(before);
+        moments.now.apps.push_back(now);
+    };
+    add_app(2, 443, 8192, 8192);
+    add_app(3, 443, 8192, 8192);
+    EXPECT_EQ(moments.broken(), names{});
+    // A megabyte of port 80 less a kilobyte says nothing, and then a little of it is saved: 15 % of 60 %.
+    add_app(4, 80, 1023, 1023);
+    EXPECT_EQ(moments.broken(), names{});
+    moments.before.apps.pop_back();
+    moments.now.apps.pop_back();
+    add_app(4, 80, 10000, 8501);
+    EXPECT_EQ(moments.broken(), names{"savings_dropped"});
+    moments.now.apps.back().app.m_id_array[RE_STAT_APP_ID_ENCODE_OUT_KBYTES] = 8500;
+    EXPECT_EQ(moments.broken(), names{});
+}
+
+TEST_F(health, compares_savings_with_ten_times_the_traffic)
+{
+    two_moments moments;
+    moments.seconds = 60;
+    moments.connections(RE_STAT_CONN_ID_ENCODE_OUT_BYTES, 40000000, 50000000);
+    moments.connections(RE_STAT_CONN_ID_DECODE_IN_BYTES, 40000000, 50000000);
+    EXPECT_EQ(moments.broken(), names{"savings_dropped"});
+    moments.connections(RE_STAT_CONN_ID_ENCODE_IN_BYTES, 100000000, 110000001); // 200,000,000 and 20,000,001
+    EXPECT_EQ(moments.broken(), names{});
 }
 
 TEST_F(health, keeps_hostile_names_harmless)
@@ -283,6 +322,56 @@ TEST_F(health, shows_ten_of_many)
     EXPECT_EQ(lines(moments.text(true), "... and"), 0);
 }
 
+TEST_F(health, names_the_worst_thousand_and_counts_the_others)
+{
+    two_moments moments;
+    moments.now.peers.resize(1);
+    const SnapshotPeer first = moments.now.peers[0];
+    moments.now.peers.clear();
+    moments.before.peers.clear();
+    for (int slot = 0; slot < 4096; ++slot) {
+        SnapshotPeer peer = first;
+        peer.slot = peer.number = slot;
+        peer.figures[RE_STAT_PEER_ID_ACK_Q_AVG_RTT] = 600'000 + slot * 7 % 4096;
+        peer.header.m_b_outdated = 1;
+        moments.now.peers.push_back(peer);
+        moments.before.peers.push_back(peer);
+    }
+    const std::vector<Finding> found = moments.findings();
+    ASSERT_EQ(found.size(), 2000U);
+    // Of equal peers, the first.
+    EXPECT_STREQ(found[0].rule->name, "peer_outdated");
+    EXPECT_EQ(found[0].peer_number, 0);
+    EXPECT_EQ(found[0].others, 0U);
+    EXPECT_EQ(found[999].peer_number, 999);
+    EXPECT_EQ(found[999].others, 3096U);
+    // The slowest: 600,000 microseconds and 4095 to 3096 more.
+    EXPECT_STREQ(found[1000].rule->name, "peer_slow");
+    EXPECT_DOUBLE_EQ(found[1000].value, 0.604095);
+    EXPECT_DOUBLE_EQ(found[1999].value, 0.603096);
+    EXPECT_EQ(found[1999].others, 3096U);
+    const std::string text = moments.text();
+    EXPECT_TRUE(text.starts_with("KAV WARNING: 8192 problems - peer 0 branch-3: peer_outdated; ")) << text;
+    EXPECT_NE(text.find("\n... and 4086 more peers [peer_slow]; --all lists the worst\n"), std::string::npos) << text;
+    EXPECT_NE(moments.text(true).find("\n... and 3096 more peers [peer_slow]\n"), std::string::npos);
+}
+
+TEST_F(health, names_the_worst_application_first)
+{
+    two_moments moments;
+    moments.application(RE_STAT_APP_ID_ENCODE_IN_KBYTES, 10000, 20000);
+    moments.application(RE_STAT_APP_ID_ENCODE_OUT_KBYTES, 10000, 22000);
+    SnapshotApp larger = moments.now.apps[0];
+    SnapshotApp before = moments.before.apps[0];
+    larger.slot = before.slot = 2;
+    larger.app.m_id_array[RE_STAT_APP_ID_ENCODE_OUT_KBYTES] = 30000;
+    moments.now.apps.push_back(larger);
+    moments.before.apps.push_back(before);
+    ASSERT_EQ(moments.findings().size(), 2U);
+    EXPECT_EQ(moments.findings()[0].value, 2.0);
+    EXPECT_EQ(moments.findings()[1].value, 1.2);
+}
+
 TEST_F(health, shows_values_in_units_that_people_read)
 {
     EXPECT_EQ(shown_value(Form::seconds, 0.0125), "12.5 ms");
@@ -292,9 +381,9 @@ TEST_F(health, shows_values_in_units_that_people_read)
     EXPECT_EQ(shown_value(Form::seconds, 3599), "59m59s");
     EXPECT_EQ(shown_value(Form::seconds, 3600), "1h");
     EXPECT_EQ(shown_value(Form::seconds, 93600), "1d2h");
-    EXPECT_EQ(shown_value(Form::bytes, 1023), "1023 B");
-    EXPECT_EQ(shown_value(Form::bytes, 1536), "1.5 KB");
-    EXPECT_EQ(shown_value(Form::bytes, 67108864), "64.0 MB");
+    EXPECT_EQ(shown_value(Form::bytes, 999), "999 B");
+    EXPECT_EQ(shown_value(Form::bytes, 1536), "1.5 KiB");
+    EXPECT_EQ(shown_value(Form::bytes, 67108864), "64.0 MiB");
     EXPECT_EQ(shown_value(Form::percent, 0.001), "0.10%");
     EXPECT_EQ(shown_value(Form::state, 1), "initializing");
     EXPECT_EQ(shown_value(Form::state, 9), "unknown");
@@ -336,6 +425,33 @@ TEST_F(health, and_the_manual_page_call_the_same_values_healthy)
         EXPECT_EQ(find_rule(rule)->term.limit, limit) << rule;
         EXPECT_NE(page.find(text), std::string::npos) << text;
     }
+}
+
+// The list of rules in the manual page.
+static std::string manual_of_rules()
+{
+    std::string text;
+    for (const Rule& rule : all_rules()) {
+        const std::string hold = rule.hold > 0 ? ", for " + shown_value(Form::seconds, rule.hold) : "";
+        text +=
+            std::string("*") + rule.name + "* (" + word_of(rule.scope) + ", " + word_of(rule.severity) + hold + ")\n";
+        const std::string figure = rule.figure + limit_text(rule, rule.term.limit);
+        for (const std::string& paragraph : {figure + ".", std::string(rule.meaning) + " " + rule.remedy}) {
+            for (const std::string& line : wrapped(paragraph, 112)) {
+                text += "\t" + line + "\n";
+            }
+            text += "\n";
+        }
+    }
+    return text;
+}
+
+TEST_F(health, has_every_rule_in_its_manual_page)
+{
+    const std::string page = bytes_of_file(KAV_DOCS "/man/kav-rules.5.scd");
+    const std::string heading = "# RULES\n\n";
+    const std::size_t begin = page.find(heading) + heading.size();
+    EXPECT_EQ(page.substr(begin, page.find("# EVALUATION\n") - begin), manual_of_rules());
 }
 
 // ---- Without an engine.
@@ -430,6 +546,28 @@ TEST_F(health_of_connections, finds_those_that_are_silent_with_data_pending)
                              "without any movement 2 s (less than 2 s), for at least 2 s"});
 }
 
+TEST_F(health_of_connections, are_counted_beyond_the_most_silent_thousand)
+{
+    RE_stat_limits limits;
+    limits.peers = 4;
+    limits.connections = 1200;
+    engine.close();
+    start(limits);
+    m_peer = engine.add_peer(3, peer_header_of(3));
+    for (int id = 0; id < 1200; ++id) {
+        engine.set_conn_stat(open_conn(id), SO_STAT_AO_W_PEND_SIZE, 4096);
+    }
+    look(0);
+    EXPECT_EQ(m_pending.longest_silence(), 0);
+    look(3);
+    EXPECT_EQ(m_pending.most_silent().size(), 1000U);
+    EXPECT_EQ(m_pending.longest_silence(), 3);
+    EXPECT_EQ(stuck().size(), 1000U);
+    HealthExtras extras;
+    extras.pending = &m_pending;
+    EXPECT_EQ(findings({}, {&m_snapshot, &m_snapshot, 2, extras}).back().others, 200U);
+}
+
 TEST_F(health_of_connections, begins_anew_with_another_one_in_the_slot)
 {
     const int slot = open_conn(17);
@@ -448,13 +586,13 @@ TEST_F(health_of_connections, are_not_looked_at_while_nothing_is_pending)
     const int slot = open_conn(17);
     engine.set_conn_stat(slot, SO_STAT_AO_W_PEND_SIZE, 4096);
     look(0);
-    EXPECT_EQ(m_pending.by_slot().size(), 1U);
+    EXPECT_EQ(m_pending.size(), 1U);
     engine.set_conn_stat(slot, SO_STAT_AO_W_PEND_SIZE, 0);
     look(5);
-    EXPECT_TRUE(m_pending.by_slot().empty());
+    EXPECT_EQ(m_pending.size(), 0U);
 }
 
-// ---- Over and over, in a live view.
+// ---- Repeated evaluation in a live view.
 
 class health_watch : public kavstat_test
 {
@@ -501,7 +639,7 @@ TEST_F(health_watch, takes_rates_over_some_seconds)
     engine.add_global(RE_STAT_GLOBAL_ID_LOWMEM_OPEN_ERROR, 10);
     ASSERT_EQ(look(21).size(), 1U);
     EXPECT_GE(m_watch.findings()[0].value, 1.0); // ten of them in ten seconds or less
-    // One error is news for some seconds, and then it is not.
+    // One error is a finding for some seconds.
     int second = 22;
     while (second < 60 && !look(second).empty()) {
         ++second;

@@ -1,4 +1,4 @@
-// What the tests of the live view share: a view and its model, and looks at an engine at times that tests choose.
+// Shared by the tests of the live view: a view, its model, and readings of an engine at times that tests choose.
 #pragma once
 
 #include "kavstat_fixture.h"
@@ -27,7 +27,7 @@ protected:
         }
         model.update(source.reader(), view.needs(), b_same_engine, now, second(at));
     }
-    // What turning to a page reads.
+    // Reads the data that the current page needs.
     void turn_to(int key, double at)
     {
         view.press(key);
@@ -43,7 +43,7 @@ protected:
         for (int number = 1; number <= 2; ++number) {
             RE_stat_peer_header header{};
             header.m_kav_peer_id.m_data[0] = static_cast<unsigned char>(number);
-            // Control characters, a wide one, a combining one, and what is no UTF-8.
+            // Control characters, a wide and a combining character, and bytes that are not UTF-8.
             std::strcpy(header.m_peer_host_name, number == 1 ? "branch-1.example.net"
                                                              : "b\x1B[2J\xE4\xBD\xA0"
                                                                "e\xCC\x81\xFF");
@@ -78,7 +78,7 @@ protected:
             view.press(key);
         }
     }
-    // The lines of the screen without the blanks at their ends.
+    // Returns the lines of the screen without trailing blanks.
     std::vector<std::string> lines(std::size_t width, std::size_t height)
     {
         std::vector<std::string> result;
@@ -87,7 +87,7 @@ protected:
         }
         return result;
     }
-    // The same as one text.
+    // Returns the lines as one text.
     std::string screen(std::size_t width, std::size_t height)
     {
         std::string result;
@@ -105,7 +105,7 @@ protected:
         return sink.text();
     }
 
-    // Of the small engine: healthy unless a test changes them.
+    // The figures of the small engine are healthy unless a test changes them.
     RE_CACHE_INIT_STATE cache_state = RE_CACHE_ACTIVE;
     bool b_outdated = false;
     std::vector<int> conns;

@@ -1,11 +1,11 @@
-// Whole screens of the live view, worked out by hand from the figures of one engine.
+// Complete screens of the live view, computed by hand from the figures of one engine.
 #include "watch_fixture.h"
 
 using namespace kavstat;
 
 namespace {
 
-// Two peers with a connection each, looked at three times, two seconds apart. Connection 101 encodes 1 MiB into 768 KiB
+// Two peers with a connection each, read three times, two seconds apart. Connection 101 encodes 1 MiB into 768 KiB
 // and then 2 MiB into 512 KiB; connection 102 decodes 11060 bytes into 100000 twice.
 class watch_screens : public watch_fixture
 {
@@ -230,7 +230,7 @@ TEST_F(watch_screens, columns_that_there_is_no_room_for_are_to_the_right)
                               "       2 b?[2J???e???          48.8 KiB/s      1   5.4 KiB/s\n");
 }
 
-// The same engine, with connections looked at.
+// The same engine, with connections read.
 class watch_connection_screens : public watch_screens
 {
 protected:
@@ -339,7 +339,7 @@ TEST_F(watch_screens_ill, the_selected_finding_stays_selected_and_opens_what_it_
     lines(80, 24);
     press({WATCH_KEY_DOWN});
     EXPECT_EQ(lines(80, 24)[2].substr(0, 16), "> WARNING peer 2");
-    engine.set_global(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_ACTIVE); // the one in front of it goes
+    engine.set_global(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_ACTIVE); // removes the finding before it
     look(6);
     EXPECT_EQ(lines(80, 24)[1].substr(0, 16), "> WARNING peer 2");
     press({WATCH_KEY_ENTER});

@@ -1,4 +1,4 @@
-// Tables of the live view: which columns and rows there is room for, and in which order.
+// Tables of the live view: the choice of columns and rows, and the order.
 #include "watch/history.h"
 #include "watch/table.h"
 
@@ -89,7 +89,7 @@ TEST(history, keeps_the_last_values_in_order)
 TEST(history, marks_where_the_engine_was_started_anew)
 {
     History history(3);
-    history.mark_restart(); // nothing was there before
+    history.mark_restart(); // no values before
     EXPECT_EQ(history.size(), 0U);
     history.add(8);
     history.mark_restart();
@@ -110,7 +110,7 @@ TEST_F(table, rows_are_ordered_by_any_column_both_ways)
 {
     EXPECT_EQ(ids("id"), (std::vector<int>{12345, 10, 7, 2}));
     EXPECT_EQ(ids("id", true), (std::vector<int>{2, 7, 10, 12345}));
-    EXPECT_EQ(ids("weight"), (std::vector<int>{2, 12345, 10, 7})); // equal ones as they come
+    EXPECT_EQ(ids("weight"), (std::vector<int>{2, 12345, 10, 7})); // equal rows keep their order
     EXPECT_EQ(ids("name"), (std::vector<int>{10, 7, 12345, 2}));
     EXPECT_EQ(ids("name", true), (std::vector<int>{2, 12345, 7, 10}));
 }
@@ -132,7 +132,7 @@ TEST_F(table, a_lasting_answer_of_the_filter_goes_with_the_row)
 {
     people.b_search_is_lasting = true;
     EXPECT_EQ(ids("id", false, "an"), (std::vector<int>{2}));
-    rows[1] = {3, "Emil", 1}; // another one has the place
+    rows[1] = {3, "Emil", 1}; // another subject has the row
     RowOrder order(people, 0, false, filter);
     EXPECT_EQ(order.size(), 0U);
     filter.set("em");
@@ -176,7 +176,7 @@ TEST_F(table, columns_are_chosen_by_importance_and_shown_in_their_order)
     EXPECT_EQ(head(28), "   *ID WEIGHT NAME     NOTE ");
     EXPECT_EQ(head(27), " > *ID WEIGHT NAME    ");
     EXPECT_EQ(head(20), " > *ID NAME    ");
-    EXPECT_EQ(head(13), " > *ID WEIGHT"); // of less importance, but it fits
+    EXPECT_EQ(head(13), " > *ID WEIGHT"); // less important, but it fits
     EXPECT_EQ(head(2), " > *ID");
 }
 
@@ -186,8 +186,8 @@ TEST_F(table, right_leads_to_the_columns_there_was_no_room_for)
     EXPECT_EQ(head(18, 1), "<> *ID WEIGHT");
     EXPECT_EQ(head(18, 2), "<  *ID NOTE       ");
     EXPECT_EQ(head(18, 99), "<  *ID NOTE       ");
-    EXPECT_EQ(head(20, 99), "<  *ID WEIGHT NOTE  ");                     // no further than to the last one
-    EXPECT_EQ(head(40, 99), "   *ID WEIGHT NAME     NOTE             "); // nowhere to go
+    EXPECT_EQ(head(20, 99), "<  *ID WEIGHT NOTE  ");                     // stops at the last one
+    EXPECT_EQ(head(40, 99), "   *ID WEIGHT NAME     NOTE             "); // all columns fit
 }
 
 TEST_F(table, the_ordered_column_is_always_in_sight)

@@ -1,4 +1,4 @@
-// What the live view keeps, and what its keys do.
+// The model and the keys of the live view.
 #include "RE_stat_error.h"
 #include "watch_fixture.h"
 
@@ -17,7 +17,7 @@ constexpr WatchNeeds connections{.b_connections = true};
 TEST(saved, is_what_the_reports_show_of_either_direction)
 {
     EXPECT_EQ(saved_percent(4096, 1024), 75);
-    EXPECT_EQ(saved_percent(1024, 4096), 0); // more came out than went in
+    EXPECT_EQ(saved_percent(1024, 4096), 0); // the output is larger than the input
     EXPECT_EQ(saved_percent(4096, 0), 0);
     EXPECT_EQ(saved_percent(0, 0), 0);
     // A connection that only decodes: the report says 88.94%.
@@ -85,7 +85,7 @@ TEST_F(watch, marks_a_restart_in_the_histories_of_the_engine_and_its_peers)
     look(0);
     grow(0, RE_STAT_CONN_ID_ENCODE_IN_BYTES, 800);
     look(1);
-    // Started anew within the second: the start time is the same.
+    // Restarted within the same second, so the start time is the same.
     look(2, false);
     grow(0, RE_STAT_CONN_ID_ENCODE_IN_BYTES, 400);
     look(3);
@@ -139,7 +139,7 @@ TEST_F(watch, reads_many_connections_part_by_part)
     open_connections(limits.connections);
     Source source;
     ASSERT_EQ(source.open(), 0);
-    const std::vector<std::size_t> slots{0, WatchModel::connections_per_look, conns.size() - 1}; // one of each part
+    const std::vector<std::size_t> slots{0, WatchModel::connections_per_look, conns.size() - 1}; // one in each part
     const auto rates_after = [&](double at) {
         for (const std::size_t slot : slots) {
             grow(slot, RE_STAT_CONN_ID_ENCODE_IN_BYTES, 100);
@@ -151,20 +151,20 @@ TEST_F(watch, reads_many_connections_part_by_part)
         }
         return rates;
     };
-    EXPECT_EQ(rates_after(0), (std::vector<double>{0, 0, 0})); // all of them, so that none is missing
+    EXPECT_EQ(rates_after(0), (std::vector<double>{0, 0, 0})); // reads all connections
     EXPECT_EQ(model.looks_for_all_connections(), 3U);
     EXPECT_EQ(rates_after(1), (std::vector<double>{100, 0, 0}));
     EXPECT_EQ(rates_after(2), (std::vector<double>{100, 100, 0})); // 200 bytes in two seconds
     EXPECT_EQ(rates_after(3), (std::vector<double>{100, 100, 100}));
     EXPECT_EQ(rates_after(4), (std::vector<double>{100, 100, 100}));
-    // After a look without them, all at once.
+    // After a reading without connections, all are read.
     model.update(source.reader(), {}, true, now, second(5));
     for (const std::size_t slot : slots) {
         grow(slot, RE_STAT_CONN_ID_ENCODE_IN_BYTES, 900);
     }
     model.read(source.reader(), connections, second(10));
-    EXPECT_NEAR(model.conns()[slots[1]].rate_before(), 1100 / 8.0, 0.01); // since the look at second 2
-    EXPECT_NEAR(model.conns()[slots[2]].rate_before(), 1000 / 7.0, 0.01); // since the look at second 3
+    EXPECT_NEAR(model.conns()[slots[1]].rate_before(), 1100 / 8.0, 0.01); // since the reading at second 2
+    EXPECT_NEAR(model.conns()[slots[2]].rate_before(), 1000 / 7.0, 0.01); // since the reading at second 3
 }
 
 TEST_F(watch, takes_nacks_as_they_arrive)
@@ -175,7 +175,7 @@ TEST_F(watch, takes_nacks_as_they_arrive)
     press({'5'});
     look(0);
     ASSERT_EQ(model.nacks().size(), 2U);
-    EXPECT_FALSE(model.nacks()[1].b_new); // they were there before anybody looked
+    EXPECT_FALSE(model.nacks()[1].b_new); // logged before the first reading
     engine.add_nack(nack_of(3));
     look(1);
     ASSERT_EQ(model.nacks().size(), 3U);
@@ -298,7 +298,7 @@ TEST_F(watch, the_selection_goes_where_its_row_goes)
     grow(1, RE_STAT_CONN_ID_ENCODE_IN_BYTES, 1000);
     look(2);
     EXPECT_EQ(lines(30, 9)[2].substr(0, 10), ">      2 b");
-    press({WATCH_KEY_HOME}); // the first row, whichever that is
+    press({WATCH_KEY_HOME}); // selects the first row
     grow(0, RE_STAT_CONN_ID_ENCODE_IN_BYTES, 1000);
     look(3);
     EXPECT_EQ(lines(30, 9)[2].substr(0, 10), ">      1 b");
@@ -316,7 +316,7 @@ TEST_F(watch, opens_what_is_selected_and_returns)
     look(1);
     EXPECT_EQ(view.page().name(), "peer");
     EXPECT_EQ(lines(80, 24)[1], "Peer 2 b?[2J???e???, 00:00:00:00:00:00, 1 connections open");
-    press({'/', 'x', WATCH_KEY_ENTER, WATCH_KEY_ESCAPE}); // drops the filter only
+    press({'/', 'x', WATCH_KEY_ENTER, WATCH_KEY_ESCAPE}); // only removes the filter
     EXPECT_EQ(view.page().name(), "peer");
     press({WATCH_KEY_ESCAPE});
     EXPECT_EQ(view.page().name(), "peers");
@@ -334,7 +334,7 @@ TEST_F(watch, opens_what_is_selected_and_returns)
     engine.release_conn(conns[0]);
     look(3);
     EXPECT_EQ(lines(80, 24)[1], "Connection 101 is gone");
-    press({'8', WATCH_KEY_ENTER}); // has nothing to open
+    press({'8', WATCH_KEY_ENTER}); // its rows cannot be opened
     EXPECT_EQ(view.page().name(), "configuration");
 }
 
@@ -344,7 +344,7 @@ TEST_F(watch, tells_keys_pauses_and_ends)
     look(0);
     press({'?'});
     EXPECT_EQ(lines(80, 30)[0], "kavstat watch: keys");
-    press({'q'}); // leaves the help only
+    press({'q'}); // only closes the help
     EXPECT_FALSE(view.is_over());
     press({'p'});
     EXPECT_TRUE(view.is_paused());

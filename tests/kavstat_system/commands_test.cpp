@@ -20,6 +20,17 @@ protected:
         EXPECT_EQ(result.status, 0) << result.out;
         return path(name);
     }
+    // "valid", or what the schema of `kavstat schema --of` does not allow.
+    std::string validate_as(const std::string& schema, const std::string& document)
+    {
+        write_file(path("schema.json"), run_kavstat({"schema", "--of", schema}).out);
+        write_file(path("document.json"), document);
+        const program_result result = child_program("/usr/bin/python3", {KAV_TEST_FILES "/validate.py",
+                                                                         path("schema.json"), path("document.json")})
+                                          .finish();
+        EXPECT_EQ(result.err, "");
+        return result.status == 0 ? "valid" : result.out;
+    }
 };
 
 const std::vector<std::vector<std::string>> printing_commands = {
@@ -203,17 +214,60 @@ TEST_F(kavstat_command, list_finds_counters_by_name_meaning_unit_and_kind)
         "metrics":["kav_cache_state"]})"));
 }
 
+TEST_F(kavstat_command, lines_and_differences_are_what_their_schemas_describe)
+{
+    const std::string error = "{\"kavstat_json\":1,\"capture_time\":1,\"error\":\"no engine is running\"}\n";
+    child_program lines(built_program("kavstat"), {"json", "--interval", "0.1"});
+    EXPECT_EQ(validate_as("statistics-line", lines.read_line().value_or("")), "valid");
+    EXPECT_EQ(validate_as("statistics-line", error), "valid");
+    EXPECT_NE(validate_as("statistics", error), "valid");
+    const std::vector<std::string> watch = {"watch", "--json", "--once", "--interval", "0.2", "--page"};
+    const auto watch_page = [&](const char* page) {
+        std::vector<std::string> arguments = watch;
+        arguments.emplace_back(page);
+        return run_kavstat(arguments).out;
+    };
+    child_program view(built_program("kavstat"), {"watch", "--json", "--interval", "0.2"});
+    const std::string no_figures = view.read_line().value_or("");
+    view.send_signal(SIGTERM);
+    EXPECT_TRUE(contains(no_figures, "\"error\"")) << no_figures;
+    EXPECT_EQ(validate_as("watch", no_figures), "valid");
+
+    demo_engine demo({"--variety", "--rate", "2", "--ill", "low-memory,nacks"});
+    ASSERT_TRUE(demo.says("ready"));
+    const std::string before = save("before");
+    std::string statistics;
+    do {
+        statistics = lines.read_line().value_or("");
+    } while (contains(statistics, "\"error\""));
+    EXPECT_EQ(validate_as("statistics-line", statistics), "valid");
+    lines.send_signal(SIGTERM);
+    for (const char* const page :
+         {"overview", "peers", "connections", "applications", "nacks", "bypass", "counters", "configuration"}) {
+        const std::string line = watch_page(page);
+        EXPECT_FALSE(contains(line, "\"error\"")) << line;
+        EXPECT_EQ(validate_as("watch", line), "valid") << page;
+    }
+    nlohmann::json wrong = nlohmann::json::parse(watch_page("peers"));
+    wrong["rows"][0]["peer"] = nlohmann::json::array();
+    EXPECT_NE(validate_as("watch", wrong.dump()), "valid");
+
+    const std::string difference = run_kavstat({"diff", "--json", before}).out;
+    EXPECT_EQ(validate_as("diff", difference), "valid");
+    EXPECT_EQ(validate_as("diff", run_kavstat({"diff", "--json", "--all", before}).out), "valid");
+    wrong = nlohmann::json::parse(difference);
+    wrong["sections"][0]["counters"].begin().value().erase("before");
+    EXPECT_NE(validate_as("diff", wrong.dump()), "valid");
+    // The engine restarts, and its peers are new or gone.
+    demo.stop();
+    demo_engine next({"--peers", "2", "--rate", "2"});
+    ASSERT_TRUE(next.says("ready"));
+    EXPECT_EQ(validate_as("diff", run_kavstat({"diff", "--json", "--force", before}).out), "valid");
+}
+
 TEST_F(kavstat_command, json_is_what_its_schema_describes)
 {
-    write_file(path("schema.json"), run_kavstat({"schema"}).out);
-    const auto validate = [this](const std::string& document) {
-        write_file(path("document.json"), document);
-        const program_result result = child_program("/usr/bin/python3", {KAV_TEST_FILES "/validate.py",
-                                                                         path("schema.json"), path("document.json")})
-                                          .finish();
-        EXPECT_EQ(result.err, "");
-        return result.status == 0 ? "valid" : result.out;
-    };
+    const auto validate = [this](const std::string& document) { return validate_as("statistics", document); };
     {
         const small_engine engine;
         save("saved");

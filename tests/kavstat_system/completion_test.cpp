@@ -45,7 +45,7 @@ TEST_F(kavstat_completion, offers_commands_options_and_values)
     EXPECT_EQ(offered({"list", "--unit", "micro"}), "microseconds");
     EXPECT_EQ(offered({"diff", "--a"}), "--all");
     EXPECT_EQ(offered({"diff", "--scope", "engine,p"}), "engine,peers");
-    EXPECT_EQ(offered({"schema", "--of", ""}), "health statistics");
+    EXPECT_EQ(offered({"schema", "--of", ""}), "diff health statistics statistics-line watch");
     write_file(path("saved-1"), "");
     EXPECT_EQ(offered({"diff", path("sav")}), path("saved-1"));
     EXPECT_EQ(offered({"json", "--file", path("sav")}), path("saved-1"));

@@ -27,7 +27,7 @@ TEST_F(live_view, shows_pages_filters_helps_and_ends)
     expect_in(screen.screen(), "\nCache, oldest 45d1h           50.0%      1.0 GiB of 2.0 GiB");
     screen.press({"2"});
     expect_in(screen.screen_with("PEER HOST"),
-              "\n>C     1 branch-1.example.net      2 "); // disconnected, as its record has it
+              "\n>C     1 branch-1.example.net      2 "); // disconnected according to its record
     screen.press({"/", "4", "4", ":", "6", "6", "Enter"});
     const std::string filtered = screen.screen_with("filter: 44:66");
     expect_in(filtered, "00:11:22:33:44:66");
@@ -105,13 +105,13 @@ TEST_F(live_view, follows_an_engine_that_stops_and_starts_again)
     screen.screen_with("no engine is running");
     {
         const small_engine engine;
-        expect_in(screen.screen_with("▄"), "Connections open"); // two looks at least
+        expect_in(screen.screen_with("▄"), "Connections open"); // at least two readings
     }
     expect_in(screen.screen_with("CRITICAL no figures"), "no engine is running");
     {
         demo_engine engine({"--rate", "1"});
         ASSERT_TRUE(engine.says("ready"));
-        expect_in(screen.screen_with("Traffic before"), "│"); // where it was started anew
+        expect_in(screen.screen_with("Traffic before"), "│"); // marks the restart
         engine.send_signal(SIGKILL);
         engine.finish();
         expect_in(screen.screen_with("CRITICAL no figures"), "the engine is no longer running");

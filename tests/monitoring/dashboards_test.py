@@ -71,7 +71,8 @@ class DashboardsOverEngines(unittest.TestCase):
         cls.servers.engine(segments[1], "--rate", "2", "--peers", "2", "--ill", "bypass")
         rules = [os.path.join(KIT, "prometheus", name)
                  for name in ["kav_alerts.rules.yml", "kav_recording.rules.yml", "kav_scrape.rules.yml"]]
-        configuration = scrape_configuration([cls.servers.exporter(segment) for segment in segments], rules)
+        cls.ports = [cls.servers.exporter(segment) for segment in segments]
+        configuration = scrape_configuration(cls.ports, rules)
         folder = os.path.join(KIT, "consoles")
         cls.prometheus = cls.servers.prometheus(cls.servers.write("prometheus.yml", configuration),
                                                 f"--web.console.templates={folder}", f"--web.console.libraries={folder}")
@@ -88,12 +89,12 @@ class DashboardsOverEngines(unittest.TestCase):
                     self.assertTrue(wait_until(lambda query=target["expr"]: self.answer(query), 90),
                                     f'{panel["title"]}: {target["expr"]}')
 
-    def console(self, name):
-        """The console as a browser shows it."""
+    def console(self, name, choice=""):
+        """The console's panels as a browser shows them."""
         return subprocess.run(
             ["chromium", "--headless=new", "--no-sandbox", "--disable-gpu", "--virtual-time-budget=20000", "--dump-dom",
              f"--user-data-dir={self.servers.path('browser')}",
-             f"http://127.0.0.1:{self.prometheus.port}/consoles/{name}.html"],
+             f"http://127.0.0.1:{self.prometheus.port}/consoles/{name}.html{choice}"],
             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, timeout=120, check=True
         ).stdout.split("</header>")[1].split("<script>")[0]
 
@@ -107,6 +108,14 @@ class DashboardsOverEngines(unittest.TestCase):
             self.assertEqual(page.count('class="figure"'), len(panels(name)) - graphs)
             self.assertNotIn('class="none', page)
             self.assertNotIn(">–<", page)
+
+    def test_consoles_show_the_chosen_appliance_and_peer(self):
+        peer = f"127.0.0.1:{self.ports[1]}: 2 branch-2"
+        self.assertTrue(wait_until(lambda: peer in self.console("kav-appliance"), 90))
+        page = self.console("kav-appliance", f"?instance=127.0.0.1:{self.ports[0]}&peer=2")
+        self.assertIn(">2 branch-2", page)
+        self.assertNotIn(">1 branch-1", page)
+        self.assertNotIn(str(self.ports[1]), page)
 
 
 if __name__ == "__main__":

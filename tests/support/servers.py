@@ -3,10 +3,12 @@
 Everything listens on free ports of the loopback address and ends with its Servers object.
 """
 import contextlib
+import ctypes
 import http.server
 import json
 import os
 import shutil
+import signal
 import socket
 import subprocess
 import tempfile
@@ -22,6 +24,14 @@ KIT = os.environ.get("KAV_MONITORING_DIR", os.path.join(os.path.dirname(BIN), "m
 PROMETHEUS = "/usr/bin/prometheus"
 PROMTOOL = "/usr/bin/promtool"
 ALERTMANAGER = "/usr/bin/prometheus-alertmanager"
+
+
+LIBC = ctypes.CDLL(None)
+PR_SET_PDEATHSIG = 1
+
+
+def end_with_parent():
+    LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGTERM)
 
 
 def free_port():
@@ -95,7 +105,8 @@ class Servers(contextlib.ExitStack):
 
     def start(self, words, segment=None, **options):
         environment = dict(os.environ) | ({} if segment is None else {"KAV_STAT_SEGMENT": segment})
-        program = subprocess.Popen(words, env=environment, stdin=subprocess.DEVNULL, text=True, **options)
+        program = subprocess.Popen(words, env=environment, stdin=subprocess.DEVNULL, text=True,
+                                   preexec_fn=end_with_parent, **options)
         self.callback(self.stop, program)
         return program
 
@@ -176,12 +187,13 @@ class Servers(contextlib.ExitStack):
         return server.server_address[1], alerts
 
 
-def scrape_configuration(ports, rule_files=(), alertmanager=None, seconds=1):
-    """A configuration that scrapes exporters on these ports."""
+def scrape_configuration(ports, rule_files=(), alertmanager=None, seconds=1, parameters=None):
+    """A configuration that scrapes exporters on these ports. parameters: of the scrapes' addresses, by their names."""
     targets = ", ".join(f"'127.0.0.1:{port}'" for port in ports)
     files = ", ".join(f"'{file}'" for file in rule_files)
     alerting = "" if alertmanager is None else (
         f"alerting: {{alertmanagers: [{{static_configs: [{{targets: ['127.0.0.1:{alertmanager}']}}]}}]}}\n")
     return (f"global: {{scrape_interval: {seconds}s, scrape_timeout: {seconds}s, evaluation_interval: {seconds}s}}\n"
             f"rule_files: [{files}]\n{alerting}"
-            f"scrape_configs: [{{job_name: kav, static_configs: [{{targets: [{targets}]}}]}}]\n")
+            f"scrape_configs: [{{job_name: kav, params: {json.dumps(parameters or {})}, "
+            f"static_configs: [{{targets: [{targets}]}}]}}]\n")

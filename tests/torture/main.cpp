@@ -30,6 +30,7 @@ constexpr campaign campaigns[] = {
     {"crowd", "viewers at once beside one engine", 1000, start_many_viewers},
     {"hostile-neighbours", "attacks by other users of the machine", 20, attack_as_neighbours},
     {"attacks", "attacks on kavstat's server: others are answered", 30, attack_server},
+    {"health", "health beside ill and healthy engines", 600, judge_health},
 };
 
 const campaign* find_campaign(const char* name)

@@ -72,6 +72,8 @@ void attack_as_neighbours(const torture_options& options, tally& result);
 void attack_with_inputs(const torture_options& options, tally& result);
 // kavstat's server.
 void attack_server(const torture_options& options, tally& result);
+// kavstat health. count: seconds beside a healthy engine, at least.
+void judge_health(const torture_options& options, tally& result);
 
 // Every report on a live engine, as the viewer's arguments.
 const std::vector<std::vector<std::string>>& all_reports();

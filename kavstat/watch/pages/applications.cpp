@@ -57,7 +57,7 @@ WatchTable applications_table(const WatchModel& model, const WatchFrame& /*frame
         rate_column("decode_out", "DEC-OUT", 5, [](const App& a) { return a.rates.decode_out; }),
     };
     table.subject = [&apps](std::size_t row) { return subject_of(*apps[row].now); };
-    // What is wrong is looked up for rows in sight only.
+    // Findings are looked up only for visible rows.
     table.mark = [&model, subject = table.subject](std::size_t row) {
         return mark_of(model.worst_about(subject(row)));
     };

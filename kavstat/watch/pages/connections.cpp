@@ -86,7 +86,7 @@ WatchTable connections_table(const WatchModel& model, const WatchFrame& /*frame*
         return WatchSubject{SubjectKind::connection, static_cast<int>(row), conn.header.m_conn_id, conn.open_time};
     };
     table.is_there = [&conns](std::size_t row) { return conns[row].b_there; };
-    // What is wrong is looked up for rows in sight only.
+    // Findings are looked up only for visible rows.
     table.mark = [&model, subject = table.subject](std::size_t row) {
         return mark_of(model.worst_about(subject(row)));
     };
@@ -101,7 +101,7 @@ WatchTable connections_table(const WatchModel& model, const WatchFrame& /*frame*
 
 std::vector<WatchLine> connections_heading(const WatchModel& model, const WatchFrame& /*frame*/)
 {
-    // Said only where rates are of longer than from look to look.
+    // Shown only if rates are over more than one reading.
     const std::size_t looks = model.looks_for_all_connections();
     if (looks <= 1) {
         return {};

@@ -28,7 +28,7 @@ double bytes_in(RE_stat_unit unit)
     }
 }
 
-// A number in a counter's unit, as people read it.
+// Formats a number in a counter's unit for people.
 std::string readable(RE_stat_unit unit, double number)
 {
     if (bytes_in(unit) > 0) {
@@ -67,7 +67,7 @@ std::string name_of(const CounterRow& row)
     return counter.is_range() ? counter.key + "[" + std::to_string(row.id - counter.id()) + "]" : counter.key;
 }
 
-// Areas in the order in which they first come, with all that belongs to one of them together.
+// Groups the rows by area, in the order in which the areas first occur.
 void group_by_area(std::vector<CounterRow>& rows)
 {
     std::vector<std::string_view> areas;

@@ -1,4 +1,4 @@
-// Tables of counters: of the engine, or of one thing.
+// Tables of counters: of the engine, or of one peer, connection or application.
 #pragma once
 
 #include "model/counter_areas.h"
@@ -15,13 +15,13 @@ struct CounterRow
     const NamedCounter* counter = nullptr;
     CounterScope scope = CounterScope::engine;
     int id = 0;
-    const char* of = ""; // whose it is: "engine", "connections"
+    const char* of = ""; // "engine", "connections"
     long long value = 0;
-    double rate = 0; // per second, of a running total; not a number where it is not known
+    double rate = 0; // per second, of a running total; NaN if unknown
 };
 
-// Adds the counters of a scope. rate: of an id; called for running totals alone. Of a range only those members are
-// added that are not 0, or the last when all are.
+// Adds the counters of a scope. rate: returns the rate of an id; called only for running totals. Of a range, only
+// members that are not 0 are added, or the last one if all are 0.
 template <typename Figures, typename Rate>
 void add_counters(std::vector<CounterRow>& rows, CounterScope scope, const char* of, const Figures& figures,
                   const Rate& rate)
@@ -40,7 +40,7 @@ void add_counters(std::vector<CounterRow>& rows, CounterScope scope, const char*
     }
 }
 
-// Grouped by area. capture_time: ages are told from it.
+// Returns the rows grouped by area. capture_time: the moment for which ages are computed, in seconds since the epoch.
 WatchTable table_of_counters(std::vector<CounterRow> counters, std::time_t capture_time, const WatchFrame& frame);
 
 } // namespace kavstat

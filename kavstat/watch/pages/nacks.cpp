@@ -19,7 +19,7 @@ WatchTable nacks_table(const WatchModel& model, const WatchFrame& /*frame*/)
     table.rows = nacks.size();
     WatchColumn time =
         text_column("time", "TIME", 19, 0, nacks, [](const Nack& n) { return date_and_time(n.nack.m_time); });
-    // As they arrived, newest first.
+    // In the order of arrival, newest first.
     time.b_lowest_first = false;
     time.order = [](std::size_t row) { return static_cast<double>(row); };
     table.columns = {

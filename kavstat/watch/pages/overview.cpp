@@ -1,4 +1,4 @@
-// The first page: what is wrong and what to do about it, and the figures that say how the engine does.
+// The overview page: the findings with their remedies, and the main figures of the engine.
 #include "format/units.h"
 #include "watch/figures.h"
 #include "watch/pages/pages.h"
@@ -29,19 +29,29 @@ private:
     std::string m_name = "overview";
     WatchNeeds m_needs;
     std::size_t m_place = 0; // of the selected finding
-    // Which one that is, by its rule and what it is about, once somebody has selected one.
+    // The rule and subject of the selected finding, if the user has selected one.
     std::optional<std::pair<const Rule*, std::string>> m_finding;
-    bool m_b_moved = false; // since the lines were last made
+    bool m_b_moved = false; // by a key, since the lines were last made
     WatchSubject m_selected;
 };
+
+// Includes the findings that are left out.
+std::size_t count_of(const std::vector<Finding>& findings)
+{
+    std::size_t count = findings.size();
+    for (const Finding& finding : findings) {
+        count += finding.others;
+    }
+    return count;
+}
 
 WatchLine healthy_line(const WatchModel& model)
 {
     return {"Healthy: none of " + std::to_string(model.rules_applied()) + " rules found anything wrong"};
 }
 
-// The findings around the selected one, and what that one means and asks for. A fifth of the screen is theirs, and as
-// much for the texts: figures matter as well.
+// Returns the findings around the selected one, and the meaning and remedy of that one. Findings and texts use at most
+// a fifth of the screen each.
 std::vector<WatchLine> OverviewPage::health_lines(const WatchModel& model, const WatchFrame& frame)
 {
     const std::vector<Finding>& findings = model.findings();
@@ -61,12 +71,16 @@ std::vector<WatchLine> OverviewPage::health_lines(const WatchModel& model, const
         m_finding = {findings[m_place].rule, findings[m_place].subject()};
         m_b_moved = false;
     }
+    const std::size_t count = count_of(findings);
     const std::size_t room = std::max<std::size_t>(frame.height / 5, 1);
     const std::size_t first = m_place - std::min(m_place, room - 1);
     std::vector<WatchLine> lines;
     for (std::size_t at = first; at < std::min(first + room, findings.size()); ++at) {
         WatchLine line = finding_line(findings[at]);
-        const std::string place = std::to_string(at + 1) + "/" + std::to_string(findings.size()) + " ";
+        const std::string place = std::to_string(at + 1) + "/" + std::to_string(count) + " ";
+        if (findings[at].others > 0) {
+            line.text += " ... and " + std::to_string(findings[at].others) + " more";
+        }
         line.text = (at == m_place ? "> " : "  ") + (findings.size() > room ? place : "") + line.text;
         lines.push_back(std::move(line));
     }
@@ -86,7 +100,7 @@ std::vector<WatchLine> OverviewPage::lines(const WatchModel& model, const WatchF
     std::vector<WatchLine> lines = health_lines(model, frame);
     lines.resize(std::min(lines.size(), frame.height));
     const std::vector<WatchFigure> figures = overview_figures(model);
-    // A blank line, where all figures are in sight all the same.
+    // A blank line, if all figures are still visible.
     if (frame.height > lines.size() + figures.size()) {
         lines.emplace_back();
     }
@@ -103,6 +117,9 @@ std::vector<WatchLine> OverviewPage::report(const WatchModel& model, bool b_unic
     for (const Finding& finding : model.findings()) {
         lines.push_back(finding_line(finding));
         lines.push_back({std::string("    ") + finding.rule->remedy});
+        if (finding.others > 0) {
+            lines.push_back({"... and " + std::to_string(finding.others) + " more [" + finding.rule->name + "]"});
+        }
     }
     if (lines.empty()) {
         lines.push_back(healthy_line(model));
@@ -128,7 +145,7 @@ bool OverviewPage::press(int key)
         m_b_moved = true;
         return true;
     case WATCH_KEY_HOME:
-        // The first one, whichever that is from now on.
+        // From now on, the first finding is selected.
         m_place = 0;
         m_finding.reset();
         return true;

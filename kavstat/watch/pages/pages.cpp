@@ -8,9 +8,9 @@ struct TablePageRow
 {
     const char* name;
     WatchNeeds needs;
-    const char* order; // the key of the column that rows are ordered by at first
+    const char* order; // key of the initial column for the order
     WatchTable (*table)(const WatchModel&, const WatchFrame&);
-    std::vector<WatchLine> (*heading)(const WatchModel&, const WatchFrame&); // null for none
+    std::vector<WatchLine> (*heading)(const WatchModel&, const WatchFrame&); // null without a heading
 };
 
 const TablePageRow table_pages[] = {

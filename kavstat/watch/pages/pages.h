@@ -1,4 +1,4 @@
-// What each page of the live view shows. pages.cpp has the list of all.
+// The contents of the pages of the live view. pages.cpp lists all pages.
 #pragma once
 
 #include "watch/page.h"
@@ -17,7 +17,7 @@ std::vector<WatchLine> bypass_heading(const WatchModel& model, const WatchFrame&
 WatchTable config_table(const WatchModel& model, const WatchFrame& frame);
 WatchTable counters_table(const WatchModel& model, const WatchFrame& frame);
 
-// The page of one peer, connection or application.
+// Makes the page of one peer, connection or application.
 WatchTable subject_table(const WatchModel& model, const WatchSubject& subject, const WatchFrame& frame);
 std::vector<WatchLine> subject_heading(const WatchModel& model, const WatchSubject& subject, const WatchFrame& frame);
 std::string title_of(const WatchModel& model, const WatchSubject& subject);

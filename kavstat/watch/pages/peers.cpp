@@ -6,7 +6,7 @@ namespace kavstat {
 
 namespace {
 
-// What a peer is called by people.
+// Returns the name of a peer for people.
 std::string host_text(const SnapshotPeer& peer)
 {
     const std::string host = plain_text(text_in(peer.header.m_peer_host_name));
@@ -70,7 +70,7 @@ WatchTable peers_table(const WatchModel& model, const WatchFrame& frame)
                        }),
     };
     table.subject = [&peers](std::size_t row) { return subject_of(*peers[row].now); };
-    // What is wrong is looked up for rows in sight only.
+    // Findings are looked up only for visible rows.
     table.mark = [&model, subject = table.subject](std::size_t row) {
         return mark_of(model.worst_about(subject(row)));
     };

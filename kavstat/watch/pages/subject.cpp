@@ -91,7 +91,7 @@ std::vector<WatchLine> subject_heading(const WatchModel& model, const WatchSubje
         figures = traffic_figures(thing->rates, thing->history, model.has_rates() && thing->b_there,
                                   b_connection ? &thing->now.figures : nullptr);
         if (!b_connection) {
-            figures.pop_back(); // applications have no NACKs of their own
+            figures.pop_back(); // applications have no counter of NACKs
         }
     }
     if (most > 0) {
@@ -104,7 +104,7 @@ std::vector<WatchLine> subject_heading(const WatchModel& model, const WatchSubje
 WatchTable subject_table(const WatchModel& model, const WatchSubject& subject, const WatchFrame& frame)
 {
     std::vector<CounterRow> rows;
-    // Not a number where there is nothing to tell a rate from.
+    // NaN without data for a rate.
     const auto rate_between = [&](const auto* before, const auto& now) {
         return [&model, before, &now](std::size_t id) {
             return before != nullptr ? model.rate((*before)[id], now[id]) : std::nan("");
