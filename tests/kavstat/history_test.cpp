@@ -735,4 +735,34 @@ TEST_F(history_test, the_largest_size_is_kept_to)
     EXPECT_EQ(database.text("PRAGMA integrity_check"), "ok");
 }
 
+// Thinning and connections keep to the size as well; connections without room come in a later sample.
+TEST_F(history_test, the_largest_size_holds_for_connections_and_thinning)
+{
+    start({4, 3000, 8, 8});
+    const int peer = engine.add_peer(1, peer_header_of(1));
+    for (std::uint32_t number = 0; number < 3000; ++number) {
+        engine.open_conn(peer, conn_header_of(number), so_header_of(number), 5000);
+    }
+    RecorderOptions made = options();
+    made.max_size = 4LL << 20;
+    made.keep = *parse_keep("1s:all,1d:1m");
+    Recorder recorder(made);
+    ASSERT_EQ(recorder.open(path()), "");
+    std::uintmax_t largest = 0;
+    for (int sample = 0; sample < 60; ++sample) {
+        for (int conn = 0; conn < 3000; conn += 7) {
+            engine.add_conn_stat(conn, RE_STAT_CONN_ID_ENCODE_IN_BYTES, 1);
+        }
+        ASSERT_EQ(record(recorder), RecordResult::recorded) << recorder.error();
+        ASSERT_TRUE(recorder.thin());
+        for (const char* const suffix : {"-wal", "-shm"}) {
+            std::error_code none;
+            const std::uintmax_t beside = std::filesystem::file_size(path() + suffix, none);
+            largest = std::max(largest, std::filesystem::file_size(path()) + (none ? 0 : beside));
+        }
+    }
+    EXPECT_LE(largest, std::uintmax_t{4} << 20);
+    EXPECT_EQ(number("SELECT count(DISTINCT slot) FROM connection WHERE slot % 7 = 0"), 429);
+}
+
 } // namespace
