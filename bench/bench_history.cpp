@@ -21,6 +21,10 @@ using namespace kavstat;
 
 namespace {
 
+// With the number of active connections, and of connections opened and closed.
+constexpr int peer_figures = int{RE_STAT_PEER_ID_MAX} + int{RE_STAT_CONN_ID_MAX} + 1;
+constexpr int app_figures = int{RE_STAT_APP_ID_MAX} + 2;
+
 double milliseconds_of(const std::function<void()>& work)
 {
     const auto begin = std::chrono::steady_clock::now();
@@ -84,8 +88,7 @@ void bench_rrdtool(const std::string& folder, int peers, int apps)
         FILE* const program = popen("rrdtool - >/dev/null", "w");
         for (int at = 0; program != nullptr && at < peers + apps; ++at) {
             const bool b_peer = at < peers;
-            line(program, folder + "/" + std::to_string(at) + ".rrd",
-                 b_peer ? RE_STAT_PEER_ID_MAX + RE_STAT_CONN_ID_MAX + 1 : RE_STAT_APP_ID_MAX + 2);
+            line(program, folder + "/" + std::to_string(at) + ".rrd", b_peer ? peer_figures : app_figures);
         }
         pclose(program);
     };
@@ -108,9 +111,8 @@ void bench_rrdtool(const std::string& folder, int peers, int apps)
                 std::fputs("\n", program);
             });
         });
-        std::printf(
-            "rrdtool, a sample          %8.1f ms  %9lld bytes (8 a figure)\n", spent,
-            8LL * (peers * (RE_STAT_PEER_ID_MAX + RE_STAT_CONN_ID_MAX + 1LL) + apps * (RE_STAT_APP_ID_MAX + 2LL)));
+        std::printf("rrdtool, a sample          %8.1f ms  %9lld bytes (8 a figure)\n", spent,
+                    8LL * (peers * peer_figures + apps * app_figures));
     }
 }
 
