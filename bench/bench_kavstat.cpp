@@ -10,6 +10,12 @@
 // the engine.
 #include "support/engine_shapes.h"
 
+#ifdef KAV_PROMETHEUS_CPP
+#include <prometheus/text_serializer.h>
+
+#include <sstream>
+#endif
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/prctl.h>
@@ -102,7 +108,8 @@ void print_memory_of(pid_t pid)
     }
 }
 
-std::size_t scrape(int port, const char* path)
+// Returns the size of the answer. fields: further lines of the request's head. text: gets the answer, if not null.
+std::size_t scrape(int port, const char* path, const char* fields = "", std::string* text = nullptr)
 {
     const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
@@ -111,12 +118,14 @@ std::size_t scrape(int port, const char* path)
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     std::size_t size = 0;
     if (connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
-        const std::string request =
-            std::string("GET ") + path + " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n";
+        const std::string request = std::string("GET ") + path + " HTTP/1.0\r\nHost: localhost\r\n" + fields + "\r\n";
         static char bytes[1 << 20];
         if (write(socket, request.data(), request.size()) > 0) {
             for (ssize_t count = 0; (count = read(socket, bytes, sizeof bytes)) > 0;) {
                 size += static_cast<std::size_t>(count);
+                if (text != nullptr) {
+                    text->append(bytes, static_cast<std::size_t>(count));
+                }
             }
         }
     }
@@ -124,25 +133,80 @@ std::size_t scrape(int port, const char* path)
     return size;
 }
 
-void measure(pid_t exporter, int port, const char* path, int rounds)
+void measure(pid_t exporter, int port, const char* path, int rounds, const char* fields = "")
 {
-    scrape(port, path);
+    scrape(port, path, fields);
     std::vector<double> times;
     std::size_t size = 0;
     const double own_before = processor_seconds(RUSAGE_SELF);
     const double before = processor_seconds_of(exporter);
     for (int round = 0; round < rounds; ++round) {
         const auto start = clock_type::now();
-        size = scrape(port, path);
+        size = scrape(port, path, fields);
         times.push_back(std::chrono::duration<double, std::milli>(clock_type::now() - start).count());
     }
     const double after = processor_seconds_of(exporter);
     std::sort(times.begin(), times.end());
-    std::printf("%s: %zu bytes, median %.1f ms, exporter's processor %.1f ms a scrape (reader's %.1f ms)\n", path, size,
-                times[times.size() / 2], (after - before) * 1000 / rounds,
-                (processor_seconds(RUSAGE_SELF) - own_before) * 1000 / rounds);
+    std::printf("%s %.*s: %zu bytes, median %.1f ms, exporter's processor %.1f ms a scrape (reader's %.1f ms)\n", path,
+                static_cast<int>(std::strcspn(fields, "\r")), fields, size, times[times.size() / 2],
+                (after - before) * 1000 / rounds, (processor_seconds(RUSAGE_SELF) - own_before) * 1000 / rounds);
     print_memory_of(exporter);
 }
+
+#ifdef KAV_PROMETHEUS_CPP
+// The samples of an answer in the text format, as prometheus-cpp keeps them. Each sample of a histogram is one of its
+// own there, which only makes the serializer's work less.
+std::vector<prometheus::MetricFamily> families_of(const std::string& answer)
+{
+    std::vector<prometheus::MetricFamily> families;
+    std::istringstream lines(answer.substr(answer.find("\r\n\r\n") + 4));
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with("# HELP ")) {
+            const std::size_t name_end = line.find(' ', 7);
+            families.push_back(
+                {line.substr(7, name_end - 7), line.substr(name_end + 1), prometheus::MetricType::Gauge, {}});
+        } else if (line.starts_with("# TYPE ")) {
+            if (line.ends_with(" counter")) {
+                families.back().type = prometheus::MetricType::Counter;
+            }
+        } else {
+            prometheus::ClientMetric sample;
+            std::size_t at = line.find_first_of("{ ");
+            while (line[at] != ' ') {
+                const std::size_t equal = line.find('=', at);
+                const std::size_t end = line.find('"', equal + 2);
+                sample.label.push_back({line.substr(at + 1, equal - at - 1), line.substr(equal + 2, end - equal - 2)});
+                at = line[end + 1] == ',' ? end + 1 : end + 2;
+            }
+            sample.counter.value = sample.gauge.value = std::stod(line.substr(at + 1));
+            families.back().metric.push_back(std::move(sample));
+        }
+    }
+    return families;
+}
+
+void measure_prometheus_cpp(int port)
+{
+    std::string answer;
+    scrape(port, "/metrics", "", &answer);
+    const std::vector<prometheus::MetricFamily> families = families_of(answer);
+    std::size_t samples = 0;
+    for (const prometheus::MetricFamily& family : families) {
+        samples += family.metric.size();
+    }
+    const prometheus::TextSerializer serializer;
+    std::vector<double> times;
+    std::size_t size = 0;
+    for (int round = 0; round < 5; ++round) {
+        const double before = processor_seconds(RUSAGE_SELF);
+        size = serializer.Serialize(families).size();
+        times.push_back((processor_seconds(RUSAGE_SELF) - before) * 1000);
+    }
+    std::sort(times.begin(), times.end());
+    std::printf("prometheus-cpp's serializer, %zu samples: %zu bytes, processor %.1f ms, without making the samples\n",
+                samples, size, times[times.size() / 2]);
+}
+#endif
 
 } // namespace
 
@@ -208,6 +272,13 @@ int main(int argc, char** argv)
     measure(exporter, port, "/metrics", 50);
     std::printf("the engine's processor time in 50 scrapes: %.2f ms\n",
                 (processor_seconds_of(engine) - engine_before) * 1000);
+    measure(exporter, port, "/metrics", 10, "Accept-Encoding: gzip\r\n");
+    measure(exporter, port, "/metrics", 10, "Accept: application/openmetrics-text\r\n");
+    measure(exporter, port, "/metrics?exclude[]=created", 10, "Accept: application/openmetrics-text\r\n");
+    measure(exporter, port, "/metrics", 10, "Accept: application/openmetrics-text\r\nAccept-Encoding: gzip\r\n");
+#ifdef KAV_PROMETHEUS_CPP
+    measure_prometheus_cpp(port);
+#endif
     measure(exporter, port, "/api/v1/statistics?scope=global,peers", 20);
     measure(exporter, port, "/api/v1/statistics", 1);
     kill(exporter, SIGTERM);

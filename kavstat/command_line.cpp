@@ -12,6 +12,8 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <array>
+#include <functional>
 #include <iostream>
 #include <memory>
 
@@ -157,13 +159,56 @@ void add_schema(CLI::App& app, int& status)
     command->callback([document, &status] { status = run_schema(*document); });
 }
 
+// The options that choose metrics, as users of node_exporter know them. b_serve: for the server, which also has metrics
+// of its own. Returns what turns the choice into that of the options, for the command's callback.
+std::function<void()> add_metrics_choice(CLI::App& command, MetricsChoice& choice, bool b_serve)
+{
+    const auto b_none = std::make_shared<bool>(false);
+    const auto wanted = std::make_shared<std::array<std::optional<bool>, collector_names.size()>>();
+    for (std::size_t at = 0; at < collector_names.size(); ++at) {
+        if (at == static_cast<std::size_t>(Collector::process) && !b_serve) {
+            continue;
+        }
+        const std::string name = collector_names.at(at);
+        command
+            .add_flag_callback(
+                "--collector." + name, [wanted, at] { wanted->at(at) = true; },
+                "Switch the collector on; all are, unless --collector.disable-defaults is given")
+            ->group("Collectors");
+        command
+            .add_flag_callback(
+                "--no-collector." + name, [wanted, at] { wanted->at(at) = false; }, "Switch the collector off")
+            ->group("Collectors");
+    }
+    command.add_flag("--collector.disable-defaults", *b_none, "Switch off all collectors that are not named")
+        ->group("Collectors");
+    command
+        .add_option("--max-series", choice.max_series,
+                    "At most so many series of engine, peers and applications; 0 for no bound")
+        ->capture_default_str();
+    return [b_none, wanted, &choice] {
+        for (std::size_t at = 0; at < wanted->size(); ++at) {
+            choice.collectors.set(at, wanted->at(at).value_or(!*b_none));
+        }
+    };
+}
+
 void add_metrics(CLI::App& app, int& status)
 {
     CLI::App* const command =
-        app.add_subcommand("metrics", "Metrics in the text format of Prometheus: engine, peers and applications");
+        app.add_subcommand("metrics", "Metrics for Prometheus, as text: engine, peers and applications");
     const auto options = std::make_shared<MetricsOptions>();
+    const auto format = std::make_shared<std::string>("prometheus");
     command->add_option("-f,--file", options->file, file_help);
-    command->callback([options, &status] { status = run_metrics(*options); });
+    command->add_option("--format", *format, "The text format of Prometheus, or OpenMetrics 1.0")
+        ->check(CLI::IsMember({"prometheus", "openmetrics"}))
+        ->capture_default_str();
+    const std::function<void()> set_collectors = add_metrics_choice(*command, options->choice, false);
+    command->callback([options, format, set_collectors, &status] {
+        set_collectors();
+        options->choice.format = *format == "openmetrics" ? MetricsFormat::openmetrics : MetricsFormat::prometheus;
+        status = run_metrics(*options);
+    });
 }
 
 void add_watch(CLI::App& app, int& status)
@@ -236,19 +281,35 @@ void add_rules(CLI::App& app, int& status)
 
 void add_serve(CLI::App& app, int& status)
 {
-    CLI::App* const command = app.add_subcommand(
-        "serve", "Serve /metrics, /api/v1/statistics and /healthz over HTTP until SIGTERM or SIGINT");
+    CLI::App* const command =
+        app.add_subcommand("serve", "Serve metrics and statistics over HTTP until SIGTERM or SIGINT");
+    const auto options = std::make_shared<ServeOptions>();
     const auto address = std::make_shared<std::string>("127.0.0.1:9748");
-    command->add_option("--listen", *address, "Where to listen: a numeric address and a port, [ADDRESS]:PORT for IPv6")
+    command
+        ->add_option("--listen", *address,
+                     "Where to listen: a numeric address and a port, [ADDRESS]:PORT for IPv6, or unix:/PATH")
         ->check(CLI::Validator(
             [](const std::string& text) {
                 return parse_listen_address(text) ? "" : "not an address and a port: \"" + text + "\"";
             },
             "ADDRESS:PORT"))
         ->capture_default_str();
-    const auto hosts = std::make_shared<std::vector<std::string>>();
+    const auto mode = std::make_shared<std::string>("0660");
+    command->add_option("--socket-mode", *mode, "Permissions of a Unix socket, octal")
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                return !text.empty() && text.size() <= 4 && text.find_first_not_of("01234567") == std::string::npos &&
+                               (text.size() < 4 || text[0] == '0')
+                           ? ""
+                           : "not octal permissions: \"" + text + "\"";
+            },
+            "MODE"))
+        ->capture_default_str();
+    command->add_option("--web-config", options->web_config,
+                        "A file with TLS certificate and users, as Prometheus' web configuration");
+    command->add_flag("--insecure", options->b_insecure, "Serve other machines without TLS or without passwords");
     command
-        ->add_option("--allow-host", *hosts,
+        ->add_option("--allow-host", options->http.allowed_hosts,
                      "Another name that clients may use for a loopback address; once for each name")
         ->check(CLI::Validator(
             [](const std::string& text) {
@@ -256,7 +317,13 @@ void add_serve(CLI::App& app, int& status)
             },
             "NAME"))
         ->allow_extra_args(false);
-    command->callback([address, hosts, &status] { status = run_serve({*parse_listen_address(*address), *hosts}); });
+    const std::function<void()> set_collectors = add_metrics_choice(*command, options->http.metrics, true);
+    command->callback([options, address, mode, set_collectors, &status] {
+        set_collectors();
+        options->address = *parse_listen_address(*address);
+        options->address.mode = static_cast<mode_t>(std::stoul(*mode, nullptr, 8));
+        status = run_serve(*options);
+    });
 }
 
 void add_record(CLI::App& app, int& status)

@@ -59,6 +59,7 @@ int run_schema(const std::string& document);
 struct MetricsOptions
 {
     std::optional<std::string> file; // the running engine when there is none
+    MetricsChoice choice;
 };
 int run_metrics(const MetricsOptions& options);
 
@@ -96,7 +97,9 @@ int run_rules(const RulesOptions& options);
 struct ServeOptions
 {
     ListenAddress address;
-    std::vector<std::string> allowed_hosts; // beside those of loopback
+    HttpOptions http;
+    std::optional<std::string> web_config; // the file with TLS and users
+    bool b_insecure = false;               // serve others without them
 };
 // Serves until SIGTERM or SIGINT.
 int run_serve(const ServeOptions& options);

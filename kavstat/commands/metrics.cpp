@@ -22,10 +22,10 @@ int run_metrics(const MetricsOptions& options)
         if (error != RE_STAT_ERR_NO_ENGINE && error != RE_STAT_ERR_ENGINE_GONE && error != RE_STAT_ERR_NOT_PUBLISHED) {
             report_error(Source::reason_of(error));
         }
-        write_metrics_without_engine(output);
+        write_metrics_without_engine(output, options.choice);
         return finish_output(output, sink);
     }
-    write_metrics_of(source.reader(), std::time(nullptr), output);
+    write_metrics_of(source.reader(), std::time(nullptr), output, options.choice);
     report_if_cut(source); // also visible in the output
     return finish_output(output, sink);
 }

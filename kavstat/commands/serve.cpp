@@ -9,8 +9,43 @@
 
 namespace kavstat {
 
+namespace {
+
+// Reads the file that protects the server, and finds the socket. Returns an exit status.
+int prepare(const ServeOptions& options, ListenAddress& address, WebConfig& web)
+{
+    std::string reason;
+    if (options.web_config) {
+        if (!read_web_config(*options.web_config, web, reason)) {
+            report_error(*options.web_config + ": " + reason);
+            return EXIT_USAGE;
+        }
+        for (const std::string& warning : warnings_about(*options.web_config, web)) {
+            report_error(warning);
+        }
+    }
+    if (!find_systemd_socket(address, reason)) {
+        report_error(reason);
+        return EXIT_LISTEN;
+    }
+    const bool b_reached = !address.is_unix() && !address.is_loopback();
+    if (b_reached && !options.b_insecure && !(web.has_tls() && web.has_authentication())) {
+        report_error("others reach " + address.text() +
+                     ": --web-config with TLS and users, or client certificates, is needed; or --insecure");
+        return EXIT_USAGE;
+    }
+    return EXIT_OK;
+}
+
+} // namespace
+
 int run_serve(const ServeOptions& options)
 {
+    ListenAddress address = options.address;
+    HttpOptions http = options.http;
+    if (const int status = prepare(options, address, http.web)) {
+        return status;
+    }
     // Blocked before the first thread is created, so that only this thread receives them.
     sigset_t signals;
     sigemptyset(&signals);
@@ -24,13 +59,14 @@ int run_serve(const ServeOptions& options)
 
     HttpServer server;
     std::string reason;
-    if (!server.start(options.address, {}, options.allowed_hosts, reason)) {
-        report_error("cannot listen on " + options.address.text() + ": " + reason);
+    if (!server.start(address, {}, http, reason)) {
+        report_error("cannot listen on " + address.text() + ": " + reason);
         return EXIT_LISTEN;
     }
     DescriptorSink sink(STDOUT_FILENO);
     Output output(sink);
-    output.add("serving http://" + server.address().text() + "\n");
+    const std::string scheme = server.address().is_unix() ? "" : http.web.has_tls() ? "https://" : "http://";
+    output.add("serving " + scheme + server.address().text() + "\n");
     // The parent may have closed standard output.
     output.flush();
 

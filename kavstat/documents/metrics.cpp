@@ -15,19 +15,49 @@ namespace {
 // Far less than a piece of a document that a client holds.
 constexpr std::size_t series_at_once = 32;
 
-std::string head_of(const std::string& name, const std::string& help, MetricType type)
+// Where metrics are written to, and in which form.
+struct MetricsOutput
 {
-    return "# HELP " + name + " " + help + "\n# TYPE " + name + " " + word_of(type) + "\n";
+    Output& output;
+    MetricsFormat format;
+    long long created = 0; // from when counters count, seconds since the epoch; 0 when that is not shown
+};
+
+std::string without_ending(const std::string& name, std::string_view ending)
+{
+    return name.ends_with(ending) ? name.substr(0, name.size() - ending.size()) : name;
 }
 
-void add_gauge(Output& output, const std::string& name, const std::string& help, long long value)
+// The lines before a metric's samples. In OpenMetrics they name the family: without "_total" and "_info".
+std::string head_of(MetricsFormat format, const std::string& name, const std::string& help, MetricType type)
 {
-    output.add(head_of(name, help, MetricType::gauge));
-    output.add(name);
-    output.add(' ');
-    output.add_number(value);
-    output.add('\n');
+    if (format == MetricsFormat::prometheus) {
+        return "# HELP " + name + " " + help + "\n# TYPE " + name + " " + word_of(type) + "\n";
+    }
+    const bool b_info = name.ends_with("_info");
+    const std::string family = without_ending(name, b_info ? "_info" : "_total");
+    const std::string_view unit = base_unit_in(name);
+    std::string head = "# TYPE " + family + " " + (b_info ? "info" : word_of(type)) + "\n";
+    if (!unit.empty()) {
+        head.append("# UNIT ").append(family).append(" ").append(unit).append("\n");
+    }
+    // Quotation marks are escaped as in labels.
+    return head + "# HELP " + family + " " + escaped_label(help) + "\n";
 }
+
+void add_gauge(const MetricsOutput& to, const char* name, const char* help, long long value)
+{
+    write_metric(to.output, to.format, MetricType::gauge, name, help, std::to_string(value));
+}
+
+enum class LineValue
+{
+    counter,
+    bucket,
+    sum,
+    count,
+    created,
+};
 
 // The text of a metric, with everything that is the same in every exposition.
 struct MetricText
@@ -35,33 +65,101 @@ struct MetricText
     struct Line
     {
         std::string beginning; // up to the value, or to the labels of the thing that it is the value of
-        SeriesValue value;
-        std::size_t id;
+        LineValue value;
+        std::size_t id; // the counter's; for a count, and for the time from which a histogram counts, 0
     };
 
     std::string head;
+    MetricType type;
     RE_stat_unit unit;
     std::vector<Line> lines; // of one thing
 };
 
-// b_things: whether the metrics have labels for peers or applications as well.
-std::vector<MetricText> texts_of(CounterScope scope, const std::string& prefix, bool b_things)
+LineValue line_value_of(SeriesValue value)
+{
+    switch (value) {
+    case SeriesValue::counter:
+        return LineValue::counter;
+    case SeriesValue::bucket:
+        return LineValue::bucket;
+    case SeriesValue::sum:
+        return LineValue::sum;
+    case SeriesValue::count:
+        break;
+    }
+    return LineValue::count;
+}
+
+// b_things: whether the metrics have labels for peers or applications as well. b_created: whether the lines say from
+// when each counter counts.
+std::vector<MetricText> texts_of(CounterScope scope, const std::string& prefix, bool b_things, MetricsFormat format,
+                                 bool b_created)
 {
     std::vector<MetricText> texts;
     for (const Metric& metric : metrics_of(scope)) {
-        texts.push_back({head_of(prefix + metric.name, metric.help, metric.type), metric.unit, {}});
+        texts.push_back(
+            {head_of(format, prefix + metric.name, metric.help, metric.type), metric.type, metric.unit, {}});
+        const std::string family = without_ending(prefix + metric.name, "_total");
         for (const MetricSeries& series : metric.series) {
-            std::string beginning = prefix + series.name;
+            std::string labels;
             if (b_things) {
-                beginning += "{" + series.labels + (series.labels.empty() ? "" : ",");
+                labels = "{" + series.labels + (series.labels.empty() ? "" : ",");
             } else {
-                beginning += series.labels.empty() ? " " : "{" + series.labels + "} ";
+                labels = series.labels.empty() ? " " : "{" + series.labels + "} ";
             }
-            const std::size_t id = series.value == SeriesValue::count ? 0 : static_cast<std::size_t>(series.id);
-            texts.back().lines.push_back({std::move(beginning), series.value, id});
+            const LineValue value = line_value_of(series.value);
+            const std::size_t id = value == LineValue::count ? 0 : static_cast<std::size_t>(series.id);
+            std::vector<MetricText::Line>& lines = texts.back().lines;
+            lines.push_back({prefix + series.name + labels, value, id});
+            const bool b_last =
+                metric.type == MetricType::histogram ? value == LineValue::count : metric.type == MetricType::counter;
+            if (b_created && b_last) {
+                lines.push_back({family + "_created" + labels, LineValue::created, id});
+            }
         }
     }
     return texts;
+}
+
+// All metrics with names and labels from the table of counters, in one form.
+struct MetricTexts
+{
+    MetricTexts(MetricsFormat format, bool b_created)
+        : engine(texts_of(CounterScope::engine, engine_prefix, false, format, b_created)),
+          connections(texts_of(CounterScope::connection, connections_prefix, false, format, b_created)),
+          peers(texts_of(CounterScope::peer, peer_prefix, true, format, b_created)),
+          peer_connections(texts_of(CounterScope::connection, peer_connections_prefix, true, format, b_created)),
+          applications(texts_of(CounterScope::application, application_prefix, true, format, b_created))
+    {}
+
+    std::vector<MetricText> engine;
+    std::vector<MetricText> connections;
+    std::vector<MetricText> peers;
+    std::vector<MetricText> peer_connections;
+    std::vector<MetricText> applications;
+};
+
+const MetricTexts& texts_for(const MetricsOutput& to)
+{
+    if (to.format == MetricsFormat::prometheus) {
+        static const MetricTexts texts(MetricsFormat::prometheus, false);
+        return texts;
+    }
+    if (to.created == 0) {
+        static const MetricTexts texts(MetricsFormat::openmetrics, false);
+        return texts;
+    }
+    static const MetricTexts texts(MetricsFormat::openmetrics, true);
+    return texts;
+}
+
+std::size_t count_of_lines(const std::vector<MetricText>& metrics)
+{
+    std::size_t count = 0;
+    for (const MetricText& metric : metrics) {
+        count += metric.lines.size();
+    }
+    return count;
 }
 
 // Sums of garbage wrap.
@@ -70,26 +168,57 @@ long long sum_of(long long one, long long other)
     return static_cast<long long>(static_cast<unsigned long long>(one) + static_cast<unsigned long long>(other));
 }
 
-// The metric's lines for one thing. labels: the thing's, or nothing. figure: the value of a counter's id.
+// Whether the buckets count something: garbage may be negative, or more than a number holds.
 template <typename Figure>
-void add_lines(Output& output, const MetricText& metric, std::string_view labels, const Figure& figure)
+bool is_histogram(const MetricText& metric, const Figure& figure)
 {
     long long observed = 0;
     for (const auto& [beginning, value, id] : metric.lines) {
+        if (value == LineValue::bucket || value == LineValue::sum) {
+            if (figure(id) < 0 ||
+                (value == LineValue::bucket && __builtin_add_overflow(observed, figure(id), &observed))) {
+                return false;
+            }
+        } else if (value == LineValue::count) {
+            observed = 0;
+        }
+    }
+    return true;
+}
+
+// The metric's lines for one thing. labels: the thing's, or nothing. figure: the value of a counter's id. OpenMetrics
+// knows no negative counts, and a parser may refuse all metrics because of one: there, such garbage is left out.
+template <typename Figure>
+void add_lines(const MetricsOutput& to, const MetricText& metric, std::string_view labels, const Figure& figure)
+{
+    const bool b_open = to.format == MetricsFormat::openmetrics;
+    if (b_open && metric.type == MetricType::histogram && !is_histogram(metric, figure)) {
+        return;
+    }
+    const bool b_counts = b_open && metric.type == MetricType::counter;
+    Output& output = to.output;
+    long long observed = 0;
+    for (const auto& [beginning, value, id] : metric.lines) {
+        if (b_counts && figure(id) < 0) {
+            continue;
+        }
         output.add(beginning);
         output.add(labels);
         switch (value) {
-        case SeriesValue::counter:
-        case SeriesValue::sum:
+        case LineValue::counter:
+        case LineValue::sum:
             add_metric_value(output, metric.unit, figure(id));
             break;
-        case SeriesValue::bucket:
+        case LineValue::bucket:
             observed = sum_of(observed, figure(id));
             output.add_number(observed);
             break;
-        case SeriesValue::count:
+        case LineValue::count:
             output.add_number(observed);
             observed = 0;
+            break;
+        case LineValue::created:
+            output.add_number(to.created);
             break;
         }
         output.add('\n');
@@ -97,12 +226,12 @@ void add_lines(Output& output, const MetricText& metric, std::string_view labels
 }
 
 // Metrics without things.
-void add_metrics(Document& document, Output& output, const std::vector<MetricText>& metrics,
+void add_metrics(Document& document, const MetricsOutput& to, const std::vector<MetricText>& metrics,
                  std::span<const long long> figures)
 {
-    document.add_each(metrics.size(), [&output, &metrics, figures](std::size_t at) {
-        output.add(metrics[at].head);
-        add_lines(output, metrics[at], "", [figures](std::size_t id) { return figures[id]; });
+    document.add_each(metrics.size(), [to, &metrics, figures](std::size_t at) {
+        to.output.add(metrics[at].head);
+        add_lines(to, metrics[at], "", [figures](std::size_t id) { return figures[id]; });
     });
 }
 
@@ -137,49 +266,58 @@ void append_labels(std::string& text, const SnapshotApp& app)
     text += "\"} ";
 }
 
+template <typename Thing>
+using Things = std::span<const Thing* const>;
+
 // Metrics that have lines for every thing. figure: the thing's value of a counter's id.
 template <typename Thing, typename Figure>
-void add_metrics(Document& document, Output& output, const std::vector<MetricText>& metrics,
-                 const std::vector<const Thing*>& things, const Figure& figure)
+void add_metrics(Document& document, const MetricsOutput& to, const std::vector<MetricText>& metrics,
+                 Things<Thing> things, const Figure& figure)
 {
     if (things.empty()) {
         return;
     }
-    document.add([&output, &metrics, &things, figure, labels = std::string(), at = std::size_t{0},
-                  next = std::size_t{0}]() mutable {
-        const MetricText& metric = metrics[at];
-        if (next == 0) {
-            output.add(metric.head);
-        }
-        for (std::size_t series = 0; series < series_at_once && next < things.size(); ++next) {
-            const Thing& thing = *things[next];
-            labels.clear();
-            append_labels(labels, thing);
-            add_lines(output, metric, labels, [&](std::size_t id) { return figure(thing, id); });
-            series += metric.lines.size();
-        }
-        if (next == things.size()) {
-            next = 0;
-            ++at;
-        }
-        return at < metrics.size();
-    });
+    document.add(
+        [to, &metrics, things, figure, labels = std::string(), at = std::size_t{0}, next = std::size_t{0}]() mutable {
+            const MetricText& metric = metrics[at];
+            if (next == 0) {
+                to.output.add(metric.head);
+            }
+            for (std::size_t series = 0; series < series_at_once && next < things.size(); ++next) {
+                const Thing& thing = *things[next];
+                labels.clear();
+                append_labels(labels, thing);
+                add_lines(to, metric, labels, [&](std::size_t id) { return figure(thing, id); });
+                series += metric.lines.size();
+            }
+            if (next == things.size()) {
+                next = 0;
+                ++at;
+            }
+            return at < metrics.size();
+        });
 }
 
 // A metric of one more value that things have.
 template <typename Thing, typename Value>
-void add_metric(Document& document, Output& output, const char* name, const char* help, MetricType type,
-                const std::vector<const Thing*>& things, const Value& value)
+void add_metric(Document& document, const MetricsOutput& to, const char* name, const char* help, MetricType type,
+                Things<Thing> things, const Value& value)
 {
-    document.add_each(things.size(), [&, name, help, type, value](std::size_t at) {
+    document.add_each(things.size(), [to, name, help, type, things, value](std::size_t at) {
         if (at == 0) {
-            output.add(head_of(name, help, type));
+            to.output.add(head_of(to.format, name, help, type));
         }
-        std::string line = std::string(name) + "{";
-        append_labels(line, *things[at]);
-        output.add(line);
-        output.add_number(value(*things[at]));
-        output.add('\n');
+        const auto add_line = [&](const std::string& series, long long number) {
+            std::string line = series + "{";
+            append_labels(line, *things[at]);
+            to.output.add(line);
+            to.output.add_number(number);
+            to.output.add('\n');
+        };
+        add_line(name, value(*things[at]));
+        if (type == MetricType::counter && to.created != 0) {
+            add_line(without_ending(name, "_total") + "_created", to.created);
+        }
     });
 }
 
@@ -230,12 +368,41 @@ bool has_lesser_labels(const SnapshotApp& one, const SnapshotApp& other)
     return key(one) < key(other);
 }
 
-void add_program(Output& output, bool b_up)
+void add_program(const MetricsOutput& to, bool b_up)
 {
-    add_gauge(output, "kav_up", "1 when the engine's statistics could be read", b_up ? 1 : 0);
-    output.add(head_of("kavstat_build_info", "the program that made these metrics; always 1", MetricType::gauge));
-    output.add("kavstat_build_info{" + label("version", KAV_VERSION) + "} 1\n");
+    add_gauge(to, "kav_up", "1 when the engine's statistics could be read", b_up ? 1 : 0);
+    to.output.add(
+        head_of(to.format, "kavstat_build_info", "the program that made these metrics; always 1", MetricType::gauge));
+    to.output.add("kavstat_build_info{" + label("version", KAV_VERSION) + "} 1\n");
 }
+
+void add_end(const MetricsOutput& to, const MetricsChoice& choice)
+{
+    if (choice.write_own && choice.has(Collector::process)) {
+        choice.write_own(to.output);
+    }
+    if (to.format == MetricsFormat::openmetrics) {
+        to.output.add("# EOF\n");
+    }
+}
+
+// How many peers and applications are shown, and how many series of the others are not.
+struct SeriesCut
+{
+    std::size_t peers;
+    std::size_t apps;
+    std::size_t dropped = 0;
+
+    // Shows the first of `count` things that there is room for.
+    static std::size_t take(std::size_t& room, std::size_t count, std::size_t series_of_each, std::size_t& dropped)
+    {
+        const std::size_t shown = series_of_each == 0 ? count : std::min(count, room / series_of_each);
+        // What comes after a thing that is left out is left out, too.
+        room = shown < count ? 0 : room - shown * series_of_each;
+        dropped += (count - shown) * series_of_each;
+        return shown;
+    }
+};
 
 void add_multiple(Output& output, long long value, long long factor)
 {
@@ -292,9 +459,21 @@ void add_metric_value(Output& output, RE_stat_unit unit, long long value)
     }
 }
 
-void write_metrics_without_engine(Output& output)
+void write_metric(Output& output, MetricsFormat format, MetricType type, const char* name, const char* help,
+                  std::string_view value)
 {
-    add_program(output, false);
+    output.add(head_of(format, name, help, type));
+    output.add(name);
+    output.add(' ');
+    output.add(value);
+    output.add('\n');
+}
+
+void write_metrics_without_engine(Output& output, const MetricsChoice& choice)
+{
+    const MetricsOutput to{output, choice.format};
+    add_program(to, false);
+    add_end(to, choice);
 }
 
 Exposition::Exposition(RE_image_reader& reader, const Snapshot& snapshot)
@@ -310,97 +489,151 @@ Exposition::Exposition(RE_image_reader& reader, const Snapshot& snapshot)
     }
 }
 
-Document Exposition::document(Output& output) const
-{
-    Document document;
-    document.add_once([this, &output] { write_engine(output); });
-    static const auto engine = texts_of(CounterScope::engine, engine_prefix, false);
-    static const auto connections = texts_of(CounterScope::connection, connections_prefix, false);
-    add_metrics(document, output, engine, m_snapshot.engine);
-    add_metrics(document, output, connections, m_snapshot.connections);
-    add_peers(document, output);
-    add_applications(document, output);
-    return document;
-}
+namespace {
 
-void Exposition::write_engine(Output& output) const
+void write_engine(const MetricsOutput& to, const Snapshot& snapshot, const std::optional<BypassServers>& bypass)
 {
-    add_program(output, true);
-    add_gauge(output, "kav_engine_start_timestamp_seconds", "when the engine was started, seconds since the epoch",
-              m_snapshot.engine_start_time);
-    add_gauge(output, "kav_active_connections", "connections open now", m_snapshot.active_connections);
-    if (m_longest_silence) {
-        output.add(head_of("kav_connections_longest_silence_seconds",
-                           "longest time without a byte moved on an open connection with data pending",
-                           MetricType::gauge));
-        output.add("kav_connections_longest_silence_seconds ");
-        constexpr double microseconds = 1e6;
-        add_metric_value(output, RE_stat_unit::microseconds, static_cast<long long>(*m_longest_silence * microseconds));
-        output.add('\n');
-    }
-    if (!m_bypass_servers) {
+    add_gauge(to, "kav_engine_start_timestamp_seconds", "when the engine was started, seconds since the epoch",
+              snapshot.engine_start_time);
+    add_gauge(to, "kav_active_connections", "connections open now", snapshot.active_connections);
+    if (!bypass) {
         return;
     }
-    output.add(head_of("kav_bypass_servers", "servers in the auto-bypass table", MetricType::gauge));
-    for (std::size_t reason = 0; reason < m_bypass_servers->size(); ++reason) {
-        output.add("kav_bypass_servers{" + label("reason", bypass_reason_words.at(reason)) + "} ");
-        output.add_number(m_bypass_servers->at(reason));
-        output.add('\n');
+    to.output.add(head_of(to.format, "kav_bypass_servers", "servers in the auto-bypass table", MetricType::gauge));
+    for (std::size_t reason = 0; reason < bypass->size(); ++reason) {
+        to.output.add("kav_bypass_servers{" + label("reason", bypass_reason_words.at(reason)) + "} ");
+        to.output.add_number(bypass->at(reason));
+        to.output.add('\n');
     }
 }
 
-void Exposition::add_peers(Document& document, Output& output) const
+void write_silence(const MetricsOutput& to, double seconds)
 {
-    document.add_once([this, &output] {
-        add_gauge(output, "kavstat_skipped_peers", "peers left out because another one has the same number",
-                  static_cast<long long>(m_snapshot.peers.size() - m_peers.size()));
-        if (!m_peers.empty()) {
-            output.add(head_of("kav_peer_info", "who the peer is; always 1", MetricType::gauge));
-        }
-    });
-    document.add_each(m_peers.size(), [this, &output](std::size_t at) { add_peer_info(output, *m_peers[at]); });
-    add_metric(document, output, "kav_peer_outdated", "1 when the peer's record is outdated", MetricType::gauge,
-               m_peers, [](const SnapshotPeer& peer) { return peer.header.m_b_outdated != 0 ? 1 : 0; });
-    add_metric(document, output, "kav_peer_connected", "1 when the peer's record comes from an active connection",
-               MetricType::gauge, m_peers,
-               [](const SnapshotPeer& peer) { return peer.header.m_b_update_from_active_conn != 0 ? 1 : 0; });
-    add_metric(document, output, "kav_peer_active_connections", "connections open with the peer now", MetricType::gauge,
-               m_peers, [](const SnapshotPeer& peer) { return peer.active_connections; });
-    static const auto peer_metrics = texts_of(CounterScope::peer, peer_prefix, true);
-    static const auto connection_metrics = texts_of(CounterScope::connection, peer_connections_prefix, true);
-    add_metrics(document, output, peer_metrics, m_peers,
-                [](const SnapshotPeer& peer, std::size_t id) { return peer.figures[id]; });
-    add_metrics(document, output, connection_metrics, m_peers,
-                [](const SnapshotPeer& peer, std::size_t id) { return peer.connections[id]; });
+    to.output.add(head_of(to.format, "kav_connections_longest_silence_seconds",
+                          "longest time without a byte moved on an open connection with data pending",
+                          MetricType::gauge));
+    to.output.add("kav_connections_longest_silence_seconds ");
+    constexpr double microseconds = 1e6;
+    add_metric_value(to.output, RE_stat_unit::microseconds, static_cast<long long>(seconds * microseconds));
+    to.output.add('\n');
 }
 
-void Exposition::add_applications(Document& document, Output& output) const
+// Series of one peer beside those of counters.
+constexpr std::size_t series_of_peer = 4;
+
+void add_peers(Document& document, const MetricsOutput& to, Things<SnapshotPeer> peers)
 {
-    document.add_once([this, &output] {
-        add_gauge(output, "kavstat_skipped_applications",
-                  "applications left out because another one has the same labels",
-                  static_cast<long long>(m_snapshot.apps.size() - m_apps.size()));
+    document.add_once([to, peers] {
+        if (!peers.empty()) {
+            to.output.add(head_of(to.format, "kav_peer_info", "who the peer is; always 1", MetricType::gauge));
+        }
     });
-    add_metric(document, output, "kav_application_opened_connections_total", "connections opened, wraps at 2^23",
-               MetricType::counter, m_apps,
+    document.add_each(peers.size(), [to, peers](std::size_t at) { add_peer_info(to.output, *peers[at]); });
+    add_metric(document, to, "kav_peer_outdated", "1 when the peer's record is outdated", MetricType::gauge, peers,
+               [](const SnapshotPeer& peer) { return peer.header.m_b_outdated != 0 ? 1 : 0; });
+    add_metric(document, to, "kav_peer_connected", "1 when the peer's record comes from an active connection",
+               MetricType::gauge, peers,
+               [](const SnapshotPeer& peer) { return peer.header.m_b_update_from_active_conn != 0 ? 1 : 0; });
+    add_metric(document, to, "kav_peer_active_connections", "connections open with the peer now", MetricType::gauge,
+               peers, [](const SnapshotPeer& peer) { return peer.active_connections; });
+    add_metrics(document, to, texts_for(to).peers, peers,
+                [](const SnapshotPeer& peer, std::size_t id) { return peer.figures[id]; });
+}
+
+// Series of one application beside those of counters: two counters, and from when they count.
+std::size_t series_of_application(const MetricsOutput& to)
+{
+    return to.created != 0 ? 4 : 2;
+}
+
+void add_applications(Document& document, const MetricsOutput& to, Things<SnapshotApp> apps)
+{
+    add_metric(document, to, "kav_application_opened_connections_total", "connections opened, wraps at 2^23",
+               MetricType::counter, apps,
                [](const SnapshotApp& app) { return static_cast<long long>(app.app.m_header.m_open_cnt); });
-    add_metric(document, output, "kav_application_closed_connections_total", "connections closed, wraps at 2^24",
-               MetricType::counter, m_apps,
+    add_metric(document, to, "kav_application_closed_connections_total", "connections closed, wraps at 2^24",
+               MetricType::counter, apps,
                [](const SnapshotApp& app) { return static_cast<long long>(app.app.m_header.m_close_cnt); });
-    static const auto metrics = texts_of(CounterScope::application, application_prefix, true);
-    add_metrics(document, output, metrics, m_apps,
+    add_metrics(document, to, texts_for(to).applications, apps,
                 [](const SnapshotApp& app, std::size_t id) { return static_cast<long long>(app.app.m_id_array[id]); });
 }
 
-void write_metrics_of(RE_image_reader& reader, std::time_t now, Output& output)
+} // namespace
+
+Document Exposition::document(Output& output, const MetricsChoice& choice) const
+{
+    const bool b_created = choice.format == MetricsFormat::openmetrics && choice.has(Collector::created);
+    const long long created = b_created && m_snapshot.engine_start_time > 0 ? m_snapshot.engine_start_time : 0;
+    const MetricsOutput to{output, choice.format, created};
+    const MetricTexts& texts = texts_for(to);
+
+    const bool b_peers = choice.has(Collector::peers);
+    const bool b_peer_connections = choice.has(Collector::peer_connections);
+    const bool b_apps = choice.has(Collector::applications);
+    const std::size_t of_engine = (choice.has(Collector::engine) ? count_of_lines(texts.engine) : 0) +
+                                  (choice.has(Collector::connections) ? count_of_lines(texts.connections) : 0);
+    const std::size_t of_peer = (b_peers ? series_of_peer + count_of_lines(texts.peers) : 0) +
+                                (b_peer_connections ? count_of_lines(texts.peer_connections) : 0);
+    const std::size_t of_app = b_apps ? series_of_application(to) + count_of_lines(texts.applications) : 0;
+    SeriesCut cut{m_peers.size(), m_apps.size()};
+    if (choice.max_series != 0) {
+        std::size_t room = choice.max_series - std::min(choice.max_series, of_engine);
+        cut.peers = SeriesCut::take(room, m_peers.size(), of_peer, cut.dropped);
+        cut.apps = SeriesCut::take(room, m_apps.size(), of_app, cut.dropped);
+    }
+    const auto peers = Things<SnapshotPeer>(m_peers).first(cut.peers);
+    const auto apps = Things<SnapshotApp>(m_apps).first(cut.apps);
+
+    Document document;
+    document.add_once([to] { add_program(to, true); });
+    if (choice.has(Collector::engine)) {
+        document.add_once([this, to] { write_engine(to, m_snapshot, m_bypass_servers); });
+        add_metrics(document, to, texts.engine, m_snapshot.engine);
+    }
+    if (choice.has(Collector::connections)) {
+        if (m_longest_silence) {
+            document.add_once([this, to] { write_silence(to, *m_longest_silence); });
+        }
+        add_metrics(document, to, texts.connections, m_snapshot.connections);
+    }
+    if (b_peers) {
+        document.add_once([this, to] {
+            add_gauge(to, "kavstat_skipped_peers", "peers left out because another one has the same number",
+                      static_cast<long long>(m_snapshot.peers.size() - m_peers.size()));
+        });
+        add_peers(document, to, peers);
+    }
+    if (b_peer_connections) {
+        add_metrics(document, to, texts.peer_connections, peers,
+                    [](const SnapshotPeer& peer, std::size_t id) { return peer.connections[id]; });
+    }
+    if (b_apps) {
+        document.add_once([this, to] {
+            add_gauge(to, "kavstat_skipped_applications",
+                      "applications left out because another one has the same labels",
+                      static_cast<long long>(m_snapshot.apps.size() - m_apps.size()));
+        });
+        add_applications(document, to, apps);
+    }
+    document.add_once([to, choice, dropped = cut.dropped] {
+        if (choice.max_series != 0) {
+            add_gauge(to, "kavstat_series_dropped", "series of peers and applications beyond the bound on series",
+                      static_cast<long long>(dropped));
+        }
+        add_end(to, choice);
+    });
+    return document;
+}
+
+void write_metrics_of(RE_image_reader& reader, std::time_t now, Output& output, const MetricsChoice& choice)
 {
     const Snapshot snapshot = take_snapshot(reader, now);
     const Exposition exposition(reader, snapshot);
     if (reader.is_cut()) {
-        write_metrics_without_engine(output);
+        write_metrics_without_engine(output, choice);
         return;
     }
-    Document document = exposition.document(output);
+    Document document = exposition.document(output, choice);
     while (document.write_more() && output.is_ok()) {
     }
 }

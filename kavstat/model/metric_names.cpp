@@ -286,6 +286,12 @@ const char* word_of(MetricType type)
     return "histogram";
 }
 
+std::string_view base_unit_in(std::string_view name)
+{
+    const std::string_view ending = unit_ending_in(without_ending(name, total_ending));
+    return ending == "_timestamp_seconds" ? "seconds" : ending.substr(ending.empty() ? 0 : 1);
+}
+
 const std::vector<Metric>& metrics_of(CounterScope scope)
 {
     static const std::array metrics{make_metrics(CounterScope::engine), make_metrics(CounterScope::peer),

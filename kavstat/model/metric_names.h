@@ -73,6 +73,9 @@ CounterMetric metric_of(CounterScope scope, int id);
 // range selects all its members.
 std::vector<std::string> selectors_of(CounterScope scope, const NamedCounter& counter);
 
+// The base unit that a metric's name ends in, before "_total": "bytes", "seconds". Empty for counts of things.
+std::string_view base_unit_in(std::string_view name);
+
 // Converts a counter's unit to the base unit of its metric: value * factor / 10^decimals.
 struct BaseUnit
 {

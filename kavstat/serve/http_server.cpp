@@ -2,19 +2,25 @@
 
 #include "serve/http_request.h"
 #include "serve/moments.h"
+#include "serve/negotiation.h"
+#include "serve/passwords.h"
 #include "serve/routes.h"
+#include "serve/tls.h"
 
 #include <microhttpd.h>
 
+#include <linux/sockios.h>
 #include <linux/tcp.h>
 #include <malloc.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <strings.h>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -25,6 +31,7 @@
 #include <optional>
 #include <random>
 #include <thread>
+#include <utility>
 
 namespace kavstat {
 
@@ -46,23 +53,82 @@ void reset_connection(int socket)
 {
     sockaddr nobody{};
     nobody.sa_family = AF_UNSPEC;
-    static_cast<void>(connect(socket, &nobody, sizeof nobody));
+    if (connect(socket, &nobody, sizeof nobody) != 0) {
+        // A Unix socket knows no reset. What is missing at the end of an answer tells its client.
+        shutdown(socket, SHUT_RDWR);
+    }
 }
 
-// The part that counts as one address: an IPv6 client usually has 2^64 addresses.
-std::string address_key(const sockaddr* address)
+// The part that counts as one address: an IPv6 client usually has 2^64 addresses. The clients of a Unix socket are told
+// apart by their user.
+std::string address_key(int socket, const sockaddr* address)
 {
+    if (address->sa_family == AF_UNIX) {
+        ucred peer{};
+        socklen_t size = sizeof peer;
+        getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size);
+        return "user " + std::to_string(peer.uid);
+    }
     if (address->sa_family == AF_INET6) {
         return {reinterpret_cast<const char*>(&reinterpret_cast<const sockaddr_in6*>(address)->sin6_addr), 8};
     }
     return {reinterpret_cast<const char*>(&reinterpret_cast<const sockaddr_in*>(address)->sin_addr), 4};
 }
 
+// Compresses a text piece by piece. It takes 70 KB: a small window loses little, because the lines of metrics and of
+// JSON resemble those just before them.
+class gzip_stream
+{
+public:
+    gzip_stream()
+    {
+        if (deflateInit2(&m_stream, level, Z_DEFLATED, window_bits + gzip_form, memory_level, Z_DEFAULT_STRATEGY) !=
+            Z_OK) {
+            throw std::bad_alloc();
+        }
+    }
+    ~gzip_stream() { deflateEnd(&m_stream); }
+    gzip_stream(const gzip_stream&) = delete;
+    gzip_stream& operator=(const gzip_stream&) = delete;
+
+    struct Progress
+    {
+        std::size_t taken; // of the text
+        std::size_t given;
+    };
+    // text: empty at its end.
+    Progress write(std::string_view text, char* bytes, std::size_t room)
+    {
+        m_stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
+        m_stream.avail_in = static_cast<uInt>(text.size());
+        m_stream.next_out = reinterpret_cast<Bytef*>(bytes);
+        m_stream.avail_out = static_cast<uInt>(room);
+        m_b_finished = deflate(&m_stream, text.empty() ? Z_FINISH : Z_NO_FLUSH) == Z_STREAM_END;
+        return {text.size() - m_stream.avail_in, room - m_stream.avail_out};
+    }
+    bool is_finished() const { return m_b_finished; }
+
+private:
+    static constexpr int level = 4;
+    static constexpr int window_bits = 13;
+    static constexpr int memory_level = 6;
+    static constexpr int gzip_form = 16; // added to the window's bits
+
+    z_stream m_stream{};
+    bool m_b_finished = false;
+};
+
 // A body that is made while it is sent.
 class body_on_its_way : private Sink
 {
 public:
-    explicit body_on_its_way(HttpAnswer answer) : m_answer(std::move(answer)), m_document(m_answer.make(m_output)) {}
+    body_on_its_way(HttpAnswer answer, ContentCoding coding)
+        : m_answer(std::move(answer)), m_document(m_answer.make(m_output))
+    {
+        if (coding == ContentCoding::gzip) {
+            m_gzip = std::make_unique<gzip_stream>();
+        }
+    }
 
     // What it reads from, or null.
     const Moment* moment() const { return m_answer.moment.get(); }
@@ -72,6 +138,27 @@ public:
 
     // The next bytes, at most `room` of them; 0 at the end.
     std::size_t read(char* bytes, std::size_t room)
+    {
+        std::size_t count = 0;
+        if (m_gzip == nullptr) {
+            const std::string_view piece = next_piece();
+            count = std::min(room, piece.size());
+            std::memcpy(bytes, piece.data(), count);
+            m_taken += count;
+            return count;
+        }
+        while (count < room && !m_gzip->is_finished()) {
+            const std::string_view piece = next_piece();
+            const auto [taken, given] = m_gzip->write(piece, bytes + count, room - count);
+            m_taken += taken;
+            count += given;
+        }
+        return count;
+    }
+
+private:
+    // What was made and has not been taken; empty at the end of the document.
+    std::string_view next_piece()
     {
         if (m_taken == m_piece.size()) {
             m_piece.clear();
@@ -83,13 +170,9 @@ public:
                 m_output.flush();
             }
         }
-        const std::size_t count = std::min(room, m_piece.size() - m_taken);
-        std::memcpy(bytes, m_piece.data() + m_taken, count);
-        m_taken += count;
-        return count;
+        return std::string_view(m_piece).substr(m_taken);
     }
 
-private:
     bool take(std::string_view bytes) override
     {
         m_piece.append(bytes);
@@ -97,6 +180,7 @@ private:
     }
 
     HttpAnswer m_answer;
+    std::unique_ptr<gzip_stream> m_gzip; // null when the body is not compressed
     std::string m_piece;
     std::size_t m_taken = 0;
     Output m_output{*this, piece_size};
@@ -106,27 +190,46 @@ private:
 
 struct client
 {
-    client(int its_socket, const sockaddr* its_address) : socket(its_socket), address(address_key(its_address)) {}
+    client(MHD_Connection* its_connection, int its_socket, const sockaddr* its_address, std::uint64_t its_number)
+        : connection(its_connection), socket(its_socket), number(its_number), b_unix(its_address->sa_family == AF_UNIX),
+          address(address_key(its_socket, its_address))
+    {}
 
     // Looks how much the client has taken, as far as its system has acknowledged.
     void note_taken(steady_clock::time_point now)
     {
-        tcp_info info{};
-        socklen_t size = sizeof info;
-        getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size);
-        if (taken != info.tcpi_bytes_acked) {
-            taken = info.tcpi_bytes_acked;
-            taken_at = now - std::chrono::milliseconds(info.tcpi_last_ack_recv);
+        std::uint64_t taken_now = 0;
+        auto at = now;
+        if (b_unix) {
+            int waiting = 0;
+            ioctl(socket, SIOCOUTQ, &waiting);
+            taken_now = made - static_cast<std::uint64_t>(waiting);
+        } else {
+            tcp_info info{};
+            socklen_t size = sizeof info;
+            getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size);
+            taken_now = info.tcpi_bytes_acked;
+            at = now - std::chrono::milliseconds(info.tcpi_last_ack_recv);
+        }
+        if (taken != taken_now) {
+            taken = taken_now;
+            taken_at = at;
         }
     }
 
+    MHD_Connection* connection;
     int socket;
+    std::uint64_t number; // of this server, and never used again
+    bool b_unix;
     std::string address;
     steady_clock::time_point since = steady_clock::now();
     std::string target;   // of the request
     bool b_asked = false; // the request is complete
     bool b_cut_off = false;
+    bool b_waiting = false;      // for the verdict about its password
+    std::optional<bool> verdict; // whether the password is right
     std::unique_ptr<body_on_its_way> answer;
+    std::uint64_t made = 0;  // of the answer
     std::uint64_t taken = 0; // of the answer, and when that last became more
     steady_clock::time_point taken_at = since;
 };
@@ -141,8 +244,7 @@ public:
     implementation(const implementation&) = delete;
     implementation& operator=(const implementation&) = delete;
 
-    bool start(const ListenAddress& address, const HttpLimits& limits, const std::vector<std::string>& allowed_hosts,
-               std::string& reason);
+    bool start(const ListenAddress& address, const HttpLimits& limits, const HttpOptions& options, std::string& reason);
     const ListenAddress& address() const { return m_address; }
 
 private:
@@ -166,16 +268,31 @@ private:
     client* find_idle(const std::string* address);
     void sweep();
 
+    // Authentication.
+    bool start_library(std::string& reason);
+    std::optional<MHD_Result> authenticate(MHD_Connection* connection, client& asking, bool b_body,
+                                           const std::string& authorization);
+    void take_verdicts();
+    static int on_certificate(gnutls_session_t session, const gnutls_datum_t* authorities, int authority_count,
+                              const gnutls_pk_algorithm_t* algorithms, int algorithm_count, gnutls_pcert_st** chain,
+                              unsigned int* length, gnutls_privkey_t* key);
+
     // Answering.
     MHD_Result answer(MHD_Connection* connection, client& asking, std::string_view method, std::string_view version);
     bool is_host_allowed(const std::vector<std::string>& hosts) const;
-    MHD_Result send_answer(MHD_Connection* connection, client& asking, bool b_head, HttpAnswer made);
+    MHD_Result send_answer(MHD_Connection* connection, client& asking, bool b_head, ContentCoding coding,
+                           HttpAnswer made);
 
     ListenAddress m_address;
     HttpLimits m_limits;
     std::vector<std::string> m_allowed_hosts;
     int m_listener = -1;
-    int m_stop = -1; // an event descriptor
+    int m_stop = -1;     // an event descriptor
+    int m_verdicts = -1; // an event descriptor: verdicts about passwords are there
+    WebConfig m_web;
+    std::unique_ptr<TlsCertificate> m_certificate; // null without TLS
+    std::unique_ptr<PasswordChecker> m_passwords;  // null without users
+    std::uint64_t m_next_number = 0;
     MHD_Daemon* m_daemon = nullptr;
     std::thread m_thread;
     std::list<client> m_clients; // oldest first
@@ -189,11 +306,22 @@ private:
         }
     }};
 
+    RouteContext m_context{m_moments, {}, static_cast<double>(std::time(nullptr))};
+
     static void cut_off(client& one)
     {
         one.b_cut_off = true;
         one.answer.reset();
         reset_connection(one.socket);
+        resume(one);
+    }
+
+    // Lets the library go on with it.
+    static void resume(client& one)
+    {
+        if (std::exchange(one.b_waiting, false)) {
+            MHD_resume_connection(one.connection);
+        }
     }
 };
 
@@ -203,39 +331,43 @@ HttpServer::implementation::~implementation()
         eventfd_write(m_stop, 1);
         m_thread.join();
     }
+    m_passwords.reset();
     if (m_daemon != nullptr) {
         for (client& each : m_clients) {
             cut_off(each);
         }
         MHD_stop_daemon(m_daemon);
     }
-    for (const int descriptor : {m_listener, m_stop}) {
+    for (const int descriptor : {m_listener, m_stop, m_verdicts}) {
         if (descriptor >= 0) {
             close(descriptor);
         }
     }
+    if (m_listener >= 0 && m_address.is_unix() && m_address.inherited < 0) {
+        unlink(m_address.path.c_str());
+    }
 }
 
 bool HttpServer::implementation::start(const ListenAddress& address, const HttpLimits& limits,
-                                       const std::vector<std::string>& allowed_hosts, std::string& reason)
+                                       const HttpOptions& options, std::string& reason)
 {
     m_address = address;
     m_limits = limits;
-    m_allowed_hosts = allowed_hosts;
+    m_allowed_hosts = options.allowed_hosts;
+    m_context.metrics = options.metrics;
+    m_web = options.web;
     m_stop = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    m_listener = m_stop >= 0 ? listen_on(m_address) : -1;
+    m_verdicts = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    m_listener = m_stop >= 0 && m_verdicts >= 0 ? listen_on(m_address) : -1;
     if (m_listener < 0) {
         reason = std::strerror(errno);
         return false;
     }
-    m_daemon = MHD_start_daemon(MHD_USE_EPOLL | MHD_USE_NO_LISTEN_SOCKET, 0, nullptr, nullptr, &on_request, this, //
-                                MHD_OPTION_CONNECTION_MEMORY_LIMIT, connection_memory,                            //
-                                MHD_OPTION_NOTIFY_CONNECTION, &on_connection, this,                               //
-                                MHD_OPTION_URI_LOG_CALLBACK, &on_target, this,                                    //
-                                MHD_OPTION_SIGPIPE_HANDLED_BY_APP, 1, MHD_OPTION_END);
-    if (m_daemon == nullptr) {
-        reason = std::strerror(errno);
+    if (!start_library(reason)) {
         return false;
+    }
+    if (!m_web.users.empty()) {
+        m_passwords = std::make_unique<PasswordChecker>(m_web.users, [this] { eventfd_write(m_verdicts, 1); });
     }
     if (!find_room()) {
         reason = "too few descriptors; raise the limit on open files";
@@ -243,6 +375,41 @@ bool HttpServer::implementation::start(const ListenAddress& address, const HttpL
     }
     m_thread = std::thread([this] { serve(); });
     return true;
+}
+
+bool HttpServer::implementation::start_library(std::string& reason)
+{
+    std::string authorities;
+    std::string priorities;
+    std::vector<MHD_OptionItem> tls;
+    if (m_web.has_tls()) {
+        m_certificate = std::make_unique<TlsCertificate>(m_web);
+        if (!m_certificate->load(reason)) {
+            return false;
+        }
+        priorities = tls_priorities(m_web);
+        tls.push_back({MHD_OPTION_HTTPS_CERT_CALLBACK, 0, reinterpret_cast<void*>(&on_certificate)});
+        tls.push_back({MHD_OPTION_HTTPS_PRIORITIES, 0, priorities.data()});
+        if (!m_web.client_ca_file.empty()) {
+            if (!read_tls_file(m_web.client_ca_file, authorities, reason)) {
+                return false;
+            }
+            tls.push_back({MHD_OPTION_HTTPS_MEM_TRUST, 0, authorities.data()});
+        }
+    }
+    tls.push_back({MHD_OPTION_END, 0, nullptr});
+    const unsigned int flags = MHD_USE_EPOLL | MHD_USE_NO_LISTEN_SOCKET | MHD_ALLOW_SUSPEND_RESUME |
+                               (m_web.has_tls() ? static_cast<unsigned int>(MHD_USE_TLS) : 0U);
+    m_daemon = MHD_start_daemon(flags, 0, nullptr, nullptr, &on_request, this,         //
+                                MHD_OPTION_CONNECTION_MEMORY_LIMIT, connection_memory, //
+                                MHD_OPTION_NOTIFY_CONNECTION, &on_connection, this,    //
+                                MHD_OPTION_URI_LOG_CALLBACK, &on_target, this,         //
+                                MHD_OPTION_SIGPIPE_HANDLED_BY_APP, 1,                  //
+                                MHD_OPTION_ARRAY, tls.data(), MHD_OPTION_END);
+    if (m_daemon == nullptr) {
+        reason = m_web.has_tls() ? "the library does not start; it may be built without TLS" : std::strerror(errno);
+    }
+    return m_daemon != nullptr;
 }
 
 // No more connections than there are descriptors for. False when that is not enough to serve anybody.
@@ -270,7 +437,10 @@ void HttpServer::implementation::serve()
         unsigned long long wait = sweep_interval.count();
         MHD_get_timeout(m_daemon, &wait);
         wait = std::min<unsigned long long>(wait, sweep_interval.count());
-        pollfd ready[] = {{library, POLLIN, 0}, {m_stop, POLLIN, 0}, {b_accept ? m_listener : -1, POLLIN, 0}};
+        pollfd ready[] = {{library, POLLIN, 0},
+                          {m_stop, POLLIN, 0},
+                          {b_accept ? m_listener : -1, POLLIN, 0},
+                          {m_verdicts, POLLIN, 0}};
         poll(ready, std::size(ready), b_accept && !b_to_sweep ? -1 : static_cast<int>(wait));
         if (ready[1].revents != 0) {
             return;
@@ -278,6 +448,9 @@ void HttpServer::implementation::serve()
         if (ready[2].revents != 0) {
             accept_client();
             b_to_sweep = true;
+        }
+        if (ready[3].revents != 0) {
+            take_verdicts();
         }
         MHD_run(m_daemon);
         if (steady_clock::now() >= next_sweep) {
@@ -393,7 +566,9 @@ void HttpServer::implementation::sweep()
         if (each.b_asked) {
             each.note_taken(now);
         }
-        if (now - each.taken_at > m_limits.idle || now - each.since > m_limits.longest_answer) {
+        // On a busy machine a password takes longer to verify than a client may be idle.
+        const bool b_idle = !each.b_waiting && now - each.taken_at > m_limits.idle;
+        if (b_idle || now - each.since > m_limits.longest_answer) {
             cut_off(each);
         }
     }
@@ -413,12 +588,21 @@ client* HttpServer::implementation::client_of(MHD_Connection* connection)
 void HttpServer::implementation::on_connection(void* self, MHD_Connection* connection, void** context,
                                                MHD_ConnectionNotificationCode what)
 {
-    std::list<client>& clients = static_cast<implementation*>(self)->m_clients;
+    auto& server = *static_cast<implementation*>(self);
+    std::list<client>& clients = server.m_clients;
     if (what == MHD_CONNECTION_NOTIFY_STARTED) {
         const int socket = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
         try {
             *context = &clients.emplace_back(
-                socket, MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS)->client_addr);
+                connection, socket,
+                MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS)->client_addr,
+                server.m_next_number++);
+            if (server.m_web.has_tls()) {
+                auto* const session = static_cast<gnutls_session_t>(
+                    MHD_get_connection_info(connection, MHD_CONNECTION_INFO_GNUTLS_SESSION)->tls_session);
+                gnutls_session_set_ptr(session, self);
+                demand_client_certificate(session, server.m_web);
+            }
         } catch (const std::exception&) {
             reset_connection(socket);
         }
@@ -450,6 +634,7 @@ ssize_t HttpServer::implementation::read_answer(void* of_client, std::uint64_t, 
         if (asking.answer) {
             const std::size_t count = asking.answer->read(bytes, room);
             if (count > 0) {
+                asking.made += count;
                 return static_cast<ssize_t>(count);
             }
             if (asking.answer->is_whole()) {
@@ -465,15 +650,27 @@ ssize_t HttpServer::implementation::read_answer(void* of_client, std::uint64_t, 
 
 namespace {
 
-MHD_Result send(MHD_Connection* connection, MHD_Response* response, unsigned int status, const char* type)
+MHD_Result send(MHD_Connection* connection, MHD_Response* response, unsigned int status, const char* type,
+                ContentCoding coding = ContentCoding::identity)
 {
     if (response == nullptr) {
         return MHD_NO;
     }
     MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, type);
     MHD_add_response_header(response, MHD_HTTP_HEADER_CACHE_CONTROL, "no-store");
+    MHD_add_response_header(response, MHD_HTTP_HEADER_VARY, "Accept, Accept-Encoding");
     MHD_add_response_header(response, "X-Content-Type-Options", "nosniff");
     MHD_add_response_header(response, MHD_HTTP_HEADER_CONNECTION, "close");
+    if (coding == ContentCoding::gzip) {
+        MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_ENCODING, "gzip");
+    }
+    if (status == MHD_HTTP_UNAUTHORIZED) {
+        MHD_add_response_header(response, MHD_HTTP_HEADER_WWW_AUTHENTICATE,
+                                "Basic realm=\"kavstat\", charset=\"UTF-8\"");
+    }
+    if (status == MHD_HTTP_TOO_MANY_REQUESTS) {
+        MHD_add_response_header(response, MHD_HTTP_HEADER_RETRY_AFTER, "1");
+    }
     if (status == MHD_HTTP_METHOD_NOT_ALLOWED) {
         MHD_add_response_header(response, MHD_HTTP_HEADER_ALLOW, "GET, HEAD");
     }
@@ -509,9 +706,19 @@ struct head_fields
             b_body = b_body || value.find_first_not_of('0') != std::string_view::npos;
         } else if (strcasecmp(key, MHD_HTTP_HEADER_TRANSFER_ENCODING) == 0) {
             b_body = true;
+        } else if (strcasecmp(key, MHD_HTTP_HEADER_AUTHORIZATION) == 0) {
+            // Of several none counts.
+            authorization = authorization ? "" : value;
+        } else if (strcasecmp(key, MHD_HTTP_HEADER_ACCEPT) == 0) {
+            accept.append(accept.empty() ? "" : ",").append(value);
+        } else if (strcasecmp(key, MHD_HTTP_HEADER_ACCEPT_ENCODING) == 0) {
+            accept_encoding.append(accept_encoding.empty() ? "" : ",").append(value);
         }
     }
 
+    std::optional<std::string> authorization;
+    std::string accept;
+    std::string accept_encoding;
     std::vector<std::string> hosts;
     bool b_body = false;
 };
@@ -540,6 +747,12 @@ MHD_Result HttpServer::implementation::answer(MHD_Connection* connection, client
 {
     const bool b_head = method == MHD_HTTP_METHOD_HEAD;
     head_fields fields(connection);
+    if (m_passwords != nullptr) {
+        const std::string authorization = fields.authorization.value_or("");
+        if (const auto result = authenticate(connection, asking, fields.b_body, authorization)) {
+            return *result;
+        }
+    }
     if (fields.b_body) {
         return send_text(connection, MHD_HTTP_CONTENT_TOO_LARGE, "a request with a body is not served\n");
     }
@@ -561,8 +774,62 @@ MHD_Result HttpServer::implementation::answer(MHD_Connection* connection, client
     if (!is_host_allowed(hosts)) {
         return send_text(connection, MHD_HTTP_FORBIDDEN, "not a name of this server; see kavstat serve --allow-host\n");
     }
-    RouteContext context{m_moments};
-    return send_answer(connection, asking, b_head, answer_to({b_head, *target}, context));
+    const std::optional<ContentCoding> coding = preferred_coding(fields.accept_encoding);
+    if (!coding) {
+        return send_text(connection, MHD_HTTP_NOT_ACCEPTABLE, "answers are not encoded, or by gzip\n");
+    }
+    return send_answer(connection, asking, b_head, *coding, answer_to({b_head, *target, fields.accept}, m_context));
+}
+
+// Nothing when the client may go on. Before that it learns nothing, not even which paths there are.
+std::optional<MHD_Result> HttpServer::implementation::authenticate(MHD_Connection* connection, client& asking,
+                                                                   bool b_body, const std::string& authorization)
+{
+    std::optional<Credentials> credentials = parse_basic_authorization(authorization);
+    bool b_right = asking.verdict.value_or(false);
+    if (credentials && !asking.verdict) {
+        b_right = m_passwords->is_known(*credentials);
+        // A body would have to be read first. No client of ours sends one.
+        if (!b_right && !b_body) {
+            if (!m_passwords->verify_later(std::move(*credentials), asking.number, asking.address)) {
+                return send_text(connection, MHD_HTTP_TOO_MANY_REQUESTS, "too many passwords to verify\n");
+            }
+            asking.b_waiting = true;
+            MHD_suspend_connection(connection);
+            return MHD_YES;
+        }
+    }
+    if (b_right) {
+        return std::nullopt;
+    }
+    return send_text(connection, MHD_HTTP_UNAUTHORIZED, "a user's name and password are needed\n");
+}
+
+void HttpServer::implementation::take_verdicts()
+{
+    eventfd_t count = 0;
+    eventfd_read(m_verdicts, &count);
+    for (const PasswordChecker::Verdict& verdict : m_passwords->take_verdicts()) {
+        for (client& each : m_clients) {
+            if (each.number == verdict.asker && !each.b_cut_off) {
+                each.verdict = verdict.b_right;
+                resume(each);
+            }
+        }
+    }
+}
+
+int HttpServer::implementation::on_certificate(gnutls_session_t session, const gnutls_datum_t*, int,
+                                               const gnutls_pk_algorithm_t*, int, gnutls_pcert_st** chain,
+                                               unsigned int* length, gnutls_privkey_t* key)
+{
+    auto& server = *static_cast<implementation*>(gnutls_session_get_ptr(session));
+    try {
+        server.m_certificate->find(*chain, *length, *key);
+        return 0;
+    } catch (const std::exception&) {
+        return -1;
+    }
 }
 
 bool HttpServer::implementation::is_host_allowed(const std::vector<std::string>& hosts) const
@@ -573,15 +840,22 @@ bool HttpServer::implementation::is_host_allowed(const std::vector<std::string>&
 }
 
 MHD_Result HttpServer::implementation::send_answer(MHD_Connection* connection, client& asking, bool b_head,
-                                                   HttpAnswer made)
+                                                   ContentCoding coding, HttpAnswer made)
 {
-    if (!made.make) {
+    if (!made.make && coding == ContentCoding::identity) {
         return send_text(connection, made.status, made.text, made.type);
+    }
+    if (!made.make) {
+        made.make = [text = std::move(made.text)](Output& output) {
+            Document document;
+            document.add_once([&output, text] { output.add(text); });
+            return document;
+        };
     }
     const unsigned int status = made.status;
     const char* const type = made.type;
     if (!b_head) {
-        asking.answer = std::make_unique<body_on_its_way>(std::move(made));
+        asking.answer = std::make_unique<body_on_its_way>(std::move(made), coding);
     }
     MHD_Response* const response =
         MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, piece_size, &read_answer, &asking, nullptr);
@@ -589,7 +863,7 @@ MHD_Result HttpServer::implementation::send_answer(MHD_Connection* connection, c
         // The library would end a body in chunks that is not there.
         MHD_set_response_options(response, MHD_RF_HTTP_1_0_COMPATIBLE_STRICT, MHD_RO_END);
     }
-    return send(connection, response, status, type);
+    return send(connection, response, status, type, coding);
 }
 
 HttpServer::HttpServer() : m_impl(std::make_unique<implementation>())
@@ -597,10 +871,10 @@ HttpServer::HttpServer() : m_impl(std::make_unique<implementation>())
 
 HttpServer::~HttpServer() = default;
 
-bool HttpServer::start(const ListenAddress& address, const HttpLimits& limits,
-                       const std::vector<std::string>& allowed_hosts, std::string& reason)
+bool HttpServer::start(const ListenAddress& address, const HttpLimits& limits, const HttpOptions& options,
+                       std::string& reason)
 {
-    return m_impl->start(address, limits, allowed_hosts, reason);
+    return m_impl->start(address, limits, options, reason);
 }
 
 const ListenAddress& HttpServer::address() const

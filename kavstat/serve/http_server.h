@@ -1,4 +1,4 @@
-// Serves statistics over HTTP: /metrics, /api/v1/statistics, /healthz. Each request looks for the engine anew, so an
+// Serves statistics over HTTP at the paths of serve/routes.h. Each request looks for the engine anew, so an
 // engine that stops, starts or restarts is followed from one request to the next.
 //
 // One thread serves all clients; none of them can make it wait. Each has a bounded share of memory and of time:
@@ -6,7 +6,9 @@
 // in time.
 #pragma once
 
+#include "documents/metrics.h"
 #include "serve/listener.h"
+#include "serve/web_config.h"
 
 #include <chrono>
 #include <memory>
@@ -26,6 +28,14 @@ struct HttpLimits
     std::chrono::milliseconds longest_answer{30000}; // from the beginning of the connection to the end of the answer
 };
 
+struct HttpOptions
+{
+    std::vector<std::string>
+        allowed_hosts;     // clients of a loopback address may use these names beside those of loopback
+    MetricsChoice metrics; // what /metrics gives
+    WebConfig web;         // TLS and users; neither when empty
+};
+
 class HttpServer
 {
 public:
@@ -36,10 +46,8 @@ public:
     HttpServer& operator=(const HttpServer&) = delete;
 
     // Starts serving in a thread of its own; false with a reason when the address cannot be listened on.
-    // allowed_hosts: names that clients of a loopback address may use beside those of loopback.
-    bool start(const ListenAddress& address, const HttpLimits& limits, const std::vector<std::string>& allowed_hosts,
-               std::string& reason);
-    // What is listened on, with the port that was found.
+    bool start(const ListenAddress& address, const HttpLimits& limits, const HttpOptions& options, std::string& reason);
+    // What the server listens on, with the port that was found.
     const ListenAddress& address() const;
     int port() const { return address().port; }
 

@@ -1,12 +1,17 @@
 #include "serve/listener.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <charconv>
+#include <cstdlib>
+#include <cstring>
 
 namespace kavstat {
 
@@ -41,8 +46,52 @@ struct socket_address
     bool b_sound = false;
 };
 
+sockaddr_un unix_address(const std::string& path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    return address;
+}
+
+// A socket on which nobody listens any more.
+bool is_stale(const sockaddr_un& address)
+{
+    struct stat info
+    {
+    };
+    if (lstat(address.sun_path, &info) != 0 || !S_ISSOCK(info.st_mode)) {
+        return false;
+    }
+    const int probe = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    const bool b_refused =
+        connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 && errno == ECONNREFUSED;
+    close(probe);
+    return b_refused;
+}
+
+bool start_listening_unix(int socket, const ListenAddress& address)
+{
+    const sockaddr_un wanted = unix_address(address.path);
+    const auto* const bytes = reinterpret_cast<const sockaddr*>(&wanted);
+    int error = bind(socket, bytes, sizeof wanted) != 0 ? errno : 0;
+    if (error == EADDRINUSE && is_stale(wanted)) {
+        unlink(wanted.sun_path);
+        error = bind(socket, bytes, sizeof wanted) != 0 ? errno : 0;
+    }
+    if (error != 0) {
+        errno = error;
+        return false;
+    }
+    // Before anybody can connect.
+    return chmod(wanted.sun_path, address.mode) == 0 && listen(socket, SOMAXCONN) == 0;
+}
+
 bool start_listening(int socket, ListenAddress& address)
 {
+    if (address.is_unix()) {
+        return start_listening_unix(socket, address);
+    }
     const int on = 1;
     setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     if (address.is_v6()) {
@@ -57,20 +106,65 @@ bool start_listening(int socket, ListenAddress& address)
     return true;
 }
 
+// What a socket is bound to. Nothing for other families.
+std::optional<ListenAddress> address_of(int socket)
+{
+    sockaddr_storage storage{};
+    socklen_t size = sizeof storage;
+    if (getsockname(socket, reinterpret_cast<sockaddr*>(&storage), &size) != 0) {
+        return std::nullopt;
+    }
+    ListenAddress address;
+    char text[INET6_ADDRSTRLEN] = "";
+    if (storage.ss_family == AF_UNIX) {
+        const auto* const local = reinterpret_cast<const sockaddr_un*>(&storage);
+        address.path = local->sun_path[0] != 0 ? local->sun_path : "@";
+    } else if (storage.ss_family == AF_INET) {
+        const auto* const v4 = reinterpret_cast<const sockaddr_in*>(&storage);
+        address.host = inet_ntop(AF_INET, &v4->sin_addr, text, sizeof text);
+        address.port = ntohs(v4->sin_port);
+    } else if (storage.ss_family == AF_INET6) {
+        const auto* const v6 = reinterpret_cast<const sockaddr_in6*>(&storage);
+        address.host = inet_ntop(AF_INET6, &v6->sin6_addr, text, sizeof text);
+        address.port = ntohs(v6->sin6_port);
+    } else {
+        return std::nullopt;
+    }
+    return address;
+}
+
+// A variable's value as a number, or -1.
+long number_in(const char* variable)
+{
+    const char* const text = std::getenv(variable);
+    return text != nullptr && *text != 0 ? std::strtol(text, nullptr, 10) : -1;
+}
+
 } // namespace
 
 bool ListenAddress::is_loopback() const
 {
-    return is_v6() ? host == "::1" : host.starts_with("127.");
+    return !is_unix() && (is_v6() ? host == "::1" : host.starts_with("127."));
 }
 
 std::string ListenAddress::text() const
 {
+    if (is_unix()) {
+        return "unix:" + path;
+    }
     return (is_v6() ? "[" + host + "]" : host) + ":" + std::to_string(port);
 }
 
 std::optional<ListenAddress> parse_listen_address(std::string_view text)
 {
+    constexpr std::string_view unix_prefix = "unix:";
+    if (text.starts_with(unix_prefix)) {
+        ListenAddress address;
+        address.path = text.substr(unix_prefix.size());
+        const bool b_sound = address.path.starts_with('/') && address.path.size() < sizeof sockaddr_un::sun_path &&
+                             address.path.find('\0') == std::string::npos;
+        return b_sound ? std::optional(address) : std::nullopt;
+    }
     const std::size_t colon = text.rfind(':');
     if (colon == std::string_view::npos) {
         return std::nullopt;
@@ -81,7 +175,8 @@ std::optional<ListenAddress> parse_listen_address(std::string_view text)
     if (b_brackets) {
         host = host.substr(1, host.size() - 2);
     }
-    ListenAddress address{std::string(host), 0};
+    ListenAddress address;
+    address.host = host;
     const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), address.port);
     const bool b_port = error == std::errc() && end == port.data() + port.size() && port.front() != '-' &&
                         address.port >= 0 && address.port <= 65535;
@@ -101,9 +196,40 @@ std::optional<ListenAddress> parse_listen_address(std::string_view text)
     return address;
 }
 
+bool find_systemd_socket(ListenAddress& address, std::string& reason)
+{
+    constexpr int first = 3;
+    const long count = number_in("LISTEN_PID") == getpid() ? number_in("LISTEN_FDS") : 0;
+    if (count <= 0) {
+        return true;
+    }
+    unsetenv("LISTEN_PID");
+    unsetenv("LISTEN_FDS");
+    unsetenv("LISTEN_FDNAMES");
+    int type = 0;
+    int b_listens = 0;
+    socklen_t size = sizeof(int);
+    getsockopt(first, SOL_SOCKET, SO_TYPE, &type, &size);
+    getsockopt(first, SOL_SOCKET, SO_ACCEPTCONN, &b_listens, &size);
+    const std::optional<ListenAddress> found = address_of(first);
+    if (count > 1 || !found || type != SOCK_STREAM || b_listens == 0) {
+        reason =
+            count > 1 ? "systemd has passed more than one socket" : "systemd has passed no listening stream socket";
+        return false;
+    }
+    fcntl(first, F_SETFD, FD_CLOEXEC);
+    fcntl(first, F_SETFL, fcntl(first, F_GETFL) | O_NONBLOCK);
+    address = *found;
+    address.inherited = first;
+    return true;
+}
+
 int listen_on(ListenAddress& address)
 {
-    const int family = address.is_v6() ? AF_INET6 : AF_INET;
+    if (address.inherited >= 0) {
+        return address.inherited;
+    }
+    const int family = address.is_unix() ? AF_UNIX : address.is_v6() ? AF_INET6 : AF_INET;
     const int socket = ::socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (socket >= 0 && !start_listening(socket, address)) {
         const int error = errno;

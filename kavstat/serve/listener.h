@@ -1,6 +1,8 @@
 // The address that a server listens on, and the socket for it.
 #pragma once
 
+#include <sys/types.h>
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,18 +13,27 @@ struct ListenAddress
 {
     std::string host; // a numeric address, "127.0.0.1" or "::1"
     int port = 0;     // 0 for any that is free
+    std::string path; // of a Unix socket, instead of both
+    mode_t mode = 0660;
+    int inherited = -1; // a socket that listens already
 
+    bool is_unix() const { return !path.empty(); }
     bool is_v6() const { return host.find(':') != std::string::npos; }
     // Reached from this machine only: of 127.0.0.0/8, or ::1.
     bool is_loopback() const;
-    // "127.0.0.1:9748" or "[::1]:9748".
+    // "127.0.0.1:9748", "[::1]:9748" or "unix:/run/kavstat.sock".
     std::string text() const;
 };
 
 // The reverse of text(); nothing when it is not of that form.
 std::optional<ListenAddress> parse_listen_address(std::string_view text);
 
-// Listens, and puts the port into `address` when it was 0. Returns a non-blocking socket, or -1 with errno set.
+// The socket that systemd has opened for this process, by its variables LISTEN_PID and LISTEN_FDS. False with a reason
+// when there is one that cannot be used. Without one, the address stays as it is.
+bool find_systemd_socket(ListenAddress& address, std::string& reason);
+
+// Listens, and puts the port into `address` when it was 0. A Unix socket of a server that is gone is replaced. Returns
+// a non-blocking socket, or -1 with errno set.
 int listen_on(ListenAddress& address);
 
 } // namespace kavstat

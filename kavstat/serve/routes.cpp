@@ -3,8 +3,12 @@
 #include "RE_stat_error.h"
 #include "documents/statistics_json.h"
 #include "format/json_writer.h"
+#include "format/text.h"
+#include "serve/negotiation.h"
+#include "serve/process_metrics.h"
 
 #include <algorithm>
+#include <chrono>
 #include <vector>
 
 namespace kavstat {
@@ -12,6 +16,7 @@ namespace kavstat {
 namespace {
 
 constexpr const char* metrics_type = "text/plain; version=0.0.4; charset=utf-8";
+constexpr const char* openmetrics_type = "application/openmetrics-text; version=1.0.0; charset=utf-8";
 
 // write: writes the text to an Output.
 template <typename Write>
@@ -42,8 +47,65 @@ HttpAnswer document_answer(const char* type, std::shared_ptr<Moment> moment, Mak
     return answer;
 }
 
+// The collectors that the query selects from those that are on. Nothing, with a reason, when it names others.
+std::optional<CollectorSet> selected_collectors(const HttpTarget& target, const CollectorSet& available,
+                                                std::string& reason)
+{
+    const auto named = [&](const char* parameter) -> std::optional<CollectorSet> {
+        CollectorSet set;
+        for (const HttpParameter& each : target.parameters) {
+            if (each.name != parameter) {
+                continue;
+            }
+            const auto* const found = std::find(collector_names.begin(), collector_names.end(), each.value);
+            const auto at = static_cast<std::size_t>(found - collector_names.begin());
+            if (at == collector_names.size() || !available.test(at)) {
+                reason =
+                    (at == collector_names.size() ? "no such collector: \"" : "this collector is switched off: \"") +
+                    each.value + "\"";
+                return std::nullopt;
+            }
+            set.set(at);
+        }
+        return set;
+    };
+    const std::optional<CollectorSet> wanted = named("collect[]");
+    const std::optional<CollectorSet> unwanted = named("exclude[]");
+    if (!wanted || !unwanted) {
+        return std::nullopt;
+    }
+    if (wanted->any() && unwanted->any()) {
+        reason = "collect[] and exclude[] in one query";
+        return std::nullopt;
+    }
+    if (wanted->any()) {
+        // Not a part of the engine: OpenMetrics has these times unless they are excluded.
+        constexpr auto created = static_cast<std::size_t>(Collector::created);
+        CollectorSet set = *wanted;
+        set.set(created, available.test(created));
+        return set;
+    }
+    return available & ~*unwanted;
+}
+
 HttpAnswer answer_metrics(const HttpRequest& request, RouteContext& context)
 {
+    const auto begin = std::chrono::steady_clock::now();
+    MetricsChoice choice = context.metrics;
+    std::string reason;
+    const std::optional<CollectorSet> collectors = selected_collectors(request.target, choice.collectors, reason);
+    if (!collectors) {
+        return text_answer(400, clean_text(reason) + "\n");
+    }
+    choice.collectors = *collectors;
+    choice.format = preferred_metrics_format(request.accept);
+    const char* const type = choice.format == MetricsFormat::openmetrics ? openmetrics_type : metrics_type;
+    choice.write_own = [begin, format = choice.format, start_time = context.start_time](Output& output) {
+        const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - begin;
+        write_metric(output, format, MetricType::gauge, "kavstat_scrape_duration_seconds",
+                     "time since the request for these metrics came", std::to_string(seconds.count()));
+        write_process_metrics(output, format, start_time);
+    };
     std::shared_ptr<Moment> moment;
     const int error = find_statistics(request, context, moment);
     if (error == RE_STAT_ERR_READ || error == RE_STAT_ERR_NO_MEMORY) {
@@ -51,10 +113,10 @@ HttpAnswer answer_metrics(const HttpRequest& request, RouteContext& context)
         return text_answer(503, Source::reason_of(error) + "\n");
     }
     if (error != 0) {
-        return text_answer(200, text_of(write_metrics_without_engine), metrics_type);
+        return text_answer(200, text_of([&](Output& output) { write_metrics_without_engine(output, choice); }), type);
     }
-    return document_answer(metrics_type, std::move(moment),
-                           [](Moment& of, Output& output) { return of.exposition.document(output); });
+    return document_answer(type, std::move(moment),
+                           [choice](Moment& of, Output& output) { return of.exposition.document(output, choice); });
 }
 
 HttpAnswer answer_statistics(const HttpRequest& request, RouteContext& context)
@@ -80,6 +142,12 @@ HttpAnswer answer_alive(const HttpRequest&, RouteContext&)
     return text_answer(200, "ok\n");
 }
 
+HttpAnswer answer_ready(const HttpRequest&, RouteContext&)
+{
+    const int error = Source().open();
+    return error == 0 ? text_answer(200, "ok\n") : text_answer(503, Source::reason_of(error) + "\n");
+}
+
 struct Route
 {
     const char* path;
@@ -91,9 +159,10 @@ struct Route
 const std::vector<Route>& routes()
 {
     static const std::vector<Route> all{
-        {"/metrics", {}, answer_metrics},
+        {"/metrics", {"collect[]", "exclude[]"}, answer_metrics},
         {"/api/v1/statistics", {"scope"}, answer_statistics},
         {"/healthz", {}, answer_alive},
+        {"/readyz", {}, answer_ready},
     };
     return all;
 }
@@ -140,7 +209,7 @@ HttpAnswer answer_to(const HttpRequest& request, RouteContext& context)
                 return std::find(route.parameters.begin(), route.parameters.end(), parameter.name) ==
                        route.parameters.end();
             });
-            return route.handler({request.b_head, target}, context);
+            return route.handler({request.b_head, target, request.accept}, context);
         }
     }
     if (request.target.path == "/") {

@@ -13,12 +13,15 @@ struct HttpRequest
 {
     bool b_head = false; // only the head of the answer is sent
     const HttpTarget& target;
+    std::string_view accept; // the field of that name; several are joined by commas
 };
 
 // What answers are made from. All requests are answered in one thread.
 struct RouteContext
 {
     Moments& moments;
+    MetricsChoice metrics; // what /metrics gives when the request leaves it open
+    double start_time;     // of the process, seconds since the epoch
 };
 
 // The answer to a GET or HEAD request for any path.

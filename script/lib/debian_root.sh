@@ -33,6 +33,31 @@ exec chroot "$1" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root TERM=dumb 
 END
 }
 
+# boot_root FOLDER SCRIPT: boots a root with systemd in it, in a network of its own, and runs a script there. Prints what the
+# script prints, and fails unless its last line is "ok".
+boot_root() {
+    local root=$1
+    cp "$2" "$root/root/boot_script"
+    cat >"$root/etc/systemd/system/boot_script.service" <<'END'
+[Unit]
+After=multi-user.target
+[Service]
+Type=oneshot
+ExecStart=/root/boot_script
+StandardOutput=file:/root/boot_output
+StandardError=file:/root/boot_output
+ExecStopPost=systemctl --no-block poweroff
+[Install]
+WantedBy=graphical.target
+END
+    mkdir -p "$root/etc/systemd/system/graphical.target.wants"
+    ln -sf ../boot_script.service "$root/etc/systemd/system/graphical.target.wants/boot_script.service"
+    timeout 300 systemd-nspawn --quiet --boot --private-network --register=no --keep-unit --directory="$root" \
+        >"$root.boot" 2>&1 </dev/null || true
+    cat "$root/root/boot_output" || tail -n 30 "$root.boot"
+    [[ "$(tail -n 1 "$root/root/boot_output")" == ok ]]
+}
+
 # put_tree FOLDER: checks the committed tree out to /root/kav in the root.
 put_tree() {
     git bundle create -q "$1/root/kav.bundle" HEAD

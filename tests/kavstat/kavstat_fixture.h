@@ -29,13 +29,13 @@ protected:
         Source source;
         return nlohmann::json::parse(json_text(source, scopes));
     }
-    std::string metrics()
+    std::string metrics(const MetricsChoice& choice = {})
     {
         Source source;
         EXPECT_EQ(source.open(), 0);
         StringSink sink;
         Output output(sink);
-        write_metrics_of(source.reader(), now, output);
+        write_metrics_of(source.reader(), now, output, choice);
         EXPECT_TRUE(output.flush());
         return sink.text();
     }

@@ -239,3 +239,90 @@ TEST_F(metrics_text, of_an_absent_engine_says_so_and_nothing_else)
                            "# TYPE kavstat_build_info gauge\n"
                            "kavstat_build_info{version=\"" KAV_VERSION "\"} 1\n");
 }
+
+TEST_F(metrics_text, in_openmetrics_name_families_units_and_times)
+{
+    start();
+    const int peer = engine.add_peer(12, {});
+    engine.open_conn(peer, {}, {}, 5);
+    MetricsChoice choice;
+    choice.format = MetricsFormat::openmetrics;
+    const std::string text = metrics(choice);
+    const auto has = [&](const std::string& lines) { return ("\n" + text).find("\n" + lines) != std::string::npos; };
+    EXPECT_TRUE(has("# TYPE kavstat_build info\n"
+                    "# HELP kavstat_build the program that made these metrics; always 1\n"
+                    "kavstat_build_info{version="));
+    EXPECT_TRUE(has("# TYPE kav_cache_size_bytes gauge\n"
+                    "# UNIT kav_cache_size_bytes bytes\n"
+                    "# HELP kav_cache_size_bytes usable cache size on disk\n"
+                    "kav_cache_size_bytes 0\n"));
+    EXPECT_TRUE(has("# TYPE kav_cache_reads counter\n"));
+    EXPECT_TRUE(has("kav_cache_reads_total 0\nkav_cache_reads_created 1700000000\n"));
+    EXPECT_TRUE(has("# TYPE kav_peer info\n"));
+    EXPECT_TRUE(has("kav_peer_connections_input_bytes_total{direction=\"encode\",peer=\"12\"} 0\n"
+                    "kav_peer_connections_input_bytes_created{direction=\"encode\",peer=\"12\"} 1700000000\n"));
+    EXPECT_TRUE(has("kav_connections_message_size_bytes_count{direction=\"encode\"} 0\n"
+                    "kav_connections_message_size_bytes_created{direction=\"encode\"} 1700000000\n"));
+    EXPECT_TRUE(text.ends_with("\n# EOF\n"));
+    choice.collectors.reset(static_cast<std::size_t>(Collector::created));
+    EXPECT_EQ(metrics(choice).find("_created"), std::string::npos);
+}
+
+TEST_F(metrics_text, openmetrics_leave_out_counts_below_zero)
+{
+    start();
+    engine.set_global(RE_STAT_GLOBAL_ID_NUM_READ, -5);
+    EXPECT_TRUE(has_line("kav_cache_reads_total -5"));
+    MetricsChoice choice;
+    choice.format = MetricsFormat::openmetrics;
+    const std::string text = metrics(choice);
+    EXPECT_NE(text.find("\n# TYPE kav_cache_reads counter\n"), std::string::npos);
+    EXPECT_EQ(text.find("\nkav_cache_reads_"), std::string::npos);
+}
+
+TEST_F(metrics_text, beyond_the_bound_on_series_lack_whole_peers_and_applications)
+{
+    start();
+    for (int number = 1; number <= 3; ++number) {
+        RE_stat_peer_header header{};
+        header.m_kav_peer_id.m_data[0] = static_cast<unsigned char>(number);
+        engine.add_peer(number, header);
+        RE_stat_app_header app{};
+        app.set(header.m_kav_peer_id, 80, false);
+        engine.find_or_add_app(app);
+    }
+    const auto series_with = [](const std::string& text, const std::string& part) {
+        std::istringstream lines(text);
+        int count = 0;
+        for (std::string line; std::getline(lines, line);) {
+            count += line[0] != '#' && line.find(part) != std::string::npos ? 1 : 0;
+        }
+        return count;
+    };
+    const std::string all = metrics();
+    EXPECT_EQ(all.find("kavstat_series_dropped"), std::string::npos);
+    const int of_app = series_with(all, "port=\"80\"") / 3;
+    const int of_peer = series_with(all, "peer=\"1\"") - of_app;
+    MetricsChoice choice;
+    choice.collectors.reset(static_cast<std::size_t>(Collector::engine));
+    choice.collectors.reset(static_cast<std::size_t>(Collector::connections));
+    const auto limited_to = [&](int series) {
+        choice.max_series = static_cast<std::size_t>(series);
+        return metrics(choice);
+    };
+    const std::string whole = limited_to(3 * of_peer + 3 * of_app);
+    EXPECT_NE(whole.find("\nkavstat_series_dropped 0\n"), std::string::npos);
+    EXPECT_EQ(series_with(whole, "port=\"80\""), 3 * of_app);
+    const std::string cut = limited_to(3 * of_peer + 2 * of_app - 1);
+    EXPECT_NE(cut.find("\nkavstat_series_dropped " + std::to_string(2 * of_app) + "\n"), std::string::npos);
+    EXPECT_EQ(series_with(cut, "port=\"80\""), of_app);
+    EXPECT_EQ(series_with(cut, "port=\"80\",handle=\"0\",classifier=\"server_port\",peer=\"1\""), of_app);
+    EXPECT_EQ(series_with(cut, "peer=\"3\""), of_peer);
+    const std::string one = limited_to(2 * of_peer - 1);
+    EXPECT_EQ(series_with(one, "peer=\"1\""), of_peer);
+    EXPECT_EQ(series_with(one, "peer=\"2\""), 0);
+    EXPECT_EQ(series_with(one, "port="), 0);
+    // The engine is shown whatever the bound.
+    choice.collectors.set();
+    EXPECT_NE(limited_to(1).find("\nkav_cache_reads_total 0\n"), std::string::npos);
+}

@@ -6,12 +6,16 @@
 #include "serve/http_request.h"
 #include "serve/http_server.h"
 #include "serve/moments.h"
+#include "serve/negotiation.h"
 #include "support/http_client.h"
 #include "support/program_cost.h"
 
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <atomic>
@@ -23,6 +27,13 @@ using namespace kavstat;
 
 namespace {
 
+// Returns the metrics without those that only a program which keeps running can have.
+std::string of_command_line(const std::string& metrics)
+{
+    const std::regex silence("(# (HELP|TYPE) )?kav_connections_longest_silence_seconds .*\n");
+    return std::regex_replace(metrics.substr(0, metrics.find("# HELP kavstat_scrape_duration_seconds")), silence, "");
+}
+
 class server_test : public kavstat_test
 {
 protected:
@@ -31,7 +42,8 @@ protected:
     static constexpr std::chrono::milliseconds idle{b_under_a_sanitizer ? 2000 : 500};
     static constexpr std::chrono::milliseconds longest_answer{b_under_a_sanitizer ? 8000 : 1500};
 
-    void serve(const ListenAddress& address = {"127.0.0.1", 0}, const std::vector<std::string>& allowed_hosts = {})
+    void serve(const ListenAddress& address = *parse_listen_address("127.0.0.1:0"),
+               const std::vector<std::string>& allowed_hosts = {})
     {
         HttpLimits limits;
         limits.connections = 16;
@@ -40,7 +52,15 @@ protected:
         limits.idle = idle;
         limits.longest_answer = longest_answer;
         std::string reason;
-        ASSERT_TRUE(server.start(address, limits, allowed_hosts, reason)) << reason;
+        ASSERT_TRUE(server.start(address, limits, {allowed_hosts, {}, {}}, reason)) << reason;
+    }
+    // With a user "alice" whose password is "secret".
+    void serve_users(const ListenAddress& address = *parse_listen_address("127.0.0.1:0"))
+    {
+        HttpOptions options;
+        options.web.users["alice"] = "$2y$10$KBCwKxOzLha2MUDgW0PjXe5iC0KgerkTIWLGUoONajjj98vdFiyt2";
+        std::string reason;
+        ASSERT_TRUE(server.start(address, {}, options, reason)) << reason;
     }
     // Starts an engine with some megabytes of JSON.
     void start_large()
@@ -61,12 +81,7 @@ protected:
         client.send(head + "\r\n");
         return parse_answer(client.read_all());
     }
-    // Returns the metrics without the one that only a program which keeps running can have.
-    std::string served_metrics()
-    {
-        const std::regex silence("(# (HELP|TYPE) )?kav_connections_longest_silence_seconds .*\n");
-        return std::regex_replace(get(server.port(), "/metrics").body, silence, "");
-    }
+    std::string served_metrics() { return of_command_line(get(server.port(), "/metrics").body); }
     int status_for_host(const std::string& host)
     {
         return answer_to("GET /metrics HTTP/1.1\r\nHost: " + host + "\r\n").status;
@@ -79,8 +94,33 @@ protected:
         return ("\n" + answer.body).find("\n" + line + "\n") != std::string::npos;
     }
 
+    // The answer to a GET with another header field.
+    http_answer get_with(const std::string& path, const std::string& field)
+    {
+        return answer_to("GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n" + field + "\r\n");
+    }
+
     HttpServer server;
 };
+
+// "alice:secret"
+constexpr const char* alice = "Authorization: Basic YWxpY2U6c2VjcmV0\r\n";
+
+std::string gunzipped(const std::string& bytes)
+{
+    z_stream stream{};
+    EXPECT_EQ(inflateInit2(&stream, 15 + 16), Z_OK);
+    std::string text(std::size_t{32} << 20, '\0');
+    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
+    stream.avail_in = static_cast<uInt>(bytes.size());
+    stream.next_out = reinterpret_cast<Bytef*>(text.data());
+    stream.avail_out = static_cast<uInt>(text.size());
+    EXPECT_EQ(inflate(&stream, Z_FINISH), Z_STREAM_END);
+    EXPECT_EQ(stream.avail_in, 0U);
+    text.resize(stream.total_out);
+    inflateEnd(&stream);
+    return text;
+}
 
 } // namespace
 
@@ -91,10 +131,45 @@ TEST(listen_address, is_a_numeric_address_and_a_port)
     EXPECT_EQ(address->host, "127.0.0.1");
     EXPECT_EQ(address->port, 9748);
     EXPECT_EQ(parse_listen_address("[::1]:0")->host, "::1");
+    EXPECT_EQ(parse_listen_address("unix:/run/a.sock")->path, "/run/a.sock");
+    EXPECT_EQ(parse_listen_address("unix:/run/a.sock")->text(), "unix:/run/a.sock");
     for (const char* const text : {"", ":", ":80", "127.0.0.1", "127.0.0.1:", "127.0.0.1:65536", "127.0.0.1:-1",
                                    "127.0.0.1:80x", "localhost:80", "::1:80", "[127.0.0.1]:80", "[::1]", "[::1:80",
-                                   "127.0.0.1 :80", "1.2.3.4,5.6.7.8:80", "127.0.0.1:99999999999"}) {
+                                   "127.0.0.1 :80", "unix:", "unix:a", "1.2.3.4,5.6.7.8:80", "127.0.0.1:99999999999"}) {
         EXPECT_FALSE(parse_listen_address(text)) << text;
+    }
+}
+
+TEST(negotiation, gives_openmetrics_to_those_who_name_it)
+{
+    for (const char* const accept :
+         {"application/openmetrics-text", "Application/OpenMetrics-Text;version=\"1.0.0\"; charset=utf-8",
+          "text/plain;q=0.5, application/openmetrics-text; version=1.0.0; q=0.5",
+          "application/openmetrics-text;version=1.0.0,application/openmetrics-text;version=0.0.1;q=0.75,"
+          "text/plain;version=0.0.4;q=0.5,*/*;q=0.1"}) {
+        EXPECT_EQ(preferred_metrics_format(accept), MetricsFormat::openmetrics) << accept;
+    }
+    for (const char* const accept :
+         {"", "*/*", "application/*", "text/plain", "text/html", "application/openmetrics-text;q=0",
+          "application/openmetrics-text;version=0.0.1", "application/openmetrics-text;q=0.4,text/plain;q=0.5",
+          "application/openmetrics-text;q=0.1,*/*;q=0.100001,text/*;q=0.2", "application/openmetrics-text;q=2", ";;,=,",
+          "application/openmetrics-text;q=0.9;q=x"}) {
+        EXPECT_EQ(preferred_metrics_format(accept), MetricsFormat::prometheus) << accept;
+    }
+}
+
+TEST(negotiation, compresses_for_those_who_accept_it)
+{
+    for (const char* const accept : {"gzip", "GZIP", "x-gzip", "deflate, gzip;q=1.0, *;q=0.5", "*", "gzip;q=0.001",
+                                     "gzip, identity;q=0", "identity;q=0.5, gzip;q=0.5", "identity;q=0, *"}) {
+        EXPECT_EQ(preferred_coding(accept), ContentCoding::gzip) << accept;
+    }
+    for (const char* const accept :
+         {"", "br", "gzip;q=0", "gzip;q=0.5, identity", "identity", "*;q=0, identity", "gzip;q=0.0, *", "gzip;q=1.5"}) {
+        EXPECT_EQ(preferred_coding(accept), ContentCoding::identity) << accept;
+    }
+    for (const char* const accept : {"identity;q=0", "*;q=0", "br, identity;q=0", "gzip;q=0, *;q=0"}) {
+        EXPECT_EQ(preferred_coding(accept), std::nullopt) << accept;
     }
 }
 
@@ -227,6 +302,219 @@ TEST_F(server_test, gives_the_metrics_and_the_statistics_of_the_command_line)
     EXPECT_EQ(get(server.port(), "/healthz").body, "ok\n");
 }
 
+TEST_F(server_test, gives_metrics_in_the_format_that_the_client_asks_for)
+{
+    start();
+    serve();
+    const http_answer open =
+        get_with("/metrics", "Accept: text/plain;q=0.5\r\nAccept: application/openmetrics-text\r\n");
+    EXPECT_NE(open.head.find("\r\nContent-Type: application/openmetrics-text; version=1.0.0; charset=utf-8\r\n"),
+              std::string::npos);
+    EXPECT_NE(open.head.find("\r\nVary: Accept, Accept-Encoding\r\n"), std::string::npos);
+    EXPECT_TRUE(open.body.starts_with("# TYPE kav_up gauge\n"));
+    EXPECT_TRUE(open.body.ends_with("\n# EOF\n"));
+    const http_answer text = get_with("/metrics", "Accept: */*\r\n");
+    EXPECT_NE(text.head.find("\r\nContent-Type: text/plain; version=0.0.4; charset=utf-8\r\n"), std::string::npos);
+    EXPECT_TRUE(text.body.starts_with("# HELP kav_up "));
+    engine.close();
+    EXPECT_TRUE(get_with("/metrics", "Accept: application/openmetrics-text\r\n").body.ends_with("\n# EOF\n"));
+}
+
+TEST_F(server_test, compresses_what_it_sends)
+{
+    start_large();
+    serve();
+    const http_answer metrics_answer = get_with("/metrics", "Accept-Encoding: gzip\r\n");
+    EXPECT_NE(metrics_answer.head.find("\r\nContent-Encoding: gzip\r\n"), std::string::npos);
+    EXPECT_EQ(of_command_line(gunzipped(metrics_answer.body)), metrics());
+    const std::string plain = get(server.port(), "/api/v1/statistics?scope=connections").body;
+    const std::string small = get_with("/api/v1/statistics?scope=connections", "Accept-Encoding: gzip\r\n").body;
+    EXPECT_LT(small.size() * 8, plain.size());
+    EXPECT_EQ(nlohmann::json::parse(gunzipped(small)).at("connections"),
+              nlohmann::json::parse(plain).at("connections"));
+    EXPECT_EQ(gunzipped(get_with("/healthz", "Accept-Encoding: gzip\r\n").body), "ok\n");
+    EXPECT_EQ(get_with("/healthz", "Accept-Encoding: identity;q=0\r\n").status, 406);
+}
+
+TEST_F(server_test, a_query_selects_collectors)
+{
+    start();
+    fill();
+    serve();
+    const auto has = [](const http_answer& answer, const char* name) {
+        return answer.body.find(std::string("\n# TYPE ") + name) != std::string::npos;
+    };
+    const http_answer some = get(server.port(), "/metrics?collect[]=engine&collect%5B%5D=peers");
+    EXPECT_TRUE(has(some, "kav_cache_size_bytes "));
+    EXPECT_TRUE(has(some, "kav_peer_info "));
+    EXPECT_FALSE(has(some, "kav_connections_"));
+    EXPECT_FALSE(has(some, "kav_peer_connections_"));
+    EXPECT_FALSE(has(some, "kav_application_"));
+    EXPECT_FALSE(has(some, "process_"));
+    const http_answer most = get(server.port(), "/metrics?exclude[]=applications");
+    EXPECT_TRUE(has(most, "kav_peer_connections_"));
+    EXPECT_TRUE(has(most, "process_open_fds "));
+    EXPECT_FALSE(has(most, "kav_application_"));
+    EXPECT_FALSE(has(most, "kavstat_skipped_applications"));
+    EXPECT_EQ(get(server.port(), "/metrics?collect[]=nodes").body, "no such collector: \"nodes\"\n");
+    EXPECT_EQ(get(server.port(), "/metrics?collect[]=").status, 400);
+    EXPECT_EQ(get(server.port(), "/metrics?collect[]=engine&exclude[]=peers").body,
+              "collect[] and exclude[] in one query\n");
+    EXPECT_EQ(get(server.port(), "/metrics?debug=1").status, 200);
+}
+
+TEST_F(server_test, a_collector_that_is_off_cannot_be_asked_for)
+{
+    start();
+    HttpOptions options;
+    options.metrics.collectors.reset(static_cast<std::size_t>(Collector::peers));
+    std::string reason;
+    ASSERT_TRUE(server.start(*parse_listen_address("127.0.0.1:0"), {}, options, reason)) << reason;
+    EXPECT_EQ(get(server.port(), "/metrics").body.find("kav_peer_info"), std::string::npos);
+    const http_answer answer = get(server.port(), "/metrics?collect[]=peers");
+    EXPECT_EQ(answer.status, 400);
+    EXPECT_EQ(answer.body, "this collector is switched off: \"peers\"\n");
+}
+
+TEST_F(server_test, shows_how_the_process_fares)
+{
+    serve();
+    const std::string text = get(server.port(), "/metrics").body;
+    for (const char* const name :
+         {"kavstat_scrape_duration_seconds", "process_cpu_seconds_total", "process_open_fds", "process_max_fds",
+          "process_virtual_memory_bytes", "process_resident_memory_bytes", "process_start_time_seconds"}) {
+        const std::size_t at = text.find(std::string("\n") + name + " ");
+        ASSERT_NE(at, std::string::npos) << name;
+        EXPECT_GT(std::stod(text.substr(at + std::string(name).size() + 2)), 0) << name;
+    }
+}
+
+TEST_F(server_test, is_ready_while_there_is_an_engine)
+{
+    serve();
+    EXPECT_EQ(get(server.port(), "/readyz").status, 503);
+    EXPECT_EQ(get(server.port(), "/readyz").body, "no engine is running\n");
+    start();
+    EXPECT_EQ(get(server.port(), "/readyz").status, 200);
+    EXPECT_EQ(get(server.port(), "/readyz").body, "ok\n");
+    engine.close();
+    EXPECT_EQ(get(server.port(), "/readyz").status, 503);
+    EXPECT_EQ(get(server.port(), "/healthz").status, 200);
+}
+
+TEST_F(server_test, without_a_password_answers_nothing)
+{
+    start();
+    fill();
+    serve_users();
+    EXPECT_EQ(get_with("/metrics", alice).status, 200);
+    std::vector<std::string> methods = {"GET",     "HEAD",  "POST",  "PUT", "DELETE",
+                                        "OPTIONS", "TRACE", "PATCH", "X",   "get"};
+    for (const char* const path : {"/",
+                                   "/metrics",
+                                   "/metrics?collect[]=engine",
+                                   "/api/v1/statistics",
+                                   "/healthz",
+                                   "/readyz",
+                                   "/api/v1/health",
+                                   "/api/v1/history",
+                                   "/nothing",
+                                   "//metrics",
+                                   "/./metrics",
+                                   "/%6detrics",
+                                   "/metrics/",
+                                   "/metrics;",
+                                   "*",
+                                   "http://127.0.0.1/metrics",
+                                   "http://other/metrics",
+                                   "metrics",
+                                   "/%00",
+                                   "/../etc/passwd",
+                                   "/?a=%zz"}) {
+        for (const std::string& method : methods) {
+            for (const char* const field :
+                 {"", "Authorization: Basic\r\n", "Authorization: Bearer YWxpY2U6c2VjcmV0\r\n",
+                  "Proxy-Authorization: Basic YWxpY2U6c2VjcmV0\r\n", "Content-Length: 3\r\n", "Host: other\r\n",
+                  "Authorization: Basic YWxpY2U6c2VjcmV0\r\nAuthorization: Basic YWxpY2U6c2VjcmV0\r\n"}) {
+                const http_client client(server.port());
+                client.send(method + " " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n" + field + "\r\n");
+                const http_answer answer = parse_answer(client.read_all());
+                ASSERT_EQ(answer.status, 401) << method << " " << path << " " << field;
+                ASSERT_NE(answer.head.find("\r\nWWW-Authenticate: Basic realm=\"kavstat\""), std::string::npos);
+                ASSERT_EQ(answer.body, method == "HEAD" ? "" : "a user's name and password are needed\n");
+            }
+        }
+    }
+}
+
+TEST_F(server_test, wrong_passwords_hold_nobody_up)
+{
+    start();
+    serve_users();
+    EXPECT_EQ(get_with("/healthz", alice).status, 200);
+    // "alice:wrong"
+    const std::string wrong =
+        "GET /metrics HTTP/1.1\r\nHost: 127.0.0.1\r\nAuthorization: Basic YWxpY2U6d3Jvbmc=\r\n\r\n";
+    std::vector<std::unique_ptr<http_client>> guessing;
+    for (int number = 1; number <= 60; ++number) {
+        guessing.push_back(std::make_unique<http_client>(server.port(), ("127.0.1." + std::to_string(number)).c_str()));
+        guessing.back()->send(wrong);
+    }
+    const auto start_time = std::chrono::steady_clock::now();
+    for (int round = 0; round < 5; ++round) {
+        EXPECT_EQ(get_with("/metrics", alice).status, 200);
+    }
+    // Each takes longer to verify than this.
+    EXPECT_LT(std::chrono::steady_clock::now() - start_time, 20 * std::chrono::milliseconds(50));
+    // Sixteen are being verified. The others are not.
+    int busy = 0;
+    for (std::size_t at = 20; at < guessing.size(); ++at) {
+        const http_answer answer = parse_answer(guessing[at]->read_all());
+        busy += answer.status == 429 ? 1 : 0;
+        EXPECT_TRUE(answer.status == 429 || answer.status == 401) << answer.status;
+    }
+    EXPECT_GT(busy, 10);
+    guessing.front()->read_all();
+    guessing.clear(); // Some are gone before their verdict.
+    EXPECT_EQ(get_with("/healthz", alice).status, 200);
+    http_client last(server.port());
+    last.send(wrong); // The server ends before its verdict.
+}
+
+TEST_F(server_test, serves_a_unix_socket)
+{
+    start_large();
+    ListenAddress address;
+    address.path = "/tmp/kavstat_test." + std::to_string(getpid());
+    address.mode = 0600;
+    serve(address);
+    struct stat info
+    {
+    };
+    ASSERT_EQ(stat(address.path.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0600U);
+    const http_client client(address.path);
+    client.send("GET /api/v1/statistics HTTP/1.1\r\nHost: anything\r\n\r\n");
+    // Slower than the limit on idleness, but never idle.
+    for (int round = 0; round < 6; ++round) {
+        std::this_thread::sleep_for(idle / 4);
+        ASSERT_TRUE(client.take(65536)) << round;
+    }
+    EXPECT_TRUE(client.read_all().ends_with("\r\n0\r\n\r\n"));
+    HttpServer second;
+    std::string reason;
+    EXPECT_FALSE(second.start(address, {}, {}, reason));
+    EXPECT_EQ(reason, "Address already in use");
+    // Not of a server.
+    ListenAddress file;
+    file.path = address.path + ".file";
+    close(open(file.path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+    HttpServer third;
+    EXPECT_FALSE(third.start(file, {}, {}, reason));
+    EXPECT_EQ(stat(file.path.c_str(), &info), 0);
+    unlink(file.path.c_str());
+}
+
 TEST_F(server_test, answers_what_it_does_not_serve)
 {
     serve();
@@ -306,7 +594,7 @@ TEST_F(server_test, a_port_that_is_taken_is_refused_with_a_reason)
     serve();
     HttpServer second;
     std::string reason;
-    EXPECT_FALSE(second.start({"127.0.0.1", server.port()}, {}, {}, reason));
+    EXPECT_FALSE(second.start(*parse_listen_address("127.0.0.1:" + std::to_string(server.port())), {}, {}, reason));
     EXPECT_NE(reason.find("Address already in use"), std::string::npos) << reason;
 }
 
@@ -487,7 +775,7 @@ TEST_F(server_test, a_server_that_ends_cuts_off_what_it_sends)
     {
         HttpServer short_lived;
         std::string reason;
-        ASSERT_TRUE(short_lived.start({"127.0.0.1", 0}, {}, {}, reason)) << reason;
+        ASSERT_TRUE(short_lived.start(*parse_listen_address("127.0.0.1:0"), {}, {}, reason)) << reason;
         lazy = std::make_unique<http_client>(short_lived.port());
         lazy->send("GET /api/v1/statistics HTTP/1.0\r\n\r\n");
         ASSERT_TRUE(lazy->take(1));
@@ -545,7 +833,7 @@ TEST_F(server_test, head_has_the_head_and_no_more)
 
 TEST_F(server_test, on_loopback_answers_to_names_of_loopback_only)
 {
-    serve({"127.0.0.1", 0}, {"metrics.example.net"});
+    serve(*parse_listen_address("127.0.0.1:0"), {"metrics.example.net"});
     for (const char* const host : {"localhost", "LOCALHOST:9748", "127.0.0.1", "127.1.2.3:80", "[::1]", "[::1]:9748",
                                    "metrics.example.net", "Metrics.Example.Net:80"}) {
         EXPECT_EQ(status_for_host(host), 200) << host;
@@ -563,7 +851,7 @@ TEST_F(server_test, on_loopback_answers_to_names_of_loopback_only)
 
 TEST_F(server_test, elsewhere_answers_to_every_name)
 {
-    serve({"0.0.0.0", 0});
+    serve(*parse_listen_address("0.0.0.0:0"));
     EXPECT_EQ(status_for_host("example.net"), 200);
 }
 

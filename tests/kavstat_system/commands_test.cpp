@@ -334,6 +334,39 @@ TEST_F(kavstat_command, metrics_are_what_promtool_accepts)
     EXPECT_EQ(result.out + result.err, "");
 }
 
+TEST_F(kavstat_command, openmetrics_are_what_a_strict_parser_accepts)
+{
+    const auto parse = [this](const std::string& text) {
+        write_file(path("metrics.txt"), text);
+        return child_program("/usr/bin/python3", {KAV_TEST_FILES "/openmetrics.py", path("metrics.txt")}).finish();
+    };
+    const std::vector<std::string> command = {"metrics", "--format", "openmetrics"};
+    {
+        const program_result absent = parse(run_kavstat(command).out);
+        EXPECT_EQ(absent.err, "");
+        EXPECT_EQ(absent.out, "kav_up gauge - kav_up 0\n"
+                              "kavstat_build info - kavstat_build_info 1\n");
+    }
+    const small_engine engine;
+    const std::string text = run_kavstat(command).out;
+    const program_result result = parse(text);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+    EXPECT_TRUE(contains(result.out, "\nkav_connections_input_bytes counter bytes kav_connections_input_bytes_total "
+                                     "1000000\n"))
+        << result.out;
+    EXPECT_TRUE(contains(result.out, "\nkav_connections_message_size_bytes histogram bytes "));
+    const program_result short_one = parse(run_kavstat({"metrics", "--format", "openmetrics", "--no-collector.peers",
+                                                        "--no-collector.created", "--max-series", "10"})
+                                               .out);
+    EXPECT_EQ(short_one.err, "");
+    EXPECT_FALSE(contains(short_one.out, "_created "));
+    EXPECT_FALSE(contains(short_one.out, "kav_peer_"));
+    // The parser notices errors.
+    EXPECT_NE(parse(text + "\n").status, 0);
+    EXPECT_NE(parse(text.substr(0, text.size() - 6)).status, 0);
+}
+
 TEST_F(kavstat_command, diff_compares_a_file_with_the_running_engine)
 {
     small_engine engine;

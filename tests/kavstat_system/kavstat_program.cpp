@@ -28,15 +28,22 @@ int free_port()
     return ntohs(address.sin_port);
 }
 
-kavstat_server::kavstat_server(const run_surroundings& surroundings)
-    : m_program(built_program("kavstat"), {"serve", "--listen", "127.0.0.1:0"}, surroundings)
+kavstat_server::kavstat_server(const run_surroundings& surroundings, const std::vector<std::string>& options)
+    : m_program(
+          built_program("kavstat"),
+          [&] {
+              std::vector<std::string> arguments = {"serve", "--listen", "127.0.0.1:0"};
+              arguments.insert(arguments.end(), options.begin(), options.end());
+              return arguments;
+          }(),
+          surroundings)
 {
-    const std::string begin = "serving http://127.0.0.1:";
     const std::string line = m_program.read_line().value_or("");
-    if (!line.starts_with(begin)) {
+    const std::size_t port = line.find("://127.0.0.1:");
+    if (!line.starts_with("serving http") || port == std::string::npos) {
         throw std::runtime_error("kavstat serve says: " + line);
     }
-    m_port = std::stoi(line.substr(begin.size()));
+    m_port = std::stoi(line.substr(line.rfind(':') + 1));
 }
 
 program_result kavstat_server::stop()

@@ -18,7 +18,8 @@ int free_port();
 class kavstat_server
 {
 public:
-    explicit kavstat_server(const run_surroundings& surroundings = {});
+    // options: beside the address.
+    explicit kavstat_server(const run_surroundings& surroundings = {}, const std::vector<std::string>& options = {});
     int port() const { return m_port; }
     // Asks the server to stop and waits for its end.
     program_result stop();

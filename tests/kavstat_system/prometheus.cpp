@@ -8,7 +8,8 @@
 
 namespace {
 
-std::string configuration(const std::string& folder, const std::vector<int>& ports, const std::string& rules)
+std::string configuration(const std::string& folder, const std::vector<int>& ports, const std::string& rules,
+                          const std::string& scrape_options)
 {
     const std::string path = folder + "/prometheus.yml";
     std::string targets;
@@ -21,7 +22,8 @@ std::string configuration(const std::string& folder, const std::vector<int>& por
                      "  evaluation_interval: 1s\n" +
                          (rules.empty() ? "" : "rule_files: ['" + rules + "']\n") +
                          "scrape_configs:\n"
-                         "  - job_name: kav\n"
+                         "  - job_name: kav\n" +
+                         scrape_options +
                          "    static_configs:\n"
                          "      - targets: [" +
                          targets + "]\n");
@@ -41,9 +43,10 @@ std::string escaped_for_query(const std::string& text)
 
 } // namespace
 
-prometheus::prometheus(const std::string& folder, const std::vector<int>& ports, const std::string& rules)
+prometheus::prometheus(const std::string& folder, const std::vector<int>& ports, const std::string& rules,
+                       const std::string& scrape_options)
     : m_port(free_port()), m_program("/usr/bin/prometheus",
-                                     {"--config.file=" + configuration(folder, ports, rules),
+                                     {"--config.file=" + configuration(folder, ports, rules, scrape_options),
                                       "--storage.tsdb.path=" + folder + "/prometheus",
                                       "--web.listen-address=127.0.0.1:" + std::to_string(m_port), "--log.level=error"})
 {}

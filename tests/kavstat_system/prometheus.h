@@ -17,8 +17,9 @@ class prometheus
 {
 public:
     // folder: contains the server's data. ports: the ports to scrape at /metrics. rules: a rule file that is evaluated
-    // once a second, or empty.
-    prometheus(const std::string& folder, const std::vector<int>& ports, const std::string& rules = {});
+    // once a second, or empty. scrape_options: lines of the scrape configuration, indented by four.
+    prometheus(const std::string& folder, const std::vector<int>& ports, const std::string& rules = {},
+               const std::string& scrape_options = {});
 
     // Returns the current answer to an instant query.
     stored_series query(const std::string& expression) const;

@@ -1,18 +1,24 @@
-// Completion of command lines, mainly of the viewer, as bash performs it.
+// Completion of command lines, as bash, zsh and fish perform it.
 #include "shell.h"
 #include "support/contains.h"
 
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <iterator>
+#include <map>
+#include <regex>
+#include <set>
+#include <sstream>
 #include <string>
+#include <vector>
 
 namespace {
 
 // Returns the path of a program's completion.
 std::string completion_of(const std::string& program)
 {
-    return KAV_SOURCE_DIR "/packaging/completion/" + program;
+    return KAV_BUILD_DIR "/completion/" + program;
 }
 
 // Returns the completions of the word at the end of the line, separated by blanks. As with readline, words also end at
@@ -61,7 +67,7 @@ TEST(completion, offers_as_in_this_table)
         {"conn ", "client-ip id peer-no server-ip client-port server-port detail nack active last"},
         {"conn server-port 80 last ser", "server-ip"},
         {"conn server-port ", ""},
-        {"conn id 7 client-ip ", ""},
+        {"conn id 7 client-ip ", ""}, // no engine is running
         // The words of connection have fixed positions.
         {"connection ", "client-ip id -"},
         {"connection - ", "-"},
@@ -112,6 +118,7 @@ TEST(completion, a_running_engines_peers_are_offered)
     EXPECT_EQ(offered("exec_show_stats_kav peer ip 203"), "203.0.113.1 203.0.113.2 203.0.113.3");
     EXPECT_EQ(offered("exec_show_stats_kav connection - - - - - - - - - - - peer-no "), "1 2 3");
     EXPECT_TRUE(offered("exec_show_stats_kav top-app peer ").starts_with("02:4b:41:56:00:01-"));
+    EXPECT_TRUE(contains(" " + offered("exec_show_stats_kav conn id ") + " ", " 1 "));
 }
 
 TEST(completion, nothing_is_offered_for_peers_without_an_engine)
@@ -138,13 +145,211 @@ TEST(completion, keys_typed_at_a_prompt_complete_the_line)
     EXPECT_TRUE(contains(session, "<top-app detail>")) << session;
 }
 
-TEST(completion, the_demo_engine_offers_its_options_and_illnesses)
+using words = std::set<std::string>;
+using offers = std::map<std::string, words>;
+
+// Collects lines of words, each group after a line "== " and the command line that they complete. Of words joined by
+// commas, the last one is kept.
+offers groups_of(const std::string& text)
 {
-    EXPECT_EQ(offered("kav_demo_engine --bypass", "kav_demo_engine"), "--bypass-threshold-mb --bypass-retry");
-    EXPECT_EQ(offered("kav_demo_engine --ill slow", "kav_demo_engine"), "slow-disk slow-encode slow-decode");
-    EXPECT_EQ(offered("kav_demo_engine --ill nacks,cache-f", "kav_demo_engine"), "nacks,cache-failed");
-    EXPECT_EQ(offered("kav_demo_engine --peers ", "kav_demo_engine"), "");
-    EXPECT_EQ(offered("kav_demo_engine re", "kav_demo_engine"), "report.log");
+    offers found;
+    std::string line;
+    std::istringstream lines(text);
+    for (std::string word; std::getline(lines, word);) {
+        if (word.starts_with("== ")) {
+            line = word.substr(3);
+        } else if (!word.empty()) {
+            word = word.substr(0, word.find('\t'));
+            found[line].insert(word.substr(word.rfind(',') + 1));
+        }
+    }
+    return found;
+}
+
+std::string joined(const std::vector<std::string>& lines)
+{
+    std::string text;
+    for (const std::string& line : lines) {
+        text += line + '\n';
+    }
+    return text;
+}
+
+offers offered_by_bash(const std::vector<std::string>& lines)
+{
+    offers found;
+    for (const std::string& line : lines) {
+        std::istringstream completions(offered(line, line.substr(0, line.find(' '))));
+        for (std::string word; completions >> word;) {
+            found[line].insert(word.substr(word.rfind(',') + 1));
+        }
+    }
+    return found;
+}
+
+offers offered_by_fish(const std::vector<std::string>& lines)
+{
+    const scratch_folder folder(disk());
+    std::ofstream(folder.file("lines")) << joined(lines);
+    return groups_of(output_of("cd '" + folder.path() + "' && export HOME=$PWD PATH='" KAV_BIN_DIR "':$PATH\n" +
+                               R"(touch report.log && fish --no-config -c '
+for file in )" KAV_BUILD_DIR R"(/completion/*.fish
+    source $file
+end
+for line in (cat lines)
+    echo "== $line"
+    complete -C "$line"
+end')"));
+}
+
+// An interactive zsh whose keys are the lines, each with a tab, and which notes what it would offer.
+offers offered_by_zsh(const std::vector<std::string>& lines)
+{
+    const scratch_folder folder(disk());
+    std::ofstream(folder.file("keys")) << joined(lines);
+    std::ofstream(folder.file(".zshrc")) << R"(
+fpath=()" KAV_BUILD_DIR R"(/completion $fpath)
+LISTMAX=10000
+autoload -Uz compinit
+compinit -u -D
+zle-line-init() { : >at_prompt }
+zle -N zle-line-init
+compadd() {
+    if (( ${argv[(I)-[OAD]*]} )); then # asks for matches, does not offer them
+        builtin compadd "$@"
+        return
+    fi
+    local -a found
+    builtin compadd -O found "$@"
+    print -rl -- "== $BUFFER" $found >>offered
+    builtin compadd "$@"
+}
+)";
+    const std::string screen = output_of("cd '" + folder.path() +
+                                         "' && export HOME=$PWD ZDOTDIR=$PWD TERM=dumb PATH='" KAV_BIN_DIR "':$PATH\n" +
+                                         R"(touch report.log
+wait_for() { for i in $(seq 600); do [ -e "$1" ] && return; sleep 0.1; done; }
+{
+    wait_for at_prompt
+    while IFS= read -r line; do printf '%s\t\025' "$line"; done <keys
+    printf 'exit\n'
+    wait_for ended
+} | script -qec 'stty cols 200 rows 500; zsh -i; touch ended' /dev/null)");
+    offers found = groups_of(bytes_of_file(folder.file("offered")));
+    EXPECT_FALSE(found.empty()) << screen;
+    return found;
+}
+
+constexpr struct
+{
+    const char* name;
+    offers (*offered)(const std::vector<std::string>& lines);
+} shells[] = {{"bash", offered_by_bash}, {"zsh", offered_by_zsh}, {"fish", offered_by_fish}};
+
+class shells_complete : public testing::TestWithParam<std::size_t>
+{
+protected:
+    static offers offered(const std::vector<std::string>& lines) { return shells[GetParam()].offered(lines); }
+};
+
+TEST_P(shells_complete, as_in_this_table)
+{
+    const idle_engine engine({"--peers", "3"});
+    const std::pair<std::string, words> cases[] = {
+        {"kavstat me", {"metrics"}},
+        {"kavstat json --f", {"--file"}},
+        {"kavstat json --file re", {"report.log"}},
+        {"kavstat json --scope global,a", {"apps"}},
+        {"kavstat health --since re", {"report.log"}},
+        {"kavstat rules --rules re", {"report.log"}},
+        {"kavstat diff re", {"report.log"}},
+        {"kavstat diff --scope engine,p", {"peers"}},
+        {"kavstat watch --page nacks --sort s", {"sequence"}},
+        {"kavstat schema --of h", {"health"}},
+        {"kavstat watch --page c", {"connections", "counters", "configuration"}},
+        {"kavstat watch --page peers --sort enc", {"encode_in", "encode_out"}},
+        {"kavstat list --unit by", {"bytes", "bytes_per_second"}},
+        {"kavstat list --kind m", {"maximum", "minimum"}},
+        {"kavstat list --scope e", {"engine"}},
+        {"kavstat list total_cache_", {"total_cache_ram_size", "total_cache_size"}},
+        {"kav_demo_engine --bypass", {"--bypass-threshold-mb", "--bypass-retry"}},
+        {"kav_demo_engine --ill slow", {"slow-disk", "slow-encode", "slow-decode"}},
+        {"kav_demo_engine --ill nacks,cache-f", {"cache-failed"}},
+        {"kav_demo_engine re", {"report.log"}},
+        {"exec_show_stats_kav glo", {"global-info", "global-detail"}},
+        {"exec_show_stats_kav peer no ", {"1", "2", "3"}},
+        {"exec_show_stats_kav peer detail n", {"no"}},
+        {"exec_show_stats_kav conn last server-", {"server-ip", "server-port"}},
+        {"exec_show_stats_kav conn peer-no ", {"1", "2", "3"}},
+        {"exec_show_stats_kav top-app from-file re", {"report.log"}},
+        {"exec_show_stats_kav read-file re", {"report.log"}},
+        {"exec_show_stats_kav connection - - ser", {"server-ip"}},
+        {"exec_show_stats_kav kav-bypass d", {"detail"}},
+    };
+    std::vector<std::string> lines;
+    for (const auto& [line, completions] : cases) {
+        lines.push_back(line);
+    }
+    offers found = offered(lines);
+    for (const auto& [line, completions] : cases) {
+        EXPECT_EQ(found[line], completions) << line;
+    }
+}
+
+// The commands and options that a help shows.
+words words_of_help(const std::string& command, const char* pattern)
+{
+    const std::string help = output_of("'" KAV_BIN_DIR "'/" + command + " --help");
+    const std::regex expression(pattern);
+    words found;
+    for (std::sregex_iterator at(help.begin(), help.end(), expression), end; at != end; ++at) {
+        found.insert((*at)[1]);
+    }
+    return found;
+}
+
+TEST_P(shells_complete, every_option_and_command_of_the_help)
+{
+    const std::string help = output_of("'" KAV_BIN_DIR "'/kavstat --help");
+    std::map<std::string, words> wanted;
+    const std::string from_commands = help.substr(help.find("Subcommands:"));
+    words& commands = wanted["kavstat "];
+    std::istringstream lines(from_commands.substr(0, from_commands.find("\n\n")));
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with("  ")) {
+            commands.insert(line.substr(2, line.find(' ', 2) - 2));
+        }
+    }
+    EXPECT_GE(commands.size(), 9U) << help;
+    std::vector<std::string> programs = {"kav_demo_engine"};
+    for (const std::string& command : commands) {
+        programs.push_back("kavstat " + command);
+    }
+    for (const std::string& program : programs) {
+        words& options = wanted[program + " --"];
+        options = words_of_help(program, "\n  (?:-[A-Za-z],)?(--[a-z][a-z_.-]*)");
+        EXPECT_TRUE(options.contains("--help")) << program;
+    }
+    std::vector<std::string> command_lines;
+    for (const auto& [line, completions] : wanted) {
+        command_lines.push_back(line);
+    }
+    offers found = offered(command_lines);
+    for (auto& [line, completions] : wanted) {
+        if (line == "kavstat ") { // some shells offer its two options as well
+            found[line].erase("--help");
+            found[line].erase("--version");
+        }
+        EXPECT_EQ(found[line], completions) << line;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(each, shells_complete, testing::Range(std::size_t{0}, std::size(shells)),
+                         [](const auto& index) { return std::string(shells[index.param].name); });
+
+TEST(completion, numbers_that_only_the_user_knows_are_not_offered)
+{
+    EXPECT_EQ(offered("kav_demo_engine --message-size x", "kav_demo_engine"), "");
 }
 
 } // namespace

@@ -35,7 +35,7 @@ TEST(version, no_other_file_repeats_it)
     // Change logs and release notes name releases, of course.
     const std::string digits = std::regex_replace(std::string(KAV_VERSION), std::regex("\\."), "\\.");
     EXPECT_EQ(output_of("cd '" KAV_SOURCE_DIR "' && git grep -lIE '(^|[^0-9.])" + digits +
-                        "([^0-9.]|$)' -- ':!CHANGELOG.md' ':!debian/changelog' ':!docs/release-notes.md' ':!*.svg'"),
+                        "([^0-9.]|$)' -- ':!CHANGELOG.md' ':!debian' ':!docs/release-notes.md' ':!*.svg'"),
               "CMakeLists.txt\n");
 }
 

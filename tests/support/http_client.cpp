@@ -4,6 +4,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -31,6 +32,17 @@ http_client::http_client(int port, const char* from)
     if (!b_bound || connect(m_socket, address, size) != 0) {
         close(m_socket);
         throw std::runtime_error("nobody listens on port " + std::to_string(port));
+    }
+}
+
+http_client::http_client(const std::string& path) : m_socket(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    if (connect(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        close(m_socket);
+        throw std::runtime_error("nobody listens on " + path);
     }
 }
 

@@ -12,6 +12,8 @@ public:
     // Connects to a port of the loopback address, with a small receive buffer. from: the client's own address, in
     // 127.0.0.0/8 or ::1. Throws when no server listens.
     explicit http_client(int port, const char* from = "127.0.0.1");
+    // Connects to a Unix socket.
+    explicit http_client(const std::string& path);
     ~http_client();
     http_client(const http_client&) = delete;
     http_client& operator=(const http_client&) = delete;

@@ -1,9 +1,12 @@
 // Clients that try to block kavstat's server for others. The server does not wait for them, and its memory stays
 // bounded.
 #include "support/engine_shapes.h"
+#include "support/files.h"
 #include "support/http_client.h"
 #include "support/program_cost.h"
 #include "torture.h"
+
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <chrono>
@@ -34,6 +37,13 @@ enum class manner
     leaves, // at once
 };
 
+enum class protection
+{
+    none,
+    users,
+    tls,
+};
+
 struct attack
 {
     const char* name;
@@ -42,6 +52,7 @@ struct attack
     const char* request; // sent first by each client
     const char* drop;    // sent repeatedly after that
     manner then;
+    protection against = protection::none;
 };
 
 constexpr const char* bodies = "POST /metrics HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 1000000000\r\n\r\n";
@@ -49,6 +60,15 @@ constexpr const char* metrics = "GET /metrics HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\
 constexpr const char* head = "HEAD /metrics HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
 constexpr const char* old_metrics = "GET /metrics HTTP/1.0\r\n\r\n";
 constexpr const char* json = "GET /api/v1/statistics HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
+
+// The password of alice is not "wrong".
+constexpr const char* wrong_password =
+    "GET /metrics HTTP/1.1\r\nHost: 127.0.0.1\r\nAuthorization: Basic YWxpY2U6d3Jvbmc=\r\n\r\n";
+constexpr const char* right_password = "GET /api/v1/statistics?scope=global HTTP/1.1\r\nHost: 127.0.0.1\r\n"
+                                       "Authorization: Basic YWxpY2U6c2VjcmV0\r\n\r\n";
+constexpr const char* hash_of_secret = "$2y$10$KBCwKxOzLha2MUDgW0PjXe5iC0KgerkTIWLGUoONajjj98vdFiyt2";
+// The head of a record whose rest never comes.
+constexpr const char* half_a_handshake = "\x16\x03\x01\x02\x0a\x01\x01\xfc\x03\x03";
 
 constexpr attack attacks[] = {
     {"silent, of one address", 1000, false, "", "", manner::stays},
@@ -62,6 +82,11 @@ constexpr attack attacks[] = {
     {"requests one after another", 200, true, metrics, metrics, manner::reads},
     {"heads of metrics", 400, true, head, "", manner::reads},
     {"metrics asked for and left", 400, true, metrics, "", manner::leaves},
+    {"wrong passwords", 200, true, wrong_password, "", manner::reads, protection::users},
+    {"wrong passwords of one address", 200, false, wrong_password, "", manner::leaves, protection::users},
+    {"TLS handshakes that stop", 400, true, half_a_handshake, "", manner::stays, protection::tls},
+    {"TLS handshakes in drops", 400, true, half_a_handshake, "\x01", manner::stays, protection::tls},
+    {"TLS handshakes that are none", 400, true, metrics, metrics, manner::reads, protection::tls},
 };
 
 class attackers
@@ -106,13 +131,39 @@ int port_of(child_program& server)
     return std::atoi(line.substr(line.rfind(':') + 1).c_str());
 }
 
+// The options that protect the server, with their files in the folder.
+std::vector<std::string> protect(protection against, const scratch_folder& folder)
+{
+    if (against == protection::none) {
+        return {};
+    }
+    std::string config = std::string("basic_auth_users:\n  alice: ") + hash_of_secret + "\n";
+    if (against == protection::tls) {
+        child_program("/usr/bin/openssl",
+                      {"req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-days", "2",
+                       "-subj", "/CN=localhost", "-keyout", folder.file("key"), "-out", folder.file("cert")})
+            .finish();
+        chmod(folder.file("key").c_str(), 0600);
+        config = "tls_server_config:\n  cert_file: cert\n  key_file: key\n";
+    }
+    write_file(folder.file("web.yml"), config);
+    chmod(folder.file("web.yml").c_str(), 0600);
+    return {"--web-config", folder.file("web.yml")};
+}
+
 class trial
 {
 public:
     trial(const attack& chosen, tally& result)
-        : m_name(chosen.name), m_result(result),
-          m_server(built_program("kavstat"), {"serve", "--listen", "127.0.0.1:0"}), m_port(port_of(m_server)),
-          m_attackers(chosen, m_port)
+        : m_name(chosen.name), m_against(chosen.against), m_result(result),
+          m_server(built_program("kavstat"),
+                   [&] {
+                       std::vector<std::string> arguments = {"serve", "--listen", "127.0.0.1:0"};
+                       const std::vector<std::string> more = protect(chosen.against, m_folder);
+                       arguments.insert(arguments.end(), more.begin(), more.end());
+                       return arguments;
+                   }()),
+          m_port(port_of(m_server)), m_attackers(chosen, m_port)
     {}
 
     void run(unsigned long scrapes)
@@ -134,6 +185,23 @@ public:
     long private_memory() const { return m_private; }
 
 private:
+    http_answer scrape() const
+    {
+        if (m_against == protection::none) {
+            return get(m_port, "/api/v1/statistics?scope=global");
+        }
+        if (m_against == protection::users) {
+            const http_client client(m_port);
+            client.send(right_password);
+            return parse_answer(client.read_all());
+        }
+        const program_result result = child_program("/usr/bin/curl", {"-sik", "--raw",
+                                                                      "https://localhost:" + std::to_string(m_port) +
+                                                                          "/api/v1/statistics?scope=global"})
+                                          .finish();
+        return parse_answer(result.out);
+    }
+
     // Scrapes this many times, with a call of `before` before each scrape.
     template <typename Work>
     double median_scrape(unsigned long scrapes, const Work& before)
@@ -142,7 +210,7 @@ private:
         for (unsigned long round = 0; round < scrapes; ++round) {
             before();
             const auto start = clock_type::now();
-            const http_answer answer = get(m_port, "/api/v1/statistics?scope=global");
+            const http_answer answer = scrape();
             times.push_back(milliseconds_since(start));
             m_result.add(answer.status == 200 && answer.b_whole, m_name + ": an answer is missing");
             m_private = std::max(m_private, kilobytes_of(m_server.pid(), "RssAnon"));
@@ -153,7 +221,9 @@ private:
     }
 
     std::string m_name;
+    protection m_against;
     tally& m_result;
+    scratch_folder m_folder;
     child_program m_server;
     int m_port;
     attackers m_attackers;

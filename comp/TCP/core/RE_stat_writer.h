@@ -3,9 +3,10 @@
 //
 // Counters are updated with relaxed atomic operations, records under a sequence counter per slot, so that no reader
 // slows down or blocks the engine. All functions except create(), publish_again() and close() may be called from
-// several threads at the same time. Slots are storage places, counted from 0. Functions with an int result return 0 or a
-// slot. A call with a slot, id or size that is out of range, or before create(), changes nothing: functions with an int
-// result then return -EINVAL, and get functions return 0. Debug builds of the library abort on an id that is out of range.
+// several threads at the same time. Slots are storage places, counted from 0. Functions with an int result return 0 or
+// a slot. A call with a slot, id or size that is out of range, or before create(), changes nothing: functions with an
+// int result then return -EINVAL, and get functions return 0. Debug builds of the library abort on an id that is out of
+// range.
 #pragma once
 
 #include "RE_bypass_table.h"
@@ -75,9 +76,9 @@ public:
     int open_conn(int peer_slot, const RE_stat_conn_header& header, const SO_stat_conn_header& so_header,
                   std::time_t open_time);
     int update_conn_so_header(int conn_slot, const SO_stat_conn_header& so_header);
-    // Marks an open connection as closed. It stays in the list until its slot is reused for another connection. An engine
-    // that opens connections in several threads must not use a slot after it has closed it. close_time: seconds since
-    // the epoch, 1 or later.
+    // Marks an open connection as closed. It stays in the list until its slot is reused for another connection. An
+    // engine that opens connections in several threads must not use a slot after it has closed it. close_time: seconds
+    // since the epoch, 1 or later.
     int close_conn(int conn_slot, std::time_t close_time);
     // Removes a connection from the list at once, whether it is open or closed.
     int release_conn(int conn_slot);
@@ -96,8 +97,8 @@ public:
     // Adds to the application's connections opened and closed, which wrap at 2^23 and 2^24.
     int add_app_conns(int app_slot, std::uint32_t opened, std::uint32_t closed);
 
-    // Appends to the NACK log. When the log is full, the oldest entry is overwritten. Returns 0, or -ENOSPC when the log
-    // has no memory.
+    // Appends to the NACK log. When the log is full, the oldest entry is overwritten. Returns 0, or -ENOSPC when the
+    // log has no memory.
     int add_nack(const RE_stat_nack_header& entry);
 
     // Adds a server to the auto-bypass table, or updates the entry with the same address and port. Returns 0, or

@@ -1,0 +1,55 @@
+// The server's certificate, and what TLS demands of a session.
+#pragma once
+
+#include "serve/web_config.h"
+
+#include <gnutls/abstract.h>
+#include <gnutls/gnutls.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <list>
+#include <memory>
+#include <string>
+
+namespace kavstat {
+
+// A certificate with its key, loaded from files, and loaded again when the files change.
+class TlsCertificate
+{
+public:
+    explicit TlsCertificate(const WebConfig& config) : m_config(config) {}
+    TlsCertificate(const TlsCertificate&) = delete;
+    TlsCertificate& operator=(const TlsCertificate&) = delete;
+
+    // False with a reason when the files have no certificate with its key.
+    bool load(std::string& reason);
+    // For a handshake: the certificate of the files as they are now, or the last valid one.
+    // What is returned stays valid for a minute after the files have changed.
+    void find(gnutls_pcert_st*& chain, unsigned int& length, gnutls_privkey_t& key);
+
+private:
+    struct Loaded;
+    struct Files
+    {
+        struct stat cert;
+        struct stat key;
+    };
+
+    Files look() const;
+    static bool is_same(const Files& one, const Files& other);
+
+    const WebConfig& m_config;
+    Files m_files{};
+    std::list<std::shared_ptr<Loaded>> m_loaded; // newest first
+    std::chrono::steady_clock::time_point m_replaced;
+};
+
+// In the notation of GnuTLS.
+std::string tls_priorities(const WebConfig& config);
+// Demands a certificate of the client, if the configuration does. Called before the handshake.
+void demand_client_certificate(gnutls_session_t session, const WebConfig& config);
+// The whole file. False with a reason.
+bool read_tls_file(const std::string& path, std::string& text, std::string& reason);
+
+} // namespace kavstat
