@@ -109,6 +109,7 @@ def fleet(servers, tally):
 
     tally.add_when(lambda: by_site(single, "count by (site) (kav_up == 1)") == {"paris": 5, "lyon": 3}, "sites of one server")
     wanted = {f"127.0.0.1:{port}" for port in ports[:8]}
+    tally.add(single.answer('count({__name__=~".*_created"})') == [], "no series of when totals began")
     tally.add_when(lambda: instances(shards[0]) | instances(shards[1]) == wanted, "all appliances by two shards")
     tally.add(not instances(shards[0]) & instances(shards[1]), "no appliance by both shards")
     tally.add_when(lambda: by_site(everything, "sum by (site) (job:kav_up:sum)") == {"paris": 5, "lyon": 3},
