@@ -110,11 +110,11 @@ std::vector<MetricText> texts_of(CounterScope scope, const std::string& prefix, 
             const LineValue value = line_value_of(series.value);
             const std::size_t id = value == LineValue::count ? 0 : static_cast<std::size_t>(series.id);
             std::vector<MetricText::Line>& lines = texts.back().lines;
-            lines.push_back({prefix + series.name + labels, value, id});
+            lines.push_back({std::string(prefix).append(series.name).append(labels), value, id});
             const bool b_last =
                 metric.type == MetricType::histogram ? value == LineValue::count : metric.type == MetricType::counter;
             if (b_created && b_last) {
-                lines.push_back({family + "_created" + labels, LineValue::created, id});
+                lines.push_back({std::string(family).append("_created").append(labels), LineValue::created, id});
             }
         }
     }

@@ -170,7 +170,7 @@ Recorder::Captured Recorder::capture(RE_image_reader& reader)
     return captured;
 }
 
-void Recorder::capture_nacks(RE_image_reader& reader, Captured& captured) const
+void Recorder::capture_nacks(RE_image_reader& reader, Captured& captured)
 {
     const int first = reader.get_first_nack();
     const std::uint64_t end = reader.nacks_end();

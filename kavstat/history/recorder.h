@@ -69,7 +69,7 @@ private:
     bool prepare_statements();
     bool sync();
     Captured capture(RE_image_reader& reader);
-    void capture_nacks(RE_image_reader& reader, Captured& captured) const;
+    static void capture_nacks(RE_image_reader& reader, Captured& captured);
     bool is_new_start(const Captured& captured, bool b_same) const;
     std::string make_room(RE_image_reader& reader, const Captured& captured);
     bool store(RE_image_reader& reader, Captured& captured, bool b_new_start);

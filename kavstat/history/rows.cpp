@@ -30,7 +30,7 @@ void read_hex(std::string_view text, unsigned char (&bytes)[Size])
         const int digit = hex_digit(letter);
         if (digit >= 0 && digits < 2 * Size) {
             unsigned char& byte = bytes[digits / 2];
-            byte = static_cast<unsigned char>(byte << 4U | static_cast<unsigned>(digit));
+            byte = static_cast<unsigned char>(static_cast<unsigned>(byte) << 4U | static_cast<unsigned>(digit));
             ++digits;
         }
     }

@@ -168,7 +168,8 @@ std::optional<long long> parse_size(std::string_view text)
     constexpr std::string_view units = "KMGT";
     const std::optional<long long> number = take_number(text);
     std::size_t shift = 0;
-    if (const std::size_t unit = text.empty() ? units.npos : units.find(text.front()); unit != units.npos) {
+    if (const std::size_t unit = text.empty() ? std::string_view::npos : units.find(text.front());
+        unit != std::string_view::npos) {
         shift = 10 * (unit + 1);
         text.remove_prefix(1);
     }

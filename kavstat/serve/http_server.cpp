@@ -280,8 +280,8 @@ private:
     // Answering.
     MHD_Result answer(MHD_Connection* connection, client& asking, std::string_view method, std::string_view version);
     bool is_host_allowed(const std::vector<std::string>& hosts) const;
-    MHD_Result send_answer(MHD_Connection* connection, client& asking, bool b_head, ContentCoding coding,
-                           HttpAnswer made);
+    static MHD_Result send_answer(MHD_Connection* connection, client& asking, bool b_head, ContentCoding coding,
+                                  HttpAnswer made);
 
     ListenAddress m_address;
     HttpLimits m_limits;
