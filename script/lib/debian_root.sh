@@ -44,8 +44,8 @@ After=multi-user.target
 [Service]
 Type=oneshot
 ExecStart=/root/boot_script
-StandardOutput=file:/root/boot_output
-StandardError=file:/root/boot_output
+StandardOutput=truncate:/root/boot_output
+StandardError=inherit
 ExecStopPost=systemctl --no-block poweroff
 [Install]
 WantedBy=graphical.target
