@@ -89,12 +89,47 @@ std::string check_interval(const std::string& text)
     return b_sound ? "" : "not between 0.1 and 3600 seconds: \"" + text + "\"";
 }
 
+std::string check_moment(const std::string& text)
+{
+    return parse_moment(text, std::time(nullptr)) ? ""
+                                                  : "not a moment " + std::string(moment_forms) + ": \"" + text + "\"";
+}
+
+// An option for a moment.
+CLI::Option* add_moment(CLI::App* command, const char* name, std::optional<std::time_t>& moment, const char* help)
+{
+    return command
+        ->add_option_function<std::string>(
+            name, [&moment](const std::string& text) { moment = parse_moment(text, std::time(nullptr)); }, help)
+        ->check(CLI::Validator(check_moment, "TIME"));
+}
+
+constexpr const char* from_help = "From this moment on";
+constexpr const char* to_help = "Up to this moment";
+
+// --history and the moments. one: whether a single moment can be asked for.
+void add_history(CLI::App* command, const std::shared_ptr<HistoryOptions>& options, bool b_one)
+{
+    CLI::Option* const file =
+        command->add_option("--history", options->file, "A database of \"record\" instead of the running engine");
+    CLI::Option* const from = add_moment(command, "--from", options->span.from, from_help)->needs(file);
+    CLI::Option* const to = add_moment(command, "--to", options->span.to, to_help)->needs(file);
+    if (b_one) {
+        add_moment(command, "--at", options->at, "The last sample up to this moment")
+            ->needs(file)
+            ->excludes(from)
+            ->excludes(to);
+    }
+}
+
 void add_json(CLI::App& app, int& status)
 {
     CLI::App* const command = app.add_subcommand("json", "Statistics as one JSON document");
     const auto options = std::make_shared<JsonOptions>();
     const auto scopes = std::make_shared<std::string>(all_json_scopes());
-    command->add_option("-f,--file", options->file, file_help);
+    CLI::Option* const file = command->add_option("-f,--file", options->file, file_help);
+    add_history(command, std::shared_ptr<HistoryOptions>(options, &options->history), true);
+    file->excludes("--history");
     command->add_option("--scope", *scopes, "Sections, joined by commas")
         ->check(CLI::Validator(check_scopes, "SECTIONS"))
         ->capture_default_str();
@@ -102,7 +137,8 @@ void add_json(CLI::App& app, int& status)
         ->add_option("-i,--interval", options->interval,
                      "A document after every so many seconds, each on one line, until SIGTERM or SIGINT")
         ->check(CLI::Validator(check_interval, "SECONDS"))
-        ->excludes("--file");
+        ->excludes("--file")
+        ->excludes("--history");
     command->callback([options, scopes, &status] {
         std::string unknown;
         options->scopes = *parse_json_scopes(*scopes, unknown);
@@ -187,7 +223,9 @@ void add_watch(CLI::App& app, int& status)
     command->add_option("-p,--page", options->page, "The page to start with")
         ->check(CLI::IsMember(pages))
         ->capture_default_str();
-    command->add_option("-f,--file", options->file, file_help);
+    CLI::Option* const file = command->add_option("-f,--file", options->file, file_help);
+    add_history(command, std::shared_ptr<HistoryOptions>(options, &options->history), true);
+    file->excludes("--history");
     command->add_option("-s,--sort", options->sort, "What the page's rows are ordered by: a key of its JSON");
     command->add_flag("-r,--reverse", options->b_reverse, "The other way round");
     command->add_option("--filter", options->filter, "Only rows with this in them");
@@ -210,8 +248,11 @@ void add_health(CLI::App& app, int& status)
                 "first")
             ->allow_extra_args(false)
             ->expected(1, 2);
+    add_history(command, std::shared_ptr<HistoryOptions>(options, &options->history), true);
+    files->excludes("--history");
     CLI::Option* const since =
-        command->add_option("--since", options->since, "A saved statistics file as the earlier moment");
+        command->add_option("--since", options->since, "A saved statistics file as the earlier moment")
+            ->excludes("--history");
     command->add_option("-i,--interval", options->interval, "Seconds between two looks at the running engine")
         ->check(CLI::Validator(check_interval, "SECONDS"))
         ->capture_default_str()
@@ -322,13 +363,47 @@ void add_record(CLI::App& app, int& status)
     });
 }
 
+void add_import(CLI::App& app, int& status)
+{
+    CLI::App* const command = app.add_subcommand("import", "Bring top-application logs into a database of \"record\"");
+    const auto files = std::make_shared<std::vector<std::string>>();
+    command->add_option("LOG", *files, "Logs, and the database at last; it is made when there is none")
+        ->option_text("LOG... FILE REQUIRED")
+        ->required()
+        ->expected(2, 100000);
+    command->callback([files, &status] {
+        ImportOptions options{*files, files->back()};
+        options.logs.pop_back();
+        status = run_import(options);
+    });
+}
+
+void add_export(CLI::App& app, int& status)
+{
+    CLI::App* const command = app.add_subcommand("export", "A table of a database of \"record\", row by row");
+    const auto options = std::make_shared<ExportOptions>();
+    command->add_option("FILE", options->file, "The database")->required();
+    command->add_option("-t,--table", options->table, "The table or view")->required();
+    const auto format = std::make_shared<std::string>("csv");
+    command->add_option("--format", *format, "Comma-separated values, or an object of JSON a line")
+        ->check(CLI::IsMember({"csv", "jsonl"}))
+        ->capture_default_str();
+    add_moment(command, "--from", options->span.from, from_help);
+    add_moment(command, "--to", options->span.to, to_help);
+    command->callback([options, format, &status] {
+        options->b_json_lines = *format == "jsonl";
+        status = run_export(*options);
+    });
+}
+
 void add_diff(CLI::App& app, int& status)
 {
     CLI::App* const command = app.add_subcommand("diff", "What changed between two moments, as totals and rates");
     const auto options = std::make_shared<DiffOptions>();
-    command->add_option("A", options->before, "The earlier moment, a saved statistics file")->required();
+    command->add_option("A", options->before, "The earlier moment, a saved statistics file");
     command->add_option("B", options->after,
                         "The later moment, a saved statistics file; the running engine without it");
+    add_history(command, std::shared_ptr<HistoryOptions>(options, &options->history), false);
     command->add_flag("-a,--all", options->choice.b_all, "Also what did not change");
     const auto scopes = std::make_shared<std::string>(all_diff_scopes());
     command->add_option("--scope", *scopes, "What is compared, joined by commas")
@@ -340,6 +415,12 @@ void add_diff(CLI::App& app, int& status)
     command->callback([options, scopes, &status] {
         std::string unknown;
         parse_diff_scopes(*scopes, options->choice, unknown);
+        if (options->history.file && !options->before.empty()) {
+            throw CLI::ExcludesError("A", "--history");
+        }
+        if (options->history.file ? !options->history.span.from : options->before.empty()) {
+            throw CLI::RequiredError(options->history.file ? "--from" : "A");
+        }
         status = run_diff(*options);
     });
 }
@@ -361,6 +442,8 @@ int run_command_line(int argc, const char* const* argv)
     add_serve(app, status);
     add_diff(app, status);
     add_record(app, status);
+    add_import(app, status);
+    add_export(app, status);
     add_list(app, status);
     add_schema(app, status);
     try {

@@ -4,6 +4,7 @@
 
 #include "documents/diff.h"
 #include "documents/statistics_json.h"
+#include "history/reader.h"
 #include "history/thinning.h"
 #include "serve/http_server.h"
 
@@ -34,10 +35,21 @@ struct ListOptions
 };
 int run_list(const ListOptions& options);
 
+// Recorded statistics instead of the running engine.
+struct HistoryOptions
+{
+    std::optional<std::string> file; // none: not from a history
+    std::optional<std::time_t> at;   // the last sample when there is none
+    HistorySpan span;                // with an end: from more than one sample
+
+    bool is_span() const { return span.from.has_value() || span.to.has_value(); }
+};
+
 struct JsonOptions
 {
     std::optional<std::string> file; // the running engine when there is none
     JsonScopes scopes;
+    HistoryOptions history;
     std::optional<double> interval; // seconds between two documents, each on one line; one document when there is none
 };
 int run_json(const JsonOptions& options);
@@ -53,7 +65,8 @@ int run_metrics(const MetricsOptions& options);
 
 struct DiffOptions
 {
-    std::string before;
+    std::string before; // empty with a history
+    HistoryOptions history;
     std::optional<std::string> after; // the running engine when there is none
     DiffChoice choice;
     bool b_force = false; // also compare different engines, or in the wrong order
@@ -63,6 +76,7 @@ int run_diff(const DiffOptions& options);
 
 struct HealthOptions
 {
+    HistoryOptions history;
     std::vector<std::string> files;   // the running engine when there is none; the earlier one first when there are two
     std::optional<std::string> since; // the earlier moment, a saved file
     double interval = 2;              // seconds between two looks at the running engine
@@ -102,8 +116,25 @@ struct RecordOptions
 // Records until SIGTERM or SIGINT.
 int run_record(const RecordOptions& options);
 
+struct ImportOptions
+{
+    std::vector<std::string> logs;
+    std::string file;
+};
+int run_import(const ImportOptions& options);
+
+struct ExportOptions
+{
+    std::string file;
+    std::string table;
+    bool b_json_lines = false;
+    HistorySpan span;
+};
+int run_export(const ExportOptions& options);
+
 struct WatchOptions
 {
+    HistoryOptions history;
     double interval = 1;             // seconds between two looks at the engine
     std::string page;                // the first one when empty
     std::optional<std::string> file; // the running engine when there is none

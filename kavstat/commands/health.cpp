@@ -1,6 +1,7 @@
 // kavstat health.
 #include "RE_stat_error.h"
 #include "commands/commands.h"
+#include "commands/recorded.h"
 #include "commands/report_error.h"
 #include "documents/diff.h"
 #include "health/report.h"
@@ -31,6 +32,9 @@ public:
 
     HealthReport run()
     {
+        if (m_options.history.file) {
+            return run_recorded();
+        }
         const std::vector<std::string>& files = m_options.files;
         Source now(files.empty() ? std::nullopt : std::optional(files.back()));
         m_name = now.name();
@@ -51,6 +55,29 @@ public:
     }
 
 private:
+    // A sample and the one before it, or those at the ends of the span.
+    HealthReport run_recorded()
+    {
+        const HistoryOptions& options = m_options.history;
+        m_name = *options.file;
+        RecordedHistory history;
+        const std::string reason = history.open(m_name);
+        const std::optional<HistorySample> last =
+            reason.empty() ? history.find(options.is_span() ? options.span.to : options.at) : std::nullopt;
+        if (!last) {
+            return unknown_health(m_rules, reason.empty() ? history.error() : reason, m_name, false);
+        }
+        const std::optional<HistorySample> first =
+            options.is_span() ? history.find(options.span.from) : history.before(*last);
+        const std::unique_ptr<Source> now = history.source(*last);
+        const std::unique_ptr<Source> before = first ? history.source(*first) : nullptr;
+        if (now == nullptr || (first && before == nullptr) || (!first && options.is_span())) {
+            return unknown_health(m_rules, history.error(), m_name, false);
+        }
+        m_recorded_seconds = first ? kavstat::seconds_between(*first, *last, !options.is_span()) : 0;
+        return (before == nullptr || look(*before, m_before)) && look(*now, m_now) ? judged(*now) : m_unknown;
+    }
+
     // Returns false if the statistics could not be read.
     bool look(Source& source, std::optional<OpenedMoment>& moment)
     {
@@ -81,6 +108,9 @@ private:
     // For files, the difference of their times, which are whole seconds.
     double seconds_between() const
     {
+        if (m_recorded_seconds) {
+            return *m_recorded_seconds;
+        }
         if (m_options.since || m_options.files.size() > 1) {
             return static_cast<double>(m_now->side.snapshot.capture_time) -
                    static_cast<double>(m_before->side.snapshot.capture_time);
@@ -106,6 +136,7 @@ private:
     const HealthOptions& m_options;
     const RuleSet& m_rules;
     std::string m_name;
+    std::optional<double> m_recorded_seconds;
     std::optional<OpenedMoment> m_before;
     std::optional<OpenedMoment> m_now;
     PendingConnections m_pending;

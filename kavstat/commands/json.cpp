@@ -1,5 +1,6 @@
 // kavstat json and kavstat schema.
 #include "commands/commands.h"
+#include "commands/recorded.h"
 #include "commands/report_error.h"
 #include "commands/stop_signals.h"
 #include "documents/schemas.h"
@@ -78,10 +79,48 @@ int write_lines(const JsonOptions& options)
     return EXIT_OK;
 }
 
+// One sample, or a line for each of a span.
+int write_recorded(const JsonOptions& options)
+{
+    RecordedHistory history;
+    if (const std::string reason = history.open(*options.history.file); !reason.empty()) {
+        report_error(reason);
+        return EXIT_NO_STATISTICS;
+    }
+    std::vector<HistorySample> samples;
+    const bool b_lines = options.history.is_span();
+    if (b_lines) {
+        samples = history.reader().samples(options.history.span);
+    } else if (const std::optional<HistorySample> sample = history.find(options.history.at)) {
+        samples.push_back(*sample);
+    } else {
+        report_error(history.error());
+        return EXIT_NO_STATISTICS;
+    }
+    DescriptorSink sink(STDOUT_FILENO);
+    LineSink line(sink);
+    Output output(b_lines ? static_cast<Sink&>(line) : sink);
+    for (const HistorySample& sample : samples) {
+        const std::unique_ptr<Source> source = history.source(sample);
+        if (source == nullptr) {
+            report_error(history.error());
+            return EXIT_NO_STATISTICS;
+        }
+        write_statistics_json(*source, options.scopes, sample.time, output);
+        if (!output.flush() || (b_lines && !line.end_line())) {
+            break;
+        }
+    }
+    return finish_output(output, sink);
+}
+
 } // namespace
 
 int run_json(const JsonOptions& options)
 {
+    if (options.history.file) {
+        return write_recorded(options);
+    }
     if (options.interval) {
         return write_lines(options);
     }

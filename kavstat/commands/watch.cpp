@@ -1,6 +1,7 @@
 // kavstat watch.
 #include "RE_stat_error.h"
 #include "commands/commands.h"
+#include "commands/playback.h"
 #include "commands/report_error.h"
 #include "commands/stop_signals.h"
 #include "watch/screen.h"
@@ -148,6 +149,93 @@ int watch_on_screen(Looks& looks, WatchModel& model, WatchView& view, WatchScree
     return EXIT_OK;
 }
 
+// A sample once a second, or as the view says.
+int play_on_screen(Playback& playback, WatchView& view, WatchScreen& screen)
+{
+    auto next_step = clock::now();
+    while (!is_stopped() && !view.is_over()) {
+        if (!playback.show(view.needs())) {
+            report_error(playback.error());
+            return EXIT_NO_STATISTICS;
+        }
+        view.set_position(playback.position());
+        screen.draw(view.screen(playback.model(), WatchScreen::width(), WatchScreen::height()));
+        const WatchPage* const page = &view.page();
+        int key = 0;
+        switch (screen.wait(playback.is_playing() ? duration(next_step - clock::now()).count() : 3600, key)) {
+        case WatchScreen::event::key:
+            if (view.is_taking_text() || !playback.press(key)) {
+                view.press(key);
+            }
+            break;
+        case WatchScreen::event::gone:
+            return EXIT_OK;
+        case WatchScreen::event::timeout:
+        case WatchScreen::event::resize:
+            break;
+        }
+        if (&view.page() != page) {
+            playback.turn(view.needs());
+        }
+        if (playback.is_playing() && clock::now() >= next_step) {
+            playback.move(1);
+            if (playback.is_at_end()) {
+                playback.pause();
+            }
+            next_step = clock::now() + std::chrono::duration_cast<clock::duration>(duration(view.interval()));
+        }
+    }
+    return EXIT_OK;
+}
+
+// Every sample of a span, or one.
+int play_as_text(Playback& playback, WatchView& view, const WatchOptions& options)
+{
+    DescriptorSink sink(STDOUT_FILENO);
+    Output output(sink);
+    bool b_more = true;
+    while (b_more && !is_stopped()) {
+        if (!playback.show(view.needs())) {
+            report_error(playback.error());
+            return EXIT_NO_STATISTICS;
+        }
+        view.set_position(playback.position());
+        b_more = options.history.is_span() && !options.b_once && playback.move(1);
+        if (options.b_json) {
+            view.write_json(playback.model(), output);
+        } else {
+            for (const std::string& line : view.report(playback.model())) {
+                output.add(line);
+                output.add('\n');
+            }
+            if (b_more) {
+                output.add('\n');
+            }
+        }
+        if (const int status = finish_output(output, sink)) {
+            return status;
+        }
+    }
+    return EXIT_OK;
+}
+
+int play(const WatchOptions& options, WatchView& view, RuleSet rules)
+{
+    Playback playback(std::move(rules));
+    if (const std::string reason = playback.open(options.history); !reason.empty()) {
+        report_error(reason);
+        return EXIT_NO_STATISTICS;
+    }
+    end_at_signals();
+    if (!options.b_once && !options.b_json && isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0) {
+        WatchScreen screen;
+        if (screen.is_usable()) {
+            return play_on_screen(playback, view, screen);
+        }
+    }
+    return play_as_text(playback, view, options);
+}
+
 // Sets up the first page by the options. Returns false after reporting an error if the page does not have the column.
 bool set_up(WatchPage& page, const WatchOptions& options)
 {
@@ -179,7 +267,7 @@ int run_watch(const WatchOptions& options)
     const std::vector<std::string> names = watch_page_names();
     const auto first = std::find(names.begin(), names.end(), options.page);
     WatchView view(first != names.end() ? static_cast<std::size_t>(first - names.begin()) : 0, options.interval,
-                   b_unicode, options.file);
+                   b_unicode, options.history.file ? options.history.file : options.file);
     if (!set_up(view.page(), options)) {
         return EXIT_USAGE;
     }
@@ -190,6 +278,9 @@ int run_watch(const WatchOptions& options)
     if (!rules.error.empty()) {
         report_error(rules.error);
         return EXIT_USAGE;
+    }
+    if (options.history.file) {
+        return play(options, view, std::move(rules.rules));
     }
     WatchModel model(std::move(rules.rules));
     Looks looks(options.file);

@@ -97,7 +97,7 @@ void write_head(JsonWriter& json, Source& source, const Snapshot& snapshot)
 {
     json.member("kavstat_json", json_version);
     json.member_text("kavstat_version", KAV_VERSION);
-    json.member_text("source", source.is_live() ? "live" : "file");
+    json.member_text("source", source.is_live() ? "live" : source.is_recorded() ? "history" : "file");
     json.key("file");
     if (source.is_live()) {
         json.null();

@@ -23,7 +23,7 @@ constexpr std::uint64_t cursor_bits = 0x7fffffff;
 // A row of so many columns takes at most so many bytes, beside its texts.
 long long row_bytes(const HistoryTable& table)
 {
-    return static_cast<long long>(table.columns.size()) * 10 + 64;
+    return static_cast<long long>(table.columns.size()) * 9 + 32;
 }
 
 template <typename Record>
@@ -216,7 +216,7 @@ RecordResult Recorder::record(RE_image_reader& reader, bool b_same, double secon
     if (m_seconds && !b_new_start) {
         captured.sample.elapsed = seconds - *m_seconds;
     }
-    m_error = make_room(captured);
+    m_error = make_room(reader, captured);
     if (!m_error.empty()) {
         m_b_known = false;
         return RecordResult::failed;
@@ -253,21 +253,28 @@ bool Recorder::thin(std::size_t most)
 }
 
 // Returns why there is none, or nothing. An upper bound of what the sample takes is made sure of.
-std::string Recorder::make_room(const Captured& captured)
+std::string Recorder::make_room(RE_image_reader& reader, const Captured& captured)
 {
+    m_most_conns = m_options.b_connections ? reader.get_max_conn_slots() : 0;
     if (m_options.max_size == 0) {
         return "";
     }
     const auto rows = [](std::size_t count) { return static_cast<long long>(count); };
-    constexpr long long text_bytes = 512;
+    // Of identities, should all of them be new.
+    constexpr long long peer_bytes = 640;
+    constexpr long long entry_bytes = 128;
     long long bytes = row_bytes(history_table("engine_figures"));
-    bytes += rows(captured.snapshot.peers.size()) * (row_bytes(history_table("peer_figures")) + text_bytes);
-    bytes += rows(captured.snapshot.apps.size()) * (row_bytes(history_table("application_figures")) + text_bytes);
-    bytes += rows(captured.bypass.size()) * (row_bytes(history_table("bypass_figures")) + text_bytes);
+    bytes += rows(captured.snapshot.peers.size()) * (row_bytes(history_table("peer_figures")) + peer_bytes);
+    bytes += rows(captured.snapshot.apps.size()) * (row_bytes(history_table("application_figures")) + entry_bytes);
+    bytes += rows(captured.bypass.size()) * (row_bytes(history_table("bypass_figures")) + entry_bytes);
     bytes += rows(captured.nacks.size()) * row_bytes(history_table("nack"));
     // Pages are not full, and those on the way to a row are written as well.
     constexpr long long other_pages = 32LL * 4096;
-    switch (m_space.make_room(bytes + bytes / 2 + other_pages)) {
+    bytes += bytes / 2 + other_pages;
+    // Connections for which there is no room are left for the next sample.
+    const long long conn_bytes = row_bytes(history_table("connection")) * 3 / 2;
+    m_most_conns = std::clamp<long long>((m_space.most_room() - bytes) / conn_bytes, 0, m_most_conns);
+    switch (m_space.make_room(bytes + m_most_conns * conn_bytes)) {
     case HistorySpace::Room::there:
         return "";
     case HistorySpace::Room::none:
@@ -390,7 +397,9 @@ bool Recorder::store_conns(RE_image_reader& reader, const HistorySample& sample)
     const auto slots = static_cast<std::size_t>(reader.get_max_conn_slots());
     m_conns.resize(std::max(m_conns.size(), slots));
     SnapshotConn conn;
-    for (std::size_t slot = 0; slot < slots; ++slot) {
+    long long left = m_most_conns;
+    for (std::size_t count = 0; count < slots && left > 0; ++count) {
+        const std::size_t slot = m_next_conn++ % slots;
         conn = {};
         const bool b_there = read_connection(reader, static_cast<int>(slot), conn);
         const std::size_t hash = b_there ? hash_of(conn) : 0;
@@ -399,6 +408,7 @@ bool Recorder::store_conns(RE_image_reader& reader, const HistorySample& sample)
         if (!b_there || !b_moved) {
             continue;
         }
+        --left;
         m_add_conn.bind(sample.id);
         bind_connection(m_add_conn, conn);
         if (!m_add_conn.run()) {

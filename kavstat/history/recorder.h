@@ -71,7 +71,7 @@ private:
     Captured capture(RE_image_reader& reader);
     void capture_nacks(RE_image_reader& reader, Captured& captured) const;
     bool is_new_start(const Captured& captured, bool b_same) const;
-    std::string make_room(const Captured& captured);
+    std::string make_room(RE_image_reader& reader, const Captured& captured);
     bool store(RE_image_reader& reader, Captured& captured, bool b_new_start);
     bool store_start(Captured& captured);
     bool store_config(Captured& captured);
@@ -98,6 +98,8 @@ private:
     EntryStore<SnapshotPeer> m_peers{HistoryKind::peer};
     EntryStore<SnapshotApp> m_apps{HistoryKind::application};
     EntryStore<RE_bypass_entry> m_bypass{HistoryKind::bypass};
+    std::size_t m_next_conn = 0;      // where the next sample begins, as one may not have room for all
+    long long m_most_conns = 0;       // that a sample may have
     std::vector<std::size_t> m_conns; // a hash of each connection by slot; 0 for one that is not known
 
     Statement m_add_sample;

@@ -48,6 +48,9 @@ bool HistorySpace::thin(std::time_t now, std::size_t most)
     }
     bool b_old = false;
     for (const ThinningStep& step : plan_thinning(samples, m_keep, now, most)) {
+        if (m_max_size != 0 && !is_log_small(m_bytes)) {
+            return true; // somebody is reading; this can wait
+        }
         if (!apply(step)) {
             return false;
         }
@@ -127,17 +130,23 @@ bool HistorySpace::empty_log()
 
 bool HistorySpace::is_log_small(long long bytes)
 {
-    const long long most = m_max_size / 4 - shared_bytes;
+    const long long most = most_room();
     const std::string log = m_database.path() + "-wal";
     return file_size(log) + bytes <= most || (empty_log() && file_size(log) + bytes <= most);
 }
 
+long long HistorySpace::most_room() const
+{
+    return m_max_size / 4 - shared_bytes;
+}
+
 HistorySpace::Room HistorySpace::make_room(long long bytes)
 {
+    m_bytes = bytes;
     if (m_max_size == 0) {
         return Room::there;
     }
-    if (bytes > m_max_size / 4 - shared_bytes || bytes > most_in_file()) {
+    if (bytes > most_room()) {
         return Room::none;
     }
     const bool b_large = file_size(m_database.path()) > most_in_file();

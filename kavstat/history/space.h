@@ -35,6 +35,8 @@ public:
     Room make_room(long long bytes);
     // How many samples make_room() has removed so far.
     long long removed() const { return m_removed; }
+    // How many bytes make_room() can make at most.
+    long long most_room() const;
 
     // Writes what the write-ahead log holds to the file. False when a reader prevents that.
     bool empty_log();
@@ -52,6 +54,7 @@ private:
     Keep m_keep;
     long long m_max_size;
     long long m_removed = 0;
+    long long m_bytes = 0; // that make_room() was asked for last; no single change takes more
 };
 
 } // namespace kavstat

@@ -1,4 +1,4 @@
-// The source of a command's statistics: the running engine, or a saved file.
+// The source of a command's statistics: the running engine, a saved file, or a recorded moment.
 #pragma once
 
 #include "RE_image_reader.h"
@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace kavstat {
 
@@ -14,8 +15,13 @@ class Source
 public:
     // file: a saved statistics file; the running engine when there is none.
     explicit Source(std::optional<std::string> file = std::nullopt);
+    // A moment that was recorded in this file.
+    Source(std::unique_ptr<RE_image_reader> moment, std::string file)
+        : m_file(std::move(file)), m_b_recorded(true), m_reader(std::move(moment))
+    {}
 
     bool is_live() const { return !m_file.has_value(); }
+    bool is_recorded() const { return m_b_recorded; }
     // The file's name, or "the running engine".
     std::string name() const;
 
@@ -32,6 +38,7 @@ public:
 
 private:
     std::optional<std::string> m_file;
+    bool m_b_recorded = false;
     std::unique_ptr<RE_image_reader> m_reader;
 };
 

@@ -34,11 +34,23 @@ constexpr const char* key_lines[] = {
     "In sparklines a bar stands where the engine was started anew.",
 };
 
-std::vector<WatchLine> help()
+// These take the place of others while a recorded history is played.
+constexpr const char* playback_key_lines[] = {
+    "Left Right   the sample before, the next one",
+    "Page Up Down ten samples back or on",
+    "Space        play, a sample each interval; hold",
+};
+
+std::vector<WatchLine> help(bool b_playback)
 {
     std::vector<WatchLine> lines{{"kavstat watch: keys", WatchStyle::title}, {}};
     for (const char* const line : key_lines) {
         lines.push_back({line});
+    }
+    for (const char* const line : playback_key_lines) {
+        if (b_playback) {
+            lines.push_back({line});
+        }
     }
     return lines;
 }
@@ -104,6 +116,9 @@ std::string WatchView::state_of(const WatchModel& model) const
         return model.error() != 0 ? Source::reason_of(model.error()) : "waiting for the engine";
     }
     const std::time_t time = model.now().capture_time;
+    if (!m_position.empty()) {
+        return m_position;
+    }
     return m_file ? date_and_time(time) + "  " + plain_text(*m_file) : time_of_day(time);
 }
 
@@ -130,7 +145,7 @@ std::vector<WatchLine> WatchView::screen(const WatchModel& model, std::size_t wi
 {
     std::vector<WatchLine> lines;
     if (m_b_help) {
-        lines = help();
+        lines = help(!m_position.empty());
     } else {
         lines.push_back(title(model, width));
         if (!model.is_up()) {

@@ -20,6 +20,10 @@ public:
 
     // key: a character or a WatchKey.
     void press(int key);
+    // Whether a key is a part of a text, or ends the help, and none that does anything.
+    bool is_taking_text() const { return m_b_help || page().is_typing(); }
+    // Where a recorded history is played; the title shows it instead of the moment.
+    void set_position(std::string position) { m_position = std::move(position); }
     bool is_over() const { return m_b_over; }
     bool is_paused() const { return m_b_paused; }
     double interval() const { return m_interval; }
@@ -45,6 +49,7 @@ private:
     double m_interval;
     bool m_b_unicode;
     std::optional<std::string> m_file;
+    std::string m_position; // of a playback; empty otherwise
     bool m_b_over = false;
     bool m_b_paused = false;
     bool m_b_help = false;

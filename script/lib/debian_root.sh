@@ -37,6 +37,7 @@ END
 # script prints, and fails unless its last line is "ok".
 boot_root() {
     local root=$1
+    rm -f "$root/root/boot_output"
     cp "$2" "$root/root/boot_script"
     cat >"$root/etc/systemd/system/boot_script.service" <<'END'
 [Unit]
@@ -44,8 +45,8 @@ After=multi-user.target
 [Service]
 Type=oneshot
 ExecStart=/root/boot_script
-StandardOutput=truncate:/root/boot_output
-StandardError=inherit
+StandardOutput=file:/root/boot_output
+StandardError=file:/root/boot_output
 ExecStopPost=systemctl --no-block poweroff
 [Install]
 WantedBy=graphical.target

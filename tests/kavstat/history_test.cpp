@@ -1,6 +1,10 @@
+#include "RE_top_app_log_writer.h"
 #include "history/reader.h"
 #include "history/recorded_image.h"
 #include "history/recorder.h"
+#include "history/table_export.h"
+#include "history/times.h"
+#include "history/top_app_import.h"
 #include "kavstat_fixture.h"
 #include "support/files.h"
 
@@ -357,6 +361,408 @@ TEST(history_keep, is_read_and_applied)
     const std::vector<HistorySample> ahead = {sample(1, 610, 1), sample(2, 99000, 1), sample(3, 630, 1),
                                               sample(4, 900, 1)};
     EXPECT_EQ(text(plan_thinning(ahead, keep, 900, 99)), "2>3 1>3 ");
+}
+
+// The queries of the manual page, in order.
+std::vector<std::string> documented_queries()
+{
+    const std::string page = bytes_of_file(KAV_DOCS "/man/kav-history.5.scd");
+    std::vector<std::string> queries;
+    for (std::size_t at = page.find("\n```\n"); at != std::string::npos;) {
+        const std::size_t end = page.find("\n```\n", at + 5);
+        queries.push_back(page.substr(at + 5, end - at - 5));
+        at = page.find("\n```\n", end + 5);
+    }
+    return queries;
+}
+
+// Each row's values joined by "|", as the sqlite3 program prints them.
+std::vector<std::string> rows_of(const std::string& file, const std::string& query)
+{
+    Database database;
+    EXPECT_EQ(open_history(database, file), "");
+    Statement row = database.prepare(query);
+    EXPECT_TRUE(row.is_ready()) << database.error();
+    std::vector<std::string> rows;
+    while (row.next()) {
+        std::string text;
+        for (int column = 0; column < row.columns(); ++column) {
+            text += (column == 0 ? "" : "|") + std::string(row.text(column));
+        }
+        rows.push_back(text);
+    }
+    EXPECT_FALSE(row.is_failed()) << database.error();
+    return rows;
+}
+
+// Two hours of two days with a restart between.
+TEST_F(history_test, documented_queries_give_what_they_promise)
+{
+    setenv("TZ", "UTC", 1);
+    start();
+    RE_stat_peer_header headers[2] = {peer_header_of(1), peer_header_of(2)};
+    std::strcpy(headers[0].m_peer_host_name, "north");
+    std::strcpy(headers[1].m_peer_host_name, "south");
+    int peers[2] = {engine.add_peer(1, headers[0]), engine.add_peer(2, headers[1])};
+    int conn = engine.open_conn(peers[0], conn_header_of(1), so_header_of(1), 5000);
+    Recorder recorder(options());
+    ASSERT_EQ(recorder.open(path()), "");
+    const auto sample = [&](std::time_t at, long long before, long long after, long long north, long long south) {
+        moment = at;
+        engine.add_conn_stat(conn, RE_STAT_CONN_ID_ENCODE_IN_BYTES, before);
+        engine.add_conn_stat(conn, RE_STAT_CONN_ID_ENCODE_OUT_BYTES, after);
+        engine.add_peer_stat(peers[0], RE_STAT_PEER_ID_NUM_NACKS, north);
+        engine.add_peer_stat(peers[1], RE_STAT_PEER_ID_NUM_NACKS, south);
+        ASSERT_EQ(record(recorder), RecordResult::recorded);
+    };
+    constexpr std::time_t midnight = 1699920000; // 2023-11-14 00:00
+    sample(midnight + 36000, 500, 500, 9, 9);
+    sample(midnight + 36010, 1000, 250, 3, 0);
+    sample(midnight + 37000, 1000, 250, 0, 5);
+    sample(midnight + 39600, 800, 600, 0, 0);
+    engine.add_nack({1, 0, 1, 1, 1, 1});
+    engine.add_nack({2, 0, 1, 1, 1, 2});
+    engine.add_nack({3, 1, 3, 1, 1, 3});
+    ASSERT_EQ(engine.set_bypass({0x0a000001, 443, RE_bypass_reason::low_compression, 1600000000, 0, 1, 6}), 0);
+    sample(midnight + 86400, 0, 0, 4, 1);
+    ASSERT_EQ(engine.set_bypass({0x0a000001, 443, RE_bypass_reason::low_compression, 1600000000, 0, 2, 6}), 0);
+    // Counted anew since a restart: its first sample has nothing to be compared with.
+    reader.reset();
+    engine.close();
+    ASSERT_EQ(engine.create(few, midnight + 86500), 0);
+    engine.publish();
+    peers[0] = engine.add_peer(1, headers[0]);
+    peers[1] = engine.add_peer(2, headers[1]);
+    conn = engine.open_conn(peers[0], conn_header_of(1), so_header_of(1), 5000);
+    sample(midnight + 86600, 7000, 7000, 100, 0);
+    sample(midnight + 86610, 400, 100, 0, 2);
+    recorder.close();
+
+    const std::vector<std::string> queries = documented_queries();
+    ASSERT_EQ(queries.size(), 3U);
+    using rows = std::vector<std::string>;
+    EXPECT_EQ(rows_of(path(), queries[0]), (rows{"2023-11-14 10:00|2000|500|75.0", "2023-11-14 11:00|800|600|25.0",
+                                                 "2023-11-15 00:00|400|100|75.0"}));
+    EXPECT_EQ(rows_of(path(), queries[1]), (rows{"2023-11-14|2|south|5", "2023-11-15|1|north|4"}));
+    EXPECT_EQ(rows_of(path(), queries[2]),
+              (rows{"bypass|low_compression|1", "nack|chunk_missed|2", "rtx|disk_overloaded|1"}));
+}
+
+// Every table and view, and every column that does not come from the descriptions of counters and fields.
+TEST_F(history_test, the_manual_page_names_all_tables_and_columns)
+{
+    std::string page = bytes_of_file(KAV_DOCS "/man/kav-history.5.scd");
+    page.erase(std::remove(page.begin(), page.end(), '\\'), page.end());
+    std::set<std::string> described;
+    for (const auto& [scope, prefix] :
+         {std::pair(CounterScope::engine, ""), std::pair(CounterScope::peer, ""),
+          std::pair(CounterScope::application, ""), std::pair(CounterScope::connection, ""),
+          std::pair(CounterScope::connection, "conn_")}) {
+        for (const HistoryColumn& column : counter_columns(scope, prefix)) {
+            described.insert(column.name);
+        }
+    }
+    const auto add = [&](const auto& fields, const std::string& prefix = {}) {
+        for (const auto& field : fields) {
+            described.insert(prefix + field.key);
+        }
+    };
+    add(peer_fields);
+    add(app_fields);
+    add(bypass_fields);
+    add(config_fields);
+    add(connection_fields);
+    add(nack_fields);
+    add(transport_fields, "transport_");
+    for (const HistoryTable& table : history_tables()) {
+        EXPECT_NE(page.find(table.name), std::string::npos) << table.name;
+        for (const HistoryColumn& column : table.columns) {
+            EXPECT_TRUE(described.contains(column.name) || page.find("_" + column.name + "_") != std::string::npos)
+                << table.name << "." << column.name;
+        }
+    }
+}
+
+TEST(history_times, are_read_as_people_write_them)
+{
+    setenv("TZ", "UTC", 1);
+    constexpr std::time_t now = 1763735400; // 2025-11-21 14:30:00
+    const std::pair<const char*, std::time_t> moments[] = {
+        {"now", now},
+        {"-1h", now - 3600},
+        {"-1h30m", now - 5400},
+        {"-2d", now - 172800},
+        {"14:30", now},
+        {"14:31", now - 86400 + 60},
+        {"14:29:58", now - 2},
+        {"9:00", now - 19800},
+        {"2025-11-20", 1763596800},
+        {"2025-11-20 14:30", now - 86400},
+        {"2025-11-20T14:30:15", now - 86400 + 15},
+        {"1763735400", now},
+        {"0", 0},
+    };
+    for (const auto& [text, moment] : moments) {
+        EXPECT_EQ(parse_moment(text, now), moment) << text;
+    }
+    for (const char* const wrong :
+         {"", "-", "-1", "1h", "-1x", "24:00", "12:60", "12", "2025-02-30", "2025-13-01", "2025-11-20 ",
+          "2025-11-20 25:00", "2025-11-20x", "99999999999999999999", "-99999999999999999d", "yesterday", "1:2:3"}) {
+        if (std::string(wrong) != "12") { // seconds since the epoch
+            EXPECT_EQ(parse_moment(wrong, now), std::nullopt) << wrong;
+        }
+    }
+    EXPECT_EQ(parse_size("4096"), 4096);
+    EXPECT_EQ(parse_size("500M"), 524288000);
+    EXPECT_EQ(parse_size("2G"), 2147483648);
+    for (const char* const wrong : {"", "M", "1MB", "1m", "-1", "99999999999G"}) {
+        EXPECT_EQ(parse_size(wrong), std::nullopt) << wrong;
+    }
+}
+
+// ---- Import and export.
+
+class history_import : public history_test
+{
+protected:
+    history_import()
+    {
+        EXPECT_TRUE(m_database.open(path(), Database::Access::write));
+        EXPECT_EQ(prepare_schema(m_database), "");
+    }
+    ImportResult import(const std::string& log)
+    {
+        return import_top_app_log(m_database, log, 1700000000, [](double) {});
+    }
+    // A section of one name and so many records, each with its number as traffic.
+    void append_section(const std::string& log, int records)
+    {
+        RE_top_app_log_name name{7, {}};
+        std::strcpy(name.names.m_policy_engine_application_name, "we\"b,");
+        std::strcpy(name.names.m_policy_engine_classifier_name, "http\xff");
+        std::vector<RE_stat_app_struct> rows;
+        for (int at = 0; at < records; ++at) {
+            RE_stat_app_struct row{};
+            row.m_header = app_key_of(5);
+            row.m_header.m_reserve_not_used = 0;
+            row.m_header.set_policy_engine_handler(at == 0 ? 7 : 8);
+            row.m_id_array[RE_STAT_APP_ID_ENCODE_IN_KBYTES] = static_cast<std::uint32_t>(at + 1);
+            rows.push_back(row);
+        }
+        ASSERT_EQ(append_top_app_log(log, {&name, 1}, rows), 0);
+    }
+    std::string exported(const std::string& table, ExportFormat format, const HistorySpan& span = {})
+    {
+        Database database;
+        EXPECT_EQ(open_history(database, path()), "");
+        StringSink sink;
+        Output output(sink);
+        EXPECT_EQ(export_table(database, table, format, span, output), "");
+        output.flush();
+        return sink.text();
+    }
+
+private:
+    Database m_database;
+};
+
+TEST_F(history_import, logs_with_sections_are_imported_once)
+{
+    const std::string log = folder.file("log");
+    append_section(log, 3);
+    ImportResult result = import(log);
+    EXPECT_EQ(result.error, "");
+    EXPECT_EQ(result.records, 3);
+    EXPECT_EQ(import(log).records, 0);
+    // Under another name, and grown.
+    std::filesystem::rename(log, folder.file("log.1"));
+    append_section(folder.file("log.1"), 2);
+    EXPECT_EQ(import(folder.file("log.1")).records, 2);
+    EXPECT_EQ(number("SELECT count(*) FROM top_app_log"), 1);
+    EXPECT_EQ(number("SELECT count(*) FROM top_app_record"), 5);
+    EXPECT_EQ(number("SELECT sum(encode_in_kbytes) FROM top_app_record WHERE section = 2"), 3);
+    EXPECT_EQ(number("SELECT count(*) FROM top_app_record WHERE application = 'we\"b,' AND classifier = 'http\uFFFD'"),
+              2);
+    EXPECT_EQ(number("SELECT count(*) FROM top_app_record WHERE application IS NULL"), 3);
+}
+
+TEST_F(history_import, what_is_whole_of_a_cut_log_is_kept)
+{
+    const std::string log = folder.file("log");
+    append_section(log, 3);
+    append_section(log, 3);
+    const std::string whole = bytes_of_file(log);
+    for (std::size_t size = whole.size() / 2 + 1; size < whole.size(); size += 37) {
+        write_file(log, whole.substr(0, size));
+        EXPECT_EQ(import(log).error, "it is cut short: byte " + std::to_string(size) + " is its last one");
+        ASSERT_EQ(number("SELECT count(*) FROM top_app_record"), 3);
+    }
+    write_file(log, whole);
+    EXPECT_EQ(import(log).error, "");
+    EXPECT_EQ(number("SELECT count(*) FROM top_app_record"), 6);
+}
+
+TEST_F(history_import, logs_without_sections_are_imported)
+{
+    RE_stat_app_log_record record{};
+    record.m_header.m_server_port = 443;
+    record.m_id_array[RE_STAT_APP_ID_ENCODE_IN_KBYTES] = 12;
+    const std::string bytes(reinterpret_cast<const char*>(&record), sizeof record);
+    const std::string log = folder.file("array");
+    write_file(log, bytes + bytes + "rest");
+    const ImportResult result = import(log);
+    EXPECT_EQ(result.records, 2);
+    EXPECT_EQ(result.error, "it is cut short: byte 204 is its last one");
+    EXPECT_EQ(number("SELECT sum(encode_in_kbytes) FROM top_app_record WHERE port = 443 AND section = 1"), 24);
+    write_file(log, bytes + bytes + bytes);
+    EXPECT_EQ(import(log).records, 1);
+}
+
+TEST_F(history_import, what_is_no_log_is_refused)
+{
+    const std::string log = folder.file("log");
+    write_file(log, "");
+    EXPECT_EQ(import(log).error, "the file is empty");
+    write_file(log, std::string(200, 'x'));
+    EXPECT_EQ(import(log).error, "at byte 0 there is no record; is it a top-application log?");
+    // A section of four thousand million names.
+    write_file(log, std::string("\x01\0\0\0\xff\xff\xff\xff", 8));
+    EXPECT_EQ(import(log).error, "it is cut short: byte 8 is its last one");
+    EXPECT_EQ(import(folder.path()).error, "not a regular file");
+    EXPECT_EQ(import(folder.file("missing")).error, "No such file or directory");
+    EXPECT_EQ(number("SELECT count(*) FROM top_app_log"), 0);
+}
+
+TEST_F(history_import, tables_are_exported)
+{
+    append_section(folder.file("log"), 1);
+    EXPECT_EQ(import(folder.file("log")).error, "");
+    const std::string csv = exported("top_app_record", ExportFormat::csv);
+    EXPECT_EQ(csv.substr(0, 44), "log,number,section,application,classifier,ka");
+    EXPECT_NE(csv.find("\r\n1,1,1,\"we\"\"b,\",http\uFFFD,"), std::string::npos) << csv;
+    const std::string lines = exported("top_app_record", ExportFormat::jsonl);
+    const nlohmann::json row = nlohmann::json::parse(lines);
+    EXPECT_EQ(row["application"], "we\"b,");
+    EXPECT_EQ(row["encode_in_kbytes"], 1);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 1);
+
+    Database database;
+    ASSERT_EQ(open_history(database, path()), "");
+    StringSink sink;
+    Output output(sink);
+    EXPECT_EQ(export_table(database, "top_app_log", ExportFormat::csv, {1, 2}, output),
+              "rows of \"top_app_log\" have no time");
+    EXPECT_EQ(export_table(database, "sqlite_schema", ExportFormat::csv, {}, output).substr(0, 40),
+              "no such table: \"sqlite_schema\"; there ar");
+}
+
+TEST_F(history_test, a_span_is_exported)
+{
+    start();
+    fill();
+    Recorder recorder(options());
+    ASSERT_EQ(recorder.open(path()), "");
+    for (int sample = 0; sample < 3; ++sample) {
+        ASSERT_EQ(record(recorder), RecordResult::recorded);
+    }
+    Database database;
+    ASSERT_EQ(open_history(database, path()), "");
+    for (const auto& [table, lines] : {std::pair("sample", 2), std::pair("engine", 2), std::pair("engine_figures", 2),
+                                       std::pair("peer", 0), std::pair("nack", 0)}) {
+        StringSink sink;
+        Output output(sink);
+        EXPECT_EQ(export_table(database, table, ExportFormat::jsonl, {1700000905, 1700000925}, output), "");
+        output.flush();
+        EXPECT_EQ(std::count(sink.text().begin(), sink.text().end(), '\n'), lines) << table;
+    }
+}
+
+// The file, its log and what readers share never exceed the size together, and the newest samples remain.
+TEST_F(history_test, the_largest_size_is_kept_to)
+{
+    start({64, 16, 2000, 8});
+    fill();
+    for (std::uint32_t app = 100; app < 1000; ++app) {
+        engine.find_or_add_app(app_key_of(app));
+    }
+    RecorderOptions made = options();
+    made.b_connections = false;
+    made.max_size = 8LL << 20;
+    Recorder recorder(made);
+    ASSERT_EQ(recorder.open(path()), "");
+    const auto size = [&] {
+        std::uintmax_t sum = 0;
+        for (const char* const suffix : {"", "-wal", "-shm"}) {
+            std::error_code none;
+            const std::uintmax_t one = std::filesystem::file_size(path() + suffix, none);
+            sum += none ? 0 : one;
+        }
+        return sum;
+    };
+    std::uintmax_t largest = 0;
+    for (std::uint32_t sample = 0; sample < 150; ++sample) {
+        for (int app = 0; app < 900; ++app) {
+            engine.add_app_stat(app, RE_STAT_APP_ID_ENCODE_IN_KBYTES, 100000 + sample);
+        }
+        ASSERT_EQ(record(recorder), RecordResult::recorded) << recorder.error();
+        largest = std::max(largest, size());
+        if (sample % 20 == 0) {
+            ASSERT_TRUE(recorder.thin());
+        }
+    }
+    EXPECT_LE(largest, std::uintmax_t{8} << 20);
+    EXPECT_GT(largest, std::uintmax_t{4} << 20);
+    EXPECT_GT(recorder.removed(), 0);
+    EXPECT_EQ(number("SELECT max(id) FROM sample"), 150);
+    EXPECT_GT(number("SELECT count(*) FROM sample"), 5);
+    const auto image = restored();
+    long value = 0;
+    long live = 0;
+    for (int slot = 0; slot < 900; ++slot) {
+        reader->read_app_stat(slot, RE_STAT_APP_ID_ENCODE_IN_KBYTES, live);
+        image->read_app_stat(slot, RE_STAT_APP_ID_ENCODE_IN_KBYTES, value);
+        ASSERT_EQ(live, value);
+    }
+    recorder.close();
+    // A smaller size later.
+    made.max_size = 4LL << 20;
+    Recorder smaller(made);
+    ASSERT_EQ(smaller.open(path()), "");
+    ASSERT_EQ(record(smaller), RecordResult::recorded) << smaller.error();
+    EXPECT_LE(size(), std::uintmax_t{4} << 20);
+    Database database;
+    ASSERT_EQ(open_history(database, path()), "");
+    EXPECT_EQ(database.text("PRAGMA integrity_check"), "ok");
+}
+
+// Thinning and connections keep to the size as well; connections without room come in a later sample.
+TEST_F(history_test, the_largest_size_holds_for_connections_and_thinning)
+{
+    start({4, 3000, 8, 8});
+    const int peer = engine.add_peer(1, peer_header_of(1));
+    for (std::uint32_t number = 0; number < 3000; ++number) {
+        engine.open_conn(peer, conn_header_of(number), so_header_of(number), 5000);
+    }
+    RecorderOptions made = options();
+    made.max_size = 4LL << 20;
+    made.keep = *parse_keep("1s:all,1d:1m");
+    Recorder recorder(made);
+    ASSERT_EQ(recorder.open(path()), "");
+    std::uintmax_t largest = 0;
+    for (int sample = 0; sample < 60; ++sample) {
+        for (int conn = 0; conn < 3000; conn += 7) {
+            engine.add_conn_stat(conn, RE_STAT_CONN_ID_ENCODE_IN_BYTES, 1);
+        }
+        ASSERT_EQ(record(recorder), RecordResult::recorded) << recorder.error();
+        ASSERT_TRUE(recorder.thin());
+        for (const char* const suffix : {"-wal", "-shm"}) {
+            std::error_code none;
+            const std::uintmax_t beside = std::filesystem::file_size(path() + suffix, none);
+            largest = std::max(largest, std::filesystem::file_size(path()) + (none ? 0 : beside));
+        }
+    }
+    EXPECT_LE(largest, std::uintmax_t{4} << 20);
+    EXPECT_EQ(number("SELECT count(DISTINCT slot) FROM connection WHERE slot % 7 = 0"), 429);
 }
 
 } // namespace

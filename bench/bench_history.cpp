@@ -1,0 +1,180 @@
+// Measures what a recorded sample costs: time and bytes in the database for an engine of 1,000 peers and 20,000
+// applications, and how long a moment takes to be restored. When rrdtool is installed, the same figures are stored with
+// it, in one file for each peer and application.
+//
+//   bench_history [PEERS APPLICATIONS]
+#include "history/reader.h"
+#include "history/recorded_image.h"
+#include "history/recorder.h"
+#include "support/engine_shapes.h"
+#include "support/files.h"
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <string>
+
+using namespace kavstat;
+
+namespace {
+
+// With the number of active connections, and of connections opened and closed.
+constexpr int peer_figures = int{RE_STAT_PEER_ID_MAX} + int{RE_STAT_CONN_ID_MAX} + 1;
+constexpr int app_figures = int{RE_STAT_APP_ID_MAX} + 2;
+
+double milliseconds_of(const std::function<void()>& work)
+{
+    const auto begin = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count();
+}
+
+void fill(RE_stat_writer& engine, int peers, int apps)
+{
+    RE_stat_limits limits;
+    limits.peers = peers;
+    limits.applications = apps;
+    if (engine.create(limits, std::time(nullptr)) != 0) {
+        std::puts("no segment to be had");
+        std::exit(1);
+    }
+    for (int peer = 0; peer < peers; ++peer) {
+        RE_stat_peer_header header{};
+        std::memcpy(header.m_kav_peer_id.m_data, &peer, sizeof peer);
+        std::snprintf(header.m_peer_host_name, sizeof header.m_peer_host_name, "branch-%d.example.net", peer);
+        set_peer_figures(engine, engine.add_peer(peer, header), [](int id) { return 123456789LL * (id + 1); });
+    }
+    // Sums over connections come from connections.
+    for (int conn = 0; conn < peers; ++conn) {
+        RE_stat_conn_header header{};
+        header.m_conn_id = conn;
+        const int slot = engine.open_conn(conn, header, {}, 1);
+        add_conn_figures(engine, slot, [](int id) { return 1000000 + id; });
+        engine.release_conn(slot);
+    }
+    for (int app = 0; app < apps; ++app) {
+        const int peer = app % peers;
+        RE_kav_peer_id identity{};
+        std::memcpy(identity.m_data, &peer, sizeof peer);
+        RE_stat_app_header header{};
+        header.set(identity, static_cast<std::uint16_t>(80 + app / peers), false);
+        const int slot = engine.find_or_add_app(header);
+        add_app_figures(engine, slot, [](int id) { return 123456 * (id + 1); });
+    }
+    engine.publish();
+}
+
+// Every n-th peer and application has traffic.
+void move(RE_stat_writer& engine, int peers, int apps, int step)
+{
+    for (int peer = 0; step > 0 && peer < peers; peer += step) {
+        engine.add_peer_stat(peer, RE_STAT_PEER_ID_NUM_NACKS, 1);
+    }
+    for (int app = 0; step > 0 && app < apps; app += step) {
+        engine.add_app_stat(app, RE_STAT_APP_ID_ENCODE_IN_KBYTES, 1);
+    }
+}
+
+void bench_rrdtool(const std::string& folder, int peers, int apps)
+{
+    if (std::system("command -v rrdtool >/dev/null") != 0) {
+        std::puts("rrdtool is not installed");
+        return;
+    }
+    const auto script = [&](const std::function<void(FILE*, const std::string&, int)>& line) {
+        FILE* const program = popen("rrdtool - >/dev/null", "w");
+        for (int at = 0; program != nullptr && at < peers + apps; ++at) {
+            const bool b_peer = at < peers;
+            line(program, folder + "/" + std::to_string(at) + ".rrd", b_peer ? peer_figures : app_figures);
+        }
+        pclose(program);
+    };
+    script([](FILE* program, const std::string& file, int figures) {
+        std::fprintf(program, "create %s --start 1700000000 --step 10", file.c_str());
+        for (int figure = 0; figure < figures; ++figure) {
+            std::fprintf(program, " DS:f%d:GAUGE:20:U:U", figure);
+        }
+        std::fputs(" RRA:LAST:0.5:1:4\n", program);
+    });
+    std::time_t time = 1700000000;
+    for (int sample = 0; sample < 2; ++sample) {
+        time += 10;
+        const double spent = milliseconds_of([&] {
+            script([time](FILE* program, const std::string& file, int figures) {
+                std::fprintf(program, "update %s %lld", file.c_str(), static_cast<long long>(time));
+                for (int figure = 0; figure < figures; ++figure) {
+                    std::fprintf(program, ":%d", 123456789 + figure);
+                }
+                std::fputs("\n", program);
+            });
+        });
+        std::printf("rrdtool, a sample          %8.1f ms  %9lld bytes (8 a figure)\n", spent,
+                    8LL * (peers * peer_figures + apps * app_figures));
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const int peers = argc > 2 ? std::atoi(argv[1]) : 1000;
+    const int apps = argc > 2 ? std::atoi(argv[2]) : 20000;
+    use_own_segment();
+    const scratch_folder folder(disk());
+    const std::string path = folder.file("history.db");
+    RE_stat_writer engine;
+    fill(engine, peers, apps);
+    std::unique_ptr<RE_stat_reader> live(RE_stat_reader::create(RE_STAT_READER_SHM, nullptr));
+    auto* const reader = dynamic_cast<RE_image_reader*>(live.get());
+    if (reader == nullptr || reader->open() != 0) {
+        std::puts("no engine to be read");
+        return 1;
+    }
+    double seconds = 0;
+    for (const auto& [what, step] : {std::pair("everything is new", 0), std::pair("everything moved", 1),
+                                     std::pair("a tenth moved", 10), std::pair("nothing moved", 0)}) {
+        constexpr int samples = 10;
+        const int rounds = seconds == 0 ? 1 : samples;
+        const auto size = static_cast<long long>(seconds == 0 ? 0 : std::filesystem::file_size(path));
+        double spent = 0;
+        Recorder recorder({});
+        if (const std::string reason = recorder.open(path); !reason.empty()) {
+            std::puts(reason.c_str());
+            return 1;
+        }
+        // What a recorder reads at its start is not a sample's cost.
+        if (seconds > 0) {
+            recorder.record(*reader, true, seconds += 10);
+        }
+        for (int round = 0; round < rounds; ++round) {
+            move(engine, peers, apps, step);
+            spent += milliseconds_of([&] { recorder.record(*reader, true, seconds += 10); });
+        }
+        recorder.close();
+        const auto grown = static_cast<long long>(std::filesystem::file_size(path)) - size;
+        std::printf("%-26s %8.1f ms  %9lld bytes a sample\n", what, spent / rounds, grown / rounds);
+    }
+    Database database;
+    if (!open_history(database, path).empty()) {
+        return 1;
+    }
+    HistoryReader history(database);
+    double spent = 0;
+    long long restored = 0;
+    for (const HistorySample& sample : history.samples({})) {
+        spent += milliseconds_of([&] {
+            const std::optional<RecordedMoment> moment = history.restore(sample);
+            RecordedReader image(*moment);
+            image.open();
+            restored += static_cast<long long>(take_snapshot(image, 0).apps.size());
+        });
+    }
+    const auto count = static_cast<long long>(history.samples({}).size());
+    std::printf("restoring a moment         %8.1f ms  %9lld applications\n", spent / static_cast<double>(count),
+                restored / count);
+    bench_rrdtool(folder.path(), peers, apps);
+    return 0;
+}

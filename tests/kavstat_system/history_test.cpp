@@ -1,0 +1,130 @@
+// Recording, and reading what was recorded, with the program.
+#include "kavstat_program.h"
+#include "support/contains.h"
+#include "support/terminal.h"
+
+#include <csignal>
+
+namespace {
+
+class history_program : public system_test
+{
+protected:
+    std::string database() const { return path("history.db"); }
+    void record() const
+    {
+        const program_result result = run_kavstat({"record", "--once", database()});
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_EQ(result.err + result.out, "");
+    }
+};
+
+} // namespace
+
+TEST_F(history_program, a_recorded_moment_gives_the_same_document)
+{
+    const small_engine engine;
+    EXPECT_EQ(run_kavstat({"record", "--once", "--connections", database()}).status, 0);
+    nlohmann::json recorded = nlohmann::json::parse(run_kavstat({"json", "--history", database()}).out);
+    nlohmann::json live = nlohmann::json::parse(run_kavstat({"json"}).out);
+    EXPECT_EQ(recorded["source"], "history");
+    EXPECT_EQ(recorded["file"], database());
+    for (nlohmann::json* const document : {&recorded, &live}) {
+        document->erase("source");
+        document->erase("file");
+        document->erase("capture_time");
+    }
+    EXPECT_EQ(recorded, live);
+}
+
+TEST_F(history_program, moments_and_spans_are_read)
+{
+    small_engine engine;
+    record();
+    engine.writer().add_conn_stat(engine.encoding_conn(), RE_STAT_CONN_ID_ENCODE_NUM_MSGS, 5);
+    record();
+    const std::string lines = run_kavstat({"json", "--history", database(), "--from", "-1h", "--scope", "global"}).out;
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 2);
+    const program_result diff = run_kavstat({"diff", "--history", database(), "--from", "-1h"});
+    EXPECT_EQ(diff.status, 3) << diff.out;
+    EXPECT_TRUE(contains(diff.err, "history.db: the first sample is of ")) << diff.err;
+    EXPECT_TRUE(contains(run_kavstat({"diff", "--history", database(), "--from", "now"}).out, "between: 0 s\n"));
+    const program_result health = run_kavstat({"health", "--history", database()});
+    EXPECT_EQ(health.status, 2);
+    EXPECT_TRUE(contains(health.out, "peer 1 branch-1.example.net")) << health.out;
+    EXPECT_TRUE(contains(run_kavstat({"watch", "--history", database(), "--once"}).out, ", 2 of 2\n"));
+    EXPECT_EQ(run_kavstat({"json", "--history", database(), "--at", "2020-01-01"}).status, 3);
+    const program_result wrong = run_kavstat({"json", "--history", database(), "--at", "2020-02-30"});
+    EXPECT_EQ(wrong.status, 2);
+    EXPECT_TRUE(contains(wrong.err, R"(not a moment as "-1h", "14:30", "2026-11-20 14:30" or seconds since the epoch: )"
+                                    R"("2020-02-30")"))
+        << wrong.err;
+    EXPECT_EQ(run_kavstat({"diff"}).status, 2);
+    EXPECT_EQ(run_kavstat({"json", "--history", path("missing")}).err,
+              "kavstat: " + path("missing") + ": No such file or directory\n");
+}
+
+TEST_F(history_program, troubles_are_reported)
+{
+    EXPECT_EQ(run_kavstat({"record", "--once", database()}).status, 3);
+    write_file(path("text"), std::string(200, 'x'));
+    EXPECT_EQ(run_kavstat({"record", "--once", path("text")}).err,
+              "kavstat: " + path("text") + ": file is not a database\n");
+    EXPECT_EQ(run_kavstat({"record", "--max-size", "1M", database()}).status, 2);
+    EXPECT_EQ(run_kavstat({"record", "--keep", "1d", database()}).status, 2);
+    const program_result exported = run_kavstat({"export", "--table", "nothing", database()});
+    EXPECT_EQ(exported.status, 1);
+    EXPECT_TRUE(contains(exported.err, "no such table: \"nothing\"; there are application, ")) << exported.err;
+}
+
+TEST_F(history_program, logs_are_imported_and_tables_exported)
+{
+    const std::string log = KAV_TEST_DATA "/top_app.layout-1.log";
+    const program_result first = run_kavstat({"import", log, database()});
+    EXPECT_EQ(first.status, 0) << first.err;
+    EXPECT_EQ(first.err, "");
+    EXPECT_EQ(run_kavstat({"import", log, database()}).out, log + ": 0 records\n");
+    const std::string csv = run_kavstat({"export", "--table", "top_app_record", database()}).out;
+    EXPECT_TRUE(csv.starts_with("log,number,section,application,classifier,kav_peer_id,port,")) << csv;
+    EXPECT_EQ(first.out, log + ": " + std::to_string(std::count(csv.begin(), csv.end(), '\n') - 1) + " records\n");
+    EXPECT_EQ(run_kavstat({"import", path("missing"), log, path("other.db")}).status, 1);
+}
+
+TEST_F(history_program, a_recorder_ends_cleanly_and_lets_others_read)
+{
+    const small_engine engine;
+    child_program recorder(built_program("kavstat"), {"record", "--interval", "0.1", database()});
+    program_result read;
+    for (int attempt = 0; attempt < 100 && read.status != 0; ++attempt) {
+        usleep(100000);
+        read = run_kavstat({"json", "--history", database()});
+    }
+    EXPECT_EQ(read.status, 0) << read.err;
+    EXPECT_EQ(run_kavstat({"record", "--once", database()}).err,
+              "kavstat: " + database() + ": another recorder is writing it\n");
+    recorder.send_signal(SIGTERM);
+    const program_result ended = recorder.finish();
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(ended.err + ended.out, "");
+    EXPECT_EQ(names_in(folder()), std::vector<std::string>{"history.db"});
+}
+
+TEST_F(history_program, the_view_plays)
+{
+    small_engine engine;
+    for (int sample = 0; sample < 12; ++sample) {
+        record();
+    }
+    const terminal screen(folder(), built_program("kavstat") + " watch -i 0.2 --history " + database(), 100, 30);
+    screen.screen_with(", 12 of 12");
+    screen.press({"Left"});
+    screen.screen_with(", 11 of 12");
+    screen.press({"PPage"});
+    screen.screen_with(", 1 of 12");
+    screen.press({"Right", "2"});
+    EXPECT_TRUE(contains(screen.screen_with("PEER HOST"), ", 2 of 12"));
+    screen.press({"Space"});
+    screen.screen_with(", 12 of 12  ");
+    screen.press({"q"});
+    screen.screen_with("status 0");
+}
