@@ -1,10 +1,12 @@
 // The page of kavstat serve: what is kept for its charts, its tables, and what the server answers for it.
 #include "charts/chart_rows.h"
+#include "charts/svg.h"
 #include "kavstat_fixture.h"
 #include "page/entity_tables.h"
 #include "page/live_history.h"
 #include "page/packed_rows.h"
 #include "page/page_files.h"
+#include "page/report.h"
 #include "serve/http_server.h"
 #include "support/http_client.h"
 
@@ -454,4 +456,59 @@ TEST_F(page_test, the_page_is_served_with_a_strict_policy)
     }
     EXPECT_NE(get(server.port(), "/api/v1/health").head.find("Content-Security-Policy: default-src 'none'"),
               std::string::npos);
+}
+
+TEST(chart_picture, is_well_formed_whatever_the_names)
+{
+    ChartRows rows = rows_with({0, 5'000, 10'000, 15'000});
+    rows.rows[2].engine_start_time = rows.rows[3].engine_start_time = 2;
+    StringSink sink;
+    Output output(sink);
+    write_svg(*find_chart(ChartScope::engine, "traffic"), rows, "peer 1 </title><script>&\"\x01\xff", output);
+    output.flush();
+    const std::string& svg = sink.text();
+    EXPECT_TRUE(svg.starts_with("<svg xmlns=\"http://www.w3.org/2000/svg\""));
+    EXPECT_NE(
+        svg.find("<title>Traffic, peer 1 &lt;/title&gt;&lt;script&gt;&amp;&quot;\xEF\xBF\xBD\xEF\xBF\xBD</title>"),
+        std::string::npos);
+    EXPECT_EQ(svg.find("<script"), std::string::npos);
+    // 1000 B/s from the second row on, and no line across the start: two dots at 1/1.08 of the height.
+    EXPECT_NE(svg.find("<path d=\"M353.3 75.6h0M880.0 75.6h0\""), std::string::npos) << svg;
+    EXPECT_NE(svg.find(">Decoding, after</text>"), std::string::npos);
+}
+
+TEST_F(page_test, a_report_holds_data_that_cannot_end_its_element)
+{
+    start();
+    RE_stat_peer_header header = peer_header_of(1);
+    std::snprintf(header.m_peer_host_name, sizeof header.m_peer_host_name, "</script><!--<script>");
+    engine.add_peer(1, header);
+    LiveHistory live;
+    sample(live, 0);
+    StringSink sink;
+    Output output(sink);
+    write_page_report({live.health(), *live.reader(), live.moments(), {*live.rows(ChartScope::engine, "")}}, output);
+    output.flush();
+    const std::string& page = sink.text();
+    const std::string begin = "<script type=\"application/json\" id=\"kavstat-report\"";
+    const std::size_t at = page.find('>', page.find(begin)) + 1;
+    const std::string text = page.substr(at, page.find("</script>", at) - at);
+    EXPECT_EQ(text.find('<'), std::string::npos);
+    const nlohmann::json data = nlohmann::json::parse(text);
+    EXPECT_EQ(column(data["peers"], "host_name"), nlohmann::json({"</script><!--<script>"}));
+    EXPECT_EQ(data["histories"]["engine/"]["rows"].size(), 1U);
+    EXPECT_EQ(data["health"]["looked_at"]["peers"], 1);
+    EXPECT_EQ(page.find("<script src="), std::string::npos);
+    EXPECT_EQ(page.find("<link"), std::string::npos);
+    EXPECT_NE(page.find("default-src 'none'; script-src 'nonce-"), std::string::npos);
+}
+
+TEST_F(page_test, scripts_of_the_page_can_stand_in_a_report)
+{
+    for (const char* const path : {"/page.js", "/dygraph.js", "/page.css"}) {
+        const std::string_view text = find_page_file(path)->text;
+        for (const char* const end : {"</script", "</style", "<!--"}) {
+            EXPECT_EQ(text.find(end), std::string_view::npos) << path << end;
+        }
+    }
 }
