@@ -1,5 +1,6 @@
 #include "command_line.h"
 
+#include "charts/chart_table.h"
 #include "commands/commands.h"
 #include "documents/schemas.h"
 #include "health/report.h"
@@ -279,10 +280,57 @@ void add_rules(CLI::App& app, int& status)
     command->callback([options, &status] { status = run_rules(*options); });
 }
 
+std::vector<std::string> chart_names()
+{
+    std::vector<std::string> names;
+    for (const ChartScope scope : {ChartScope::engine, ChartScope::peer}) {
+        for (const Chart& chart : charts_of(scope)) {
+            if (std::find(names.begin(), names.end(), chart.name) == names.end()) {
+                names.emplace_back(chart.name);
+            }
+        }
+    }
+    return names;
+}
+
+void add_report(CLI::App& app, int& status)
+{
+    CLI::App* const command = app.add_subcommand("report", "The page of \"serve\" as one file with its data inside");
+    const auto options = std::make_shared<ReportOptions>();
+    CLI::Option* const file = command->add_option(
+        "FILE", options->file, "A saved statistics file, or one of \"record\", instead of the running engine");
+    const auto from = std::make_shared<std::string>();
+    const auto to = std::make_shared<std::string>();
+    const CLI::Validator is_moment(
+        [](const std::string& text) {
+            return parse_moment(text, std::time(nullptr))
+                       ? ""
+                       : "not a moment " + std::string(moment_forms) + ": \"" + text + "\"";
+        },
+        "TIME");
+    command->add_option("--from", *from, "Of a recorded history: not before this")->check(is_moment)->needs(file);
+    command->add_option("--to", *to, "Of a recorded history: not after this")->check(is_moment)->needs(file);
+    command->add_option("-o,--output", options->output, "Write to this file instead of standard output");
+    command->add_option("-i,--interval", options->interval, "Seconds between two looks at the running engine")
+        ->check(CLI::Validator(check_interval, "SECONDS"))
+        ->capture_default_str();
+    command->add_option("--rules", options->rules, rules_help);
+    CLI::Option* const chart =
+        command->add_option("--svg", options->chart, "A picture of one chart instead of the page")
+            ->check(CLI::IsMember(chart_names()));
+    command->add_option("--peer", options->peer, "Whose chart it is, by number, instead of the engine's")->needs(chart);
+    command->callback([options, from, to, &status] {
+        const std::time_t now = std::time(nullptr);
+        options->from = parse_moment(*from, now);
+        options->to = parse_moment(*to, now);
+        status = run_report(*options);
+    });
+}
+
 void add_serve(CLI::App& app, int& status)
 {
     CLI::App* const command =
-        app.add_subcommand("serve", "Serve metrics and statistics over HTTP until SIGTERM or SIGINT");
+        app.add_subcommand("serve", "Serve a page, metrics and statistics over HTTP until SIGTERM or SIGINT");
     const auto options = std::make_shared<ServeOptions>();
     const auto address = std::make_shared<std::string>("127.0.0.1:9748");
     command
@@ -305,6 +353,8 @@ void add_serve(CLI::App& app, int& status)
             },
             "MODE"))
         ->capture_default_str();
+    command->add_option("--history", options->http.history, "A file of \"record\": the page shows its past, too")
+        ->check(CLI::ExistingFile);
     command->add_option("--web-config", options->web_config,
                         "A file with TLS certificate and users, as Prometheus' web configuration");
     command->add_flag("--insecure", options->b_insecure, "Serve other machines without TLS or without passwords");
@@ -440,6 +490,7 @@ int run_command_line(int argc, const char* const* argv)
     add_rules(app, status);
     add_watch(app, status);
     add_serve(app, status);
+    add_report(app, status);
     add_diff(app, status);
     add_record(app, status);
     add_import(app, status);

@@ -94,6 +94,19 @@ struct RulesOptions
 };
 int run_rules(const RulesOptions& options);
 
+struct ReportOptions
+{
+    std::optional<std::string> file; // saved or recorded; the running engine when there is none
+    std::optional<std::time_t> from; // of a recorded history
+    std::optional<std::time_t> to;
+    std::optional<std::string> output; // a file; standard output when there is none
+    double interval = 2;               // seconds between two looks at the running engine
+    std::optional<std::string> rules;  // the file of settings
+    std::string chart;                 // a picture of this one instead of the page
+    std::optional<int> peer;           // whose chart it is, by number; the engine's when there is none
+};
+int run_report(const ReportOptions& options);
+
 struct ServeOptions
 {
     ListenAddress address;

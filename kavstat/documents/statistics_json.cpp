@@ -93,16 +93,17 @@ void write_figures(JsonWriter& json, std::string_view key, CounterScope scope, s
     json.end_object();
 }
 
-void write_head(JsonWriter& json, Source& source, const Snapshot& snapshot)
+// word: what the statistics come from. file: its name; nothing for the running engine.
+void write_head(JsonWriter& json, const char* word, const std::optional<std::string>& file, const Snapshot& snapshot)
 {
     json.member("kavstat_json", json_version);
     json.member_text("kavstat_version", KAV_VERSION);
-    json.member_text("source", source.is_live() ? "live" : source.is_recorded() ? "history" : "file");
+    json.member_text("source", word);
     json.key("file");
-    if (source.is_live()) {
-        json.null();
+    if (file) {
+        json.text(*file);
     } else {
-        json.text(source.name());
+        json.null();
     }
     json.member("engine_start_time", snapshot.engine_start_time);
     json.member("capture_time", snapshot.capture_time);
@@ -249,7 +250,8 @@ Document statistics_json(Source& source, const Snapshot& snapshot, const JsonSco
     RE_image_reader& reader = source.reader();
     document.add_once([&, b_global = scopes.b_global] {
         json.begin_object();
-        write_head(json, source, snapshot);
+        const char* const word = source.is_live() ? "live" : source.is_recorded() ? "history" : "file";
+        write_head(json, word, source.is_live() ? std::nullopt : std::optional(source.name()), snapshot);
         if (b_global) {
             write_global(json, snapshot);
         }
@@ -282,6 +284,15 @@ Document statistics_json(Source& source, const Snapshot& snapshot, const JsonSco
         }
     });
     return document;
+}
+
+void write_global_json(const std::optional<std::string>& file, const Snapshot& snapshot, Output& output)
+{
+    JsonWriter json(output);
+    json.begin_object();
+    write_head(json, file ? "file" : "live", file, snapshot);
+    write_global(json, snapshot);
+    json.end_object();
 }
 
 void write_statistics_json(Source& source, const JsonScopes& scopes, std::time_t now, Output& output)

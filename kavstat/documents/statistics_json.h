@@ -39,6 +39,9 @@ Document statistics_json(Source& source, const Snapshot& snapshot, const JsonSco
 // Writes the whole of it. now: the capture time of live statistics. Stops early once the output takes no more.
 void write_statistics_json(Source& source, const JsonScopes& scopes, std::time_t now, Output& output);
 
+// Writes the section of the engine alone. file: the saved file's name; nothing for the running engine.
+void write_global_json(const std::optional<std::string>& file, const Snapshot& snapshot, Output& output);
+
 // The JSON Schema of the document.
 std::string statistics_json_schema();
 

@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <charconv>
+#include <cmath>
 #include <string>
 
 namespace kavstat {
@@ -65,6 +67,18 @@ void JsonWriter::number(std::uint64_t value)
 {
     separate();
     m_output.add(std::to_string(value));
+}
+
+void JsonWriter::real(double value)
+{
+    if (!std::isfinite(value)) {
+        null();
+        return;
+    }
+    separate();
+    char digits[32];
+    const auto [end, error] = std::to_chars(digits, digits + sizeof digits, value);
+    m_output.add(std::string_view(digits, static_cast<std::size_t>(end - digits)));
 }
 
 void JsonWriter::boolean(bool b_value)

@@ -25,6 +25,8 @@ public:
 
     void number(long long value);
     void number(std::uint64_t value);
+    // The shortest digits that mean this number; null when it is infinite or none.
+    void real(double value);
     void boolean(bool b_value);
     void null();
     void text(std::string_view value);

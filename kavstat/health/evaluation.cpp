@@ -702,9 +702,11 @@ const std::vector<Finding>& HealthWatch::update(RE_image_reader& reader, const S
         m_moments.clear();
     }
     HealthMoments moments;
+    m_seconds.reset();
     if (!m_moments.empty() && at > m_moments.front().at) {
         moments.before = &m_moments.front().snapshot;
         moments.seconds = seconds(at - m_moments.front().at).count();
+        m_seconds = moments.seconds;
     }
     moments.now = &now;
     moments.extras = read_extras(reader, &m_pending.update(reader, now, at, moments_apart));
@@ -724,6 +726,7 @@ const std::vector<Finding>& HealthWatch::lose(clock::time_point at)
 {
     m_moments.clear();
     m_pending = {};
+    m_seconds.reset();
     m_findings = kavstat::findings(m_rules, {});
     remember_since(at);
     return m_findings;

@@ -153,6 +153,8 @@ public:
 
     const std::vector<Finding>& findings() const { return m_findings; }
     const RuleSet& rules() const { return m_rules; }
+    // The time that rates were taken over; nothing when there was one moment.
+    std::optional<double> seconds() const { return m_seconds; }
 
 private:
     struct Moment
@@ -166,6 +168,7 @@ private:
     RuleSet m_rules;
     std::deque<Moment> m_moments; // some seconds apart
     PendingWatch m_pending;
+    std::optional<double> m_seconds;
     std::map<std::string, clock::time_point> m_since; // by rule and subject
     std::vector<Finding> m_findings;
 };

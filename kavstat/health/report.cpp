@@ -72,6 +72,21 @@ std::string status_line_of(const Finding& finding)
     return line + (since.empty() ? "" : ", " + since) + " [" + finding.rule->name + "]";
 }
 
+// What was looked at, without what was found.
+HealthReport looked_at_report(const RuleSet& rules, const Snapshot& now, std::string source)
+{
+    HealthReport report;
+    report.source = std::move(source);
+    report.rules = static_cast<int>(std::count_if(rules.settings.begin(), rules.settings.end(),
+                                                  [](const RuleSetting& setting) { return setting.b_enabled; }));
+    report.peers = static_cast<int>(now.peers.size());
+    report.applications = static_cast<int>(now.apps.size());
+    report.connections = now.active_connections;
+    report.engine_start_time = now.engine_start_time;
+    report.capture_time = now.capture_time;
+    return report;
+}
+
 void add_line(Output& output, const std::string& line)
 {
     output.add(one_line(line));
@@ -108,20 +123,20 @@ HealthStatus HealthReport::status() const
 
 HealthReport health_report(const RuleSet& rules, const HealthMoments& moments, std::string source)
 {
-    HealthReport report;
+    HealthReport report = looked_at_report(rules, *moments.now, std::move(source));
     report.findings = findings(rules, moments);
-    report.source = std::move(source);
-    report.rules = static_cast<int>(std::count_if(rules.settings.begin(), rules.settings.end(),
-                                                  [](const RuleSetting& setting) { return setting.b_enabled; }));
-    report.peers = static_cast<int>(moments.now->peers.size());
-    report.applications = static_cast<int>(moments.now->apps.size());
-    report.connections = moments.now->active_connections;
-    report.engine_start_time = moments.now->engine_start_time;
-    report.capture_time = moments.now->capture_time;
     if (moments.before != nullptr && moments.seconds > 0) {
         report.seconds = moments.seconds;
         report.b_restarted = moments.before->engine_start_time != moments.now->engine_start_time;
     }
+    return report;
+}
+
+HealthReport health_report(const HealthWatch& watch, const Snapshot& now, std::string source)
+{
+    HealthReport report = looked_at_report(watch.rules(), now, std::move(source));
+    report.findings = watch.findings();
+    report.seconds = watch.seconds();
     return report;
 }
 

@@ -43,6 +43,8 @@ struct HealthReport
 
 // Evaluates the moments and makes the report. moments.now: not null.
 HealthReport health_report(const RuleSet& rules, const HealthMoments& moments, std::string source);
+// Makes the report of what a live view found at its last update. now: what it was updated with.
+HealthReport health_report(const HealthWatch& watch, const Snapshot& now, std::string source);
 // Makes the report if the rules cannot be evaluated. b_no_engine: because no engine is running.
 HealthReport unknown_health(const RuleSet& rules, std::string reason, std::string source, bool b_no_engine);
 

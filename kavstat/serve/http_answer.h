@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace kavstat {
@@ -20,6 +21,9 @@ struct HttpAnswer
     unsigned int status = 200;
     const char* type = plain_type; // of the body
     std::string text;              // the body, unless `make` is set
+    std::string_view lasting_text; // the body instead, when it lives as long as the program
+    // Content-Security-Policy: what a browser may do with the body.
+    const char* policy = "default-src 'none'; frame-ancestors 'none'";
 
     // Makes the body while it is sent. The output, and what this function holds, outlive the document. Not called for a
     // HEAD request.
@@ -34,6 +38,17 @@ inline HttpAnswer text_answer(unsigned int status, std::string text, const char*
     answer.status = status;
     answer.type = type;
     answer.text = std::move(text);
+    return answer;
+}
+
+// make: makes the document of a moment, for an output. moment: none for the head of an answer.
+template <typename Make>
+HttpAnswer document_answer(const char* type, std::shared_ptr<Moment> moment, Make make)
+{
+    HttpAnswer answer;
+    answer.type = type;
+    answer.make = [of = moment.get(), make = std::move(make)](Output& output) { return make(*of, output); };
+    answer.moment = std::move(moment);
     return answer;
 }
 

@@ -28,6 +28,7 @@
 #include <exception>
 #include <filesystem>
 #include <list>
+#include <numeric>
 #include <optional>
 #include <random>
 #include <thread>
@@ -42,8 +43,9 @@ using steady_clock = std::chrono::steady_clock;
 constexpr std::size_t piece_size = 16384;        // of a document, as one client holds it
 constexpr std::size_t connection_memory = 32768; // for a request's head, and then for a piece on its way
 constexpr std::size_t longest_head = 16384;
-constexpr int send_buffer = 65536;           // the kernel's, for one client
-constexpr std::size_t spare_descriptors = 4; // for reading the engine's statistics
+constexpr int send_buffer = 65536;                              // the kernel's, for one client
+constexpr std::size_t spare_descriptors = 4;                    // for reading the engine's statistics
+constexpr std::size_t most_text_bytes = std::size_t{32} << 20U; // of answers that are made at once
 constexpr std::chrono::milliseconds sweep_interval{100};
 constexpr std::chrono::milliseconds accept_pause{100};
 
@@ -229,8 +231,9 @@ struct client
     bool b_waiting = false;      // for the verdict about its password
     std::optional<bool> verdict; // whether the password is right
     std::unique_ptr<body_on_its_way> answer;
-    std::uint64_t made = 0;  // of the answer
-    std::uint64_t taken = 0; // of the answer, and when that last became more
+    std::size_t text_bytes = 0; // of the answer, when it is a text
+    std::uint64_t made = 0;     // of the answer
+    std::uint64_t taken = 0;    // of the answer, and when that last became more
     steady_clock::time_point taken_at = since;
 };
 
@@ -260,6 +263,8 @@ private:
     // Serving.
     bool find_room();
     void serve();
+    int milliseconds_to_sample() const;
+    void take_sample();
     void accept_client();
     void make_room();
     void cut_off_one(const std::string* address);
@@ -282,6 +287,7 @@ private:
     bool is_host_allowed(const std::vector<std::string>& hosts) const;
     static MHD_Result send_answer(MHD_Connection* connection, client& asking, bool b_head, ContentCoding coding,
                                   HttpAnswer made);
+    std::size_t text_bytes() const;
 
     ListenAddress m_address;
     HttpLimits m_limits;
@@ -306,7 +312,11 @@ private:
         }
     }};
 
-    RouteContext m_context{m_moments, {}, static_cast<double>(std::time(nullptr))};
+    LiveHistory m_live;
+    ConnectionRates m_connection_rates;
+    std::string m_history;
+    RouteContext m_context{m_moments, m_live, m_connection_rates,
+                           m_history, {},     static_cast<double>(std::time(nullptr))};
 
     static void cut_off(client& one)
     {
@@ -355,6 +365,7 @@ bool HttpServer::implementation::start(const ListenAddress& address, const HttpL
     m_limits = limits;
     m_allowed_hosts = options.allowed_hosts;
     m_context.metrics = options.metrics;
+    m_history = options.history;
     m_web = options.web;
     m_stop = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     m_verdicts = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
@@ -441,10 +452,11 @@ void HttpServer::implementation::serve()
                           {m_stop, POLLIN, 0},
                           {b_accept ? m_listener : -1, POLLIN, 0},
                           {m_verdicts, POLLIN, 0}};
-        poll(ready, std::size(ready), b_accept && !b_to_sweep ? -1 : static_cast<int>(wait));
+        poll(ready, std::size(ready), b_accept && !b_to_sweep ? milliseconds_to_sample() : static_cast<int>(wait));
         if (ready[1].revents != 0) {
             return;
         }
+        take_sample();
         if (ready[2].revents != 0) {
             accept_client();
             b_to_sweep = true;
@@ -458,6 +470,23 @@ void HttpServer::implementation::serve()
             b_to_sweep = !m_clients.empty() || !m_moments.is_empty();
             next_sweep = steady_clock::now() + sweep_interval;
         }
+    }
+}
+
+int HttpServer::implementation::milliseconds_to_sample() const
+{
+    using std::chrono::milliseconds;
+    const auto wait = std::chrono::ceil<milliseconds>(m_live.next_sample() - steady_clock::now());
+    return static_cast<int>(std::max(wait, milliseconds(0)).count());
+}
+
+void HttpServer::implementation::take_sample()
+{
+    try {
+        m_live.sample(steady_clock::now(), std::chrono::system_clock::now());
+        m_connection_rates.forget_unless_used(steady_clock::now());
+    } catch (const std::exception&) {
+        // There is no memory for it. The next one may be lucky.
     }
 }
 
@@ -650,41 +679,54 @@ ssize_t HttpServer::implementation::read_answer(void* of_client, std::uint64_t, 
 
 namespace {
 
-MHD_Result send(MHD_Connection* connection, MHD_Response* response, unsigned int status, const char* type,
+// made: gives the head.
+MHD_Result send(MHD_Connection* connection, MHD_Response* response, const HttpAnswer& made,
                 ContentCoding coding = ContentCoding::identity)
 {
     if (response == nullptr) {
         return MHD_NO;
     }
-    MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, type);
+    MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, made.type);
     MHD_add_response_header(response, MHD_HTTP_HEADER_CACHE_CONTROL, "no-store");
     MHD_add_response_header(response, MHD_HTTP_HEADER_VARY, "Accept, Accept-Encoding");
     MHD_add_response_header(response, "X-Content-Type-Options", "nosniff");
+    MHD_add_response_header(response, "Content-Security-Policy", made.policy);
+    MHD_add_response_header(response, "Cross-Origin-Resource-Policy", "same-origin");
+    MHD_add_response_header(response, "Referrer-Policy", "no-referrer");
     MHD_add_response_header(response, MHD_HTTP_HEADER_CONNECTION, "close");
     if (coding == ContentCoding::gzip) {
         MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_ENCODING, "gzip");
     }
-    if (status == MHD_HTTP_UNAUTHORIZED) {
+    if (made.status == MHD_HTTP_UNAUTHORIZED) {
         MHD_add_response_header(response, MHD_HTTP_HEADER_WWW_AUTHENTICATE,
                                 "Basic realm=\"kavstat\", charset=\"UTF-8\"");
     }
-    if (status == MHD_HTTP_TOO_MANY_REQUESTS) {
+    if (made.status == MHD_HTTP_TOO_MANY_REQUESTS) {
         MHD_add_response_header(response, MHD_HTTP_HEADER_RETRY_AFTER, "1");
     }
-    if (status == MHD_HTTP_METHOD_NOT_ALLOWED) {
+    if (made.status == MHD_HTTP_METHOD_NOT_ALLOWED) {
         MHD_add_response_header(response, MHD_HTTP_HEADER_ALLOW, "GET, HEAD");
     }
-    const MHD_Result result = MHD_queue_response(connection, status, response);
+    const MHD_Result result = MHD_queue_response(connection, made.status, response);
     MHD_destroy_response(response);
     return result;
 }
 
-MHD_Result send_text(MHD_Connection* connection, unsigned int status, std::string_view text,
-                     const char* type = plain_type)
+// made: an answer with a text.
+MHD_Result send_text(MHD_Connection* connection, const HttpAnswer& made)
 {
-    // Copied.
+    const bool b_lasting = !made.lasting_text.empty();
+    const std::string_view text = b_lasting ? made.lasting_text : made.text;
     void* const bytes = const_cast<char*>(text.data());
-    return send(connection, MHD_create_response_from_buffer(text.size(), bytes, MHD_RESPMEM_MUST_COPY), status, type);
+    return send(
+        connection,
+        MHD_create_response_from_buffer(text.size(), bytes, b_lasting ? MHD_RESPMEM_PERSISTENT : MHD_RESPMEM_MUST_COPY),
+        made);
+}
+
+MHD_Result refuse(MHD_Connection* connection, unsigned int status, std::string reason)
+{
+    return send_text(connection, text_answer(status, std::move(reason)));
 }
 
 // What counts in a request's head; a field may be there more than once.
@@ -754,29 +796,29 @@ MHD_Result HttpServer::implementation::answer(MHD_Connection* connection, client
         }
     }
     if (fields.b_body) {
-        return send_text(connection, MHD_HTTP_CONTENT_TOO_LARGE, "a request with a body is not served\n");
+        return refuse(connection, MHD_HTTP_CONTENT_TOO_LARGE, "a request with a body is not served\n");
     }
     if (method != MHD_HTTP_METHOD_GET && !b_head) {
-        return send_text(connection, MHD_HTTP_METHOD_NOT_ALLOWED, "only GET and HEAD are served\n");
+        return refuse(connection, MHD_HTTP_METHOD_NOT_ALLOWED, "only GET and HEAD are served\n");
     }
     if (MHD_get_connection_info(connection, MHD_CONNECTION_INFO_REQUEST_HEADER_SIZE)->header_size > longest_head) {
-        return send_text(connection, MHD_HTTP_REQUEST_HEADER_FIELDS_TOO_LARGE, "the request is too long\n");
+        return refuse(connection, MHD_HTTP_REQUEST_HEADER_FIELDS_TOO_LARGE, "the request is too long\n");
     }
     const std::optional<HttpTarget> target = parse_http_target(asking.target);
     std::vector<std::string>& hosts = fields.hosts;
     if (!target || hosts.size() > 1 || (hosts.empty() && version == MHD_HTTP_VERSION_1_1)) {
-        return send_text(connection, MHD_HTTP_BAD_REQUEST, "not a request for a path of one host\n");
+        return refuse(connection, MHD_HTTP_BAD_REQUEST, "not a request for a path of one host\n");
     }
     if (target->host) {
         hosts.push_back(*target->host);
     }
     // A request without a host does not come from a browser.
     if (!is_host_allowed(hosts)) {
-        return send_text(connection, MHD_HTTP_FORBIDDEN, "not a name of this server; see kavstat serve --allow-host\n");
+        return refuse(connection, MHD_HTTP_FORBIDDEN, "not a name of this server; see kavstat serve --allow-host\n");
     }
     const std::optional<ContentCoding> coding = preferred_coding(fields.accept_encoding);
     if (!coding) {
-        return send_text(connection, MHD_HTTP_NOT_ACCEPTABLE, "answers are not encoded, or by gzip\n");
+        return refuse(connection, MHD_HTTP_NOT_ACCEPTABLE, "answers are not encoded, or by gzip\n");
     }
     return send_answer(connection, asking, b_head, *coding, answer_to({b_head, *target, fields.accept}, m_context));
 }
@@ -792,7 +834,7 @@ std::optional<MHD_Result> HttpServer::implementation::authenticate(MHD_Connectio
         // A body would have to be read first. No client of ours sends one.
         if (!b_right && !b_body) {
             if (!m_passwords->verify_later(std::move(*credentials), asking.number, asking.address)) {
-                return send_text(connection, MHD_HTTP_TOO_MANY_REQUESTS, "too many passwords to verify\n");
+                return refuse(connection, MHD_HTTP_TOO_MANY_REQUESTS, "too many passwords to verify\n");
             }
             asking.b_waiting = true;
             MHD_suspend_connection(connection);
@@ -802,7 +844,7 @@ std::optional<MHD_Result> HttpServer::implementation::authenticate(MHD_Connectio
     if (b_right) {
         return std::nullopt;
     }
-    return send_text(connection, MHD_HTTP_UNAUTHORIZED, "a user's name and password are needed\n");
+    return refuse(connection, MHD_HTTP_UNAUTHORIZED, "a user's name and password are needed\n");
 }
 
 void HttpServer::implementation::take_verdicts()
@@ -842,18 +884,27 @@ bool HttpServer::implementation::is_host_allowed(const std::vector<std::string>&
 MHD_Result HttpServer::implementation::send_answer(MHD_Connection* connection, client& asking, bool b_head,
                                                    ContentCoding coding, HttpAnswer made)
 {
+    asking.text_bytes = made.text.size();
+    if (text_bytes() > most_text_bytes) {
+        return refuse(connection, MHD_HTTP_SERVICE_UNAVAILABLE, "too many answers are on their way\n");
+    }
     if (!made.make && coding == ContentCoding::identity) {
-        return send_text(connection, made.status, made.text, made.type);
+        return send_text(connection, made);
     }
     if (!made.make) {
-        made.make = [text = std::move(made.text)](Output& output) {
+        made.make = [text = std::move(made.text), lasting = made.lasting_text](Output& output) {
             Document document;
-            document.add_once([&output, text] { output.add(text); });
+            document.add_once([&output, text, lasting] {
+                output.add(text);
+                output.add(lasting);
+            });
             return document;
         };
     }
-    const unsigned int status = made.status;
-    const char* const type = made.type;
+    HttpAnswer head;
+    head.status = made.status;
+    head.type = made.type;
+    head.policy = made.policy;
     if (!b_head) {
         asking.answer = std::make_unique<body_on_its_way>(std::move(made), coding);
     }
@@ -863,7 +914,14 @@ MHD_Result HttpServer::implementation::send_answer(MHD_Connection* connection, c
         // The library would end a body in chunks that is not there.
         MHD_set_response_options(response, MHD_RF_HTTP_1_0_COMPATIBLE_STRICT, MHD_RO_END);
     }
-    return send(connection, response, status, type, coding);
+    return send(connection, response, head, coding);
+}
+
+// Of texts that are on their way to clients.
+std::size_t HttpServer::implementation::text_bytes() const
+{
+    return std::accumulate(m_clients.begin(), m_clients.end(), std::size_t{0},
+                           [](std::size_t sum, const client& each) { return sum + each.text_bytes; });
 }
 
 HttpServer::HttpServer() : m_impl(std::make_unique<implementation>())

@@ -34,6 +34,7 @@ struct HttpOptions
         allowed_hosts;     // clients of a loopback address may use these names beside those of loopback
     MetricsChoice metrics; // what /metrics gives
     WebConfig web;         // TLS and users; neither when empty
+    std::string history;   // the path of a recorded history; empty without one
 };
 
 class HttpServer

@@ -4,6 +4,7 @@
 #include "documents/statistics_json.h"
 #include "format/json_writer.h"
 #include "format/text.h"
+#include "page/page_routes.h"
 #include "serve/negotiation.h"
 #include "serve/process_metrics.h"
 
@@ -27,24 +28,6 @@ std::string text_of(const Write& write)
     write(output);
     output.flush();
     return sink.text();
-}
-
-// Gives the moment for an answer. The head of an answer needs no snapshot, only the engine. Returns 0 or an
-// RE_stat_error.
-int find_statistics(const HttpRequest& request, RouteContext& context, std::shared_ptr<Moment>& moment)
-{
-    return request.b_head ? Source().open() : context.moments.take(moment);
-}
-
-// make: makes the document of a moment, for an output.
-template <typename Make>
-HttpAnswer document_answer(const char* type, std::shared_ptr<Moment> moment, Make make)
-{
-    HttpAnswer answer;
-    answer.type = type;
-    answer.make = [of = moment.get(), make = std::move(make)](Output& output) { return make(*of, output); };
-    answer.moment = std::move(moment);
-    return answer;
 }
 
 // The collectors that the query selects from those that are on. Nothing, with a reason, when it names others.
@@ -151,18 +134,38 @@ HttpAnswer answer_ready(const HttpRequest&, RouteContext&)
 struct Route
 {
     const char* path;
-    // Names of the query parameters that the handler reads; others are ignored.
+    // Names of the query parameters that the handler reads.
     std::vector<std::string_view> parameters;
     HttpAnswer (*handler)(const HttpRequest&, RouteContext&);
+    bool b_ignores_others = false; // of the parameters; they are refused otherwise
+
+    bool reads(const HttpParameter& parameter) const
+    {
+        return std::find(parameters.begin(), parameters.end(), parameter.name) != parameters.end();
+    }
 };
 
 const std::vector<Route>& routes()
 {
     static const std::vector<Route> all{
-        {"/metrics", {"collect[]", "exclude[]"}, answer_metrics},
-        {"/api/v1/statistics", {"scope"}, answer_statistics},
-        {"/healthz", {}, answer_alive},
-        {"/readyz", {}, answer_ready},
+        {"/metrics", {"collect[]", "exclude[]"}, answer_metrics, true},
+        {"/api/v1/statistics", {"scope"}, answer_statistics, true},
+        {"/api/v1/health", {}, answer_health},
+        {"/api/v1/charts", {}, answer_charts},
+        {"/api/v1/history", {"scope", "key", "from", "to", "points"}, answer_history},
+        {"/api/v1/peers", {"top", "search", "sort", "reverse"}, answer_peers},
+        {"/api/v1/applications", {"top", "search", "sort", "reverse"}, answer_applications},
+        {"/api/v1/connections", {"top", "search", "sort", "reverse"}, answer_connections},
+        {"/api/v1/nacks", {"top", "search", "sort", "reverse"}, answer_nacks},
+        {"/api/v1/bypass", {"top", "search", "sort", "reverse"}, answer_bypass},
+        {"/api/v1/configuration", {"top", "search", "sort", "reverse"}, answer_configuration},
+        {"/healthz", {}, answer_alive, true},
+        {"/readyz", {}, answer_ready, true},
+        {"/", {}, answer_page_file, true},
+        {"/page.css", {}, answer_page_file, true},
+        {"/page.js", {}, answer_page_file, true},
+        {"/dygraph.js", {}, answer_page_file, true},
+        {"/icon.svg", {}, answer_page_file, true},
     };
     return all;
 }
@@ -178,16 +181,12 @@ std::string list_of_paths()
     return list;
 }
 
-HttpAnswer answer_overview()
-{
-    std::string text = "kavstat " KAV_VERSION "\n";
-    for (const Route& route : routes()) {
-        text += route.path + std::string("\n");
-    }
-    return text_answer(200, text);
-}
-
 } // namespace
+
+int find_statistics(const HttpRequest& request, RouteContext& context, std::shared_ptr<Moment>& moment)
+{
+    return request.b_head ? Source().open() : context.moments.take(moment);
+}
 
 HttpAnswer json_error_answer(unsigned int status, const std::string& reason)
 {
@@ -204,16 +203,14 @@ HttpAnswer answer_to(const HttpRequest& request, RouteContext& context)
 {
     for (const Route& route : routes()) {
         if (request.target.path == route.path) {
-            HttpTarget target = request.target;
-            std::erase_if(target.parameters, [&](const HttpParameter& parameter) {
-                return std::find(route.parameters.begin(), route.parameters.end(), parameter.name) ==
-                       route.parameters.end();
-            });
-            return route.handler({request.b_head, target, request.accept}, context);
+            const std::vector<HttpParameter>& parameters = request.target.parameters;
+            const auto unknown = std::find_if(parameters.begin(), parameters.end(),
+                                              [&](const HttpParameter& each) { return !route.reads(each); });
+            if (unknown != parameters.end() && !route.b_ignores_others) {
+                return json_error_answer(400, "no such parameter: \"" + unknown->name + "\"");
+            }
+            return route.handler(request, context);
         }
-    }
-    if (request.target.path == "/") {
-        return answer_overview();
     }
     return text_answer(404, "not found; there are " + list_of_paths() + "\n");
 }

@@ -1,6 +1,8 @@
 // The paths that the server knows, and what it answers to a request for each of them.
 #pragma once
 
+#include "page/entity_tables.h"
+#include "page/live_history.h"
 #include "serve/http_answer.h"
 #include "serve/http_request.h"
 #include "serve/moments.h"
@@ -20,9 +22,16 @@ struct HttpRequest
 struct RouteContext
 {
     Moments& moments;
-    MetricsChoice metrics; // what /metrics gives when the request leaves it open
-    double start_time;     // of the process, seconds since the epoch
+    LiveHistory& live;
+    ConnectionRates& connection_rates;
+    const std::string& history; // the path of a recorded history; empty without one
+    MetricsChoice metrics;      // what /metrics gives when the request leaves it open
+    double start_time;          // of the process, seconds since the epoch
 };
+
+// Gives the moment for an answer. The head of an answer needs no snapshot, only the engine. Returns 0 or an
+// RE_stat_error.
+int find_statistics(const HttpRequest& request, RouteContext& context, std::shared_ptr<Moment>& moment);
 
 // The answer to a GET or HEAD request for any path.
 HttpAnswer answer_to(const HttpRequest& request, RouteContext& context);

@@ -24,6 +24,7 @@ VALUES = {
     "--filter": "free",
     "--search": "free",
     "--allow-host": "free",
+    "--peer": "free",
     "--sort": ("sort_keys", r'''page=overview
 before=
 for word; do

@@ -257,7 +257,7 @@ TEST_P(shells_complete, as_in_this_table)
     const idle_engine engine({"--peers", "3"});
     const std::pair<std::string, words> cases[] = {
         {"kavstat me", {"metrics"}},
-        {"kavstat json --f", {"--file"}},
+        {"kavstat json --fi", {"--file"}},
         {"kavstat json --file re", {"report.log"}},
         {"kavstat json --scope global,a", {"apps"}},
         {"kavstat health --since re", {"report.log"}},

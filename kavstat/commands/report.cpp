@@ -1,0 +1,303 @@
+// kavstat report.
+#include "page/report.h"
+#include "charts/svg.h"
+#include "commands/commands.h"
+#include "commands/report_error.h"
+#include "format/text.h"
+#include "history/recorded_image.h"
+#include "page/recorded_rows.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <thread>
+
+namespace kavstat {
+
+namespace {
+
+// Peers whose charts a report has room for: those with most traffic.
+constexpr std::size_t most_peers_with_charts = 20;
+
+// A file that appears under its name when it is whole.
+class NewFile
+{
+public:
+    explicit NewFile(const std::string& path) : m_path(path), m_temporary(path + ".XXXXXX")
+    {
+        m_descriptor = mkstemp(m_temporary.data());
+    }
+    ~NewFile()
+    {
+        if (m_descriptor >= 0) {
+            close(m_descriptor);
+            unlink(m_temporary.c_str());
+        }
+    }
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+
+    int descriptor() const { return m_descriptor; }
+    // False with errno set when it cannot be put in place.
+    bool finish()
+    {
+        const mode_t mask = umask(0);
+        umask(mask);
+        constexpr mode_t everybody = 0666;
+        if (fchmod(m_descriptor, everybody & ~mask) != 0 || rename(m_temporary.c_str(), m_path.c_str()) != 0) {
+            return false;
+        }
+        close(m_descriptor);
+        m_descriptor = -1;
+        return true;
+    }
+
+private:
+    std::string m_path;
+    std::string m_temporary;
+    int m_descriptor;
+};
+
+double traffic_of(const SnapshotPeer& peer)
+{
+    return static_cast<double>(peer.connections[RE_STAT_CONN_ID_ENCODE_IN_BYTES]) +
+           static_cast<double>(peer.connections[RE_STAT_CONN_ID_DECODE_OUT_BYTES]);
+}
+
+bool is_history(const std::string& path)
+{
+    constexpr std::string_view mark = "SQLite format 3";
+    std::ifstream file(path, std::ios::binary);
+    std::string beginning(mark.size(), '\0');
+    file.read(beginning.data(), static_cast<std::streamsize>(beginning.size()));
+    return beginning == mark;
+}
+
+// The keys of the peers whose charts are in the report.
+std::vector<std::string> keys_of_peers(const Snapshot& now)
+{
+    std::vector<const SnapshotPeer*> peers;
+    for (const SnapshotPeer& peer : now.peers) {
+        peers.push_back(&peer);
+    }
+    std::stable_sort(peers.begin(), peers.end(), [](const SnapshotPeer* one, const SnapshotPeer* other) {
+        return traffic_of(*one) > traffic_of(*other);
+    });
+    peers.resize(std::min(peers.size(), most_peers_with_charts));
+    std::vector<std::string> keys;
+    for (const SnapshotPeer* const peer : peers) {
+        keys.push_back(entity_key(*peer));
+    }
+    return keys;
+}
+
+class ReportCommand
+{
+public:
+    ReportCommand(const ReportOptions& options, RuleSet rules) : m_options(options), m_rules(std::move(rules)) {}
+
+    int run()
+    {
+        if (!m_options.file) {
+            return report_engine();
+        }
+        return is_history(*m_options.file) ? report_history() : report_file();
+    }
+
+private:
+    int report_engine()
+    {
+        LiveHistoryLimits limits;
+        limits.interval = std::chrono::milliseconds(1);
+        LiveHistory live(m_rules, limits);
+        const auto sample = [&] { live.sample(LiveHistory::clock::now(), std::chrono::system_clock::now()); };
+        sample();
+        if (live.reader() != nullptr) {
+            std::this_thread::sleep_for(std::chrono::duration<double>(m_options.interval));
+            sample();
+        }
+        if (live.reader() == nullptr) {
+            report_error(live.health().unknown);
+            return EXIT_NO_STATISTICS;
+        }
+        PageData data{live.health(), *live.reader(), live.moments(), {}};
+        data.histories.push_back(*live.rows(ChartScope::engine, ""));
+        for (const std::string& key : keys_of_peers(*data.moments.now)) {
+            data.histories.push_back(*live.rows(ChartScope::peer, key));
+        }
+        return write(data);
+    }
+
+    int report_file()
+    {
+        Source source(m_options.file);
+        if (const int status = open_or_report(source)) {
+            return status;
+        }
+        const Snapshot now = take_snapshot(source.reader(), std::time(nullptr));
+        const HealthReport health = health_of({nullptr, &now, 0}, source.reader(), source.name());
+        if (const int status = report_if_cut(source)) {
+            return status;
+        }
+        return write({health, source.reader(), {nullptr, &now, 0}, {}});
+    }
+
+    int report_history()
+    {
+        RecordedRows recorded;
+        std::string reason = recorded.open(*m_options.file);
+        const HistorySpan span{m_options.from, m_options.to};
+        const std::optional<HistorySample> last = last_sample(recorded, span);
+        const auto moment = last ? recorded.reader().restore(*last) : std::nullopt;
+        if (!reason.empty() || !moment) {
+            const std::string error = recorded.reader().error();
+            reason = !reason.empty() ? reason : !error.empty() ? error : "nothing was recorded at that time";
+            report_error(*m_options.file + ": " + reason);
+            return EXIT_NO_STATISTICS;
+        }
+        RecordedReader reader(*moment);
+        reader.open();
+        const Snapshot now = take_snapshot(reader, last->time);
+        const std::optional<Snapshot> before = snapshot_before(recorded, *last, now);
+        const double seconds = before ? static_cast<double>(now.capture_time - before->capture_time) : 0;
+        const TwoMoments moments{before ? &*before : nullptr, &now, seconds};
+        const HealthReport health = health_of(moments, reader, *m_options.file);
+        PageData data{health, reader, moments, {}};
+        const std::vector<std::string> keys = keys_of_peers(now);
+        const std::size_t points = points_in_report(keys.size() + 1);
+        add_recorded(recorded, ChartScope::engine, "", points, data);
+        for (const std::string& key : keys) {
+            add_recorded(recorded, ChartScope::peer, key, points, data);
+        }
+        return write(data);
+    }
+
+    static std::optional<HistorySample> last_sample(RecordedRows& recorded, const HistorySpan& span)
+    {
+        const auto last = span.to ? recorded.reader().at(*span.to) : recorded.reader().last();
+        return last && (!span.from || last->time >= *span.from) ? last : std::nullopt;
+    }
+
+    // The sample before, of the same engine: rates are those of the last seconds.
+    static std::optional<Snapshot> snapshot_before(RecordedRows& recorded, const HistorySample& last,
+                                                   const Snapshot& now)
+    {
+        const auto sample = recorded.reader().before(last);
+        const auto moment = sample ? recorded.reader().restore(*sample) : std::nullopt;
+        if (!moment || moment->engine_start_time != now.engine_start_time || sample->time >= last.time) {
+            return std::nullopt;
+        }
+        RecordedReader reader(*moment);
+        reader.open();
+        return take_snapshot(reader, sample->time);
+    }
+
+    HealthReport health_of(const TwoMoments& two, RE_image_reader& reader, const std::string& source) const
+    {
+        PendingConnections pending;
+        pending.update(reader, *two.now, 0);
+        HealthMoments moments;
+        moments.before = two.before;
+        moments.now = two.now;
+        moments.seconds = two.seconds;
+        moments.extras = read_extras(reader, &pending);
+        return health_report(m_rules, moments, source);
+    }
+
+    void add_recorded(RecordedRows& recorded, ChartScope scope, const std::string& key, std::size_t points,
+                      PageData& data) const
+    {
+        std::string reason;
+        if (auto rows = recorded.rows(scope, key, {m_options.from, m_options.to}, points, reason)) {
+            thin(rows->rows, points);
+            data.histories.push_back(std::move(*rows));
+        }
+    }
+
+    int write(const PageData& data)
+    {
+        if (!m_options.output) {
+            return write_to(data, STDOUT_FILENO);
+        }
+        NewFile file(*m_options.output);
+        if (file.descriptor() < 0) {
+            report_error(*m_options.output + ": " + std::strerror(errno));
+            return EXIT_OUTPUT;
+        }
+        if (const int status = write_to(data, file.descriptor())) {
+            return status;
+        }
+        if (!file.finish()) {
+            report_error(*m_options.output + ": " + std::strerror(errno));
+            return EXIT_OUTPUT;
+        }
+        return EXIT_OK;
+    }
+
+    int write_to(const PageData& data, int descriptor)
+    {
+        DescriptorSink sink(descriptor);
+        Output output(sink);
+        if (m_options.chart.empty()) {
+            write_page_report(data, output);
+        } else if (const int status = write_picture(data, output)) {
+            return status;
+        }
+        return finish_output(output, sink);
+    }
+
+    int write_picture(const PageData& data, Output& output)
+    {
+        std::string key;
+        std::string subject;
+        if (m_options.peer) {
+            const std::vector<SnapshotPeer>& peers = data.moments.now->peers;
+            const auto peer = std::find_if(peers.begin(), peers.end(),
+                                           [&](const SnapshotPeer& each) { return each.number == *m_options.peer; });
+            if (peer == peers.end()) {
+                report_error("there is no peer " + std::to_string(*m_options.peer));
+                return EXIT_ERROR;
+            }
+            key = entity_key(*peer);
+            subject =
+                "peer " + std::to_string(peer->number) + " " + std::string(text_in(peer->header.m_peer_host_name));
+        }
+        const ChartScope scope = m_options.peer ? ChartScope::peer : ChartScope::engine;
+        const Chart* const chart = find_chart(scope, m_options.chart);
+        if (chart == nullptr) {
+            report_error("there is no such chart: \"" + m_options.chart + "\"");
+            return EXIT_USAGE;
+        }
+        const auto rows = std::find_if(data.histories.begin(), data.histories.end(),
+                                       [&](const ChartRows& each) { return each.scope == scope && each.key == key; });
+        write_svg(*chart, rows != data.histories.end() ? *rows : ChartRows{scope, key, {}}, subject, output);
+        return EXIT_OK;
+    }
+
+    const ReportOptions& m_options;
+    RuleSet m_rules;
+};
+
+} // namespace
+
+int run_report(const ReportOptions& options)
+{
+    RuleFileResult file;
+    if (options.rules) {
+        file = read_rule_file(*options.rules);
+    }
+    if (!file.error.empty()) {
+        report_error(file.error);
+        return EXIT_USAGE;
+    }
+    return ReportCommand(options, std::move(file.rules)).run();
+}
+
+} // namespace kavstat
