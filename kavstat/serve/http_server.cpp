@@ -285,8 +285,8 @@ private:
     // Answering.
     MHD_Result answer(MHD_Connection* connection, client& asking, std::string_view method, std::string_view version);
     bool is_host_allowed(const std::vector<std::string>& hosts) const;
-    static MHD_Result send_answer(MHD_Connection* connection, client& asking, bool b_head, ContentCoding coding,
-                                  HttpAnswer made);
+    MHD_Result send_answer(MHD_Connection* connection, client& asking, bool b_head, ContentCoding coding,
+                           HttpAnswer made);
     std::size_t text_bytes() const;
 
     ListenAddress m_address;
