@@ -36,4 +36,5 @@ add_text(embedded_dygraph_js "${text}")
 file(READ ${PAGE}/icon.svg text)
 add_text(embedded_icon_svg "${text}")
 
-file(RENAME ${HEADER}.new ${HEADER})
+file(COPY_FILE ${HEADER}.new ${HEADER} ONLY_IF_DIFFERENT)
+file(REMOVE ${HEADER}.new)

@@ -11,7 +11,7 @@ namespace kavstat {
 
 namespace {
 
-constexpr double milliseconds_a_second = 1000;
+constexpr double milliseconds_in_second = 1000;
 
 // Computes values of one series.
 class SeriesValues
@@ -59,7 +59,7 @@ private:
 
     std::optional<double> change(std::size_t row) const
     {
-        const double seconds = static_cast<double>(m_rows[row].time - m_rows[row - 1].time) / milliseconds_a_second;
+        const double seconds = static_cast<double>(m_rows[row].time - m_rows[row - 1].time) / milliseconds_in_second;
         const std::optional<double> part = growth(m_part, row);
         if (m_series.kind == SeriesKind::rate) {
             return part ? scaled(*part / seconds) : std::nullopt;
@@ -114,7 +114,7 @@ private:
     std::optional<double> age(std::size_t row) const
     {
         const auto moment = sum(m_part, row);
-        const double now = static_cast<double>(m_rows[row].time) / milliseconds_a_second;
+        const double now = static_cast<double>(m_rows[row].time) / milliseconds_in_second;
         return moment && *moment > 0 && *moment <= now ? std::optional(now - *moment) : std::nullopt;
     }
 
@@ -240,7 +240,7 @@ void write_chart_rows(const ChartRows& rows, Output& output)
     json.begin_array();
     for (const ChartRow& row : rows.rows) {
         json.begin_array();
-        json.real(static_cast<double>(row.time) / milliseconds_a_second);
+        json.real(static_cast<double>(row.time) / milliseconds_in_second);
         json.number(static_cast<long long>(row.engine_start_time));
         for (const std::optional<long long>& value : row.values) {
             if (value) {

@@ -24,9 +24,9 @@ constexpr ChartColumn of_application(int id)
     return {ChartColumn::Kind::application, id};
 }
 
-constexpr double kilobyte = 1024;
-constexpr double megabyte = 1024.0 * 1024.0;
-constexpr double microsecond = 1e-6;
+constexpr double kilobyte_scale = 1024;
+constexpr double megabyte_scale = 1024.0 * 1024.0;
+constexpr double microsecond_scale = 1e-6;
 constexpr ChartColumn open_connections{ChartColumn::Kind::active_connections, 0};
 
 constexpr ChartColumn encode_in = of_connections(RE_STAT_CONN_ID_ENCODE_IN_BYTES);
@@ -35,35 +35,35 @@ constexpr ChartColumn decode_in = of_connections(RE_STAT_CONN_ID_DECODE_IN_BYTES
 constexpr ChartColumn decode_out = of_connections(RE_STAT_CONN_ID_DECODE_OUT_BYTES);
 constexpr ChartColumn encode_time = of_connections(RE_STAT_CONN_ID_TOT_ENCODE_SPEED);
 constexpr ChartColumn decode_time = of_connections(RE_STAT_CONN_ID_TOT_DECODE_SPEED);
-constexpr ChartColumn encoded = of_connections(RE_STAT_CONN_ID_ENCODE_NUM_MSGS);
-constexpr ChartColumn decoded = of_connections(RE_STAT_CONN_ID_DECODE_NUM_MSGS);
+constexpr ChartColumn encoded_messages = of_connections(RE_STAT_CONN_ID_ENCODE_NUM_MSGS);
+constexpr ChartColumn decoded_messages = of_connections(RE_STAT_CONN_ID_DECODE_NUM_MSGS);
 
-constexpr ChartSeries traffic[] = {
+constexpr ChartSeries traffic_lines[] = {
     {"Encoding, before", SeriesKind::rate, encode_in},
     {"Encoding, after", SeriesKind::rate, encode_out},
     {"Decoding, before", SeriesKind::rate, decode_out},
     {"Decoding, after", SeriesKind::rate, decode_in},
 };
 
-constexpr ChartSeries savings[] = {
+constexpr ChartSeries savings_lines[] = {
     {"Encoding", SeriesKind::saved, encode_out, encode_in},
     {"Decoding", SeriesKind::saved, decode_in, decode_out},
 };
 
 constexpr ChartColumn matched = of_engine(RE_STAT_GLOBAL_ID_TOT_MATCHED_ANCHOR_COUNT);
-constexpr ChartSeries matches[] = {
+constexpr ChartSeries match_lines[] = {
     {"Hit", SeriesKind::rate, matched},
     {"Miss", SeriesKind::rest_rate, matched, of_engine(RE_STAT_GLOBAL_ID_TOT_ANCHOR)},
 };
 
 constexpr ChartSeries engine_latency[] = {
-    {"Encoding", SeriesKind::mean, encode_time, encoded, microsecond},
-    {"Decoding", SeriesKind::mean, decode_time, decoded, microsecond},
-    {"Disk read", SeriesKind::level, of_engine(RE_STAT_GLOBAL_ID_AVG_DISK_READ_LATENCY), {}, microsecond},
+    {"Encoding", SeriesKind::mean, encode_time, encoded_messages, microsecond_scale},
+    {"Decoding", SeriesKind::mean, decode_time, decoded_messages, microsecond_scale},
+    {"Disk read", SeriesKind::level, of_engine(RE_STAT_GLOBAL_ID_AVG_DISK_READ_LATENCY), {}, microsecond_scale},
 };
 constexpr ChartSeries peer_latency[] = {
-    {"Encoding", SeriesKind::mean, encode_time, encoded, microsecond},
-    {"Decoding", SeriesKind::mean, decode_time, decoded, microsecond},
+    {"Encoding", SeriesKind::mean, encode_time, encoded_messages, microsecond_scale},
+    {"Decoding", SeriesKind::mean, decode_time, decoded_messages, microsecond_scale},
 };
 
 constexpr ChartSeries cache_fill[] = {
@@ -77,14 +77,14 @@ constexpr ChartSeries cache_age[] = {
     {"Data", SeriesKind::age, of_engine(RE_STAT_GLOBAL_ID_CACHE_DATAUNIT_AGE)},
 };
 constexpr ChartSeries peer_cache[] = {
-    {"Signatures", SeriesKind::level, of_peer(RE_STAT_PEER_ID_SIGBLOCK_DISK_SPACE), {}, megabyte},
-    {"Data", SeriesKind::level, of_peer(RE_STAT_PEER_ID_DATAUNIT_DISK_SPACE), {}, megabyte},
+    {"Signatures", SeriesKind::level, of_peer(RE_STAT_PEER_ID_SIGBLOCK_DISK_SPACE), {}, megabyte_scale},
+    {"Data", SeriesKind::level, of_peer(RE_STAT_PEER_ID_DATAUNIT_DISK_SPACE), {}, megabyte_scale},
 };
 
 constexpr ChartColumn nacks_missed = of_connections(RE_STAT_CONN_ID_NUM_MISS_NACK_MSGS);
 constexpr ChartColumn nacks_collision = of_connections(RE_STAT_CONN_ID_NUM_COL_NACK_MSGS);
 constexpr ChartColumn nacks_not_ready = of_connections(RE_STAT_CONN_ID_NUM_CACHE_NOT_READY_NACK_MSGS);
-constexpr ChartSeries nacks[] = {
+constexpr ChartSeries nack_lines[] = {
     {"Chunk missed", SeriesKind::rate, nacks_missed},
     {"Checksum collision", SeriesKind::rate, nacks_collision},
     {"Cache not ready", SeriesKind::rate, nacks_not_ready},
@@ -97,7 +97,7 @@ constexpr ChartSeries nacks[] = {
 constexpr ChartColumn resent_missed = of_connections(RE_STAT_CONN_ID_NUM_MISS_RTX_MSGS);
 constexpr ChartColumn resent_collision = of_connections(RE_STAT_CONN_ID_NUM_COL_RTX_MSGS);
 constexpr ChartColumn resent_not_ready = of_connections(RE_STAT_CONN_ID_NUM_CACHE_NOT_READY_RTX_MSGS);
-constexpr ChartSeries retransmissions[] = {
+constexpr ChartSeries resent_lines[] = {
     {"Chunk missed", SeriesKind::rate, resent_missed},
     {"Checksum collision", SeriesKind::rate, resent_collision},
     {"Cache not ready", SeriesKind::rate, resent_not_ready},
@@ -109,7 +109,7 @@ constexpr ChartSeries retransmissions[] = {
 
 // Causes that an operator treats alike share a line. What every message leaves over, its last chunk and headers, is no
 // bypass that anybody can do something about.
-constexpr ChartSeries bypass[] = {
+constexpr ChartSeries bypass_lines[] = {
     {"Low memory", SeriesKind::rate, of_connections(RE_STAT_CONN_ID_ENCODE_BYPASS_LOWMEM_BYTES)},
     {"Out of sync", SeriesKind::rate, of_connections(RE_STAT_CONN_ID_ENCODE_BYPASS_OUT_OF_SYNC_BYTES)},
     {"Peer not compatible",
@@ -136,16 +136,20 @@ constexpr ChartSeries bypass[] = {
     {"Compression off", SeriesKind::rate, of_connections(RE_STAT_CONN_ID_ENCODE_BYPASS_NON_KAV_COMP_TYPE_BYTES)},
 };
 
-constexpr ChartSeries connections[] = {
+constexpr ChartSeries connection_lines[] = {
     {"Open", SeriesKind::level, open_connections},
 };
 
-constexpr ChartSeries round_trip[] = {
-    {"As this engine measures it", SeriesKind::level, of_peer(RE_STAT_PEER_ID_ACK_Q_AVG_RTT), {}, microsecond},
-    {"As the peer measures it", SeriesKind::level, of_peer(RE_STAT_PEER_ID_REMOTE_ACK_Q_AVG_RTT), {}, microsecond},
+constexpr ChartSeries round_trip_lines[] = {
+    {"As this engine measures it", SeriesKind::level, of_peer(RE_STAT_PEER_ID_ACK_Q_AVG_RTT), {}, microsecond_scale},
+    {"As the peer measures it",
+     SeriesKind::level,
+     of_peer(RE_STAT_PEER_ID_REMOTE_ACK_Q_AVG_RTT),
+     {},
+     microsecond_scale},
 };
 
-constexpr ChartSeries buffers[] = {
+constexpr ChartSeries buffer_lines[] = {
     {"Ack queue", SeriesKind::level, of_peer(RE_STAT_PEER_ID_ACK_Q_SIZE)},
     {"Delay buffers", SeriesKind::level, of_peer(RE_STAT_PEER_ID_DELAY_BUF_SIZE)},
     {"Agg-ft buffers", SeriesKind::level, of_peer(RE_STAT_PEER_ID_AGG_FT_BUF_SIZE)},
@@ -156,10 +160,10 @@ constexpr ChartColumn app_encode_out = of_application(RE_STAT_APP_ID_ENCODE_OUT_
 constexpr ChartColumn app_decode_in = of_application(RE_STAT_APP_ID_DECODE_IN_KBYTES);
 constexpr ChartColumn app_decode_out = of_application(RE_STAT_APP_ID_DECODE_OUT_KBYTES);
 constexpr ChartSeries app_traffic[] = {
-    {"Encoding, before", SeriesKind::rate, app_encode_in, {}, kilobyte},
-    {"Encoding, after", SeriesKind::rate, app_encode_out, {}, kilobyte},
-    {"Decoding, before", SeriesKind::rate, app_decode_out, {}, kilobyte},
-    {"Decoding, after", SeriesKind::rate, app_decode_in, {}, kilobyte},
+    {"Encoding, before", SeriesKind::rate, app_encode_in, {}, kilobyte_scale},
+    {"Encoding, after", SeriesKind::rate, app_encode_out, {}, kilobyte_scale},
+    {"Decoding, before", SeriesKind::rate, app_decode_out, {}, kilobyte_scale},
+    {"Decoding, after", SeriesKind::rate, app_decode_in, {}, kilobyte_scale},
 };
 constexpr ChartSeries app_savings[] = {
     {"Encoding", SeriesKind::saved, app_encode_out, app_encode_in},
@@ -171,28 +175,28 @@ constexpr ChartSeries app_messages[] = {
 };
 
 constexpr Chart engine_charts[] = {
-    {"traffic", "Traffic", ChartUnit::bytes_per_second, traffic},
-    {"savings", "Savings", ChartUnit::percent, savings},
-    {"matches", "Cache hits and misses", ChartUnit::count_per_second, matches},
+    {"traffic", "Traffic", ChartUnit::bytes_per_second, traffic_lines},
+    {"savings", "Savings", ChartUnit::percent, savings_lines},
+    {"matches", "Cache hits and misses", ChartUnit::count_per_second, match_lines},
     {"latency", "Latency", ChartUnit::seconds, engine_latency},
     {"cache", "Cache fill", ChartUnit::percent, cache_fill},
     {"cache_age", "Age of the oldest data in the cache", ChartUnit::age, cache_age},
-    {"nacks", "NACKs by reason", ChartUnit::count_per_second, nacks},
-    {"retransmissions", "Retransmissions by reason", ChartUnit::count_per_second, retransmissions},
-    {"bypass", "Bypass by cause", ChartUnit::bytes_per_second, bypass},
-    {"connections", "Connections", ChartUnit::count, connections},
+    {"nacks", "NACKs by reason", ChartUnit::count_per_second, nack_lines},
+    {"retransmissions", "Retransmissions by reason", ChartUnit::count_per_second, resent_lines},
+    {"bypass", "Bypass by cause", ChartUnit::bytes_per_second, bypass_lines},
+    {"connections", "Connections", ChartUnit::count, connection_lines},
 };
 constexpr Chart peer_charts[] = {
-    {"traffic", "Traffic", ChartUnit::bytes_per_second, traffic},
-    {"savings", "Savings", ChartUnit::percent, savings},
-    {"round_trip", "Round-trip time", ChartUnit::seconds, round_trip},
+    {"traffic", "Traffic", ChartUnit::bytes_per_second, traffic_lines},
+    {"savings", "Savings", ChartUnit::percent, savings_lines},
+    {"round_trip", "Round-trip time", ChartUnit::seconds, round_trip_lines},
     {"latency", "Latency", ChartUnit::seconds, peer_latency},
-    {"buffers", "Buffers", ChartUnit::bytes, buffers},
+    {"buffers", "Buffers", ChartUnit::bytes, buffer_lines},
     {"cache", "Cache in use", ChartUnit::bytes, peer_cache},
-    {"nacks", "NACKs by reason", ChartUnit::count_per_second, nacks},
-    {"retransmissions", "Retransmissions by reason", ChartUnit::count_per_second, retransmissions},
-    {"bypass", "Bypass by cause", ChartUnit::bytes_per_second, bypass},
-    {"connections", "Connections", ChartUnit::count, connections},
+    {"nacks", "NACKs by reason", ChartUnit::count_per_second, nack_lines},
+    {"retransmissions", "Retransmissions by reason", ChartUnit::count_per_second, resent_lines},
+    {"bypass", "Bypass by cause", ChartUnit::bytes_per_second, bypass_lines},
+    {"connections", "Connections", ChartUnit::count, connection_lines},
 };
 constexpr Chart application_charts[] = {
     {"traffic", "Traffic", ChartUnit::bytes_per_second, app_traffic},

@@ -120,8 +120,8 @@ public:
 
     void write(const std::string& subject)
     {
-        const auto lines = static_cast<double>((m_chart.series.size() + legend_columns - 1) / legend_columns);
-        const std::string height = number_text(plot_bottom + 50 + lines * legend_line);
+        const std::size_t lines = (m_chart.series.size() + legend_columns - 1) / legend_columns;
+        const std::string height = number_text(plot_bottom + 50 + static_cast<double>(lines) * legend_line);
         const std::string width = number_text(picture_width);
         const std::string title = std::string(m_chart.title) + (subject.empty() ? "" : ", " + subject);
         add("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + width + "\" height=\"" + height +
@@ -214,7 +214,8 @@ private:
     void add_legend(std::size_t at)
     {
         const double x = plot_left + static_cast<double>(at % legend_columns) * legend_column;
-        const double y = plot_bottom + 48 + static_cast<double>(at / legend_columns) * legend_line;
+        const std::size_t line = at / legend_columns;
+        const double y = plot_bottom + 48 + static_cast<double>(line) * legend_line;
         add("<path d=\"M" + number_text(x) + " " + number_text(y) + "h30\" stroke-width=\"2.5\" " + stroke_of(at) +
             "/>\n");
         add_text(x + 38, y + 4, "start", m_chart.series[at].label, "fill=\"#1b2530\"");

@@ -84,6 +84,7 @@ bool is_history(const std::string& path)
 std::vector<std::string> keys_of_peers(const Snapshot& now)
 {
     std::vector<const SnapshotPeer*> peers;
+    peers.reserve(now.peers.size());
     for (const SnapshotPeer& peer : now.peers) {
         peers.push_back(&peer);
     }

@@ -99,14 +99,14 @@ void keep_range(std::vector<ChartRow>& rows, std::int64_t from, std::int64_t to)
 }
 
 constexpr long long last_second = 253402300799; // of the year 9999
-constexpr std::int64_t milliseconds_a_second = 1000;
+constexpr std::int64_t milliseconds_of_second = 1000;
 constexpr long long most_points = 5000;
 
 // Of what is kept in memory.
 ChartRows live_rows(const RouteContext& context, ChartScope scope, const std::string& key, long long from, long long to)
 {
     ChartRows rows = context.live.rows(scope, key).value_or(ChartRows{scope, key, {}});
-    keep_range(rows.rows, from * milliseconds_a_second, to * milliseconds_a_second);
+    keep_range(rows.rows, from * milliseconds_of_second, to * milliseconds_of_second);
     return rows;
 }
 

@@ -10,7 +10,7 @@ namespace kavstat {
 namespace {
 
 // The column of a history's tables.
-std::string name_of(const ChartColumn& column)
+std::string column_name_of(const ChartColumn& column)
 {
     return (column.kind == ChartColumn::Kind::connections ? sums_prefix : "") + column.key();
 }
@@ -48,7 +48,7 @@ std::optional<ChartRows> RecordedRows::rows(ChartScope scope, const std::string&
     SeriesRequest request;
     request.table = word_of(scope);
     for (const ChartColumn& column : chart_columns_of(scope)) {
-        request.columns.push_back(name_of(column));
+        request.columns.push_back(column_name_of(column));
     }
     if (scope != ChartScope::engine) {
         request.where = identity_of(scope, key);

@@ -1,6 +1,7 @@
 """The page in a browser. With KAV_SCREENSHOTS, a folder, pictures of it go there."""
 import os
 import sys
+import time
 import unittest
 
 from selenium.webdriver.common.action_chains import ActionChains
@@ -171,6 +172,41 @@ class PageTest(unittest.TestCase):
         count = lambda tag: self.browser.driver.execute_script("return document.getElementsByTagName(arguments[0]).length", tag)
         self.assertEqual(count("img"), 0)
         self.assertEqual(count("script"), scripts)
+
+    def test_shows_a_thousand_peers_some_at_a_time(self):
+        self.servers.page_engine(self.segment, 1000)
+        self.browser.open(self.serve() + "#/peers")
+        self.expect_text(".table-head p", "1000 in all, 100 shown")
+        self.browser.all("main > section > button")[0].click()
+        self.expect_text(".table-head p", "1000 in all, 500 shown")
+        self.assertEqual(len(self.browser.texts("#table-peers tbody tr")), 500)
+        self.browser.all("#search-peers")[0].send_keys("branch-6")
+        self.expect_text(".table-head p", "166 of 1000 found")
+        self.expect_no_complaint()
+
+    def test_shows_a_recorded_past(self):
+        self.servers.page_engine(self.segment)
+        history = self.servers.path("history.db")
+        for _ in range(3):
+            kavstat(self.segment, "record", "--once", history)
+            time.sleep(1)
+        _, port = self.servers.exporter_program(self.segment, "--history", history)
+        self.page = f"http://127.0.0.1:{port}/"
+        self.browser.open(self.page)
+        self.assertTrue(self.browser.wait(lambda: self.browser.all("#range-choice option[value='86400']")))
+        self.browser.all("#range-choice option[value='86400']")[0].click()
+        self.browser.all("#chart-connections summary")[0].click()
+        rows = "#chart-connections tbody tr td"
+        self.assertTrue(self.browser.wait(lambda: self.browser.texts(rows) == ["6", "6", "6"]), self.browser.texts(rows))
+        self.expect_no_complaint()
+
+        report = self.servers.path("report.html")
+        kavstat(self.segment, "report", history, "-o", report)
+        self.page = "file://" + report
+        self.browser.open(self.page)
+        self.browser.all("#chart-connections summary")[0].click()
+        self.assertTrue(self.browser.wait(lambda: self.browser.texts(rows) == ["6", "6", "6"]), self.browser.texts(rows))
+        self.expect_no_complaint()
 
     def test_fits_every_screen(self):
         self.servers.page_engine(self.segment)

@@ -139,9 +139,9 @@ class Servers(contextlib.ExitStack):
         """The port of an exporter of an engine's metrics."""
         return self.exporter_program(segment)[1]
 
-    def exporter_program(self, segment):
+    def exporter_program(self, segment, *options):
         """An exporter and its port."""
-        words = [os.path.join(BIN, "kavstat"), "serve", "--listen", "127.0.0.1:0"]
+        words = [os.path.join(BIN, "kavstat"), "serve", "--listen", "127.0.0.1:0", *options]
         program = self.start(words, segment, stdout=subprocess.PIPE)
         line = program.stdout.readline()
         if not line.startswith("serving http://127.0.0.1:"):
