@@ -1,4 +1,4 @@
-"""pictures.py FOLDER: pictures of the page and of the report, for the documents. Takes two minutes."""
+"""pictures.py FOLDER: pictures of the page, of the report and of the live view, for the documents. Takes three minutes."""
 import os
 import sys
 import time
@@ -6,6 +6,7 @@ import urllib.parse
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from browser import Browser, PageServers, kavstat, statistics
+from terminal_picture import terminal_picture
 
 
 def main(folder):
@@ -40,6 +41,8 @@ def main(folder):
         browser.open(f"file://{report}#/peers")
         browser.wait_for_text("#table-peers", "203.0.113.1")
         browser.picture(os.path.join(folder, "report-peers.png"))
+
+        terminal_picture(segment, [], os.path.join(folder, "watch.svg"))
     browser.close()
 
 
