@@ -2,7 +2,6 @@
 
 #include "format/json_writer.h"
 #include "model/change.h"
-#include "watch/model.h"
 
 #include <algorithm>
 #include <cmath>

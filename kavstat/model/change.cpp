@@ -33,4 +33,9 @@ double rate_of(const Change& change, double seconds)
     return b_known && seconds > 0 ? static_cast<double>(change.by) / seconds : 0;
 }
 
+double saved_percent(double before, double after)
+{
+    return after > 0 && after < before ? (before - after) * 100 / before : 0;
+}
+
 } // namespace kavstat

@@ -31,4 +31,8 @@ Change change_of_32(RE_stat_kind kind, std::uint32_t before, std::uint32_t after
 // The growth of a running total per second, for live views; 0 if it is not known. seconds: above 0.
 double rate_of(const Change& change, double seconds);
 
+// Returns the savings in percent of the larger side: of the input when encoding, of the output when decoding. It is 0
+// while either side is 0. exec_show_stats_kav computes its ratio in the same way.
+double saved_percent(double before, double after);
+
 } // namespace kavstat

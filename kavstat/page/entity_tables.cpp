@@ -5,7 +5,6 @@
 #include "model/change.h"
 #include "model/record_fields.h"
 #include "model/words.h"
-#include "watch/model.h"
 
 #include <algorithm>
 #include <functional>

@@ -4,8 +4,8 @@
 #include "documents/statistics_json.h"
 #include "format/json_writer.h"
 #include "format/text.h"
-#include "page/page_routes.h"
 #include "serve/negotiation.h"
+#include "serve/page_routes.h"
 #include "serve/process_metrics.h"
 
 #include <algorithm>

@@ -97,11 +97,6 @@ WatchSubject subject_of(const SnapshotConn& conn)
     return {SubjectKind::connection, conn.slot, conn.header.m_conn_id, conn.open_time};
 }
 
-double saved_percent(double before, double after)
-{
-    return after > 0 && after < before ? (before - after) * 100 / before : 0;
-}
-
 std::string saved_text(double encode_in, double encode_out, double decode_in, double decode_out)
 {
     const bool b_encoded = encode_in > 0 || encode_out > 0;

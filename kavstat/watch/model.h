@@ -84,9 +84,6 @@ struct TrafficHistory
     History nacks; // and retransmissions
 };
 
-// Returns the savings in percent of the larger side: of the input when encoding, of the output when decoding. It is 0
-// while either side is 0. exec_show_stats_kav computes its ratio in the same way.
-double saved_percent(double before, double after);
 // Returns the savings of both directions for a table: "75.0%" if they are equal, "e75.0% d88.9%" (encoding, decoding)
 // if they differ, one of the two if only one direction has traffic, and "-" without traffic.
 std::string saved_text(double encode_in, double encode_out, double decode_in, double decode_out);

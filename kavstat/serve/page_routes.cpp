@@ -1,4 +1,4 @@
-#include "page/page_routes.h"
+#include "serve/page_routes.h"
 
 #include "page/page_files.h"
 #include "page/recorded_rows.h"
