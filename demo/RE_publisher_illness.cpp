@@ -1,4 +1,4 @@
-// The part of the publisher that sets the figures of illnesses that no part of the engine can really have.
+// Sets the figures of the illnesses for which the engine has no part.
 #include "RE_publisher.h"
 
 #include "RE_bypass_table.h"
@@ -7,7 +7,7 @@
 namespace {
 
 // The servers have ports that no traffic uses.
-constexpr std::uint32_t server_network = 0xc6336400U;
+constexpr std::uint32_t bypassed_network = 0xc6336400U;
 constexpr std::uint16_t nacked_port = 9010;
 constexpr std::uint16_t first_full_table_port = 9001;
 
@@ -75,7 +75,7 @@ void RE_publisher::stage_bypass(std::uint32_t servers, RE_bypass_reason reason, 
     constexpr std::uint32_t addresses = 256;
     const std::time_t now = wall_seconds();
     for (std::uint32_t at = 0; at < RE_bypass_capacity; ++at) {
-        const std::uint32_t ip = server_network + at % addresses;
+        const std::uint32_t ip = bypassed_network + at % addresses;
         const auto port = static_cast<std::uint16_t>(first_port + at / addresses);
         if (at < servers) {
             m_writer.set_bypass({ip, port, reason, now, 0, 1, 1});
