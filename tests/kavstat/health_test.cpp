@@ -733,6 +733,17 @@ TEST_F(rule_file, changes_what_it_names_and_nothing_else)
     EXPECT_EQ(RuleSet().window, 300);
 }
 
+TEST_F(rule_file, takes_the_least_and_the_most)
+{
+    EXPECT_EQ(setting("window = 1\n[peer_slow]\nfor = \"30d\"\nthreshold = 0\n", "peer_slow").hold, 2592000);
+    EXPECT_EQ(read_rule_file(m_path).rules.window, 1);
+    EXPECT_EQ(setting("[peer_slow]\nthreshold = 0\n", "peer_slow").threshold, 0);
+    EXPECT_EQ(setting("[peer_slow]\nfor = \"2h\"\n", "peer_slow").hold, 7200);
+    EXPECT_EQ(setting("[nacks_frequent]\nthreshold = 1\n", "nacks_frequent").threshold, 1);
+    EXPECT_EQ(error("[nacks_frequent]\nthreshold = 1.001\n"), ":2: a share is written as a number from 0 to 1");
+    EXPECT_EQ(error("[peer_slow]\nfor = 2592001\n"), ":2: for is 0 seconds to 30 days");
+}
+
 TEST_F(rule_file, is_what_judges)
 {
     write_file(m_path, "[nacks_frequent]\nthreshold = 0.02\n[cache_failed]\nenabled = false\n"
