@@ -217,7 +217,7 @@ Statement Database::prepare(const std::string& sql)
     if (m_database != nullptr) {
         sqlite3_prepare_v2(m_database, sql.data(), static_cast<int>(sql.size()), &statement, nullptr);
     }
-    return {m_database, statement};
+    return Statement(statement);
 }
 
 std::optional<long long> Database::number(const std::string& sql)
@@ -287,7 +287,7 @@ bool Transaction::commit()
     return b_done;
 }
 
-std::string quoted(std::string_view name)
+std::string sql_name(std::string_view name)
 {
     std::string text = "\"";
     for (const char letter : name) {

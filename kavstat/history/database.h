@@ -18,7 +18,7 @@ class Statement
 {
 public:
     Statement() = default;
-    Statement(sqlite3* database, sqlite3_stmt* statement) : m_database(database), m_statement(statement) {}
+    explicit Statement(sqlite3_stmt* statement) : m_statement(statement) {}
 
     bool is_ready() const { return m_statement != nullptr; }
 
@@ -61,7 +61,6 @@ private:
     {
         void operator()(sqlite3_stmt* statement) const;
     };
-    sqlite3* m_database = nullptr;
     std::unique_ptr<sqlite3_stmt, Finalize> m_statement;
     int m_parameter = 0;
     bool m_b_failed = false;
@@ -138,6 +137,6 @@ private:
 };
 
 // The name of a table or column as SQL text, whatever characters it has.
-std::string quoted(std::string_view name);
+std::string sql_name(std::string_view name);
 
 } // namespace kavstat

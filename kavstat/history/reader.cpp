@@ -333,7 +333,7 @@ std::optional<Series> HistoryReader::series(const SeriesRequest& request)
             return std::nullopt;
         }
         const bool b_there = std::find(there.begin(), there.end(), name) != there.end();
-        columns += b_there ? ", f." + quoted(name) : ", 0";
+        columns += b_there ? ", f." + sql_name(name) : ", 0";
     }
 
     Series series;
@@ -356,7 +356,7 @@ std::optional<Series> HistoryReader::series(const SeriesRequest& request)
                 m_error = "no such column: \"" + name + "\"";
                 return std::nullopt;
             }
-            conditions += " AND CAST(" + quoted(name) + " AS TEXT) = ?";
+            conditions += " AND CAST(" + sql_name(name) + " AS TEXT) = ?";
         }
         // A lookup for each sample and identity: there are many more rows of others between.
         sql = "SELECT f.sample, i.id, i.engine_start, i.gone_sample" + columns +

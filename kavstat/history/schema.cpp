@@ -166,9 +166,9 @@ std::vector<HistoryTable> make_tables()
 
 std::string definition(const HistoryTable& table)
 {
-    std::string sql = "CREATE TABLE IF NOT EXISTS " + quoted(table.name) + " (";
+    std::string sql = "CREATE TABLE IF NOT EXISTS " + sql_name(table.name) + " (";
     for (const HistoryColumn& column : table.columns) {
-        sql += (&column == table.columns.data() ? "" : ", ") + quoted(column.name) + " " + column.type;
+        sql += (&column == table.columns.data() ? "" : ", ") + sql_name(column.name) + " " + column.type;
     }
     return sql + (table.key.empty() ? "" : ", " + table.key) + (table.b_own_row ? ")" : ") WITHOUT ROWID");
 }
@@ -181,12 +181,12 @@ std::string view_of(HistoryKind kind)
     for (const HistoryColumn& column : identities_of(kind).columns) {
         if (column.name != "id" && column.name != "engine_start" && column.name != "first_sample" &&
             column.name != "gone_sample") {
-            sql += ", i." + quoted(column.name);
+            sql += ", i." + sql_name(column.name);
         }
     }
     for (const HistoryColumn& column : figures_of(kind).columns) {
         if (column.name != "sample" && column.name != "identity") {
-            sql += ", f." + quoted(column.name);
+            sql += ", f." + sql_name(column.name);
         }
     }
     return sql + " FROM " + figures_of(kind).name + " f JOIN sample s ON s.id = f.sample JOIN " +
@@ -198,7 +198,7 @@ std::string view_of_engine()
     std::string sql = "CREATE VIEW engine AS SELECT f.sample, s.time, s.elapsed, s.engine_start";
     for (const HistoryColumn& column : history_table("engine_figures").columns) {
         if (column.name != "sample") {
-            sql += ", f." + quoted(column.name);
+            sql += ", f." + sql_name(column.name);
         }
     }
     return sql + " FROM engine_figures f JOIN sample s ON s.id = f.sample";
@@ -219,7 +219,7 @@ bool make_tables_in(Database& database)
         const std::vector<std::string> there = columns_in(database, table.name);
         for (const HistoryColumn& column : table.columns) {
             if (std::find(there.begin(), there.end(), column.name) == there.end() &&
-                !database.run("ALTER TABLE " + quoted(table.name) + " ADD COLUMN " + quoted(column.name) + " " +
+                !database.run("ALTER TABLE " + sql_name(table.name) + " ADD COLUMN " + sql_name(column.name) + " " +
                               column.type)) {
                 return false;
             }
@@ -249,14 +249,14 @@ std::string HistoryTable::column_names() const
 {
     std::string names;
     for (const HistoryColumn& column : columns) {
-        names += (names.empty() ? "" : ", ") + quoted(column.name);
+        names += (names.empty() ? "" : ", ") + sql_name(column.name);
     }
     return names;
 }
 
 std::string HistoryTable::insertion() const
 {
-    std::string sql = "INSERT INTO " + quoted(name) + " (" + column_names() + ") VALUES (";
+    std::string sql = "INSERT INTO " + sql_name(name) + " (" + column_names() + ") VALUES (";
     for (std::size_t at = 0; at < columns.size(); ++at) {
         sql += at == 0 ? "?" : ", ?";
     }
@@ -366,7 +366,7 @@ std::string selection(Database& database, const HistoryTable& table)
     std::string names;
     for (const HistoryColumn& column : table.columns) {
         const bool b_there = std::find(there.begin(), there.end(), column.name) != there.end();
-        names += (names.empty() ? "" : ", ") + (b_there ? quoted(column.name) : "NULL");
+        names += (names.empty() ? "" : ", ") + (b_there ? sql_name(column.name) : "NULL");
     }
     return names;
 }

@@ -146,7 +146,7 @@ std::string export_table(Database& database, const std::string& table, ExportFor
         return known.is_failed() ? database.error()
                                  : "no such table: \"" + table + "\"; there are " + exported_tables(database);
     }
-    std::string sql = "SELECT * FROM " + quoted(table);
+    std::string sql = "SELECT * FROM " + sql_name(table);
     const bool b_span = span.from || span.to;
     if (b_span) {
         const std::string condition = condition_for(columns_in(database, table));

@@ -17,6 +17,8 @@ make_root() {
         return 1
     fi
     cp /etc/resolv.conf "$root/etc/resolv.conf"
+    # As every installation has it; without it, "localhost" is unknown.
+    printf '127.0.0.1 localhost\n::1 localhost\n' >"$root/etc/hosts"
 }
 
 # in_root FOLDER: runs standard input as a script in a root. Its processes and mounts end with it.
