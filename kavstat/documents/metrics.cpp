@@ -507,6 +507,12 @@ void write_engine(const MetricsOutput& to, const Snapshot& snapshot, const std::
     }
 }
 
+// Series of the engine in addition to those of counters.
+std::size_t series_of_engine(const std::optional<BypassServers>& bypass)
+{
+    return 2 + (bypass ? bypass->size() : 0);
+}
+
 void write_silence(const MetricsOutput& to, double seconds)
 {
     to.output.add(head_of(to.format, "kav_connections_longest_silence_seconds",
@@ -518,7 +524,7 @@ void write_silence(const MetricsOutput& to, double seconds)
     to.output.add('\n');
 }
 
-// Series of one peer beside those of counters.
+// Series of one peer in addition to those of counters.
 constexpr std::size_t series_of_peer = 4;
 
 void add_peers(Document& document, const MetricsOutput& to, Things<SnapshotPeer> peers)
@@ -540,7 +546,7 @@ void add_peers(Document& document, const MetricsOutput& to, Things<SnapshotPeer>
                 [](const SnapshotPeer& peer, std::size_t id) { return peer.figures[id]; });
 }
 
-// Series of one application beside those of counters: two counters, and from when they count.
+// Series of one application in addition to those of m_id_array: two counters, and the times from which they count.
 std::size_t series_of_application(const MetricsOutput& to)
 {
     return to.created != 0 ? 4 : 2;
@@ -570,8 +576,9 @@ Document Exposition::document(Output& output, const MetricsChoice& choice) const
     const bool b_peers = choice.has(Collector::peers);
     const bool b_peer_connections = choice.has(Collector::peer_connections);
     const bool b_apps = choice.has(Collector::applications);
-    const std::size_t of_engine = (choice.has(Collector::engine) ? count_of_lines(texts.engine) : 0) +
-                                  (choice.has(Collector::connections) ? count_of_lines(texts.connections) : 0);
+    const std::size_t of_engine =
+        (choice.has(Collector::engine) ? series_of_engine(m_bypass_servers) + count_of_lines(texts.engine) : 0) +
+        (choice.has(Collector::connections) ? (m_longest_silence ? 1 : 0) + count_of_lines(texts.connections) : 0);
     const std::size_t of_peer = (b_peers ? series_of_peer + count_of_lines(texts.peers) : 0) +
                                 (b_peer_connections ? count_of_lines(texts.peer_connections) : 0);
     const std::size_t of_app = b_apps ? series_of_application(to) + count_of_lines(texts.applications) : 0;

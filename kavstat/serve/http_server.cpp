@@ -61,8 +61,8 @@ void reset_connection(int socket)
     }
 }
 
-// The part that counts as one address: an IPv6 client usually has 2^64 addresses. The clients of a Unix socket are told
-// apart by their user.
+// The part that counts as one address: an IPv6 client usually has 2^64 addresses. An IPv4 client of a socket for both
+// families has one. Clients of a Unix socket count by their user.
 std::string address_key(int socket, const sockaddr* address)
 {
     if (address->sa_family == AF_UNIX) {
@@ -72,7 +72,9 @@ std::string address_key(int socket, const sockaddr* address)
         return "user " + std::to_string(peer.uid);
     }
     if (address->sa_family == AF_INET6) {
-        return {reinterpret_cast<const char*>(&reinterpret_cast<const sockaddr_in6*>(address)->sin6_addr), 8};
+        const in6_addr& v6 = reinterpret_cast<const sockaddr_in6*>(address)->sin6_addr;
+        const auto* const bytes = reinterpret_cast<const char*>(&v6);
+        return IN6_IS_ADDR_V4MAPPED(&v6) != 0 ? std::string(bytes + 12, 4) : std::string(bytes, 8);
     }
     return {reinterpret_cast<const char*>(&reinterpret_cast<const sockaddr_in*>(address)->sin_addr), 4};
 }
@@ -125,8 +127,11 @@ class body_on_its_way : private Sink
 {
 public:
     body_on_its_way(HttpAnswer answer, ContentCoding coding)
-        : m_answer(std::move(answer)), m_document(m_answer.make(m_output))
+        : m_answer(std::move(answer)), m_rest(m_answer.lasting_text.empty() ? m_answer.text : m_answer.lasting_text)
     {
+        if (m_answer.make) {
+            m_document = m_answer.make(m_output);
+        }
         if (coding == ContentCoding::gzip) {
             m_gzip = std::make_unique<gzip_stream>();
         }
@@ -143,36 +148,41 @@ public:
     {
         std::size_t count = 0;
         if (m_gzip == nullptr) {
-            const std::string_view piece = next_piece();
-            count = std::min(room, piece.size());
-            std::memcpy(bytes, piece.data(), count);
-            m_taken += count;
+            make_rest();
+            count = std::min(room, m_rest.size());
+            std::memcpy(bytes, m_rest.data(), count);
+            m_rest.remove_prefix(count);
             return count;
         }
-        while (count < room && !m_gzip->is_finished()) {
-            const std::string_view piece = next_piece();
-            const auto [taken, given] = m_gzip->write(piece, bytes + count, room - count);
-            m_taken += taken;
+        // Other clients wait while the text for these bytes is made, and it may be a hundred times as long.
+        std::size_t compressed = 0;
+        while (count < room && !m_gzip->is_finished() && (count == 0 || compressed < text_at_once)) {
+            make_rest();
+            const auto [taken, given] = m_gzip->write(m_rest, bytes + count, room - count);
+            m_rest.remove_prefix(taken);
+            compressed += taken;
             count += given;
         }
         return count;
     }
 
 private:
-    // What was made and has not been taken; empty at the end of the document.
-    std::string_view next_piece()
+    static constexpr std::size_t text_at_once = 65536;
+
+    // Makes more text when everything made so far was taken. The rest stays empty at the end of the document.
+    void make_rest()
     {
-        if (m_taken == m_piece.size()) {
-            m_piece.clear();
-            m_taken = 0;
-            while (m_piece.empty() && m_b_more) {
-                m_b_more = m_document.write_more();
-            }
-            if (!m_b_more) {
-                m_output.flush();
-            }
+        if (!m_rest.empty()) {
+            return;
         }
-        return std::string_view(m_piece).substr(m_taken);
+        m_piece.clear();
+        while (m_piece.empty() && m_b_more) {
+            m_b_more = m_document.write_more();
+        }
+        if (!m_b_more) {
+            m_output.flush();
+        }
+        m_rest = m_piece;
     }
 
     bool take(std::string_view bytes) override
@@ -183,8 +193,8 @@ private:
 
     HttpAnswer m_answer;
     std::unique_ptr<gzip_stream> m_gzip; // null when the body is not compressed
+    std::string_view m_rest;             // was made and has not been taken
     std::string m_piece;
-    std::size_t m_taken = 0;
     Output m_output{*this, piece_size};
     Document m_document;
     bool m_b_more = true;
@@ -296,6 +306,7 @@ private:
     int m_stop = -1;     // an event descriptor
     int m_verdicts = -1; // an event descriptor: verdicts about passwords are there
     WebConfig m_web;
+    std::function<void(const std::string&)> m_report;
     std::unique_ptr<TlsCertificate> m_certificate; // null without TLS
     std::unique_ptr<PasswordChecker> m_passwords;  // null without users
     std::uint64_t m_next_number = 0;
@@ -353,8 +364,8 @@ HttpServer::implementation::~implementation()
             close(descriptor);
         }
     }
-    if (m_listener >= 0 && m_address.is_unix() && m_address.inherited < 0) {
-        unlink(m_address.path.c_str());
+    if (m_listener >= 0) {
+        remove_unix_socket(m_address);
     }
 }
 
@@ -367,6 +378,7 @@ bool HttpServer::implementation::start(const ListenAddress& address, const HttpL
     m_context.metrics = options.metrics;
     m_history = options.history;
     m_web = options.web;
+    m_report = options.report;
     m_stop = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     m_verdicts = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     m_listener = m_stop >= 0 && m_verdicts >= 0 ? listen_on(m_address) : -1;
@@ -394,7 +406,7 @@ bool HttpServer::implementation::start_library(std::string& reason)
     std::string priorities;
     std::vector<MHD_OptionItem> tls;
     if (m_web.has_tls()) {
-        m_certificate = std::make_unique<TlsCertificate>(m_web);
+        m_certificate = std::make_unique<TlsCertificate>(m_web, m_report);
         if (!m_certificate->load(reason)) {
             return false;
         }
@@ -886,20 +898,11 @@ MHD_Result HttpServer::implementation::send_answer(MHD_Connection* connection, c
 {
     asking.text_bytes = made.text.size();
     if (text_bytes() > most_text_bytes) {
+        asking.text_bytes = 0;
         return refuse(connection, MHD_HTTP_SERVICE_UNAVAILABLE, "too many answers are on their way\n");
     }
     if (!made.make && coding == ContentCoding::identity) {
         return send_text(connection, made);
-    }
-    if (!made.make) {
-        made.make = [text = std::move(made.text), lasting = made.lasting_text](Output& output) {
-            Document document;
-            document.add_once([&output, text, lasting] {
-                output.add(text);
-                output.add(lasting);
-            });
-            return document;
-        };
     }
     HttpAnswer head;
     head.status = made.status;

@@ -11,6 +11,7 @@
 #include "serve/web_config.h"
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -35,6 +36,8 @@ struct HttpOptions
     MetricsChoice metrics; // what /metrics gives
     WebConfig web;         // TLS and users; neither when empty
     std::string history;   // the path of a recorded history; empty without one
+    // Is called with messages for the administrator, in the server's thread.
+    std::function<void(const std::string&)> report = [](const std::string&) {};
 };
 
 class HttpServer

@@ -16,6 +16,7 @@ struct ListenAddress
     std::string path; // of a Unix socket, instead of both
     mode_t mode = 0660;
     int inherited = -1; // a socket that listens already
+    ino_t inode = 0;    // of a Unix socket that this process has created
 
     bool is_unix() const { return !path.empty(); }
     bool is_v6() const { return host.find(':') != std::string::npos; }
@@ -35,5 +36,8 @@ bool find_systemd_socket(ListenAddress& address, std::string& reason);
 // Listens, and puts the port into `address` when it was 0. A Unix socket of a server that is gone is replaced. Returns
 // a non-blocking socket, or -1 with errno set.
 int listen_on(ListenAddress& address);
+
+// Removes the Unix socket that listen_on() has created, unless another one has its name by now.
+void remove_unix_socket(const ListenAddress& address);
 
 } // namespace kavstat
