@@ -701,6 +701,7 @@ TEST_F(server_test, counts_ipv4_clients_of_a_socket_for_both_families_by_address
     for (int number = 0; number < 13; ++number) {
         others.push_back(std::make_unique<http_client>(server.port(), "127.0.0.3"));
         others.back()->send("GET /api/v1/statistics HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+        others.back()->take(1);
     }
     EXPECT_EQ(get(server.port(), "/healthz", "127.0.0.3").status, 200);
     EXPECT_TRUE(lazy.read_all().ends_with("\r\n0\r\n\r\n"));
