@@ -40,23 +40,23 @@ namespace {
 
 using steady_clock = std::chrono::steady_clock;
 
-constexpr std::size_t piece_size = 16384;        // of a document, as one client holds it
-constexpr std::size_t connection_memory = 32768; // for a request's head, and then for a piece on its way
+constexpr std::size_t piece_size = 16384;        // of a document, for one client
+constexpr std::size_t connection_memory = 32768; // for a request's head, and then for a piece being sent
 constexpr std::size_t longest_head = 16384;
 constexpr int send_buffer = 65536;                              // the kernel's, for one client
 constexpr std::size_t spare_descriptors = 4;                    // for reading the engine's statistics
-constexpr std::size_t most_text_bytes = std::size_t{32} << 20U; // of answers that are made at once
+constexpr std::size_t most_text_bytes = std::size_t{32} << 20U; // of answers that are kept as whole texts
 constexpr std::chrono::milliseconds sweep_interval{100};
 constexpr std::chrono::milliseconds accept_pause{100};
 
-// Ends a connection at once and so that the client cannot take it for the regular end of an answer: by a reset. What is
-// on its way to the client is dropped. The descriptor stays; the library notices the end.
+// Resets a connection, so that the client cannot mistake this for the regular end of an answer. Data that was not sent
+// yet is dropped. The descriptor stays open; the library notices the end and closes it.
 void reset_connection(int socket)
 {
     sockaddr nobody{};
     nobody.sa_family = AF_UNSPEC;
     if (connect(socket, &nobody, sizeof nobody) != 0) {
-        // A Unix socket knows no reset. What is missing at the end of an answer tells its client.
+        // A Unix socket has no reset. Its client notices that the last chunk of the answer is missing.
         shutdown(socket, SHUT_RDWR);
     }
 }
@@ -79,8 +79,8 @@ std::string address_key(int socket, const sockaddr* address)
     return {reinterpret_cast<const char*>(&reinterpret_cast<const sockaddr_in*>(address)->sin_addr), 4};
 }
 
-// Compresses a text piece by piece. It takes 70 KB: a small window loses little, because the lines of metrics and of
-// JSON resemble those just before them.
+// Compresses a text in pieces. Needs 70 KB: a small window is enough, because lines of metrics and JSON resemble the
+// lines directly before them.
 class gzip_stream
 {
 public:
@@ -100,7 +100,7 @@ public:
         std::size_t taken; // of the text
         std::size_t given;
     };
-    // text: empty at its end.
+    // text: empty at the end of the document.
     Progress write(std::string_view text, char* bytes, std::size_t room)
     {
         m_stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
@@ -122,7 +122,7 @@ private:
     bool m_b_finished = false;
 };
 
-// A body that is made while it is sent.
+// A body that is made or compressed while it is sent.
 class body_on_its_way : private Sink
 {
 public:
@@ -137,13 +137,13 @@ public:
         }
     }
 
-    // What it reads from, or null.
+    // The moment that it reads from, or null.
     const Moment* moment() const { return m_answer.moment.get(); }
 
-    // Whether everything that was read is valid: the statistics may have been cut short during the read.
+    // Whether all statistics that were read are valid: they may have been truncated during the read.
     bool is_whole() const { return m_output.is_ok(); }
 
-    // The next bytes, at most `room` of them; 0 at the end.
+    // Writes at most `room` bytes and returns their number; 0 at the end.
     std::size_t read(char* bytes, std::size_t room)
     {
         std::size_t count = 0;
@@ -207,7 +207,7 @@ struct client
           address(address_key(its_socket, its_address))
     {}
 
-    // Looks how much the client has taken, as far as its system has acknowledged.
+    // Updates how much the client's system has acknowledged.
     void note_taken(steady_clock::time_point now)
     {
         std::uint64_t taken_now = 0;
@@ -238,8 +238,8 @@ struct client
     std::string target;   // of the request
     bool b_asked = false; // the request is complete
     bool b_cut_off = false;
-    bool b_waiting = false;      // for the verdict about its password
-    std::optional<bool> verdict; // whether the password is right
+    bool b_waiting = false;      // until its password is verified
+    std::optional<bool> verdict; // whether the password is correct
     std::unique_ptr<body_on_its_way> answer;
     std::size_t text_bytes = 0; // of the answer, when it is a text
     std::uint64_t made = 0;     // of the answer
@@ -261,7 +261,7 @@ public:
     const ListenAddress& address() const { return m_address; }
 
 private:
-    // What the library calls.
+    // Called by the library.
     static void on_connection(void* self, MHD_Connection* connection, void** context,
                               MHD_ConnectionNotificationCode what);
     static void* on_target(void* self, const char* target, MHD_Connection* connection);
@@ -304,7 +304,7 @@ private:
     std::vector<std::string> m_allowed_hosts;
     int m_listener = -1;
     int m_stop = -1;     // an event descriptor
-    int m_verdicts = -1; // an event descriptor: verdicts about passwords are there
+    int m_verdicts = -1; // an event descriptor: passwords were verified
     WebConfig m_web;
     std::function<void(const std::string&)> m_report;
     std::unique_ptr<TlsCertificate> m_certificate; // null without TLS
@@ -337,7 +337,7 @@ private:
         resume(one);
     }
 
-    // Lets the library go on with it.
+    // Lets the library continue with a client that it has suspended.
     static void resume(client& one)
     {
         if (std::exchange(one.b_waiting, false)) {
@@ -435,7 +435,7 @@ bool HttpServer::implementation::start_library(std::string& reason)
     return m_daemon != nullptr;
 }
 
-// No more connections than there are descriptors for. False when that is not enough to serve anybody.
+// Limits connections to the available descriptors. Returns false when these are too few.
 bool HttpServer::implementation::find_room()
 {
     std::error_code error;
@@ -498,18 +498,18 @@ void HttpServer::implementation::take_sample()
         m_live.sample(steady_clock::now(), std::chrono::system_clock::now());
         m_connection_rates.forget_unless_used(steady_clock::now());
     } catch (const std::exception&) {
-        // There is no memory for it. The next one may be lucky.
+        // Out of memory. The next sample may succeed.
     }
 }
 
-// One at a time, so that its request is read before another one asks for its place.
+// Accepts one client at a time, so that its request is read before another client can displace it.
 void HttpServer::implementation::accept_client()
 {
     sockaddr_storage address{};
     socklen_t size = sizeof address;
     const int socket = accept4(m_listener, reinterpret_cast<sockaddr*>(&address), &size, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (socket < 0) {
-        // Without descriptors or memory the listener stays ready, and nothing would change by trying at once.
+        // Without descriptors or memory the listener stays ready, and an immediate retry would fail again.
         if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
             m_accept_again = steady_clock::now() + accept_pause;
         }
@@ -523,7 +523,7 @@ void HttpServer::implementation::accept_client()
     }
 }
 
-// Keeps a place free for the next client, and others' places free of an address that has many.
+// Cuts off a client when all places are taken, or when the newest client's address has too many.
 void HttpServer::implementation::make_room()
 {
     const std::string& address = m_clients.back().address;
@@ -540,7 +540,7 @@ void HttpServer::implementation::make_room()
     }
 }
 
-// address: the client's; null for clients of any address.
+// Cuts off a client of that address, or of any address when null.
 void HttpServer::implementation::cut_off_one(const std::string* address)
 {
     client* leaving = find_silent(address);
@@ -558,8 +558,8 @@ bool HttpServer::implementation::may_be_cut_off(const client& one, const std::st
     return !one.b_cut_off && &one != &m_clients.back() && (address == nullptr || one.address == *address);
 }
 
-// Of those that have not sent their request, the oldest when it has had time for that. Otherwise any one: then nobody
-// can be sure to displace a client whose request is still on its way.
+// Returns a client that has not sent its request: the oldest when it had time for that. Otherwise a random one, so that
+// an attacker cannot choose to displace a client whose request is still being sent.
 client* HttpServer::implementation::find_silent(const std::string* address)
 {
     const auto now = steady_clock::now();
@@ -580,7 +580,7 @@ client* HttpServer::implementation::find_silent(const std::string* address)
     return found;
 }
 
-// Of those that have asked, the one that has taken nothing for longest.
+// Returns the client that has sent its request and has read nothing for the longest time.
 client* HttpServer::implementation::find_idle(const std::string* address)
 {
     const auto now = steady_clock::now();
@@ -596,7 +596,7 @@ client* HttpServer::implementation::find_idle(const std::string* address)
     return found;
 }
 
-// Cuts off who has had the time that there is for a request or an answer.
+// Cuts off clients that exceed the time limits for a request or an answer.
 void HttpServer::implementation::sweep()
 {
     const auto now = steady_clock::now();
@@ -614,7 +614,7 @@ void HttpServer::implementation::sweep()
         }
     }
     m_moments.drop_old();
-    // What many clients have needed goes back to the system.
+    // Returns the memory that many clients have used to the system.
     if (m_clients.empty() && m_moments.is_empty()) {
         malloc_trim(0);
     }
@@ -648,7 +648,7 @@ void HttpServer::implementation::on_connection(void* self, MHD_Connection* conne
             reset_connection(socket);
         }
     } else if (*context != nullptr) {
-        // What has arrived and was not read would end the answer by a reset.
+        // Unread data would make the kernel reset the connection before the client has read its answer.
         const auto* const gone = static_cast<const client*>(*context);
         recv(gone->socket, nullptr, 1U << 20U, MSG_DONTWAIT | MSG_TRUNC);
         clients.remove_if([&](const client& each) { return &each == gone; });
@@ -657,7 +657,7 @@ void HttpServer::implementation::on_connection(void* self, MHD_Connection* conne
 
 void* HttpServer::implementation::on_target(void*, const char* target, MHD_Connection* connection)
 {
-    // As it was sent; the library's own decoding would end it at an encoded NUL.
+    // The undecoded target: the library's own decoding would truncate it at an encoded NUL.
     if (client* const asking = client_of(connection); asking != nullptr) {
         try {
             asking->target = target;
@@ -691,7 +691,7 @@ ssize_t HttpServer::implementation::read_answer(void* of_client, std::uint64_t, 
 
 namespace {
 
-// made: gives the head.
+// made: provides the head of the answer; its text is ignored.
 MHD_Result send(MHD_Connection* connection, MHD_Response* response, const HttpAnswer& made,
                 ContentCoding coding = ContentCoding::identity)
 {
@@ -741,7 +741,7 @@ MHD_Result refuse(MHD_Connection* connection, unsigned int status, std::string r
     return send_text(connection, text_answer(status, std::move(reason)));
 }
 
-// What counts in a request's head; a field may be there more than once.
+// The fields of a request's head that the server uses. Fields may be repeated.
 struct head_fields
 {
     explicit head_fields(MHD_Connection* connection)
@@ -761,7 +761,7 @@ struct head_fields
         } else if (strcasecmp(key, MHD_HTTP_HEADER_TRANSFER_ENCODING) == 0) {
             b_body = true;
         } else if (strcasecmp(key, MHD_HTTP_HEADER_AUTHORIZATION) == 0) {
-            // Of several none counts.
+            // Several of them are ambiguous and count as invalid.
             authorization = authorization ? "" : value;
         } else if (strcasecmp(key, MHD_HTTP_HEADER_ACCEPT) == 0) {
             accept.append(accept.empty() ? "" : ",").append(value);
@@ -835,7 +835,7 @@ MHD_Result HttpServer::implementation::answer(MHD_Connection* connection, client
     return send_answer(connection, asking, b_head, *coding, answer_to({b_head, *target, fields.accept}, m_context));
 }
 
-// Nothing when the client may go on. Before that it learns nothing, not even which paths there are.
+// Returns nothing when the client is authenticated. Other clients get the same answer for every path.
 std::optional<MHD_Result> HttpServer::implementation::authenticate(MHD_Connection* connection, client& asking,
                                                                    bool b_body, const std::string& authorization)
 {
@@ -843,7 +843,7 @@ std::optional<MHD_Result> HttpServer::implementation::authenticate(MHD_Connectio
     bool b_right = asking.verdict.value_or(false);
     if (credentials && !asking.verdict) {
         b_right = m_passwords->is_known(*credentials);
-        // A body would have to be read first. No client of ours sends one.
+        // Suspending works only without a body, which no scraper sends.
         if (!b_right && !b_body) {
             if (!m_passwords->verify_later(std::move(*credentials), asking.number, asking.address)) {
                 return refuse(connection, MHD_HTTP_TOO_MANY_REQUESTS, "too many passwords to verify\n");
@@ -914,13 +914,13 @@ MHD_Result HttpServer::implementation::send_answer(MHD_Connection* connection, c
     MHD_Response* const response =
         MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, piece_size, &read_answer, &asking, nullptr);
     if (b_head && response != nullptr) {
-        // The library would end a body in chunks that is not there.
+        // Otherwise the library would send the end of a chunked body after the head.
         MHD_set_response_options(response, MHD_RF_HTTP_1_0_COMPATIBLE_STRICT, MHD_RO_END);
     }
     return send(connection, response, head, coding);
 }
 
-// Of texts that are on their way to clients.
+// The size of all texts that are being sent.
 std::size_t HttpServer::implementation::text_bytes() const
 {
     return std::accumulate(m_clients.begin(), m_clients.end(), std::size_t{0},

@@ -73,8 +73,8 @@ bool is_stale(const sockaddr_un& address)
     return b_refused;
 }
 
-// Locks a folder, so that servers which start at the same time create their sockets one after the other. Whoever may
-// read the folder can hold its lock: after a second it does without.
+// Locks a folder, so that servers which start at the same time create their sockets one after the other. Every user who
+// can read the folder can hold its lock, so the server continues without the lock after a second.
 class folder_lock
 {
 public:
@@ -150,7 +150,7 @@ bool start_listening(int socket, ListenAddress& address)
     return true;
 }
 
-// What a socket is bound to. Nothing for other families.
+// The address of a socket. Returns nothing for other families.
 std::optional<ListenAddress> address_of(int socket)
 {
     sockaddr_storage storage{};
@@ -177,7 +177,7 @@ std::optional<ListenAddress> address_of(int socket)
     return address;
 }
 
-// A variable's value as a number, or -1.
+// The value of an environment variable as a number, or -1.
 long number_in(const char* variable)
 {
     const char* const text = std::getenv(variable);

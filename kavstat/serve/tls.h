@@ -1,4 +1,4 @@
-// The server's certificate, and what TLS demands of a session.
+// The server's certificate, and the TLS settings of a session.
 #pragma once
 
 #include "serve/web_config.h"
