@@ -158,7 +158,9 @@ std::string statistics_json_schema()
     ordered_json members = {
         {"kavstat_json", {{"const", json_version}, {"description", "version of this document's form"}}},
         {"kavstat_version", text("version of the program that wrote the document")},
-        {"source", {{"enum", {"live", "file", "history"}}, {"description", "the running engine, a saved file or a recorded moment"}}},
+        {"source",
+         {{"enum", {"live", "file", "history"}},
+          {"description", "the running engine, a saved file or a recorded moment"}}},
         {"file", {{"type", {"string", "null"}}, {"description", "the saved file's name"}}},
         {"engine_start_time", integer("when the engine was started, seconds since the epoch")},
         {"capture_time", integer("when the figures were true, seconds since the epoch")},

@@ -63,8 +63,8 @@ public:
     std::time_t engine_start_time() const { return is_open() ? m_image.header->engine_start_time : 0; }
     std::time_t capture_time() const { return is_open() ? m_image.header->capture_time : 0; }
 
-    // Returns how many NACKs were logged since the engine's start, as of the last get_first_nack(). Cursors of NACKs are
-    // the low 31 bits of their numbers.
+    // Returns how many NACKs were logged since the engine's start, as of the last get_first_nack(). Cursors of NACKs
+    // are the low 31 bits of their numbers.
     std::uint64_t nacks_end() const { return m_nacks_end; }
 
     // How long to wait for an engine that is changing records. open() sets the time for a report; a caller that must
