@@ -108,7 +108,15 @@ CLI::Option* add_moment(CLI::App* command, const char* name, std::optional<std::
 constexpr const char* from_help = "From this moment on";
 constexpr const char* to_help = "Up to this moment";
 
-// --history and the moments. one: whether a single moment can be asked for.
+// Throws when a span of time ends before it begins.
+void check_span(const HistorySpan& span)
+{
+    if (span.from && span.to && *span.from > *span.to) {
+        throw CLI::ValidationError("--to", "earlier than --from");
+    }
+}
+
+// --history and the moments. one: whether the command has --at.
 void add_history(CLI::App* command, const std::shared_ptr<HistoryOptions>& options, bool b_one)
 {
     CLI::Option* const file =
@@ -141,6 +149,7 @@ void add_json(CLI::App& app, int& status)
         ->excludes("--file")
         ->excludes("--history");
     command->callback([options, scopes, &status] {
+        check_span(options->history.span);
         std::string unknown;
         options->scopes = *parse_json_scopes(*scopes, unknown);
         status = run_json(*options);
@@ -233,7 +242,10 @@ void add_watch(CLI::App& app, int& status)
     command->add_option("--rules", options->rules, rules_help);
     command->add_flag("--once", options->b_once, "One report as text, after one interval; as all output to a pipe is");
     command->add_flag("--json", options->b_json, "A line of JSON after every interval");
-    command->callback([options, &status] { status = run_watch(*options); });
+    command->callback([options, &status] {
+        check_span(options->history.span);
+        status = run_watch(*options);
+    });
 }
 
 void add_health(CLI::App& app, int& status)
@@ -267,6 +279,7 @@ void add_health(CLI::App& app, int& status)
         if (options->since && options->files.size() > 1) {
             throw CLI::ExcludesError("--since", "a second --file");
         }
+        check_span(options->history.span);
         status = run_health(*options);
     });
 }
@@ -381,15 +394,16 @@ void add_record(CLI::App& app, int& status)
     CLI::App* const command =
         app.add_subcommand("record", "Record the running engine into an SQLite database until SIGTERM or SIGINT");
     const auto options = std::make_shared<RecordOptions>();
-    command->add_option("FILE", options->file, "The database; made when there is none")->required();
+    command->add_option("FILE", options->file, "The database, created when it does not exist")->required();
     CLI::Option* const once = command->add_flag("--once", options->b_once, "One sample, as from cron");
     command->add_option("-i,--interval", options->interval, "Seconds between two samples")
         ->check(CLI::Validator(check_interval, "SECONDS"))
         ->capture_default_str()
         ->excludes(once);
-    command->add_flag("--connections", options->b_connections, "Also the connections that moved since the last sample");
+    command->add_flag("--connections", options->b_connections,
+                      "Also the connections that changed since the last sample");
     const auto keep = std::make_shared<std::string>(default_keep);
-    command->add_option("--keep", *keep, "How long samples are kept, and one of how many: AGE:STEP,...; or all")
+    command->add_option("--keep", *keep, "Keep one sample in each STEP up to each AGE: AGE:STEP,...; or all")
         ->check(CLI::Validator(
             [](const std::string& text) {
                 return parse_keep(text) ? "" : "not ages and steps as in \"1d:all,30d:1m,2y:1h\": \"" + text + "\"";
@@ -398,7 +412,8 @@ void add_record(CLI::App& app, int& status)
         ->capture_default_str();
     const auto size = std::make_shared<std::string>();
     command
-        ->add_option("--max-size", *size, "The largest size of the database, with K, M, G or T; the oldest samples go")
+        ->add_option("--max-size", *size,
+                     "The largest size of the database, with K, M, G or T; the oldest samples are removed")
         ->check(CLI::Validator(
             [](const std::string& text) {
                 return parse_size(text).value_or(0) >= least_history_size
@@ -415,9 +430,9 @@ void add_record(CLI::App& app, int& status)
 
 void add_import(CLI::App& app, int& status)
 {
-    CLI::App* const command = app.add_subcommand("import", "Bring top-application logs into a database of \"record\"");
+    CLI::App* const command = app.add_subcommand("import", "Import top-application logs into a database of \"record\"");
     const auto files = std::make_shared<std::vector<std::string>>();
-    command->add_option("LOG", *files, "Logs, and the database at last; it is made when there is none")
+    command->add_option("LOG", *files, "The logs, then the database, which is created when it does not exist")
         ->option_text("LOG... FILE REQUIRED")
         ->required()
         ->expected(2, 100000);
@@ -430,17 +445,18 @@ void add_import(CLI::App& app, int& status)
 
 void add_export(CLI::App& app, int& status)
 {
-    CLI::App* const command = app.add_subcommand("export", "A table of a database of \"record\", row by row");
+    CLI::App* const command = app.add_subcommand("export", "Write a table of a database of \"record\", row by row");
     const auto options = std::make_shared<ExportOptions>();
     command->add_option("FILE", options->file, "The database")->required();
     command->add_option("-t,--table", options->table, "The table or view")->required();
     const auto format = std::make_shared<std::string>("csv");
-    command->add_option("--format", *format, "Comma-separated values, or an object of JSON a line")
+    command->add_option("--format", *format, "Comma-separated values, or a JSON object on each line")
         ->check(CLI::IsMember({"csv", "jsonl"}))
         ->capture_default_str();
     add_moment(command, "--from", options->span.from, from_help);
     add_moment(command, "--to", options->span.to, to_help);
     command->callback([options, format, &status] {
+        check_span(options->span);
         options->b_json_lines = *format == "jsonl";
         status = run_export(*options);
     });
@@ -471,6 +487,7 @@ void add_diff(CLI::App& app, int& status)
         if (options->history.file ? !options->history.span.from : options->before.empty()) {
             throw CLI::RequiredError(options->history.file ? "--from" : "A");
         }
+        check_span(options->history.span);
         status = run_diff(*options);
     });
 }

@@ -91,6 +91,10 @@ int write_recorded(const JsonOptions& options)
     const bool b_lines = options.history.is_span();
     if (b_lines) {
         samples = history.reader().samples(options.history.span);
+        if (!history.reader().error().empty()) {
+            report_error(*options.history.file + ": " + history.reader().error());
+            return EXIT_NO_STATISTICS;
+        }
     } else if (const std::optional<HistorySample> sample = history.find(options.history.at)) {
         samples.push_back(*sample);
     } else {

@@ -13,6 +13,9 @@ std::string Playback::open(const HistoryOptions& options)
         return reason;
     }
     m_samples = m_history.reader().samples(options.span);
+    if (!m_history.reader().error().empty()) {
+        return *options.file + ": " + m_history.reader().error();
+    }
     if (m_samples.empty()) {
         const bool b_other = options.is_span() && m_history.find(std::nullopt);
         return b_other ? *options.file + ": there are no samples in this time"
@@ -40,7 +43,7 @@ bool Playback::update(std::size_t at, const WatchNeeds& needs)
     if (source == nullptr) {
         return false;
     }
-    // The time that passed, not the time that the clock showed: that may have been set.
+    // The clock may have been set between the samples, so count the time that really passed.
     const bool b_next = m_shown && *m_shown + 1 == at && m_samples[*m_shown].engine_start == sample.engine_start;
     if (b_next) {
         const double seconds = seconds_between(m_samples[*m_shown], sample, true);
@@ -58,7 +61,7 @@ bool Playback::show(const WatchNeeds& needs)
         return true;
     }
     if (!m_shown || *m_shown + 1 != m_at) {
-        // Anywhere else, the view begins anew with the sample before, from which the rates come.
+        // After a jump, rates come from the sample before, which an empty model reads first.
         m_model = WatchModel(m_rules);
         m_shown.reset();
         if (m_at > 0 && !update(m_at - 1, needs)) {

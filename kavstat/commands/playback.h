@@ -18,17 +18,17 @@ public:
     // rules: of the health that the overview shows.
     explicit Playback(RuleSet rules) : m_rules(std::move(rules)), m_model(m_rules) {}
 
-    // Returns why there is nothing to play, or nothing.
+    // Returns why nothing can be played, or nothing.
     std::string open(const HistoryOptions& options);
 
     const WatchModel& model() const { return m_model; }
     // Shows the sample with the figures that a page needs. False after an error; see error().
     bool show(const WatchNeeds& needs);
-    // Reads what a page needs that has just been turned to.
+    // Reads the figures of the page that is now shown.
     void turn(const WatchNeeds& needs);
-    // Moves by so many samples, as far as there are any. False when it stays where it was.
+    // Moves by so many samples, at most to the first or last one. False when the sample stays the same.
     bool move(long long by);
-    // What a key does to the playback; false when it is not one of its keys.
+    // Handles a key. False when it is not a key of the playback.
     bool press(int key);
     bool is_playing() const { return m_b_playing; }
     void pause() { m_b_playing = false; }
@@ -45,7 +45,7 @@ private:
     RecordedHistory m_history;
     std::vector<HistorySample> m_samples;
     std::size_t m_at = 0;
-    std::optional<std::size_t> m_shown; // what the model has
+    std::optional<std::size_t> m_shown; // the sample that the model has
     WatchModel::clock::time_point m_time;
     std::unique_ptr<Source> m_source;
     bool m_b_playing = false;

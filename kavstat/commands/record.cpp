@@ -16,7 +16,7 @@ namespace {
 using clock = std::chrono::steady_clock;
 using duration = std::chrono::duration<double>;
 
-// Samples an engine again and again, and says once when something goes wrong and when it is well again.
+// Samples an engine until it is stopped. Reports the beginning and the end of each trouble.
 class RecordCommand
 {
 public:
@@ -26,7 +26,7 @@ public:
     {
         if (m_options.b_once) {
             const bool b_recorded = sample();
-            m_recorder.thin();
+            thin();
             return b_recorded ? EXIT_OK : m_source != nullptr ? EXIT_ERROR : EXIT_NO_STATISTICS;
         }
         end_at_signals();
@@ -35,10 +35,10 @@ public:
         while (!is_stopped()) {
             sample();
             if (clock::now() >= next_thinning) {
-                m_recorder.thin();
+                thin();
                 next_thinning = clock::now() + thinning_interval;
             }
-            // Not faster afterwards when a sample took long.
+            // Do not catch up after a sample that took long.
             next = std::max(next + std::chrono::duration_cast<clock::duration>(duration(m_options.interval)),
                             clock::now());
             sleep_unless_stopped(duration(next - clock::now()).count());
@@ -49,9 +49,18 @@ public:
 private:
     static constexpr std::chrono::seconds thinning_interval{60};
 
+    void thin()
+    {
+        const std::string trouble = m_recorder.thin() ? "" : m_recorder.error();
+        if (!trouble.empty() && trouble != m_thinning_trouble) {
+            report_error(m_options.file + ": old samples cannot be removed: " + trouble);
+        }
+        m_thinning_trouble = trouble;
+    }
+
     bool sample()
     {
-        // Opened beside the one that is open: that is how an engine that was started anew is found.
+        // Open the engine again each time: it may have been restarted.
         auto found = std::make_unique<Source>();
         if (const int error = found->open()) {
             m_source.reset();
@@ -72,6 +81,9 @@ private:
             say(Source::reason_of(RE_STAT_ERR_CUT) + "; recording goes on");
             return false;
         case RecordResult::failed:
+            if (is_stopped()) {
+                return false;
+            }
             say(m_options.file + ": " + m_recorder.error() + "; this sample is lost, recording goes on");
             return false;
         }
@@ -82,7 +94,7 @@ private:
         return true;
     }
 
-    // What is wrong, or nothing. It is said when it changes.
+    // Reports a trouble once, and its end. trouble: empty when all is well.
     void say(const std::string& trouble)
     {
         if (trouble == m_trouble) {
@@ -100,6 +112,7 @@ private:
     Recorder& m_recorder;
     std::unique_ptr<Source> m_source; // stays open from sample to sample
     std::string m_trouble;
+    std::string m_thinning_trouble;
     bool m_b_removal_said = false;
 };
 
@@ -107,7 +120,8 @@ private:
 
 int run_record(const RecordOptions& options)
 {
-    Recorder recorder({options.b_connections, options.keep, options.max_size});
+    Recorder recorder({options.b_connections, options.keep, options.max_size, [] { return std::time(nullptr); },
+                       [] { return is_stopped(); }});
     if (const std::string reason = recorder.open(options.file); !reason.empty()) {
         report_error(options.file + ": " + reason);
         return EXIT_ERROR;

@@ -18,8 +18,8 @@ public:
     std::string open(const std::string& path);
 
     HistoryReader& reader() { return m_reader; }
-    // The sample at the moment, or the last one. Nothing after an error, such as a moment before the first sample;
-    // error() has its text.
+    // The last sample up to the moment, or the last one of all. Nothing after an error, such as a moment before the
+    // first sample; see error().
     std::optional<HistorySample> find(std::optional<std::time_t> moment);
     // The sample before, of the same engine start.
     std::optional<HistorySample> before(const HistorySample& sample);
@@ -33,7 +33,7 @@ private:
     std::string m_error;
 };
 
-// Seconds between two samples: of the recorder's own clock when they are neighbours, otherwise by their times.
+// Seconds between two samples: by the recorder's monotonic clock when they are neighbours, otherwise by their times.
 double seconds_between(const HistorySample& before, const HistorySample& after, bool b_neighbours);
 
 } // namespace kavstat

@@ -23,6 +23,12 @@ std::string percent_text(double percent);
 std::string latency_text(double milliseconds);
 // The two largest units: "3d10s", "2h5m".
 std::string age_text(long long seconds);
+// "1 peer", "2 peers".
+template <typename Count>
+std::string plural_text(Count count, const std::string& thing)
+{
+    return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
+}
 // "22:13:20"; "?" for a moment that no calendar holds.
 std::string time_of_day(std::time_t moment);
 

@@ -1,6 +1,7 @@
 #include "health/report.h"
 
 #include "format/text.h"
+#include "format/units.h"
 
 #include <algorithm>
 
@@ -25,18 +26,12 @@ std::string one_line(const std::string& text)
     return line;
 }
 
-template <typename Count>
-std::string number_of(Count count, const std::string& thing)
-{
-    return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
-}
-
 std::string looked_at(const HealthReport& report)
 {
     const std::string rates = report.seconds ? "rates over " + shown_value(Form::seconds, *report.seconds)
                                              : "levels only, as rates take two moments";
-    return number_of(report.rules, "rule") + ", " + number_of(report.peers, "peer") + ", " +
-           number_of(report.applications, "application") + ", " + number_of(report.connections, "open connection") +
+    return plural_text(report.rules, "rule") + ", " + plural_text(report.peers, "peer") + ", " +
+           plural_text(report.applications, "application") + ", " + plural_text(report.connections, "open connection") +
            "; " + rates;
 }
 
@@ -53,7 +48,7 @@ std::string status_line(const HealthReport& report)
     for (const Finding& finding : report.findings) {
         problems += finding.others;
     }
-    line += number_of(problems, "problem") + " - ";
+    line += plural_text(problems, "problem") + " - ";
     for (std::size_t at = 0; at < report.findings.size(); ++at) {
         if (at == most_findings_in_status_line) {
             return line + "; ...";
@@ -160,7 +155,7 @@ void write_health_text(const HealthReport& report, bool b_all, Output& output)
     std::size_t others = 0;   // that are only counted
     const auto say_left_out = [&] {
         if (left_out + others > 0) {
-            const std::string more = number_of(left_out + others, "more " + std::string(word_of(rule->scope)));
+            const std::string more = plural_text(left_out + others, "more " + std::string(word_of(rule->scope)));
             add_line(output, "... and " + more + " [" + rule->name + "]" +
                                  (left_out == 0 ? ""
                                   : others == 0 ? "; --all lists them"

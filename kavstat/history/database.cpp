@@ -2,8 +2,12 @@
 
 #include <sqlite3.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 
 namespace kavstat {
 
@@ -12,7 +16,7 @@ namespace {
 // Another process writes for a moment only: a sample, or a part of an import.
 constexpr int longest_wait_ms = 10000;
 
-// As SQLite wants file names with parameters.
+// A file name as SQLite reads it with parameters.
 std::string uri_of(const std::string& path)
 {
     static constexpr char digits[] = "0123456789abcdef";
@@ -28,6 +32,23 @@ std::string uri_of(const std::string& path)
         }
     }
     return uri;
+}
+
+// Why the file cannot be a database, or nothing. SQLite would wait for the writer of a FIFO. A new file is readable for
+// its owner and group alone, as it contains names and addresses; SQLite gives the files beside it the same permissions.
+std::string check_file(const std::string& path, Database::Access access)
+{
+    if (access == Database::Access::write) {
+        const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0640);
+        if (file >= 0) {
+            ::close(file);
+        }
+    }
+    struct stat status = {};
+    if (stat(path.c_str(), &status) != 0) {
+        return std::strerror(errno);
+    }
+    return S_ISREG(status.st_mode) ? "" : "not a regular file";
 }
 
 } // namespace
@@ -143,20 +164,30 @@ bool Database::open_as(const std::string& name, int flags)
     close();
     return sqlite3_open_v2(name.c_str(), &m_database, flags | SQLITE_OPEN_URI | SQLITE_OPEN_EXRESCODE, nullptr) ==
                SQLITE_OK &&
-           // The file itself is opened now and not before, and its header is read.
+           // The file may come from another user, who may have added triggers, or views that call functions with
+           // side effects.
+           sqlite3_db_config(m_database, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr) == SQLITE_OK &&
+           sqlite3_db_config(m_database, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr) == SQLITE_OK &&
+           // SQLite opens the file itself only now, and reads its header.
            run("PRAGMA schema_version");
 }
 
 bool Database::open(const std::string& path, Access access)
 {
     m_path = path;
+    close();
+    m_file_error = check_file(path, access);
+    if (!m_file_error.empty()) {
+        return false;
+    }
     const std::string uri = uri_of(path);
     bool b_open =
         open_as(uri, access == Access::write ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY);
-    // A reader needs a file beside the database, too. Where it may not make one and nobody else has, nobody writes
-    // the database either, as long as nothing waits in the write-ahead log.
+    // A reader of the write-ahead log needs the file FILE-shm. Where it may not create that file and no other process
+    // has, the database is not being written, and the file alone is complete as long as the log is empty.
     struct stat log = {};
-    if (!b_open && access == Access::read && code() == SQLITE_CANTOPEN && ::access(path.c_str(), R_OK) == 0 &&
+    const bool b_no_log = code() == SQLITE_CANTOPEN || code() == SQLITE_READONLY;
+    if (!b_open && access == Access::read && b_no_log && ::access(path.c_str(), R_OK) == 0 &&
         (stat((path + "-wal").c_str(), &log) != 0 || log.st_size == 0)) {
         b_open = open_as(uri + "?immutable=1", SQLITE_OPEN_READONLY);
     }
@@ -168,17 +199,20 @@ bool Database::open(const std::string& path, Access access)
 
 void Database::close()
 {
+    m_rolled_back.reset();
     sqlite3_close(m_database);
     m_database = nullptr;
 }
 
 bool Database::run(const std::string& sql)
 {
+    m_rolled_back.reset();
     return m_database != nullptr && sqlite3_exec(m_database, sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK;
 }
 
 Statement Database::prepare(const std::string& sql)
 {
+    m_rolled_back.reset();
     sqlite3_stmt* statement = nullptr;
     if (m_database != nullptr) {
         sqlite3_prepare_v2(m_database, sql.data(), static_cast<int>(sql.size()), &statement, nullptr);
@@ -208,14 +242,30 @@ long long Database::changed_rows() const
     return sqlite3_changes64(m_database);
 }
 
+void Database::roll_back()
+{
+    std::optional<Failure> failure;
+    if (!is_well()) {
+        failure = Failure{code(), error()};
+    }
+    run("ROLLBACK");
+    m_rolled_back = std::move(failure);
+}
+
 std::string Database::error() const
 {
+    if (!m_file_error.empty()) {
+        return m_file_error;
+    }
+    if (m_rolled_back) {
+        return m_rolled_back->error;
+    }
     return m_database != nullptr ? sqlite3_errmsg(m_database) : "not enough memory";
 }
 
 int Database::code() const
 {
-    return sqlite3_errcode(m_database) & 0xff;
+    return m_rolled_back ? m_rolled_back->code : sqlite3_errcode(m_database) & 0xff;
 }
 
 bool Database::is_well() const
@@ -226,7 +276,7 @@ bool Database::is_well() const
 Transaction::~Transaction()
 {
     if (m_b_begun) {
-        m_database.run("ROLLBACK");
+        m_database.roll_back();
     }
 }
 

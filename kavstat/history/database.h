@@ -1,5 +1,5 @@
-// A thin layer over SQLite: handles that close themselves, and errors as values. Nothing here throws but for lack of
-// memory.
+// A thin layer over SQLite: handles that close themselves, and errors as values. Nothing here throws, except when
+// memory is exhausted.
 #pragma once
 
 #include <cstdint>
@@ -37,7 +37,7 @@ public:
         return value ? bind(*value) : bind_null();
     }
 
-    // Steps to the next row. False at the end and after an error; is_failed() tells the two apart.
+    // Steps to the next row. False at the end and after an error: then is_failed() is true.
     bool next();
     bool is_failed() const { return m_b_failed; }
     // Runs a statement without rows, and makes it ready to be run again. False after an error.
@@ -73,7 +73,7 @@ public:
     enum class Access
     {
         read,
-        write, // creates the file when there is none
+        write, // creates the file when it does not exist
     };
 
     Database() = default;
@@ -96,6 +96,9 @@ public:
     long long last_row() const;
     long long changed_rows() const; // by the last statement
 
+    // Ends a transaction that failed. error() and code() still say why it failed.
+    void roll_back();
+
     // Why the last call failed, such as "database or disk is full".
     std::string error() const;
     // The same as SQLite's primary code, such as SQLITE_FULL.
@@ -106,8 +109,15 @@ public:
 private:
     bool open_as(const std::string& name, int flags);
 
+    struct Failure
+    {
+        int code;
+        std::string error;
+    };
     sqlite3* m_database = nullptr;
     std::string m_path;
+    std::string m_file_error;             // of open(): why the file was not opened at all
+    std::optional<Failure> m_rolled_back; // of the transaction that has just been rolled back
 };
 
 // Rolls back unless it was committed.
@@ -127,7 +137,7 @@ private:
     bool m_b_begun;
 };
 
-// A name that need not be quoted in SQL as it is quoted here.
+// The name of a table or column as SQL text, whatever characters it has.
 std::string quoted(std::string_view name);
 
 } // namespace kavstat

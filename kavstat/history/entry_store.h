@@ -1,4 +1,4 @@
-// Stores the entries of one kind: who they are when that changes, and their figures when these do.
+// Stores the entries of one kind: their identities and their figures, each when they changed.
 #pragma once
 
 #include "history/database.h"
@@ -25,7 +25,7 @@ public:
         return m_add_identity.is_ready() && m_add_figures.is_ready() && m_end_identity.is_ready();
     }
 
-    // What the database has of the last sample; nothing for a new start of an engine.
+    // Sets the entries of the last sample in the database; none for a new start of an engine.
     void know(const std::vector<Recorded<Record>>& entries = {})
     {
         m_known.clear();
@@ -34,7 +34,7 @@ public:
         }
     }
 
-    // How many rows a sample takes.
+    // How many of the entries changed.
     std::size_t changes(const std::vector<Record>& records) const
     {
         std::size_t count = 0;
@@ -45,11 +45,14 @@ public:
         return count;
     }
 
-    // b_all: also what did not change. False after an error, and what is known must then be set anew.
+    // b_all: also entries that did not change. After an error it returns false, and know() must be called again.
     bool store(Database& database, const std::vector<Record>& records, const HistorySample& sample, bool b_all)
     {
         for (const Record& record : records) {
             Known& known = m_known[entry_place(record)];
+            if (known.seen == sample.id) {
+                continue; // a damaged image with two entries in one place
+            }
             known.seen = sample.id;
             const bool b_unchanged = known.last.identity != 0 && is_unchanged(known.last.record, record);
             if (b_unchanged && !b_all) {
@@ -83,7 +86,7 @@ private:
     struct Known
     {
         Recorded<Record> last;
-        long long seen = 0; // the last sample that had it
+        long long seen = 0; // the last sample with this entry
     };
 
     static bool is_unchanged(const Record& left, const Record& right)

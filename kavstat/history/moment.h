@@ -13,18 +13,18 @@ namespace kavstat {
 // A row of the table "sample".
 struct HistorySample
 {
-    long long id = 0; // in the order of recording, whatever the clock said
+    long long id = 0; // in the order of recording, also when the clock was set back
     std::time_t time = 0;
-    long long engine_start = 0;             // a row of the table of that name
-    std::optional<double> elapsed;          // seconds since the sample before; none when that is not known
-    std::optional<long long> configuration; // likewise
-    long long base = 0;                     // the sample from which on rows make up this one
-    long long first_nack = 0;               // the numbers of the NACKs that the log held, without the last
+    long long engine_start = 0;             // a row of the table "engine_start"
+    std::optional<double> elapsed;          // seconds since the sample before, when known
+    std::optional<long long> configuration; // a row of the table "configuration"
+    long long base = 0;                     // the first sample whose rows this one consists of
+    long long first_nack = 0;               // of the NACKs in the log; end_nack is the number after the last
     long long end_nack = 0;
     bool b_bypass_table = false;
 };
 
-// Something that has an identity of its own and rows of figures.
+// An entry with a row in a table of identities.
 template <typename Record>
 struct Recorded
 {
@@ -44,7 +44,7 @@ struct RecordedMoment
     std::vector<Recorded<SnapshotPeer>> peers; // in ascending order of slots
     std::vector<Recorded<SnapshotApp>> apps;   // in ascending order of slots
     std::vector<Recorded<RE_bypass_entry>> bypass;
-    std::vector<SnapshotConn> conns; // those that moved
+    std::vector<SnapshotConn> conns; // those that changed
     std::vector<RE_stat_nack_header> nacks;
 };
 

@@ -19,13 +19,19 @@ namespace {
 constexpr const char* sample_columns =
     "SELECT id, time, engine_start, elapsed, configuration, base, first_nack, end_nack, bypass_table FROM sample ";
 
+// Damaged or hostile rows do not make differences of times overflow.
+constexpr long long latest_time = 1LL << 40;
+constexpr double longest_elapsed = 1e9;
+
 HistorySample sample_of(const Statement& row)
 {
     HistorySample sample;
     sample.id = row.integer(0);
-    sample.time = row.integer(1);
+    sample.time = std::clamp(row.integer(1), -latest_time, latest_time);
     sample.engine_start = row.integer(2);
-    sample.elapsed = row.is_null(3) ? std::nullopt : std::optional(row.real(3));
+    if (const double elapsed = row.real(3); !row.is_null(3) && elapsed >= 0 && elapsed <= longest_elapsed) {
+        sample.elapsed = elapsed;
+    }
     sample.configuration = row.is_null(4) ? std::nullopt : std::optional(row.integer(4));
     sample.base = row.integer(5);
     sample.first_nack = row.integer(6);
@@ -48,6 +54,12 @@ bool is_possible(const SnapshotApp& app)
 bool is_possible(const RE_bypass_entry& /*entry*/)
 {
     return true;
+}
+
+// Any integers may be in a file.
+long long wrapping_sum(long long left, long long right)
+{
+    return static_cast<long long>(static_cast<unsigned long long>(left) + static_cast<unsigned long long>(right));
 }
 
 bool has_column(const HistoryTable& table, const std::string& name)
@@ -84,7 +96,7 @@ void thin_out(Series& series, std::size_t most)
 
 std::string open_history(Database& database, const std::string& path)
 {
-    // SQLite has one text for all reasons.
+    // SQLite has one error text for all reasons.
     if (access(path.c_str(), R_OK) != 0) {
         return std::strerror(errno);
     }
@@ -164,7 +176,7 @@ bool HistoryReader::read_engine(RecordedMoment& moment)
     Statement start = m_database.prepare("SELECT start_time, application_slots FROM engine_start WHERE id = ?");
     start.bind(moment.sample.engine_start);
     if (start.next()) {
-        moment.engine_start_time = start.integer(0);
+        moment.engine_start_time = std::clamp(start.integer(0), -latest_time, latest_time);
         moment.app_slots =
             static_cast<int>(std::clamp<long long>(start.integer(1), 0, static_cast<long long>(RE_image_max_apps)));
     }
@@ -269,16 +281,19 @@ bool HistoryReader::read_conns(RecordedMoment& moment)
     Statement row = m_database.prepare("SELECT " + selection(m_database, table) +
                                        " FROM connection WHERE sample = ? ORDER BY slot, open_time");
     row.bind(moment.sample.id);
+    int last_slot = -1;
     while (row.next()) {
         SnapshotConn conn;
         read_connection_row(row, 1, conn);
-        if (conn.slot < 0 || static_cast<std::uint64_t>(conn.slot) >= RE_image_max_conns) {
+        // Slots that are not in ascending order are not integers: a damaged or hostile file.
+        if (conn.slot < last_slot || static_cast<std::uint64_t>(conn.slot) >= RE_image_max_conns) {
             continue;
         }
-        // Of several that had the slot one after another, the last one had it at the end.
-        if (!moment.conns.empty() && moment.conns.back().slot == conn.slot) {
+        // Several connections used the slot one after another. The sample ends with the last of them.
+        if (conn.slot == last_slot) {
             moment.conns.pop_back();
         }
+        last_slot = conn.slot;
         moment.conns.push_back(conn);
     }
     return !fail(row);
@@ -286,7 +301,7 @@ bool HistoryReader::read_conns(RecordedMoment& moment)
 
 std::optional<RecordedMoment> HistoryReader::restore(const HistorySample& sample)
 {
-    // All of it as it was at one time, whatever a recorder does meanwhile.
+    // One read transaction, as a recorder may write at the same time.
     const bool b_own = m_database.run("SAVEPOINT restore");
     std::optional<RecordedMoment> moment(std::in_place);
     moment->sample = sample;
@@ -381,7 +396,7 @@ std::optional<Series> HistoryReader::series(const SeriesRequest& request)
         for (const auto& [identity, entry] : current) {
             if (entry.engine_start == sample.engine_start && entry.gone_sample > sample.id) {
                 for (std::size_t at = 0; at < sums.size(); ++at) {
-                    sums[at] += entry.values[at];
+                    sums[at] = wrapping_sum(sums[at], entry.values[at]);
                 }
             }
         }

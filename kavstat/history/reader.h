@@ -19,15 +19,15 @@ struct HistorySpan
     std::optional<std::time_t> to;
 };
 
-// Which figures over time.
+// Selects figures over time.
 struct SeriesRequest
 {
     std::string table = "engine";     // "engine", "peer" or "application", whose columns these are
     std::vector<std::string> columns; // of figures
-    // Columns of the identity, and their values as text. Figures of all that have them are added up.
+    // Columns of the identity, and their values as text. The figures of all matching entries are added up.
     std::vector<std::pair<std::string, std::string>> where;
     HistorySpan span;
-    std::size_t most_samples = 0; // every n-th is taken when there are more; 0 for all
+    std::size_t most_samples = 0; // of more samples, every n-th is returned; 0 for all
 };
 
 struct Series
@@ -45,7 +45,7 @@ public:
     // database: open, and outlives the reader.
     explicit HistoryReader(Database& database) : m_database(database) {}
 
-    // Why the last call failed; empty when it did not, and there just is nothing.
+    // Why the last call failed; empty when it did not fail.
     const std::string& error() const { return m_error; }
 
     std::optional<HistorySample> first();

@@ -1,4 +1,4 @@
-// Lets everything that reads statistics read a recorded moment: the moment as an image in memory.
+// A recorded moment as an image in memory, with the interface of live statistics and saved files.
 #pragma once
 
 #include "RE_image_reader.h"

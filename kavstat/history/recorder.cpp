@@ -11,16 +11,17 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <limits>
 #include <string_view>
 
 namespace kavstat {
 
 namespace {
 
-// Bits of a NACK's number that a cursor has.
+// A cursor holds these bits of a NACK's number.
 constexpr std::uint64_t cursor_bits = 0x7fffffff;
 
-// A row of so many columns takes at most so many bytes, beside its texts.
+// The most bytes that a row takes without its texts.
 long long row_bytes(const HistoryTable& table)
 {
     return static_cast<long long>(table.columns.size()) * 9 + 32;
@@ -58,7 +59,7 @@ bool is_same_config(const std::optional<RE_stat_config_param>& left, const std::
 } // namespace
 
 Recorder::Recorder(RecorderOptions options)
-    : m_options(std::move(options)), m_space(m_database, m_options.keep, m_options.max_size)
+    : m_options(std::move(options)), m_space(m_database, m_options.keep, m_options.max_size, m_options.is_stopped)
 {}
 
 std::string Recorder::open(const std::string& path)
@@ -115,7 +116,7 @@ bool Recorder::fail()
     return false;
 }
 
-// Reads back what the last sample had, as after a restart of the recorder.
+// Reads the last sample from the database, as after a restart of the recorder.
 bool Recorder::sync()
 {
     HistoryReader reader(m_database);
@@ -123,7 +124,13 @@ bool Recorder::sync()
     if (!reader.error().empty()) {
         return fail();
     }
-    m_last_id = m_database.number("SELECT max(seq) FROM sqlite_sequence WHERE name = 'sample'").value_or(0);
+    m_last_id = std::max(m_last ? m_last->id : 0,
+                         m_database.number("SELECT max(seq) FROM sqlite_sequence WHERE name = 'sample'").value_or(0));
+    // No recorder gets there.
+    if (m_last_id < 0 || m_last_id >= std::numeric_limits<long long>::max() - 1) {
+        m_error = "the numbers of its samples are damaged";
+        return false;
+    }
     m_conns.clear();
     m_peers.know();
     m_apps.know();
@@ -180,7 +187,7 @@ void Recorder::capture_nacks(RE_image_reader& reader, Captured& captured)
     const std::uint64_t oldest = first >= 0 ? number_of(first) : end;
     captured.sample.first_nack = static_cast<long long>(oldest);
     captured.sample.end_nack = static_cast<long long>(end);
-    // Read from the first on that may be new; whether the engine is still the same is found out later.
+    // All of them, as the engine may be another one; store_nacks() omits those that are stored.
     for (int cursor = first; cursor >= 0;) {
         RE_stat_nack_header nack{};
         cursor = reader.get_next_nack(cursor, nack);
@@ -190,7 +197,7 @@ void Recorder::capture_nacks(RE_image_reader& reader, Captured& captured)
     }
 }
 
-// Its counters begin anew, so that no difference may be taken across.
+// Whether the counters began at 0 again since the last sample.
 bool Recorder::is_new_start(const Captured& captured, bool b_same) const
 {
     if (!m_last || captured.snapshot.engine_start_time != m_start_time ||
@@ -252,15 +259,12 @@ bool Recorder::thin(std::size_t most)
     return true;
 }
 
-// Returns why there is none, or nothing. An upper bound of what the sample takes is made sure of.
+// Makes room for the largest size that the sample can have. Returns why that is impossible, or nothing.
 std::string Recorder::make_room(RE_image_reader& reader, const Captured& captured)
 {
     m_most_conns = m_options.b_connections ? reader.get_max_conn_slots() : 0;
-    if (m_options.max_size == 0) {
-        return "";
-    }
     const auto rows = [](std::size_t count) { return static_cast<long long>(count); };
-    // Of identities, should all of them be new.
+    // For identities, as all of them may be new.
     constexpr long long peer_bytes = 640;
     constexpr long long entry_bytes = 128;
     long long bytes = row_bytes(history_table("engine_figures"));
@@ -268,19 +272,25 @@ std::string Recorder::make_room(RE_image_reader& reader, const Captured& capture
     bytes += rows(captured.snapshot.apps.size()) * (row_bytes(history_table("application_figures")) + entry_bytes);
     bytes += rows(captured.bypass.size()) * (row_bytes(history_table("bypass_figures")) + entry_bytes);
     bytes += rows(captured.nacks.size()) * row_bytes(history_table("nack"));
-    // Pages are not full, and those on the way to a row are written as well.
+    // Pages are not full, and the interior pages of the trees are written as well.
     constexpr long long other_pages = 32LL * 4096;
     bytes += bytes / 2 + other_pages;
     // Connections for which there is no room are left for the next sample.
     const long long conn_bytes = row_bytes(history_table("connection")) * 3 / 2;
-    m_most_conns = std::clamp<long long>((m_space.most_room() - bytes) / conn_bytes, 0, m_most_conns);
-    switch (m_space.make_room(bytes + m_most_conns * conn_bytes)) {
+    if (m_options.max_size != 0) {
+        m_most_conns = std::clamp<long long>((m_space.most_room() - bytes) / conn_bytes, 0, m_most_conns);
+    }
+    bytes += m_most_conns * conn_bytes;
+    m_space.leave_room_on_disk(bytes);
+    switch (m_space.make_room(bytes)) {
     case HistorySpace::Room::there:
         return "";
     case HistorySpace::Room::none:
         return "a sample does not fit into the largest size allowed";
     case HistorySpace::Room::reader:
-        return "somebody is reading the database, and its write-ahead log would exceed the largest size allowed";
+        return "another process reads the database, and its write-ahead log would exceed the largest size allowed";
+    case HistorySpace::Room::stopped:
+        return "stopped";
     default:
         return m_database.error();
     }
@@ -306,8 +316,8 @@ bool Recorder::store(RE_image_reader& reader, Captured& captured, bool b_new_sta
     const std::size_t entries = snapshot.peers.size() + snapshot.apps.size() + captured.bypass.size();
     const std::size_t changes =
         m_peers.changes(snapshot.peers) + m_apps.changes(snapshot.apps) + m_bypass.changes(captured.bypass);
-    // Entries without a change are left out until as many rows have come since all were written: so a moment is read
-    // from at most three times its rows, and the file has at most half as many again.
+    // Entries without a change are left out, until twice as many rows as entries were written since the base. So a
+    // moment is read from at most three times its rows, and complete samples add at most half to the file.
     const bool b_all = changes == entries || m_rows_since_base > 2 * static_cast<long long>(entries);
     sample.base = b_all ? sample.id : m_last->base;
     m_rows_since_base = b_all ? 0 : m_rows_since_base + static_cast<long long>(changes);
@@ -377,8 +387,9 @@ bool Recorder::store_nacks(const Captured& captured)
     const HistorySample& sample = captured.sample;
     const bool b_same_start = m_last && m_last->engine_start == sample.engine_start;
     const long long known = b_same_start ? m_last->end_nack : 0;
-    // Those that were overwritten while the log was read are missing at its beginning.
-    long long number = sample.end_nack - static_cast<long long>(captured.nacks.size());
+    // Entries that were overwritten while the log was read are missing at its beginning.
+    auto number =
+        static_cast<long long>(static_cast<std::uint64_t>(sample.end_nack) - std::uint64_t{captured.nacks.size()});
     for (const RE_stat_nack_header& nack : captured.nacks) {
         if (number >= known) {
             m_add_nack.bind(sample.engine_start).bind(number).bind(sample.id);

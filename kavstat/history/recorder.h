@@ -22,6 +22,7 @@ struct RecorderOptions
     Keep keep;
     long long max_size = 0; // bytes of the database and of the files beside it; 0 for any
     std::function<std::time_t()> clock = [] { return std::time(nullptr); };
+    std::function<bool()> is_stopped = [] { return false; }; // asked during long work, which then ends early
 };
 
 enum class RecordResult
@@ -41,26 +42,26 @@ public:
 
     // Opens or creates the file, as its only recorder. Returns why it cannot be used, or nothing.
     std::string open(const std::string& path);
-    // Writes what the write-ahead log holds to the file.
+    // Writes the pages of the write-ahead log to the file.
     void close();
 
-    // reader: open. b_same: on the same segment as at the last call. seconds: of a clock that is never set.
+    // reader: open. b_same: on the same segment as at the last call. seconds: of a monotonic clock.
     RecordResult record(RE_image_reader& reader, bool b_same, double seconds);
-    // Thins out what has become old; at most so many samples a call. False after an error.
+    // Removes samples that have become old, at most so many in one call. False after an error.
     bool thin(std::size_t most = 200);
 
     const std::string& error() const { return m_error; }
-    // How many samples had to go before their time because of the size.
+    // How many samples were removed early because of the size.
     long long removed() const { return m_space.removed(); }
 
 private:
-    // What of a sample fits into memory.
+    // A sample without its connections, which are read one by one.
     struct Captured
     {
         Snapshot snapshot;
         std::optional<RE_stat_config_param> config;
         std::vector<RE_bypass_entry> bypass;
-        std::vector<RE_stat_nack_header> nacks; // those that are not stored yet
+        std::vector<RE_stat_nack_header> nacks; // the whole log
         HistorySample sample;
         int app_slots = 0;
     };
@@ -81,26 +82,26 @@ private:
     bool store_conns(RE_image_reader& reader, const HistorySample& sample);
 
     RecorderOptions m_options;
-    RE_descriptor m_lock; // closed after the database, whose locks would go with it
+    RE_descriptor m_lock; // closed after the database, as closing a file releases SQLite's locks on it
     Database m_database;
     HistorySpace m_space;
     std::string m_error;
 
-    // What the database has; read from it after every error.
+    // The last sample in the database. Read from it after every error.
     bool m_b_known = false;
     std::optional<HistorySample> m_last;
     std::time_t m_start_time = 0;
     std::optional<RE_stat_config_param> m_config;
     long long m_opened = 0;  // connections, at the last sample
-    long long m_last_id = 0; // of a sample, also of one that is gone
+    long long m_last_id = 0; // of a sample, which may have been removed
     long long m_rows_since_base = 0;
-    std::optional<double> m_seconds; // when the last sample was taken; none before the first one of this run
+    std::optional<double> m_seconds; // when the last sample of this run was taken
     EntryStore<SnapshotPeer> m_peers{HistoryKind::peer};
     EntryStore<SnapshotApp> m_apps{HistoryKind::application};
     EntryStore<RE_bypass_entry> m_bypass{HistoryKind::bypass};
-    std::size_t m_next_conn = 0;      // where the next sample begins, as one may not have room for all
-    long long m_most_conns = 0;       // that a sample may have
-    std::vector<std::size_t> m_conns; // a hash of each connection by slot; 0 for one that is not known
+    std::size_t m_next_conn = 0;      // the slot where the next sample begins, as one may not have room for all
+    long long m_most_conns = 0;       // the most that a sample may have
+    std::vector<std::size_t> m_conns; // a hash of each connection by slot; 0 for a new one
 
     Statement m_add_sample;
     Statement m_add_engine;

@@ -20,7 +20,7 @@ int hex_digit(char letter)
     return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
 }
 
-// The digits of the text, whatever stands between them. What the text does not have is 0.
+// Reads the digits of the text, ignoring other characters. Missing digits are 0.
 template <std::size_t Size>
 void read_hex(std::string_view text, unsigned char (&bytes)[Size])
 {

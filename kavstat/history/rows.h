@@ -16,7 +16,7 @@ struct FieldBinder
 {
     void operator()(bool b_value) const { statement.bind(b_value ? 1 : 0); }
     void operator()(long long value) const { statement.bind(value); }
-    // The few above 2^63 that a damaged image may hold become negative, and are themselves again when they are read.
+    // Values above 2^63, as in a damaged image, become negative, and are restored when they are read.
     void operator()(std::uint64_t value) const { statement.bind(static_cast<long long>(value)); }
     void operator()(Port port) const { statement.bind(static_cast<long long>(port.number)); }
     void operator()(IpAddress address) const;
@@ -47,7 +47,7 @@ void bind_counters(Statement& statement, CounterScope scope, std::span<const Val
     }
 }
 
-// Reads them from the columns from `column` on, and moves that behind them.
+// Reads them from the columns from `column` on, which is then the column after them.
 template <typename Value>
 void read_counters(const Statement& row, int& column, CounterScope scope, std::span<Value> figures)
 {
@@ -58,7 +58,7 @@ void read_counters(const Statement& row, int& column, CounterScope scope, std::s
     }
 }
 
-// The same for identities and figures, what the tables of a kind have after their own columns.
+// The same for the identities and figures of a kind: the columns of its tables after the tables' own.
 void bind_identity(Statement& statement, const SnapshotPeer& peer);
 void bind_identity(Statement& statement, const SnapshotApp& app);
 void bind_identity(Statement& statement, const RE_bypass_entry& entry);
@@ -72,7 +72,7 @@ void read_figures(const Statement& row, int column, SnapshotPeer& peer);
 void read_figures(const Statement& row, int column, SnapshotApp& app);
 void read_figures(const Statement& row, int column, RE_bypass_entry& entry);
 
-// What tells entries of one moment apart.
+// Unique among the entries of one moment.
 std::uint64_t entry_place(const SnapshotPeer& peer);
 std::uint64_t entry_place(const SnapshotApp& app);
 std::uint64_t entry_place(const RE_bypass_entry& entry);
@@ -85,7 +85,7 @@ bool are_same_figures(const SnapshotPeer& left, const SnapshotPeer& right);
 bool are_same_figures(const SnapshotApp& left, const SnapshotApp& right);
 bool are_same_figures(const RE_bypass_entry& left, const RE_bypass_entry& right);
 
-// Makes of a peer's header what is left of it in a row: a host name of clean text, and no bits of padding.
+// Reduces a peer's header to what a row stores: cleans the text of the host name, and clears the padding.
 void clean_header(RE_stat_peer_header& header);
 
 void bind_connection(Statement& statement, const SnapshotConn& conn);

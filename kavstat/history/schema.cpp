@@ -331,7 +331,22 @@ std::string check_schema(Database& database)
         return "not a recorded history";
     }
     const long long version = database.number("PRAGMA user_version").value_or(0);
-    return version > history_version ? version_error(version) : "";
+    if (version > history_version) {
+        return version_error(version);
+    }
+    // A view could calculate for ever, so nothing else may have a table's name.
+    Statement type = database.prepare("SELECT type FROM pragma_table_list WHERE schema = 'main' AND name = ?");
+    for (const HistoryTable& table : history_tables()) {
+        type.bind(table.name);
+        if (type.next() && type.text(0) != "table") {
+            return "\"" + table.name + "\" is not a table";
+        }
+        if (!type.is_ready() || type.is_failed()) {
+            return database.error();
+        }
+        type.restart();
+    }
+    return "";
 }
 
 std::vector<std::string> columns_in(Database& database, const std::string& table)
@@ -351,7 +366,7 @@ std::string selection(Database& database, const HistoryTable& table)
     std::string names;
     for (const HistoryColumn& column : table.columns) {
         const bool b_there = std::find(there.begin(), there.end(), column.name) != there.end();
-        names += (names.empty() ? "" : ", ") + (b_there ? quoted(column.name) : "0");
+        names += (names.empty() ? "" : ", ") + (b_there ? quoted(column.name) : "NULL");
     }
     return names;
 }

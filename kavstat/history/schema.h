@@ -12,7 +12,7 @@
 
 namespace kavstat {
 
-// In the file's header, so that file(1) and we tell a history from other databases.
+// Stored in the file's header. file(1) and open_history() recognise a history by it.
 constexpr int history_application_id = 0x4b415648; // "KAVH"
 // Goes up when a table or column changes its meaning or goes away. New columns alone do not change it.
 constexpr int history_version = 1;
@@ -30,14 +30,14 @@ struct HistoryTable
 {
     std::string name;
     std::vector<HistoryColumn> columns;
-    std::string key;       // what follows the columns, such as the primary key
-    bool b_own_row = true; // rows have a number of their own, "rowid"
+    std::string key;       // follows the columns, such as the primary key
+    bool b_own_row = true; // rows have a "rowid"
 
     std::string column_names() const; // "id, time, ..."
     std::string insertion() const;    // an INSERT with one parameter per column
 };
 
-// What has identities and figures: two tables, and a view of the name that joins them.
+// Entries with identities and figures: each kind has two tables, and a view of its name that joins them.
 enum class HistoryKind
 {
     peer,
@@ -47,7 +47,7 @@ enum class HistoryKind
 constexpr HistoryKind all_history_kinds[] = {HistoryKind::peer, HistoryKind::application, HistoryKind::bypass};
 const char* word_of(HistoryKind kind);
 
-// In the order in which they are made.
+// In the order in which they are created.
 const std::vector<HistoryTable>& history_tables();
 const HistoryTable& history_table(const std::string& name);
 inline const HistoryTable& identities_of(HistoryKind kind)
@@ -61,15 +61,15 @@ inline const HistoryTable& figures_of(HistoryKind kind)
 // The columns of a counter scope, one per id, in the order of ids.
 std::vector<HistoryColumn> counter_columns(CounterScope scope, const std::string& prefix = {});
 
-// Makes what is missing: everything in a new file, otherwise columns of counters that have come since. Returns why the
-// file cannot be used, or nothing.
+// Creates all tables in a new file. In an older one, adds the columns of counters that it does not have. Returns why
+// the file cannot be used, or nothing.
 std::string prepare_schema(Database& database);
 // Whether the file is a history that this program can read. Returns why not, or nothing.
 std::string check_schema(Database& database);
 
-// The names of a table's columns in this file; of another release, it may have others.
+// The names of a table's columns in this file, which may come from another release.
 std::vector<std::string> columns_in(Database& database, const std::string& table);
-// For a SELECT: the table's columns; those that the file does not have are 0.
+// For a SELECT: the table's columns, with NULL for those that the file does not have.
 std::string selection(Database& database, const HistoryTable& table);
 
 } // namespace kavstat

@@ -4,6 +4,7 @@
 #include "history/schema.h"
 
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 
 #include <algorithm>
 #include <array>
@@ -12,10 +13,10 @@ namespace kavstat {
 
 namespace {
 
-// Tables with rows of samples that are moved into others, and what tells their rows of a sample apart.
+// Tables whose rows move into another sample.
 constexpr std::array moved_tables{"peer_figures", "application_figures", "bypass_figures", "connection"};
 
-// For the file that readers and writers of the log share; it grows with the log, slowly.
+// For the file FILE-shm, which grows slowly with the log.
 constexpr long long shared_bytes = 131072;
 
 long long file_size(const std::string& path)
@@ -31,7 +32,7 @@ bool HistorySpace::prepare()
     if (m_max_size == 0) {
         return true;
     }
-    // A guard for what is estimated: the file itself stays below, and a transaction that is too large fails.
+    // Rooms are estimates. This limit is exact: a transaction that would exceed it fails.
     const long long pages = most_in_file() / std::max(page_size(), 1LL);
     return m_database.run("PRAGMA max_page_count = " + std::to_string(std::max(pages, 1LL))) &&
            m_database.run("PRAGMA journal_size_limit = " + std::to_string(m_max_size / 8)) &&
@@ -48,8 +49,9 @@ bool HistorySpace::thin(std::time_t now, std::size_t most)
     }
     bool b_old = false;
     for (const ThinningStep& step : plan_thinning(samples, m_keep, now, most)) {
-        if (m_max_size != 0 && !is_log_small(m_bytes)) {
-            return true; // somebody is reading; this can wait
+        // The rest can wait, also for the end of another process's reading.
+        if (m_is_stopped() || (m_max_size != 0 && !is_log_small(m_bytes))) {
+            return true;
         }
         if (!apply(step)) {
             return false;
@@ -59,7 +61,7 @@ bool HistorySpace::thin(std::time_t now, std::size_t most)
     return !b_old || forget_unused();
 }
 
-// The rows that the later sample has already are newer.
+// Where the later sample has a row already, that is newer and stays.
 bool HistorySpace::apply(const ThinningStep& step)
 {
     const std::string sample = std::to_string(step.sample);
@@ -77,7 +79,9 @@ bool HistorySpace::apply(const ThinningStep& step)
         b_ok = b_ok && m_database.run("UPDATE sample SET elapsed = elapsed + (SELECT elapsed FROM sample WHERE id = " +
                                       sample + ") WHERE id = " + std::to_string(step.into));
     }
-    return b_ok && m_database.run("DELETE FROM sample WHERE id = " + sample) && transaction.commit();
+    // A sample that is not removed would be tried again and again: a damaged or hostile file.
+    return b_ok && m_database.run("DELETE FROM sample WHERE id = " + sample) && m_database.changed_rows() == 1 &&
+           transaction.commit();
 }
 
 bool HistorySpace::remove_oldest()
@@ -88,7 +92,7 @@ bool HistorySpace::remove_oldest()
     return next && apply({oldest->id, next->engine_start == oldest->engine_start ? next->id : 0, true});
 }
 
-// What only samples that are gone were about.
+// Removes rows to which no sample refers any more.
 bool HistorySpace::forget_unused()
 {
     Transaction transaction(m_database);
@@ -128,11 +132,27 @@ bool HistorySpace::empty_log()
     return m_database.number("PRAGMA wal_checkpoint(TRUNCATE)").value_or(1) == 0;
 }
 
+void HistorySpace::leave_room_on_disk(long long bytes)
+{
+    const long long log = file_size(m_database.path() + "-wal");
+    struct statvfs disk = {};
+    if (log > 0 && statvfs(m_database.path().c_str(), &disk) == 0 &&
+        static_cast<long long>(disk.f_bavail) * static_cast<long long>(disk.f_frsize) < 2 * log + bytes) {
+        empty_log();
+    }
+}
+
 bool HistorySpace::is_log_small(long long bytes)
 {
     const long long most = most_room();
     const std::string log = m_database.path() + "-wal";
     return file_size(log) + bytes <= most || (empty_log() && file_size(log) + bytes <= most);
+}
+
+// After is_log_small() was false.
+HistorySpace::Room HistorySpace::reason_of_large_log() const
+{
+    return m_database.is_well() ? Room::reader : Room::error;
 }
 
 long long HistorySpace::most_room() const
@@ -150,12 +170,15 @@ HistorySpace::Room HistorySpace::make_room(long long bytes)
         return Room::none;
     }
     const bool b_large = file_size(m_database.path()) > most_in_file();
-    // A little more than needed, so that this is not to be done again for every sample.
+    // A little more than needed, so that not every sample has to make room.
     const long long target = most_in_file() - bytes;
     const bool b_full = used_bytes() > target;
     while (b_full && used_bytes() > target - target / 64) {
+        if (m_is_stopped()) {
+            return Room::stopped;
+        }
         if (!is_log_small(bytes)) {
-            return Room::reader;
+            return reason_of_large_log();
         }
         if (!remove_oldest()) {
             return m_database.is_well() ? Room::none : Room::error;
@@ -168,14 +191,17 @@ HistorySpace::Room HistorySpace::make_room(long long bytes)
     // A file of an earlier, larger limit.
     while (b_large && m_database.number("PRAGMA freelist_count").value_or(0) > 0 &&
            m_database.number("PRAGMA page_count").value_or(0) * page_size() > most_in_file()) {
+        if (m_is_stopped()) {
+            return Room::stopped;
+        }
         if (!is_log_small(bytes)) {
-            return Room::reader;
+            return reason_of_large_log();
         }
         if (!m_database.run("PRAGMA incremental_vacuum(64)")) {
             return Room::error;
         }
     }
-    return is_log_small(bytes) ? Room::there : Room::reader;
+    return is_log_small(bytes) ? Room::there : reason_of_large_log();
 }
 
 } // namespace kavstat

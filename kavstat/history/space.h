@@ -5,47 +5,53 @@
 #include "history/thinning.h"
 
 #include <ctime>
+#include <functional>
 
 namespace kavstat {
 
-// What an engine of a few peers takes, with some samples to spare.
+// Enough for some samples of an engine with a few peers.
 constexpr long long least_history_size = 4LL << 20;
 
 class HistorySpace
 {
 public:
-    // max_size: bytes of the database and of the files beside it; 0 for any.
-    HistorySpace(Database& database, Keep keep, long long max_size)
-        : m_database(database), m_keep(std::move(keep)), m_max_size(max_size)
+    // max_size: bytes of the database and of the files beside it; 0 for any. is_stopped: whether long work is to end.
+    HistorySpace(Database& database, Keep keep, long long max_size, std::function<bool()> is_stopped)
+        : m_database(database), m_keep(std::move(keep)), m_max_size(max_size), m_is_stopped(std::move(is_stopped))
     {}
 
     // After the database was opened.
     bool prepare();
-    // Thins out what has become old; at most so many samples a call. False after an error.
+    // Removes samples that have become old, at most so many in one call. False after an error.
     bool thin(std::time_t now, std::size_t most);
 
     enum class Room
     {
         there,
         none,   // even an empty history would be too large
-        reader, // somebody is reading, so that the write-ahead log cannot be emptied
-        error,  // see Database::error()
+        reader, // another process reads, so that the write-ahead log cannot be emptied
+        stopped,
+        error, // see Database::error()
     };
-    // Sees to it that so many bytes can be written, by removing the oldest samples.
+    // Removes the oldest samples until so many bytes can be written.
     Room make_room(long long bytes);
     // How many samples make_room() has removed so far.
     long long removed() const { return m_removed; }
     // How many bytes make_room() can make at most.
     long long most_room() const;
 
-    // Writes what the write-ahead log holds to the file. False when a reader prevents that.
+    // Writes the pages of the write-ahead log to the file. False when a reader prevents that, or after an error.
     bool empty_log();
+    // Empties the log while the disk still has room for so many bytes and for the log's pages in the file. A log that
+    // fills the disk could not be emptied any more.
+    void leave_room_on_disk(long long bytes);
 
 private:
     bool apply(const ThinningStep& step);
     bool remove_oldest();
     bool forget_unused();
     bool is_log_small(long long bytes);
+    Room reason_of_large_log() const;
     long long page_size();
     long long used_bytes();
     long long most_in_file() const { return m_max_size - m_max_size / 4; }
@@ -53,8 +59,9 @@ private:
     Database& m_database;
     Keep m_keep;
     long long m_max_size;
+    std::function<bool()> m_is_stopped;
     long long m_removed = 0;
-    long long m_bytes = 0; // that make_room() was asked for last; no single change takes more
+    long long m_bytes = 0; // of the last make_room(); no single change takes more
 };
 
 } // namespace kavstat

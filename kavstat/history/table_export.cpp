@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char* own_tables = "type IN ('table', 'view') AND name NOT LIKE 'sqlite\\_%' ESCAPE '\\'";
 
-// What the rows of a span are; empty when the table's rows have no time. Two parameters: the ends of the span.
+// The SQL condition for rows of a span; empty when the table's rows have no time. Two parameters: the ends of the span.
 std::string condition_for(const std::vector<std::string>& columns)
 {
     const auto has = [&](const char* name) { return std::find(columns.begin(), columns.end(), name) != columns.end(); };

@@ -11,14 +11,14 @@ namespace kavstat {
 
 enum class ExportFormat
 {
-    csv,   // as RFC 4180 says, with the names of the columns first
-    jsonl, // an object a line
+    csv,   // as in RFC 4180, with the names of the columns first
+    jsonl, // an object on each line
 };
 
 // The names of all tables and views that can be exported, joined by commas.
 std::string exported_tables(Database& database);
 
-// Returns why there is nothing to write, or why it ended early, or nothing. Stops early once the output takes no more.
+// Returns why nothing was written, or why it ended early, or nothing. Stops when the output fails.
 std::string export_table(Database& database, const std::string& table, ExportFormat format, const HistorySpan& span,
                          Output& output);
 

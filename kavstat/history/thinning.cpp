@@ -8,7 +8,7 @@ namespace kavstat {
 
 namespace {
 
-// The rule for a sample of this age; null when it is older than all of them say.
+// The rule for a sample of this age; null when it is older than all rules.
 const KeepRule* rule_for(const Keep& keep, long long age)
 {
     const auto found =
@@ -57,7 +57,7 @@ std::vector<ThinningStep> plan_thinning(const std::vector<HistorySample>& sample
     if (keep.rules.empty() || samples.size() < 2) {
         return steps;
     }
-    // A clock that was ahead for a while does not keep samples longer: none is younger than those recorded after it.
+    // The clock may have been ahead for a while. No sample is younger than those recorded after it.
     std::vector<long long> times(samples.size());
     long long latest = now;
     for (std::size_t at = samples.size(); at-- > 0;) {
@@ -81,7 +81,7 @@ std::vector<ThinningStep> plan_thinning(const std::vector<HistorySample>& sample
                step_of(times[end], rule->step) == group) {
             ++end;
         }
-        // Young ones of the group are not thinned with the rest before all of them are old enough.
+        // Thin the group when all of its samples are old enough.
         const KeepRule* const rule_of_last = rule_for(keep, now - ((group + 1) * rule->step - 1));
         for (std::size_t place = end - 1; rule_of_last == rule && place-- > at;) {
             steps.push_back({samples[place].id, samples[end - 1].id, false});

@@ -1,4 +1,4 @@
-// Which samples of a history are kept for how long.
+// Decides which samples of a history are removed, and when.
 #pragma once
 
 #include "history/moment.h"
@@ -27,16 +27,16 @@ constexpr const char* default_keep = "1d:all,30d:1m,2y:1h";
 // "1d:all,30d:1m,2y:1h", or "all".
 std::optional<Keep> parse_keep(std::string_view text);
 
-// One sample's rows go into a later one where that has none of the same things; then the sample goes.
+// The rows of a sample move into a later one that does not have rows of the same entries. Then the sample is removed.
 struct ThinningStep
 {
     long long sample;
-    long long into;     // 0 when nothing of the same engine start is later
+    long long into;     // 0 when the engine start has no later sample
     bool b_old = false; // because of its age, and not to keep one in each step
 };
 
-// What to do, in an order in which every step leaves a sound history. samples: in the order of recording. The step of
-// a group that is not over yet is left for later, as are all above `most`.
+// Returns what to do, in an order in which the history is valid after every step. samples: in the order of recording. A
+// group of samples that is still growing is left for later, as are all steps above `most`.
 std::vector<ThinningStep> plan_thinning(const std::vector<HistorySample>& samples, const Keep& keep, std::time_t now,
                                         std::size_t most);
 

@@ -7,7 +7,7 @@ namespace kavstat {
 
 namespace {
 
-// Takes a whole number off the text's beginning; none without digits, or when it does not fit.
+// Removes a whole number from the text's beginning. Empty without digits, or when the number is too large.
 std::optional<long long> take_number(std::string_view& text)
 {
     long long number = 0;
@@ -63,7 +63,7 @@ bool read_time_of_day(std::string_view text, std::tm& date)
     return true;
 }
 
-// None when there is no such day. An hour that a change of clocks leaves out becomes its neighbour.
+// Empty when the day does not exist. A time that daylight saving time skips becomes the time an hour later or earlier.
 std::optional<std::time_t> moment_of(std::tm date)
 {
     const std::tm wanted = date;

@@ -8,12 +8,12 @@
 
 namespace kavstat {
 
-// "-1h", "-1h30m" (before `now`), "now", "14:30" and "14:30:15" (the last time that it was so late), "2026-11-20",
+// "-1h", "-1h30m" (before `now`), "now", "14:30" and "14:30:15" (the last time of day before `now`), "2026-11-20",
 // "2026-11-20 14:30" and with seconds, also with "T" between, and seconds since the epoch. In the time zone of the
 // environment.
 std::optional<std::time_t> parse_moment(std::string_view text, std::time_t now);
 
-// What a moment may look like, for error messages.
+// The forms of a moment, for error messages.
 constexpr const char* moment_forms = "as \"-1h\", \"14:30\", \"2026-11-20 14:30\" or seconds since the epoch";
 
 // "90s", "1h30m", "2y": whole numbers with s, m (minutes), h, d, w and y (365 days). In seconds, more than 0.

@@ -28,7 +28,7 @@ constexpr std::size_t buffer_size = std::size_t{1} << 20;
 // Of a log without sections, in one transaction.
 constexpr long long records_at_once = 20000;
 
-// As names stand in a section.
+// The names of a handle, as a section stores them.
 struct __attribute__((packed)) LoggedNames
 {
     RE_stat_policy_engine_header names;
@@ -36,16 +36,16 @@ struct __attribute__((packed)) LoggedNames
 };
 static_assert(sizeof(LoggedNames) == 86);
 
-// A log as it was imported so far.
+// What was imported of a log before.
 struct KnownLog
 {
-    long long id = 0; // 0 for one that is new
+    long long id = 0; // 0 for a new log
     long long size = 0;
     long long sections = 0;
     long long records = 0;
 };
 
-// Reads a file and keeps the checksum of what has been read.
+// Reads a file and calculates the checksum of all bytes read.
 class LogFile
 {
 public:
@@ -167,11 +167,12 @@ public:
     }
 
 private:
-    // The largest known log that this one begins with.
+    // Finds the largest known log that this one begins with.
     bool find_known()
     {
         Statement row = m_database.prepare(
-            "SELECT id, size, checksum, sections, records FROM top_app_log WHERE size <= ? ORDER BY size");
+            "SELECT id, size, checksum, sections, records FROM top_app_log WHERE size BETWEEN 0 AND ?1 AND "
+            "sections BETWEEN 0 AND ?1 AND records BETWEEN 0 AND ?1 ORDER BY size");
         row.bind(m_file.size());
         while (row.next()) {
             if (!m_file.skip_to(row.integer(1))) {
@@ -196,7 +197,7 @@ private:
     }
     bool fail_cut() { return fail("it is cut short: byte " + std::to_string(m_file.size()) + " is its last one"); }
 
-    // A section, or a number of records, as a whole or not at all.
+    // Imports a section, or a number of records, in one transaction.
     void import_part(bool b_section)
     {
         Transaction transaction(m_database);
@@ -252,7 +253,7 @@ private:
             if (!m_file.read(&logged, sizeof logged)) {
                 return fail_cut();
             }
-            // The first names of a handle hold.
+            // Of several names for a handle, the first are valid.
             if (logged.handle < handles && !m_names[logged.handle]) {
                 m_names[logged.handle] = logged.names;
             }

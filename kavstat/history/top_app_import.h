@@ -1,4 +1,4 @@
-// Brings top-application logs into a history, where they can be asked in SQL.
+// Imports top-application logs into a history, for queries in SQL.
 #pragma once
 
 #include "history/database.h"
@@ -11,14 +11,14 @@ namespace kavstat {
 
 struct ImportResult
 {
-    std::string error;     // why the log was not read to its end; empty when it was
-    long long records = 0; // that were new
+    std::string error;     // why the log was not read to its end; empty on success
+    long long records = 0; // new ones
 };
 
-// progress: called now and then with the share of the log that has been read, from 0 to 1.
+// progress: called after each part with the share of the log that has been read, from 0 to 1.
 //
-// A log is known by its beginning: of one that was imported before and has grown since, whatever its name is now, the
-// rest alone is imported. What is whole is kept when the log ends in the middle of something.
+// A log is recognised by its first bytes, not by its name. When it was imported before and has grown since, only the
+// new part is imported. When the log is truncated, complete sections and records are imported.
 ImportResult import_top_app_log(Database& database, const std::string& path, std::time_t now,
                                 const std::function<void(double)>& progress);
 

@@ -176,13 +176,17 @@ std::vector<WatchLine> figure_lines(const std::vector<WatchFigure>& figures, std
     while (importance < least_important && up_to(importance + 1) <= most) {
         ++importance;
     }
+    // Without sparklines, as for a saved file, there is room for totals on narrow screens as well.
+    const bool b_totals =
+        width >= width_for_totals ||
+        std::all_of(figures.begin(), figures.end(), [](const WatchFigure& figure) { return figure.history.empty(); });
     std::vector<WatchLine> lines;
     for (const WatchFigure& figure : figures) {
         if (figure.importance > importance || lines.size() == most) {
             continue;
         }
         std::string line = padded(figure.label, label_width) + ' ' + padded(figure.text, text_width, false) + "  ";
-        if (width >= width_for_totals) {
+        if (b_totals) {
             line += padded(figure.total, total_width, false) + "  ";
         }
         const std::size_t used = width_of(line);
@@ -199,6 +203,20 @@ WatchLine finding_line(const Finding& finding)
     return {std::string(b_critical ? "CRITICAL " : "WARNING ") + finding.subject() + ": " + finding.figure_text() +
                 (since.empty() ? "" : ", " + since),
             b_critical ? WatchStyle::critical : WatchStyle::warning};
+}
+
+std::vector<WatchLine> wrapped_line(const WatchLine& line, std::size_t width, std::size_t indent)
+{
+    if (width_of(line.text) <= width || width <= indent) {
+        return {line};
+    }
+    const std::string first = wrapped(line.text, width).front();
+    std::vector<WatchLine> lines{{first, line.style}};
+    const std::size_t rest = std::min(line.text.find_first_not_of(' ', first.size()), line.text.size());
+    for (const std::string& text : wrapped(line.text.substr(rest), width - indent)) {
+        lines.push_back({std::string(indent, ' ') + text, line.style});
+    }
+    return lines;
 }
 
 } // namespace kavstat

@@ -36,4 +36,7 @@ std::vector<WatchLine> figure_lines(const std::vector<WatchFigure>& figures, std
 // "CRITICAL peer 3 branch-3: messages nacked 1.20% (at most 0.10%), for at least 5 s"
 WatchLine finding_line(const Finding& finding);
 
+// Breaks the line's text between words. The second and further lines begin with the indent.
+std::vector<WatchLine> wrapped_line(const WatchLine& line, std::size_t width, std::size_t indent);
+
 } // namespace kavstat

@@ -19,26 +19,27 @@ namespace {
 constexpr double shortest_interval = 0.1;
 constexpr double longest_interval = 3600;
 
+// On 60 columns and 10 rows, the keys are visible.
 constexpr const char* key_lines[] = {
-    "1 to 8, Tab  a page, the next page",
-    "Up Down      select a row, also j and k, Page Up, Page Down, Home, End",
-    "Enter, Esc   open the selected peer, connection or application; go back",
-    "Left Right   the columns that there was no room for",
-    "s S r        order by the next or the previous column, marked by *; the other way round",
-    "/            show only rows with a text in them; Enter keeps it, Esc drops it",
-    "+ - p        look at the engine more or less often; hold the figures still",
-    "? q          this help, which any key leaves; quit",
+    "1 to 8, Tab  show a page, the next page",
+    "Up Down      select a row; also j, k, Home, End, Page keys",
+    "Enter, Esc   open the selected row; go back",
+    "Left Right   show columns that do not fit on the screen",
+    "s S r        sort by the next or previous column *; reverse",
+    "/            filter rows by text; Enter keeps it, Esc clears",
+    "+ - p        refresh more or less often; pause",
+    "? q          show this help, which any key closes; quit",
     "",
-    "In front of a row: > selected, C critical, W warning, ! an error that is counted right now, + newly arrived.",
-    "SAVED is since the start: e encoding, d decoding, without a letter both.",
-    "In sparklines a bar stands where the engine was started anew.",
+    "Before a row: > selected, C critical, W warning, ! an error counted right now,",
+    "+ new. SAVED is since the start: e encoding, d decoding, no letter both.",
+    "In sparklines, a bar marks a restart of the engine.",
 };
 
 // These take the place of others while a recorded history is played.
 constexpr const char* playback_key_lines[] = {
-    "Left Right   the sample before, the next one",
-    "Page Up Down ten samples back or on",
-    "Space        play, a sample each interval; hold",
+    "Left Right   show the previous or next sample",
+    "Page Up Down go ten samples back or forward",
+    "Space        play, one sample per interval; pause",
 };
 
 std::vector<WatchLine> help(bool b_playback)
@@ -119,26 +120,30 @@ std::string WatchView::state_of(const WatchModel& model) const
     if (!m_position.empty()) {
         return m_position;
     }
-    return m_file ? date_and_time(time) + "  " + plain_text(*m_file) : time_of_day(time);
+    if (m_file) {
+        return date_and_time(time) + "  " + plain_text(m_file->substr(m_file->find_last_of('/') + 1));
+    }
+    return time_of_day(time);
 }
 
 WatchLine WatchView::title(const WatchModel& model, std::size_t width) const
 {
     char every[32];
     std::snprintf(every, sizeof every, "  every %gs", m_interval);
-    const std::string state =
-        " " + state_of(model) + (m_b_paused ? ", paused" : "") + (m_file ? "" : every) + "  ? help";
+    const std::string state = " " + state_of(model) + (m_b_paused ? ", paused" : "") + (m_file ? "" : every);
     std::string pages = "kavstat ";
     for (std::size_t at = 0; at < m_pages.size(); ++at) {
         const bool b_here = at == m_page;
         pages += std::string(" ") + std::to_string(at + 1) + (b_here ? "[" : " ") + m_pages[at]->name() +
                  (b_here ? "]" : " ");
     }
-    if (pages.size() + state.size() > width) {
+    const std::string key = "  ? help"; // visible whatever the width
+    if (pages.size() + state.size() + key.size() > width) {
         pages = "kavstat " + std::to_string(m_page + 1) + "/" + std::to_string(m_pages.size()) + " [" +
                 m_pages[m_page]->name() + "] ";
     }
-    return {pages + state, model.is_up() ? WatchStyle::title : WatchStyle::critical};
+    return {cut_to_width(pages + state, width - std::min(width, key.size())) + key,
+            model.is_up() ? WatchStyle::title : WatchStyle::critical};
 }
 
 std::vector<WatchLine> WatchView::screen(const WatchModel& model, std::size_t width, std::size_t height)

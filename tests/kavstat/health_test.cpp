@@ -134,6 +134,12 @@ TEST_F(health, takes_no_alarm_from_a_few_messages)
     EXPECT_EQ(moments.broken(), names{});
     moments.connections(RE_STAT_CONN_ID_DECODE_NUM_MSGS, 0, 18);
     EXPECT_EQ(moments.broken(), names{"nacks_frequent"});
+    moments.peer(RE_STAT_PEER_ID_NUM_NACKS, 0);
+    moments.connections(RE_STAT_CONN_ID_ENCODE_NUM_MSGS, 0, 100);
+    moments.peer(RE_STAT_PEER_ID_NUM_RTXS, 0, 1);
+    EXPECT_EQ(moments.broken(), names{});
+    moments.peer(RE_STAT_PEER_ID_NUM_RTXS, 0, 2);
+    EXPECT_EQ(moments.broken(), names{"retransmissions_frequent"});
 }
 
 TEST_F(health, wants_a_level_at_both_moments_when_it_has_to_hold)
@@ -160,6 +166,9 @@ TEST_F(health, of_one_moment_judges_levels_alone)
     write_health_text(report, false, output);
     output.flush();
     EXPECT_TRUE(sink.text().ends_with("; levels only, as rates take two moments\n")) << sink.text();
+    // The same moment twice has no rates either.
+    moments.seconds = 0;
+    EXPECT_NE(moments.text().find("; levels only, as rates take two moments"), std::string::npos) << moments.text();
 }
 
 TEST_F(health, judges_no_counter_that_was_reset)
@@ -372,14 +381,27 @@ TEST_F(health, names_the_worst_application_first)
     EXPECT_EQ(moments.findings()[1].value, 1.2);
 }
 
+TEST_F(health, judges_savings_that_were_a_fifth_at_least)
+{
+    two_moments moments;
+    moments.seconds = 60;
+    for (const auto& [before, rules] : {std::pair(79000000, names{"savings_dropped"}), std::pair(81000000, names{})}) {
+        moments.connections(RE_STAT_CONN_ID_ENCODE_OUT_BYTES, before, before + 10000000);
+        moments.connections(RE_STAT_CONN_ID_DECODE_IN_BYTES, before, before + 10000000);
+        EXPECT_EQ(moments.broken(), rules) << before;
+    }
+}
+
 TEST_F(health, shows_values_in_units_that_people_read)
 {
     EXPECT_EQ(shown_value(Form::seconds, 0.0125), "12.5 ms");
     EXPECT_EQ(shown_value(Form::seconds, 2), "2 s");
     EXPECT_EQ(shown_value(Form::seconds, 2.54), "2.5 s");
     EXPECT_EQ(shown_value(Form::seconds, 119.9), "119.9 s");
+    EXPECT_EQ(shown_value(Form::seconds, 120), "2m");
     EXPECT_EQ(shown_value(Form::seconds, 3599), "59m59s");
     EXPECT_EQ(shown_value(Form::seconds, 3600), "1h");
+    EXPECT_EQ(shown_value(Form::seconds, 86400), "1d");
     EXPECT_EQ(shown_value(Form::seconds, 93600), "1d2h");
     EXPECT_EQ(shown_value(Form::bytes, 999), "999 B");
     EXPECT_EQ(shown_value(Form::bytes, 1536), "1.5 KiB");
@@ -731,6 +753,17 @@ TEST_F(rule_file, changes_what_it_names_and_nothing_else)
     EXPECT_EQ(slow.hold, 60);
     EXPECT_EQ(read_rule_file(m_path).rules.window, 60);
     EXPECT_EQ(RuleSet().window, 300);
+}
+
+TEST_F(rule_file, takes_the_least_and_the_most)
+{
+    EXPECT_EQ(setting("window = 1\n[peer_slow]\nfor = \"30d\"\nthreshold = 0\n", "peer_slow").hold, 2592000);
+    EXPECT_EQ(read_rule_file(m_path).rules.window, 1);
+    EXPECT_EQ(setting("[peer_slow]\nthreshold = 0\n", "peer_slow").threshold, 0);
+    EXPECT_EQ(setting("[peer_slow]\nfor = \"2h\"\n", "peer_slow").hold, 7200);
+    EXPECT_EQ(setting("[nacks_frequent]\nthreshold = 1\n", "nacks_frequent").threshold, 1);
+    EXPECT_EQ(error("[nacks_frequent]\nthreshold = 1.001\n"), ":2: a share is written as a number from 0 to 1");
+    EXPECT_EQ(error("[peer_slow]\nfor = 2592001\n"), ":2: for is 0 seconds to 30 days");
 }
 
 TEST_F(rule_file, is_what_judges)

@@ -8,6 +8,9 @@
 #include "kavstat_fixture.h"
 #include "support/files.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace {
 
 class history_test : public kavstat_test
@@ -188,6 +191,163 @@ TEST_F(history_test, files_that_are_no_history_and_later_versions_are_refused)
     Recorder recorder(options());
     EXPECT_EQ(recorder.open(later), "its layout is of version 2, which is newer than this program's (1)");
     EXPECT_EQ(open_history(database, later), "its layout is of version 2, which is newer than this program's (1)");
+}
+
+TEST_F(history_test, only_regular_files_are_opened)
+{
+    const std::string fifo = folder.file("fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    Database database;
+    for (const std::string& file : {fifo, std::string("/dev/null"), folder.path()}) {
+        Recorder recorder(options());
+        EXPECT_NE(recorder.open(file), "") << file;
+        EXPECT_EQ(open_history(database, file), "not a regular file") << file;
+        EXPECT_FALSE(database.open(file, Database::Access::write)) << file;
+        EXPECT_EQ(database.error(), "not a regular file") << file;
+    }
+}
+
+// A history contains names and addresses.
+TEST_F(history_test, other_users_cannot_read_a_new_file)
+{
+    const mode_t mask = umask(022);
+    Database database;
+    EXPECT_TRUE(database.open(path(), Database::Access::write)) << database.error();
+    umask(mask);
+    EXPECT_EQ(static_cast<int>(std::filesystem::status(path()).permissions()), 0640);
+}
+
+// SQLite needs the file FILE-shm, which a user without write permission cannot create.
+TEST_F(history_test, a_file_is_read_in_a_folder_without_write_permission)
+{
+    start();
+    fill();
+    {
+        Recorder recorder(options());
+        ASSERT_EQ(recorder.open(path()), "");
+        ASSERT_EQ(record(recorder), RecordResult::recorded);
+    }
+    ASSERT_EQ(chmod(path().c_str(), 0644), 0);
+    write_file(folder.file("h.db-wal"), "x");
+    std::filesystem::copy(path(), folder.file("h.db"));
+    ASSERT_EQ(chmod(folder.path().c_str(), 0555), 0);
+    const bool b_root = geteuid() == 0;
+    constexpr uid_t user_without_files = 65534;
+    ASSERT_TRUE(!b_root || seteuid(user_without_files) == 0);
+    {
+        Database database;
+        EXPECT_EQ(open_history(database, path()), "");
+        EXPECT_EQ(HistoryReader(database).last().value_or(HistorySample{}).id, 1);
+        // Samples in the log would be missing.
+        EXPECT_EQ(open_history(database, folder.file("h.db")), "unable to open database file");
+    }
+    ASSERT_TRUE(!b_root || seteuid(0) == 0);
+    ASSERT_EQ(chmod(folder.path().c_str(), 0755), 0);
+}
+
+// A file from another user may have them.
+TEST_F(history_test, planted_views_are_refused_and_triggers_do_not_run)
+{
+    start();
+    {
+        Recorder recorder(options());
+        ASSERT_EQ(recorder.open(path()), "");
+    }
+    Database database;
+    ASSERT_TRUE(database.open(path(), Database::Access::write));
+    ASSERT_TRUE(database.run("CREATE TRIGGER planted BEFORE INSERT ON sample BEGIN SELECT RAISE(ABORT, 'no'); END"));
+    database.close();
+    {
+        Recorder recorder(options());
+        ASSERT_EQ(recorder.open(path()), "");
+        EXPECT_EQ(record(recorder), RecordResult::recorded) << recorder.error();
+    }
+    ASSERT_TRUE(database.open(path(), Database::Access::write));
+    ASSERT_TRUE(database.run("DROP TABLE nack; CREATE VIEW nack AS WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT "
+                             "i + 1 FROM n) SELECT i AS engine_start, i AS number FROM n"));
+    EXPECT_EQ(open_history(database, path()), "\"nack\" is not a table");
+    Recorder recorder(options());
+    EXPECT_EQ(recorder.open(path()), "\"nack\" is not a table");
+}
+
+TEST_F(history_test, values_out_of_range_do_no_harm)
+{
+    start();
+    fill();
+    {
+        Recorder recorder(options());
+        ASSERT_EQ(recorder.open(path()), "");
+        ASSERT_EQ(record(recorder), RecordResult::recorded);
+        ASSERT_EQ(record(recorder), RecordResult::recorded);
+    }
+    Database database;
+    ASSERT_TRUE(database.open(path(), Database::Access::write));
+    for (const char* const sql :
+         {"UPDATE sample SET time = -0x7fffffffffffffff, elapsed = 9e999 WHERE id = 1",
+          "UPDATE sample SET time = 0x7fffffffffffffff, elapsed = 'text', end_nack = 0x7fffffffffffffff WHERE id = 2",
+          "UPDATE peer_figures SET num_nacks = 0x7fffffffffffffff",
+          "INSERT INTO connection (sample, slot, id, open_time) VALUES (2, 7, 1, 1), (2, '3', 1, 1), (2, 'x', 1, 1)"}) {
+        ASSERT_TRUE(database.run(sql)) << database.error();
+    }
+    HistoryReader history(database);
+    const std::vector<HistorySample> samples = history.samples({});
+    ASSERT_EQ(samples.size(), 2U);
+    EXPECT_FALSE(samples[0].elapsed);
+    EXPECT_EQ(samples[1].time - samples[0].time, 2LL << 40);
+    const std::optional<RecordedMoment> last = history.restore(samples[1]);
+    ASSERT_TRUE(last);
+    EXPECT_TRUE(
+        std::is_sorted(last->conns.begin(), last->conns.end(),
+                       [](const SnapshotConn& left, const SnapshotConn& right) { return left.slot < right.slot; }));
+    RecordedReader image(*last);
+    EXPECT_EQ(image.open(), 0);
+    take_snapshot(image, 0);
+    // Three peers, whose sum wraps.
+    SeriesRequest request{"peer", {"num_nacks"}, {}, {}, 0};
+    EXPECT_EQ(history.series(request)->values.at(0).at(0), 0x7ffffffffffffffd);
+
+    ASSERT_TRUE(database.run("UPDATE sqlite_sequence SET seq = 0x7fffffffffffffff WHERE name = 'sample'"));
+    database.close();
+    Recorder recorder(options());
+    ASSERT_EQ(recorder.open(path()), "");
+    EXPECT_EQ(record(recorder), RecordResult::failed);
+    EXPECT_EQ(recorder.error(), "the numbers of its samples are damaged");
+}
+
+TEST_F(history_test, the_reason_of_a_failure_survives_the_rollback)
+{
+    Database database;
+    ASSERT_TRUE(database.open(path(), Database::Access::write));
+    ASSERT_TRUE(database.run("CREATE TABLE t (x UNIQUE); INSERT INTO t VALUES (1)"));
+    {
+        const Transaction transaction(database);
+        EXPECT_FALSE(database.run("INSERT INTO t VALUES (1)"));
+    }
+    EXPECT_FALSE(database.is_well());
+    EXPECT_EQ(database.error(), "UNIQUE constraint failed: t.x");
+    EXPECT_TRUE(database.run("INSERT INTO t VALUES (2)"));
+    EXPECT_TRUE(database.is_well());
+}
+
+TEST_F(history_test, thinning_ends_when_the_recorder_is_stopped)
+{
+    start();
+    bool b_stopped = false;
+    RecorderOptions made = options();
+    made.keep = *parse_keep("1h:all");
+    made.is_stopped = [&] { return b_stopped; };
+    Recorder recorder(made);
+    ASSERT_EQ(recorder.open(path()), "");
+    for (int sample = 0; sample < 3; ++sample) {
+        ASSERT_EQ(record(recorder), RecordResult::recorded);
+    }
+    moment += 7200;
+    b_stopped = true;
+    EXPECT_TRUE(recorder.thin());
+    EXPECT_EQ(number("SELECT count(*) FROM sample"), 3);
+    b_stopped = false;
+    EXPECT_TRUE(recorder.thin());
+    EXPECT_EQ(number("SELECT count(*) FROM sample"), 1);
 }
 
 // A database of an earlier release lacks counters: they are 0 there, and get columns when it is recorded into.

@@ -228,6 +228,24 @@ TEST_F(alerting_rules, keep_to_the_settings)
         "that is slow by nature, such as a satellite's, raise the threshold.\"\n");
 }
 
+// Constant rates, as of promtool's tests, are the same in every hour.
+TEST_F(alerting_rules, compare_savings_with_the_hour_before_the_window)
+{
+    RuleSet rules;
+    rules.window = 30;
+    const std::string text = alert(prometheus_rules(rules), "KavSavingsDropped");
+    const auto count = [&](const std::string& part) {
+        int times = 0;
+        for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+            ++times;
+        }
+        return times;
+    };
+    // Encoding and decoding, before and after, for the value and for its least.
+    EXPECT_EQ(count("[1h] offset 30s)"), 8) << text;
+    EXPECT_EQ(count("offset"), 8) << text;
+}
+
 TEST_F(alerting_rules, have_settings_that_can_be_read_back)
 {
     RuleSet rules;

@@ -316,7 +316,7 @@ TEST_F(watch_screens, a_peer_with_its_figures_and_counters)
     lines(80, 24);
     press({WATCH_KEY_ENTER, '/', 'e', 'n', 'c', 'o', 'd', 'e', '_', 'i', 'n', WATCH_KEY_ENTER});
     EXPECT_EQ(screen(80, 24), "kavstat 2/8 [peers]  22:28:20  every 1s  ? help\n"
-                              "Peer 1 branch-1.example.net, 00:00:00:00:00:00, 1 connections open\n"
+                              "Peer 1 branch-1.example.net, 00:00:00:00:00:00, 1 connection open\n"
                               "Traffic before            1.0 MiB/s  =@\n"
                               "  encoding                1.0 MiB/s  =@\n"
                               "  decoding                    0 B/s\n"
@@ -338,15 +338,17 @@ TEST_F(watch_screens_ill, the_selected_finding_stays_selected_and_opens_what_it_
 {
     lines(80, 24);
     press({WATCH_KEY_DOWN});
-    EXPECT_EQ(lines(80, 24)[2].substr(0, 16), "> WARNING peer 2");
+    EXPECT_EQ(lines(80, 24)[2], "> WARNING peer 2 b?[2J???e???: is outdated although connections are open, for at");
+    EXPECT_EQ(lines(80, 24)[3], "    least 4 s");
     engine.set_global(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_ACTIVE); // removes the finding before it
     look(6);
     EXPECT_EQ(lines(80, 24)[1].substr(0, 16), "> WARNING peer 2");
     press({WATCH_KEY_ENTER});
-    EXPECT_EQ(lines(80, 24)[1], "Peer 2 b?[2J???e???, 00:00:00:00:00:00, 1 connections open, outdated");
+    EXPECT_EQ(lines(80, 24)[1], "Peer 2 b?[2J???e???, 00:00:00:00:00:00, 1 connection open, outdated");
     EXPECT_EQ(lines(80, 24)[2].substr(0, 16), "WARNING peer 2 b");
-    EXPECT_EQ(lines(80, 24)[3], "  It should heal at the next contact. If it stays, check the peer's version and");
-    EXPECT_EQ(lines(80, 24)[4], "  that its management connection works.");
+    EXPECT_EQ(lines(80, 24)[3], "  least 6 s");
+    EXPECT_EQ(lines(80, 24)[4], "  It should heal at the next contact. If it stays, check the peer's version and");
+    EXPECT_EQ(lines(80, 24)[5], "  that its management connection works.");
 }
 
 TEST_F(watch_screens_ill, what_is_wrong_is_in_the_text_and_in_json_as_well)

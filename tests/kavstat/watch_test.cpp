@@ -55,6 +55,19 @@ TEST_F(watch, tells_rates_from_two_looks)
     EXPECT_EQ(model.peers()[1].history.decode_out.last(), std::vector<float>{100});
 }
 
+TEST_F(watch, shows_totals_of_a_saved_file_on_narrow_screens)
+{
+    start_small();
+    grow(0, RE_STAT_CONN_ID_ENCODE_IN_BYTES, 4096);
+    look(0);
+    view = WatchView(0, 1, false, "/var/folder/saved.kav");
+    const std::string text = screen(60, 20);
+    EXPECT_EQ(lines(60, 20)[0], "kavstat 1/8 [overview]  2023-11-14 22:28:20  saved.k  ? help");
+    EXPECT_NE(text.find("\nTraffic before                    -                 4.0 KiB\n"), std::string::npos) << text;
+    look(2); // now sparklines are more important
+    EXPECT_EQ(screen(60, 20).find("4.0 KiB\n"), std::string::npos) << screen(60, 20);
+}
+
 TEST_F(watch, shows_no_rates_of_totals_that_went_back_or_of_another_engine)
 {
     start_small();
@@ -315,7 +328,7 @@ TEST_F(watch, opens_what_is_selected_and_returns)
     press({WATCH_KEY_ENTER});
     look(1);
     EXPECT_EQ(view.page().name(), "peer");
-    EXPECT_EQ(lines(80, 24)[1], "Peer 2 b?[2J???e???, 00:00:00:00:00:00, 1 connections open");
+    EXPECT_EQ(lines(80, 24)[1], "Peer 2 b?[2J???e???, 00:00:00:00:00:00, 1 connection open");
     press({'/', 'x', WATCH_KEY_ENTER, WATCH_KEY_ESCAPE}); // only removes the filter
     EXPECT_EQ(view.page().name(), "peer");
     press({WATCH_KEY_ESCAPE});
@@ -344,6 +357,11 @@ TEST_F(watch, tells_keys_pauses_and_ends)
     look(0);
     press({'?'});
     EXPECT_EQ(lines(80, 30)[0], "kavstat watch: keys");
+    EXPECT_EQ(lines(60, 10)[9], "? q          show this help, which any key closes; quit");
+    for (const std::size_t width : {60U, 80U}) {
+        const std::size_t height = width == 60 ? 10 : 24;
+        EXPECT_EQ(lines(width, height), lines(200, height)) << "a key's text is cut at " << width << " columns";
+    }
     press({'q'}); // only closes the help
     EXPECT_FALSE(view.is_over());
     press({'p'});

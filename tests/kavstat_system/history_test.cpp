@@ -60,6 +60,11 @@ TEST_F(history_program, moments_and_spans_are_read)
                                     R"("2020-02-30")"))
         << wrong.err;
     EXPECT_EQ(run_kavstat({"diff"}).status, 2);
+    for (const std::string command : {"json", "diff", "health", "watch"}) {
+        const program_result reversed = run_kavstat({command, "--history", database(), "--from", "20", "--to", "10"});
+        EXPECT_EQ(reversed.status, command == "health" ? 3 : 2) << command;
+        EXPECT_TRUE(contains(reversed.err, "--to: earlier than --from\n")) << reversed.err;
+    }
     EXPECT_EQ(run_kavstat({"json", "--history", path("missing")}).err,
               "kavstat: " + path("missing") + ": No such file or directory\n");
 }

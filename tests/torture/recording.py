@@ -144,17 +144,18 @@ def engine_comes_and_goes(folder, tally, engine):
     return engine
 
 
-def full_disk(folder, tally):
-    """It is said once, nothing is spoiled, and recording goes on when there is room."""
-    place = os.path.join(folder, "disk")
+def full_disk(folder, tally, size):
+    """It is said once, nothing is spoiled, and recording goes on when there is room. On a disk of 3 MB, the write-ahead
+    log would fill all of it before it is written to the file."""
+    place = os.path.join(folder, "disk" + size)
     os.mkdir(place)
-    if subprocess.run(["mount", "-t", "tmpfs", "-o", "size=16m", "tmpfs", place], check=False).returncode != 0:
+    if subprocess.run(["mount", "-t", "tmpfs", "-o", "size=" + size, "tmpfs", place], check=False).returncode != 0:
         print("full disk: skipped, as nothing can be mounted", file=sys.stderr)
         return
     try:
         path = os.path.join(place, "full.db")
         recorder = Recorder(path, "--connections")
-        wait_until(lambda: recorder.samples() > 2)
+        wait_until(lambda: recorder.samples() > (20 if size == "3m" else 2))
         for _ in range(5):
             filler = os.path.join(place, "filler")
             try:
@@ -210,7 +211,8 @@ def main():
         kill_at_any_moment(folder, tally, kills, choice)
         second_recorder(folder, tally)
         other_versions(folder, tally)
-        full_disk(folder, tally)
+        full_disk(folder, tally, "16m")
+        full_disk(folder, tally, "3m")
         engine = engine_comes_and_goes(folder, tally, engine)
     finally:
         stop_engine(engine)

@@ -62,7 +62,7 @@ WatchTable config_table(const WatchModel& model, const WatchFrame& /*frame*/)
     key.order = [](std::size_t row) { return static_cast<double>(row); };
     table.columns = {
         key,
-        text_column("value", "VALUE", 26, 0, rows, [](const ConfigRow& r) { return r.value; }),
+        text_column("value", "VALUE", 28, 0, rows, [](const ConfigRow& r) { return r.value; }),
         text_column("unit", "UNIT", 11, 1, rows, unit_text),
         text_column("meaning", "MEANING", 20, 2, rows, [](const ConfigRow& r) { return r.field->meaning; }),
     };

@@ -50,8 +50,8 @@ WatchLine healthy_line(const WatchModel& model)
     return {"Healthy: none of " + std::to_string(model.rules_applied()) + " rules found anything wrong"};
 }
 
-// Returns the findings around the selected one, and the meaning and remedy of that one. Findings and texts use at most
-// a fifth of the screen each.
+// Returns the findings around the selected one, and the whole text, meaning and remedy of that one. Findings and remedy
+// use at most a fifth of the screen each; a long text of the selected finding takes more lines.
 std::vector<WatchLine> OverviewPage::health_lines(const WatchModel& model, const WatchFrame& frame)
 {
     const std::vector<Finding>& findings = model.findings();
@@ -74,6 +74,7 @@ std::vector<WatchLine> OverviewPage::health_lines(const WatchModel& model, const
     const std::size_t count = count_of(findings);
     const std::size_t room = std::max<std::size_t>(frame.height / 5, 1);
     const std::size_t first = m_place - std::min(m_place, room - 1);
+    constexpr std::size_t indent = 4;
     std::vector<WatchLine> lines;
     for (std::size_t at = first; at < std::min(first + room, findings.size()); ++at) {
         WatchLine line = finding_line(findings[at]);
@@ -82,15 +83,21 @@ std::vector<WatchLine> OverviewPage::health_lines(const WatchModel& model, const
             line.text += " ... and " + std::to_string(findings[at].others) + " more";
         }
         line.text = (at == m_place ? "> " : "  ") + (findings.size() > room ? place : "") + line.text;
-        lines.push_back(std::move(line));
+        if (at == m_place) {
+            for (WatchLine& part : wrapped_line(line, frame.width, indent)) {
+                lines.push_back(std::move(part));
+            }
+        } else {
+            lines.push_back(std::move(line));
+        }
     }
     constexpr std::size_t height_for_meaning = 20;
     const Rule& rule = *findings[m_place].rule;
     const std::string text = (frame.height >= height_for_meaning ? std::string(rule.meaning) + " " : "") + rule.remedy;
-    std::vector<std::string> texts = wrapped(text, frame.width > 4 ? frame.width - 4 : 1);
+    std::vector<std::string> texts = wrapped(text, frame.width > indent ? frame.width - indent : 1);
     texts.resize(std::min(texts.size(), std::max<std::size_t>(room, 2)));
     for (const std::string& one : texts) {
-        lines.push_back({"    " + one});
+        lines.push_back({std::string(indent, ' ') + one});
     }
     return lines;
 }

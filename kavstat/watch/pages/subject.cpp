@@ -24,7 +24,7 @@ std::string title_of(const WatchPeer& peer)
     const std::string host = plain_text(text_in(header.m_peer_host_name));
     return "Peer " + std::to_string(peer.now->number) + (host.empty() ? "" : " " + host) + ", " +
            header.m_peer_mac_id.getString() + (header.m_peer_ip != 0 ? ", " + ip_text(header.m_peer_ip) : "") + ", " +
-           std::to_string(peer.now->active_connections) + " connections open" +
+           plural_text(peer.now->active_connections, "connection") + " open" +
            (header.m_b_outdated != 0 ? ", outdated" : "");
 }
 
@@ -43,7 +43,7 @@ std::string title_of(const WatchModel& model, const WatchApp& app)
     return "Application " + application_label(app.now->app.m_header) + " with " +
            (app.now->peer_number >= 0 ? peer_text(model, app.now->peer_number)
                                       : app.now->app.m_header.m_kav_peer_id.getString()) +
-           ", opened " + std::to_string(app.now->app.m_header.m_open_cnt) + " times";
+           ", opened " + plural_text(app.now->app.m_header.m_open_cnt, "time");
 }
 
 } // namespace
@@ -74,11 +74,14 @@ std::string title_of(const WatchModel& model, const WatchSubject& subject)
 
 std::vector<WatchLine> subject_heading(const WatchModel& model, const WatchSubject& subject, const WatchFrame& frame)
 {
-    std::vector<WatchLine> lines{{title_of(model, subject), WatchStyle::title}};
+    constexpr std::size_t indent = 2;
+    std::vector<WatchLine> lines = wrapped_line({title_of(model, subject), WatchStyle::title}, frame.width, indent);
     for (const Finding* const finding : model.findings_about(subject)) {
-        lines.push_back(finding_line(*finding));
-        for (const std::string& line : wrapped(finding->rule->remedy, std::max<std::size_t>(frame.width, 3) - 2)) {
-            lines.push_back({"  " + line});
+        for (WatchLine& line : wrapped_line(finding_line(*finding), frame.width, indent)) {
+            lines.push_back(std::move(line));
+        }
+        for (const std::string& line : wrapped(finding->rule->remedy, std::max(frame.width, indent + 1) - indent)) {
+            lines.push_back({std::string(indent, ' ') + line});
         }
     }
     lines.resize(std::min(lines.size(), frame.height));
