@@ -197,6 +197,13 @@ void Recorder::capture_nacks(RE_image_reader& reader, Captured& captured)
     }
 }
 
+void Recorder::keep_last_nacks(Captured& captured, long long most)
+{
+    std::vector<RE_stat_nack_header>& nacks = captured.nacks;
+    const auto count = static_cast<long long>(nacks.size());
+    nacks.erase(nacks.begin(), nacks.begin() + (count - std::clamp(most, 0LL, count)));
+}
+
 // Whether the counters began at 0 again since the last sample.
 bool Recorder::is_new_start(const Captured& captured, bool b_same) const
 {
@@ -222,6 +229,9 @@ RecordResult Recorder::record(RE_image_reader& reader, bool b_same, double secon
     const bool b_new_start = is_new_start(captured, b_same);
     if (m_seconds && !b_new_start) {
         captured.sample.elapsed = seconds - *m_seconds;
+    }
+    if (!b_new_start) {
+        keep_last_nacks(captured, captured.sample.end_nack - m_last->end_nack); // the others are stored
     }
     m_error = make_room(reader, captured);
     if (!m_error.empty()) {
@@ -260,7 +270,7 @@ bool Recorder::thin(std::size_t most)
 }
 
 // Makes room for the largest size that the sample can have. Returns why that is impossible, or nothing.
-std::string Recorder::make_room(RE_image_reader& reader, const Captured& captured)
+std::string Recorder::make_room(RE_image_reader& reader, Captured& captured)
 {
     m_most_conns = m_options.b_connections ? reader.get_max_conn_slots() : 0;
     const auto rows = [](std::size_t count) { return static_cast<long long>(count); };
@@ -271,10 +281,15 @@ std::string Recorder::make_room(RE_image_reader& reader, const Captured& capture
     bytes += rows(captured.snapshot.peers.size()) * (row_bytes(history_table("peer_figures")) + peer_bytes);
     bytes += rows(captured.snapshot.apps.size()) * (row_bytes(history_table("application_figures")) + entry_bytes);
     bytes += rows(captured.bypass.size()) * (row_bytes(history_table("bypass_figures")) + entry_bytes);
-    bytes += rows(captured.nacks.size()) * row_bytes(history_table("nack"));
     // Pages are not full, and the interior pages of the trees are written as well.
     constexpr long long other_pages = 32LL * 4096;
     bytes += bytes / 2 + other_pages;
+    // NACKs for which there is no room are lost, from the oldest on.
+    const long long nack_bytes = row_bytes(history_table("nack")) * 3 / 2;
+    if (m_options.max_size != 0) {
+        keep_last_nacks(captured, (m_space.most_room() - bytes) / nack_bytes);
+    }
+    bytes += rows(captured.nacks.size()) * nack_bytes;
     // Connections for which there is no room are left for the next sample.
     const long long conn_bytes = row_bytes(history_table("connection")) * 3 / 2;
     if (m_options.max_size != 0) {

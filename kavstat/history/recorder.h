@@ -70,9 +70,10 @@ private:
     bool prepare_statements();
     bool sync();
     Captured capture(RE_image_reader& reader);
+    static void keep_last_nacks(Captured& captured, long long most);
     static void capture_nacks(RE_image_reader& reader, Captured& captured);
     bool is_new_start(const Captured& captured, bool b_same) const;
-    std::string make_room(RE_image_reader& reader, const Captured& captured);
+    std::string make_room(RE_image_reader& reader, Captured& captured);
     bool store(RE_image_reader& reader, Captured& captured, bool b_new_start);
     bool store_start(Captured& captured);
     bool store_config(Captured& captured);

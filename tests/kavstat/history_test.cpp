@@ -329,6 +329,24 @@ TEST_F(history_test, the_reason_of_a_failure_survives_the_rollback)
     EXPECT_TRUE(database.is_well());
 }
 
+TEST_F(history_test, a_full_nack_log_does_not_prevent_recording)
+{
+    start({8, 16, 64, 8000});
+    for (int number = 0; number < 8000; ++number) {
+        engine.add_nack(nack_of(number));
+    }
+    RecorderOptions made = options();
+    made.max_size = least_history_size;
+    Recorder recorder(made);
+    ASSERT_EQ(recorder.open(path()), "");
+    EXPECT_EQ(record(recorder), RecordResult::recorded) << recorder.error();
+    EXPECT_EQ(number("SELECT max(number) FROM nack"), 7999);
+    const long long stored = number("SELECT count(*) FROM nack");
+    engine.add_nack(nack_of(1));
+    EXPECT_EQ(record(recorder), RecordResult::recorded) << recorder.error();
+    EXPECT_EQ(number("SELECT count(*) FROM nack"), stored + 1);
+}
+
 TEST_F(history_test, thinning_ends_when_the_recorder_is_stopped)
 {
     start();
