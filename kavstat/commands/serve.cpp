@@ -43,6 +43,7 @@ int run_serve(const ServeOptions& options)
 {
     ListenAddress address = options.address;
     HttpOptions http = options.http;
+    http.report = report_error;
     if (const int status = prepare(options, address, http.web)) {
         return status;
     }

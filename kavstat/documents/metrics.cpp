@@ -12,7 +12,7 @@ namespace kavstat {
 
 namespace {
 
-// Far less than a piece of a document that a client holds.
+// Much less than a piece of a document.
 constexpr std::size_t series_at_once = 32;
 
 // Where metrics are written to, and in which form.
@@ -20,7 +20,7 @@ struct MetricsOutput
 {
     Output& output;
     MetricsFormat format;
-    long long created = 0; // from when counters count, seconds since the epoch; 0 when that is not shown
+    long long created = 0; // the time from which counters count, seconds since the epoch; 0 when it is not shown
 };
 
 std::string without_ending(const std::string& name, std::string_view ending)
@@ -59,12 +59,12 @@ enum class LineValue
     created,
 };
 
-// The text of a metric, with everything that is the same in every exposition.
+// The parts of a metric's text that are the same in every exposition.
 struct MetricText
 {
     struct Line
     {
-        std::string beginning; // up to the value, or to the labels of the thing that it is the value of
+        std::string beginning; // up to the value, or up to the labels of the peer or application
         LineValue value;
         std::size_t id; // the counter's; for a count, and for the time from which a histogram counts, 0
     };
@@ -90,8 +90,8 @@ LineValue line_value_of(SeriesValue value)
     return LineValue::count;
 }
 
-// b_things: whether the metrics have labels for peers or applications as well. b_created: whether the lines say from
-// when each counter counts.
+// b_things: whether the metrics also have labels of peers or applications. b_created: whether there are lines for the
+// time from which each counter counts.
 std::vector<MetricText> texts_of(CounterScope scope, const std::string& prefix, bool b_things, MetricsFormat format,
                                  bool b_created)
 {
@@ -162,13 +162,13 @@ std::size_t count_of_lines(const std::vector<MetricText>& metrics)
     return count;
 }
 
-// Sums of garbage wrap.
+// Wraps: invalid figures may have any value.
 long long sum_of(long long one, long long other)
 {
     return static_cast<long long>(static_cast<unsigned long long>(one) + static_cast<unsigned long long>(other));
 }
 
-// Whether the buckets count something: garbage may be negative, or more than a number holds.
+// Whether the figures are valid: invalid ones may be negative, or their sum may overflow.
 template <typename Figure>
 bool is_histogram(const MetricText& metric, const Figure& figure)
 {
@@ -186,8 +186,9 @@ bool is_histogram(const MetricText& metric, const Figure& figure)
     return true;
 }
 
-// The metric's lines for one thing. labels: the thing's, or nothing. figure: the value of a counter's id. OpenMetrics
-// knows no negative counts, and a parser may refuse all metrics because of one: there, such garbage is left out.
+// Adds the metric's lines for one peer or application. labels: its labels, or nothing. figure: returns the value of a
+// counter's id. OpenMetrics allows no negative counts, and a parser may refuse all metrics because of one, so invalid
+// figures are left out there.
 template <typename Figure>
 void add_lines(const MetricsOutput& to, const MetricText& metric, std::string_view labels, const Figure& figure)
 {
@@ -240,7 +241,7 @@ std::string label(const char* name, std::string_view value)
     return std::string(name) + "=\"" + escaped_label(clean_text(value)) + "\"";
 }
 
-// A thing's labels and the end of them all.
+// Appends the labels of a peer or an application, and the closing brace.
 void append_labels(std::string& text, const SnapshotPeer& peer)
 {
     text += "peer=\"";
@@ -269,7 +270,7 @@ void append_labels(std::string& text, const SnapshotApp& app)
 template <typename Thing>
 using Things = std::span<const Thing* const>;
 
-// Metrics that have lines for every thing. figure: the thing's value of a counter's id.
+// Metrics with lines for every peer or application. figure: returns its value of a counter's id.
 template <typename Thing, typename Figure>
 void add_metrics(Document& document, const MetricsOutput& to, const std::vector<MetricText>& metrics,
                  Things<Thing> things, const Figure& figure)
@@ -298,7 +299,7 @@ void add_metrics(Document& document, const MetricsOutput& to, const std::vector<
         });
 }
 
-// A metric of one more value that things have.
+// A metric with one line for every peer or application.
 template <typename Thing, typename Value>
 void add_metric(Document& document, const MetricsOutput& to, const char* name, const char* help, MetricType type,
                 Things<Thing> things, const Value& value)
@@ -333,7 +334,7 @@ void add_peer_info(Output& output, const SnapshotPeer& peer)
     output.add("} 1\n");
 }
 
-// Of things that compare equal only the first is kept; the order stays.
+// Keeps only the first of equal elements; the order does not change.
 template <typename Thing, typename Less>
 std::vector<const Thing*> first_of_each(const std::vector<Thing>& things, const Less& less)
 {
@@ -355,7 +356,7 @@ bool has_lesser_number(const SnapshotPeer& one, const SnapshotPeer& other)
     return one.number < other.number;
 }
 
-// By what the labels show.
+// Compares the values that become labels.
 bool has_lesser_labels(const SnapshotApp& one, const SnapshotApp& other)
 {
     const auto key = [](const SnapshotApp& app) {
@@ -386,18 +387,18 @@ void add_end(const MetricsOutput& to, const MetricsChoice& choice)
     }
 }
 
-// How many peers and applications are shown, and how many series of the others are not.
+// The number of peers and applications that are shown, and the number of series of the others.
 struct SeriesCut
 {
     std::size_t peers;
     std::size_t apps;
     std::size_t dropped = 0;
 
-    // Shows the first of `count` things that there is room for.
+    // Returns how many of `count` elements fit.
     static std::size_t take(std::size_t& room, std::size_t count, std::size_t series_of_each, std::size_t& dropped)
     {
         const std::size_t shown = series_of_each == 0 ? count : std::min(count, room / series_of_each);
-        // What comes after a thing that is left out is left out, too.
+        // Everything after the first element that does not fit is left out.
         room = shown < count ? 0 : room - shown * series_of_each;
         dropped += (count - shown) * series_of_each;
         return shown;
@@ -411,7 +412,7 @@ void add_multiple(Output& output, long long value, long long factor)
         output.add_number(product);
         return;
     }
-    // Beyond what an engine can count; garbage still has to be a number.
+    // More than an engine can count; invalid figures still have to be numbers.
     char digits[64];
     const auto [end, error] =
         std::to_chars(digits, digits + sizeof digits, static_cast<double>(value) * static_cast<double>(factor));
@@ -507,6 +508,12 @@ void write_engine(const MetricsOutput& to, const Snapshot& snapshot, const std::
     }
 }
 
+// Series of the engine in addition to those of counters.
+std::size_t series_of_engine(const std::optional<BypassServers>& bypass)
+{
+    return 2 + (bypass ? bypass->size() : 0);
+}
+
 void write_silence(const MetricsOutput& to, double seconds)
 {
     to.output.add(head_of(to.format, "kav_connections_longest_silence_seconds",
@@ -518,7 +525,7 @@ void write_silence(const MetricsOutput& to, double seconds)
     to.output.add('\n');
 }
 
-// Series of one peer beside those of counters.
+// Series of one peer in addition to those of counters.
 constexpr std::size_t series_of_peer = 4;
 
 void add_peers(Document& document, const MetricsOutput& to, Things<SnapshotPeer> peers)
@@ -540,7 +547,7 @@ void add_peers(Document& document, const MetricsOutput& to, Things<SnapshotPeer>
                 [](const SnapshotPeer& peer, std::size_t id) { return peer.figures[id]; });
 }
 
-// Series of one application beside those of counters: two counters, and from when they count.
+// Series of one application in addition to those of m_id_array: two counters, and the times from which they count.
 std::size_t series_of_application(const MetricsOutput& to)
 {
     return to.created != 0 ? 4 : 2;
@@ -570,8 +577,9 @@ Document Exposition::document(Output& output, const MetricsChoice& choice) const
     const bool b_peers = choice.has(Collector::peers);
     const bool b_peer_connections = choice.has(Collector::peer_connections);
     const bool b_apps = choice.has(Collector::applications);
-    const std::size_t of_engine = (choice.has(Collector::engine) ? count_of_lines(texts.engine) : 0) +
-                                  (choice.has(Collector::connections) ? count_of_lines(texts.connections) : 0);
+    const std::size_t of_engine =
+        (choice.has(Collector::engine) ? series_of_engine(m_bypass_servers) + count_of_lines(texts.engine) : 0) +
+        (choice.has(Collector::connections) ? (m_longest_silence ? 1 : 0) + count_of_lines(texts.connections) : 0);
     const std::size_t of_peer = (b_peers ? series_of_peer + count_of_lines(texts.peers) : 0) +
                                 (b_peer_connections ? count_of_lines(texts.peer_connections) : 0);
     const std::size_t of_app = b_apps ? series_of_application(to) + count_of_lines(texts.applications) : 0;

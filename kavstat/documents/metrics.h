@@ -1,6 +1,6 @@
-// Statistics as metrics: in the text format that Prometheus scrapes and node_exporter's textfile collector picks up, or
-// in OpenMetrics. Engine, peers and applications only: a series for every connection that ever was would be the end of
-// any time series database.
+// Statistics as metrics: in the text format that Prometheus scrapes and node_exporter's textfile collector reads, or in
+// OpenMetrics. Only for engine, peers and applications: a series for every connection would overload a time series
+// database.
 #pragma once
 
 #include "RE_stat_counters.h"
@@ -42,8 +42,8 @@ struct MetricsChoice
 {
     MetricsFormat format = MetricsFormat::prometheus;
     CollectorSet collectors = CollectorSet().set();
-    // At most so many series of engine, peers and applications; 0 for no bound. Those of the engine are always shown,
-    // then the peers and then the applications in the order of their slots, each with all its series or with none.
+    // The maximum number of series of engine, peers and applications; 0 for no bound. The engine is always shown, then
+    // peers and then applications in the order of their slots, each with all its series or with none.
     std::size_t max_series = 0;
     // Writes metrics of the program itself at the end; may be empty.
     std::function<void(Output&)> write_own;
@@ -51,23 +51,23 @@ struct MetricsChoice
     bool has(Collector collector) const { return collectors.test(static_cast<std::size_t>(collector)); }
 };
 
-// Writes a metric of one series without labels. value: as it is shown.
+// Writes a metric of one series without labels. value: its text.
 void write_metric(Output& output, MetricsFormat format, MetricType type, const char* name, const char* help,
                   std::string_view value);
 
 using BypassServers = std::array<int, bypass_reason_words.size()>;
 
-// The exposition of an engine that is up. Peers that share a number, and applications that share all labels, would be
-// two series of one name, which no scraper takes; the first one is shown and the others are counted in
+// The exposition of a running engine. Peers with the same number, and applications with the same labels, would be two
+// series of one name, which scrapers refuse. The first one is shown, and the others are counted in
 // kavstat_skipped_peers and kavstat_skipped_applications.
 class Exposition
 {
 public:
-    // reader: what the snapshot was taken from. snapshot: outlives this object.
+    // reader: the one that the snapshot was taken from. snapshot: outlives this object.
     Exposition(RE_image_reader& reader, const Snapshot& snapshot);
 
-    // The longest time, in seconds, for which an open connection with data pending has moved no byte. Only a program
-    // that has read the connections before can know it; without this call, the metric is left out.
+    // The longest time, in seconds, for which an open connection with data pending has moved no byte. It is known only
+    // after repeated reads of the connections. Without this call, the metric is left out.
     void set_longest_silence(double seconds) { m_longest_silence = seconds; }
 
     // The text, for `output`. Both this object and the output outlive it.
@@ -77,7 +77,7 @@ private:
     const Snapshot& m_snapshot;
     std::vector<const SnapshotPeer*> m_peers;
     std::vector<const SnapshotApp*> m_apps;
-    // In the auto-bypass table, by the codes of bypass_reason_words; nothing when there is none.
+    // The auto-bypass table by the codes of bypass_reason_words; nothing without a table.
     std::optional<BypassServers> m_bypass_servers;
     std::optional<double> m_longest_silence; // seconds
 };
@@ -85,7 +85,7 @@ private:
 // The exposition without an engine: kav_up 0.
 void write_metrics_without_engine(Output& output, const MetricsChoice& choice = {});
 
-// Reads an open reader and writes the exposition. When the statistics are cut short during the read, writes the
+// Reads an open reader and writes the exposition. When the statistics are truncated during the read, writes the
 // exposition without an engine instead.
 void write_metrics_of(RE_image_reader& reader, std::time_t now, Output& output, const MetricsChoice& choice = {});
 

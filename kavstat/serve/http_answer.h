@@ -1,4 +1,4 @@
-// What a client gets: a text, or a document that is made while the client takes it.
+// The answer to a client: a text, or a document that is made while it is sent.
 #pragma once
 
 #include "format/document.h"
@@ -25,10 +25,10 @@ struct HttpAnswer
     // Content-Security-Policy: what a browser may do with the body.
     const char* policy = "default-src 'none'; frame-ancestors 'none'";
 
-    // Makes the body while it is sent. The output, and what this function holds, outlive the document. Not called for a
-    // HEAD request.
+    // Makes the body while it is sent. The output and this function outlive the document. Not called for a HEAD
+    // request.
     std::function<Document(Output&)> make;
-    // The moment that the document reads from. The server keeps it, and ends the answer when the moment has to go.
+    // The moment that the document reads from. The server keeps it, and cuts the answer off to free the moment.
     std::shared_ptr<Moment> moment;
 };
 
@@ -41,7 +41,7 @@ inline HttpAnswer text_answer(unsigned int status, std::string text, const char*
     return answer;
 }
 
-// make: makes the document of a moment, for an output. moment: none for the head of an answer.
+// make: makes the document of a moment, for an output. moment: null for the head of an answer.
 template <typename Make>
 HttpAnswer document_answer(const char* type, std::shared_ptr<Moment> moment, Make make)
 {

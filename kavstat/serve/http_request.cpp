@@ -15,7 +15,7 @@ bool equals_ignoring_case(std::string_view one, std::string_view other)
     return one.size() == other.size() && strncasecmp(one.data(), other.data(), one.size()) == 0;
 }
 
-// Replaces %XX. Nothing when it is not of that form, or is a NUL.
+// Replaces %XX. Returns nothing when a percent sign is not of that form, or encodes a NUL.
 std::optional<std::string> decoded(std::string_view text)
 {
     std::string result;
@@ -36,7 +36,7 @@ std::optional<std::string> decoded(std::string_view text)
     return result;
 }
 
-// Takes the text up to `mark` off its front, and the mark with it.
+// Removes the beginning of the text up to and including `mark`, and returns it without the mark.
 std::string_view take_up_to(std::string_view& text, char mark)
 {
     const std::size_t at = std::min(text.find(mark), text.size());

@@ -1,4 +1,4 @@
-// What a client asks for: the target of its request, taken apart and judged. Nothing in it is trusted.
+// Parses the target of a request and checks its host. Nothing in a request is trusted.
 #pragma once
 
 #include <optional>
@@ -8,7 +8,7 @@
 
 namespace kavstat {
 
-// Of a query, decoded.
+// A parameter of a query, decoded.
 struct HttpParameter
 {
     std::string name;
@@ -17,7 +17,7 @@ struct HttpParameter
 
 struct HttpTarget
 {
-    std::string path;                // decoded; "*" for a request that is of no path
+    std::string path;                // decoded; "*" for a request without a path
     std::optional<std::string> host; // of "http://HOST:PORT/path", unchanged
     std::vector<HttpParameter> parameters;
 
@@ -25,16 +25,16 @@ struct HttpTarget
     std::optional<std::string> first(std::string_view name) const;
 };
 
-// "/path?query", "http://host/path?query" or "*". Nothing when it is none of these, or is not soundly encoded; a NUL is
-// not sound.
+// "/path?query", "http://host/path?query" or "*". Returns nothing for other texts, and for invalid encodings such as
+// that of a NUL.
 std::optional<HttpTarget> parse_http_target(std::string_view text);
 
-// Whether a page of another site cannot have asked. Such a page can let its own name lead to a loopback address, but it
-// cannot ask under another name. host: what the client takes this server for, with or without a port. allowed: names
-// beside those of loopback.
+// Whether the name of the server in a request shows that no page of another site sent it. Such a page can resolve its
+// own name to a loopback address, but cannot use another name. host: the name, with or without a port. allowed: names
+// in addition to those of loopback.
 bool is_own_host(std::string_view host, const std::vector<std::string>& allowed);
 
-// Whether a client can use this name: not empty, and without port, brackets and wildcards.
+// Whether a client can use this name: it is not empty and has no port, brackets or wildcards.
 bool is_host_name(std::string_view text);
 
 } // namespace kavstat

@@ -40,29 +40,29 @@ namespace {
 
 using steady_clock = std::chrono::steady_clock;
 
-constexpr std::size_t piece_size = 16384;        // of a document, as one client holds it
-constexpr std::size_t connection_memory = 32768; // for a request's head, and then for a piece on its way
+constexpr std::size_t piece_size = 16384;        // of a document, for one client
+constexpr std::size_t connection_memory = 32768; // for a request's head, and then for a piece being sent
 constexpr std::size_t longest_head = 16384;
 constexpr int send_buffer = 65536;                              // the kernel's, for one client
 constexpr std::size_t spare_descriptors = 4;                    // for reading the engine's statistics
-constexpr std::size_t most_text_bytes = std::size_t{32} << 20U; // of answers that are made at once
+constexpr std::size_t most_text_bytes = std::size_t{32} << 20U; // of answers that are kept as whole texts
 constexpr std::chrono::milliseconds sweep_interval{100};
 constexpr std::chrono::milliseconds accept_pause{100};
 
-// Ends a connection at once and so that the client cannot take it for the regular end of an answer: by a reset. What is
-// on its way to the client is dropped. The descriptor stays; the library notices the end.
+// Resets a connection, so that the client cannot mistake this for the regular end of an answer. Data that was not sent
+// yet is dropped. The descriptor stays open; the library notices the end and closes it.
 void reset_connection(int socket)
 {
     sockaddr nobody{};
     nobody.sa_family = AF_UNSPEC;
     if (connect(socket, &nobody, sizeof nobody) != 0) {
-        // A Unix socket knows no reset. What is missing at the end of an answer tells its client.
+        // A Unix socket has no reset. Its client notices that the last chunk of the answer is missing.
         shutdown(socket, SHUT_RDWR);
     }
 }
 
-// The part that counts as one address: an IPv6 client usually has 2^64 addresses. The clients of a Unix socket are told
-// apart by their user.
+// The part that counts as one address: an IPv6 client usually has 2^64 addresses. An IPv4 client of a socket for both
+// families has one. Clients of a Unix socket count by their user.
 std::string address_key(int socket, const sockaddr* address)
 {
     if (address->sa_family == AF_UNIX) {
@@ -72,13 +72,15 @@ std::string address_key(int socket, const sockaddr* address)
         return "user " + std::to_string(peer.uid);
     }
     if (address->sa_family == AF_INET6) {
-        return {reinterpret_cast<const char*>(&reinterpret_cast<const sockaddr_in6*>(address)->sin6_addr), 8};
+        const in6_addr& v6 = reinterpret_cast<const sockaddr_in6*>(address)->sin6_addr;
+        const auto* const bytes = reinterpret_cast<const char*>(&v6);
+        return IN6_IS_ADDR_V4MAPPED(&v6) != 0 ? std::string(bytes + 12, 4) : std::string(bytes, 8);
     }
     return {reinterpret_cast<const char*>(&reinterpret_cast<const sockaddr_in*>(address)->sin_addr), 4};
 }
 
-// Compresses a text piece by piece. It takes 70 KB: a small window loses little, because the lines of metrics and of
-// JSON resemble those just before them.
+// Compresses a text in pieces. Needs 70 KB: a small window is enough, because lines of metrics and JSON resemble the
+// lines directly before them.
 class gzip_stream
 {
 public:
@@ -98,7 +100,7 @@ public:
         std::size_t taken; // of the text
         std::size_t given;
     };
-    // text: empty at its end.
+    // text: empty at the end of the document.
     Progress write(std::string_view text, char* bytes, std::size_t room)
     {
         m_stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
@@ -120,59 +122,67 @@ private:
     bool m_b_finished = false;
 };
 
-// A body that is made while it is sent.
+// A body that is made or compressed while it is sent.
 class body_on_its_way : private Sink
 {
 public:
     body_on_its_way(HttpAnswer answer, ContentCoding coding)
-        : m_answer(std::move(answer)), m_document(m_answer.make(m_output))
+        : m_answer(std::move(answer)), m_rest(m_answer.lasting_text.empty() ? m_answer.text : m_answer.lasting_text)
     {
+        if (m_answer.make) {
+            m_document = m_answer.make(m_output);
+        }
         if (coding == ContentCoding::gzip) {
             m_gzip = std::make_unique<gzip_stream>();
         }
     }
 
-    // What it reads from, or null.
+    // The moment that it reads from, or null.
     const Moment* moment() const { return m_answer.moment.get(); }
 
-    // Whether everything that was read is valid: the statistics may have been cut short during the read.
+    // Whether all statistics that were read are valid: they may have been truncated during the read.
     bool is_whole() const { return m_output.is_ok(); }
 
-    // The next bytes, at most `room` of them; 0 at the end.
+    // Writes at most `room` bytes and returns their number; 0 at the end.
     std::size_t read(char* bytes, std::size_t room)
     {
         std::size_t count = 0;
         if (m_gzip == nullptr) {
-            const std::string_view piece = next_piece();
-            count = std::min(room, piece.size());
-            std::memcpy(bytes, piece.data(), count);
-            m_taken += count;
+            make_rest();
+            count = std::min(room, m_rest.size());
+            std::memcpy(bytes, m_rest.data(), count);
+            m_rest.remove_prefix(count);
             return count;
         }
-        while (count < room && !m_gzip->is_finished()) {
-            const std::string_view piece = next_piece();
-            const auto [taken, given] = m_gzip->write(piece, bytes + count, room - count);
-            m_taken += taken;
+        // Other clients wait while the text for these bytes is made, and it may be a hundred times as long.
+        std::size_t compressed = 0;
+        while (count < room && !m_gzip->is_finished() && (count == 0 || compressed < text_at_once)) {
+            make_rest();
+            const auto [taken, given] = m_gzip->write(m_rest, bytes + count, room - count);
+            m_rest.remove_prefix(taken);
+            compressed += taken;
             count += given;
         }
         return count;
     }
 
 private:
-    // What was made and has not been taken; empty at the end of the document.
-    std::string_view next_piece()
+    static constexpr std::size_t text_at_once = 65536;
+
+    // Makes more text when everything made so far was taken. The rest stays empty at the end of the document.
+    void make_rest()
     {
-        if (m_taken == m_piece.size()) {
-            m_piece.clear();
-            m_taken = 0;
-            while (m_piece.empty() && m_b_more) {
-                m_b_more = m_document.write_more();
-            }
-            if (!m_b_more) {
-                m_output.flush();
-            }
+        if (!m_rest.empty()) {
+            return;
         }
-        return std::string_view(m_piece).substr(m_taken);
+        m_piece.clear();
+        while (m_piece.empty() && m_b_more) {
+            m_b_more = m_document.write_more();
+        }
+        if (!m_b_more) {
+            m_output.flush();
+        }
+        m_rest = m_piece;
     }
 
     bool take(std::string_view bytes) override
@@ -183,8 +193,8 @@ private:
 
     HttpAnswer m_answer;
     std::unique_ptr<gzip_stream> m_gzip; // null when the body is not compressed
+    std::string_view m_rest;             // was made and has not been taken
     std::string m_piece;
-    std::size_t m_taken = 0;
     Output m_output{*this, piece_size};
     Document m_document;
     bool m_b_more = true;
@@ -197,7 +207,7 @@ struct client
           address(address_key(its_socket, its_address))
     {}
 
-    // Looks how much the client has taken, as far as its system has acknowledged.
+    // Updates how much the client's system has acknowledged.
     void note_taken(steady_clock::time_point now)
     {
         std::uint64_t taken_now = 0;
@@ -228,8 +238,8 @@ struct client
     std::string target;   // of the request
     bool b_asked = false; // the request is complete
     bool b_cut_off = false;
-    bool b_waiting = false;      // for the verdict about its password
-    std::optional<bool> verdict; // whether the password is right
+    bool b_waiting = false;      // until its password is verified
+    std::optional<bool> verdict; // whether the password is correct
     std::unique_ptr<body_on_its_way> answer;
     std::size_t text_bytes = 0; // of the answer, when it is a text
     std::uint64_t made = 0;     // of the answer
@@ -251,7 +261,7 @@ public:
     const ListenAddress& address() const { return m_address; }
 
 private:
-    // What the library calls.
+    // Called by the library.
     static void on_connection(void* self, MHD_Connection* connection, void** context,
                               MHD_ConnectionNotificationCode what);
     static void* on_target(void* self, const char* target, MHD_Connection* connection);
@@ -294,8 +304,9 @@ private:
     std::vector<std::string> m_allowed_hosts;
     int m_listener = -1;
     int m_stop = -1;     // an event descriptor
-    int m_verdicts = -1; // an event descriptor: verdicts about passwords are there
+    int m_verdicts = -1; // an event descriptor: passwords were verified
     WebConfig m_web;
+    std::function<void(const std::string&)> m_report;
     std::unique_ptr<TlsCertificate> m_certificate; // null without TLS
     std::unique_ptr<PasswordChecker> m_passwords;  // null without users
     std::uint64_t m_next_number = 0;
@@ -326,7 +337,7 @@ private:
         resume(one);
     }
 
-    // Lets the library go on with it.
+    // Lets the library continue with a client that it has suspended.
     static void resume(client& one)
     {
         if (std::exchange(one.b_waiting, false)) {
@@ -353,8 +364,8 @@ HttpServer::implementation::~implementation()
             close(descriptor);
         }
     }
-    if (m_listener >= 0 && m_address.is_unix() && m_address.inherited < 0) {
-        unlink(m_address.path.c_str());
+    if (m_listener >= 0) {
+        remove_unix_socket(m_address);
     }
 }
 
@@ -367,6 +378,7 @@ bool HttpServer::implementation::start(const ListenAddress& address, const HttpL
     m_context.metrics = options.metrics;
     m_history = options.history;
     m_web = options.web;
+    m_report = options.report;
     m_stop = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     m_verdicts = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     m_listener = m_stop >= 0 && m_verdicts >= 0 ? listen_on(m_address) : -1;
@@ -394,7 +406,7 @@ bool HttpServer::implementation::start_library(std::string& reason)
     std::string priorities;
     std::vector<MHD_OptionItem> tls;
     if (m_web.has_tls()) {
-        m_certificate = std::make_unique<TlsCertificate>(m_web);
+        m_certificate = std::make_unique<TlsCertificate>(m_web, m_report);
         if (!m_certificate->load(reason)) {
             return false;
         }
@@ -423,7 +435,7 @@ bool HttpServer::implementation::start_library(std::string& reason)
     return m_daemon != nullptr;
 }
 
-// No more connections than there are descriptors for. False when that is not enough to serve anybody.
+// Limits connections to the available descriptors. Returns false when these are too few.
 bool HttpServer::implementation::find_room()
 {
     std::error_code error;
@@ -486,18 +498,18 @@ void HttpServer::implementation::take_sample()
         m_live.sample(steady_clock::now(), std::chrono::system_clock::now());
         m_connection_rates.forget_unless_used(steady_clock::now());
     } catch (const std::exception&) {
-        // There is no memory for it. The next one may be lucky.
+        // Out of memory. The next sample may succeed.
     }
 }
 
-// One at a time, so that its request is read before another one asks for its place.
+// Accepts one client at a time, so that its request is read before another client can displace it.
 void HttpServer::implementation::accept_client()
 {
     sockaddr_storage address{};
     socklen_t size = sizeof address;
     const int socket = accept4(m_listener, reinterpret_cast<sockaddr*>(&address), &size, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (socket < 0) {
-        // Without descriptors or memory the listener stays ready, and nothing would change by trying at once.
+        // Without descriptors or memory the listener stays ready, and an immediate retry would fail again.
         if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
             m_accept_again = steady_clock::now() + accept_pause;
         }
@@ -511,7 +523,7 @@ void HttpServer::implementation::accept_client()
     }
 }
 
-// Keeps a place free for the next client, and others' places free of an address that has many.
+// Cuts off a client when all places are taken, or when the newest client's address has too many.
 void HttpServer::implementation::make_room()
 {
     const std::string& address = m_clients.back().address;
@@ -528,7 +540,7 @@ void HttpServer::implementation::make_room()
     }
 }
 
-// address: the client's; null for clients of any address.
+// Cuts off a client of that address, or of any address when null.
 void HttpServer::implementation::cut_off_one(const std::string* address)
 {
     client* leaving = find_silent(address);
@@ -546,8 +558,8 @@ bool HttpServer::implementation::may_be_cut_off(const client& one, const std::st
     return !one.b_cut_off && &one != &m_clients.back() && (address == nullptr || one.address == *address);
 }
 
-// Of those that have not sent their request, the oldest when it has had time for that. Otherwise any one: then nobody
-// can be sure to displace a client whose request is still on its way.
+// Returns a client that has not sent its request: the oldest when it had time for that. Otherwise a random one, so that
+// an attacker cannot choose to displace a client whose request is still being sent.
 client* HttpServer::implementation::find_silent(const std::string* address)
 {
     const auto now = steady_clock::now();
@@ -568,7 +580,7 @@ client* HttpServer::implementation::find_silent(const std::string* address)
     return found;
 }
 
-// Of those that have asked, the one that has taken nothing for longest.
+// Returns the client that has sent its request and has read nothing for the longest time.
 client* HttpServer::implementation::find_idle(const std::string* address)
 {
     const auto now = steady_clock::now();
@@ -584,7 +596,7 @@ client* HttpServer::implementation::find_idle(const std::string* address)
     return found;
 }
 
-// Cuts off who has had the time that there is for a request or an answer.
+// Cuts off clients that exceed the time limits for a request or an answer.
 void HttpServer::implementation::sweep()
 {
     const auto now = steady_clock::now();
@@ -602,7 +614,7 @@ void HttpServer::implementation::sweep()
         }
     }
     m_moments.drop_old();
-    // What many clients have needed goes back to the system.
+    // Returns the memory that many clients have used to the system.
     if (m_clients.empty() && m_moments.is_empty()) {
         malloc_trim(0);
     }
@@ -636,7 +648,7 @@ void HttpServer::implementation::on_connection(void* self, MHD_Connection* conne
             reset_connection(socket);
         }
     } else if (*context != nullptr) {
-        // What has arrived and was not read would end the answer by a reset.
+        // Unread data would make the kernel reset the connection before the client has read its answer.
         const auto* const gone = static_cast<const client*>(*context);
         recv(gone->socket, nullptr, 1U << 20U, MSG_DONTWAIT | MSG_TRUNC);
         clients.remove_if([&](const client& each) { return &each == gone; });
@@ -645,7 +657,7 @@ void HttpServer::implementation::on_connection(void* self, MHD_Connection* conne
 
 void* HttpServer::implementation::on_target(void*, const char* target, MHD_Connection* connection)
 {
-    // As it was sent; the library's own decoding would end it at an encoded NUL.
+    // The undecoded target: the library's own decoding would truncate it at an encoded NUL.
     if (client* const asking = client_of(connection); asking != nullptr) {
         try {
             asking->target = target;
@@ -679,7 +691,7 @@ ssize_t HttpServer::implementation::read_answer(void* of_client, std::uint64_t, 
 
 namespace {
 
-// made: gives the head.
+// made: provides the head of the answer; its text is ignored.
 MHD_Result send(MHD_Connection* connection, MHD_Response* response, const HttpAnswer& made,
                 ContentCoding coding = ContentCoding::identity)
 {
@@ -729,7 +741,7 @@ MHD_Result refuse(MHD_Connection* connection, unsigned int status, std::string r
     return send_text(connection, text_answer(status, std::move(reason)));
 }
 
-// What counts in a request's head; a field may be there more than once.
+// The fields of a request's head that the server uses. Fields may be repeated.
 struct head_fields
 {
     explicit head_fields(MHD_Connection* connection)
@@ -749,7 +761,7 @@ struct head_fields
         } else if (strcasecmp(key, MHD_HTTP_HEADER_TRANSFER_ENCODING) == 0) {
             b_body = true;
         } else if (strcasecmp(key, MHD_HTTP_HEADER_AUTHORIZATION) == 0) {
-            // Of several none counts.
+            // Several of them are ambiguous and count as invalid.
             authorization = authorization ? "" : value;
         } else if (strcasecmp(key, MHD_HTTP_HEADER_ACCEPT) == 0) {
             accept.append(accept.empty() ? "" : ",").append(value);
@@ -823,7 +835,7 @@ MHD_Result HttpServer::implementation::answer(MHD_Connection* connection, client
     return send_answer(connection, asking, b_head, *coding, answer_to({b_head, *target, fields.accept}, m_context));
 }
 
-// Nothing when the client may go on. Before that it learns nothing, not even which paths there are.
+// Returns nothing when the client is authenticated. Other clients get the same answer for every path.
 std::optional<MHD_Result> HttpServer::implementation::authenticate(MHD_Connection* connection, client& asking,
                                                                    bool b_body, const std::string& authorization)
 {
@@ -831,7 +843,7 @@ std::optional<MHD_Result> HttpServer::implementation::authenticate(MHD_Connectio
     bool b_right = asking.verdict.value_or(false);
     if (credentials && !asking.verdict) {
         b_right = m_passwords->is_known(*credentials);
-        // A body would have to be read first. No client of ours sends one.
+        // Suspending works only without a body, which no scraper sends.
         if (!b_right && !b_body) {
             if (!m_passwords->verify_later(std::move(*credentials), asking.number, asking.address)) {
                 return refuse(connection, MHD_HTTP_TOO_MANY_REQUESTS, "too many passwords to verify\n");
@@ -886,20 +898,11 @@ MHD_Result HttpServer::implementation::send_answer(MHD_Connection* connection, c
 {
     asking.text_bytes = made.text.size();
     if (text_bytes() > most_text_bytes) {
+        asking.text_bytes = 0;
         return refuse(connection, MHD_HTTP_SERVICE_UNAVAILABLE, "too many answers are on their way\n");
     }
     if (!made.make && coding == ContentCoding::identity) {
         return send_text(connection, made);
-    }
-    if (!made.make) {
-        made.make = [text = std::move(made.text), lasting = made.lasting_text](Output& output) {
-            Document document;
-            document.add_once([&output, text, lasting] {
-                output.add(text);
-                output.add(lasting);
-            });
-            return document;
-        };
     }
     HttpAnswer head;
     head.status = made.status;
@@ -911,13 +914,13 @@ MHD_Result HttpServer::implementation::send_answer(MHD_Connection* connection, c
     MHD_Response* const response =
         MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, piece_size, &read_answer, &asking, nullptr);
     if (b_head && response != nullptr) {
-        // The library would end a body in chunks that is not there.
+        // Otherwise the library would send the end of a chunked body after the head.
         MHD_set_response_options(response, MHD_RF_HTTP_1_0_COMPATIBLE_STRICT, MHD_RO_END);
     }
     return send(connection, response, head, coding);
 }
 
-// Of texts that are on their way to clients.
+// The size of all texts that are being sent.
 std::size_t HttpServer::implementation::text_bytes() const
 {
     return std::accumulate(m_clients.begin(), m_clients.end(), std::size_t{0},

@@ -1,9 +1,8 @@
-// Serves statistics over HTTP at the paths of serve/routes.h. Each request looks for the engine anew, so an
-// engine that stops, starts or restarts is followed from one request to the next.
+// Serves statistics over HTTP at the paths of serve/routes.h. Each request looks for the engine again, so each answer
+// is that of the engine which is running now.
 //
-// One thread serves all clients; none of them can make it wait. Each has a bounded share of memory and of time:
-// requests are limited in size, answers are written piece by piece as they are taken, and both have to come to an end
-// in time.
+// One thread serves all clients and waits for none of them. Memory and time of each client are bounded: requests are
+// limited in size, answers are written in pieces as the client reads, and both have time limits.
 #pragma once
 
 #include "documents/metrics.h"
@@ -11,6 +10,7 @@
 #include "serve/web_config.h"
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -19,22 +19,24 @@ namespace kavstat {
 
 struct HttpLimits
 {
-    // Connections at a time. When there are more, one is cut off: one that has not sent its request yet, or the one
-    // that has taken nothing for longest.
+    // Connections at a time. Above that, one is cut off: one that has not sent its request yet, or the one that has
+    // read nothing for the longest time.
     std::size_t connections = 256;
     std::size_t connections_of_address = 128;        // of an IPv4 address, or of an IPv6 network of 64 bits
     std::chrono::milliseconds time_to_ask{500};      // before it, a client is cut off at random instead of by age
-    std::chrono::milliseconds idle{3000};            // for the whole request, and then for a client that takes nothing
+    std::chrono::milliseconds idle{3000};            // for the whole request, and then for a client that reads nothing
     std::chrono::milliseconds longest_answer{30000}; // from the beginning of the connection to the end of the answer
 };
 
 struct HttpOptions
 {
     std::vector<std::string>
-        allowed_hosts;     // clients of a loopback address may use these names beside those of loopback
-    MetricsChoice metrics; // what /metrics gives
-    WebConfig web;         // TLS and users; neither when empty
+        allowed_hosts;     // on a loopback address, names that clients may use in addition to those of loopback
+    MetricsChoice metrics; // the content of /metrics
+    WebConfig web;         // TLS and users; without both when empty
     std::string history;   // the path of a recorded history; empty without one
+    // Is called with messages for the administrator, in the server's thread.
+    std::function<void(const std::string&)> report = [](const std::string&) {};
 };
 
 class HttpServer
@@ -46,9 +48,9 @@ public:
     HttpServer(const HttpServer&) = delete;
     HttpServer& operator=(const HttpServer&) = delete;
 
-    // Starts serving in a thread of its own; false with a reason when the address cannot be listened on.
+    // Starts serving in a thread of its own. Returns false with a reason when it cannot listen on the address.
     bool start(const ListenAddress& address, const HttpLimits& limits, const HttpOptions& options, std::string& reason);
-    // What the server listens on, with the port that was found.
+    // The address that the server listens on, with the actual port.
     const ListenAddress& address() const;
     int port() const { return address().port; }
 

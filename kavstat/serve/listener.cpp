@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -10,8 +11,10 @@
 
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <thread>
 
 namespace kavstat {
 
@@ -54,7 +57,7 @@ sockaddr_un unix_address(const std::string& path)
     return address;
 }
 
-// A socket on which nobody listens any more.
+// Whether the server of a Unix socket is gone.
 bool is_stale(const sockaddr_un& address)
 {
     struct stat info
@@ -70,8 +73,42 @@ bool is_stale(const sockaddr_un& address)
     return b_refused;
 }
 
-bool start_listening_unix(int socket, const ListenAddress& address)
+// Locks a folder, so that servers which start at the same time create their sockets one after the other. Every user who
+// can read the folder can hold its lock, so the server continues without the lock after a second.
+class folder_lock
 {
+public:
+    explicit folder_lock(const std::string& folder) : m_folder(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+    {
+        for (int round = 0; round < 100 && flock(m_folder, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK; ++round) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
+    ~folder_lock()
+    {
+        if (m_folder >= 0) {
+            close(m_folder);
+        }
+    }
+    folder_lock(const folder_lock&) = delete;
+    folder_lock& operator=(const folder_lock&) = delete;
+
+private:
+    int m_folder;
+};
+
+ino_t inode_of(const char* path)
+{
+    struct stat info
+    {
+    };
+    return lstat(path, &info) == 0 ? info.st_ino : 0;
+}
+
+bool start_listening_unix(int socket, ListenAddress& address)
+{
+    // A socket that is bound and does not listen yet looks like one of a server that is gone.
+    const folder_lock lock(address.path.substr(0, address.path.rfind('/') + 1));
     const sockaddr_un wanted = unix_address(address.path);
     const auto* const bytes = reinterpret_cast<const sockaddr*>(&wanted);
     int error = bind(socket, bytes, sizeof wanted) != 0 ? errno : 0;
@@ -83,8 +120,15 @@ bool start_listening_unix(int socket, const ListenAddress& address)
         errno = error;
         return false;
     }
-    // Before anybody can connect.
-    return chmod(wanted.sun_path, address.mode) == 0 && listen(socket, SOMAXCONN) == 0;
+    address.inode = inode_of(wanted.sun_path);
+    // Before clients can connect.
+    if (chmod(wanted.sun_path, address.mode) != 0 || listen(socket, SOMAXCONN) != 0) {
+        error = errno;
+        remove_unix_socket(address);
+        errno = error;
+        return false;
+    }
+    return true;
 }
 
 bool start_listening(int socket, ListenAddress& address)
@@ -106,7 +150,7 @@ bool start_listening(int socket, ListenAddress& address)
     return true;
 }
 
-// What a socket is bound to. Nothing for other families.
+// The address of a socket. Returns nothing for other families.
 std::optional<ListenAddress> address_of(int socket)
 {
     sockaddr_storage storage{};
@@ -133,7 +177,7 @@ std::optional<ListenAddress> address_of(int socket)
     return address;
 }
 
-// A variable's value as a number, or -1.
+// The value of an environment variable as a number, or -1.
 long number_in(const char* variable)
 {
     const char* const text = std::getenv(variable);
@@ -238,6 +282,13 @@ int listen_on(ListenAddress& address)
         return -1;
     }
     return socket;
+}
+
+void remove_unix_socket(const ListenAddress& address)
+{
+    if (address.inode != 0 && inode_of(address.path.c_str()) == address.inode) {
+        unlink(address.path.c_str());
+    }
 }
 
 } // namespace kavstat

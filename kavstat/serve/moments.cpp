@@ -23,7 +23,7 @@ void Moments::drop_old()
 
 int Moments::take(std::shared_ptr<Moment>& moment)
 {
-    // Looked for at every request, so that an engine which is gone is never shown as being there.
+    // Opened at every request, so that an engine which is gone is never shown as running.
     auto source = std::make_unique<Source>();
     if (const int error = source->open()) {
         return error;

@@ -1,7 +1,6 @@
-// The running engine's statistics for clients that take them at their own speed. Each client reads from a moment: a
-// snapshot and the open statistics that it was taken from. Clients that ask soon after one another share one, so that
-// taking snapshots costs little however often they ask, and all moments together have a bounded size, however slow the
-// clients are.
+// The running engine's statistics for clients that read them at their own speed. Each client reads from a moment: a
+// snapshot and the open statistics that it was taken from. Clients that ask within a short time share one, so that
+// frequent requests cost little. All moments together have a bounded size, even with slow clients.
 #pragma once
 
 #include "documents/metrics.h"
@@ -26,7 +25,7 @@ struct Moment
     Moment(const Moment&) = delete;
     Moment& operator=(const Moment&) = delete;
 
-    // Of its memory.
+    // The size of its memory.
     std::size_t bytes() const
     {
         return sizeof *this + snapshot.peers.size() * (sizeof(SnapshotPeer) + sizeof(void*)) +
@@ -41,12 +40,12 @@ struct Moment
 
 struct MomentLimits
 {
-    // Of all moments together. One of the largest engine takes 16 MB.
+    // For all moments together. A moment of the largest engine needs 16 MB.
     std::size_t bytes = std::size_t{36} << 20;
-    // A moment is shared for so long.
+    // The time for which a moment is shared.
     std::chrono::milliseconds shared_for{1000};
-    // When there is no room for another one, the newest is shared until the oldest has been there for so long. Then
-    // those who still read from the oldest have to go.
+    // When another moment does not fit, the newest is shared until the oldest is this old. Then the clients that read
+    // from the oldest are cut off.
     std::chrono::milliseconds kept_for{10000};
     // Connections are searched for silent ones at most this often.
     std::chrono::milliseconds connections_every{2000};
@@ -55,20 +54,20 @@ struct MomentLimits
 class Moments
 {
 public:
-    // end_readers: makes everybody let go of a moment.
+    // end_readers: cuts off all clients that read from a moment.
     explicit Moments(std::function<void(const Moment&)> end_readers, const MomentLimits& limits = {})
         : m_end_readers(std::move(end_readers)), m_limits(limits)
     {}
 
-    // Gives the moment for a client that asks now. Returns 0 or an RE_stat_error.
+    // Returns 0 and the moment for a new client, or an RE_stat_error.
     int take(std::shared_ptr<Moment>& moment);
 
-    // Lets go of what is not shared any more; to be called again and again while there is something.
+    // Releases moments that are no longer shared. Called regularly until is_empty().
     void drop_old();
     bool is_empty() const { return m_newest == nullptr; }
 
 private:
-    // For another one like the newest.
+    // Whether another moment of the newest one's size fits.
     bool has_room() const;
 
     std::function<void(const Moment&)> m_end_readers;

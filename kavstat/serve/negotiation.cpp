@@ -90,10 +90,10 @@ void for_each_acceptable(std::string_view field, const Use& use)
     });
 }
 
-// How much a media type is wanted: the weight of the element that fits it most closely.
+// The client's preference for a media type: the weight of the most specific element that matches it.
 struct Wanted
 {
-    int closeness = 0; // 0 when no element fits it, 3 when one names it
+    int closeness = 0; // 0 when no element matches, 3 when one names the type
     int weight = 0;
 };
 
@@ -120,7 +120,7 @@ Wanted wanted(std::string_view accept, std::string_view type, std::string_view v
 struct CodingWeights
 {
     int gzip = 0;
-    int identity = 1; // also without being named
+    int identity = 1; // accepted without being named
 };
 
 CodingWeights coding_weights(std::string_view accept_encoding)

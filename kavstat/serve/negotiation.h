@@ -1,4 +1,4 @@
-// What a client accepts, by the fields Accept and Accept-Encoding of its request (RFC 9110, section 12).
+// The formats that a client accepts, by the fields Accept and Accept-Encoding of its request (RFC 9110, section 12).
 #pragma once
 
 #include "documents/metrics.h"
@@ -18,7 +18,7 @@ enum class ContentCoding
     gzip,
 };
 
-// The coding that the client prefers; gzip when it accepts that as much as none. Nothing when it accepts neither.
+// The coding that the client prefers; gzip when it accepts both equally. Returns nothing when it accepts neither.
 std::optional<ContentCoding> preferred_coding(std::string_view accept_encoding);
 
 } // namespace kavstat

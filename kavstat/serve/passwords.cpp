@@ -59,7 +59,7 @@ std::optional<Credentials> parse_basic_authorization(std::string_view field)
     field.remove_prefix(std::min(field.find_first_not_of(' ', scheme.size()), field.size()));
     const std::optional<std::string> text = decoded_base64(field);
     const std::size_t colon = text ? text->find(':') : std::string::npos;
-    // The hash ends at a NUL, and is of so many bytes.
+    // The hash ignores what follows a NUL, and further bytes.
     constexpr std::size_t longest_password = 72;
     if (colon == std::string::npos || text->find('\0') != std::string::npos ||
         text->size() - colon - 1 > longest_password) {
@@ -74,7 +74,7 @@ PasswordChecker::PasswordChecker(const std::map<std::string, std::string>& users
     if (gnutls_rnd(GNUTLS_RND_KEY, m_key.data(), m_key.size()) != 0) {
         throw std::runtime_error("no random numbers");
     }
-    // As dear as the dearest of the others.
+    // The hash with the highest cost.
     for (const auto& [user, hash] : m_users) {
         if (m_hash_of_nobody.empty() || hash.substr(4, 2) > m_hash_of_nobody.substr(4, 2)) {
             m_hash_of_nobody = hash;
@@ -147,7 +147,7 @@ void PasswordChecker::work()
         if (m_b_stop) {
             return;
         }
-        // It stays in front while it is verified, so that it counts.
+        // It stays in the queue while it is verified, so that it counts towards the limits.
         Credentials credentials = m_questions.front().credentials;
         lock.unlock();
         const auto begin = std::chrono::steady_clock::now();

@@ -1,5 +1,5 @@
-// Basic authentication. Verifying a password takes tens of milliseconds of processor time, by design of its hash. So it
-// is done in a thread of its own, a few at a time; what was right once is known from then on.
+// Basic authentication. Verifying a password takes tens of milliseconds of processor time, by design of its hash. So a
+// thread of its own verifies a limited number of passwords. Credentials are verified only once if they are correct.
 #pragma once
 
 #include <array>
@@ -24,7 +24,7 @@ struct Credentials
     std::string password;
 };
 
-// "Basic dXNlcjpwYXNzd29yZA=="; nothing when it is not of that form.
+// "Basic dXNlcjpwYXNzd29yZA=="; returns nothing for other texts.
 std::optional<Credentials> parse_basic_authorization(std::string_view field);
 
 class PasswordChecker
@@ -36,16 +36,17 @@ public:
         bool b_right;
     };
 
-    // users: bcrypt hashes by name. on_verdict: called in another thread when there are verdicts to be taken.
+    // users: bcrypt hashes by name. on_verdict: is called in another thread when take_verdicts() has something to
+    // return.
     PasswordChecker(const std::map<std::string, std::string>& users, std::function<void()> on_verdict);
     ~PasswordChecker();
     PasswordChecker(const PasswordChecker&) = delete;
     PasswordChecker& operator=(const PasswordChecker&) = delete;
 
-    // Whether these were found right before. Takes no time.
+    // Whether these credentials were verified before. Does not wait.
     bool is_known(const Credentials& credentials) const;
-    // Verifies others; a verdict comes. asker: a number for the verdict. address: the client's. False when too many are
-    // being verified, of that address or of all.
+    // Verifies credentials in the other thread. asker: identifies the verdict. address: the client's. Returns false
+    // when too many are waiting, of that address or of all.
     bool verify_later(Credentials credentials, std::uint64_t asker, const std::string& address);
     std::vector<Verdict> take_verdicts();
 
@@ -60,11 +61,11 @@ private:
 
     void work();
     bool verify(const Credentials& credentials) const;
-    // Of credentials that are right; nobody without the key can go back from it.
+    // An HMAC of verified credentials, from which they cannot be recovered.
     Mark mark_of(const Credentials& credentials) const;
 
     std::map<std::string, std::string> m_users;
-    std::string m_hash_of_nobody; // for users that do not exist, so that they take as long
+    std::string m_hash_of_nobody; // for unknown users, so that they take as long
     std::function<void()> m_on_verdict;
     Mark m_key{};
     mutable std::mutex m_mutex;

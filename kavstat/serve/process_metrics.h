@@ -1,4 +1,4 @@
-// Metrics of the serving process, under the names that client libraries of Prometheus use.
+// Metrics of this process, under the names that Prometheus' client libraries use.
 #pragma once
 
 #include "documents/metrics.h"

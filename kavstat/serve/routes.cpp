@@ -30,7 +30,7 @@ std::string text_of(const Write& write)
     return sink.text();
 }
 
-// The collectors that the query selects from those that are on. Nothing, with a reason, when it names others.
+// The available collectors that the query selects. Returns nothing, with a reason, when it names others.
 std::optional<CollectorSet> selected_collectors(const HttpTarget& target, const CollectorSet& available,
                                                 std::string& reason)
 {
@@ -62,7 +62,7 @@ std::optional<CollectorSet> selected_collectors(const HttpTarget& target, const 
         return std::nullopt;
     }
     if (wanted->any()) {
-        // Not a part of the engine: OpenMetrics has these times unless they are excluded.
+        // collect[] selects parts of the engine. OpenMetrics has these times unless they are excluded.
         constexpr auto created = static_cast<std::size_t>(Collector::created);
         CollectorSet set = *wanted;
         set.set(created, available.test(created));
@@ -92,7 +92,7 @@ HttpAnswer answer_metrics(const HttpRequest& request, RouteContext& context)
     std::shared_ptr<Moment> moment;
     const int error = find_statistics(request, context, moment);
     if (error == RE_STAT_ERR_READ || error == RE_STAT_ERR_NO_MEMORY) {
-        // Says nothing about the engine.
+        // The engine may be running, so kav_up cannot be 0.
         return text_answer(503, Source::reason_of(error) + "\n");
     }
     if (error != 0) {

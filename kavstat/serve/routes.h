@@ -1,4 +1,4 @@
-// The paths that the server knows, and what it answers to a request for each of them.
+// The paths that the server answers, and the answer to a request for each of them.
 #pragma once
 
 #include "page/entity_tables.h"
@@ -18,19 +18,19 @@ struct HttpRequest
     std::string_view accept; // the field of that name; several are joined by commas
 };
 
-// What answers are made from. All requests are answered in one thread.
+// The sources of answers. All requests are answered in one thread.
 struct RouteContext
 {
     Moments& moments;
     LiveHistory& live;
     ConnectionRates& connection_rates;
     const std::string& history; // the path of a recorded history; empty without one
-    MetricsChoice metrics;      // what /metrics gives when the request leaves it open
+    MetricsChoice metrics;      // the content of /metrics, unless the request selects collectors
     double start_time;          // of the process, seconds since the epoch
 };
 
-// Gives the moment for an answer. The head of an answer needs no snapshot, only the engine. Returns 0 or an
-// RE_stat_error.
+// Returns 0 and the moment for an answer, or an RE_stat_error. The head of an answer has no moment; for it, only the
+// engine must be running.
 int find_statistics(const HttpRequest& request, RouteContext& context, std::shared_ptr<Moment>& moment);
 
 // The answer to a GET or HEAD request for any path.

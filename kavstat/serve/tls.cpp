@@ -1,17 +1,26 @@
 #include "serve/tls.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 
 namespace kavstat {
 
 namespace {
 
 constexpr unsigned int longest_chain = 16;
+constexpr off_t longest_file = 1 << 20;
 constexpr std::chrono::seconds longest_handshake{60};
+
+// A certificate for servers alone does not identify a client, even from a known authority.
+gnutls_typed_vdata_st client_purpose{
+    GNUTLS_DT_KEY_PURPOSE_OID,
+    reinterpret_cast<unsigned char*>(const_cast<char*>(GNUTLS_KP_TLS_WWW_CLIENT)),
+    0,
+};
 
 gnutls_datum_t datum_of(const std::string& text)
 {
@@ -42,14 +51,26 @@ struct TlsCertificate::Loaded
 
 bool read_tls_file(const std::string& path, std::string& text, std::string& reason)
 {
-    errno = 0;
-    std::ifstream file(path, std::ios::binary);
-    text.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-    if (!file.good() || text.empty()) {
-        reason = path + ": " + (errno != 0 ? std::strerror(errno) : "empty or not a file");
-        return false;
+    // Without waiting for the other end of a pipe: the thread that serves clients reads the file.
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    struct stat info
+    {
+    };
+    if (file < 0 || fstat(file, &info) != 0) {
+        reason = path + ": " + std::strerror(errno);
+    } else if (!S_ISREG(info.st_mode) || info.st_size == 0 || info.st_size > longest_file) {
+        reason = path + ": not a regular file of 1 byte to 1 MB";
+    } else {
+        text.resize(static_cast<std::size_t>(info.st_size));
+        const ssize_t count = read(file, text.data(), text.size());
+        reason = path + ": " + (count < 0 ? std::strerror(errno) : "truncated while it was read");
+        close(file);
+        return count == static_cast<ssize_t>(text.size());
     }
-    return true;
+    if (file >= 0) {
+        close(file);
+    }
+    return false;
 }
 
 TlsCertificate::Files TlsCertificate::look() const
@@ -64,7 +85,8 @@ bool TlsCertificate::is_same(const Files& one, const Files& other)
 {
     const auto is_same_file = [](const struct stat& a, const struct stat& b) {
         return a.st_ino == b.st_ino && a.st_dev == b.st_dev && a.st_size == b.st_size &&
-               a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+               a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec &&
+               a.st_ctim.tv_sec == b.st_ctim.tv_sec && a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
     };
     return is_same_file(one.cert, other.cert) && is_same_file(one.key, other.key);
 }
@@ -94,18 +116,18 @@ bool TlsCertificate::load(std::string& reason)
         reason = m_config.key_file + ": " + gnutls_strerror(error);
         return false;
     }
-    // While a certificate is renewed, its files do not belong together for a moment.
+    // While a certificate is renewed, one of its files is still the old one for a moment.
     gnutls_pubkey_t public_key = nullptr;
     gnutls_pubkey_init(&public_key);
     std::array<unsigned char, 64> of_cert{};
     std::array<unsigned char, 64> of_key{};
     std::size_t cert_size = of_cert.size();
     std::size_t key_size = of_key.size();
-    gnutls_pubkey_get_key_id(loaded->chain[0].pubkey, 0, of_cert.data(), &cert_size);
-    gnutls_pubkey_import_privkey(public_key, loaded->key, 0, 0);
-    gnutls_pubkey_get_key_id(public_key, 0, of_key.data(), &key_size);
+    const bool b_ids = gnutls_pubkey_get_key_id(loaded->chain[0].pubkey, 0, of_cert.data(), &cert_size) == 0 &&
+                       gnutls_pubkey_import_privkey(public_key, loaded->key, 0, 0) == 0 &&
+                       gnutls_pubkey_get_key_id(public_key, 0, of_key.data(), &key_size) == 0;
     gnutls_pubkey_deinit(public_key);
-    if (cert_size != key_size || of_cert != of_key) {
+    if (!b_ids || cert_size != key_size || of_cert != of_key) {
         reason = m_config.key_file + ": not the key of the certificate in " + m_config.cert_file;
         return false;
     }
@@ -116,13 +138,14 @@ bool TlsCertificate::load(std::string& reason)
 
 void TlsCertificate::find(gnutls_pcert_st*& chain, unsigned int& length, gnutls_privkey_t& key)
 {
-    // Handshakes that began with an older one have come to an end.
+    // By now, the handshakes that began with an older certificate have ended.
     if (std::chrono::steady_clock::now() - m_replaced > longest_handshake && m_loaded.size() > 1) {
         m_loaded.resize(1);
     }
-    std::string reason;
     if (!is_same(look(), m_files)) {
-        load(reason);
+        std::string reason;
+        m_report(load(reason) ? m_config.cert_file + ": the new certificate is in use"
+                              : "the old certificate stays in use: " + reason);
     }
     Loaded& newest = *m_loaded.front();
     chain = newest.chain.data();
@@ -152,7 +175,7 @@ void demand_client_certificate(gnutls_session_t session, const WebConfig& config
         demanded == ClientCertificate::require_any || demanded == ClientCertificate::require_and_verify;
     gnutls_certificate_server_set_request(session, b_required ? GNUTLS_CERT_REQUIRE : GNUTLS_CERT_REQUEST);
     if (demanded == ClientCertificate::require_and_verify) {
-        gnutls_session_set_verify_cert(session, nullptr, 0);
+        gnutls_session_set_verify_cert2(session, &client_purpose, 1, 0);
     } else if (demanded == ClientCertificate::verify_if_given) {
         gnutls_session_set_verify_function(session, [](gnutls_session_t of) {
             unsigned int count = 0;
@@ -160,7 +183,7 @@ void demand_client_certificate(gnutls_session_t session, const WebConfig& config
             if (gnutls_certificate_get_peers(of, &count) == nullptr || count == 0) {
                 return 0;
             }
-            return gnutls_certificate_verify_peers3(of, nullptr, &status) == 0 && status == 0 ? 0 : -1;
+            return gnutls_certificate_verify_peers(of, &client_purpose, 1, &status) == 0 && status == 0 ? 0 : -1;
         });
     }
 }

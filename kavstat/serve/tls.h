@@ -1,4 +1,4 @@
-// The server's certificate, and what TLS demands of a session.
+// The server's certificate, and the TLS settings of a session.
 #pragma once
 
 #include "serve/web_config.h"
@@ -8,9 +8,11 @@
 #include <sys/stat.h>
 
 #include <chrono>
+#include <functional>
 #include <list>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace kavstat {
 
@@ -18,14 +20,17 @@ namespace kavstat {
 class TlsCertificate
 {
 public:
-    explicit TlsCertificate(const WebConfig& config) : m_config(config) {}
+    using Report = std::function<void(const std::string&)>;
+
+    // report: is called when the files have changed, with what came of it.
+    TlsCertificate(const WebConfig& config, Report report) : m_config(config), m_report(std::move(report)) {}
     TlsCertificate(const TlsCertificate&) = delete;
     TlsCertificate& operator=(const TlsCertificate&) = delete;
 
-    // False with a reason when the files have no certificate with its key.
+    // Returns false with a reason when the files do not contain a certificate and its key.
     bool load(std::string& reason);
-    // For a handshake: the certificate of the files as they are now, or the last valid one.
-    // What is returned stays valid for a minute after the files have changed.
+    // Gives a handshake the certificate of the files as they are now, or the last valid one. It stays valid for a
+    // minute after the files have changed.
     void find(gnutls_pcert_st*& chain, unsigned int& length, gnutls_privkey_t& key);
 
 private:
@@ -40,16 +45,17 @@ private:
     static bool is_same(const Files& one, const Files& other);
 
     const WebConfig& m_config;
+    Report m_report;
     Files m_files{};
     std::list<std::shared_ptr<Loaded>> m_loaded; // newest first
     std::chrono::steady_clock::time_point m_replaced;
 };
 
-// In the notation of GnuTLS.
+// The TLS versions and algorithms, in the notation of GnuTLS.
 std::string tls_priorities(const WebConfig& config);
 // Demands a certificate of the client, if the configuration does. Called before the handshake.
 void demand_client_certificate(gnutls_session_t session, const WebConfig& config);
-// The whole file. False with a reason.
+// Reads a whole regular file of at most 1 MB. Returns false with a reason.
 bool read_tls_file(const std::string& path, std::string& text, std::string& reason);
 
 } // namespace kavstat

@@ -34,11 +34,11 @@ struct WebConfig
     }
 };
 
-// Reads the file. Relative paths in it start from its folder. Returns false with a reason, which has the line of the
-// mistake.
+// Reads the file. Relative paths in it start from its folder. Returns false with a reason, which contains the line of
+// the mistake.
 bool read_web_config(const std::string& path, WebConfig& config, std::string& reason);
 
-// What an administrator should know about the permissions of the files.
+// Returns warnings for the administrator about the permissions of the files.
 std::vector<std::string> warnings_about(const std::string& path, const WebConfig& config);
 
 } // namespace kavstat

@@ -322,7 +322,14 @@ TEST_F(metrics_text, beyond_the_bound_on_series_lack_whole_peers_and_application
     EXPECT_EQ(series_with(one, "peer=\"1\""), of_peer);
     EXPECT_EQ(series_with(one, "peer=\"2\""), 0);
     EXPECT_EQ(series_with(one, "port="), 0);
-    // The engine is shown whatever the bound.
     choice.collectors.set();
+    choice.collectors.reset(static_cast<std::size_t>(Collector::peer_connections));
+    // All series of the engine count, and so do gauges.
+    const std::string everything = limited_to(1000000);
+    const int of_program = series_with(everything, "kavstat_") + series_with(everything, "kav_up");
+    const int bound = series_with(everything, "") - of_program;
+    EXPECT_NE(limited_to(bound).find("\nkavstat_series_dropped 0\n"), std::string::npos);
+    EXPECT_EQ(limited_to(bound - 1).find("\nkavstat_series_dropped 0\n"), std::string::npos);
+    // The engine is shown whatever the bound.
     EXPECT_NE(limited_to(1).find("\nkav_cache_reads_total 0\n"), std::string::npos);
 }

@@ -515,6 +515,45 @@ TEST_F(server_test, serves_a_unix_socket)
     unlink(file.path.c_str());
 }
 
+TEST(unix_socket, of_a_server_that_is_gone_is_replaced_by_one_of_those_that_start)
+{
+    ListenAddress address;
+    address.path = "/tmp/kavstat_test." + std::to_string(getpid()) + ".stale";
+    for (int round = 0; round < 50; ++round) {
+        close(listen_on(address));
+        std::vector<int> sockets(4, -1);
+        std::vector<std::thread> servers;
+        for (int& socket : sockets) {
+            servers.emplace_back([&socket, own = address]() mutable { socket = listen_on(own); });
+        }
+        for (std::thread& server : servers) {
+            server.join();
+        }
+        ASSERT_EQ(std::count(sockets.begin(), sockets.end(), -1), 3) << round;
+        EXPECT_NO_THROW(http_client client(address.path)) << round;
+        for (const int socket : sockets) {
+            close(socket);
+        }
+    }
+    unlink(address.path.c_str());
+}
+
+TEST(unix_socket, of_another_server_stays)
+{
+    ListenAddress address;
+    address.path = "/tmp/kavstat_test." + std::to_string(getpid()) + ".own";
+    const int first = listen_on(address);
+    unlink(address.path.c_str());
+    ListenAddress same = address;
+    const int second = listen_on(same);
+    remove_unix_socket(address);
+    EXPECT_NO_THROW(http_client client(address.path));
+    remove_unix_socket(same);
+    EXPECT_THROW(http_client client(address.path), std::runtime_error);
+    close(first);
+    close(second);
+}
+
 TEST_F(server_test, answers_what_it_does_not_serve)
 {
     serve();
@@ -636,6 +675,35 @@ TEST_F(server_test, many_connections_of_one_address_cost_other_addresses_nothing
     EXPECT_EQ(get(server.port(), "/healthz", "127.0.0.3").status, 200);
     EXPECT_FALSE(lazy_too.back()->is_dropped_within(1));
     EXPECT_TRUE(lazy_too.front()->is_dropped_within(5000));
+    EXPECT_TRUE(lazy.read_all().ends_with("\r\n0\r\n\r\n"));
+}
+
+TEST_F(server_test, counts_ipv4_clients_of_a_socket_for_both_families_by_address)
+{
+    start_large();
+    ListenAddress both;
+    both.host = "::";
+    both.inherited = socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    const int off = 0;
+    setsockopt(both.inherited, IPPROTO_IPV6, IPV6_V6ONLY, &off, sizeof off);
+    sockaddr_in6 bound{};
+    bound.sin6_family = AF_INET6;
+    socklen_t size = sizeof bound;
+    ASSERT_EQ(bind(both.inherited, reinterpret_cast<sockaddr*>(&bound), size), 0);
+    ASSERT_EQ(listen(both.inherited, SOMAXCONN), 0);
+    ASSERT_EQ(getsockname(both.inherited, reinterpret_cast<sockaddr*>(&bound), &size), 0);
+    both.port = ntohs(bound.sin6_port);
+    serve(both);
+    const http_client lazy(server.port(), "127.0.0.2");
+    lazy.send("GET /api/v1/statistics HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+    ASSERT_TRUE(lazy.take(1));
+    std::vector<std::unique_ptr<http_client>> others;
+    for (int number = 0; number < 13; ++number) {
+        others.push_back(std::make_unique<http_client>(server.port(), "127.0.0.3"));
+        others.back()->send("GET /api/v1/statistics HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+        others.back()->take(1);
+    }
+    EXPECT_EQ(get(server.port(), "/healthz", "127.0.0.3").status, 200);
     EXPECT_TRUE(lazy.read_all().ends_with("\r\n0\r\n\r\n"));
 }
 

@@ -25,15 +25,28 @@ protected:
                                     "  alice: $2y$10$KBCwKxOzLha2MUDgW0PjXe5iC0KgerkTIWLGUoONajjj98vdFiyt2\n");
         chmod(path("web.yml").c_str(), 0600);
     }
-    // Signs itself, so that it is its own authority.
-    void make_certificate(const std::string& file, const std::string& name)
+    // Signs itself, so that it is its own authority, unless the options name another one.
+    void make_certificate(const std::string& file, const std::string& name, const std::vector<std::string>& more = {})
     {
-        const program_result result =
-            child_program("/usr/bin/openssl",
-                          {"req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-days",
-                           "2", "-subj", "/CN=" + name, "-addext", "subjectAltName=DNS:localhost,IP:127.0.0.1",
-                           "-keyout", path(file + ".key"), "-out", path(file + ".crt")})
-                .finish();
+        std::vector<std::string> options{"req",
+                                         "-x509",
+                                         "-newkey",
+                                         "ec",
+                                         "-pkeyopt",
+                                         "ec_paramgen_curve:P-256",
+                                         "-nodes",
+                                         "-days",
+                                         "2",
+                                         "-subj",
+                                         "/CN=" + name,
+                                         "-addext",
+                                         "subjectAltName=DNS:localhost,IP:127.0.0.1",
+                                         "-keyout",
+                                         path(file + ".key"),
+                                         "-out",
+                                         path(file + ".crt")};
+        options.insert(options.end(), more.begin(), more.end());
+        const program_result result = child_program("/usr/bin/openssl", options).finish();
         ASSERT_EQ(result.status, 0) << result.err;
         chmod(path(file + ".key").c_str(), 0600);
     }
@@ -93,7 +106,7 @@ TEST_F(serve_tls, is_scraped_by_prometheus)
 
 TEST_F(serve_tls, takes_a_renewed_certificate)
 {
-    const kavstat_server server({}, with_web_config());
+    kavstat_server server({}, with_web_config());
     EXPECT_EQ(curl(server, "/healthz", alice), "200 ok\n");
     make_certificate("next", "renewed");
     // Only half of it is renewed: the old one stays.
@@ -105,6 +118,14 @@ TEST_F(serve_tls, takes_a_renewed_certificate)
     write_file(path("server.key"), bytes_of_file(path("next.key")));
     write_file(path("server.crt"), bytes_of_file(path("next.crt")));
     EXPECT_EQ(curl(server, "/healthz", alice), "200 ok\n");
+    // A pipe does not block the server.
+    unlink(path("server.key").c_str());
+    ASSERT_EQ(mkfifo(path("server.key").c_str(), 0600), 0);
+    EXPECT_EQ(curl(server, "/healthz", alice), "200 ok\n");
+    const std::string stays = "kavstat: the old certificate stays in use: " + path("server.key") + ": ";
+    const std::string taken = "kavstat: " + path("server.crt") + ": the new certificate is in use\n";
+    EXPECT_EQ(server.stop().err, stays + "not the key of the certificate in " + path("server.crt") + "\n" + taken +
+                                     taken + stays + "not a regular file of 1 byte to 1 MB\n");
 }
 
 TEST_F(serve_tls, demands_certificates_of_clients)
@@ -122,6 +143,14 @@ TEST_F(serve_tls, demands_certificates_of_clients)
     };
     EXPECT_EQ(as("client"), "200 ok\n");
     EXPECT_EQ(as("stranger"), "000 ");
+    const auto made_for = [&](const std::string& purpose) {
+        make_certificate(purpose, purpose,
+                         {"-CA", path("client.crt"), "-CAkey", path("client.key"), "-addext",
+                          "basicConstraints=critical,CA:FALSE", "-addext", "extendedKeyUsage=" + purpose});
+        return as(purpose);
+    };
+    EXPECT_EQ(made_for("clientAuth"), "200 ok\n");
+    EXPECT_EQ(made_for("serverAuth"), "000 ");
     EXPECT_EQ(curl(server, "/healthz", {}), "000 ");
 }
 
