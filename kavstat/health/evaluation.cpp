@@ -695,16 +695,17 @@ std::vector<Finding> findings(const RuleSet& rules, const HealthMoments& moments
 // Rates are computed over one to two times this time, and connections are read this often.
 constexpr std::chrono::seconds moments_apart(5);
 
-const std::vector<Finding>& HealthWatch::update(RE_image_reader& reader, const Snapshot& now, clock::time_point at)
+const std::vector<Finding>& HealthWatch::update(RE_image_reader& reader, const Snapshot& now, clock::time_point at,
+                                                std::shared_ptr<const Snapshot> kept)
 {
     using seconds = std::chrono::duration<double>;
-    if (!m_moments.empty() && m_moments.back().snapshot.engine_start_time != now.engine_start_time) {
+    if (!m_moments.empty() && m_moments.back().snapshot->engine_start_time != now.engine_start_time) {
         m_moments.clear();
     }
     HealthMoments moments;
     m_seconds.reset();
     if (!m_moments.empty() && at > m_moments.front().at) {
-        moments.before = &m_moments.front().snapshot;
+        moments.before = m_moments.front().snapshot.get();
         moments.seconds = seconds(at - m_moments.front().at).count();
         m_seconds = moments.seconds;
     }
@@ -714,7 +715,7 @@ const std::vector<Finding>& HealthWatch::update(RE_image_reader& reader, const S
     remember_since(at);
 
     if (m_moments.empty() || at - m_moments.back().at >= moments_apart) {
-        m_moments.push_back({now, at});
+        m_moments.push_back({kept != nullptr ? std::move(kept) : std::make_shared<Snapshot>(now), at});
     }
     while (m_moments.size() > 1 && at - m_moments[1].at >= moments_apart) {
         m_moments.pop_front();

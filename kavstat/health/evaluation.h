@@ -7,6 +7,7 @@
 #include <chrono>
 #include <deque>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -147,7 +148,9 @@ public:
     explicit HealthWatch(RuleSet rules = {}) : m_rules(std::move(rules)) {}
 
     // Evaluates the current statistics. reader: open; the snapshot was taken from it.
-    const std::vector<Finding>& update(RE_image_reader& reader, const Snapshot& now, clock::time_point at);
+    // kept: the same snapshot, from a caller that shares it; otherwise some of the snapshots are copied.
+    const std::vector<Finding>& update(RE_image_reader& reader, const Snapshot& now, clock::time_point at,
+                                       std::shared_ptr<const Snapshot> kept = nullptr);
     // No engine is running.
     const std::vector<Finding>& lose(clock::time_point at);
 
@@ -159,7 +162,7 @@ public:
 private:
     struct Moment
     {
-        Snapshot snapshot;
+        std::shared_ptr<const Snapshot> snapshot;
         clock::time_point at;
     };
 

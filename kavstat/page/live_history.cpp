@@ -69,8 +69,8 @@ void LiveHistory::take(std::unique_ptr<Source> source, clock::time_point at, std
     using std::chrono::duration_cast;
     const std::int64_t time = duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count();
     const bool b_same_engine = m_source != nullptr && source->is_same_engine(*m_source);
-    std::swap(m_before, m_now);
-    m_now = take_snapshot(source->reader(), std::chrono::system_clock::to_time_t(now));
+    m_before = std::move(m_now);
+    m_now = std::make_shared<Snapshot>(take_snapshot(source->reader(), std::chrono::system_clock::to_time_t(now)));
     m_source = std::move(source);
     if (!b_same_engine || m_before->engine_start_time != m_now->engine_start_time) {
         m_before.reset();
@@ -109,7 +109,7 @@ void LiveHistory::judge(Source& source, clock::time_point at)
         return;
     }
     const clock::time_point start = clock::now();
-    m_health.update(source.reader(), *m_now, at);
+    m_health.update(source.reader(), *m_now, at, m_now);
     m_report = health_report(m_health, *m_now, source.name());
     // Rules may have to look at every connection.
     m_next_judgement = at + 100 * (clock::now() - start);
@@ -209,7 +209,7 @@ std::optional<ChartRows> LiveHistory::rows(ChartScope scope, const std::string& 
 
 TwoMoments LiveHistory::moments() const
 {
-    return {m_before ? &*m_before : nullptr, m_now ? &*m_now : nullptr, m_seconds};
+    return {m_before.get(), m_now.get(), m_seconds};
 }
 
 } // namespace kavstat

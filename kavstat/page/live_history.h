@@ -89,8 +89,8 @@ private:
     std::array<Series, 3> m_series;
 
     std::unique_ptr<Source> m_source; // of the last sample
-    std::optional<Snapshot> m_before;
-    std::optional<Snapshot> m_now;
+    std::shared_ptr<const Snapshot> m_before;
+    std::shared_ptr<const Snapshot> m_now;
     clock::time_point m_at;
     double m_seconds = 0;
 

@@ -332,7 +332,7 @@ TEST_F(history_test, the_reason_of_a_failure_survives_the_rollback)
 TEST_F(history_test, a_full_nack_log_does_not_prevent_recording)
 {
     start({8, 16, 64, 8000});
-    for (int number = 0; number < 8000; ++number) {
+    for (std::uint32_t number = 0; number < 8000; ++number) {
         engine.add_nack(nack_of(number));
     }
     RecorderOptions made = options();
