@@ -31,6 +31,8 @@ class PageTest(unittest.TestCase):
     def setUp(self):
         self.servers = PageServers().__enter__()
         self.addCleanup(self.servers.close)
+        # Runs before that: a page whose server has gone would complain in the next test.
+        self.addCleanup(self.browser.driver.get, "about:blank")
         self.segment = self.servers.segment()
         self.browser.resize(1440, 900)
         self.browser.darken(False)
