@@ -270,7 +270,9 @@ void read_connection_row(const Statement& row, int column, SnapshotConn& conn)
     conn.close_time = row.integer(column++);
     column += static_cast<int>(transport_fields.size());
     const std::string_view transport = row.bytes(column++);
-    std::memcpy(&conn.transport, transport.data(), std::min(transport.size(), sizeof conn.transport));
+    if (!transport.empty()) {
+        std::memcpy(&conn.transport, transport.data(), std::min(transport.size(), sizeof conn.transport));
+    }
     read_counters(row, column, CounterScope::connection, std::span<long long>(conn.figures));
 }
 

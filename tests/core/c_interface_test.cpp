@@ -123,10 +123,10 @@ TEST_F(c_interface_test, a_connection_is_published_with_every_field)
     EXPECT_EQ(ends.m_server_ip, 0xc6336414U);
     EXPECT_EQ(ends.m_client_port, 40000);
     EXPECT_EQ(ends.m_server_port, 80);
-    SO_stat_conn_header state{};
+    SO_stat_conn_header state{}; // packed, so that its members are compared by value
     reader().read_conn_so_header(slot, state);
-    EXPECT_EQ(state.m_conn_type, 9);
-    EXPECT_EQ(state.m_comp_type, 3);
+    EXPECT_EQ(+state.m_conn_type, 9);
+    EXPECT_EQ(+state.m_comp_type, 3);
     EXPECT_TRUE(state.m_eot_state.m_req_recv && state.m_eot_state.m_ss_ack_recv && !state.m_eot_state.m_req_send);
     EXPECT_TRUE(state.m_ao_net_state.m_wt_shut && state.m_ao_net_state.m_envoy && !state.m_ao_net_state.m_rd_shut);
     EXPECT_TRUE(state.m_wan_net_state.m_rd_shut && state.m_wan_net_state.m_wt_in_kq && !state.m_wan_net_state.m_close);
@@ -135,18 +135,18 @@ TEST_F(c_interface_test, a_connection_is_published_with_every_field)
     EXPECT_EQ(state.m_local_hints.m_re_mode_hint, 3);
     EXPECT_EQ(state.m_remote_hints.m_latency, 4);
     EXPECT_EQ(state.m_active_hints.m_latency, 15);
-    EXPECT_EQ(state.m_local_cfg_kav_mode, 1);
-    EXPECT_EQ(state.m_remote_cfg_kav_mode, 2);
-    EXPECT_EQ(state.m_applied_kav_mode, 3);
+    EXPECT_EQ(+state.m_local_cfg_kav_mode, 1);
+    EXPECT_EQ(+state.m_remote_cfg_kav_mode, 2);
+    EXPECT_EQ(+state.m_applied_kav_mode, 3);
     EXPECT_EQ(state.m_kav_mode_negotiated, 1);
-    EXPECT_EQ(state.m_reset_code, 21);
-    EXPECT_EQ(state.m_class_id, 22);
-    EXPECT_EQ(state.m_dscp, 23);
-    EXPECT_EQ(state.m_wan_insert_ao_type, 24);
-    EXPECT_EQ(state.m_wan_fd, 25);
-    EXPECT_EQ(state.m_ao_fd, 26);
-    EXPECT_EQ(state.m_eot_remote_orig_bytes, 27);
-    EXPECT_EQ(state.m_eot_local_orig_bytes, 28);
+    EXPECT_EQ(+state.m_reset_code, 21);
+    EXPECT_EQ(+state.m_class_id, 22);
+    EXPECT_EQ(+state.m_dscp, 23);
+    EXPECT_EQ(+state.m_wan_insert_ao_type, 24);
+    EXPECT_EQ(+state.m_wan_fd, 25);
+    EXPECT_EQ(+state.m_ao_fd, 26);
+    EXPECT_EQ(+state.m_eot_remote_orig_bytes, 27);
+    EXPECT_EQ(+state.m_eot_local_orig_bytes, 28);
 
     EXPECT_EQ(kav_writer_add_connection_stat(writer(), slot, RE_STAT_CONN_ID_ENCODE_IN_BYTES, 1000), 0);
     EXPECT_EQ(kav_writer_set_connection_stat(writer(), slot, RE_STAT_CONN_ID_ENCODE_IN_BYTES, 700), 0);

@@ -47,7 +47,7 @@ TEST_F(live_view, shows_pages_filters_helps_and_ends)
     screen.press({"8"});
     expect_in(screen.screen_with("PARAMETER"), "  max_con_cur_connection      4000");
     screen.press({"?"});
-    expect_in(screen.screen_with("kavstat watch: keys"), "? q          this help, which any key leaves; quit");
+    expect_in(screen.screen_with("kavstat watch: keys"), "? q          show this help, which any key closes; quit");
     screen.press({"x"});
     screen.screen_without("keys");
     screen.press({"q"});
@@ -205,7 +205,7 @@ TEST_F(live_view, of_a_file_is_shown_once_or_until_a_key)
         run_kavstat({"watch", "--file", path("saved"), "-p", "connections", "--sort", "connection"});
     EXPECT_EQ(text.status, 0) << text.err;
     expect_in(text.out, "connections at ");
-    expect_in(text.out, path("saved"));
+    expect_in(text.out, "  saved\n");
     expect_in(text.out, "\n          12      1 192.0.2.10:50000      198.51.100.20:80      open             - ");
     const program_result none = run_kavstat({"watch", "--file", path("none")});
     EXPECT_EQ(none.status, 3);

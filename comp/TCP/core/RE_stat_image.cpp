@@ -215,7 +215,9 @@ void RE_stat_image::place_counters()
 {
     // before: the number of counters before these in a row.
     const auto counters = [](const RE_image_view& rows, std::uint64_t before, std::uint32_t count_of_family) {
-        return RE_image_counters{rows.base + before * RE_image_word, rows.stride, count_of_family};
+        unsigned char* const first =
+            rows.base != nullptr ? rows.base + before * RE_image_word : nullptr; // without rows
+        return RE_image_counters{first, rows.stride, count_of_family};
     };
     global_stats = counters(global, 0, counts.global);
     global_conn_stats = counters(global, counts.global, counts.conn);
