@@ -93,6 +93,7 @@ std::vector<std::string> keys_of_peers(const Snapshot& now)
     });
     peers.resize(std::min(peers.size(), most_peers_with_charts));
     std::vector<std::string> keys;
+    keys.reserve(peers.size());
     for (const SnapshotPeer* const peer : peers) {
         keys.push_back(entity_key(*peer));
     }
