@@ -25,8 +25,8 @@ static void stop(int signal)
 int main(void)
 {
     kav_writer* writer;
-    kav_peer peer = {{0}, {2, 0x4b, 0x41, 0x56, 0, 1}, {0}, 0xcb007101, "branch-1"}; /* 203.0.113.1 */
-    kav_connection ends = {1, 0xc000020a, 0xc6336414, 40000, 80};                    /* 192.0.2.10 to 198.51.100.20 */
+    kav_peer peer = {{0}, {2, 0x4b, 0x41, 0x56, 0, 1}, {0}, 0xcb007101, "branch-1", false, true}; /* 203.0.113.1 */
+    kav_connection ends = {1, 0xc000020a, 0xc6336414, 40000, 80}; /* 192.0.2.10 to 198.51.100.20 */
     kav_transport transport = {0};
     int error, peer_slot, slot;
 

@@ -24,7 +24,9 @@ int main()
         return 1;
     }
     statistics.set_global(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_ACTIVE);
-    const int peer = statistics.add_peer(1, RE_stat_peer_header{});
+    RE_stat_peer_header device{};
+    device.m_b_update_from_active_conn = 1; // 0 would mean that the peer is disconnected
+    const int peer = statistics.add_peer(1, device);
 
     RE_stat_conn_header ends{};
     ends.m_conn_id = 1;

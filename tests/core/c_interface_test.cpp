@@ -58,6 +58,7 @@ TEST_F(c_interface_test, a_peer_is_published_with_every_field)
     m_peer.ip = 0xcb007101;
     const std::string long_name(400, 'n');
     m_peer.host_name = long_name.c_str();
+    m_peer.from_active_connection = true;
     const int slot = add_peer();
     ASSERT_EQ(slot, 0);
     EXPECT_EQ(kav_writer_set_peer_stat(writer(), slot, RE_STAT_PEER_ID_NUM_TOTAL_CONNS, 40), 0);
@@ -72,6 +73,8 @@ TEST_F(c_interface_test, a_peer_is_published_with_every_field)
     EXPECT_EQ(std::memcmp(header.m_kav_peer_id.data(), "0123456789abcdef", 16), 0);
     EXPECT_EQ(header.m_peer_ip, 0xcb007101U);
     EXPECT_EQ(std::string(header.m_peer_host_name), std::string(256, 'n'));
+    EXPECT_EQ(header.m_b_outdated, 0);
+    EXPECT_EQ(header.m_b_update_from_active_conn, 1);
     int number = 0;
     reader().read_peer_id(slot, number);
     EXPECT_EQ(number, 7);
@@ -80,10 +83,14 @@ TEST_F(c_interface_test, a_peer_is_published_with_every_field)
     EXPECT_EQ(value, 42);
 
     m_peer.host_name = nullptr;
+    m_peer.outdated = true;
+    m_peer.from_active_connection = false;
     EXPECT_EQ(kav_writer_update_peer(writer(), slot, &m_peer), 0);
     ASSERT_TRUE(reader().is_peer_valid(slot));
     reader().read_peer_header(slot, header);
     EXPECT_STREQ(header.m_peer_host_name, "");
+    EXPECT_EQ(header.m_b_outdated, 1);
+    EXPECT_EQ(header.m_b_update_from_active_conn, 0);
     EXPECT_EQ(kav_writer_remove_peer(writer(), slot), 0);
     EXPECT_FALSE(reader().is_peer_valid(slot));
 }

@@ -36,10 +36,11 @@ protected:
     static std::string reports_of_engine(const std::string& program)
     {
         const std::string viewer = in_prefix("bin/exec_show_stats_kav");
+        const std::string health = in_prefix("bin/kavstat") + "' health --interval 0.1";
         return output_of("export KAV_STAT_SEGMENT=kav_installed_tree.$$ LD_LIBRARY_PATH='" + libraries() + "'\n'" +
                          program + "' & for i in $(seq 100); do '" + viewer +
                          "' nack >/dev/null && break; sleep 0.05; done\n'" + viewer + "' global-info; '" + viewer +
-                         "' conn; kill $!; wait $!; echo \"status $?\"; '" + viewer + "' nack");
+                         "' conn; '" + health + "; kill $!; wait $!; echo \"status $?\"; '" + viewer + "' nack");
     }
 
     static void expect_reports_of_minimal_engine(const std::string& reports)
@@ -50,6 +51,7 @@ protected:
             << reports;
         EXPECT_TRUE(contains(reports, "1       1      192.0.2.10:40000  198.51.100.20:80     1000B/   0B  A\n"))
             << reports;
+        EXPECT_TRUE(contains(reports, "KAV WARNING: 1 problem - engine: engine_restarted\n")) << reports;
         EXPECT_TRUE(contains(reports, "status 0\nKAV Statistics failed OR KAV was not initialized by WEQ")) << reports;
     }
 

@@ -116,6 +116,8 @@ RE_stat_peer_header header_of(const kav_peer& peer)
     std::copy(std::begin(peer.kav_peer_id), std::end(peer.kav_peer_id), header.m_kav_peer_id.m_data);
     header.m_peer_ip = peer.ip;
     copy_text(header.m_peer_host_name, peer.host_name);
+    header.m_b_outdated = peer.outdated ? 1 : 0;
+    header.m_b_update_from_active_conn = peer.from_active_connection ? 1 : 0;
     return header;
 }
 

@@ -67,11 +67,13 @@ enum kav_cache_state
 /** The identity of a peer. */
 typedef struct kav_peer
 {
-    uint8_t context_id[20];  /**< MAC addresses of both devices, then 8 bytes that tell their contexts apart */
-    uint8_t mac_id[6];       /**< MAC address of the peer's device */
-    uint8_t kav_peer_id[16]; /**< identity of the peer's engine; begins with a MAC address of its device */
-    uint32_t ip;             /**< as the peer reported it; 0 when it did not */
-    const char* host_name;   /**< cut after 256 bytes; null or empty when it is not known */
+    uint8_t context_id[20];      /**< MAC addresses of both devices, then 8 bytes that tell their contexts apart */
+    uint8_t mac_id[6];           /**< MAC address of the peer's device */
+    uint8_t kav_peer_id[16];     /**< identity of the peer's engine; begins with a MAC address of its device */
+    uint32_t ip;                 /**< as the peer reported it; 0 when it did not */
+    const char* host_name;       /**< cut after 256 bytes; null or empty when it is not known */
+    bool outdated;               /**< what is known of the peer is out of date */
+    bool from_active_connection; /**< it came from a connection that is open; false while the peer is disconnected */
 } kav_peer;
 
 /** What works on a connection. */
