@@ -11,6 +11,7 @@ import shutil
 import signal
 import socket
 import subprocess
+import sys
 import tempfile
 import threading
 import time
@@ -63,6 +64,23 @@ def wait_until(is_so, seconds=60, pause=0.2):
         if time.monotonic() > deadline:
             return False
         time.sleep(pause)
+
+
+class Tally:
+    """What a campaign has tried and lost."""
+
+    def __init__(self):
+        self.tried = 0
+        self.lost = 0
+
+    def add(self, b_kept, what):
+        self.tried += 1
+        if not b_kept:
+            self.lost += 1
+            print("lost:", what, file=sys.stderr)
+
+    def add_when(self, is_so, what, seconds=60):
+        self.add(wait_until(is_so, seconds), what)
 
 
 class Prometheus:

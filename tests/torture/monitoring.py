@@ -8,24 +8,9 @@ import re
 import sys
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
-from servers import BIN, KIT, SOURCE, Servers, free_port, output_of, scrape_configuration, wait_until
+from servers import BIN, KIT, SOURCE, Servers, Tally, free_port, output_of, scrape_configuration, wait_until
 
 FLEET = os.path.join(SOURCE, "examples", "fleet")
-
-
-class Tally:
-    def __init__(self):
-        self.tried = 0
-        self.lost = 0
-
-    def add(self, b_kept, what):
-        self.tried += 1
-        if not b_kept:
-            self.lost += 1
-            print("lost:", what, file=sys.stderr)
-
-    def add_when(self, is_so, what, seconds=60):
-        self.add(wait_until(is_so, seconds), what)
 
 
 def read(path):

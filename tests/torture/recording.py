@@ -13,22 +13,13 @@ import sys
 import tempfile
 import time
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+from servers import Tally
+
 SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 BIN = os.environ.get("KAV_BIN", os.path.join(SOURCE, "build", "release", "bin"))
 KAVSTAT = os.path.join(BIN, "kavstat")
 INTERVAL = 0.1
-
-
-class Tally:
-    def __init__(self):
-        self.tried = 0
-        self.lost = 0
-
-    def add(self, b_kept, what):
-        self.tried += 1
-        if not b_kept:
-            self.lost += 1
-            print("lost:", what, file=sys.stderr)
 
 
 def ask(path, query):
