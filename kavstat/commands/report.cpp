@@ -291,15 +291,11 @@ private:
 
 int run_report(const ReportOptions& options)
 {
-    RuleFileResult file;
-    if (options.rules) {
-        file = read_rule_file(*options.rules);
-    }
-    if (!file.error.empty()) {
-        report_error(file.error);
+    std::optional<RuleSet> rules = read_rules_or_report(options.rules);
+    if (!rules) {
         return EXIT_USAGE;
     }
-    return ReportCommand(options, std::move(file.rules)).run();
+    return ReportCommand(options, std::move(*rules)).run();
 }
 
 } // namespace kavstat

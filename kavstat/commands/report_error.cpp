@@ -33,6 +33,19 @@ int report_if_cut(Source& source)
     return EXIT_NO_STATISTICS;
 }
 
+std::optional<RuleSet> read_rules_or_report(const std::optional<std::string>& file)
+{
+    RuleFileResult result;
+    if (file) {
+        result = read_rule_file(*file);
+    }
+    if (!result.error.empty()) {
+        report_error(result.error);
+        return std::nullopt;
+    }
+    return std::move(result.rules);
+}
+
 int finish_output(Output& output, const DescriptorSink& sink)
 {
     if (output.flush()) {

@@ -9,20 +9,16 @@ namespace kavstat {
 
 int run_rules(const RulesOptions& options)
 {
-    RuleFileResult file;
-    if (options.rules) {
-        file = read_rule_file(*options.rules);
-    }
-    if (!file.error.empty()) {
-        report_error(file.error);
+    const std::optional<RuleSet> rules = read_rules_or_report(options.rules);
+    if (!rules) {
         return EXIT_USAGE;
     }
     DescriptorSink sink(STDOUT_FILENO);
     Output output(sink);
     if (options.b_settings) {
-        write_rule_settings(file.rules, output);
+        write_rule_settings(*rules, output);
     } else {
-        write_prometheus_rules(file.rules, output);
+        write_prometheus_rules(*rules, output);
     }
     return finish_output(output, sink);
 }

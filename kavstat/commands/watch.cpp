@@ -271,18 +271,14 @@ int run_watch(const WatchOptions& options)
     if (!set_up(view.page(), options)) {
         return EXIT_USAGE;
     }
-    RuleFileResult rules;
-    if (options.rules) {
-        rules = read_rule_file(*options.rules);
-    }
-    if (!rules.error.empty()) {
-        report_error(rules.error);
+    std::optional<RuleSet> rules = read_rules_or_report(options.rules);
+    if (!rules) {
         return EXIT_USAGE;
     }
     if (options.history.file) {
-        return play(options, view, std::move(rules.rules));
+        return play(options, view, std::move(*rules));
     }
-    WatchModel model(std::move(rules.rules));
+    WatchModel model(std::move(*rules));
     Looks looks(options.file);
     end_at_signals();
     if (!options.b_once && !options.b_json && isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0) {
