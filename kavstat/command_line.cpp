@@ -368,6 +368,7 @@ void add_serve(CLI::App& app, int& status)
         ->capture_default_str();
     command->add_option("--history", options->http.history, "A file of \"record\": the page shows its past, too")
         ->check(CLI::ExistingFile);
+    command->add_option("--rules", options->rules, rules_help);
     command->add_option("--web-config", options->web_config,
                         "A file with TLS certificate and users, as Prometheus' web configuration");
     command->add_flag("--insecure", options->b_insecure, "Serve other machines without TLS or without passwords");

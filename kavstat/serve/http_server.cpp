@@ -377,6 +377,7 @@ bool HttpServer::implementation::start(const ListenAddress& address, const HttpL
     m_allowed_hosts = options.allowed_hosts;
     m_context.metrics = options.metrics;
     m_history = options.history;
+    m_live = LiveHistory(options.rules);
     m_web = options.web;
     m_report = options.report;
     m_stop = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
