@@ -15,7 +15,8 @@ class LiveSource {
     }
     const text = await answer.json().catch(() => null);
     if (!answer.ok || text === null) {
-      throw new Error(text?.error ?? `kavstat answered with status ${answer.status}`);
+      throw Object.assign(new Error(text?.error ?? `kavstat answered with status ${answer.status}`),
+        { status: answer.status });
     }
     return text;
   }
@@ -64,7 +65,8 @@ function queryTable(table, { search = "", sort, reverse = 0, top = Infinity }) {
   if (at >= 0) {
     rows.sort((one, other) => order(one[at], other[at]));
   }
-  return { ...table, matching: rows.length, rows: rows.slice(0, top) };
+  return { ...table, matching: rows.length, sort: sort ?? table.sort, reverse: sort ? Boolean(reverse) : table.reverse,
+    rows: rows.slice(0, top) };
 }
 
 // Rows as objects by the keys of their columns.

@@ -67,7 +67,7 @@ class Range {
     const isSound = isKnown(from) && isKnown(to) && from < to;
     this.to.setCustomValidity(isSound ? "" : "not after the beginning");
     this.to.reportValidity();
-    this.custom = isSound ? { from, to, isLive: false } : null;
+    this.custom = isSound ? { from, to, isLive: false, isPast: true } : null;
   }
 
   times() {
@@ -75,8 +75,8 @@ class Range {
       return this.custom;
     }
     const now = Date.now() / 1000;
-    return this.seconds > 0 ? { from: now - this.seconds, to: now, isLive: false }
-      : { from: null, to: null, isLive: this.isLiveSource };
+    return this.seconds > 0 ? { from: now - this.seconds, to: now, isLive: false, isPast: true }
+      : { from: null, to: null, isLive: this.isLiveSource, isPast: false };
   }
 }
 
@@ -137,7 +137,8 @@ class Page {
     try {
       this.health = await this.source.get("health");
       this.showEngine();
-      if (this.health.reason !== null && this.source.isLive) {
+      // The past can be read without an engine.
+      if (this.health.reason !== null && this.range.times().isLive) {
         throw new Error(this.health.reason);
       }
       await view.update();
@@ -168,7 +169,9 @@ class Page {
       engine.replaceChildren(badge);
     }
     const facts = document.getElementById("facts");
-    if (start !== null) {
+    if (start === null) {
+      facts.textContent = "";
+    } else {
       const shown = this.source.isLive ? `up ${ageText(now - start)}, read ${clockText(now)}`
         : `${this.health.source}, ${timeText(now)}, up ${ageText(now - start)}`;
       facts.textContent = `${shown}, kavstat ${this.health.kavstat_version}`;

@@ -89,6 +89,8 @@ public:
         std::sort_heap(m_rows.begin(), m_rows.end(), ahead());
         json.member("total", static_cast<long long>(total));
         json.member("matching", static_cast<long long>(m_matching));
+        json.member_text("sort", m_query.sort);
+        json.member_boolean("reverse", m_query.b_reverse);
         json.key("columns");
         json.begin_array();
         for (const TableColumn<Row>& column : m_columns) {

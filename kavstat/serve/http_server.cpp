@@ -325,9 +325,10 @@ private:
 
     LiveHistory m_live;
     ConnectionRates m_connection_rates;
+    PastMoments m_past;
     std::string m_history;
-    RouteContext m_context{m_moments, m_live, m_connection_rates,
-                           m_history, {},     static_cast<double>(std::time(nullptr))};
+    RouteContext m_context{
+        m_moments, m_live, m_connection_rates, m_past, m_history, {}, static_cast<double>(std::time(nullptr))};
 
     static void cut_off(client& one)
     {
@@ -498,6 +499,7 @@ void HttpServer::implementation::take_sample()
     try {
         m_live.sample(steady_clock::now(), std::chrono::system_clock::now());
         m_connection_rates.forget_unless_used(steady_clock::now());
+        m_past.forget_unless_used(steady_clock::now());
     } catch (const std::exception&) {
         // Out of memory. The next sample may succeed.
     }

@@ -96,10 +96,14 @@ class PageTest(unittest.TestCase):
         self.servers.page_engine(self.segment)
         self.browser.open(self.serve() + "#/peers")
         self.assertTrue(self.browser.wait(lambda: len(self.browser.texts("#table-peers tbody tr")) == 6))
+        # The document's own order is marked, too.
+        self.assertEqual(self.browser.texts("#table-peers th[aria-sort=descending]"), ["Before"])
         button = self.browser.all("#table-peers button[data-key=encode_in]")[0]
         button.click()
         self.assertTrue(self.browser.wait(lambda: self.browser.column("peers", "Peer") == ["6", "5", "4", "3", "2", "1"]))
-        self.assertEqual(self.browser.all("#table-peers th[aria-sort=descending]")[0].text.split()[0], "Encode")
+        self.assertEqual(self.browser.texts("#table-peers th[aria-sort]"), ["Encode in"])
+        mark = "return getComputedStyle(arguments[0], '::after').content"
+        self.assertEqual(self.browser.driver.execute_script(mark, button), '" ↓"')
         button.click()
         self.assertTrue(self.browser.wait(lambda: self.browser.column("peers", "Peer") == ["1", "2", "3", "4", "5", "6"]))
 
@@ -187,7 +191,7 @@ class PageTest(unittest.TestCase):
         self.expect_no_complaint()
 
     def test_shows_a_recorded_past(self):
-        self.servers.page_engine(self.segment)
+        engine = self.servers.page_engine(self.segment)
         history = self.servers.path("history.db")
         for _ in range(3):
             kavstat(self.segment, "record", "--once", history)
@@ -200,6 +204,18 @@ class PageTest(unittest.TestCase):
         self.browser.all("#chart-connections summary")[0].click()
         rows = "#chart-connections tbody tr td"
         self.assertTrue(self.browser.wait(lambda: self.browser.texts(rows) == ["6", "6", "6"]), self.browser.texts(rows))
+        self.expect_text(".when", "Figures recorded at ")
+
+        # The past can be read without an engine.
+        self.servers.stop(engine)
+        self.browser.all("a[data-view=peers]")[0].click()
+        self.expect_text(".when", "Recorded at ")
+        self.assertEqual(len(self.browser.texts("#table-peers tbody tr")), 6)
+        self.assertFalse(self.browser.all("#alert")[0].is_displayed())
+        self.browser.all("a[data-view=overview]")[0].click()
+        self.assertTrue(self.browser.wait(lambda: self.browser.text("#figure-connections") == "6"))
+        self.browser.all("#range-choice option[value='0']")[0].click()
+        self.assertTrue(self.browser.wait(self.browser.all("#alert")[0].is_displayed))
         self.expect_no_complaint()
 
         report = self.servers.path("report.html")
