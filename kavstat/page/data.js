@@ -59,7 +59,11 @@ function queryTable(table, { search = "", sort, reverse = 0, top = Infinity }) {
     if (one === null || other === null) {
       return (one === null) - (other === null);
     }
-    const forwards = typeof one === "string" ? (one < other ? -1 : one > other ? 1 : 0) : other - one;
+    const isText = typeof one === "string";
+    let forwards = isText ? (one < other ? -1 : one > other ? 1 : 0) : other - one;
+    if (isText !== (typeof other === "string")) {
+      forwards = isText ? 1 : -1; // numbers come before texts
+    }
     return reverse ? -forwards : forwards;
   };
   if (at >= 0) {

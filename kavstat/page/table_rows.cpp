@@ -67,6 +67,10 @@ bool comes_before(const TableCell& one, const TableCell& other, bool b_reverse)
     if (text != nullptr && other_text != nullptr) {
         return b_reverse ? *other_text < *text : *text < *other_text;
     }
+    // The values of settings are both. Numbers come before texts.
+    if ((text == nullptr) != (other_text == nullptr)) {
+        return (text == nullptr) != b_reverse;
+    }
     const double number = order_of(one).value_or(0);
     const double other_number = order_of(other).value_or(0);
     return b_reverse ? number < other_number : number > other_number;

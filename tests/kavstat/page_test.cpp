@@ -400,6 +400,26 @@ TEST_F(page_test, every_table_has_its_rows)
     EXPECT_GT(statistics["nacks"].size(), 0U);
 }
 
+TEST_F(page_test, settings_are_ordered_numbers_before_texts)
+{
+    start();
+    fill();
+    serve();
+    std::vector<nlohmann::json> values = column(document("/api/v1/configuration?sort=value"), "value");
+    const auto is_before = [](const nlohmann::json& one, const nlohmann::json& other) {
+        if (one.is_string() != other.is_string()) {
+            return other.is_string();
+        }
+        return one.is_string() ? one < other : other < one;
+    };
+    EXPECT_TRUE(values.front().is_number());
+    EXPECT_TRUE(values.back().is_string());
+    EXPECT_TRUE(std::is_sorted(values.begin(), values.end(), is_before)) << nlohmann::json(values);
+    const nlohmann::json reverse = column(document("/api/v1/configuration?sort=value&reverse=1"), "value");
+    values.assign(reverse.rbegin(), reverse.rend());
+    EXPECT_TRUE(std::is_sorted(values.begin(), values.end(), is_before)) << reverse;
+}
+
 TEST_F(page_test, documents_of_the_page_are_those_of_the_command_line)
 {
     start();
