@@ -53,9 +53,11 @@ class Chart {
     this.definition = definition;
     this.values = []; // by series
     this.times = [];
-    this.canvas = element("div", { class: "canvas", "aria-hidden": "true" });
+    // dygraphs itself shows the range of the rows then, which may be less.
+    this.canvas = element("div", { class: "canvas", "aria-hidden": "true", ondblclick: () => board.zoom(null) });
     this.empty = element("p", { class: "quiet", hidden: true });
-    this.figures = definition.series.map(() => element("span", { class: "figure" }, noFigure));
+    this.figures = definition.series.map(() =>
+      element("span", { class: `figure ${definition.unit}` }, noFigure));
     this.legend = element("ul", { class: "legend" });
     definition.series.forEach((series, at) => {
       this.legend.append(element("li", {}, lineSample(at), ` ${series.label} `, this.figures[at]));

@@ -119,6 +119,7 @@ class Page {
     for (const link of this.links) {
       if (link.dataset.view === name) {
         link.setAttribute("aria-current", "page");
+        link.scrollIntoView({ inline: "nearest", block: "nearest" });
       } else {
         link.removeAttribute("aria-current");
       }

@@ -388,7 +388,7 @@ function makeView(page, fragment) {
   if (name === "application" && key) {
     return { name: "applications", view: new ApplicationView(page, decoded) };
   }
-  if (!(name in views) || name === "overview") {
+  if (!Object.hasOwn(views, name) || name === "overview") {
     return { name: "overview", view: new OverviewView(page) };
   }
   return { name, view: new ListView(page, name, views[name]) };

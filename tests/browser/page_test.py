@@ -7,19 +7,7 @@ import unittest
 from selenium.webdriver.common.action_chains import ActionChains
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from browser import Browser, PageServers, kavstat, statistics
-
-
-def size_text(count):
-    """As kavstat shows sizes."""
-    if abs(count) < 1000:
-        return f"{count} B"
-    value = count / 1024
-    for ending in ["KiB", "MiB", "GiB", "TiB"]:
-        if abs(value) < 999.95:
-            return f"{value:.1f} {ending}"
-        value /= 1024
-    raise ValueError(count)
+from browser import Browser, PageServers, kavstat, size_text, statistics
 
 
 class PageTest(unittest.TestCase):
@@ -129,8 +117,14 @@ class PageTest(unittest.TestCase):
         self.assertTrue(self.browser.wait(lambda: self.browser.all("button.reset")[0].is_displayed()))
         self.assertNotEqual(labels("traffic"), whole)
         self.assertEqual(labels("traffic"), labels("connections"))
-        self.browser.all("button.reset")[0].click()
-        self.assertFalse(self.browser.all("button.reset")[0].is_displayed())
+        reset = self.browser.all("button.reset")[0]
+        reset.click()
+        self.assertFalse(reset.is_displayed())
+        ActionChains(self.browser.driver).move_to_element_with_offset(canvas, 20, 0).click_and_hold() \
+            .move_by_offset(100, 0).release().perform()
+        self.assertTrue(self.browser.wait(reset.is_displayed))
+        ActionChains(self.browser.driver).double_click(canvas).perform()
+        self.assertFalse(reset.is_displayed())
 
         # The same values as a table.
         self.browser.all("#chart-traffic summary")[0].click()
