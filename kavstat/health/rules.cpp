@@ -520,7 +520,7 @@ constexpr Rule rules[] = {
     {.name = "peer_not_acknowledging",
      .scope = RuleScope::peer,
      .severity = Severity::critical,
-     .term = level(peer(RE_STAT_PEER_ID_ACK_Q_SIZE), Comparison::above, 0),
+     .term = level(peer(RE_STAT_PEER_ID_ACK_Q_SIZE), Comparison::above, 4096),
      .also = {level(active_connections, Comparison::above, 0),
               rate(connections(SO_STAT_RECV_ACK_FRAME_NUM), Comparison::equal, 0)},
      .form = Form::bytes,
