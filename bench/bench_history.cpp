@@ -78,6 +78,27 @@ void move(RE_stat_writer& engine, int peers, int apps, int step)
     }
 }
 
+// Of single samples, between which a recorder can record another one.
+void bench_thinning(const std::string& path)
+{
+    RecorderOptions options;
+    options.keep = *parse_keep("1h:all,1w:1d");
+    options.clock = [] { return std::time(nullptr) + 2 * 86400; };
+    Recorder recorder(options);
+    if (!recorder.open(path).empty()) {
+        return;
+    }
+    double spent = 0;
+    double most = 0;
+    int count = 0;
+    for (auto result = Recorder::Thinning::unfinished; result == Recorder::Thinning::unfinished; ++count) {
+        const double one = milliseconds_of([&] { result = recorder.thin([] { return true; }); });
+        spent += one;
+        most = std::max(most, one);
+    }
+    std::printf("removing a sample          %8.1f ms  %9.1f ms at most\n", spent / count, most);
+}
+
 void bench_rrdtool(const std::string& folder, int peers, int apps)
 {
     if (std::system("command -v rrdtool >/dev/null") != 0) {
@@ -175,6 +196,8 @@ int main(int argc, char** argv)
     const auto count = static_cast<long long>(history.samples({}).size());
     std::printf("restoring a moment         %8.1f ms  %9lld applications\n", spent / static_cast<double>(count),
                 restored / count);
+    database.close();
+    bench_thinning(path);
     bench_rrdtool(folder.path(), peers, apps);
     return 0;
 }

@@ -25,22 +25,19 @@ public:
     int run()
     {
         if (m_options.b_once) {
-            const bool b_recorded = sample();
-            thin();
-            return b_recorded ? EXIT_OK : m_source != nullptr ? EXIT_ERROR : EXIT_NO_STATISTICS;
+            const int status = sample();
+            thin(clock::now() + thinning_once);
+            return status;
         }
         end_at_signals();
         auto next = clock::now();
-        auto next_thinning = next;
         while (!is_stopped()) {
-            sample();
-            if (clock::now() >= next_thinning) {
-                thin();
-                next_thinning = clock::now() + thinning_interval;
-            }
+            const bool b_recorded = sample() == EXIT_OK;
+            const auto now = clock::now();
             // Do not catch up after a sample that took long.
-            next = std::max(next + std::chrono::duration_cast<clock::duration>(duration(m_options.interval)),
-                            clock::now());
+            next = b_recorded ? std::max(next + seconds(m_options.interval), now) : now + seconds(retry_interval());
+            // The disk and the processor are also for others.
+            thin(now + (next - now) / 2);
             sleep_unless_stopped(duration(next - clock::now()).count());
         }
         return EXIT_OK;
@@ -48,60 +45,78 @@ public:
 
 private:
     static constexpr std::chrono::seconds thinning_interval{60};
+    static constexpr std::chrono::seconds thinning_once{10};
 
-    void thin()
+    static clock::duration seconds(double number)
     {
-        const std::string trouble = m_recorder.thin() ? "" : m_recorder.error();
-        if (!trouble.empty() && trouble != m_thinning_trouble) {
+        return std::chrono::duration_cast<clock::duration>(duration(number));
+    }
+
+    // An attempt to record costs more than a sample: the last one is read from the database first.
+    double retry_interval() const { return std::clamp(m_options.interval, 1.0, 10.0); }
+
+    // Removes old samples until the end.
+    void thin(clock::time_point end)
+    {
+        if (clock::now() < m_next_thinning) {
+            return;
+        }
+        const Recorder::Thinning result = m_recorder.thin([end] { return clock::now() >= end; });
+        if (result != Recorder::Thinning::unfinished) {
+            m_next_thinning = clock::now() + thinning_interval;
+        }
+        const std::string trouble = result == Recorder::Thinning::failed ? m_recorder.error() : "";
+        // A reason that prevents recording has been reported already.
+        if (!trouble.empty() && trouble != m_thinning_trouble && m_trouble.empty()) {
             report_error(m_options.file + ": old samples cannot be removed: " + trouble);
         }
         m_thinning_trouble = trouble;
     }
 
-    bool sample()
+    // Returns the exit status of --once.
+    int sample()
     {
         // Open the engine again each time: it may have been restarted.
         auto found = std::make_unique<Source>();
         if (const int error = found->open()) {
             m_source.reset();
-            say(Source::reason_of(error) + "; recording goes on when there is one");
-            return false;
+            say(Source::reason_of(error), "recording goes on when there is one");
+            return EXIT_NO_STATISTICS;
         }
         const bool b_same = m_source != nullptr && found->is_same_engine(*m_source);
         if (!b_same) {
             m_source = std::move(found);
         }
-        const double seconds = duration(clock::now().time_since_epoch()).count();
-        switch (m_recorder.record(m_source->reader(), b_same, seconds)) {
+        const double at = duration(clock::now().time_since_epoch()).count();
+        switch (m_recorder.record(m_source->reader(), b_same, at)) {
         case RecordResult::recorded:
             say("");
             break;
         case RecordResult::cut:
             m_source.reset();
-            say(Source::reason_of(RE_STAT_ERR_CUT) + "; recording goes on");
-            return false;
+            say(Source::reason_of(RE_STAT_ERR_CUT), "recording goes on");
+            return EXIT_NO_STATISTICS;
         case RecordResult::failed:
-            if (is_stopped()) {
-                return false;
+            if (!is_stopped()) {
+                say(m_options.file + ": " + m_recorder.error(), "samples are lost until this is solved");
             }
-            say(m_options.file + ": " + m_recorder.error() + "; this sample is lost, recording goes on");
-            return false;
+            return EXIT_ERROR;
         }
         if (m_recorder.removed() > 0 && !m_b_removal_said) {
             report_error(m_options.file + ": reached its largest size; from now on the oldest samples are removed");
             m_b_removal_said = true;
         }
-        return true;
+        return EXIT_OK;
     }
 
-    // Reports a trouble once, and its end. trouble: empty when all is well.
-    void say(const std::string& trouble)
+    // Reports a trouble once, and its end. trouble: empty when all is well. outlook: what happens then.
+    void say(const std::string& trouble, const char* outlook = "")
     {
         if (trouble == m_trouble) {
             return;
         }
         if (!trouble.empty()) {
-            report_error(trouble);
+            report_error(trouble + "; " + (m_options.b_once ? "nothing was recorded" : outlook));
         } else if (!m_options.b_once) {
             report_error("recording again");
         }
@@ -111,6 +126,7 @@ private:
     const RecordOptions& m_options;
     Recorder& m_recorder;
     std::unique_ptr<Source> m_source; // stays open from sample to sample
+    clock::time_point m_next_thinning;
     std::string m_trouble;
     std::string m_thinning_trouble;
     bool m_b_removal_said = false;

@@ -260,13 +260,14 @@ RecordResult Recorder::record(RE_image_reader& reader, bool b_same, double secon
     return RecordResult::recorded;
 }
 
-bool Recorder::thin(std::size_t most)
+// The last sample stays, but its base may be older than all that is left, which does no harm.
+Recorder::Thinning Recorder::thin(const std::function<bool()>& is_over)
 {
-    if (!m_space.thin(m_options.clock(), most)) {
-        return fail();
+    const Thinning result = m_space.thin(m_options.clock(), is_over);
+    if (result == Thinning::failed) {
+        fail();
     }
-    // The last sample stays, but its base may be older than all that is left, which does no harm.
-    return true;
+    return result;
 }
 
 // Makes room for the largest size that the sample can have. Returns why that is impossible, or nothing.

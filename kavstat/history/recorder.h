@@ -47,8 +47,9 @@ public:
 
     // reader: open. b_same: on the same segment as at the last call. seconds: of a monotonic clock.
     RecordResult record(RE_image_reader& reader, bool b_same, double seconds);
-    // Removes samples that have become old, at most so many in one call. False after an error.
-    bool thin(std::size_t most = 200);
+    // See HistorySpace::thin().
+    using Thinning = HistorySpace::Thinning;
+    Thinning thin(const std::function<bool()>& is_over = [] { return false; });
 
     const std::string& error() const { return m_error; }
     // How many samples were removed early because of the size.

@@ -40,25 +40,46 @@ bool HistorySpace::prepare()
            m_database.run("PRAGMA cache_spill = OFF");
 }
 
-bool HistorySpace::thin(std::time_t now, std::size_t most)
+bool HistorySpace::plan(std::time_t now)
 {
     HistoryReader reader(m_database);
     const std::vector<HistorySample> samples = reader.samples({});
     if (!reader.error().empty()) {
         return false;
     }
-    bool b_old = false;
-    for (const ThinningStep& step : plan_thinning(samples, m_keep, now, most)) {
-        // The rest can wait, also for the end of another process's reading.
+    constexpr std::size_t most_steps = 200;
+    const std::vector<ThinningStep> steps = plan_thinning(samples, m_keep, now, most_steps);
+    m_steps.assign(steps.begin(), steps.end());
+    return true;
+}
+
+HistorySpace::Thinning HistorySpace::thin(std::time_t now, const std::function<bool()>& is_over)
+{
+    do {
         if (m_is_stopped() || (m_max_size != 0 && !is_log_small(m_bytes))) {
-            return true;
+            return Thinning::finished;
         }
-        if (!apply(step)) {
-            return false;
+        bool b_ok = true;
+        if (!m_steps.empty()) {
+            const ThinningStep step = m_steps.front();
+            m_steps.pop_front();
+            b_ok = apply(step);
+            m_b_unused = m_b_unused || step.b_old;
+        } else if (m_b_unused) {
+            m_b_unused = false;
+            b_ok = forget_unused();
+        } else {
+            b_ok = plan(now);
+            if (b_ok && m_steps.empty()) {
+                return Thinning::finished;
+            }
         }
-        b_old = b_old || step.b_old;
-    }
-    return !b_old || forget_unused();
+        if (!b_ok) {
+            m_steps.clear();
+            return Thinning::failed;
+        }
+    } while (!is_over());
+    return Thinning::unfinished;
 }
 
 // Where the later sample has a row already, that is newer and stays.
@@ -180,6 +201,7 @@ HistorySpace::Room HistorySpace::make_room(long long bytes)
         if (!is_log_small(bytes)) {
             return reason_of_large_log();
         }
+        m_steps.clear(); // planned with this sample
         if (!remove_oldest()) {
             return m_database.is_well() ? Room::none : Room::error;
         }

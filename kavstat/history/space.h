@@ -5,6 +5,7 @@
 #include "history/thinning.h"
 
 #include <ctime>
+#include <deque>
 #include <functional>
 
 namespace kavstat {
@@ -22,8 +23,15 @@ public:
 
     // After the database was opened.
     bool prepare();
-    // Removes samples that have become old, at most so many in one call. False after an error.
-    bool thin(std::time_t now, std::size_t most);
+    enum class Thinning
+    {
+        finished, // nothing is left to do, or another process reads and the write-ahead log has no room
+        unfinished,
+        failed, // see Database::error()
+    };
+    // Removes samples that have become old, one after another until is_over(), but at least one. A sample takes about
+    // as long to remove as to record.
+    Thinning thin(std::time_t now, const std::function<bool()>& is_over);
 
     enum class Room
     {
@@ -47,6 +55,7 @@ public:
     void leave_room_on_disk(long long bytes);
 
 private:
+    bool plan(std::time_t now);
     bool apply(const ThinningStep& step);
     bool remove_oldest();
     bool forget_unused();
@@ -60,6 +69,8 @@ private:
     Keep m_keep;
     long long m_max_size;
     std::function<bool()> m_is_stopped;
+    std::deque<ThinningStep> m_steps; // still to be done
+    bool m_b_unused = false;          // there may be rows to which no sample refers
     long long m_removed = 0;
     long long m_bytes = 0; // of the last make_room(); no single change takes more
 };

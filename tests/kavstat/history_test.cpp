@@ -65,6 +65,25 @@ private:
     double m_seconds = 0;
 };
 
+// Each row's values joined by "|", as the sqlite3 program prints them.
+std::vector<std::string> rows_of(const std::string& file, const std::string& query)
+{
+    Database database;
+    EXPECT_EQ(open_history(database, file), "");
+    Statement row = database.prepare(query);
+    EXPECT_TRUE(row.is_ready()) << database.error();
+    std::vector<std::string> rows;
+    while (row.next()) {
+        std::string text;
+        for (int column = 0; column < row.columns(); ++column) {
+            text += (column == 0 ? "" : "|") + std::string(row.text(column));
+        }
+        rows.push_back(text);
+    }
+    EXPECT_FALSE(row.is_failed()) << database.error();
+    return rows;
+}
+
 TEST_F(history_test, a_moment_is_restored_as_it_was)
 {
     start();
@@ -129,11 +148,11 @@ TEST_F(history_test, thinning_keeps_the_last_sample_of_each_step)
         engine.add_global(RE_STAT_GLOBAL_ID_NUM_TOTAL_CONNS, 1);
         ASSERT_EQ(record(recorder), RecordResult::recorded);
     }
-    ASSERT_TRUE(recorder.thin());
+    ASSERT_EQ(recorder.thin(), Recorder::Thinning::finished);
     EXPECT_EQ(number("SELECT count(*) FROM sample"), 12); // younger than an hour
     const auto before = restored(first + 50);
     moment = first + 3600 + 3600;
-    ASSERT_TRUE(recorder.thin());
+    ASSERT_EQ(recorder.thin(), Recorder::Thinning::finished);
     EXPECT_EQ(number("SELECT count(*) FROM sample"), 2);
     EXPECT_EQ(number("SELECT count(*) FROM engine_figures"), 2);
     EXPECT_EQ(number("SELECT min(time) FROM sample"), first + 50);
@@ -145,12 +164,59 @@ TEST_F(history_test, thinning_keeps_the_last_sample_of_each_step)
     expect_same_statistics(*before, *after);
     // Everything becomes too old; the last sample stays and is whole.
     moment = first + 3 * 86400;
-    ASSERT_TRUE(recorder.thin());
+    ASSERT_EQ(recorder.thin(), Recorder::Thinning::finished);
     EXPECT_EQ(number("SELECT count(*) FROM sample"), 1);
     EXPECT_EQ(number("SELECT count(*) FROM peer_identity"), 3);
     long value = 0;
     restored()->read_app_stat(0, RE_STAT_APP_ID_ENCODE_IN_KBYTES + 1, value);
     EXPECT_EQ(value, 1);
+}
+
+// A recorder thins between two samples, and must be on time for the next one.
+TEST_F(history_test, thinning_in_steps_gives_the_same_as_thinning_at_once)
+{
+    start({8, 16, 64, 8});
+    fill();
+    RecorderOptions made = options();
+    made.keep = *parse_keep("1h:all,1d:1m");
+    made.b_connections = false;
+    constexpr int samples = 260;
+    for (const int starts : {1, 2}) {
+        Recorder recorder(made);
+        ASSERT_EQ(recorder.open(path()), "");
+        for (int sample = 0; sample < samples / 2; ++sample) {
+            engine.add_app_stat(sample % 3, RE_STAT_APP_ID_ENCODE_IN_KBYTES, 1);
+            ASSERT_EQ(record(recorder), RecordResult::recorded);
+        }
+        recorder.close();
+        Database database;
+        ASSERT_TRUE(database.open(path(), Database::Access::write));
+        ASSERT_TRUE(database.run("UPDATE engine_start SET start_time = " + std::to_string(starts)));
+    }
+    const std::string copy = folder.file("copy.db");
+    std::filesystem::copy(path(), copy);
+    moment += 86400 - 1000; // the oldest samples are too old for all rules
+    {
+        Recorder at_once(made);
+        ASSERT_EQ(at_once.open(path()), "");
+        ASSERT_EQ(at_once.thin(), Recorder::Thinning::finished);
+    }
+    Recorder in_steps(made);
+    ASSERT_EQ(in_steps.open(copy), "");
+    long long left = samples;
+    int calls = 1;
+    while (in_steps.thin([] { return true; }) == Recorder::Thinning::unfinished) {
+        const long long count = std::stoll(rows_of(copy, "SELECT count(*) FROM sample").at(0));
+        EXPECT_GE(count, left - 1);
+        left = count;
+        ++calls;
+    }
+    EXPECT_LT(left, 40);
+    EXPECT_GT(calls, samples - left);
+    for (const HistoryTable& table : history_tables()) {
+        const std::string rows = "SELECT * FROM " + table.name;
+        EXPECT_EQ(rows_of(copy, rows), rows_of(path(), rows)) << table.name;
+    }
 }
 
 TEST_F(history_test, a_second_recorder_is_refused)
@@ -361,10 +427,10 @@ TEST_F(history_test, thinning_ends_when_the_recorder_is_stopped)
     }
     moment += 7200;
     b_stopped = true;
-    EXPECT_TRUE(recorder.thin());
+    EXPECT_EQ(recorder.thin(), Recorder::Thinning::finished);
     EXPECT_EQ(number("SELECT count(*) FROM sample"), 3);
     b_stopped = false;
-    EXPECT_TRUE(recorder.thin());
+    EXPECT_EQ(recorder.thin(), Recorder::Thinning::finished);
     EXPECT_EQ(number("SELECT count(*) FROM sample"), 1);
 }
 
@@ -552,25 +618,6 @@ std::vector<std::string> documented_queries()
         at = page.find("\n```\n", end + 5);
     }
     return queries;
-}
-
-// Each row's values joined by "|", as the sqlite3 program prints them.
-std::vector<std::string> rows_of(const std::string& file, const std::string& query)
-{
-    Database database;
-    EXPECT_EQ(open_history(database, file), "");
-    Statement row = database.prepare(query);
-    EXPECT_TRUE(row.is_ready()) << database.error();
-    std::vector<std::string> rows;
-    while (row.next()) {
-        std::string text;
-        for (int column = 0; column < row.columns(); ++column) {
-            text += (column == 0 ? "" : "|") + std::string(row.text(column));
-        }
-        rows.push_back(text);
-    }
-    EXPECT_FALSE(row.is_failed()) << database.error();
-    return rows;
 }
 
 // Two hours of two days with a restart between.
@@ -885,7 +932,7 @@ TEST_F(history_test, the_largest_size_is_kept_to)
         ASSERT_EQ(record(recorder), RecordResult::recorded) << recorder.error();
         largest = std::max(largest, size());
         if (sample % 20 == 0) {
-            ASSERT_TRUE(recorder.thin());
+            ASSERT_EQ(recorder.thin(), Recorder::Thinning::finished);
         }
     }
     EXPECT_LE(largest, std::uintmax_t{8} << 20);
@@ -932,7 +979,7 @@ TEST_F(history_test, the_largest_size_holds_for_connections_and_thinning)
             engine.add_conn_stat(conn, RE_STAT_CONN_ID_ENCODE_IN_BYTES, 1);
         }
         ASSERT_EQ(record(recorder), RecordResult::recorded) << recorder.error();
-        ASSERT_TRUE(recorder.thin());
+        ASSERT_EQ(recorder.thin(), Recorder::Thinning::finished);
         for (const char* const suffix : {"-wal", "-shm"}) {
             std::error_code none;
             const std::uintmax_t beside = std::filesystem::file_size(path() + suffix, none);

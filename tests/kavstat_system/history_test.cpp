@@ -3,6 +3,8 @@
 #include "support/contains.h"
 #include "support/terminal.h"
 
+#include <sys/resource.h>
+
 #include <csignal>
 
 namespace {
@@ -71,7 +73,9 @@ TEST_F(history_program, moments_and_spans_are_read)
 
 TEST_F(history_program, troubles_are_reported)
 {
-    EXPECT_EQ(run_kavstat({"record", "--once", database()}).status, 3);
+    const program_result without_engine = run_kavstat({"record", "--once", database()});
+    EXPECT_EQ(without_engine.status, 3);
+    EXPECT_TRUE(without_engine.err.ends_with("; nothing was recorded\n")) << without_engine.err;
     write_file(path("text"), std::string(200, 'x'));
     EXPECT_EQ(run_kavstat({"record", "--once", path("text")}).err,
               "kavstat: " + path("text") + ": file is not a database\n");
@@ -112,6 +116,54 @@ TEST_F(history_program, a_recorder_ends_cleanly_and_lets_others_read)
     EXPECT_EQ(ended.status, 0);
     EXPECT_EQ(ended.err + ended.out, "");
     EXPECT_EQ(names_in(folder()), std::vector<std::string>{"history.db"});
+}
+
+// A limit on the size of files has the effect of a full disk.
+TEST_F(history_program, recording_goes_on_when_there_is_room_again)
+{
+    const small_engine engine;
+    child_program recorder(built_program("kavstat"), {"record", "--interval", "0.1", database()});
+    const auto samples = [&] {
+        const std::string lines =
+            run_kavstat({"json", "--history", database(), "--from", "-1h", "--scope", "global"}).out;
+        return std::count(lines.begin(), lines.end(), '\n');
+    };
+    const auto wait_for_more_than = [&](long count) {
+        for (int attempt = 0; attempt < 200 && samples() <= count; ++attempt) {
+            usleep(50000);
+        }
+        return samples() > count;
+    };
+    const auto limit_files_to = [&](rlim_t size) {
+        const rlimit limit{size, RLIM_INFINITY};
+        EXPECT_EQ(prlimit(recorder.pid(), RLIMIT_FSIZE, &limit, nullptr), 0);
+    };
+    EXPECT_TRUE(wait_for_more_than(0));
+    limit_files_to(4096);
+    usleep(300000); // a sample that had begun
+    const long before = samples();
+    usleep(2500000);
+    EXPECT_EQ(samples(), before);
+    limit_files_to(RLIM_INFINITY);
+    EXPECT_TRUE(wait_for_more_than(before));
+    recorder.send_signal(SIGTERM);
+    const program_result ended = recorder.finish();
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(ended.err, "kavstat: " + database() +
+                             ": disk I/O error; samples are lost until this is solved\nkavstat: recording again\n");
+}
+
+TEST_F(history_program, an_engine_that_starts_is_found_before_a_long_interval_ends)
+{
+    child_program recorder(built_program("kavstat"), {"record", "--interval", "3600", database()});
+    usleep(500000);
+    const small_engine engine;
+    program_result read;
+    for (int attempt = 0; attempt < 150 && read.status != 0; ++attempt) {
+        usleep(100000);
+        read = run_kavstat({"json", "--history", database()});
+    }
+    EXPECT_EQ(read.status, 0) << read.err;
 }
 
 TEST_F(history_program, the_view_plays)

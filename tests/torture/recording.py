@@ -164,7 +164,7 @@ def full_disk(folder, tally, size):
                 tally.add(False, f"does not go on: {during} samples, {os.listdir(place)}")
                 break
         said = recorder.end()
-        tally.add("this sample is lost" in said and said.count("\n") <= 20, f"said: {said}")
+        tally.add("samples are lost until this is solved" in said and said.count("\n") <= 20, f"said: {said}")
         tally.add(is_intact(path), "spoiled after the disk was full")
     finally:
         subprocess.run(["umount", "-l", place], check=False)
