@@ -154,8 +154,7 @@ private:
     {
         RecordedRows recorded;
         std::string reason = recorded.open(*m_options.file);
-        const HistorySpan span{m_options.from, m_options.to};
-        const std::optional<HistorySample> last = last_sample(recorded, span);
+        const std::optional<HistorySample> last = last_sample(recorded, m_options.span);
         const auto past = last ? read_past_moment(recorded, *last, m_rules, *m_options.file, reason) : std::nullopt;
         if (!past) {
             const std::string error = recorded.reader().error();
@@ -183,7 +182,7 @@ private:
                       PageData& data) const
     {
         std::string reason;
-        if (auto rows = recorded.rows(scope, key, {m_options.from, m_options.to}, points, reason)) {
+        if (auto rows = recorded.rows(scope, key, m_options.span, points, reason)) {
             thin(rows->rows, points);
             data.histories.push_back(std::move(*rows));
         }
