@@ -97,7 +97,7 @@ RE_publisher::RE_publisher(const RE_stat_limits& limits, unsigned int segment_mo
     const std::time_t now = wall_seconds();
     const int result = m_writer.create(limits, now, segment_mode);
     if (result == -EBUSY) {
-        throw std::runtime_error("another engine publishes its statistics here already");
+        throw std::runtime_error("another engine publishes under this name; KAV_STAT_SEGMENT selects another name");
     }
     if (result != 0) {
         throw std::system_error(-result, std::generic_category(), "cannot publish statistics");

@@ -2,6 +2,9 @@
  *
  *   cc -std=c99 minimal_engine.c $(pkg-config --cflags --libs kav_core)
  *
+ * After an installation from source into /usr/local, run `ldconfig` once as root. With another prefix, set
+ * PKG_CONFIG_PATH=PREFIX/lib/pkgconfig to build it, and LD_LIBRARY_PATH=PREFIX/lib to run it.
+ *
  * While it runs, try `exec_show_stats_kav global-info`, `exec_show_stats_kav conn last` and `kavstat watch`. Ctrl-C
  * ends it. Its statistics disappear with it, however it ends.
  */

@@ -1,5 +1,7 @@
 // The smallest engine that viewers can report on: one peer, one connection, one message per second. Build it with
 //     c++ -std=c++20 minimal_engine.cpp $(pkg-config --cflags --libs kav_core)
+// After an installation from source into /usr/local, run `ldconfig` once as root. With another prefix, set
+// PKG_CONFIG_PATH=PREFIX/lib/pkgconfig to build it, and LD_LIBRARY_PATH=PREFIX/lib to run it.
 // Run it, and look at it with `exec_show_stats_kav global-info` and `exec_show_stats_kav conn last`. Ctrl-C ends it.
 // Its statistics disappear with it, however it ends.
 #include <RE_stat_writer.h>

@@ -23,20 +23,20 @@ namespace kavstat {
 namespace {
 
 constexpr const char* description =
-    "Statistics of the KAV engine for programs and for people who watch: as JSON, as metrics, as a live view, and as\n"
-    "what changed between two moments. Statistics come from the running engine, or from a file that\n"
-    "\"exec_show_stats_kav save-file\" wrote.";
+    "Statistics of the KAV engine as JSON, metrics, a live view, a web page, and differences between two moments, and\n"
+    "the engine's health. Reads the running engine, a file that \"exec_show_stats_kav save-file\" wrote, or a "
+    "database\n"
+    "that \"kavstat record\" wrote.";
 
-constexpr const char* footer =
-    "Exit status: 0 when all went well, 1 after an error without a status of its own, 2 for a mistake on the command\n"
-    "line, 3 when no engine is running or a file cannot be read, 4 when the output cannot be written, 5 when the\n"
-    "address cannot be listened on.\n"
-    "Environment: KAV_STAT_SEGMENT names the engine's statistics, to tell several engines apart; KAV_STAT_OWNER names "
-    "the\n"
-    "user, beside root and oneself, whose engine is believed.";
+constexpr const char* footer = "Exit status: 0 success, 1 any other error, 2 wrong command line, 3 no engine is "
+                               "running or a file cannot be read,\n"
+                               "4 the output cannot be written, 5 the server cannot listen on the address.\n"
+                               "Environment: KAV_STAT_SEGMENT selects one of several engines. KAV_STAT_OWNER names a "
+                               "user whose engine is trusted,\n"
+                               "besides root and the current user.";
 
 constexpr const char* file_help = "A saved statistics file instead of the running engine";
-constexpr const char* rules_help = "A file in TOML that changes thresholds and severities of rules";
+constexpr const char* rules_help = "A TOML file that changes thresholds and severities of rules";
 
 std::vector<std::string> unit_words()
 {
@@ -59,7 +59,7 @@ void add_list(CLI::App& app, int& status)
 {
     CLI::App* const command = app.add_subcommand("list", "Every counter with its unit, kind, meaning and metrics");
     const auto options = std::make_shared<ListOptions>();
-    command->add_option("SEARCH", options->search, "Only counters with this in their name, metric or meaning");
+    command->add_option("SEARCH", options->search, "Only counters whose name, metric or meaning contains this text");
     command->add_option("--scope", options->scope, "Only counters of this scope")
         ->check(CLI::IsMember({"engine", "peer", "connection", "application"}));
     command->add_option("--unit", options->unit, "Only counters of this unit")->check(CLI::IsMember(unit_words()));
@@ -68,18 +68,23 @@ void add_list(CLI::App& app, int& status)
     command->callback([options, &status] { status = run_list(*options); });
 }
 
+std::string no_such_scope(const std::string& unknown, const std::string& all)
+{
+    return "no such scope: \"" + unknown + "\"; scopes are " + all;
+}
+
 // Returns the error in a list of scopes, or an empty text.
 std::string check_scopes(const std::string& words)
 {
     std::string unknown;
-    return parse_json_scopes(words, unknown) ? "" : "no such scope: \"" + unknown + "\"";
+    return parse_json_scopes(words, unknown) ? "" : no_such_scope(unknown, all_json_scopes());
 }
 
 std::string check_diff_scopes(const std::string& words)
 {
     DiffChoice choice;
     std::string unknown;
-    return parse_diff_scopes(words, choice, unknown) ? "" : "no such scope: \"" + unknown + "\"";
+    return parse_diff_scopes(words, choice, unknown) ? "" : no_such_scope(unknown, all_diff_scopes());
 }
 
 // Written so that NaN, which compares as false, is refused as well.
@@ -92,8 +97,9 @@ std::string check_interval(const std::string& text)
 
 std::string check_moment(const std::string& text)
 {
-    return parse_moment(text, std::time(nullptr)) ? ""
-                                                  : "not a moment " + std::string(moment_forms) + ": \"" + text + "\"";
+    return parse_moment(text, std::time(nullptr))
+               ? ""
+               : "not a time like " + std::string(moment_forms) + ": \"" + text + "\"";
 }
 
 // An option for a moment.
@@ -105,8 +111,8 @@ CLI::Option* add_moment(CLI::App* command, const char* name, std::optional<std::
         ->check(CLI::Validator(check_moment, "TIME"));
 }
 
-constexpr const char* from_help = "From this moment on";
-constexpr const char* to_help = "Up to this moment";
+constexpr const char* from_help = "The start of the time";
+constexpr const char* to_help = "The end of the time";
 
 // Throws when a span of time ends before it begins.
 void check_span(const HistorySpan& span)
@@ -119,12 +125,12 @@ void check_span(const HistorySpan& span)
 // --history and the moments. one: whether the command has --at.
 void add_history(CLI::App* command, const std::shared_ptr<HistoryOptions>& options, bool b_one)
 {
-    CLI::Option* const file =
-        command->add_option("--history", options->file, "A database of \"record\" instead of the running engine");
+    CLI::Option* const file = command->add_option("--history", options->file,
+                                                  "A database of \"kavstat record\" instead of the running engine");
     CLI::Option* const from = add_moment(command, "--from", options->span.from, from_help)->needs(file);
     CLI::Option* const to = add_moment(command, "--to", options->span.to, to_help)->needs(file);
     if (b_one) {
-        add_moment(command, "--at", options->at, "The last sample up to this moment")
+        add_moment(command, "--at", options->at, "The last sample at or before this time")
             ->needs(file)
             ->excludes(from)
             ->excludes(to);
@@ -144,7 +150,7 @@ void add_json(CLI::App& app, int& status)
         ->capture_default_str();
     command
         ->add_option("-i,--interval", options->interval,
-                     "A document after every so many seconds, each on one line, until SIGTERM or SIGINT")
+                     "Print a document after every interval, each on one line, until SIGTERM or SIGINT")
         ->check(CLI::Validator(check_interval, "SECONDS"))
         ->excludes("--file")
         ->excludes("--history");
@@ -158,12 +164,13 @@ void add_json(CLI::App& app, int& status)
 
 void add_schema(CLI::App& app, int& status)
 {
-    CLI::App* const command = app.add_subcommand("schema", "The JSON Schema of what kavstat gives as JSON");
+    CLI::App* const command = app.add_subcommand("schema", "The JSON Schema of kavstat's JSON documents");
     const auto document = std::make_shared<std::string>("statistics");
     command
-        ->add_option("--of", *document,
-                     "What \"json\" and \"serve\" give, a line of \"json --interval\", or what "
-                     "\"health\", \"watch\" and \"diff\" give with --json")
+        ->add_option(
+            "--of", *document,
+            "The document of \"json\" and \"serve\", a line of \"json --interval\", or the document of \"health\", "
+            "\"watch\" or \"diff\" with --json")
         ->check(CLI::IsMember(schema_words()))
         ->capture_default_str();
     command->callback([document, &status] { status = run_schema(*document); });
@@ -183,18 +190,18 @@ std::function<void()> add_metrics_choice(CLI::App& command, MetricsChoice& choic
         command
             .add_flag_callback(
                 "--collector." + name, [wanted, at] { wanted->at(at) = true; },
-                "Switch the collector on; all are, unless --collector.disable-defaults is given")
+                "Enable this collector (default: enabled)")
             ->group("Collectors");
         command
             .add_flag_callback(
-                "--no-collector." + name, [wanted, at] { wanted->at(at) = false; }, "Switch the collector off")
+                "--no-collector." + name, [wanted, at] { wanted->at(at) = false; }, "Disable this collector")
             ->group("Collectors");
     }
-    command.add_flag("--collector.disable-defaults", *b_none, "Switch off all collectors that are not named")
+    command.add_flag("--collector.disable-defaults", *b_none, "Disable all collectors that are not enabled by name")
         ->group("Collectors");
     command
         .add_option("--max-series", choice.max_series,
-                    "At most so many series of engine, peers and applications; 0 for no bound")
+                    "The largest number of series of engine, peers and applications; 0 means no limit")
         ->capture_default_str();
     return [b_none, wanted, &choice] {
         for (std::size_t at = 0; at < wanted->size(); ++at) {
@@ -206,7 +213,7 @@ std::function<void()> add_metrics_choice(CLI::App& command, MetricsChoice& choic
 void add_metrics(CLI::App& app, int& status)
 {
     CLI::App* const command =
-        app.add_subcommand("metrics", "Metrics for Prometheus, as text: engine, peers and applications");
+        app.add_subcommand("metrics", "Metrics of engine, peers and applications, as text for Prometheus");
     const auto options = std::make_shared<MetricsOptions>();
     const auto format = std::make_shared<std::string>("prometheus");
     command->add_option("-f,--file", options->file, file_help);
@@ -223,25 +230,25 @@ void add_metrics(CLI::App& app, int& status)
 
 void add_watch(CLI::App& app, int& status)
 {
-    CLI::App* const command = app.add_subcommand("watch", "A live view with rates per second; ? tells its keys");
+    CLI::App* const command = app.add_subcommand("watch", "A live view with rates per second; press ? for its keys");
     const auto options = std::make_shared<WatchOptions>();
-    command->add_option("-i,--interval", options->interval, "Seconds between two looks at the engine")
+    command->add_option("-i,--interval", options->interval, "Seconds between two readings of the engine")
         ->check(CLI::Validator(check_interval, "SECONDS"))
         ->capture_default_str();
     const std::vector<std::string> pages = watch_page_names();
     options->page = pages.front();
-    command->add_option("-p,--page", options->page, "The page to start with")
+    command->add_option("-p,--page", options->page, "The first page")
         ->check(CLI::IsMember(pages))
         ->capture_default_str();
     CLI::Option* const file = command->add_option("-f,--file", options->file, file_help);
     add_history(command, std::shared_ptr<HistoryOptions>(options, &options->history), true);
     file->excludes("--history");
-    command->add_option("-s,--sort", options->sort, "What the page's rows are ordered by: a key of its JSON");
-    command->add_flag("-r,--reverse", options->b_reverse, "The other way round");
-    command->add_option("--filter", options->filter, "Only rows with this in them");
+    command->add_option("-s,--sort", options->sort, "The column that orders the page's rows: a key of its JSON");
+    command->add_flag("-r,--reverse", options->b_reverse, "Reverse the order");
+    command->add_option("--filter", options->filter, "Only rows that contain this text");
     command->add_option("--rules", options->rules, rules_help);
-    command->add_flag("--once", options->b_once, "One report as text, after one interval; as all output to a pipe is");
-    command->add_flag("--json", options->b_json, "A line of JSON after every interval");
+    command->add_flag("--once", options->b_once, "Print the page once as text, after one interval");
+    command->add_flag("--json", options->b_json, "Print a line of JSON after every interval");
     command->callback([options, &status] {
         check_span(options->history.span);
         status = run_watch(*options);
@@ -251,29 +258,28 @@ void add_watch(CLI::App& app, int& status)
 void add_health(CLI::App& app, int& status)
 {
     CLI::App* const command =
-        app.add_subcommand("health", "What is wrong, where, since when, and what to do; exits as a monitoring plugin");
+        app.add_subcommand("health", "What is wrong, where, since when, and what to do; usable as a monitoring plugin");
     const auto options = std::make_shared<HealthOptions>();
-    CLI::Option* const files =
-        command
-            ->add_option(
-                "-f,--file", options->files,
-                "A saved statistics file instead of the running engine; twice for two moments, the earlier one "
-                "first")
-            ->allow_extra_args(false)
-            ->expected(1, 2);
+    CLI::Option* const files = command
+                                   ->add_option("-f,--file", options->files,
+                                                "A saved statistics file instead of the running engine; give it twice "
+                                                "to compare two files, the earlier "
+                                                "one first")
+                                   ->allow_extra_args(false)
+                                   ->expected(1, 2);
     add_history(command, std::shared_ptr<HistoryOptions>(options, &options->history), true);
     files->excludes("--history");
     CLI::Option* const since =
-        command->add_option("--since", options->since, "A saved statistics file as the earlier moment")
+        command->add_option("--since", options->since, "A saved statistics file to compare with, the earlier one")
             ->excludes("--history");
-    command->add_option("-i,--interval", options->interval, "Seconds between two looks at the running engine")
+    command->add_option("-i,--interval", options->interval, "Seconds between two readings of the running engine")
         ->check(CLI::Validator(check_interval, "SECONDS"))
         ->capture_default_str()
         ->excludes(files)
         ->excludes(since);
     command->add_option("--rules", options->rules, rules_help);
     command->add_flag("--json", options->b_json, "As JSON");
-    command->add_flag("-a,--all", options->b_all, "Every finding, also of a rule that has many");
+    command->add_flag("-a,--all", options->b_all, "Show all findings of rules that have many");
     command->footer("Exit status: 0 ok, 1 warning, 2 critical, 3 unknown (no engine, or any error).");
     command->callback([options, &status] {
         if (options->since && options->files.size() > 1) {
@@ -289,7 +295,8 @@ void add_rules(CLI::App& app, int& status)
     CLI::App* const command = app.add_subcommand("rules", "The rules of \"health\" as alerting rules of Prometheus");
     const auto options = std::make_shared<RulesOptions>();
     command->add_option("--rules", options->rules, rules_help);
-    command->add_flag("--settings", options->b_settings, "As a file of settings, with everything that can be changed");
+    command->add_flag("--settings", options->b_settings,
+                      "Print a settings file for --rules instead, with everything that can be changed");
     command->callback([options, &status] { status = run_rules(*options); });
 }
 
@@ -308,34 +315,26 @@ std::vector<std::string> chart_names()
 
 void add_report(CLI::App& app, int& status)
 {
-    CLI::App* const command = app.add_subcommand("report", "The page of \"serve\" as one file with its data inside");
+    CLI::App* const command =
+        app.add_subcommand("report", "The page of \"serve\" as one HTML file that contains its data");
     const auto options = std::make_shared<ReportOptions>();
     CLI::Option* const file = command->add_option(
-        "FILE", options->file, "A saved statistics file, or one of \"record\", instead of the running engine");
-    const auto from = std::make_shared<std::string>();
-    const auto to = std::make_shared<std::string>();
-    const CLI::Validator is_moment(
-        [](const std::string& text) {
-            return parse_moment(text, std::time(nullptr))
-                       ? ""
-                       : "not a moment " + std::string(moment_forms) + ": \"" + text + "\"";
-        },
-        "TIME");
-    command->add_option("--from", *from, "Of a recorded history: not before this")->check(is_moment)->needs(file);
-    command->add_option("--to", *to, "Of a recorded history: not after this")->check(is_moment)->needs(file);
+        "FILE", options->file,
+        "A saved statistics file or a database of \"kavstat record\" instead of the running engine");
+    add_moment(command, "--from", options->span.from, from_help)->needs(file);
+    add_moment(command, "--to", options->span.to, to_help)->needs(file);
     command->add_option("-o,--output", options->output, "Write to this file instead of standard output");
-    command->add_option("-i,--interval", options->interval, "Seconds between two looks at the running engine")
+    command->add_option("-i,--interval", options->interval, "Seconds between two readings of the running engine")
         ->check(CLI::Validator(check_interval, "SECONDS"))
         ->capture_default_str();
     command->add_option("--rules", options->rules, rules_help);
     CLI::Option* const chart =
         command->add_option("--svg", options->chart, "A picture of one chart instead of the page")
             ->check(CLI::IsMember(chart_names()));
-    command->add_option("--peer", options->peer, "Whose chart it is, by number, instead of the engine's")->needs(chart);
-    command->callback([options, from, to, &status] {
-        const std::time_t now = std::time(nullptr);
-        options->from = parse_moment(*from, now);
-        options->to = parse_moment(*to, now);
+    command->add_option("--peer", options->peer, "The chart of the peer with this number instead of the engine's")
+        ->needs(chart);
+    command->callback([options, &status] {
+        check_span(options->span);
         status = run_report(*options);
     });
 }
@@ -366,14 +365,16 @@ void add_serve(CLI::App& app, int& status)
             },
             "MODE"))
         ->capture_default_str();
-    command->add_option("--history", options->http.history, "A file of \"record\": the page shows its past, too")
+    command
+        ->add_option("--history", options->http.history,
+                     "A database of \"kavstat record\", whose past the page shows as well")
         ->check(CLI::ExistingFile);
     command->add_option("--web-config", options->web_config,
-                        "A file with TLS certificate and users, as Prometheus' web configuration");
-    command->add_flag("--insecure", options->b_insecure, "Serve other machines without TLS or without passwords");
+                        "A file with TLS certificate and users, in the form of Prometheus' web configuration");
+    command->add_flag("--insecure", options->b_insecure, "Serve other machines even without TLS or passwords");
     command
         ->add_option("--allow-host", options->http.allowed_hosts,
-                     "Another name that clients may use for a loopback address; once for each name")
+                     "Another name that clients may use for a loopback address; can be repeated")
         ->check(CLI::Validator(
             [](const std::string& text) {
                 return is_host_name(text) ? "" : "not a name or an address without a port: \"" + text + "\"";
@@ -395,7 +396,7 @@ void add_record(CLI::App& app, int& status)
         app.add_subcommand("record", "Record the running engine into an SQLite database until SIGTERM or SIGINT");
     const auto options = std::make_shared<RecordOptions>();
     command->add_option("FILE", options->file, "The database, created when it does not exist")->required();
-    CLI::Option* const once = command->add_flag("--once", options->b_once, "One sample, as from cron");
+    CLI::Option* const once = command->add_flag("--once", options->b_once, "Take one sample and exit, for cron");
     command->add_option("-i,--interval", options->interval, "Seconds between two samples")
         ->check(CLI::Validator(check_interval, "SECONDS"))
         ->capture_default_str()
@@ -403,7 +404,7 @@ void add_record(CLI::App& app, int& status)
     command->add_flag("--connections", options->b_connections,
                       "Also the connections that changed since the last sample");
     const auto keep = std::make_shared<std::string>(default_keep);
-    command->add_option("--keep", *keep, "Keep one sample in each STEP up to each AGE: AGE:STEP,...; or all")
+    command->add_option("--keep", *keep, "For samples up to each AGE, keep one in each STEP; or \"all\"")
         ->check(CLI::Validator(
             [](const std::string& text) {
                 return parse_keep(text) ? "" : "not ages and steps as in \"1d:all,30d:1m,2y:1h\": \"" + text + "\"";
@@ -430,7 +431,8 @@ void add_record(CLI::App& app, int& status)
 
 void add_import(CLI::App& app, int& status)
 {
-    CLI::App* const command = app.add_subcommand("import", "Import top-application logs into a database of \"record\"");
+    CLI::App* const command =
+        app.add_subcommand("import", "Import top-application logs into a database of \"kavstat record\"");
     const auto files = std::make_shared<std::vector<std::string>>();
     command->add_option("LOG", *files, "The logs, then the database, which is created when it does not exist")
         ->option_text("LOG... FILE REQUIRED")
@@ -445,7 +447,7 @@ void add_import(CLI::App& app, int& status)
 
 void add_export(CLI::App& app, int& status)
 {
-    CLI::App* const command = app.add_subcommand("export", "Write a table of a database of \"record\", row by row");
+    CLI::App* const command = app.add_subcommand("export", "Write a table of a database of \"kavstat record\" as text");
     const auto options = std::make_shared<ExportOptions>();
     command->add_option("FILE", options->file, "The database")->required();
     command->add_option("-t,--table", options->table, "The table or view")->required();
@@ -466,16 +468,16 @@ void add_diff(CLI::App& app, int& status)
 {
     CLI::App* const command = app.add_subcommand("diff", "What changed between two moments, as totals and rates");
     const auto options = std::make_shared<DiffOptions>();
-    command->add_option("A", options->before, "The earlier moment, a saved statistics file");
-    command->add_option("B", options->after,
-                        "The later moment, a saved statistics file; the running engine without it");
+    command->add_option("A", options->before, "The earlier saved statistics file");
+    command->add_option("B", options->after, "The later saved statistics file; default: the running engine");
     add_history(command, std::shared_ptr<HistoryOptions>(options, &options->history), false);
-    command->add_flag("-a,--all", options->choice.b_all, "Also what did not change");
+    command->add_flag("-a,--all", options->choice.b_all, "Also show counters that did not change");
     const auto scopes = std::make_shared<std::string>(all_diff_scopes());
-    command->add_option("--scope", *scopes, "What is compared, joined by commas")
+    command->add_option("--scope", *scopes, "Scopes to compare, joined by commas")
         ->check(CLI::Validator(check_diff_scopes, "SCOPES"))
         ->capture_default_str();
-    command->add_option("-s,--search", options->choice.search, "Only counters with this in their name or meaning");
+    command->add_option("-s,--search", options->choice.search,
+                        "Only counters whose name or meaning contains this text");
     command->add_flag("--force", options->b_force, "Compare statistics of different engines, or in the wrong order");
     command->add_flag("--json", options->b_json, "As JSON");
     command->callback([options, scopes, &status] {
@@ -517,12 +519,18 @@ int run_command_line(int argc, const char* const* argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        const bool b_asked_for = app.exit(error) == 0;
+        // CLI11 misses a command before it looks at the words that it does not know.
+        const std::vector<std::string> unknown = app.remaining();
+        const bool b_unknown_command =
+            app.get_subcommands().empty() && !unknown.empty() && !unknown[0].starts_with('-');
+        const int exit_code = b_unknown_command
+                                  ? app.exit(CLI::ValidationError("no such command: \"" + unknown[0] + "\""))
+                                  : app.exit(error);
         std::cout.flush();
         if (!std::cout) {
             return EXIT_OUTPUT;
         }
-        if (b_asked_for) {
+        if (exit_code == 0) {
             return EXIT_OK;
         }
         // A monitor would read 2 as a result of the check, and does not read standard error.

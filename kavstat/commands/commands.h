@@ -96,9 +96,8 @@ int run_rules(const RulesOptions& options);
 
 struct ReportOptions
 {
-    std::optional<std::string> file; // saved or recorded; the running engine when there is none
-    std::optional<std::time_t> from; // of a recorded history
-    std::optional<std::time_t> to;
+    std::optional<std::string> file;   // saved or recorded; the running engine when there is none
+    HistorySpan span;                  // of a recorded history
     std::optional<std::string> output; // a file; standard output when there is none
     double interval = 2;               // seconds between two looks at the running engine
     std::optional<std::string> rules;  // the file of settings

@@ -155,8 +155,7 @@ private:
     {
         RecordedRows recorded;
         std::string reason = recorded.open(*m_options.file);
-        const HistorySpan span{m_options.from, m_options.to};
-        const std::optional<HistorySample> last = last_sample(recorded, span);
+        const std::optional<HistorySample> last = last_sample(recorded, m_options.span);
         const auto moment = last ? recorded.reader().restore(*last) : std::nullopt;
         if (!reason.empty() || !moment) {
             const std::string error = recorded.reader().error();
@@ -217,7 +216,7 @@ private:
                       PageData& data) const
     {
         std::string reason;
-        if (auto rows = recorded.rows(scope, key, {m_options.from, m_options.to}, points, reason)) {
+        if (auto rows = recorded.rows(scope, key, m_options.span, points, reason)) {
             thin(rows->rows, points);
             data.histories.push_back(std::move(*rows));
         }

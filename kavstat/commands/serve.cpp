@@ -30,8 +30,8 @@ int prepare(const ServeOptions& options, ListenAddress& address, WebConfig& web)
     }
     const bool b_reached = !address.is_unix() && !address.is_loopback();
     if (b_reached && !options.b_insecure && !(web.has_tls() && web.has_authentication())) {
-        report_error("others reach " + address.text() +
-                     ": --web-config with TLS and users, or client certificates, is needed; or --insecure");
+        report_error("other machines can reach " + address.text() +
+                     "; protect it by --web-config with TLS and users or client certificates, or give --insecure");
         return EXIT_USAGE;
     }
     return EXIT_OK;

@@ -132,7 +132,7 @@ struct Finding
 
     // Returns "peer 3 branch-3.example.net", in printable ASCII characters.
     std::string subject() const;
-    // Returns "messages nacked 1.20% (at most 0.10%)".
+    // Returns "messages nacked 1.20% (should be at most 0.10%)".
     std::string figure_text() const;
 };
 

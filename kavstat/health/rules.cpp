@@ -268,7 +268,7 @@ constexpr Rule rules[] = {
      .term = grows(Sum(engine(RE_STAT_GLOBAL_ID_LOWMEM_OPEN_ERROR)) + engine(RE_STAT_GLOBAL_ID_LOWMEM_DECODE_ERROR) +
                    engine(RE_STAT_GLOBAL_ID_LOWMEM_MALLOC_ERROR)),
      .form = Form::per_second,
-     .figure = "connections, decodings and allocations failed for want of memory",
+     .figure = "connections, decodings and allocations failed for lack of memory",
      .meaning = "The engine is out of memory; connections fail or pass without redundancy elimination.",
      .remedy = "Give the engine more memory or fewer connections (Max concurrent connections)."},
     {.name = "plz_turned_off",
@@ -276,7 +276,7 @@ constexpr Rule rules[] = {
      .severity = Severity::warning,
      .term = grows(engine(RE_STAT_GLOBAL_ID_LOWMEM_PLZ_OFF)),
      .form = Form::per_second,
-     .figure = "persistent LZ was turned off for want of memory",
+     .figure = "persistent LZ was turned off for lack of memory",
      .meaning = "The engine saves memory at the cost of compression.",
      .remedy = "Give the engine more memory or fewer connections (Max concurrent connections)."},
     {.name = "memory_reserve_low",
@@ -321,7 +321,7 @@ constexpr Rule rules[] = {
      .severity = Severity::critical,
      .term = bypassed(RE_STAT_CONN_ID_NUM_ENCODE_BYPASS_LOWMEM),
      .form = Form::percent,
-     .figure = "messages bypassed encoding for want of memory",
+     .figure = "messages bypassed encoding for lack of memory",
      .meaning = "The engine is short of memory and saves less than it could.",
      .remedy = "Give the engine more memory or fewer connections (Max concurrent connections)."},
     {.name = "bypass_disk_error",
@@ -520,7 +520,7 @@ constexpr Rule rules[] = {
     {.name = "peer_not_acknowledging",
      .scope = RuleScope::peer,
      .severity = Severity::critical,
-     .term = level(peer(RE_STAT_PEER_ID_ACK_Q_SIZE), Comparison::above, 0),
+     .term = level(peer(RE_STAT_PEER_ID_ACK_Q_SIZE), Comparison::above, 4096),
      .also = {level(active_connections, Comparison::above, 0),
               rate(connections(SO_STAT_RECV_ACK_FRAME_NUM), Comparison::equal, 0)},
      .form = Form::bytes,
@@ -758,9 +758,9 @@ std::string limit_text(const Rule& rule, double threshold)
     if (!rule.has_threshold()) {
         return "";
     }
-    const char* const words = rule.term.comparison == Comparison::below      ? " (at least "
-                              : rule.term.comparison == Comparison::at_least ? " (less than "
-                                                                             : " (at most ";
+    const char* const words = rule.term.comparison == Comparison::below      ? " (should be at least "
+                              : rule.term.comparison == Comparison::at_least ? " (should be less than "
+                                                                             : " (should be at most ";
     return words + shown_value(rule.form, threshold) + ")";
 }
 

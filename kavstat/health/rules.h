@@ -180,7 +180,7 @@ RuleFileResult read_rule_file(const std::string& path);
 
 // Formats a value for people: "1.20%", "12.5 ms", "failed".
 std::string shown_value(Form form, double value);
-// Returns " (at most 0.10%)", or an empty text if the rule has no threshold.
+// Returns " (should be at most 0.10%)", or an empty text if the rule has no threshold.
 std::string limit_text(const Rule& rule, double threshold);
 
 } // namespace kavstat

@@ -206,7 +206,7 @@ std::string view_of_engine()
 
 std::string version_error(long long version)
 {
-    return "its layout is of version " + std::to_string(version) + ", which is newer than this program's (" +
+    return "its layout has version " + std::to_string(version) + ", which is newer than this program's (" +
            std::to_string(history_version) + ")";
 }
 

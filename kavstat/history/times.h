@@ -14,7 +14,7 @@ namespace kavstat {
 std::optional<std::time_t> parse_moment(std::string_view text, std::time_t now);
 
 // The forms of a moment, for error messages.
-constexpr const char* moment_forms = "as \"-1h\", \"14:30\", \"2026-11-20 14:30\" or seconds since the epoch";
+constexpr const char* moment_forms = "\"-1h\", \"14:30\", \"2026-11-20 14:30\" or seconds since the epoch";
 
 // "90s", "1h30m", "2y": whole numbers with s, m (minutes), h, d, w and y (365 days). In seconds, more than 0.
 std::optional<long long> parse_duration(std::string_view text);

@@ -195,7 +195,7 @@ private:
         m_result.error = reason;
         return false;
     }
-    bool fail_cut() { return fail("it is cut short: byte " + std::to_string(m_file.size()) + " is its last one"); }
+    bool fail_cut() { return fail("it is truncated after byte " + std::to_string(m_file.size())); }
 
     // Imports a section, or a number of records, in one transaction.
     void import_part(bool b_section)

@@ -43,11 +43,11 @@ std::string Source::reason_of(int error)
     case RE_STAT_ERR_ENGINE_GONE:
         return "the engine is no longer running";
     case RE_STAT_ERR_NOT_PUBLISHED:
-        return "the engine is still starting, or is just stopping";
+        return "the engine is still starting, or is stopping";
     case RE_STAT_ERR_OWNER:
-        return "the statistics are those of a user who is not trusted; the system log says of whom";
+        return "the statistics belong to a user who is not trusted; the system log names the user";
     case RE_STAT_ERR_UNKNOWN_OWNER:
-        return "KAV_STAT_OWNER names no user of this machine";
+        return "KAV_STAT_OWNER is not a user of this machine";
     case RE_STAT_ERR_NO_FILE:
         return "there is no such file";
     case RE_STAT_ERR_NOT_A_FILE:
@@ -61,15 +61,15 @@ std::string Source::reason_of(int error)
     case RE_STAT_ERR_NOT_STATISTICS:
         return "not a statistics file";
     case RE_STAT_ERR_BYTE_ORDER:
-        return "written on a machine of another byte order";
+        return "written on a machine with another byte order";
     case RE_STAT_ERR_VERSION:
-        return "its layout is of a version that this program does not know";
+        return "this program does not know the version of its layout";
     case RE_STAT_ERR_CUT:
-        return "the file is cut short or has something behind its end";
+        return "the file is shorter or longer than its contents";
     case RE_STAT_ERR_CHECKSUM:
         return "the file is damaged";
     case RE_STAT_ERR_LAYOUT:
-        return "the file's contents cannot be";
+        return "the file's contents are inconsistent";
     default:
         return "error " + std::to_string(error);
     }

@@ -833,7 +833,7 @@ MHD_Result HttpServer::implementation::answer(MHD_Connection* connection, client
     }
     const std::optional<ContentCoding> coding = preferred_coding(fields.accept_encoding);
     if (!coding) {
-        return refuse(connection, MHD_HTTP_NOT_ACCEPTABLE, "answers are not encoded, or by gzip\n");
+        return refuse(connection, MHD_HTTP_NOT_ACCEPTABLE, "answers are sent as they are or compressed by gzip\n");
     }
     return send_answer(connection, asking, b_head, *coding, answer_to({b_head, *target, fields.accept}, m_context));
 }

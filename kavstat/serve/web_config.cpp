@@ -47,7 +47,7 @@ void for_each_key(const YAML::Node& map, const std::string& name, const Use& use
         const YAML::Node& key = member.first;
         const std::string word = text_of(key, "a key of " + name);
         if (!words.insert(word).second) {
-            throw web_config_error(key.Mark(), word + " is there twice");
+            throw web_config_error(key.Mark(), word + " occurs twice");
         }
         use(word, member.second, key.Mark());
     }

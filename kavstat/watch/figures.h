@@ -33,7 +33,7 @@ std::vector<WatchFigure> overview_figures(const WatchModel& model);
 std::vector<WatchLine> figure_lines(const std::vector<WatchFigure>& figures, std::size_t width, std::size_t most,
                                     bool b_unicode);
 
-// "CRITICAL peer 3 branch-3: messages nacked 1.20% (at most 0.10%), for at least 5 s"
+// "CRITICAL peer 3 branch-3: messages nacked 1.20% (should be at most 0.10%), for at least 5 s"
 WatchLine finding_line(const Finding& finding);
 
 // Breaks the line's text between words. The second and further lines begin with the indent.

@@ -14,17 +14,25 @@ from dataclasses import dataclass, field
 # The shell functions are without double backslashes and single quotes, which not every shell takes alike.
 # What the help does not say, by command and option or by option: words, "free" for what only the user knows, or a shell
 # function that prints words, one a line. It gets the command line's words so far.
+COUNTERS = ("counters", r'''"$1" list --json 2>/dev/null | sed -n "s/.*\"key\":\"\([a-z0-9_]*\)\".*/\1/p" | sort -u''')
 VALUES = {
     "--interval": "1 2 5 10 60",
+    "--at": "now -1m -5m -1h -6h -1d",
+    "--from": "-5m -1h -6h -1d -7d",
+    "--to": "now -1m -5m -1h -6h -1d",
+    # test_packaging compares these with a database.
+    "--table": "application application_figures application_identity bypass bypass_figures bypass_identity configuration "
+               "connection engine engine_figures engine_start nack peer peer_figures peer_identity sample top_app_log "
+               "top_app_record",
     "--keep": "all 1d:all,30d:1m,2y:1h",
     "--max-size": "100M 1G 10G",
     "--listen": "127.0.0.1:9748 unix:/",
     "--socket-mode": "0600 0660 0666",
     "--max-series": "free",
     "--filter": "free",
-    "--search": "free",
+    "--search": COUNTERS,
     "--allow-host": "free",
-    "--peer": "free",
+    "--peer": ("peers", r'''"$1" json --scope peers 2>/dev/null | sed -n "s/^{\"slot\":[0-9]*,\"number\":\([0-9]*\),.*/\1/p"'''),
     "--sort": ("sort_keys", r'''page=overview
 before=
 for word; do
@@ -32,7 +40,7 @@ for word; do
     before=$word
 done
 "$1" watch --page "$page" --sort " " 2>&1 | sed -n "s/.*, but \(.*\)/\1/p" | tr -d , | tr " " "\n"'''),
-    "list SEARCH": ("counters", r'''"$1" list --json 2>/dev/null | sed -n "s/.*\"key\":\"\([a-z0-9_]*\)\".*/\1/p" | sort -u'''),
+    "list SEARCH": COUNTERS,
     "--ill": ("illnesses", r'''"$1" --help 2>/dev/null | sed -n "/^Illnesses/,/^$/s/^  \([a-z-]*\) .*/\1/p"'''),
 }
 LISTS = {"--ill"}
@@ -161,6 +169,12 @@ _PROGRAM() {
     local cur=${COMP_WORDS[COMP_CWORD]} previous= command= word
     COMPREPLY=()
     ((COMP_CWORD > 0)) && previous=${COMP_WORDS[COMP_CWORD - 1]}
+    # --option=value is three words.
+    if [[ $cur == = ]]; then
+        cur=
+    elif [[ $previous == = ]]; then
+        previous=${COMP_WORDS[COMP_CWORD - 2]}
+    fi
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
         case $word in
         COMMANDS)
@@ -224,7 +238,10 @@ def zsh_arguments(command):
     for option in command.options:
         tail = f"[{zsh_text(option.text)}]" + (zsh_value(option.value, option.names[-1]) if option.value else "")
         alone = "*" if option.b_repeats else "(" + " ".join(option.names) + ")" if len(option.names) > 1 else ""
-        result += [shlex.quote(f"{alone}{name}{tail}") for name in option.names]
+        for name in option.names:
+            # --option=value, or two words.
+            equals = "=" if option.value and name.startswith("--") else ""
+            result.append(shlex.quote(f"{alone}{name}{equals}{tail}"))
     if command.argument:
         result.append(shlex.quote("*" + zsh_value(command.argument, "argument")))
     return " \\\n        ".join(result)

@@ -84,7 +84,7 @@ TEST(program, refuses_to_publish_where_another_engine_does)
         built_program("kav_demo_engine") + " --once " + folder.path() + " 2>" + folder.file("errors");
     EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 1);
     EXPECT_EQ(bytes_of_file(folder.file("errors")),
-              "kav_demo_engine: another engine publishes its statistics here already\n");
+              "kav_demo_engine: another engine publishes under this name; KAV_STAT_SEGMENT selects another name\n");
 }
 
 TEST(program, tells_mistakes_on_the_command_line_from_errors)

@@ -194,11 +194,20 @@ const std::vector<edge>& edges()
          [](two_moments& m) { m.disconnected(); }},
         {"peer_not_acknowledging",
          [](two_moments& m) {
-             m.peer(RE_STAT_PEER_ID_ACK_Q_SIZE, 1);
+             m.peer(RE_STAT_PEER_ID_ACK_Q_SIZE, 4097);
              m.connections(SO_STAT_RECV_ACK_FRAME_NUM, 500, 501);
          },
          [](two_moments& m) {
-             m.peer(RE_STAT_PEER_ID_ACK_Q_SIZE, 1);
+             m.peer(RE_STAT_PEER_ID_ACK_Q_SIZE, 4097);
+             m.connections(SO_STAT_RECV_ACK_FRAME_NUM, 500, 500);
+         }},
+        {"peer_not_acknowledging",
+         [](two_moments& m) {
+             m.peer(RE_STAT_PEER_ID_ACK_Q_SIZE, 4096);
+             m.connections(SO_STAT_RECV_ACK_FRAME_NUM, 500, 500);
+         },
+         [](two_moments& m) {
+             m.peer(RE_STAT_PEER_ID_ACK_Q_SIZE, 4097);
              m.connections(SO_STAT_RECV_ACK_FRAME_NUM, 500, 500);
          }},
         {"bypass_low_compression",

@@ -94,7 +94,7 @@ TEST_F(health, says_what_is_wrong_where_since_when_and_what_to_do)
         "CRITICAL engine: cache state failed, for at least 10 s [cache_failed]\n"
         "    The engine has given up its cache; traffic passes without redundancy elimination. Save the statistics "
         "(exec_show_stats_kav save-file FILE), then look at the disk and restart the engine.\n"
-        "WARNING peer 3 branch-3: messages nacked 1.20% (at most 0.10%), in the last 10 s [nacks_frequent]\n"
+        "WARNING peer 3 branch-3: messages nacked 1.20% (should be at most 0.10%), in the last 10 s [nacks_frequent]\n"
         "    Messages of the peer could not be decoded here and are asked for again; each costs a round trip. Look "
         "at the reasons (exec_show_stats_kav peer nack). Many chunk-misses: the cache here is smaller than the "
         "peer believes, or it lost data; compare both ends' cache ages.\n"
@@ -107,7 +107,7 @@ TEST_F(health, knows_since_when_the_engine_runs)
     moments.before.engine_start_time = moments.now.engine_start_time = moments.now.capture_time - 90;
     const std::vector<Finding> found = moments.findings();
     ASSERT_EQ(found.size(), 1U);
-    EXPECT_EQ(found[0].figure_text(), "time since the engine's start 90 s (at least 5m)");
+    EXPECT_EQ(found[0].figure_text(), "time since the engine's start 90 s (should be at least 5m)");
     EXPECT_EQ(text_of(found[0].since), "since 2023-11-15 22:12:00");
 }
 
@@ -119,7 +119,7 @@ TEST_F(health, names_an_application_and_its_peer)
     const std::vector<Finding> found = moments.findings();
     ASSERT_EQ(found.size(), 1U);
     EXPECT_EQ(found[0].subject(), "application 443 of peer 3");
-    EXPECT_EQ(found[0].figure_text(), "size after encoding 200.00% (at most 110.00%)");
+    EXPECT_EQ(found[0].figure_text(), "size after encoding 200.00% (should be at most 110.00%)");
 }
 
 TEST_F(health, takes_no_alarm_from_a_few_messages)
@@ -188,7 +188,7 @@ TEST_F(health, after_a_restart_counts_from_the_start)
     const std::vector<Finding> found = moments.findings();
     ASSERT_EQ(found.size(), 1U);
     EXPECT_EQ(found[0].figure_text(),
-              "connections, decodings and allocations failed for want of memory 0.50/s (at most 0/s)");
+              "connections, decodings and allocations failed for lack of memory 0.50/s (should be at most 0/s)");
     EXPECT_EQ(text_of(found[0].since), "in the last 10m");
     EXPECT_NE(moments.text().find("\nThe engine was started anew between the two moments; rates count from that "
                                   "start.\n"),
@@ -560,12 +560,12 @@ TEST_F(health_of_connections, finds_those_that_are_silent_with_data_pending)
     engine.add_conn_stat(busy, SO_STAT_AO_RD_BYTES, 1);
     look(0.1);
     EXPECT_EQ(stuck(), names{"connection 17 192.0.2.10:40000 - 198.51.100.1:80 of peer 3: open with data pending, time "
-                             "without any movement 2 s (less than 2 s), for at least 2 s"});
+                             "without any movement 2 s (should be less than 2 s), for at least 2 s"});
     // It moves again.
     engine.add_conn_stat(silent, SO_STAT_WAN_WT_BYTES, 1);
     look(2);
     EXPECT_EQ(stuck(), names{"connection 18 192.0.2.10:40000 - 198.51.100.1:80 of peer 3: open with data pending, time "
-                             "without any movement 2 s (less than 2 s), for at least 2 s"});
+                             "without any movement 2 s (should be less than 2 s), for at least 2 s"});
 }
 
 TEST_F(health_of_connections, are_counted_beyond_the_most_silent_thousand)

@@ -255,8 +255,8 @@ TEST_F(history_test, files_that_are_no_history_and_later_versions_are_refused)
     ASSERT_TRUE(database.run("PRAGMA user_version = 2"));
     database.close();
     Recorder recorder(options());
-    EXPECT_EQ(recorder.open(later), "its layout is of version 2, which is newer than this program's (1)");
-    EXPECT_EQ(open_history(database, later), "its layout is of version 2, which is newer than this program's (1)");
+    EXPECT_EQ(recorder.open(later), "its layout has version 2, which is newer than this program's (1)");
+    EXPECT_EQ(open_history(database, later), "its layout has version 2, which is newer than this program's (1)");
 }
 
 TEST_F(history_test, only_regular_files_are_opened)
@@ -819,7 +819,7 @@ TEST_F(history_import, what_is_whole_of_a_cut_log_is_kept)
     const std::string whole = bytes_of_file(log);
     for (std::size_t size = whole.size() / 2 + 1; size < whole.size(); size += 37) {
         write_file(log, whole.substr(0, size));
-        EXPECT_EQ(import(log).error, "it is cut short: byte " + std::to_string(size) + " is its last one");
+        EXPECT_EQ(import(log).error, "it is truncated after byte " + std::to_string(size));
         ASSERT_EQ(number("SELECT count(*) FROM top_app_record"), 3);
     }
     write_file(log, whole);
@@ -837,7 +837,7 @@ TEST_F(history_import, logs_without_sections_are_imported)
     write_file(log, bytes + bytes + "rest");
     const ImportResult result = import(log);
     EXPECT_EQ(result.records, 2);
-    EXPECT_EQ(result.error, "it is cut short: byte 204 is its last one");
+    EXPECT_EQ(result.error, "it is truncated after byte 204");
     EXPECT_EQ(number("SELECT sum(encode_in_kbytes) FROM top_app_record WHERE port = 443 AND section = 1"), 24);
     write_file(log, bytes + bytes + bytes);
     EXPECT_EQ(import(log).records, 1);
@@ -852,7 +852,7 @@ TEST_F(history_import, what_is_no_log_is_refused)
     EXPECT_EQ(import(log).error, "at byte 0 there is no record; is it a top-application log?");
     // A section of four thousand million names.
     write_file(log, std::string("\x01\0\0\0\xff\xff\xff\xff", 8));
-    EXPECT_EQ(import(log).error, "it is cut short: byte 8 is its last one");
+    EXPECT_EQ(import(log).error, "it is truncated after byte 8");
     EXPECT_EQ(import(folder.path()).error, "not a regular file");
     EXPECT_EQ(import(folder.file("missing")).error, "No such file or directory");
     EXPECT_EQ(number("SELECT count(*) FROM top_app_log"), 0);

@@ -221,7 +221,7 @@ TEST_F(alerting_rules, keep_to_the_settings)
         "          scope: peer\n"
         "        annotations:\n"
         "          summary: \"Peer {{ $labels.peer }} {{ $labels.host_name }} of {{ $labels.instance }}: average "
-        "time until an acknowledgement {{ $value | humanizeDuration }} (at most 250.0 ms)\"\n"
+        "time until an acknowledgement {{ $value | humanizeDuration }} (should be at most 250.0 ms)\"\n"
         "          description: \"It should be the WAN's round trip and some milliseconds: the peer is busy or "
         "the line is full.\"\n"
         "          remedy: \"Compare with a ping. Much more than that: look at the peer's load and disk. On a line "

@@ -66,7 +66,7 @@ TEST_F(web_config, tells_the_line_of_a_mistake)
         {tls + "  client_auth_type: Always\n", "line 4: no such client_auth_type: \"Always\""},
         {tls + "  client_auth_type: VerifyClientCertIfGiven\n", "line 2: this client_auth_type needs a client_ca_file"},
         {tls + "  client_ca_file: c\n", "line 2: client_ca_file needs a client_auth_type that verifies"},
-        {tls + "  key_file: c\n", "line 4: key_file is there twice"},
+        {tls + "  key_file: c\n", "line 4: key_file occurs twice"},
         {"tls_server_config:\n  cert_file: a\n", "line 2: tls_server_config needs cert_file and key_file"},
         {"basic_auth_users:\n  alice: secret\n", "line 2: the password of alice is not a bcrypt hash, \"$2y$...\""},
         {"basic_auth_users:\n  alice: $2y$31$" + std::string(hash_of_secret).substr(7) + "\n",

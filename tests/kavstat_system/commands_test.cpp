@@ -78,6 +78,18 @@ TEST_F(kavstat_command, refuses_mistakes_with_status_2)
     }
 }
 
+TEST_F(kavstat_command, names_the_word_that_is_wrong)
+{
+    const std::string help = "\nRun with --help for more information.\n";
+    EXPECT_EQ(run_kavstat({"helth", "--all"}).err, "no such command: \"helth\"" + help);
+    EXPECT_EQ(run_kavstat({"--all"}).err, "A subcommand is required" + help);
+    EXPECT_EQ(run_kavstat({}).err, "A subcommand is required" + help);
+    EXPECT_EQ(run_kavstat({"json", "--scope", "peer"}).err,
+              "--scope: no such scope: \"peer\"; scopes are global,connections,peers,apps,nacks,config,bypass" + help);
+    EXPECT_EQ(run_kavstat({"diff", "--scope", "peer", "saved"}).err,
+              "--scope: no such scope: \"peer\"; scopes are engine,connections,peers,applications" + help);
+}
+
 TEST_F(kavstat_command, without_an_engine_says_so_with_status_3)
 {
     for (const std::vector<std::string>& arguments :
@@ -88,7 +100,7 @@ TEST_F(kavstat_command, without_an_engine_says_so_with_status_3)
         EXPECT_EQ(result.err, "kavstat: no engine is running\n");
     }
     setenv("KAV_STAT_OWNER", "no such user", 1);
-    EXPECT_EQ(run_kavstat({"json"}).err, "kavstat: KAV_STAT_OWNER names no user of this machine\n");
+    EXPECT_EQ(run_kavstat({"json"}).err, "kavstat: KAV_STAT_OWNER is not a user of this machine\n");
     unsetenv("KAV_STAT_OWNER");
     // A scrape must succeed and show that no engine runs.
     const program_result metrics = run_kavstat({"metrics"});
@@ -111,8 +123,8 @@ TEST_F(kavstat_command, refuses_files_that_are_no_statistics_with_a_reason)
     write_file(path("version"), other_version);
     const std::vector<std::pair<std::string, std::string>> reasons = {
         {"none", "there is no such file"},  {"empty", "the file is empty"},
-        {"text", "not a statistics file"},  {"cut", "the file is cut short or has something behind its end"},
-        {"damaged", "the file is damaged"}, {"version", "its layout is of a version that this program does not know"},
+        {"text", "not a statistics file"},  {"cut", "the file is shorter or longer than its contents"},
+        {"damaged", "the file is damaged"}, {"version", "this program does not know the version of its layout"},
         {".", "not a regular file"}};
     for (const auto& [name, reason] : reasons) {
         for (const std::vector<std::string>& arguments : {std::vector<std::string>{"json", "--file", path(name)},

@@ -276,7 +276,7 @@ TEST_F(ill, alone_engines_break_their_rules_and_heal)
     const std::map<std::string, std::string> changes = {
         {"cache_initializing_long", "threshold = 1\n"}, {"encoding_slow", "threshold = 0.03\n"},
         {"decoding_slow", "threshold = 0.03\n"},        {"peer_slow", "threshold = 0.4\n"},
-        {"engine_restarted", "threshold = 20\n"},
+        {"engine_restarted", "threshold = 40\n"},
     };
     std::string text = "window = 6\n";
     for (const Rule& rule : all_rules()) {

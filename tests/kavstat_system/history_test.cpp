@@ -58,7 +58,7 @@ TEST_F(history_program, moments_and_spans_are_read)
     EXPECT_EQ(run_kavstat({"json", "--history", database(), "--at", "2020-01-01"}).status, 3);
     const program_result wrong = run_kavstat({"json", "--history", database(), "--at", "2020-02-30"});
     EXPECT_EQ(wrong.status, 2);
-    EXPECT_TRUE(contains(wrong.err, R"(not a moment as "-1h", "14:30", "2026-11-20 14:30" or seconds since the epoch: )"
+    EXPECT_TRUE(contains(wrong.err, R"(not a time like "-1h", "14:30", "2026-11-20 14:30" or seconds since the epoch: )"
                                     R"("2020-02-30")"))
         << wrong.err;
     EXPECT_EQ(run_kavstat({"diff"}).status, 2);

@@ -1,4 +1,4 @@
-// kavstat serve as others reach it: TLS, users, sockets of systemd.
+// kavstat serve for other machines: TLS, users, sockets of systemd.
 #include "kavstat_program.h"
 #include "prometheus.h"
 
@@ -174,11 +174,12 @@ TEST_F(serve_tls, handshakes_that_stop_hold_nobody_up)
 
 TEST_F(serve_tls, refuses_to_serve_others_without_protection)
 {
-    const std::string needs = ": --web-config with TLS and users, or client certificates, is needed; or --insecure\n";
+    const std::string needs =
+        "; protect it by --web-config with TLS and users or client certificates, or give --insecure\n";
     for (const char* const address : {"0.0.0.0:0", "[::]:0", "192.0.2.1:0"}) {
         const program_result result = run_kavstat({"serve", "--listen", address});
         EXPECT_EQ(result.status, 2);
-        EXPECT_EQ(result.err, std::string("kavstat: others reach ") + address + needs);
+        EXPECT_EQ(result.err, std::string("kavstat: other machines can reach ") + address + needs);
     }
     write_file(path("users.yml"), "basic_auth_users:\n  alice: nothing\n");
     EXPECT_EQ(run_kavstat({"serve", "--web-config", path("users.yml")}).err,

@@ -90,12 +90,12 @@ ALERTS{instance="lyon",alertname="SomethingElse",alertstate="firing",severity="c
 # What each query answers after half an hour, 1800 seconds.
 EXPECTED = {
     "Which engines run.": {'kav_up{instance="paris"}': 1, 'kav_up{instance="lyon"}': 1},
-    "What is wrong, as far as the alerts know.": {
+    "What is wrong: alerts that fire.": {
         '{instance="paris",alertname="KavNacksFrequent",severity="warning"}': 1,
         '{instance="lyon",alertname="KavCacheFailed",severity="critical"}': 1},
     # 1800 - 1000, 1800 - 1200.
     "For how long each engine has run.": {'{instance="paris"}': 800, '{instance="lyon"}': 600},
-    "How often it was started anew since yesterday.": {'{instance="paris"}': 0, '{instance="lyon"}': 1},
+    "How often each engine was restarted since yesterday.": {'{instance="paris"}': 0, '{instance="lyon"}': 1},
     # 1 - 32/128, 1 - 64/64.
     "How much encoding saves.": {'{instance="paris"}': 0.75, '{instance="lyon"}': 0},
     # 1 - (32 + 64)/(128 + 128), 1 - (64 + 16)/(64 + 64).
@@ -106,12 +106,12 @@ EXPECTED = {
     "The applications with most data.": {
         '{instance="paris",port="445",handle="2",classifier="server_port"}': 48,
         '{instance="lyon",port="80",handle="0",classifier="client_port"}': 64},
-    "What bypasses it, by cause.": {
+    "How much data bypasses encoding, by cause.": {
         '{instance="paris",cause="low_compression"}': 16, '{instance="lyon",cause="cache_not_ready"}': 64},
     # 2 of 8 messages a second, 4 of 8.
-    "The share of messages that bypass it.": {'{instance="paris"}': 0.25, '{instance="lyon"}': 0.5},
+    "The share of messages that bypass encoding.": {'{instance="paris"}': 0.25, '{instance="lyon"}': 0.5},
     # 32/128, 48/64.
-    "The share of data that the cache knows.": {'{instance="paris"}': 0.25, '{instance="lyon"}': 0.75},
+    "The share of data found in the cache.": {'{instance="paris"}': 0.25, '{instance="lyon"}': 0.75},
     "How full the cache is.": {'{instance="paris"}': 0.5, '{instance="lyon"}': 0.75},
     # 1800 - 600, 1800 - 1500.
     "The age of the oldest data in the cache, in seconds.": {'{instance="paris"}': 1200, '{instance="lyon"}': 300},
@@ -127,7 +127,7 @@ EXPECTED = {
     # Nine of ten are not larger than 5120. Of what is in the last bucket, only its lower bound is known.
     "The size that nine of ten messages do not exceed.": {
         '{instance="paris",direction="encode"}': 5120, '{instance="lyon",direction="encode"}': 40960},
-    "Operations that failed for want of memory, per second.": {
+    "Operations that failed for lack of memory, per second.": {
         '{instance="paris",operation="allocate"}': 0.5, '{instance="lyon",operation="allocate"}': 0},
     "Who a peer is. Peer numbers are an appliance's own, so joins name the instance.": {
         '{instance="paris",peer="1",host_name="branch-1"}': 0.5, '{instance="lyon",peer="1",host_name="hub"}': 0.25},

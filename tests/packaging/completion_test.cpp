@@ -22,14 +22,15 @@ std::string completion_of(const std::string& program)
 }
 
 // Returns the completions of the word at the end of the line, separated by blanks. As with readline, words also end at
-// colons.
+// colons and equals signs.
 std::string offered(const std::string& line, const std::string& program = "exec_show_stats_kav")
 {
     const std::string driver = R"(
 source ')" + completion_of(program) +
                                R"('
 COMP_LINE=$1 COMP_POINT=${#1} COMP_WORDBREAKS=$' \t\n"\'><=;|&(:'
-read -ra COMP_WORDS <<<"${COMP_LINE//:/ : }"
+separated=${COMP_LINE//:/ : }
+read -ra COMP_WORDS <<<"${separated//=/ = }"
 [[ $COMP_LINE == *' ' ]] && COMP_WORDS+=('')
 COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
 PATH=)" KAV_BIN_DIR R"(:$PATH
@@ -149,7 +150,7 @@ using words = std::set<std::string>;
 using offers = std::map<std::string, words>;
 
 // Collects lines of words, each group after a line "== " and the command line that they complete. Of words joined by
-// commas, the last one is kept.
+// commas, the last one is kept; of --option=word, the word.
 offers groups_of(const std::string& text)
 {
     offers found;
@@ -160,7 +161,7 @@ offers groups_of(const std::string& text)
             line = word.substr(3);
         } else if (!word.empty()) {
             word = word.substr(0, word.find('\t'));
-            found[line].insert(word.substr(word.rfind(',') + 1));
+            found[line].insert(word.substr(word.find_last_of(",=") + 1));
         }
     }
     return found;
@@ -272,6 +273,16 @@ TEST_P(shells_complete, as_in_this_table)
         {"kavstat list --kind m", {"maximum", "minimum"}},
         {"kavstat list --scope e", {"engine"}},
         {"kavstat list total_cache_", {"total_cache_ram_size", "total_cache_size"}},
+        {"kavstat diff --search total_cache_", {"total_cache_ram_size", "total_cache_size"}},
+        {"kavstat list --kind=m", {"maximum", "minimum"}},
+        {"kavstat export --table peer", {"peer", "peer_figures", "peer_identity"}},
+        {"kavstat export --from ", {"-5m", "-1h", "-6h", "-1d", "-7d"}},
+        {"kavstat json --history report.log --at n", {"now"}},
+        {"kavstat report --to n", {"now"}},
+        {"kavstat report --svg traffic --peer ", {"1", "2", "3"}},
+        {"kavstat report --svg c", {"cache", "cache_age", "connections"}},
+        {"kavstat record re", {"report.log"}},
+        {"kavstat import re", {"report.log"}},
         {"kav_demo_engine --bypass", {"--bypass-threshold-mb", "--bypass-retry"}},
         {"kav_demo_engine --ill slow", {"slow-disk", "slow-encode", "slow-decode"}},
         {"kav_demo_engine --ill nacks,cache-f", {"cache-failed"}},
@@ -294,6 +305,19 @@ TEST_P(shells_complete, as_in_this_table)
     for (const auto& [line, completions] : cases) {
         EXPECT_EQ(found[line], completions) << line;
     }
+}
+
+// The names are in the error for an unknown table.
+TEST(completion, the_tables_of_a_database_are_offered)
+{
+    const idle_engine engine({"--peers", "3"});
+    const scratch_folder folder(disk());
+    const std::string error = output_of("export PATH='" KAV_BIN_DIR "':$PATH; cd '" + folder.path() +
+                                        "' && kavstat record --once db && kavstat export --table unknown db 2>&1");
+    std::istringstream names(std::regex_replace(error.substr(error.find("there are ") + 10), std::regex(","), ""));
+    const words tables{std::istream_iterator<std::string>(names), {}};
+    EXPECT_TRUE(tables.contains("top_app_log")) << error;
+    EXPECT_EQ(offered_by_bash({"kavstat export --table "})["kavstat export --table "], tables);
 }
 
 // The commands and options that a help shows.

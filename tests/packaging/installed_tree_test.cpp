@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
+#include <regex>
 #include <string>
 
 namespace {
@@ -68,6 +70,37 @@ TEST_F(installed_tree, the_viewer_its_page_and_its_completion_are_where_they_bel
           "share/bash-completion/completions/exec_show_stats_kav", "include/kav/RE_stat_writer.h"}) {
         EXPECT_TRUE(std::filesystem::exists(in_prefix(path))) << path;
     }
+}
+
+TEST_F(installed_tree, documents_link_to_installed_documents)
+{
+    const std::filesystem::path documents = in_prefix("share/doc/kav-statistics-doc");
+    const std::regex link("\\]\\(([^)#:]+)[)#]");
+    int count = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(documents)) {
+        if (entry.path().extension() == ".md") {
+            const std::string text = bytes_of_file(entry.path());
+            for (std::sregex_iterator at(text.begin(), text.end(), link), end; at != end; ++at, ++count) {
+                EXPECT_TRUE(std::filesystem::exists(entry.path().parent_path() / (*at)[1].str()))
+                    << entry.path() << ": " << (*at)[1];
+            }
+        }
+    }
+    EXPECT_GT(count, 20);
+}
+
+TEST_F(installed_tree, manual_pages_name_installed_files)
+{
+    const std::regex name("_/usr/(share/[^_ ]+)_");
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(KAV_SOURCE_DIR "/docs/man")) {
+        const std::string text = bytes_of_file(entry.path());
+        for (std::sregex_iterator at(text.begin(), text.end(), name), end; at != end; ++at, ++count) {
+            EXPECT_TRUE(std::filesystem::exists(in_prefix((*at)[1]))) << entry.path() << ": " << (*at)[1];
+        }
+        EXPECT_FALSE(std::regex_search(text, std::regex("docs/[^/]*\\.md[^_]"))) << entry.path();
+    }
+    EXPECT_GT(count, 5);
 }
 
 TEST_F(installed_tree, schema_and_rules_are_those_that_kavstat_prints)

@@ -1,5 +1,6 @@
 // Compares the manual pages with the programs that they describe, and displays them with the usual programs.
 #include "shell.h"
+#include "support/contains.h"
 #include "support/small_engine_reports.h"
 
 #include <gtest/gtest.h>
@@ -217,6 +218,49 @@ TEST(manual, every_error_code_is_in_the_page_of_the_file_format)
         EXPECT_TRUE(holds_phrase(codes, (*at)[2].str() + " " + (*at)[1].str())) << (*at)[0];
     }
     EXPECT_GT(count, 20);
+}
+
+TEST(manual, every_page_refers_to_pages_that_exist_and_kavstats_to_all)
+{
+    const std::regex reference("\\*([a-z_-]+)\\*\\(([0-9])\\)");
+    const std::vector<std::string> names = pages();
+    const std::set<std::string> ours(names.begin(), names.end());
+    for (const std::string& page : ours) {
+        const std::string text = bytes_of_file(source_folder + "/docs/man/" + page + ".scd");
+        const std::string see_also = text.substr(text.find("# SEE ALSO"));
+        std::set<std::string> siblings = {page};
+        for (std::sregex_iterator at(text.begin(), text.end(), reference), end; at != end; ++at) {
+            const std::string name = (*at)[1].str() + "." + (*at)[2].str();
+            EXPECT_TRUE(ours.contains(name) || !contains(name, "kav")) << page << ": " << name;
+            if (ours.contains(name) && contains(see_also, (*at)[0].str())) {
+                siblings.insert(name);
+            }
+        }
+        EXPECT_GE(siblings.size(), 4U) << page;
+        if (page == "kavstat.1") {
+            EXPECT_EQ(siblings, ours);
+        }
+    }
+}
+
+// The crontab line of kavstat's page, with cron's shell and environment.
+TEST(manual, the_example_for_the_textfile_collector_runs_from_cron)
+{
+    const std::string page = bytes_of_file(source_folder + "/docs/man/kavstat.1.scd");
+    const std::size_t start = page.find("\n* * * * * root ");
+    ASSERT_NE(start, std::string::npos);
+    const std::string line = page.substr(start + 16, page.find('\n', start + 1) - start - 16);
+    ASSERT_TRUE(line.starts_with("cd /var/lib/prometheus/node-exporter && ")) << line;
+    const idle_engine engine({"--peers", "2"});
+    const scratch_folder folder(disk());
+    const std::string command = "cd '" + folder.path() + "' &&" + line.substr(line.find("&&") + 2);
+    std::ofstream(folder.file("command")) << command;
+    EXPECT_EQ(output_of("env -i HOME=/ LOGNAME=root SHELL=/bin/sh PATH='" + program_folder +
+                        "':/usr/bin:/bin KAV_STAT_SEGMENT=$KAV_STAT_SEGMENT dash -c \"$(cat '" +
+                        folder.file("command") + "')\""),
+              "");
+    EXPECT_TRUE(contains(bytes_of_file(folder.file("kav.prom")), "\nkav_up 1\n"));
+    EXPECT_FALSE(std::filesystem::exists(folder.file("kav.prom.new")));
 }
 
 TEST(manual, every_page_is_displayed_without_a_warning)

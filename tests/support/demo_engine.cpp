@@ -20,6 +20,13 @@ demo_engine::demo_engine(const std::vector<std::string>& arguments, const std::s
     : m_program(built_program("kav_demo_engine"), arguments, with_segment(segment))
 {}
 
+demo_engine::~demo_engine()
+{
+    if (m_program.pid() > 0) {
+        stop();
+    }
+}
+
 bool demo_engine::says(const std::string& line)
 {
     return m_program.read_line() == line;

@@ -11,6 +11,8 @@ class demo_engine
 public:
     // segment: the name to publish under. If empty, the name in the environment is used.
     explicit demo_engine(const std::vector<std::string>& arguments, const std::string& segment = {});
+    // Stops an engine that still runs, so that it removes its segment.
+    ~demo_engine();
 
     // Whether the next line that the engine prints is `line`.
     bool says(const std::string& line);

@@ -212,7 +212,8 @@ TEST_F(demo, is_refused_where_another_publishes_and_does_it_no_harm)
     const program_result second = run_demo(once());
     EXPECT_EQ(second.status, 1);
     EXPECT_EQ(second.out, "");
-    EXPECT_EQ(second.err, "kav_demo_engine: another engine publishes its statistics here already\n");
+    EXPECT_EQ(second.err,
+              "kav_demo_engine: another engine publishes under this name; KAV_STAT_SEGMENT selects another name\n");
     EXPECT_EQ(without_ages(report_of({"global-detail"})), before);
     EXPECT_EQ(first.stop().status, 0);
 }

@@ -8,7 +8,7 @@ enum RE_stat_error : int
     RE_STAT_ERR_NO_ENGINE = -1,      // no segment of that name exists, or the name is invalid
     RE_STAT_ERR_PERMISSION = -2,     // the segment or file may not be read
     RE_STAT_ERR_ENGINE_GONE = -3,    // a segment exists, but its engine no longer runs
-    RE_STAT_ERR_NOT_PUBLISHED = -4,  // the engine is still starting, or is just stopping
+    RE_STAT_ERR_NOT_PUBLISHED = -4,  // the engine is still starting, or is stopping
     RE_STAT_ERR_OWNER = -16,         // a segment exists, but it belongs, or could belong, to a user who is not trusted
     RE_STAT_ERR_UNKNOWN_OWNER = -17, // KAV_STAT_OWNER does not name a user
 
@@ -19,7 +19,7 @@ enum RE_stat_error : int
     RE_STAT_ERR_READ = -8,            // opening, mapping or reading failed for another reason
     RE_STAT_ERR_NO_MEMORY = -9,       // not enough memory
     RE_STAT_ERR_NOT_STATISTICS = -10, // the first bytes are not those of a statistics image
-    RE_STAT_ERR_BYTE_ORDER = -11,     // written on a machine of another byte order
+    RE_STAT_ERR_BYTE_ORDER = -11,     // written on a machine with another byte order
     RE_STAT_ERR_VERSION = -12,        // a layout version that this reader does not know
     RE_STAT_ERR_CUT = -13,            // shorter or longer than its header says, or truncated while it was read
     RE_STAT_ERR_CHECKSUM = -14,       // at least one byte differs from what was written
