@@ -97,6 +97,17 @@ TEST_F(history_program, logs_are_imported_and_tables_exported)
     EXPECT_TRUE(csv.starts_with("log,number,section,application,classifier,kav_peer_id,port,")) << csv;
     EXPECT_EQ(first.out, log + ": " + std::to_string(std::count(csv.begin(), csv.end(), '\n') - 1) + " records\n");
     EXPECT_EQ(run_kavstat({"import", path("missing"), log, path("other.db")}).status, 1);
+    EXPECT_EQ(run_kavstat({"import", "--max-size", "1M", log, path("small.db")}).status, 2);
+    std::string long_log;
+    while (long_log.size() < (8U << 20U)) {
+        long_log += bytes_of_file(log);
+    }
+    write_file(path("long.log"), long_log);
+    const program_result full = run_kavstat({"import", "--max-size", "4M", path("long.log"), path("small.db")});
+    EXPECT_EQ(full.status, 1);
+    EXPECT_EQ(full.err, "kavstat: " + path("long.log") + ": the database has no room for the rest within --max-size\n");
+    EXPECT_GT(std::filesystem::file_size(path("small.db")), 1U << 20U);
+    EXPECT_LE(std::filesystem::file_size(path("small.db")), 4U << 20U);
 }
 
 TEST_F(history_program, a_recorder_ends_cleanly_and_lets_others_read)
