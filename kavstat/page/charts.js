@@ -54,7 +54,8 @@ class Chart {
     this.values = []; // by series
     this.times = [];
     // dygraphs itself shows the range of the rows then, which may be less.
-    this.canvas = element("div", { class: "canvas", "aria-hidden": "true", ondblclick: () => board.zoom(null) });
+    this.canvas = element("div", { class: "canvas", "aria-hidden": "true", hidden: true,
+      ondblclick: () => board.zoom(null) });
     this.empty = element("p", { class: "quiet", hidden: true });
     this.figures = definition.series.map(() =>
       element("span", { class: `figure ${definition.unit}` }, noFigure));
@@ -240,7 +241,7 @@ class ChartBoard {
     this.isFollowing = false;
     this.reset = element("button", { type: "button", class: "reset", hidden: true,
       onclick: () => this.zoom(null) }, "Show the whole range");
-    this.hint = element("p", { class: "quiet hint" },
+    this.hint = element("p", { class: "quiet hint", hidden: true },
       "Drag to zoom, Shift and drag to move, double-click for the whole range.");
     this.few = element("p", { class: "quiet", hidden: true });
     this.grid = element("div", { class: "grid" }, ...this.charts.map((chart) => chart.root));

@@ -151,6 +151,7 @@ class Page {
       if (this.health && view.health) {
         view.health.update(this.health);
       }
+      await view.updateOld?.().catch(() => {}); // the reason has been said
     }
     if (this.source.isLive && view === this.view) {
       clearTimeout(this.timer);

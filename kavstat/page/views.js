@@ -13,9 +13,18 @@ class FigureStrip {
       element("div", {}, element("dt", {}, figure.label), figure.value, figure.note)));
   }
 
-  set(key, value, note = "") {
+  // note: stays the same when it is not given.
+  set(key, value, note = null) {
     this.figures[key].value.textContent = value;
-    this.figures[key].note.textContent = note;
+    if (note !== null) {
+      this.figures[key].note.textContent = note;
+    }
+  }
+
+  clearNotes() {
+    Object.values(this.figures).forEach((figure) => {
+      figure.note.textContent = "";
+    });
   }
 }
 
@@ -188,6 +197,15 @@ class ThingWithCharts {
     return [Math.min(rows[0][0], last - 60), last];
   }
 
+  // While no engine is running, the server still has the last minutes.
+  async updateOld() {
+    this.showSeries(await this.updateCharts());
+  }
+
+  showSeries(series) {
+    this.showTraffic(this.strip, series);
+  }
+
   recolor() {
     this.board.recolor();
   }
@@ -234,17 +252,25 @@ class OverviewView extends ThingWithCharts {
   async update() {
     this.health.update(this.page.health);
     const series = await this.updateCharts();
-    this.showTraffic(this.strip, series);
+    this.showSeries(series, !this.past);
+    this.health.setTitle(this.past ? "Health now" : "Health");
+    if (this.past) {
+      this.strip.clearNotes();
+    } else {
+      await this.updateTotals();
+    }
+  }
+
+  // hasTotals: the number of connections comes with the totals.
+  showSeries(series, hasTotals = false) {
+    super.showSeries(series);
     this.strip.set("latency", valueText(this.now(series, "latency", 0), "seconds"));
     const nacks = [0, 1, 2, 3].map((line) => this.now(series, "nacks", line));
     this.strip.set("nacks", valueText(nacks.includes(null) ? null : nacks.reduce((sum, one) => sum + one),
       "count_per_second"));
     this.strip.set("cache", valueText(this.now(series, "cache", 0), "percent"));
-    this.health.setTitle(this.past ? "Health now" : "Health");
-    if (this.past) {
+    if (!hasTotals) {
       this.strip.set("connections", valueText(this.now(series, "connections", 0), "count"));
-    } else {
-      await this.updateTotals();
     }
   }
 
@@ -281,8 +307,7 @@ class PeerView extends ThingWithCharts {
 
   async update() {
     this.health.update(this.page.health);
-    const series = await this.updateCharts();
-    this.showTraffic(this.strip, series);
+    this.showSeries(await this.updateCharts());
     const peer = await this.ownRow("peers");
     if (!peer) {
       this.identity.textContent = `${this.key} ${this.past ? "was not" : "is no longer"} among the engine's peers.`;
@@ -310,8 +335,7 @@ class ApplicationView extends ThingWithCharts {
   }
 
   async update() {
-    const series = await this.updateCharts();
-    this.showTraffic(this.strip, series);
+    this.showSeries(await this.updateCharts());
     const application = await this.ownRow("applications");
     if (!application) {
       this.identity.textContent =

@@ -143,6 +143,10 @@ class PageTest(unittest.TestCase):
         self.assertRegex(alert.text, r"^No engine is running\. Figures are those of \d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.$")
         self.assertNotEqual(self.browser.text("#figure-before"), "–", last)
         self.assertIn("old", self.browser.driver.execute_script("return document.documentElement.className"))
+        # The server still has the last minutes for a view that is opened now.
+        self.browser.all("a[data-view=peers]")[0].click()
+        self.browser.all("a[data-view=overview]")[0].click()
+        self.assertTrue(self.browser.wait(lambda: self.browser.text("#figure-before") not in ["", "–"]))
         self.shoot("stopped")
         self.servers.engine(self.segment, "--rate", "1")
         self.assertTrue(self.browser.wait(lambda: not alert.is_displayed()))
