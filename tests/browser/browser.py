@@ -1,4 +1,5 @@
 """A headless Chromium that looks at the page of kavstat."""
+import contextlib
 import json
 import os
 import shutil
@@ -116,6 +117,23 @@ class Browser:
     def requests(self):
         """The addresses that the page has asked."""
         return self.driver.execute_script("return performance.getEntriesByType('resource').map((each) => each.name)")
+
+    def processor_times(self):
+        """Seconds of processor time that each process of the browser has used."""
+        times = {}
+        found = [str(self.driver.service.process.pid)]
+        for process in found:
+            with contextlib.suppress(OSError):
+                with open(f"/proc/{process}/stat", encoding="utf-8") as file:
+                    fields = file.read().rsplit(")", 1)[1].split()
+                times[process] = (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+                with open(f"/proc/{process}/task/{process}/children", encoding="utf-8") as file:
+                    found += file.read().split()
+        return times
+
+    def milliseconds_since(self, before):
+        """Processor time since then, of all processes of the browser together."""
+        return 1000 * sum(time - before.get(process, 0) for process, time in self.processor_times().items())
 
     def picture(self, path, height=None):
         """A screenshot; of so much of the page when a height is given."""
