@@ -11,6 +11,7 @@
 #include "support/http_client.h"
 
 #include <cmath>
+#include <deque>
 #include <limits>
 
 using namespace kavstat;
@@ -139,15 +140,39 @@ TEST(packed_rows, keep_every_number)
     EXPECT_EQ(rows_in(packed), std::vector<Row>{rows[1]});
 }
 
-TEST(packed_rows, take_a_byte_for_a_figure_that_does_not_move)
+TEST(packed_rows, take_bytes_only_for_figures_that_move)
 {
     PackedRows packed;
-    const Row row(50, 1LL << 40U);
+    Row row(150, 1LL << 40U);
     const std::size_t before = (packed.add(row), packed.bytes());
+    std::vector<Row> rows{row};
     for (int count = 0; count < 100; ++count) {
         packed.add(row);
+        rows.push_back(row);
     }
-    EXPECT_EQ(packed.bytes() - before, 100U * 50U);
+    EXPECT_EQ(packed.bytes() - before, 100U * 3U); // one for each 64 figures
+    row[3] += 63;
+    row[149] -= 65;
+    packed.add(row);
+    rows.push_back(row);
+    EXPECT_EQ(packed.bytes() - before, 100U * 3U + (1 + 1) + 1 + (4 + 2)); // the 22nd bit of the last 64
+    EXPECT_EQ(rows_in(packed), rows);
+}
+
+// Long enough that the memory of dropped rows is used again many times.
+TEST(packed_rows, stay_right_while_old_ones_are_dropped)
+{
+    PackedRows packed;
+    std::deque<Row> rows;
+    for (long long number = 0; number < 2000; ++number) {
+        rows.push_back({number, number * number % 1000, number / 7, number % 5 == 0 ? -number * 1000000 : 0});
+        packed.add(rows.back());
+        if (rows.size() > 20) {
+            rows.pop_front();
+            packed.drop_oldest();
+        }
+        ASSERT_EQ(rows_in(packed), std::vector<Row>(rows.begin(), rows.end()));
+    }
 }
 
 TEST(chart_values, are_what_counters_grew_by)
@@ -501,6 +526,42 @@ TEST_F(page_test, a_report_holds_data_that_cannot_end_its_element)
     EXPECT_EQ(page.find("<script src="), std::string::npos);
     EXPECT_EQ(page.find("<link"), std::string::npos);
     EXPECT_NE(page.find("default-src 'none'; script-src 'nonce-"), std::string::npos);
+}
+
+// For 6 peers and 120 applications: a mail takes it.
+TEST_F(page_test, a_report_of_a_day_has_less_than_three_megabytes)
+{
+    start();
+    add_peer(1);
+    LiveHistory live;
+    sample(live, 0);
+    PageData data{live.health(), *live.reader(), live.moments(), {}};
+    const auto add = [&](ChartScope scope, int number, std::size_t points) {
+        const std::size_t columns = chart_columns_of(scope).size();
+        ChartRows rows{scope, "02:4b:41:56:00:01-ca305f9eb9e1-5e52c905/" + std::to_string(number), {}};
+        for (std::size_t row = 0; row < points; ++row) {
+            ChartRow made{1'700'000'000'000 + static_cast<std::int64_t>(row) * 10'000, 1'700'000'000, {}};
+            for (std::size_t column = 0; column < columns; ++column) {
+                made.values.emplace_back(column < 8 ? 123'456'789'012 : 12'345'678);
+            }
+            rows.rows.push_back(std::move(made));
+        }
+        data.histories.push_back(std::move(rows));
+    };
+    add(ChartScope::engine, 0, points_in_report(7));
+    for (int peer = 0; peer < 6; ++peer) {
+        add(ChartScope::peer, peer, points_in_report(7));
+    }
+    for (int app = 0; app < 120; ++app) {
+        add(ChartScope::application, app, points_of_app_in_report(120));
+    }
+    StringSink sink;
+    Output output(sink);
+    write_page_report(data, output);
+    output.flush();
+    EXPECT_LT(sink.text().size(), 3'000'000U);
+    EXPECT_GE(data.histories.front().rows.size(), 500U);
+    EXPECT_GE(data.histories.back().rows.size(), 60U);
 }
 
 TEST_F(page_test, scripts_of_the_page_can_stand_in_a_report)
