@@ -127,8 +127,10 @@ class Browser:
                 with open(f"/proc/{process}/stat", encoding="utf-8") as file:
                     fields = file.read().rsplit(")", 1)[1].split()
                 times[process] = (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
-                with open(f"/proc/{process}/task/{process}/children", encoding="utf-8") as file:
-                    found += file.read().split()
+                # Any thread may have started a process.
+                for thread in os.listdir(f"/proc/{process}/task"):
+                    with open(f"/proc/{process}/task/{thread}/children", encoding="utf-8") as file:
+                        found += file.read().split()
         return times
 
     def milliseconds_since(self, before):

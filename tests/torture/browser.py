@@ -512,13 +512,15 @@ class Campaign:
                 self.add(sorted(self.browser.column("peers", "Host")) == names, f"seed {seed}: other names")
                 self.harmless(f"peers of seed {seed}", 2)
                 for number in range(3):
+                    self.add_when(lambda: len(self.rows("peers")) == 60, f"seed {seed}: not 60 peers again")
                     self.browser.all("#table-peers tbody a")[number].click()
                     self.add_when(lambda: self.browser.text("main div > h2").startswith("Peer"), f"seed {seed}: no peer")
                     self.harmless(f"a peer of seed {seed}", 2)
                     self.go("#/peers")
                 self.open_report(segment, servers.path("names.html"), "names")
                 self.go("#/peers")
-                self.add(sorted(self.browser.column("peers", "Host")) == names, f"report of seed {seed}: other names")
+                self.add_when(lambda: sorted(self.browser.column("peers", "Host")) == names,
+                              f"report of seed {seed}: other names", 10)
                 self.harmless(f"report of seed {seed}", 3)
         with self.servers() as servers:
             segment = servers.segment()
@@ -670,7 +672,7 @@ class Campaign:
             before = self.tally.tried
             try:
                 part(self)
-            except (WebDriverException, RuntimeError, OSError) as error:
+            except (WebDriverException, LookupError, ValueError, RuntimeError, OSError) as error:
                 self.add(False, f"{part.__name__}: {type(error).__name__}: {str(error).splitlines()[0]}")
             print(f"{part.__name__}: {self.tally.tried - before} checks, {time.monotonic() - started:.0f} s", file=sys.stderr)
 
