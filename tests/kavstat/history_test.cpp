@@ -737,6 +737,17 @@ TEST(history_times, are_read_as_people_write_them)
             EXPECT_EQ(parse_moment(wrong, now), std::nullopt) << wrong;
         }
     }
+    // Daylight saving time skips 02:30 on the first of these days, and has it twice on the second one.
+    setenv("TZ", "Europe/Berlin", 1);
+    EXPECT_EQ(parse_moment("2025-03-30 02:30", now), 1743298200); // 03:30
+    EXPECT_EQ(parse_moment("2025-10-26", now), 1761429600);
+    EXPECT_EQ(parse_moment("2025-10-27", now), 1761429600 + 25 * 3600);
+    const std::optional<std::time_t> twice = parse_moment("2025-10-26 02:30", now);
+    EXPECT_TRUE(twice == 1761438600 || twice == 1761442200) << *twice;
+    EXPECT_EQ(parse_moment("01:30", 1761429600 + 3600), 1761429600 - 86400 + 5400);
+    setenv("TZ", "America/Santiago", 1);
+    EXPECT_EQ(parse_moment("2025-09-07", now), 1757217600); // begins at 01:00
+    setenv("TZ", "UTC", 1);
     EXPECT_EQ(parse_size("4096"), 4096);
     EXPECT_EQ(parse_size("500M"), 524288000);
     EXPECT_EQ(parse_size("2G"), 2147483648);
