@@ -12,6 +12,8 @@ namespace kavstat {
 class RecordedRows
 {
 public:
+    // See Database::set_patience().
+    void set_patience(std::chrono::milliseconds patience) { m_database.set_patience(patience); }
     // Returns why the file cannot be read, or nothing.
     std::string open(const std::string& path) { return open_history(m_database, path); }
 

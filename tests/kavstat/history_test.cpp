@@ -434,6 +434,25 @@ TEST_F(history_test, thinning_ends_when_the_recorder_is_stopped)
     EXPECT_EQ(number("SELECT count(*) FROM sample"), 1);
 }
 
+// The server's clients wait for it.
+TEST_F(history_test, a_reader_without_patience_does_not_wait_for_a_lock)
+{
+    start();
+    {
+        Recorder recorder(options());
+        ASSERT_EQ(recorder.open(path()), "");
+        ASSERT_EQ(record(recorder), RecordResult::recorded);
+    }
+    Database other;
+    ASSERT_TRUE(other.open(path(), Database::Access::write));
+    ASSERT_TRUE(other.run("PRAGMA locking_mode = EXCLUSIVE; BEGIN IMMEDIATE; DELETE FROM nack"));
+    const auto begin = std::chrono::steady_clock::now();
+    Database database;
+    database.set_patience(std::chrono::milliseconds(20));
+    EXPECT_EQ(open_history(database, path()), "database is locked");
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+}
+
 // A database of an earlier release lacks counters: they are 0 there, and get columns when it is recorded into.
 TEST_F(history_test, columns_of_later_counters_are_added)
 {
