@@ -127,7 +127,6 @@ void keep_range(std::vector<ChartRow>& rows, std::int64_t from, std::int64_t to)
 }
 
 // All clients wait while the history is read.
-constexpr std::chrono::milliseconds patience_with_history{20};
 constexpr long long most_recorded_points = 1000;
 
 constexpr std::int64_t milliseconds_of_second = 1000;
@@ -146,7 +145,7 @@ ChartRows recorded_rows(const RouteContext& context, ChartScope scope, const std
                         long long to, long long points)
 {
     RecordedRows recorded;
-    recorded.set_patience(patience_with_history);
+    recorded.set_patience(server_patience);
     std::string reason = recorded.open(context.history);
     std::optional<ChartRows> rows;
     if (reason.empty()) {
@@ -197,7 +196,7 @@ HttpAnswer answer_charts(const HttpRequest&, RouteContext& context)
 {
     ChartPast past{context.live.span().count(), std::nullopt, std::nullopt};
     RecordedRows recorded;
-    recorded.set_patience(patience_with_history);
+    recorded.set_patience(server_patience);
     if (!context.history.empty() && recorded.open(context.history).empty()) {
         const HistorySpan span = recorded.span().value_or(HistorySpan());
         past.recorded_from = span.from;
