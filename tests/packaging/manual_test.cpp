@@ -208,6 +208,33 @@ TEST(manual, the_demo_engines_page_has_its_options_and_no_other)
     EXPECT_EQ(std::set(told.begin(), told.end()), std::set(described.begin(), described.end()));
 }
 
+TEST(manual, kavstats_pages_have_every_option_of_its_commands)
+{
+    const std::string pages =
+        with_single_blanks(page_text("kavstat.1") + page_text("kavstat-serve.1") + page_text("kavstat-record.1"));
+    const std::string short_options = with_single_blanks(section_of(page_text("kavstat.1"), "SHORT OPTIONS"));
+    const std::string help = output_of(program_folder + "/kavstat --help");
+    int count = 0;
+    for (const std::string& command : matches(help.substr(help.find("Subcommands:")), "\n  ([a-z]+) ")) {
+        const std::string options = output_of(program_folder + "/kavstat " + command + " --help");
+        for (const std::string& option : matches(options, "\n  (?:-[a-z],)?(--[a-z._-]+)")) {
+            // Collectors are described as *--collector.*_NAME_.
+            EXPECT_TRUE(option.find("collector.") != std::string::npos || holds_phrase(pages, option))
+                << command << ' ' << option;
+            ++count;
+        }
+        for (const std::string& option : matches(options, "\n  (-[a-z],--[a-z._-]+)")) {
+            const std::string in_page = option.substr(0, 2) + " " + option.substr(3);
+            const std::string others = option.substr(0, 2) + " is ";
+            EXPECT_TRUE(
+                contains(short_options, in_page) || option == "-h,--help" ||
+                (contains(short_options, others) && contains(short_options, option.substr(3) + " in " + command)))
+                << command << ' ' << option;
+        }
+    }
+    EXPECT_GT(count, 60);
+}
+
 TEST(manual, every_error_code_is_in_the_page_of_the_file_format)
 {
     const std::string codes = section_of(page_text("kav-statistics.5"), "ERROR CODES");

@@ -16,8 +16,12 @@ TEST(version, programs_print_it)
     }
 }
 
-TEST(version, the_debian_changelog_begins_with_it)
+TEST(version, the_changelogs_begin_with_it)
 {
+    const std::string releases = bytes_of_file(KAV_SOURCE_DIR "/CHANGELOG.md");
+    EXPECT_TRUE(releases.substr(releases.find("\n## [")).starts_with("\n## [" KAV_VERSION "] - "));
+    EXPECT_TRUE(bytes_of_file(KAV_SOURCE_DIR "/docs/release-notes.md").find("\n## " KAV_VERSION ", since ") !=
+                std::string::npos);
     const std::string changelog = bytes_of_file(KAV_SOURCE_DIR "/debian/changelog");
     EXPECT_TRUE(changelog.starts_with("kav-statistics (" KAV_VERSION ") ")) << changelog.substr(0, 60);
 }
