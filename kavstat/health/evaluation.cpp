@@ -702,6 +702,7 @@ const std::vector<Finding>& HealthWatch::update(RE_image_reader& reader, const S
     if (!m_moments.empty() && m_moments.back().snapshot->engine_start_time != now.engine_start_time) {
         m_moments.clear();
     }
+    forget_old(at);
     HealthMoments moments;
     m_seconds.reset();
     if (!m_moments.empty() && at > m_moments.front().at) {
@@ -717,10 +718,14 @@ const std::vector<Finding>& HealthWatch::update(RE_image_reader& reader, const S
     if (m_moments.empty() || at - m_moments.back().at >= moments_apart) {
         m_moments.push_back({kept != nullptr ? std::move(kept) : std::make_shared<Snapshot>(now), at});
     }
+    return m_findings;
+}
+
+void HealthWatch::forget_old(clock::time_point at)
+{
     while (m_moments.size() > 1 && at - m_moments[1].at >= moments_apart) {
         m_moments.pop_front();
     }
-    return m_findings;
 }
 
 const std::vector<Finding>& HealthWatch::lose(clock::time_point at)

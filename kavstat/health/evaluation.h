@@ -151,6 +151,9 @@ public:
     // kept: the same snapshot, from a caller that shares it; otherwise some of the snapshots are copied.
     const std::vector<Finding>& update(RE_image_reader& reader, const Snapshot& now, clock::time_point at,
                                        std::shared_ptr<const Snapshot> kept = nullptr);
+    // Forgets the moments that an update at this time does not need. For a caller that shares its snapshots: then one
+    // older snapshot is left.
+    void forget_old(clock::time_point at);
     // No engine is running.
     const std::vector<Finding>& lose(clock::time_point at);
 

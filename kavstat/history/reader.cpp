@@ -68,30 +68,6 @@ bool has_column(const HistoryTable& table, const std::string& name)
                        [&](const HistoryColumn& column) { return column.name == name; });
 }
 
-// Every n-th, and the last one, so that at most about `most` are left.
-void thin_out(Series& series, std::size_t most)
-{
-    const std::size_t count = series.samples.size();
-    if (most == 0 || count <= most) {
-        return;
-    }
-    const std::size_t step = (count + most - 1) / most;
-    std::size_t kept = 0;
-    for (std::size_t at = 0; at < count; ++at) {
-        if ((count - 1 - at) % step == 0) {
-            series.samples[kept] = series.samples[at];
-            for (std::vector<long long>& values : series.values) {
-                values[kept] = values[at];
-            }
-            ++kept;
-        }
-    }
-    series.samples.resize(kept);
-    for (std::vector<long long>& values : series.values) {
-        values.resize(kept);
-    }
-}
-
 } // namespace
 
 std::string open_history(Database& database, const std::string& path)
@@ -316,6 +292,88 @@ std::optional<RecordedMoment> HistoryReader::restore(const HistorySample& sample
     return moment;
 }
 
+std::vector<HistorySample> HistoryReader::samples(const HistorySpan& span, std::size_t most)
+{
+    const long long from = span.from.value_or(std::numeric_limits<std::time_t>::min());
+    const long long to = span.to.value_or(std::numeric_limits<std::time_t>::max());
+    Statement count =
+        m_database.prepare("SELECT count(*), min(time), max(time) FROM sample WHERE time BETWEEN ? AND ?");
+    count.bind(from).bind(to);
+    if (!count.next() || most == 0 || count.integer(0) <= static_cast<long long>(most)) {
+        return fail(count) ? std::vector<HistorySample>() : samples(span);
+    }
+    // The last one of each part of the time, and those on both sides of a start of the engine.
+    const long long first = count.integer(1);
+    const auto length = static_cast<double>(count.integer(2)) - static_cast<double>(first);
+    std::map<long long, HistorySample> chosen; // by id
+    const auto choose = [&](Statement& statement) {
+        for (const HistorySample& sample : all(statement)) {
+            chosen.emplace(sample.id, sample);
+        }
+        statement.restart();
+    };
+    Statement last_of_part = m_database.prepare(std::string(sample_columns) +
+                                                "WHERE time > ? AND time <= ? ORDER BY time DESC, id DESC LIMIT 1");
+    long long before = first - 1;
+    for (std::size_t part = 0; part < most; ++part) {
+        const long long end =
+            first + static_cast<long long>(length * static_cast<double>(part) / static_cast<double>(most - 1));
+        last_of_part.bind(before).bind(end);
+        choose(last_of_part);
+        before = end;
+    }
+    Statement at_starts = m_database.prepare(
+        std::string(sample_columns) +
+        "WHERE time BETWEEN ? AND ? AND id IN (SELECT first_sample FROM engine_start UNION SELECT (SELECT max(id) FROM "
+        "sample WHERE id < first_sample) FROM engine_start) ORDER BY id LIMIT ?");
+    at_starts.bind(from).bind(to).bind(static_cast<long long>(most));
+    choose(at_starts);
+    std::vector<HistorySample> result;
+    result.reserve(chosen.size());
+    for (const auto& [id, sample] : chosen) {
+        result.push_back(sample);
+    }
+    return result;
+}
+
+std::optional<std::string> HistoryReader::series_columns(const SeriesRequest& request)
+{
+    const HistoryTable& figures = history_table(request.table + "_figures");
+    const std::vector<std::string> there = columns_in(m_database, figures.name);
+    std::string columns;
+    for (const std::string& name : request.columns) {
+        const bool b_there = std::find(there.begin(), there.end(), name) != there.end();
+        if (!b_there && !has_column(figures, name)) {
+            m_error = "no such column: \"" + name + "\"";
+            return std::nullopt;
+        }
+        columns += (columns.empty() ? "" : ", ") + (b_there ? "f." + sql_name(name) : "0");
+    }
+    return columns;
+}
+
+std::optional<std::vector<HistoryReader::Entry>> HistoryReader::entries_of(const SeriesRequest& request)
+{
+    std::string sql = "SELECT id, engine_start, first_sample, gone_sample FROM " + request.table + "_identity WHERE 1";
+    for (const auto& [name, value] : request.where) {
+        if (!has_column(history_table(request.table + "_identity"), name)) {
+            m_error = "no such column: \"" + name + "\"";
+            return std::nullopt;
+        }
+        sql += " AND CAST(" + sql_name(name) + " AS TEXT) = ?";
+    }
+    Statement row = m_database.prepare(sql);
+    for (const auto& [name, value] : request.where) {
+        row.bind(value);
+    }
+    std::vector<Entry> entries;
+    while (row.next()) {
+        const long long gone = row.is_null(3) ? std::numeric_limits<long long>::max() : row.integer(3);
+        entries.push_back({row.integer(0), row.integer(1), row.integer(2), gone, 0, {}});
+    }
+    return fail(row) ? std::nullopt : std::optional(std::move(entries));
+}
+
 std::optional<Series> HistoryReader::series(const SeriesRequest& request)
 {
     m_error.clear();
@@ -324,91 +382,80 @@ std::optional<Series> HistoryReader::series(const SeriesRequest& request)
         m_error = "no such table: \"" + request.table + "\"";
         return std::nullopt;
     }
-    const HistoryTable& figures = history_table(request.table + "_figures");
-    const std::vector<std::string> there = columns_in(m_database, figures.name);
-    std::string columns;
-    for (const std::string& name : request.columns) {
-        if (!has_column(figures, name) && std::find(there.begin(), there.end(), name) == there.end()) {
-            m_error = "no such column: \"" + name + "\"";
-            return std::nullopt;
-        }
-        const bool b_there = std::find(there.begin(), there.end(), name) != there.end();
-        columns += b_there ? ", f." + sql_name(name) : ", 0";
-    }
-
-    Series series;
-    series.samples = samples(request.span);
-    if (!m_error.empty() || series.samples.empty()) {
+    const std::optional<std::string> columns = series_columns(request);
+    // One read transaction, as a recorder may write at the same time.
+    const bool b_own = columns && m_database.run("SAVEPOINT series");
+    std::optional<Series> result;
+    if (columns) {
+        Series series;
+        series.samples = samples(request.span, request.most_samples);
         series.values.resize(request.columns.size());
-        return m_error.empty() ? std::optional(series) : std::nullopt;
+        const bool b_read = m_error.empty() && (b_engine ? read_engine_series(*columns, series)
+                                                         : read_entry_series(request, *columns, series));
+        result = b_read ? std::optional(std::move(series)) : std::nullopt;
     }
-    // Rows that were left out since the base are those before the span.
-    const long long first = b_engine ? series.samples.front().id : series.samples.front().base;
-    const long long end = series.samples.back().id;
-    std::string sql;
-    if (b_engine) {
-        sql = "SELECT f.sample, 0, 0, 0" + columns +
-              " FROM engine_figures f WHERE f.sample BETWEEN ? AND ? ORDER BY f.sample";
-    } else {
-        std::string conditions;
-        for (const auto& [name, value] : request.where) {
-            if (!has_column(history_table(request.table + "_identity"), name)) {
-                m_error = "no such column: \"" + name + "\"";
-                return std::nullopt;
-            }
-            conditions += " AND CAST(" + sql_name(name) + " AS TEXT) = ?";
-        }
-        // A lookup for each sample and identity: there are many more rows of others between.
-        sql = "SELECT f.sample, i.id, i.engine_start, i.gone_sample" + columns +
-              " FROM sample s CROSS JOIN (SELECT id, engine_start, first_sample, gone_sample FROM " + request.table +
-              "_identity WHERE 1" + conditions + ") i CROSS JOIN " + figures.name +
-              " f ON f.sample = s.id AND f.identity = i.id WHERE s.id BETWEEN ? AND ? AND i.engine_start = "
-              "s.engine_start ORDER BY s.id";
+    if (b_own) {
+        m_database.run("RELEASE series");
     }
-    Statement row = m_database.prepare(sql);
-    if (!b_engine) {
-        for (const auto& [name, value] : request.where) {
-            row.bind(value);
-        }
-    }
-    row.bind(first).bind(end);
+    return result;
+}
 
-    struct Current
-    {
-        long long engine_start = 0;
-        long long gone_sample = 0;
-        std::vector<long long> values;
-    };
-    std::map<long long, Current> current; // by identity
-    series.values.assign(request.columns.size(), {});
-    bool b_row = row.next();
+bool HistoryReader::read_engine_series(const std::string& columns, Series& series)
+{
+    Statement row = m_database.prepare("SELECT " + columns + " FROM engine_figures f WHERE sample = ?");
     for (const HistorySample& sample : series.samples) {
-        for (; b_row && row.integer(0) <= sample.id; b_row = row.next()) {
-            Current& entry = current[row.integer(1)];
-            entry.engine_start = b_engine ? sample.engine_start : row.integer(2);
-            entry.gone_sample = b_engine || row.is_null(3) ? std::numeric_limits<long long>::max() : row.integer(3);
-            entry.values.clear();
-            for (int column = 4; column < row.columns(); ++column) {
-                entry.values.push_back(row.integer(column));
-            }
+        row.bind(sample.id);
+        const bool b_row = row.next();
+        for (std::size_t at = 0; at < series.values.size(); ++at) {
+            series.values[at].push_back(b_row ? row.integer(static_cast<int>(at)) : 0);
         }
+        if (fail(row)) {
+            return false;
+        }
+        row.restart();
+    }
+    return true;
+}
+
+bool HistoryReader::read_entry_series(const SeriesRequest& request, const std::string& columns, Series& series)
+{
+    std::optional<std::vector<Entry>> entries = entries_of(request);
+    if (!entries) {
+        return false;
+    }
+    // A lookup for each sample and entry, from the newest on: there are many more rows of others between.
+    Statement row = m_database.prepare("SELECT " + columns + " FROM sample s CROSS JOIN " + request.table +
+                                       "_figures f ON f.sample = s.id AND f.identity = ? WHERE s.id > ? AND s.id <= ? "
+                                       "ORDER BY s.id DESC LIMIT 1");
+    for (const HistorySample& sample : series.samples) {
         std::vector<long long> sums(request.columns.size());
-        for (const auto& [identity, entry] : current) {
-            if (entry.engine_start == sample.engine_start && entry.gone_sample > sample.id) {
+        for (Entry& entry : *entries) {
+            if (entry.engine_start != sample.engine_start || entry.first_sample > sample.id ||
+                entry.gone_sample <= sample.id) {
+                continue;
+            }
+            // Without a row since the last sample that was looked at, the entry has not changed.
+            row.bind(entry.identity).bind(std::max(entry.sample, sample.base - 1)).bind(sample.id);
+            if (row.next()) {
+                entry.values.resize(sums.size());
                 for (std::size_t at = 0; at < sums.size(); ++at) {
-                    sums[at] = wrapping_sum(sums[at], entry.values[at]);
+                    entry.values[at] = row.integer(static_cast<int>(at));
                 }
+            }
+            if (fail(row)) {
+                return false;
+            }
+            row.restart();
+            entry.sample = sample.id;
+            for (std::size_t at = 0; at < entry.values.size(); ++at) {
+                sums[at] = wrapping_sum(sums[at], entry.values[at]);
             }
         }
         for (std::size_t at = 0; at < sums.size(); ++at) {
             series.values[at].push_back(sums[at]);
         }
     }
-    if (fail(row)) {
-        return std::nullopt;
-    }
-    thin_out(series, request.most_samples);
-    return series;
+    return true;
 }
 
 } // namespace kavstat

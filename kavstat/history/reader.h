@@ -27,7 +27,7 @@ struct SeriesRequest
     // Columns of the identity, and their values as text. The figures of all matching entries are added up.
     std::vector<std::pair<std::string, std::string>> where;
     HistorySpan span;
-    std::size_t most_samples = 0; // of more samples, every n-th is returned; 0 for all
+    std::size_t most_samples = 0; // see HistoryReader::samples()
 };
 
 struct Series
@@ -57,6 +57,9 @@ public:
     std::optional<HistorySample> after(const HistorySample& sample);
     // In the order of recording.
     std::vector<HistorySample> samples(const HistorySpan& span);
+    // Of more samples than `most`, about so many that are evenly spaced in time, and those on both sides of a start of
+    // the engine; all when it is 0.
+    std::vector<HistorySample> samples(const HistorySpan& span, std::size_t most);
     // The one with this id.
     std::optional<HistorySample> sample(long long id);
 
@@ -66,12 +69,28 @@ public:
     std::optional<Series> series(const SeriesRequest& request);
 
 private:
+    // An entry whose figures are added up.
+    struct Entry
+    {
+        long long identity;
+        long long engine_start;
+        long long first_sample;
+        long long gone_sample;
+        long long sample;              // the last one that was looked at
+        std::vector<long long> values; // in that sample
+    };
+
     std::optional<HistorySample> one(const std::string& rest, long long parameter = 0);
     std::vector<HistorySample> all(Statement& statement);
     bool read_engine(RecordedMoment& moment);
     bool read_config(RecordedMoment& moment);
     bool read_nacks(RecordedMoment& moment);
     bool read_conns(RecordedMoment& moment);
+    // The columns as SQL; nothing when one is unknown.
+    std::optional<std::string> series_columns(const SeriesRequest& request);
+    std::optional<std::vector<Entry>> entries_of(const SeriesRequest& request);
+    bool read_engine_series(const std::string& columns, Series& series);
+    bool read_entry_series(const SeriesRequest& request, const std::string& columns, Series& series);
     template <typename Record>
     bool read_entries(HistoryKind kind, const HistorySample& sample, std::vector<Recorded<Record>>& entries);
     bool fail(const Statement& statement);

@@ -334,19 +334,17 @@ std::string check_schema(Database& database)
     if (version > history_version) {
         return version_error(version);
     }
-    // A view could calculate for ever, so nothing else may have a table's name.
-    Statement type = database.prepare("SELECT type FROM pragma_table_list WHERE schema = 'main' AND name = ?");
-    for (const HistoryTable& table : history_tables()) {
-        type.bind(table.name);
-        if (type.next() && type.text(0) != "table") {
-            return "\"" + table.name + "\" is not a table";
+    // A view could calculate for ever, so nothing else may have a table's name. Virtual tables have no page.
+    Statement other = database.prepare(
+        "SELECT lower(name) FROM sqlite_schema WHERE type = 'view' OR (type = 'table' AND rootpage = 0)");
+    while (other.next()) {
+        for (const HistoryTable& table : history_tables()) {
+            if (other.text(0) == table.name) {
+                return "\"" + table.name + "\" is not a table";
+            }
         }
-        if (!type.is_ready() || type.is_failed()) {
-            return database.error();
-        }
-        type.restart();
     }
-    return "";
+    return other.is_ready() && !other.is_failed() ? "" : database.error();
 }
 
 std::vector<std::string> columns_in(Database& database, const std::string& table)

@@ -70,6 +70,7 @@ void LiveHistory::take(std::unique_ptr<Source> source, clock::time_point at, std
     const std::int64_t time = duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count();
     const bool b_same_engine = m_source != nullptr && source->is_same_engine(*m_source);
     m_before = std::move(m_now);
+    m_health.forget_old(at); // so that there are never more than two snapshots
     m_now = std::make_shared<Snapshot>(take_snapshot(source->reader(), std::chrono::system_clock::to_time_t(now)));
     m_source = std::move(source);
     if (!b_same_engine || m_before->engine_start_time != m_now->engine_start_time) {
@@ -182,10 +183,17 @@ void LiveHistory::drop_old()
 
 std::size_t LiveHistory::bytes() const
 {
+    constexpr std::size_t bytes_of_node = sizeof(Series::value_type) - sizeof(PackedRows) + 2 * sizeof(void*);
     std::size_t sum = 0;
+    for (const Snapshot* const snapshot : {m_before.get(), m_now.get()}) {
+        if (snapshot != nullptr) {
+            sum += sizeof *snapshot + snapshot->peers.capacity() * sizeof(SnapshotPeer) +
+                   snapshot->apps.capacity() * sizeof(SnapshotApp);
+        }
+    }
     for (const Series& series : m_series) {
         for (const auto& [key, rows] : series) {
-            sum += rows.bytes() + key.capacity();
+            sum += rows.bytes() + key.capacity() + bytes_of_node;
         }
     }
     return sum;

@@ -23,8 +23,9 @@ struct LiveHistoryLimits
     std::chrono::milliseconds interval{5000}; // between two samples
     std::chrono::seconds span{900};
     std::size_t applications = 500; // those with most data since the engine's start
-    // That all rows need; of memory it may be twice as much. When they need more, the oldest go earlier.
-    std::size_t bytes = std::size_t{32} << 20U;
+    // For two snapshots and all rows. The largest engine's snapshots need 30 MB. When rows need more, the oldest go
+    // earlier.
+    std::size_t bytes = std::size_t{40} << 20U;
 };
 
 // Two moments of the engine; null where there is none.
@@ -59,7 +60,7 @@ public:
     RE_image_reader* reader() { return m_source != nullptr ? &m_source->reader() : nullptr; }
     // Of the last sample.
     const HealthReport& health() const { return m_report; }
-    // That all rows need.
+    // That snapshots and rows need.
     std::size_t bytes() const;
 
 private:

@@ -1,11 +1,10 @@
-// Rows of numbers in little memory, for figures that are kept often and looked at seldom: of each row only the
-// differences from the one before it are kept, in as few bytes as they need.
+// Rows of numbers in little memory, for figures that are kept often and looked at seldom: of each row only the figures
+// that differ from the row before it are kept, as differences in as few bytes as they need.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -43,14 +42,16 @@ public:
     }
 
 private:
+    void append(std::span<const std::uint8_t> bytes);
+    unsigned long long read(std::size_t& at) const;
     // Changes the row into the next one. Returns where the changes after it begin.
     std::size_t apply_changes(std::vector<long long>& row, std::size_t at) const;
 
     std::size_t m_size = 0;
     std::vector<long long> m_oldest;
     std::vector<long long> m_newest;
-    std::string m_changes;   // from the oldest row to the newest
-    std::size_t m_begin = 0; // of what is still needed of them
+    std::vector<std::uint8_t> m_changes; // from the oldest row to the newest
+    std::size_t m_begin = 0;             // of what is still needed of them
 };
 
 } // namespace kavstat

@@ -40,8 +40,9 @@ namespace {
 
 using steady_clock = std::chrono::steady_clock;
 
-constexpr std::size_t piece_size = 16384;        // of a document, for one client
-constexpr std::size_t connection_memory = 32768; // for a request's head, and then for a piece being sent
+constexpr std::size_t piece_size = 16384;        // of a document, sent at once to one client
+constexpr std::size_t made_at_once = 4096;       // of such a piece
+constexpr std::size_t connection_memory = 24576; // for a request's head, and then for a piece being sent
 constexpr std::size_t longest_head = 16384;
 constexpr int send_buffer = 65536;                              // the kernel's, for one client
 constexpr std::size_t spare_descriptors = 4;                    // for reading the engine's statistics
@@ -148,10 +149,12 @@ public:
     {
         std::size_t count = 0;
         if (m_gzip == nullptr) {
-            make_rest();
-            count = std::min(room, m_rest.size());
-            std::memcpy(bytes, m_rest.data(), count);
-            m_rest.remove_prefix(count);
+            for (make_rest(); count < room && !m_rest.empty(); make_rest()) {
+                const std::size_t part = std::min(room - count, m_rest.size());
+                std::memcpy(bytes + count, m_rest.data(), part);
+                m_rest.remove_prefix(part);
+                count += part;
+            }
             return count;
         }
         // Other clients wait while the text for these bytes is made, and it may be a hundred times as long.
@@ -195,7 +198,7 @@ private:
     std::unique_ptr<gzip_stream> m_gzip; // null when the body is not compressed
     std::string_view m_rest;             // was made and has not been taken
     std::string m_piece;
-    Output m_output{*this, piece_size};
+    Output m_output{*this, made_at_once};
     Document m_document;
     bool m_b_more = true;
 };

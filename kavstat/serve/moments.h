@@ -40,8 +40,8 @@ struct Moment
 
 struct MomentLimits
 {
-    // For all moments together. A moment of the largest engine needs 16 MB.
-    std::size_t bytes = std::size_t{36} << 20;
+    // For all moments together. A moment of the largest engine needs 16 MB, and then there is only one.
+    std::size_t bytes = std::size_t{24} << 20;
     // The time for which a moment is shared.
     std::chrono::milliseconds shared_for{1000};
     // When another moment does not fit, the newest is shared until the oldest is this old. Then the clients that read

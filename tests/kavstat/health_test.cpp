@@ -678,6 +678,24 @@ TEST_F(health_watch, takes_rates_over_some_seconds)
     EXPECT_LE(second, 32);
 }
 
+// The largest engine's snapshots have 15 MB.
+TEST_F(health_watch, keeps_one_older_snapshot_of_a_caller_that_shares_them)
+{
+    Source source;
+    ASSERT_EQ(source.open(), 0);
+    std::weak_ptr<const Snapshot> last;
+    std::weak_ptr<const Snapshot> one_before_last;
+    for (int second = 0; second <= 30; second += 5) {
+        m_watch.forget_old(at(second));
+        EXPECT_TRUE(one_before_last.expired());
+        const auto snapshot = std::make_shared<const Snapshot>(take_snapshot(source.reader(), now + second));
+        m_watch.update(source.reader(), *snapshot, at(second), snapshot);
+        one_before_last = last;
+        last = snapshot;
+    }
+    EXPECT_EQ(m_watch.seconds(), 5);
+}
+
 TEST_F(health_watch, finds_a_stuck_connection_within_ten_seconds)
 {
     look(0);

@@ -329,7 +329,7 @@ TEST_F(history_test, planted_views_are_refused_and_triggers_do_not_run)
         EXPECT_EQ(record(recorder), RecordResult::recorded) << recorder.error();
     }
     ASSERT_TRUE(database.open(path(), Database::Access::write));
-    ASSERT_TRUE(database.run("DROP TABLE nack; CREATE VIEW nack AS WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT "
+    ASSERT_TRUE(database.run("DROP TABLE nack; CREATE VIEW Nack AS WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT "
                              "i + 1 FROM n) SELECT i AS engine_start, i AS number FROM n"));
     EXPECT_EQ(open_history(database, path()), "\"nack\" is not a table");
     Recorder recorder(options());

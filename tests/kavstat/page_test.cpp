@@ -11,6 +11,7 @@
 #include "support/http_client.h"
 
 #include <cmath>
+#include <deque>
 #include <limits>
 
 using namespace kavstat;
@@ -139,15 +140,39 @@ TEST(packed_rows, keep_every_number)
     EXPECT_EQ(rows_in(packed), std::vector<Row>{rows[1]});
 }
 
-TEST(packed_rows, take_a_byte_for_a_figure_that_does_not_move)
+TEST(packed_rows, take_bytes_only_for_figures_that_move)
 {
     PackedRows packed;
-    const Row row(50, 1LL << 40U);
+    Row row(150, 1LL << 40U);
     const std::size_t before = (packed.add(row), packed.bytes());
+    std::vector<Row> rows{row};
     for (int count = 0; count < 100; ++count) {
         packed.add(row);
+        rows.push_back(row);
     }
-    EXPECT_EQ(packed.bytes() - before, 100U * 50U);
+    EXPECT_EQ(packed.bytes() - before, 100U * 3U); // one for each 64 figures
+    row[3] += 63;
+    row[149] -= 65;
+    packed.add(row);
+    rows.push_back(row);
+    EXPECT_EQ(packed.bytes() - before, 100U * 3U + (1 + 1) + 1 + (4 + 2)); // the 22nd bit of the last 64
+    EXPECT_EQ(rows_in(packed), rows);
+}
+
+// Long enough that the memory of dropped rows is used again many times.
+TEST(packed_rows, stay_right_while_old_ones_are_dropped)
+{
+    PackedRows packed;
+    std::deque<Row> rows;
+    for (long long number = 0; number < 2000; ++number) {
+        rows.push_back({number, number * number % 1000, number / 7, number % 5 == 0 ? -number * 1000000 : 0});
+        packed.add(rows.back());
+        if (rows.size() > 20) {
+            rows.pop_front();
+            packed.drop_oldest();
+        }
+        ASSERT_EQ(rows_in(packed), std::vector<Row>(rows.begin(), rows.end()));
+    }
 }
 
 TEST(chart_values, are_what_counters_grew_by)
