@@ -390,6 +390,21 @@ void add_serve(CLI::App& app, int& status)
     });
 }
 
+// size: bytes; unchanged without the option.
+void add_max_size(CLI::App* command, long long& size, const char* help)
+{
+    command
+        ->add_option_function<std::string>(
+            "--max-size", [&size](const std::string& text) { size = *parse_size(text); }, help)
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                return parse_size(text).value_or(0) >= least_history_size
+                           ? ""
+                           : "not a size of 4M or more: \"" + text + "\"";
+            },
+            "SIZE"));
+}
+
 void add_record(CLI::App& app, int& status)
 {
     CLI::App* const command =
@@ -411,20 +426,10 @@ void add_record(CLI::App& app, int& status)
             },
             "AGE:STEP,..."))
         ->capture_default_str();
-    const auto size = std::make_shared<std::string>();
-    command
-        ->add_option("--max-size", *size,
-                     "The largest size of the database, with K, M, G or T; the oldest samples are removed")
-        ->check(CLI::Validator(
-            [](const std::string& text) {
-                return parse_size(text).value_or(0) >= least_history_size
-                           ? ""
-                           : "not a size of 4M or more: \"" + text + "\"";
-            },
-            "SIZE"));
-    command->callback([options, keep, size, &status] {
+    add_max_size(command, options->max_size,
+                 "The largest size of the database, with K, M, G or T; the oldest samples are removed");
+    command->callback([options, keep, &status] {
         options->keep = *parse_keep(*keep);
-        options->max_size = size->empty() ? 0 : *parse_size(*size);
         status = run_record(*options);
     });
 }
@@ -433,15 +438,19 @@ void add_import(CLI::App& app, int& status)
 {
     CLI::App* const command =
         app.add_subcommand("import", "Import top-application logs into a database of \"kavstat record\"");
+    const auto options = std::make_shared<ImportOptions>();
     const auto files = std::make_shared<std::vector<std::string>>();
     command->add_option("LOG", *files, "The logs, then the database, which is created when it does not exist")
         ->option_text("LOG... FILE REQUIRED")
         ->required()
         ->expected(2, 100000);
-    command->callback([files, &status] {
-        ImportOptions options{*files, files->back()};
-        options.logs.pop_back();
-        status = run_import(options);
+    add_max_size(command, options->max_size,
+                 "The largest size of the database, with K, M, G or T; a log without room is not imported to its end");
+    command->callback([options, files, &status] {
+        options->logs = *files;
+        options->file = files->back();
+        options->logs.pop_back();
+        status = run_import(*options);
     });
 }
 

@@ -132,6 +132,7 @@ struct ImportOptions
 {
     std::vector<std::string> logs;
     std::string file;
+    long long max_size = 0; // bytes; 0 for any
 };
 int run_import(const ImportOptions& options);
 

@@ -2,6 +2,7 @@
 #include "commands/commands.h"
 #include "commands/report_error.h"
 #include "history/schema.h"
+#include "history/space.h"
 #include "history/top_app_import.h"
 
 #include <unistd.h>
@@ -23,19 +24,27 @@ int run_import(const ImportOptions& options)
         report_error(options.file + ": " + reason);
         return EXIT_ERROR;
     }
+    HistorySpace space(database, {}, options.max_size, [] { return false; });
+    if (!space.prepare()) {
+        report_error(options.file + ": " + database.error());
+        return EXIT_ERROR;
+    }
     DescriptorSink sink(STDOUT_FILENO);
     Output output(sink);
     int status = EXIT_OK;
     const bool b_progress = isatty(STDERR_FILENO) != 0;
     for (const std::string& log : options.logs) {
         int shown = -1;
-        const ImportResult result = import_top_app_log(database, log, std::time(nullptr), [&](double share) {
+        ImportCallbacks callbacks;
+        callbacks.progress = [&](double share) {
             const int percent = static_cast<int>(share * 100);
             if (b_progress && percent != shown) {
                 shown = percent;
                 std::fprintf(stderr, "\r%3d%%", percent);
             }
-        });
+        };
+        callbacks.has_room = [&](long long bytes) { return space.has_room(bytes); };
+        const ImportResult result = import_top_app_log(database, log, std::time(nullptr), callbacks);
         if (shown >= 0) {
             std::fprintf(stderr, "\r    \r");
         }

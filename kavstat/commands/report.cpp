@@ -23,8 +23,9 @@ namespace kavstat {
 
 namespace {
 
-// Peers whose charts a report has room for: those with most traffic.
+// Peers and applications whose charts a report has room for: those with most traffic.
 constexpr std::size_t most_peers_with_charts = 20;
+constexpr std::size_t most_apps_with_charts = 120;
 
 // A file that appears under its name when it is whole.
 class NewFile
@@ -80,25 +81,43 @@ bool is_history(const std::string& path)
     return beginning == mark;
 }
 
-// The keys of the peers whose charts are in the report.
-std::vector<std::string> keys_of_peers(const Snapshot& now)
+double traffic_of(const SnapshotApp& app)
 {
-    std::vector<const SnapshotPeer*> peers;
-    peers.reserve(now.peers.size());
-    for (const SnapshotPeer& peer : now.peers) {
-        peers.push_back(&peer);
+    return static_cast<double>(app.app.m_id_array[RE_STAT_APP_ID_ENCODE_IN_KBYTES]) +
+           static_cast<double>(app.app.m_id_array[RE_STAT_APP_ID_DECODE_OUT_KBYTES]);
+}
+
+// The keys of those with most traffic, at most so many.
+template <typename Entity>
+std::vector<std::string> keys_of_largest(const std::vector<Entity>& entities, std::size_t most)
+{
+    std::vector<const Entity*> largest;
+    largest.reserve(entities.size());
+    for (const Entity& entity : entities) {
+        largest.push_back(&entity);
     }
-    std::stable_sort(peers.begin(), peers.end(), [](const SnapshotPeer* one, const SnapshotPeer* other) {
-        return traffic_of(*one) > traffic_of(*other);
-    });
-    peers.resize(std::min(peers.size(), most_peers_with_charts));
+    std::stable_sort(largest.begin(), largest.end(),
+                     [](const Entity* one, const Entity* other) { return traffic_of(*one) > traffic_of(*other); });
+    largest.resize(std::min(largest.size(), most));
     std::vector<std::string> keys;
-    keys.reserve(peers.size());
-    for (const SnapshotPeer* const peer : peers) {
-        keys.push_back(entity_key(*peer));
+    keys.reserve(largest.size());
+    for (const Entity* const entity : largest) {
+        keys.push_back(entity_key(*entity));
     }
     return keys;
 }
+
+// The peers and applications whose charts are in the report.
+struct ChartKeys
+{
+    explicit ChartKeys(const Snapshot& now)
+        : peers(keys_of_largest(now.peers, most_peers_with_charts)),
+          apps(keys_of_largest(now.apps, most_apps_with_charts))
+    {}
+
+    std::vector<std::string> peers;
+    std::vector<std::string> apps;
+};
 
 class ReportCommand
 {
@@ -130,10 +149,10 @@ private:
             return EXIT_NO_STATISTICS;
         }
         PageData data{live.health(), *live.reader(), live.moments(), {}};
-        data.histories.push_back(*live.rows(ChartScope::engine, ""));
-        for (const std::string& key : keys_of_peers(*data.moments.now)) {
-            data.histories.push_back(*live.rows(ChartScope::peer, key));
-        }
+        const ChartKeys keys(*data.moments.now);
+        add_live(live, ChartScope::engine, {""}, data);
+        add_live(live, ChartScope::peer, keys.peers, data);
+        add_live(live, ChartScope::application, keys.apps, data);
         return write(data);
     }
 
@@ -171,11 +190,15 @@ private:
         const TwoMoments moments{before ? &*before : nullptr, &now, seconds};
         const HealthReport health = health_of(moments, reader, *m_options.file);
         PageData data{health, reader, moments, {}};
-        const std::vector<std::string> keys = keys_of_peers(now);
-        const std::size_t points = points_in_report(keys.size() + 1);
+        const ChartKeys keys(now);
+        const std::size_t points = points_in_report(keys.peers.size() + 1);
         add_recorded(recorded, ChartScope::engine, "", points, data);
-        for (const std::string& key : keys) {
+        for (const std::string& key : keys.peers) {
             add_recorded(recorded, ChartScope::peer, key, points, data);
+        }
+        // A picture is never of an application.
+        for (const std::string& key : m_options.chart.empty() ? keys.apps : std::vector<std::string>()) {
+            add_recorded(recorded, ChartScope::application, key, points_of_app_in_report(keys.apps.size()), data);
         }
         return write(data);
     }
@@ -210,6 +233,16 @@ private:
         moments.seconds = two.seconds;
         moments.extras = read_extras(reader, &pending);
         return health_report(m_rules, moments, source);
+    }
+
+    static void add_live(const LiveHistory& live, ChartScope scope, const std::vector<std::string>& keys,
+                         PageData& data)
+    {
+        for (const std::string& key : keys) {
+            if (auto rows = live.rows(scope, key)) {
+                data.histories.push_back(std::move(*rows));
+            }
+        }
     }
 
     void add_recorded(RecordedRows& recorded, ChartScope scope, const std::string& key, std::size_t points,

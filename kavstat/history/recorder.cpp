@@ -303,6 +303,8 @@ std::string Recorder::make_room(RE_image_reader& reader, Captured& captured)
         return "";
     case HistorySpace::Room::none:
         return "a sample does not fit into the largest size allowed";
+    case HistorySpace::Room::logs:
+        return "imported logs leave no room for samples in the largest size allowed";
     case HistorySpace::Room::reader:
         return "another process reads the database, and its write-ahead log would exceed the largest size allowed";
     case HistorySpace::Room::stopped:

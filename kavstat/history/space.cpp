@@ -148,6 +148,24 @@ long long HistorySpace::used_bytes()
            page_size();
 }
 
+// Of imported logs, which stay. Counting their pages takes long, so it is done when they have changed.
+long long HistorySpace::bytes_of_logs()
+{
+    const long long records = m_database.number("SELECT sum(records) FROM top_app_log").value_or(0);
+    if (records != m_log_records) {
+        m_log_bytes =
+            m_database.number("SELECT sum(pgsize) FROM dbstat WHERE name = 'top_app_record' AND aggregate = 1")
+                .value_or(0);
+        m_log_records = records;
+    }
+    return m_log_bytes;
+}
+
+bool HistorySpace::has_room(long long bytes)
+{
+    return m_max_size == 0 || (used_bytes() + bytes <= most_in_file() && is_log_small(bytes));
+}
+
 bool HistorySpace::empty_log()
 {
     return m_database.number("PRAGMA wal_checkpoint(TRUNCATE)").value_or(1) == 0;
@@ -194,6 +212,9 @@ HistorySpace::Room HistorySpace::make_room(long long bytes)
     // A little more than needed, so that not every sample has to make room.
     const long long target = most_in_file() - bytes;
     const bool b_full = used_bytes() > target;
+    if (b_full && bytes_of_logs() > target - target / 64) {
+        return Room::logs;
+    }
     while (b_full && used_bytes() > target - target / 64) {
         if (m_is_stopped()) {
             return Room::stopped;

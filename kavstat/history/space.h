@@ -33,10 +33,14 @@ public:
     // as long to remove as to record.
     Thinning thin(std::time_t now, const std::function<bool()>& is_over);
 
+    // Whether so many bytes can be written without removing samples.
+    bool has_room(long long bytes);
+
     enum class Room
     {
         there,
         none,   // even an empty history would be too large
+        logs,   // imported logs alone are too large; nothing was removed
         reader, // another process reads, so that the write-ahead log cannot be emptied
         stopped,
         error, // see Database::error()
@@ -63,6 +67,7 @@ private:
     Room reason_of_large_log() const;
     long long page_size();
     long long used_bytes();
+    long long bytes_of_logs();
     long long most_in_file() const { return m_max_size - m_max_size / 4; }
 
     Database& m_database;
@@ -72,6 +77,8 @@ private:
     std::deque<ThinningStep> m_steps; // still to be done
     bool m_b_unused = false;          // there may be rows to which no sample refers
     long long m_removed = 0;
+    long long m_log_records = 0; // imported, of which the size is known
+    long long m_log_bytes = 0;
     long long m_bytes = 0; // of the last make_room(); no single change takes more
 };
 

@@ -138,8 +138,8 @@ private:
 class LogImport
 {
 public:
-    LogImport(Database& database, const std::string& path, std::time_t now, const std::function<void(double)>& progress)
-        : m_database(database), m_path(path), m_now(now), m_progress(progress)
+    LogImport(Database& database, const std::string& path, std::time_t now, const ImportCallbacks& callbacks)
+        : m_database(database), m_path(path), m_now(now), m_callbacks(callbacks)
     {}
 
     ImportResult run()
@@ -161,7 +161,7 @@ public:
         m_layout = b_sections ? RE_STAT_TOP_APP_LOG_BELVANO : RE_STAT_TOP_APP_LOG_QUADA;
         while (m_result.error.empty() && m_file.left() > 0) {
             import_part(b_sections);
-            m_progress(static_cast<double>(m_file.place()) / static_cast<double>(m_file.size()));
+            m_callbacks.progress(static_cast<double>(m_file.place()) / static_cast<double>(m_file.size()));
         }
         return m_result;
     }
@@ -200,21 +200,30 @@ private:
     // Imports a section, or a number of records, in one transaction.
     void import_part(bool b_section)
     {
-        Transaction transaction(m_database);
         const long long before = m_log.records;
+        long long records = 0;
+        if (b_section) {
+            std::uint32_t count = 0;
+            if (!read_section_head(count)) {
+                return;
+            }
+            records = count;
+        } else {
+            records = std::min(m_file.left() / static_cast<long long>(sizeof(RE_stat_app_log_record)), records_at_once);
+            if (records == 0) {
+                fail_cut();
+                return;
+            }
+        }
+        // In a transaction, the write-ahead log could not be emptied.
+        if (!has_room_for(records)) {
+            return;
+        }
+        Transaction transaction(m_database);
         bool b_ok = transaction.is_begun() && begin_log();
         if (!b_ok) {
             fail(m_database.error());
             return;
-        }
-        long long records = 0;
-        if (b_section) {
-            std::uint32_t count = 0;
-            b_ok = read_section_head(count);
-            records = count;
-        } else {
-            records = std::min(m_file.left() / static_cast<long long>(sizeof(RE_stat_app_log_record)), records_at_once);
-            b_ok = records > 0 || fail_cut();
         }
         for (long long at = 0; b_ok && at < records; ++at) {
             b_ok = import_record();
@@ -228,6 +237,15 @@ private:
             return;
         }
         m_result.records += m_log.records - before;
+    }
+
+    bool has_room_for(long long records)
+    {
+        // The most that a record takes with both names, in pages that are not full.
+        constexpr long long bytes_of_record = 400;
+        constexpr long long other_pages = 32LL * 4096;
+        return m_callbacks.has_room(records * bytes_of_record + other_pages) ||
+               fail("the database has no room for the rest within --max-size");
     }
 
     bool read_section_head(std::uint32_t& records)
@@ -318,7 +336,7 @@ private:
     Database& m_database;
     const std::string& m_path;
     std::time_t m_now;
-    const std::function<void(double)>& m_progress;
+    const ImportCallbacks& m_callbacks;
     LogFile m_file;
     KnownLog m_log;
     int m_layout = 0;
@@ -330,9 +348,9 @@ private:
 } // namespace
 
 ImportResult import_top_app_log(Database& database, const std::string& path, std::time_t now,
-                                const std::function<void(double)>& progress)
+                                const ImportCallbacks& callbacks)
 {
-    return LogImport(database, path, now, progress).run();
+    return LogImport(database, path, now, callbacks).run();
 }
 
 } // namespace kavstat

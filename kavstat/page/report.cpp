@@ -121,6 +121,12 @@ std::size_t points_in_report(std::size_t histories)
     return std::clamp<std::size_t>(points_of_all / std::max<std::size_t>(histories, 1), 60, 720);
 }
 
+std::size_t points_of_app_in_report(std::size_t histories)
+{
+    constexpr std::size_t points_of_all = 8000;
+    return std::clamp<std::size_t>(points_of_all / std::max<std::size_t>(histories, 1), 60, 360);
+}
+
 void write_page_report(const PageData& data, Output& output)
 {
     const std::string nonce = random_nonce();

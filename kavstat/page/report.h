@@ -19,8 +19,10 @@ struct PageData
     std::vector<ChartRows> histories;
 };
 
-// How many rows of a history a report has room for, when there are so many histories.
+// How many rows of a history a report has room for, when there are so many histories of the engine and of peers.
 std::size_t points_in_report(std::size_t histories);
+// The same for histories of applications.
+std::size_t points_of_app_in_report(std::size_t histories);
 
 void write_page_report(const PageData& data, Output& output);
 

@@ -755,10 +755,7 @@ protected:
         EXPECT_TRUE(m_database.open(path(), Database::Access::write));
         EXPECT_EQ(prepare_schema(m_database), "");
     }
-    ImportResult import(const std::string& log)
-    {
-        return import_top_app_log(m_database, log, 1700000000, [](double) {});
-    }
+    ImportResult import(const std::string& log) { return import_top_app_log(m_database, log, 1700000000); }
     // A section of one name and so many records, each with its number as traffic.
     void append_section(const std::string& log, int records)
     {
@@ -856,6 +853,49 @@ TEST_F(history_import, what_is_no_log_is_refused)
     EXPECT_EQ(import(folder.path()).error, "not a regular file");
     EXPECT_EQ(import(folder.file("missing")).error, "No such file or directory");
     EXPECT_EQ(number("SELECT count(*) FROM top_app_log"), 0);
+}
+
+// A file that is recorded with a largest size, too.
+TEST_F(history_import, samples_make_room_for_logs_but_are_not_removed_in_vain)
+{
+    start({8, 16, 64, 8});
+    fill();
+    RecorderOptions made = options();
+    made.max_size = least_history_size;
+    made.b_connections = false;
+    Recorder recorder(made);
+    ASSERT_EQ(recorder.open(path()), "");
+    for (int sample = 0; sample < 400; ++sample) {
+        engine.add_peer_stat(0, RE_STAT_PEER_ID_NUM_NACKS, 1);
+        ASSERT_EQ(record(recorder), RecordResult::recorded);
+    }
+    const std::string log = folder.file("log");
+    append_section(log, 28000);
+    EXPECT_EQ(import(log).records, 28000);
+    ASSERT_EQ(record(recorder), RecordResult::recorded) << recorder.error();
+    const long long left = number("SELECT count(*) FROM sample");
+    EXPECT_GT(recorder.removed(), 0);
+    EXPECT_GT(left, 5);
+    append_section(log, 40000);
+    EXPECT_EQ(import(log).records, 40000);
+    EXPECT_EQ(record(recorder), RecordResult::failed);
+    EXPECT_EQ(recorder.error(), "imported logs leave no room for samples in the largest size allowed");
+    EXPECT_EQ(number("SELECT count(*) FROM sample"), left);
+}
+
+TEST_F(history_import, an_import_ends_where_there_is_no_room)
+{
+    const std::string log = folder.file("log");
+    append_section(log, 3);
+    append_section(log, 4);
+    Database database;
+    ASSERT_TRUE(database.open(path(), Database::Access::write));
+    ImportCallbacks callbacks;
+    callbacks.has_room = [](long long bytes) { return bytes < 32 * 4096 + 4 * 400; };
+    const ImportResult first = import_top_app_log(database, log, 1700000000, callbacks);
+    EXPECT_EQ(first.records, 3);
+    EXPECT_EQ(first.error, "the database has no room for the rest within --max-size");
+    EXPECT_EQ(import(log).records, 4);
 }
 
 TEST_F(history_import, tables_are_exported)

@@ -528,6 +528,42 @@ TEST_F(page_test, a_report_holds_data_that_cannot_end_its_element)
     EXPECT_NE(page.find("default-src 'none'; script-src 'nonce-"), std::string::npos);
 }
 
+// For 6 peers and 120 applications: a mail takes it.
+TEST_F(page_test, a_report_of_a_day_has_less_than_three_megabytes)
+{
+    start();
+    add_peer(1);
+    LiveHistory live;
+    sample(live, 0);
+    PageData data{live.health(), *live.reader(), live.moments(), {}};
+    const auto add = [&](ChartScope scope, int number, std::size_t points) {
+        const std::size_t columns = chart_columns_of(scope).size();
+        ChartRows rows{scope, "02:4b:41:56:00:01-ca305f9eb9e1-5e52c905/" + std::to_string(number), {}};
+        for (std::size_t row = 0; row < points; ++row) {
+            ChartRow made{1'700'000'000'000 + static_cast<std::int64_t>(row) * 10'000, 1'700'000'000, {}};
+            for (std::size_t column = 0; column < columns; ++column) {
+                made.values.emplace_back(column < 8 ? 123'456'789'012 : 12'345'678);
+            }
+            rows.rows.push_back(std::move(made));
+        }
+        data.histories.push_back(std::move(rows));
+    };
+    add(ChartScope::engine, 0, points_in_report(7));
+    for (int peer = 0; peer < 6; ++peer) {
+        add(ChartScope::peer, peer, points_in_report(7));
+    }
+    for (int app = 0; app < 120; ++app) {
+        add(ChartScope::application, app, points_of_app_in_report(120));
+    }
+    StringSink sink;
+    Output output(sink);
+    write_page_report(data, output);
+    output.flush();
+    EXPECT_LT(sink.text().size(), 3'000'000U);
+    EXPECT_GE(data.histories.front().rows.size(), 500U);
+    EXPECT_GE(data.histories.back().rows.size(), 60U);
+}
+
 TEST_F(page_test, scripts_of_the_page_can_stand_in_a_report)
 {
     for (const char* const path : {"/page.js", "/dygraph.js", "/page.css"}) {

@@ -71,6 +71,31 @@ TEST_F(history_program, moments_and_spans_are_read)
               "kavstat: " + path("missing") + ": No such file or directory\n");
 }
 
+TEST_F(history_program, a_report_has_the_charts_of_peers_and_applications)
+{
+    const small_engine engine;
+    record();
+    record();
+    for (const std::vector<std::string>& source : {std::vector<std::string>{database()}, {}}) {
+        std::vector<std::string> words = {"report"};
+        words.insert(words.end(), source.begin(), source.end());
+        const program_result result = run_kavstat(words);
+        EXPECT_EQ(result.status, 0) << result.err;
+        const std::size_t begin = result.out.find("\n", result.out.find("id=\"kavstat-report\""));
+        const nlohmann::json histories =
+            nlohmann::json::parse(result.out.substr(begin, result.out.find("</script>", begin) - begin))["histories"];
+        std::map<std::string, int> count;
+        for (const auto& [key, history] : histories.items()) {
+            EXPECT_GE(history["rows"].size(), 1U) << key; // both samples may be of one second
+            ++count[key.substr(0, key.find('/'))];
+        }
+        const nlohmann::json all = nlohmann::json::parse(run_kavstat({"json"}).out);
+        EXPECT_EQ(count["engine"], 1);
+        EXPECT_EQ(static_cast<std::size_t>(count["peer"]), all["peers"].size());
+        EXPECT_EQ(static_cast<std::size_t>(count["application"]), all["apps"].size());
+    }
+}
+
 TEST_F(history_program, troubles_are_reported)
 {
     const program_result without_engine = run_kavstat({"record", "--once", database()});
@@ -97,6 +122,17 @@ TEST_F(history_program, logs_are_imported_and_tables_exported)
     EXPECT_TRUE(csv.starts_with("log,number,section,application,classifier,kav_peer_id,port,")) << csv;
     EXPECT_EQ(first.out, log + ": " + std::to_string(std::count(csv.begin(), csv.end(), '\n') - 1) + " records\n");
     EXPECT_EQ(run_kavstat({"import", path("missing"), log, path("other.db")}).status, 1);
+    EXPECT_EQ(run_kavstat({"import", "--max-size", "1M", log, path("small.db")}).status, 2);
+    std::string long_log;
+    while (long_log.size() < (8U << 20U)) {
+        long_log += bytes_of_file(log);
+    }
+    write_file(path("long.log"), long_log);
+    const program_result full = run_kavstat({"import", "--max-size", "4M", path("long.log"), path("small.db")});
+    EXPECT_EQ(full.status, 1);
+    EXPECT_EQ(full.err, "kavstat: " + path("long.log") + ": the database has no room for the rest within --max-size\n");
+    EXPECT_GT(std::filesystem::file_size(path("small.db")), 1U << 20U);
+    EXPECT_LE(std::filesystem::file_size(path("small.db")), 4U << 20U);
 }
 
 TEST_F(history_program, a_recorder_ends_cleanly_and_lets_others_read)
