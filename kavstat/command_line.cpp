@@ -369,6 +369,7 @@ void add_serve(CLI::App& app, int& status)
         ->add_option("--history", options->http.history,
                      "A database of \"kavstat record\", whose past the page shows as well")
         ->check(CLI::ExistingFile);
+    command->add_option("--rules", options->rules, rules_help);
     command->add_option("--web-config", options->web_config,
                         "A file with TLS certificate and users, in the form of Prometheus' web configuration");
     command->add_flag("--insecure", options->b_insecure, "Serve other machines even without TLS or passwords");

@@ -112,6 +112,7 @@ struct ServeOptions
     HttpOptions http;
     std::optional<std::string> web_config; // the file with TLS and users
     bool b_insecure = false;               // serve others without them
+    std::optional<std::string> rules;      // the file of rule settings
 };
 // Serves until SIGTERM or SIGINT.
 int run_serve(const ServeOptions& options);

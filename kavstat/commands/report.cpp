@@ -4,8 +4,7 @@
 #include "commands/commands.h"
 #include "commands/report_error.h"
 #include "format/text.h"
-#include "history/recorded_image.h"
-#include "page/recorded_rows.h"
+#include "page/past_moment.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -163,7 +162,7 @@ private:
             return status;
         }
         const Snapshot now = take_snapshot(source.reader(), std::time(nullptr));
-        const HealthReport health = health_of({nullptr, &now, 0}, source.reader(), source.name());
+        const HealthReport health = health_of_moments(m_rules, {nullptr, &now, 0}, source.reader(), source.name());
         if (const int status = report_if_cut(source)) {
             return status;
         }
@@ -175,22 +174,15 @@ private:
         RecordedRows recorded;
         std::string reason = recorded.open(*m_options.file);
         const std::optional<HistorySample> last = last_sample(recorded, m_options.span);
-        const auto moment = last ? recorded.reader().restore(*last) : std::nullopt;
-        if (!reason.empty() || !moment) {
+        const auto past = last ? read_past_moment(recorded, *last, m_rules, *m_options.file, reason) : std::nullopt;
+        if (!past) {
             const std::string error = recorded.reader().error();
             reason = !reason.empty() ? reason : !error.empty() ? error : "nothing was recorded at that time";
             report_error(*m_options.file + ": " + reason);
             return EXIT_NO_STATISTICS;
         }
-        RecordedReader reader(*moment);
-        reader.open();
-        const Snapshot now = take_snapshot(reader, last->time);
-        const std::optional<Snapshot> before = snapshot_before(recorded, *last, now);
-        const double seconds = before ? static_cast<double>(now.capture_time - before->capture_time) : 0;
-        const TwoMoments moments{before ? &*before : nullptr, &now, seconds};
-        const HealthReport health = health_of(moments, reader, *m_options.file);
-        PageData data{health, reader, moments, {}};
-        const ChartKeys keys(now);
+        PageData data{past->health, *past->reader, past->moments(), {}};
+        const ChartKeys keys(past->now);
         const std::size_t points = points_in_report(keys.peers.size() + 1);
         add_recorded(recorded, ChartScope::engine, "", points, data);
         for (const std::string& key : keys.peers) {
@@ -207,32 +199,6 @@ private:
     {
         const auto last = span.to ? recorded.reader().at(*span.to) : recorded.reader().last();
         return last && (!span.from || last->time >= *span.from) ? last : std::nullopt;
-    }
-
-    // The sample before, of the same engine: rates are those of the last seconds.
-    static std::optional<Snapshot> snapshot_before(RecordedRows& recorded, const HistorySample& last,
-                                                   const Snapshot& now)
-    {
-        const auto sample = recorded.reader().before(last);
-        const auto moment = sample ? recorded.reader().restore(*sample) : std::nullopt;
-        if (!moment || moment->engine_start_time != now.engine_start_time || sample->time >= last.time) {
-            return std::nullopt;
-        }
-        RecordedReader reader(*moment);
-        reader.open();
-        return take_snapshot(reader, sample->time);
-    }
-
-    HealthReport health_of(const TwoMoments& two, RE_image_reader& reader, const std::string& source) const
-    {
-        PendingConnections pending;
-        pending.update(reader, *two.now, 0);
-        HealthMoments moments;
-        moments.before = two.before;
-        moments.now = two.now;
-        moments.seconds = two.seconds;
-        moments.extras = read_extras(reader, &pending);
-        return health_report(m_rules, moments, source);
     }
 
     static void add_live(const LiveHistory& live, ChartScope scope, const std::vector<std::string>& keys,

@@ -44,6 +44,11 @@ int run_serve(const ServeOptions& options)
     ListenAddress address = options.address;
     HttpOptions http = options.http;
     http.report = report_error;
+    std::optional<RuleSet> rules = read_rules_or_report(options.rules);
+    if (!rules) {
+        return EXIT_USAGE;
+    }
+    http.rules = std::move(*rules);
     if (const int status = prepare(options, address, http.web)) {
         return status;
     }

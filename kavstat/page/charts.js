@@ -4,6 +4,8 @@
 const lineDashes = [null, [7, 3], [2, 2], [9, 3, 2, 3], [4, 4], [12, 4], [2, 5], [7, 2, 2, 2, 2, 2], [1, 3]];
 const lineColors = 9;
 const chartHeight = 190;
+// Rates of two samples are a single point.
+const fewestSamples = 3;
 
 // The legend of dygraphs makes style attributes, which the page's policy forbids. The page has its own.
 Dygraph.PLUGINS = Dygraph.PLUGINS.filter((plugin) => plugin !== Dygraph.Plugins.Legend);
@@ -51,9 +53,12 @@ class Chart {
     this.definition = definition;
     this.values = []; // by series
     this.times = [];
-    this.canvas = element("div", { class: "canvas", "aria-hidden": "true" });
-    this.empty = element("p", { class: "quiet" }, "Nothing to draw yet.");
-    this.figures = definition.series.map(() => element("span", { class: "figure" }, noFigure));
+    // dygraphs itself shows the range of the rows then, which may be less.
+    this.canvas = element("div", { class: "canvas", "aria-hidden": "true", hidden: true,
+      ondblclick: () => board.zoom(null) });
+    this.empty = element("p", { class: "quiet", hidden: true });
+    this.figures = definition.series.map(() =>
+      element("span", { class: `figure ${definition.unit}` }, noFigure));
     this.legend = element("ul", { class: "legend" });
     definition.series.forEach((series, at) => {
       this.legend.append(element("li", {}, lineSample(at), ` ${series.label} `, this.figures[at]));
@@ -66,15 +71,16 @@ class Chart {
       "aria-labelledby": `chart-title-${definition.name}` },
       element("figcaption", { id: `chart-title-${definition.name}` }, definition.title),
       this.legend, this.canvas, this.empty, this.details);
-    this.empty.hidden = true;
   }
 
   // series: of the history that is shown. window: [from, to] in milliseconds.
   update(series, window) {
     this.times = series.rows.map((row) => row[0]);
     this.values = this.definition.series.map((one) => series.values(one));
-    const isEmpty = this.times.length < 2;
-    this.empty.hidden = !isEmpty;
+    const known = Math.max(...this.values.map((line) => line.filter(isKnown).length));
+    const isEmpty = this.times.length < fewestSamples || known < 2;
+    this.empty.textContent = known === 0 ? "No values in this time." : "Too few values for a line.";
+    this.empty.hidden = !isEmpty || this.times.length < fewestSamples;
     this.canvas.hidden = isEmpty;
     this.showFigures(this.times.length - 1);
     this.fillTable();
@@ -83,6 +89,7 @@ class Chart {
     }
     const data = this.times.map((time, at) => [new Date(time * 1000), ...this.values.map((line) => line[at])]);
     if (this.graph) {
+      this.graph.resize(); // it may have been out of sight
       this.graph.updateOptions({ file: data, dateWindow: window, valueRange: this.valueRange() });
     } else {
       this.draw(data, window);
@@ -234,17 +241,25 @@ class ChartBoard {
     this.isFollowing = false;
     this.reset = element("button", { type: "button", class: "reset", hidden: true,
       onclick: () => this.zoom(null) }, "Show the whole range");
+    this.hint = element("p", { class: "quiet hint", hidden: true },
+      "Drag to zoom, Shift and drag to move, double-click for the whole range.");
+    this.few = element("p", { class: "quiet", hidden: true });
+    this.grid = element("div", { class: "grid" }, ...this.charts.map((chart) => chart.root));
     this.root = element("section", { class: "charts", "aria-label": "Charts" },
       element("div", { class: "charts-head" },
         element("h2", {}, "Charts"),
-        element("p", { class: "quiet hint" }, "Drag to zoom, Shift and drag to move, double-click for the whole range."),
-        this.reset),
-      element("div", { class: "grid" }, ...this.charts.map((chart) => chart.root)));
+        this.hint, this.few, this.reset),
+      this.grid);
   }
 
   // span: [from, to] of the whole range in seconds; that of the rows when it is not given.
   update(history, span) {
     const rows = history.rows;
+    this.few.hidden = rows.length >= fewestSamples;
+    this.few.textContent = rows.length === 0 ? "There are no samples of this time."
+      : `A line needs ${fewestSamples} samples. There ${rows.length === 1 ? "is 1" : `are ${rows.length}`} of this time.`;
+    this.hint.hidden = !this.few.hidden;
+    this.grid.hidden = rows.length === 0;
     const whole = span ?? (rows.length > 0 ? [rows[0][0], rows[rows.length - 1][0]] : [0, 1]);
     this.whole = whole.map((seconds) => seconds * 1000);
     const series = new Series(history);

@@ -15,7 +15,8 @@ class LiveSource {
     }
     const text = await answer.json().catch(() => null);
     if (!answer.ok || text === null) {
-      throw new Error(text?.error ?? `kavstat answered with status ${answer.status}`);
+      throw Object.assign(new Error(text?.error ?? `kavstat answered with status ${answer.status}`),
+        { status: answer.status });
     }
     return text;
   }
@@ -58,13 +59,18 @@ function queryTable(table, { search = "", sort, reverse = 0, top = Infinity }) {
     if (one === null || other === null) {
       return (one === null) - (other === null);
     }
-    const forwards = typeof one === "string" ? (one < other ? -1 : one > other ? 1 : 0) : other - one;
+    const isText = typeof one === "string";
+    let forwards = isText ? (one < other ? -1 : one > other ? 1 : 0) : other - one;
+    if (isText !== (typeof other === "string")) {
+      forwards = isText ? 1 : -1; // numbers come before texts
+    }
     return reverse ? -forwards : forwards;
   };
   if (at >= 0) {
     rows.sort((one, other) => order(one[at], other[at]));
   }
-  return { ...table, matching: rows.length, rows: rows.slice(0, top) };
+  return { ...table, matching: rows.length, sort: sort ?? table.sort, reverse: sort ? Boolean(reverse) : table.reverse,
+    rows: rows.slice(0, top) };
 }
 
 // Rows as objects by the keys of their columns.

@@ -60,6 +60,7 @@ public:
     RE_image_reader* reader() { return m_source != nullptr ? &m_source->reader() : nullptr; }
     // Of the last sample.
     const HealthReport& health() const { return m_report; }
+    const RuleSet& rules() const { return m_health.rules(); }
     // That snapshots and rows need.
     std::size_t bytes() const;
 

@@ -67,7 +67,7 @@ class Range {
     const isSound = isKnown(from) && isKnown(to) && from < to;
     this.to.setCustomValidity(isSound ? "" : "not after the beginning");
     this.to.reportValidity();
-    this.custom = isSound ? { from, to, isLive: false } : null;
+    this.custom = isSound ? { from, to, isLive: false, isPast: true } : null;
   }
 
   times() {
@@ -75,8 +75,8 @@ class Range {
       return this.custom;
     }
     const now = Date.now() / 1000;
-    return this.seconds > 0 ? { from: now - this.seconds, to: now, isLive: false }
-      : { from: null, to: null, isLive: this.isLiveSource };
+    return this.seconds > 0 ? { from: now - this.seconds, to: now, isLive: false, isPast: true }
+      : { from: null, to: null, isLive: this.isLiveSource, isPast: false };
   }
 }
 
@@ -119,6 +119,7 @@ class Page {
     for (const link of this.links) {
       if (link.dataset.view === name) {
         link.setAttribute("aria-current", "page");
+        link.scrollIntoView({ inline: "nearest", block: "nearest" });
       } else {
         link.removeAttribute("aria-current");
       }
@@ -137,7 +138,8 @@ class Page {
     try {
       this.health = await this.source.get("health");
       this.showEngine();
-      if (this.health.reason !== null && this.source.isLive) {
+      // The past can be read without an engine.
+      if (this.health.reason !== null && this.range.times().isLive) {
         throw new Error(this.health.reason);
       }
       await view.update();
@@ -149,6 +151,7 @@ class Page {
       if (this.health && view.health) {
         view.health.update(this.health);
       }
+      await view.updateOld?.().catch(() => {}); // the reason has been said
     }
     if (this.source.isLive && view === this.view) {
       clearTimeout(this.timer);
@@ -168,7 +171,9 @@ class Page {
       engine.replaceChildren(badge);
     }
     const facts = document.getElementById("facts");
-    if (start !== null) {
+    if (start === null) {
+      facts.textContent = "";
+    } else {
       const shown = this.source.isLive ? `up ${ageText(now - start)}, read ${clockText(now)}`
         : `${this.health.source}, ${timeText(now)}, up ${ageText(now - start)}`;
       facts.textContent = `${shown}, kavstat ${this.health.kavstat_version}`;

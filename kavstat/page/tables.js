@@ -15,6 +15,8 @@ class TableView {
     this.source = source;
     this.name = name;
     this.none = none;
+    this.at = null;   // a past moment; null for the running engine
+    this.asked = 0;
     this.sort = null; // the key of a column; null for the document's own order
     this.reverse = false;
     this.search = "";
@@ -23,6 +25,7 @@ class TableView {
     this.input = element("input", { type: "search", id: `search-${name}`, autocomplete: "off", spellcheck: "false",
       oninput: () => this.changeSearch() });
     this.count = element("p", { class: "quiet", "aria-live": "polite" });
+    this.when = element("p", { class: "when", hidden: true });
     this.body = element("tbody");
     this.head = element("tr");
     this.more = element("button", { type: "button", hidden: true, onclick: () => this.showMore() }, "Show more rows");
@@ -30,7 +33,7 @@ class TableView {
       element("div", { class: "table-head" },
         element("h2", {}, title),
         element("label", { for: `search-${name}` }, "Search ", this.input),
-        this.count),
+        this.count, this.when),
       element("div", { class: "scroll", tabindex: "0", role: "region", "aria-label": `${title}, table` },
         element("table", { id: `table-${name}` }, element("thead", {}, this.head), this.body)),
       this.more);
@@ -38,6 +41,9 @@ class TableView {
 
   parameters() {
     const parameters = { top: this.top };
+    if (this.at !== null) {
+      parameters.at = this.at;
+    }
     if (this.search) {
       parameters.search = this.search;
     }
@@ -50,13 +56,27 @@ class TableView {
 
   // Reads the table and shows it. Throws when it cannot be read.
   async update() {
-    const asked = JSON.stringify(this.parameters());
+    const asked = ++this.asked;
+    const { at } = this;
     const table = await this.source.get(this.name, this.parameters());
-    // Somebody has asked for something else meanwhile.
-    if (asked === JSON.stringify(this.parameters())) {
+    // A later request may have other parameters.
+    if (asked === this.asked) {
       this.show(table);
+      this.setWhen(at === null ? "" : `Recorded at ${timeText(table.capture_time)}`);
     }
-    return table;
+  }
+
+  setWhen(text) {
+    this.when.textContent = text;
+    this.when.hidden = text === "";
+  }
+
+  // reason: why there are no rows.
+  showNothing(reason) {
+    this.body.replaceChildren();
+    this.count.textContent = reason;
+    this.more.hidden = true;
+    this.setWhen("");
   }
 
   refresh() {
@@ -72,7 +92,8 @@ class TableView {
   }
 
   changeSort(key) {
-    this.reverse = this.sort === key ? !this.reverse : false;
+    const isSame = key === (this.sort ?? this.shownSort);
+    this.reverse = isSame && !(this.sort === null ? this.shownReverse : this.reverse);
     this.sort = key;
     this.refresh();
   }
@@ -84,6 +105,8 @@ class TableView {
 
   show(table) {
     this.columns = table.columns.filter((column) => column.unit !== "key" && column.key !== "unit");
+    this.shownSort = table.sort;
+    this.shownReverse = table.reverse;
     this.showHead();
     const rows = tableObjects(table);
     while (this.body.rows.length > rows.length) {
@@ -112,11 +135,11 @@ class TableView {
       this.head.replaceChildren(...this.heads);
     }
     this.columns.forEach((column, at) => {
-      if (column.key !== this.sort) {
+      if (column.key !== this.shownSort) {
         this.heads[at].removeAttribute("aria-sort");
         return;
       }
-      const isRising = isTextUnit(column.unit) !== this.reverse;
+      const isRising = isTextUnit(column.unit) !== this.shownReverse;
       this.heads[at].setAttribute("aria-sort", isRising ? "ascending" : "descending");
     });
   }

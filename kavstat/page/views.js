@@ -13,9 +13,18 @@ class FigureStrip {
       element("div", {}, element("dt", {}, figure.label), figure.value, figure.note)));
   }
 
-  set(key, value, note = "") {
+  // note: stays the same when it is not given.
+  set(key, value, note = null) {
     this.figures[key].value.textContent = value;
-    this.figures[key].note.textContent = note;
+    if (note !== null) {
+      this.figures[key].note.textContent = note;
+    }
+  }
+
+  clearNotes() {
+    Object.values(this.figures).forEach((figure) => {
+      figure.note.textContent = "";
+    });
   }
 }
 
@@ -26,9 +35,13 @@ class HealthPanel {
     this.concerns = concerns;
     this.status = element("p", { class: "verdict", "aria-live": "polite", id: "verdict" });
     this.list = element("ol", { class: "findings" });
-    this.root = element("section", { class: "health", "aria-label": title }, element("h2", {}, title),
-      this.status, this.list);
+    this.title = element("h2", {}, title);
+    this.root = element("section", { class: "health", "aria-label": title }, this.title, this.status, this.list);
     this.shown = null;
+  }
+
+  setTitle(title) {
+    this.title.textContent = title;
   }
 
   update(health) {
@@ -127,10 +140,17 @@ class ThingWithCharts {
     this.scope = scope;
     this.key = key;
     this.board = new ChartBoard(page.charts[scope]);
+    this.when = element("p", { class: "when", hidden: true });
+  }
+
+  // The figures below the health, and of which time they are.
+  nowSection() {
+    return element("section", { "aria-label": "Figures" }, this.when, this.strip.root);
   }
 
   async updateCharts() {
-    const { from, to, isLive } = this.page.range.times();
+    const { from, to, isLive, isPast } = this.page.range.times();
+    this.past = isPast ? { at: Math.ceil(to) } : null;
     const parameters = { scope: this.scope, points: historyPoints };
     if (this.key) {
       parameters.key = this.key;
@@ -140,7 +160,28 @@ class ThingWithCharts {
     }
     const history = await this.page.source.get("history", parameters);
     this.board.update(history, this.span(history, from, to, isLive));
+    this.showWhen(history);
     return new Series(history);
+  }
+
+  showWhen({ rows }) {
+    this.when.hidden = this.past === null;
+    this.when.textContent = rows.length > 0 ? `Figures recorded at ${timeText(rows[rows.length - 1][0])}`
+      : "Nothing was recorded in this time.";
+  }
+
+  // The row of this peer or application in its table. In the past, nothing when nothing was recorded.
+  async ownRow(name) {
+    let table;
+    try {
+      table = await this.page.source.get(name, { search: this.key, top: mostRows, ...this.past });
+    } catch (error) {
+      if (error.status === 404) {
+        return undefined;
+      }
+      throw error;
+    }
+    return tableObjects(table).find((row) => row.key === this.key);
   }
 
   // Live charts grow to what the server keeps, from a minute on.
@@ -154,6 +195,15 @@ class ThingWithCharts {
     }
     const last = rows[rows.length - 1][0];
     return [Math.min(rows[0][0], last - 60), last];
+  }
+
+  // While no engine is running, the server still has the last minutes.
+  async updateOld() {
+    this.showSeries(await this.updateCharts());
+  }
+
+  showSeries(series) {
+    this.showTraffic(this.strip, series);
   }
 
   recolor() {
@@ -196,20 +246,32 @@ class OverviewView extends ThingWithCharts {
     this.strip = new FigureStrip([["before", "Traffic before"], ["after", "Traffic after"], ["saved", "Saved"],
       ["latency", "Encoding latency"], ["nacks", "NACKs"], ["connections", "Open connections"],
       ["cache", "Cache in use"]]);
-    this.root = element("div", {}, this.health.root, element("section", { "aria-label": "Now" }, this.strip.root),
-      this.board.root);
+    this.root = element("div", {}, this.health.root, this.nowSection(), this.board.root);
   }
 
   async update() {
     this.health.update(this.page.health);
     const series = await this.updateCharts();
-    this.showTraffic(this.strip, series);
+    this.showSeries(series, !this.past);
+    this.health.setTitle(this.past ? "Health now" : "Health");
+    if (this.past) {
+      this.strip.clearNotes();
+    } else {
+      await this.updateTotals();
+    }
+  }
+
+  // hasTotals: the number of connections comes with the totals.
+  showSeries(series, hasTotals = false) {
+    super.showSeries(series);
     this.strip.set("latency", valueText(this.now(series, "latency", 0), "seconds"));
     const nacks = [0, 1, 2, 3].map((line) => this.now(series, "nacks", line));
     this.strip.set("nacks", valueText(nacks.includes(null) ? null : nacks.reduce((sum, one) => sum + one),
       "count_per_second"));
     this.strip.set("cache", valueText(this.now(series, "cache", 0), "percent"));
-    await this.updateTotals();
+    if (!hasTotals) {
+      this.strip.set("connections", valueText(this.now(series, "connections", 0), "count"));
+    }
   }
 
   async updateTotals() {
@@ -240,17 +302,15 @@ class PeerView extends ThingWithCharts {
     this.strip = new FigureStrip([["before", "Traffic before"], ["after", "Traffic after"], ["saved", "Saved"],
       ["round-trip", "Round-trip time"], ["ack-queue", "Ack queue"], ["connections", "Open connections"]]);
     this.root = element("div", {}, backLink("peers", "All peers"), this.title, this.identity, this.health.root,
-      element("section", { "aria-label": "Now" }, this.strip.root), this.board.root);
+      this.nowSection(), this.board.root);
   }
 
   async update() {
     this.health.update(this.page.health);
-    const series = await this.updateCharts();
-    this.showTraffic(this.strip, series);
-    const table = await this.page.source.get("peers", { search: this.key, top: 1 });
-    const [peer] = tableObjects(table);
+    this.showSeries(await this.updateCharts());
+    const peer = await this.ownRow("peers");
     if (!peer) {
-      this.identity.textContent = `${this.key} is no longer among the engine's peers.`;
+      this.identity.textContent = `${this.key} ${this.past ? "was not" : "is no longer"} among the engine's peers.`;
       return;
     }
     this.title.textContent = `Peer ${peer.peer}${peer.host_name ? `, ${peer.host_name}` : ""}`;
@@ -271,16 +331,15 @@ class ApplicationView extends ThingWithCharts {
     this.identity = element("p", { class: "quiet" }, key);
     this.strip = new FigureStrip([["before", "Traffic before"], ["after", "Traffic after"], ["saved", "Saved"]]);
     this.root = element("div", {}, backLink("applications", "All applications"), this.title, this.identity,
-      element("section", { "aria-label": "Now" }, this.strip.root), this.board.root);
+      this.nowSection(), this.board.root);
   }
 
   async update() {
-    const series = await this.updateCharts();
-    this.showTraffic(this.strip, series);
-    const table = await this.page.source.get("applications", { search: this.key, top: 1 });
-    const [application] = tableObjects(table);
+    this.showSeries(await this.updateCharts());
+    const application = await this.ownRow("applications");
     if (!application) {
-      this.identity.textContent = `${this.key} is no longer among the engine's applications.`;
+      this.identity.textContent =
+        `${this.key} ${this.past ? "was not" : "is no longer"} among the engine's applications.`;
       return;
     }
     this.title.textContent = `Application ${application.application}`;
@@ -300,12 +359,26 @@ function backLink(view, text) {
 
 class ListView {
   constructor(page, name, texts) {
+    this.page = page;
+    this.isRecorded = texts.isRecorded ?? false;
     this.table = new TableView(page.source, name, texts);
     this.root = this.table.root;
   }
 
   async update() {
-    await this.table.update();
+    const { to, isPast } = this.page.range.times();
+    this.table.at = isPast && this.isRecorded ? Math.ceil(to) : null;
+    try {
+      await this.table.update();
+    } catch (error) {
+      if (error.status !== 404) {
+        throw error;
+      }
+      this.table.showNothing(error.message);
+    }
+    if (isPast && !this.isRecorded) {
+      this.table.setWhen("Of the running engine, not of the past");
+    }
   }
 
   recolor() {}
@@ -316,8 +389,8 @@ class ListView {
 // In the order of the navigation.
 const views = {
   overview: { title: "Overview", make: (page) => new OverviewView(page) },
-  peers: { title: "Peers", none: "There are no peers." },
-  applications: { title: "Applications", none: "There are no applications." },
+  peers: { title: "Peers", none: "There are no peers.", isRecorded: true },
+  applications: { title: "Applications", none: "There are no applications.", isRecorded: true },
   connections: { title: "Connections", none: "There are no connections." },
   nacks: { title: "NACKs", none: "Nothing was nacked." },
   bypass: { title: "Auto-bypass", none: "No server is bypassed." },
@@ -339,7 +412,7 @@ function makeView(page, fragment) {
   if (name === "application" && key) {
     return { name: "applications", view: new ApplicationView(page, decoded) };
   }
-  if (!(name in views) || name === "overview") {
+  if (!Object.hasOwn(views, name) || name === "overview") {
     return { name: "overview", view: new OverviewView(page) };
   }
   return { name, view: new ListView(page, name, views[name]) };

@@ -110,9 +110,10 @@ private:
 
     LiveHistory m_live;
     ConnectionRates m_connection_rates;
+    PastMoments m_past;
     std::string m_history;
-    RouteContext m_context{m_moments, m_live, m_connection_rates,
-                           m_history, {},     static_cast<double>(std::time(nullptr))};
+    RouteContext m_context{
+        m_moments, m_live, m_connection_rates, m_past, m_history, {}, static_cast<double>(std::time(nullptr))};
 };
 
 HttpServer::implementation::~implementation()
@@ -145,6 +146,7 @@ bool HttpServer::implementation::start(const ListenAddress& address, const HttpL
     m_allowed_hosts = options.allowed_hosts;
     m_context.metrics = options.metrics;
     m_history = options.history;
+    m_live = LiveHistory(options.rules);
     m_web = options.web;
     m_report = options.report;
     m_stop = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
@@ -275,6 +277,7 @@ void HttpServer::implementation::take_sample()
     try {
         m_live.sample(steady_clock::now(), std::chrono::system_clock::now());
         m_connection_rates.forget_unless_used(steady_clock::now());
+        m_past.forget_unless_used(steady_clock::now());
     } catch (const std::exception&) {
         // Out of memory. The next sample may succeed.
     }

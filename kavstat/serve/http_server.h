@@ -6,6 +6,7 @@
 #pragma once
 
 #include "documents/metrics.h"
+#include "health/rules.h"
 #include "serve/clients.h"
 #include "serve/listener.h"
 #include "serve/web_config.h"
@@ -24,6 +25,7 @@ struct HttpOptions
     MetricsChoice metrics; // the content of /metrics
     WebConfig web;         // TLS and users; without both when empty
     std::string history;   // the path of a recorded history; empty without one
+    RuleSet rules;         // of the health that the page shows
     // Is called with messages for the administrator, in the server's thread.
     std::function<void(const std::string&)> report = [](const std::string&) {};
 };

@@ -72,10 +72,38 @@ HttpAnswer json_answer(const Write& write)
     return text_answer(200, sink.text(), json_type);
 }
 
-HttpAnswer no_engine_answer(const LiveHistory& live)
+constexpr long long last_second = 253402300799; // of the year 9999
+
+// write: writes the table of two moments: of the engine's last ones, or of the recorded ones that the request names.
+template <typename Write>
+HttpAnswer answer_from_two_moments(const HttpRequest& request, RouteContext& context, TableOf table, const Write& write)
 {
-    const std::string& reason = live.health().unknown;
-    return json_error_answer(503, reason.empty() ? "the statistics have not been read yet" : reason);
+    return answer_or_refuse([&] {
+        const TableQuery query = query_of(request, table);
+        const auto answer = [&](const TwoMoments& moments, const HealthReport& health) {
+            return json_answer([&](Output& output) { write(moments, health, query, output); });
+        };
+        if (request.target.first("at")) {
+            const long long time = whole_number(request, "at", 0, 0, last_second);
+            if (context.history.empty()) {
+                throw BadParameter("at: the server has no recorded history");
+            }
+            std::string reason;
+            const PastMoment* const past = context.past.find(context.history, time, context.live.rules(), reason);
+            if (past == nullptr) {
+                return reason.empty() ? json_error_answer(404, "nothing was recorded until then")
+                                      : json_error_answer(503, "the history cannot be read: " + reason);
+            }
+            return answer(past->moments(), past->health);
+        }
+        context.live.follow_engine(LiveHistory::clock::now(), std::chrono::system_clock::now());
+        const TwoMoments moments = context.live.moments();
+        if (moments.now == nullptr) {
+            const std::string& reason = context.live.health().unknown;
+            return json_error_answer(503, reason.empty() ? "the statistics have not been read yet" : reason);
+        }
+        return answer(moments, context.live.health());
+    });
 }
 
 // make: makes the table of a moment, for a query and an output.
@@ -98,7 +126,6 @@ void keep_range(std::vector<ChartRow>& rows, std::int64_t from, std::int64_t to)
     std::erase_if(rows, [&](const ChartRow& row) { return row.time < from || row.time > to; });
 }
 
-constexpr long long last_second = 253402300799; // of the year 9999
 constexpr std::int64_t milliseconds_of_second = 1000;
 constexpr long long most_points = 5000;
 
@@ -188,27 +215,16 @@ HttpAnswer answer_history(const HttpRequest& request, RouteContext& context)
 
 HttpAnswer answer_peers(const HttpRequest& request, RouteContext& context)
 {
-    return answer_or_refuse([&] {
-        const TableQuery query = query_of(request, TableOf::peers);
-        const TwoMoments moments = context.live.moments();
-        if (moments.now == nullptr) {
-            return no_engine_answer(context.live);
-        }
-        return json_answer(
-            [&](Output& output) { write_peers(moments, context.live.health().findings, query, output); });
-    });
+    return answer_from_two_moments(request, context, TableOf::peers,
+                                   [](const TwoMoments& moments, const HealthReport& health, const TableQuery& query,
+                                      Output& output) { write_peers(moments, health.findings, query, output); });
 }
 
 HttpAnswer answer_applications(const HttpRequest& request, RouteContext& context)
 {
-    return answer_or_refuse([&] {
-        const TableQuery query = query_of(request, TableOf::applications);
-        const TwoMoments moments = context.live.moments();
-        if (moments.now == nullptr) {
-            return no_engine_answer(context.live);
-        }
-        return json_answer([&](Output& output) { write_applications(moments, query, output); });
-    });
+    return answer_from_two_moments(request, context, TableOf::applications,
+                                   [](const TwoMoments& moments, const HealthReport&, const TableQuery& query,
+                                      Output& output) { write_applications(moments, query, output); });
 }
 
 HttpAnswer answer_connections(const HttpRequest& request, RouteContext& context)

@@ -3,6 +3,7 @@
 
 #include "page/entity_tables.h"
 #include "page/live_history.h"
+#include "page/past_moment.h"
 #include "serve/http_answer.h"
 #include "serve/http_request.h"
 #include "serve/moments.h"
@@ -24,6 +25,7 @@ struct RouteContext
     Moments& moments;
     LiveHistory& live;
     ConnectionRates& connection_rates;
+    PastMoments& past;
     const std::string& history; // the path of a recorded history; empty without one
     MetricsChoice metrics;      // the content of /metrics, unless the request selects collectors
     double start_time;          // of the process, seconds since the epoch

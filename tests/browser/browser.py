@@ -1,9 +1,11 @@
 """A headless Chromium that looks at the page of kavstat."""
+import contextlib
 import json
 import os
 import shutil
 import sys
 import tempfile
+from decimal import ROUND_HALF_UP, Decimal
 
 from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
@@ -16,10 +18,28 @@ OPTIONS = ["--headless=new", "--no-sandbox", "--disable-gpu", "--disable-quic", 
            "--disable-background-networking", "--disable-component-update", "--disable-sync", "--hide-scrollbars"]
 
 
+def rounded(value, digits):
+    """As toFixed() of JavaScript, which rounds halves up."""
+    return str(Decimal(value).quantize(Decimal(1).scaleb(-digits), ROUND_HALF_UP))
+
+
+def size_text(count):
+    """As kavstat shows sizes."""
+    if abs(count) < 1000:
+        return f"{rounded(count, 0)} B"
+    value = count / 1024
+    for ending in ["KiB", "MiB", "GiB", "TiB"]:
+        if abs(value) < 999.95:
+            return f"{rounded(value, 1)} {ending}"
+        value /= 1024
+    raise ValueError(count)
+
+
 class PageServers(Servers):
-    def page_engine(self, segment, peers=6):
-        """An engine whose figures stand still; its first five peers have names that mean harm."""
-        program = self.start([os.path.join(BIN, "page_engine"), str(peers)], segment, stdout=-1)
+    def page_engine(self, segment, peers=6, seed=None):
+        """An engine whose figures stand still. Names mean harm: those of the first five peers, all of them with a seed."""
+        words = [os.path.join(BIN, "page_engine"), str(peers)] + ([] if seed is None else [str(seed)])
+        program = self.start(words, segment, stdout=-1)
         if program.stdout.readline() != "ready\n":
             raise RuntimeError("page_engine is not ready")
         return program
@@ -97,6 +117,23 @@ class Browser:
     def requests(self):
         """The addresses that the page has asked."""
         return self.driver.execute_script("return performance.getEntriesByType('resource').map((each) => each.name)")
+
+    def processor_times(self):
+        """Seconds of processor time that each process of the browser has used."""
+        times = {}
+        found = [str(self.driver.service.process.pid)]
+        for process in found:
+            with contextlib.suppress(OSError):
+                with open(f"/proc/{process}/stat", encoding="utf-8") as file:
+                    fields = file.read().rsplit(")", 1)[1].split()
+                times[process] = (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+                with open(f"/proc/{process}/task/{process}/children", encoding="utf-8") as file:
+                    found += file.read().split()
+        return times
+
+    def milliseconds_since(self, before):
+        """Processor time since then, of all processes of the browser together."""
+        return 1000 * sum(time - before.get(process, 0) for process, time in self.processor_times().items())
 
     def picture(self, path, height=None):
         """A screenshot; of so much of the page when a height is given."""

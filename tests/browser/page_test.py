@@ -7,19 +7,7 @@ import unittest
 from selenium.webdriver.common.action_chains import ActionChains
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from browser import Browser, PageServers, kavstat, statistics
-
-
-def size_text(count):
-    """As kavstat shows sizes."""
-    if abs(count) < 1000:
-        return f"{count} B"
-    value = count / 1024
-    for ending in ["KiB", "MiB", "GiB", "TiB"]:
-        if abs(value) < 999.95:
-            return f"{value:.1f} {ending}"
-        value /= 1024
-    raise ValueError(count)
+from browser import Browser, PageServers, kavstat, size_text, statistics
 
 
 class PageTest(unittest.TestCase):
@@ -96,10 +84,14 @@ class PageTest(unittest.TestCase):
         self.servers.page_engine(self.segment)
         self.browser.open(self.serve() + "#/peers")
         self.assertTrue(self.browser.wait(lambda: len(self.browser.texts("#table-peers tbody tr")) == 6))
+        # The document's own order is marked, too.
+        self.assertEqual(self.browser.texts("#table-peers th[aria-sort=descending]"), ["Before"])
         button = self.browser.all("#table-peers button[data-key=encode_in]")[0]
         button.click()
         self.assertTrue(self.browser.wait(lambda: self.browser.column("peers", "Peer") == ["6", "5", "4", "3", "2", "1"]))
-        self.assertEqual(self.browser.all("#table-peers th[aria-sort=descending]")[0].text.split()[0], "Encode")
+        self.assertEqual(self.browser.texts("#table-peers th[aria-sort]"), ["Encode in"])
+        mark = "return getComputedStyle(arguments[0], '::after').content"
+        self.assertEqual(self.browser.driver.execute_script(mark, button), '" ↓"')
         button.click()
         self.assertTrue(self.browser.wait(lambda: self.browser.column("peers", "Peer") == ["1", "2", "3", "4", "5", "6"]))
 
@@ -125,8 +117,14 @@ class PageTest(unittest.TestCase):
         self.assertTrue(self.browser.wait(lambda: self.browser.all("button.reset")[0].is_displayed()))
         self.assertNotEqual(labels("traffic"), whole)
         self.assertEqual(labels("traffic"), labels("connections"))
-        self.browser.all("button.reset")[0].click()
-        self.assertFalse(self.browser.all("button.reset")[0].is_displayed())
+        reset = self.browser.all("button.reset")[0]
+        reset.click()
+        self.assertFalse(reset.is_displayed())
+        ActionChains(self.browser.driver).move_to_element_with_offset(canvas, 20, 0).click_and_hold() \
+            .move_by_offset(100, 0).release().perform()
+        self.assertTrue(self.browser.wait(reset.is_displayed))
+        ActionChains(self.browser.driver).double_click(canvas).perform()
+        self.assertFalse(reset.is_displayed())
 
         # The same values as a table.
         self.browser.all("#chart-traffic summary")[0].click()
@@ -145,6 +143,10 @@ class PageTest(unittest.TestCase):
         self.assertRegex(alert.text, r"^No engine is running\. Figures are those of \d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.$")
         self.assertNotEqual(self.browser.text("#figure-before"), "–", last)
         self.assertIn("old", self.browser.driver.execute_script("return document.documentElement.className"))
+        # The server still has the last minutes for a view that is opened now.
+        self.browser.all("a[data-view=peers]")[0].click()
+        self.browser.all("a[data-view=overview]")[0].click()
+        self.assertTrue(self.browser.wait(lambda: self.browser.text("#figure-before") not in ["", "–"]))
         self.shoot("stopped")
         self.servers.engine(self.segment, "--rate", "1")
         self.assertTrue(self.browser.wait(lambda: not alert.is_displayed()))
@@ -187,7 +189,7 @@ class PageTest(unittest.TestCase):
         self.expect_no_complaint()
 
     def test_shows_a_recorded_past(self):
-        self.servers.page_engine(self.segment)
+        engine = self.servers.page_engine(self.segment)
         history = self.servers.path("history.db")
         for _ in range(3):
             kavstat(self.segment, "record", "--once", history)
@@ -200,6 +202,18 @@ class PageTest(unittest.TestCase):
         self.browser.all("#chart-connections summary")[0].click()
         rows = "#chart-connections tbody tr td"
         self.assertTrue(self.browser.wait(lambda: self.browser.texts(rows) == ["6", "6", "6"]), self.browser.texts(rows))
+        self.expect_text(".when", "Figures recorded at ")
+
+        # The past can be read without an engine.
+        self.servers.stop(engine)
+        self.browser.all("a[data-view=peers]")[0].click()
+        self.expect_text(".when", "Recorded at ")
+        self.assertEqual(len(self.browser.texts("#table-peers tbody tr")), 6)
+        self.assertFalse(self.browser.all("#alert")[0].is_displayed())
+        self.browser.all("a[data-view=overview]")[0].click()
+        self.assertTrue(self.browser.wait(lambda: self.browser.text("#figure-connections") == "6"))
+        self.browser.all("#range-choice option[value='0']")[0].click()
+        self.assertTrue(self.browser.wait(self.browser.all("#alert")[0].is_displayed))
         self.expect_no_complaint()
 
         report = self.servers.path("report.html")

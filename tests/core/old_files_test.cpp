@@ -11,7 +11,9 @@ class old_file_test : public segment_test
 TEST_F(old_file_test, of_layout_1_tells_what_its_engine_told)
 {
     RE_stat_writer engine;
-    ASSERT_EQ(publish_sample(engine, {}), 0); // the engine that the file was saved from
+    engine_shape shape; // of the engine that the file was saved from
+    shape.b_first_release = true;
+    ASSERT_EQ(publish_sample(engine, shape), 0);
     const auto live = live_reader();
     ASSERT_EQ(live->open(), 0);
     const auto old = file_reader(KAV_TEST_DATA "/statistics.layout-1");

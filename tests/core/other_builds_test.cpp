@@ -74,17 +74,20 @@ TEST_F(other_builds_test, count_what_they_were_built_with)
     for (const build& engine : builds) {
         run_beside(engine, std::string(engine.tool) + " print >" + file(engine, engine, "live"));
         const text_by_line lines = lines_of(file(engine, engine, "live"));
-        const auto last = [&](const char* prefix, int count) {
-            EXPECT_EQ(lines.count(prefix + std::to_string(count + engine.counters)), 0U) << engine.name;
-            const auto found = lines.find(prefix + std::to_string(count + engine.counters - 1));
-            return found != lines.end() ? found->second : "none";
+        // count: of this build. The figure of the last counter is base + factor * id.
+        const auto expect_last = [&](const char* prefix, int count, int base, int factor) {
+            const int id = count + engine.counters - 1;
+            EXPECT_EQ(lines.count(prefix + std::to_string(id + 1)), 0U) << engine.name << ' ' << prefix;
+            const auto found = lines.find(prefix + std::to_string(id));
+            EXPECT_EQ(found != lines.end() ? found->second : "none", std::to_string(base + factor * id))
+                << engine.name << ' ' << prefix;
         };
-        EXPECT_EQ(last("global ", 384), std::to_string(7 * (383 + engine.counters)));
-        EXPECT_EQ(last("peer 1: ", 42), std::to_string(1041 + engine.counters));
-        EXPECT_EQ(last("conn 2: ", 166), std::to_string(3165 + engine.counters));
-        EXPECT_EQ(last("sum ", 166), std::to_string(10000 + 4 * (165 + engine.counters)));
-        EXPECT_EQ(last("peer 0: sum ", 166), std::to_string(4000 + 2 * (165 + engine.counters)));
-        EXPECT_EQ(last("app 0: ", 18), std::to_string(5017 + engine.counters));
+        expect_last("global ", RE_STAT_GLOBAL_ID_MAX, 0, 7);
+        expect_last("peer 1: ", RE_STAT_PEER_ID_MAX, 1000, 1);
+        expect_last("conn 2: ", RE_STAT_CONN_ID_MAX, 3000, 1);
+        expect_last("sum ", RE_STAT_CONN_ID_MAX, 10000, 4);
+        expect_last("peer 0: sum ", RE_STAT_CONN_ID_MAX, 4000, 2);
+        expect_last("app 0: ", RE_STAT_APP_ID_MAX, 5000, 1);
         EXPECT_EQ(lines.at("active"), "2");
         EXPECT_EQ(lines.count("app 0: port 80, 3 opened, 1 closed, peer 02:00:00:00:00:00-000000000000-00000000"), 1U);
         EXPECT_EQ(lines.count("peer 1: 12 branch-1 active 0"), 1U);

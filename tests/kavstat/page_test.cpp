@@ -1,6 +1,7 @@
 // The page of kavstat serve: what is kept for its charts, its tables, and what the server answers for it.
 #include "charts/chart_rows.h"
 #include "charts/svg.h"
+#include "history/recorder.h"
 #include "kavstat_fixture.h"
 #include "page/entity_tables.h"
 #include "page/live_history.h"
@@ -8,10 +9,12 @@
 #include "page/page_files.h"
 #include "page/report.h"
 #include "serve/http_server.h"
+#include "support/files.h"
 #include "support/http_client.h"
 
 #include <cmath>
 #include <deque>
+#include <fstream>
 #include <limits>
 
 using namespace kavstat;
@@ -78,10 +81,18 @@ protected:
         live.sample(start_point + std::chrono::seconds(seconds),
                     std::chrono::system_clock::from_time_t(now) + std::chrono::seconds(seconds));
     }
-    void serve()
+    void serve(const HttpOptions& options = {})
     {
         std::string reason;
-        ASSERT_TRUE(server.start(*parse_listen_address("127.0.0.1:0"), {}, {}, reason)) << reason;
+        ASSERT_TRUE(server.start(*parse_listen_address("127.0.0.1:0"), {}, options, reason)) << reason;
+    }
+    // Records a sample that was taken so many seconds after `now`.
+    static void record(Recorder& recorder, std::time_t& moment, int seconds)
+    {
+        moment = now + seconds;
+        Source source;
+        ASSERT_EQ(source.open(), 0);
+        ASSERT_EQ(recorder.record(source.reader(), true, seconds), RecordResult::recorded) << recorder.error();
     }
     // The document of a path; waits for the first sample.
     nlohmann::json document(const std::string& path)
@@ -380,7 +391,12 @@ TEST_F(page_test, tables_are_ordered_searched_and_cut)
     EXPECT_EQ(column(all, "peer"), nlohmann::json({2, 3, 1}));
     EXPECT_EQ(column(all, "encode_in"), nlohmann::json({3000, 2000, 1000}));
     EXPECT_EQ(column(all, "saved_total"), nlohmann::json({75.0, 75.0, 75.0}));
-    EXPECT_EQ(column(document("/api/v1/peers?sort=encode_in&reverse=1&top=2"), "peer"), nlohmann::json({1, 3}));
+    EXPECT_EQ(all["sort"], "encode_in");
+    EXPECT_EQ(all["reverse"], false);
+    const nlohmann::json least = document("/api/v1/peers?sort=encode_in&reverse=1&top=2");
+    EXPECT_EQ(column(least, "peer"), nlohmann::json({1, 3}));
+    EXPECT_EQ(least["reverse"], true);
+    EXPECT_EQ(document("/api/v1/peers")["sort"], "before_rate");
     EXPECT_EQ(column(document("/api/v1/peers?sort=host_name"), "host_name"),
               nlohmann::json({"host-1", "host-2", "host-3"}));
     const nlohmann::json found = document("/api/v1/peers?search=HOST-2");
@@ -407,6 +423,26 @@ TEST_F(page_test, every_table_has_its_rows)
     EXPECT_EQ(document("/api/v1/nacks")["total"], statistics["nacks"].size());
     EXPECT_EQ(document("/api/v1/configuration")["total"], statistics["config"].size());
     EXPECT_GT(statistics["nacks"].size(), 0U);
+}
+
+TEST_F(page_test, settings_are_ordered_numbers_before_texts)
+{
+    start();
+    fill();
+    serve();
+    std::vector<nlohmann::json> values = column(document("/api/v1/configuration?sort=value"), "value");
+    const auto is_before = [](const nlohmann::json& one, const nlohmann::json& other) {
+        if (one.is_string() != other.is_string()) {
+            return other.is_string();
+        }
+        return one.is_string() ? one < other : other < one;
+    };
+    EXPECT_TRUE(values.front().is_number());
+    EXPECT_TRUE(values.back().is_string());
+    EXPECT_TRUE(std::is_sorted(values.begin(), values.end(), is_before)) << nlohmann::json(values);
+    const nlohmann::json reverse = column(document("/api/v1/configuration?sort=value&reverse=1"), "value");
+    values.assign(reverse.rbegin(), reverse.rend());
+    EXPECT_TRUE(std::is_sorted(values.begin(), values.end(), is_before)) << reverse;
 }
 
 TEST_F(page_test, documents_of_the_page_are_those_of_the_command_line)
@@ -456,6 +492,91 @@ TEST_F(page_test, without_an_engine_there_are_no_tables)
     const nlohmann::json health = document("/api/v1/health");
     EXPECT_EQ(health["status"], "unknown");
     EXPECT_EQ(document("/api/v1/history")["rows"].size(), 0U);
+}
+
+TEST_F(page_test, tables_of_an_engine_that_has_just_stopped_are_refused)
+{
+    start();
+    add_peer(1);
+    serve();
+    EXPECT_EQ(document("/api/v1/peers")["total"], 1);
+    engine.close();
+    for (const char* const path : {"/api/v1/peers", "/api/v1/applications"}) {
+        const http_answer answer = get(server.port(), path);
+        EXPECT_EQ(answer.status, 503) << path;
+        EXPECT_EQ(nlohmann::json::parse(answer.body)["error"], "no engine is running");
+    }
+}
+
+TEST_F(page_test, tables_of_the_past_are_those_of_the_last_sample_until_then)
+{
+    start();
+    const int connection = add_peer(1);
+    std::time_t moment = 0;
+    RecorderOptions recording;
+    recording.clock = [&moment] { return moment; };
+    Recorder recorder(recording);
+    ASSERT_EQ(recorder.open(folder.file("history.db")), "");
+    encode(connection);
+    record(recorder, moment, 0);
+    encode(connection, 20);
+    record(recorder, moment, 10);
+    encode(add_peer(2));
+    record(recorder, moment, 20);
+    recorder.close();
+    engine.close();
+
+    HttpOptions options;
+    options.history = folder.file("history.db");
+    serve(options);
+    const auto at = [](const char* table, int seconds) {
+        return std::string("/api/v1/") + table + "?sort=encode_in&at=" + std::to_string(now + seconds);
+    };
+    const nlohmann::json first = document(at("peers", 9));
+    EXPECT_EQ(first["capture_time"], now);
+    EXPECT_EQ(column(first, "encode_in"), nlohmann::json({1000}));
+    EXPECT_EQ(column(first, "before_rate"), nlohmann::json::array({nullptr}));
+    const nlohmann::json second = document(at("peers", 10));
+    EXPECT_EQ(second["capture_time"], now + 10);
+    EXPECT_EQ(second["seconds"], 10);
+    EXPECT_EQ(column(second, "encode_in"), nlohmann::json({21000}));
+    EXPECT_EQ(column(second, "before_rate"), nlohmann::json({2000}));
+    EXPECT_EQ(column(document(at("peers", 1000)), "peer"), nlohmann::json({1, 2}));
+    EXPECT_EQ(document(at("applications", 1000))["total"], 0);
+
+    EXPECT_EQ(get(server.port(), at("peers", -1)).status, 404);
+    EXPECT_EQ(get(server.port(), "/api/v1/peers?at=x").status, 400);
+    EXPECT_EQ(get(server.port(), "/api/v1/connections?at=1700000900").status, 400);
+    EXPECT_EQ(get(server.port(), "/api/v1/peers").status, 503);
+    std::ofstream(folder.file("history.db"), std::ios::trunc) << "no history";
+    EXPECT_EQ(get(server.port(), at("peers", 10)).status, 503);
+}
+
+TEST_F(page_test, tables_of_the_past_need_a_history)
+{
+    start();
+    serve();
+    const http_answer answer = get(server.port(), "/api/v1/peers?at=1700000900");
+    EXPECT_EQ(answer.status, 400);
+    EXPECT_EQ(nlohmann::json::parse(answer.body)["error"], "at: the server has no recorded history");
+}
+
+TEST_F(page_test, health_follows_the_settings_of_rules)
+{
+    start();
+    engine.set_global(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_TEMP_FAILED);
+    HttpOptions options;
+    for (RuleSetting& setting : options.rules.settings) {
+        setting.b_enabled = setting.rule->name == std::string("cache_temporarily_failed");
+        setting.severity = Severity::critical;
+    }
+    serve(options);
+    document("/api/v1/peers");
+    const nlohmann::json health = document("/api/v1/health");
+    EXPECT_EQ(health["looked_at"]["rules"], 1);
+    ASSERT_EQ(health["findings"].size(), 1U);
+    EXPECT_EQ(health["findings"][0]["rule"], "cache_temporarily_failed");
+    EXPECT_EQ(health["status"], "critical");
 }
 
 TEST_F(page_test, the_page_is_served_with_a_strict_policy)

@@ -52,7 +52,7 @@ protected:
         limits.idle = idle;
         limits.longest_answer = longest_answer;
         std::string reason;
-        ASSERT_TRUE(server.start(address, limits, {allowed_hosts, {}, {}, {}}, reason)) << reason;
+        ASSERT_TRUE(server.start(address, limits, {allowed_hosts, {}, {}, {}, {}}, reason)) << reason;
     }
     // With a user "alice" whose password is "secret".
     void serve_users(const ListenAddress& address = *parse_listen_address("127.0.0.1:0"))

@@ -69,6 +69,7 @@ TEST_F(kavstat_command, refuses_mistakes_with_status_2)
                                                             {"serve", "--listen", "1.2.3.4:99999"},
                                                             {"serve", "--allow-host", "example.net:80"},
                                                             {"serve", "--allow-host", ""},
+                                                            {"serve", "--rules", "/no/file"},
                                                             {"diff"}};
     for (const std::vector<std::string>& arguments : mistakes) {
         const program_result result = run_kavstat(arguments);

@@ -14,6 +14,12 @@
 
 namespace {
 
+// A counter's figure. first_release: how many counters of its family the first release had.
+long long figure(const engine_shape& shape, int id, int first_release, long long value)
+{
+    return shape.b_first_release && id >= first_release ? 0 : value;
+}
+
 RE_stat_limits limits_for(const engine_shape& shape)
 {
     RE_stat_limits limits;
@@ -55,7 +61,7 @@ RE_stat_peer_header sample_peer(int number)
     return header;
 }
 
-void open_sample_conn(RE_stat_writer& writer, int number, int peers)
+void open_sample_conn(RE_stat_writer& writer, int number, const engine_shape& shape)
 {
     RE_stat_conn_header header{};
     header.m_conn_id = 100 + number;
@@ -69,19 +75,19 @@ void open_sample_conn(RE_stat_writer& writer, int number, int peers)
         so_header.m_comp_type = 0; // the engine does not process this connection
     }
     so_header.m_wan_fd = 7 + number;
-    const int slot = writer.open_conn(number % peers, header, so_header, sample_start + number);
-    add_conn_figures(writer, slot, [&](int id) { return 1000LL * (number + 1) + id; });
+    const int slot = writer.open_conn(number % shape.peers, header, so_header, sample_start + number);
+    add_conn_figures(writer, slot, [&](int id) { return figure(shape, id, 166, 1000LL * (number + 1) + id); });
     if (number % 2 != 0) {
         writer.close_conn(slot, sample_start + 600 + number);
     }
 }
 
-void add_sample_app(RE_stat_writer& writer, int number)
+void add_sample_app(RE_stat_writer& writer, int number, const engine_shape& shape)
 {
     RE_stat_app_header key{};
     key.set(RE_kav_peer_id(sample_peer(number % 2).m_kav_peer_id), static_cast<std::uint16_t>(80 + number), false);
     const int slot = writer.find_or_add_app(key);
-    add_app_figures(writer, slot, [&](int id) { return 5000 * (number + 1) + id; });
+    add_app_figures(writer, slot, [&](int id) { return figure(shape, id, 18, 5000LL * (number + 1) + id); });
     writer.add_app_conns(slot, 3, 1);
 }
 
@@ -99,14 +105,14 @@ int publish_sample(RE_stat_writer& writer, const engine_shape& shape)
         return error;
     }
     writer.set_config(sample_config());
-    set_engine_figures(writer, [](int id) { return 7LL * id; });
+    set_engine_figures(writer, [&](int id) { return figure(shape, id, 384, 7LL * id); });
     writer.set_global(RE_STAT_GLOBAL_ID_CACHE_STATE, RE_CACHE_ACTIVE);
     for (int at = 0; at < shape.peers; ++at) {
         const int slot = writer.add_peer(11 + at, sample_peer(at));
-        set_peer_figures(writer, slot, [&](int id) { return 500LL * (at + 1) + id; });
+        set_peer_figures(writer, slot, [&](int id) { return figure(shape, id, 42, 500LL * (at + 1) + id); });
     }
     for (int at = 0; at < shape.conns && shape.peers > 0; ++at) {
-        open_sample_conn(writer, at, shape.peers);
+        open_sample_conn(writer, at, shape);
     }
     // Set explicitly, because there is a saved file of an engine that set these two counters itself.
     for (const RE_stat_global_id id :
@@ -114,7 +120,7 @@ int publish_sample(RE_stat_writer& writer, const engine_shape& shape)
         writer.set_global(RE_stat_global_id{id}, 7LL * id);
     }
     for (int at = 0; at < shape.apps; ++at) {
-        add_sample_app(writer, at);
+        add_sample_app(writer, at, shape);
     }
     for (int at = 0; at < shape.nacks; ++at) {
         writer.add_nack({static_cast<std::int32_t>(sample_start + at), static_cast<std::int16_t>(at % 2),

@@ -48,6 +48,7 @@ struct engine_shape
     int apps = 3;
     int nacks = 3;
     int bypassed = 2;
+    bool b_first_release = false; // counters that came after release 0.1.0 are 0
 };
 constexpr engine_shape empty_shape = {0, 0, 0, 0, 0};
 constexpr engine_shape large_shape = {20, 200, 50, 100, 20};
