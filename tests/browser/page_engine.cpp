@@ -96,7 +96,7 @@ int main(int argc, char** argv)
         const auto identity = static_cast<std::uint32_t>(number);
         const int connection =
             engine.open_conn(peer, conn_header_of(identity), so_header_of(identity), std::time(nullptr));
-        add_conn_figures(engine, connection, [number](int id) { return 1000LL * number * number + id; });
+        add_conn_figures(engine, connection, [number](int id) { return 1000LL * number * number * (id % 7 + 1) + id; });
     }
     for (const std::uint16_t port : std::initializer_list<std::uint16_t>{80, 8080, 44, 443, 4433}) {
         RE_stat_app_header key;

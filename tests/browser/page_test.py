@@ -1,5 +1,7 @@
 """The page in a browser. With KAV_SCREENSHOTS, a folder, pictures of it go there."""
+import contextlib
 import os
+import sqlite3
 import sys
 import time
 import unittest
@@ -200,9 +202,15 @@ class PageTest(unittest.TestCase):
         self.assertTrue(self.browser.wait(lambda: self.browser.all("#range-choice option[value='86400']")))
         self.browser.all("#range-choice option[value='86400']")[0].click()
         self.browser.all("#chart-connections summary")[0].click()
+        # The server's own samples show the same figures, at other times.
+        with contextlib.closing(sqlite3.connect(history)) as database:
+            times = [time.strftime("%Y-%m-%d %H:%M:%S", time.localtime(moment))
+                     for moment, in database.execute("SELECT time FROM sample ORDER BY id DESC")]
+        moments = "#chart-connections tbody tr th"
+        self.assertTrue(self.browser.wait(lambda: self.browser.texts(moments) == times), self.browser.texts(moments))
         rows = "#chart-connections tbody tr td"
-        self.assertTrue(self.browser.wait(lambda: self.browser.texts(rows) == ["6", "6", "6"]), self.browser.texts(rows))
-        self.expect_text(".when", "Figures recorded at ")
+        self.assertEqual(self.browser.texts(rows), ["6", "6", "6"])
+        self.expect_text(".when", "Figures recorded at " + times[0])
 
         # The past can be read without an engine.
         self.servers.stop(engine)

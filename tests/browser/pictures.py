@@ -1,11 +1,12 @@
-"""pictures.py FOLDER: pictures of the page, of the report and of the live view, for the documents. Takes three minutes."""
+"""pictures.py FOLDER: pictures of the page, live and of the past, of the report and of the live view, for the documents.
+Takes three minutes."""
 import os
 import sys
 import time
 import urllib.parse
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from browser import Browser, PageServers, kavstat, statistics
+from browser import BIN, Browser, PageServers, kavstat, statistics
 from terminal_picture import terminal_picture
 
 
@@ -15,6 +16,8 @@ def main(folder):
         segment = servers.segment()
         servers.engine(segment, "--variety", "--rate", "5", "--keep-open", "24", "--peers", "6",
                        "--ill", "slow-disk@30s+40s")
+        history = servers.path("history.db")
+        recorder = servers.start([os.path.join(BIN, "kavstat"), "record", "--interval", "1", history], segment)
         page = f"http://127.0.0.1:{servers.exporter(segment)}/"
         time.sleep(65)
         browser.open(page)
@@ -41,6 +44,15 @@ def main(folder):
         browser.open(f"file://{report}#/peers")
         browser.wait_for_text("#table-peers", "203.0.113.1")
         browser.picture(os.path.join(folder, "report-peers.png"))
+
+        servers.stop(recorder)
+        browser.resize(1440, 900)
+        browser.darken(True)
+        browser.open(f"http://127.0.0.1:{servers.exporter_program(segment, '--history', history)[1]}/")
+        browser.wait(lambda: browser.all("#range-choice option[value='-1']"))
+        browser.all("#range-choice option[value='-1']")[0].click()
+        browser.wait_for_text(".when", "Figures recorded at")
+        browser.picture(os.path.join(folder, "history-dark.png"), 1400)
 
         terminal_picture(segment, [], os.path.join(folder, "watch.svg"))
     browser.close()
