@@ -767,6 +767,7 @@ TEST(history_times, are_read_as_people_write_them)
     setenv("TZ", "America/Santiago", 1);
     EXPECT_EQ(parse_moment("2025-09-07", now), 1757217600); // begins at 01:00
     setenv("TZ", "UTC", 1);
+    tzset(); // for the tests after this one
     EXPECT_EQ(parse_size("4096"), 4096);
     EXPECT_EQ(parse_size("500M"), 524288000);
     EXPECT_EQ(parse_size("2G"), 2147483648);
