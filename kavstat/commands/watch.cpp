@@ -114,6 +114,18 @@ int watch_as_text(Looks& looks, WatchModel& model, WatchView& view, const WatchO
     return EXIT_OK;
 }
 
+// Waits at most `seconds` for a key and passes it to `press`. Returns false when the terminal is gone.
+template <typename Press>
+bool take_key(WatchScreen& screen, double seconds, const Press& press)
+{
+    int key = 0;
+    const WatchScreen::event event = screen.wait(seconds, key);
+    if (event == WatchScreen::event::key) {
+        press(key);
+    }
+    return event != WatchScreen::event::gone;
+}
+
 int watch_on_screen(Looks& looks, WatchModel& model, WatchView& view, WatchScreen& screen, bool b_file)
 {
     auto next_look = clock::now();
@@ -128,16 +140,8 @@ int watch_on_screen(Looks& looks, WatchModel& model, WatchView& view, WatchScree
         screen.draw(view.screen(model, WatchScreen::width(), WatchScreen::height()));
         const WatchPage* const page = &view.page();
         const double interval = view.interval();
-        int key = 0;
-        switch (screen.wait(duration(next_look - clock::now()).count(), key)) {
-        case WatchScreen::event::key:
-            view.press(key);
-            break;
-        case WatchScreen::event::gone:
+        if (!take_key(screen, duration(next_look - clock::now()).count(), [&](int key) { view.press(key); })) {
             return EXIT_OK;
-        case WatchScreen::event::timeout:
-        case WatchScreen::event::resize:
-            break;
         }
         if (&view.page() != page) {
             looks.turn(model, view.needs());
@@ -161,18 +165,13 @@ int play_on_screen(Playback& playback, WatchView& view, WatchScreen& screen)
         view.set_position(playback.position());
         screen.draw(view.screen(playback.model(), WatchScreen::width(), WatchScreen::height()));
         const WatchPage* const page = &view.page();
-        int key = 0;
-        switch (screen.wait(playback.is_playing() ? duration(next_step - clock::now()).count() : 3600, key)) {
-        case WatchScreen::event::key:
+        const auto press = [&](int key) {
             if (view.is_taking_text() || !playback.press(key)) {
                 view.press(key);
             }
-            break;
-        case WatchScreen::event::gone:
+        };
+        if (!take_key(screen, playback.is_playing() ? duration(next_step - clock::now()).count() : 3600, press)) {
             return EXIT_OK;
-        case WatchScreen::event::timeout:
-        case WatchScreen::event::resize:
-            break;
         }
         if (&view.page() != page) {
             playback.turn(view.needs());

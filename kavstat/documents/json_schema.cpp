@@ -1,5 +1,6 @@
 // The schema of the JSON document, from the tables of fields and counters.
 #include "documents/statistics_json.h"
+#include "format/schema_object.h"
 #include "model/counter_names.h"
 #include "model/record_fields.h"
 
@@ -67,20 +68,6 @@ ordered_json members_of(Fields<Record> fields)
     return members;
 }
 
-// An object with just these members, all of them there.
-ordered_json object(const ordered_json& members, const std::string& description)
-{
-    ordered_json required = ordered_json::array();
-    for (const auto& member : members.items()) {
-        required.push_back(member.key());
-    }
-    return {{"type", "object"},
-            {"description", description},
-            {"properties", members},
-            {"required", required},
-            {"additionalProperties", false}};
-}
-
 ordered_json array_of(const ordered_json& items, const std::string& description)
 {
     return {{"type", "array"}, {"description", description}, {"items", items}};
@@ -110,7 +97,7 @@ ordered_json counters(CounterScope scope, const std::string& description)
         }
         members[counter.key] = schema;
     }
-    return object(members, description);
+    return closed_object(members, description);
 }
 
 ordered_json global_schema()
@@ -118,8 +105,8 @@ ordered_json global_schema()
     ordered_json members = members_of(engine_fields);
     members["counters"] = reference("engine_counters");
     members["connection_counters"] = reference("connection_counters");
-    return object(members,
-                  "the engine as a whole; connection_counters are sums over all connections, closed ones included");
+    return closed_object(
+        members, "the engine as a whole; connection_counters are sums over all connections, closed ones included");
 }
 
 ordered_json peer_schema()
@@ -127,22 +114,23 @@ ordered_json peer_schema()
     ordered_json members = members_of(peer_fields);
     members["counters"] = reference("peer_counters");
     members["connection_counters"] = reference("connection_counters");
-    return object(members, "one peer; connection_counters are sums over its connections");
+    return closed_object(members, "one peer; connection_counters are sums over its connections");
 }
 
 ordered_json connection_schema()
 {
     ordered_json members = members_of(connection_fields);
-    members["transport"] = object(members_of(transport_fields), "the connection as the transport optimizer sees it");
+    members["transport"] =
+        closed_object(members_of(transport_fields), "the connection as the transport optimizer sees it");
     members["counters"] = reference("connection_counters");
-    return object(members, "one connection that the engine still lists, open or closed");
+    return closed_object(members, "one connection that the engine still lists, open or closed");
 }
 
 ordered_json app_schema()
 {
     ordered_json members = members_of(app_fields);
     members["counters"] = reference("application_counters");
-    return object(members, "one application's traffic with one peer");
+    return closed_object(members, "one application's traffic with one peer");
 }
 
 ordered_json or_null(ordered_json schema)
@@ -173,11 +161,12 @@ std::string statistics_json_schema()
     members["peers"] = array_of(peer_schema(), "the peers in ascending order of slots");
     members["connections"] = array_of(connection_schema(), "the connections in ascending order of slots");
     members["apps"] = array_of(app_schema(), "the applications in ascending order of slots");
-    members["nacks"] = array_of(object(members_of(nack_fields), "one entry"), "the NACK log, oldest entry first");
-    members["config"] =
-        or_null(object(members_of(config_fields), "the engine's configuration; null when it has published none"));
+    members["nacks"] =
+        array_of(closed_object(members_of(nack_fields), "one entry"), "the NACK log, oldest entry first");
+    members["config"] = or_null(
+        closed_object(members_of(config_fields), "the engine's configuration; null when it has published none"));
     members["bypass"] =
-        or_null(array_of(object(members_of(bypass_fields), "one server whose traffic goes around the engine"),
+        or_null(array_of(closed_object(members_of(bypass_fields), "one server whose traffic goes around the engine"),
                          "the auto-bypass table; null when there is none"));
 
     const ordered_json schema = {

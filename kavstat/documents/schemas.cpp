@@ -2,11 +2,10 @@
 
 #include "documents/diff.h"
 #include "documents/statistics_json.h"
+#include "format/schema_object.h"
 #include "health/report.h"
 
 #include <nlohmann/json.hpp>
-
-#include <algorithm>
 
 namespace kavstat {
 
@@ -17,23 +16,6 @@ using ordered_json = nlohmann::ordered_json;
 ordered_json described(const ordered_json& type, const char* description)
 {
     return {{"type", type}, {"description", description}};
-}
-
-// An object. Its members are all there, except for the optional ones. It has no others.
-ordered_json closed_object(const ordered_json& members, const char* description,
-                           const std::vector<std::string>& optional = {})
-{
-    ordered_json required = ordered_json::array();
-    for (const auto& member : members.items()) {
-        if (std::find(optional.begin(), optional.end(), member.key()) == optional.end()) {
-            required.push_back(member.key());
-        }
-    }
-    return {{"type", "object"},
-            {"description", description},
-            {"properties", members},
-            {"required", required},
-            {"additionalProperties", false}};
 }
 
 ordered_json map_of(const ordered_json& values, const char* description)

@@ -1,6 +1,7 @@
 // The report as JSON, and its schema.
 #include "health/report.h"
 
+#include "format/schema_object.h"
 #include "format/text.h"
 
 #include <nlohmann/json.hpp>
@@ -53,20 +54,6 @@ ordered_json one_of(std::initializer_list<const char*> words, const char* descri
     return {{"enum", ordered_json(words)}, {"description", description}};
 }
 
-// An object with exactly these members.
-ordered_json object(const ordered_json& members, const char* description)
-{
-    ordered_json required = ordered_json::array();
-    for (const auto& member : members.items()) {
-        required.push_back(member.key());
-    }
-    return {{"type", "object"},
-            {"description", description},
-            {"properties", members},
-            {"required", required},
-            {"additionalProperties", false}};
-}
-
 ordered_json or_null_type(const char* word)
 {
     return {word, "null"};
@@ -74,7 +61,7 @@ ordered_json or_null_type(const char* word)
 
 ordered_json finding_schema()
 {
-    return object(
+    return closed_object(
         {{"rule", type("string", "the rule's name")},
          {"scope", one_of({"engine", "peer", "application", "connection"}, "what it is about")},
          {"severity", one_of({"warning", "critical"}, "how bad it is")},
@@ -147,14 +134,16 @@ std::string health_json_schema()
         {"capture_time", type(or_null_type("integer"), "when the figures were true, seconds since the epoch")},
         {"seconds", type(or_null_type("number"), "between the two moments; null when there was one, and no rates")},
         {"restarted", type("boolean", "the engine was started anew between the two moments")},
-        {"looked_at", object({{"rules", count}, {"peers", count}, {"applications", count}, {"connections", count}},
-                             "enabled rules, and what they were judged for; connections are open ones")},
+        {"looked_at",
+         closed_object({{"rules", count}, {"peers", count}, {"applications", count}, {"connections", count}},
+                       "enabled rules, and what they were judged for; connections are open ones")},
         {"findings",
          {{"type", "array"}, {"description", "what is wrong, critical first"}, {"items", finding_schema()}}},
     };
     ordered_json schema = {{"$schema", "https://json-schema.org/draft/2020-12/schema"},
                            {"title", "Health of the KAV engine, as kavstat health --json gives it"}};
-    schema.update(object(members, "Figures and thresholds are in base units: bytes, seconds, ratios, per second."));
+    schema.update(
+        closed_object(members, "Figures and thresholds are in base units: bytes, seconds, ratios, per second."));
     return schema.dump(2) + "\n";
 }
 

@@ -7,27 +7,16 @@
 
 #include "documents/metrics.h"
 #include "health/rules.h"
+#include "serve/clients.h"
 #include "serve/listener.h"
 #include "serve/web_config.h"
 
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 namespace kavstat {
-
-struct HttpLimits
-{
-    // Connections at a time. Above that, one is cut off: one that has not sent its request yet, or the one that has
-    // read nothing for the longest time.
-    std::size_t connections = 256;
-    std::size_t connections_of_address = 128;        // of an IPv4 address, or of an IPv6 network of 64 bits
-    std::chrono::milliseconds time_to_ask{500};      // before it, a client is cut off at random instead of by age
-    std::chrono::milliseconds idle{3000};            // for the whole request, and then for a client that reads nothing
-    std::chrono::milliseconds longest_answer{30000}; // from the beginning of the connection to the end of the answer
-};
 
 struct HttpOptions
 {

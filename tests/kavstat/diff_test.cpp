@@ -252,7 +252,7 @@ TEST_F(difference, is_a_json_document_as_well)
     std::strcpy(after.snapshot.peers[0].header.m_peer_host_name, "branch\x1B");
     nlohmann::json document = diff_json(before, after);
     nlohmann::json& of_new_peer = document["sections"][2]["counters"];
-    EXPECT_EQ(of_new_peer.size(), 42U + 1U); // all counters of the peer, and its open connections
+    EXPECT_EQ(of_new_peer.size(), RE_STAT_PEER_ID_MAX + 1U); // all counters of the peer, and its open connections
     EXPECT_EQ(
         of_new_peer["num_nacks"],
         nlohmann::json::parse(R"({"unit": "messages", "before": 0, "after": 0, "change": 0, "per_second": 0.0})"));

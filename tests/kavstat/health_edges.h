@@ -65,11 +65,12 @@ public:
         }
         return names;
     }
-    std::string text(bool b_all = false) const
+    std::string text(bool b_all = false, const kavstat::RuleSet& rules = {}) const
     {
         kavstat::StringSink sink;
         kavstat::Output output(sink);
-        kavstat::write_health_text(kavstat::health_report({}, {&before, &now, seconds, extras}, "test"), b_all, output);
+        kavstat::write_health_text(kavstat::health_report(rules, {&before, &now, seconds, extras}, "test"), b_all,
+                                   output);
         output.flush();
         return sink.text();
     }

@@ -2,6 +2,7 @@
 #include "format/units.h"
 #include "health_edges.h"
 #include "kavstat_fixture.h"
+#include "support/contains.h"
 #include "support/files.h"
 
 #include <cstring>
@@ -23,6 +24,11 @@ TEST_F(health, finds_nothing_wrong_with_a_healthy_engine)
     EXPECT_EQ(two_moments().broken(), names{});
     EXPECT_EQ(two_moments().text(),
               "KAV OK: healthy - 50 rules, 1 peer, 1 application, 5 open connections; rates over 10 s\n");
+    RuleSet rules;
+    rules.settings.front().b_enabled = false;
+    rules.settings.back().b_enabled = false;
+    EXPECT_EQ(two_moments().text(false, rules),
+              "KAV OK: healthy - 48 rules, 1 peer, 1 application, 5 open connections; rates over 10 s\n");
 }
 
 TEST_F(health, tells_both_sides_of_every_threshold)
@@ -120,6 +126,8 @@ TEST_F(health, names_an_application_and_its_peer)
     ASSERT_EQ(found.size(), 1U);
     EXPECT_EQ(found[0].subject(), "application 443 of peer 3");
     EXPECT_EQ(found[0].figure_text(), "size after encoding 200.00% (should be at most 110.00%)");
+    EXPECT_TRUE(
+        contains(json_of_finding(found[0]), R"("subject":"application 443 of peer 3","peer":3,"host_name":null)"));
 }
 
 TEST_F(health, takes_no_alarm_from_a_few_messages)

@@ -314,9 +314,8 @@ TEST(json_schema, has_these_keys_beside_those_of_counters)
 TEST(json_schema, spells_the_counters_as_their_table_does)
 {
     const nlohmann::ordered_json schema = nlohmann::ordered_json::parse(statistics_json_schema());
-    const auto expect_keys_of = [&](const char* name, std::span<const RE_stat_counter_info> table, std::size_t size) {
+    const auto expect_keys_of = [&](const char* name, std::span<const RE_stat_counter_info> table) {
         const nlohmann::ordered_json& members = schema.at("$defs").at(name).at("properties");
-        EXPECT_EQ(members.size(), size) << name;
         ASSERT_EQ(members.size(), table.size()) << name;
         auto member = members.begin();
         for (const RE_stat_counter_info& counter : table) {
@@ -327,10 +326,10 @@ TEST(json_schema, spells_the_counters_as_their_table_does)
             ++member;
         }
     };
-    expect_keys_of("engine_counters", re_stat_global_counters, 107);
-    expect_keys_of("peer_counters", re_stat_peer_counters, 42);
-    expect_keys_of("connection_counters", re_stat_conn_counters, 166);
-    expect_keys_of("application_counters", re_stat_app_counters, 18);
+    expect_keys_of("engine_counters", re_stat_global_counters);
+    expect_keys_of("peer_counters", re_stat_peer_counters);
+    expect_keys_of("connection_counters", re_stat_conn_counters);
+    expect_keys_of("application_counters", re_stat_app_counters);
 }
 
 TEST_F(json_document, goes_no_further_once_its_reader_is_gone)

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 program_result run_on_terminal(const std::string& path, const std::vector<std::string>& arguments)
 {
@@ -83,10 +84,12 @@ std::string terminal::wait_for(const std::function<bool(const std::string&)>& is
 {
     using clock = std::chrono::steady_clock;
     const auto deadline = clock::now() + std::chrono::seconds(20);
+    std::string before;
     std::string now = screen();
-    while (!is_wanted(now) && clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        now = screen();
+    // The program may be drawing: a whole screen looks the same twice.
+    while ((!is_wanted(now) || now != before) && clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        before = std::exchange(now, screen());
     }
     return now;
 }

@@ -25,7 +25,7 @@ public:
     void press(const std::vector<std::string>& keys) const;
     void resize(int width, int height) const;
     std::string screen() const;
-    // Returns the first screen that contains the text, or the last screen when that takes too long.
+    // Returns the first whole screen that contains the text, or the last screen when that takes too long.
     std::string screen_with(const std::string& text) const;
     std::string screen_without(const std::string& text) const;
 
