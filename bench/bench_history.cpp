@@ -3,6 +3,8 @@
 // it, in one file for each peer and application. Then a day of 6 peers and 180 applications is recorded, and read for
 // charts as kavstat's server does.
 //
+// Prints the table of docs/kavstat.md.
+//
 //   bench_history [PEERS APPLICATIONS]
 //   bench_history day FILE                only records the day
 #include "history/reader.h"
@@ -28,6 +30,23 @@ namespace {
 // With the number of active connections, and of connections opened and closed.
 constexpr int peer_figures = int{RE_STAT_PEER_ID_MAX} + int{RE_STAT_CONN_ID_MAX} + 1;
 constexpr int app_figures = int{RE_STAT_APP_ID_MAX} + 2;
+
+// "2,936,012"
+std::string with_commas(long long number)
+{
+    std::string text = std::to_string(number);
+    for (std::size_t at = text.size(); at > 3;) {
+        at -= 3;
+        text.insert(at, ",");
+    }
+    return text;
+}
+
+void print_row(const std::string& what, double milliseconds, const std::string& bytes = "")
+{
+    std::printf("| %s | %.*f ms | %s |\n", what.c_str(), milliseconds < 10 ? 1 : 0, milliseconds, bytes.c_str());
+    std::fflush(stdout);
+}
 
 double milliseconds_of(const std::function<void()>& work)
 {
@@ -81,13 +100,14 @@ void bench_thinning(const std::string& path)
         spent += one;
         most = std::max(most, one);
     }
-    std::printf("removing a sample          %8.1f ms  %9.1f ms at most\n", spent / count, most);
+    print_row("removing a sample when it is old, on average", spent / count);
+    print_row("the same, at most", most);
 }
 
 void bench_rrdtool(const std::string& folder, int peers, int apps)
 {
     if (std::system("command -v rrdtool >/dev/null") != 0) {
-        std::puts("rrdtool is not installed");
+        std::puts("| rrdtool is not installed | | |");
         return;
     }
     const auto script = [&](const std::function<void(FILE*, const std::string&, int)>& line) {
@@ -106,7 +126,8 @@ void bench_rrdtool(const std::string& folder, int peers, int apps)
         std::fputs(" RRA:LAST:0.5:1:4\n", program);
     });
     std::time_t time = 1700000000;
-    for (int sample = 0; sample < 2; ++sample) {
+    double best = 0;
+    for (int sample = 0; sample < 3; ++sample) {
         time += 10;
         const double spent = milliseconds_of([&] {
             script([time](FILE* program, const std::string& file, int figures) {
@@ -117,9 +138,10 @@ void bench_rrdtool(const std::string& folder, int peers, int apps)
                 std::fputs("\n", program);
             });
         });
-        std::printf("rrdtool, a sample          %8.1f ms  %9lld bytes (8 a figure)\n", spent,
-                    8LL * (peers * peer_figures + apps * app_figures));
+        best = sample == 0 ? spent : std::min(best, spent);
     }
+    print_row("the same figures with rrdtool, a file for each peer and application, the best of three", best,
+              with_commas(8LL * (peers * peer_figures + apps * app_figures)));
 }
 
 // A sample every ten seconds. A third of the peers and applications has traffic at a time.
@@ -172,7 +194,7 @@ void bench_charts(const std::string& path)
                 });
                 least = round == 0 ? spent : std::min(least, spent);
             }
-            std::printf("a day's rows, %-12s %8.1f ms  %9zu rows %s\n", word_of(scope), least, rows, reason.c_str());
+            print_row(std::to_string(rows) + " rows of a day for charts of the " + word_of(scope), least);
         }
     }
 }
@@ -199,9 +221,11 @@ int main(int argc, char** argv)
         std::puts("no engine to be read");
         return 1;
     }
+    std::puts("| | time | bytes |\n| --- | --- | --- |");
     double seconds = 0;
-    for (const auto& [what, step] : {std::pair("everything is new", 0), std::pair("everything moved", 1),
-                                     std::pair("a tenth moved", 10), std::pair("nothing moved", 0)}) {
+    for (const auto& [what, step] :
+         {std::pair("first sample", 0), std::pair("a sample in which everything moved", 1),
+          std::pair("a sample in which a tenth moved", 10), std::pair("a sample in which nothing moved", 0)}) {
         constexpr int samples = 10;
         const int rounds = seconds == 0 ? 1 : samples;
         const auto size = static_cast<long long>(seconds == 0 ? 0 : std::filesystem::file_size(path));
@@ -221,7 +245,7 @@ int main(int argc, char** argv)
         }
         recorder.close();
         const auto grown = static_cast<long long>(std::filesystem::file_size(path)) - size;
-        std::printf("%-26s %8.1f ms  %9lld bytes a sample\n", what, spent / rounds, grown / rounds);
+        print_row(what, spent / rounds, with_commas(grown / rounds));
     }
     Database database;
     if (!open_history(database, path).empty()) {
@@ -239,8 +263,8 @@ int main(int argc, char** argv)
         });
     }
     const auto count = static_cast<long long>(history.samples({}).size());
-    std::printf("restoring a moment         %8.1f ms  %9lld applications\n", spent / static_cast<double>(count),
-                restored / count);
+    print_row("restoring a moment of " + with_commas(restored / count) + " applications, on average",
+              spent / static_cast<double>(count));
     database.close();
     bench_thinning(path);
     bench_rrdtool(folder.path(), peers, apps);

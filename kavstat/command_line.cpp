@@ -423,7 +423,9 @@ void add_record(CLI::App& app, int& status)
     command->add_option("--keep", *keep, "For samples up to each AGE, keep one in each STEP; or \"all\"")
         ->check(CLI::Validator(
             [](const std::string& text) {
-                return parse_keep(text) ? "" : "not ages and steps as in \"1d:all,30d:1m,2y:1h\": \"" + text + "\"";
+                return parse_keep(text)
+                           ? ""
+                           : "not ages, in ascending order, and steps as in \"1d:all,30d:1m,2y:1h\": \"" + text + "\"";
             },
             "AGE:STEP,..."))
         ->capture_default_str();

@@ -46,6 +46,7 @@ public:
 private:
     static constexpr std::chrono::seconds thinning_interval{60};
     static constexpr std::chrono::seconds thinning_once{10};
+    static constexpr const char* lost = "samples are lost until this is solved";
 
     static clock::duration seconds(double number)
     {
@@ -58,7 +59,7 @@ private:
     // Removes old samples until the end.
     void thin(clock::time_point end)
     {
-        if (clock::now() < m_next_thinning) {
+        if (clock::now() < m_next_thinning || !m_recorder.is_open()) {
             return;
         }
         const Recorder::Thinning result = m_recorder.thin([end] { return clock::now() >= end; });
@@ -73,9 +74,31 @@ private:
         m_thinning_trouble = trouble;
     }
 
+    // Begins a new file when the file was removed or replaced, as nobody would find the samples in the open one.
+    // Returns why that is impossible, or nothing.
+    std::string keep_in_place()
+    {
+        if (m_recorder.is_in_place()) {
+            return "";
+        }
+        if (m_recorder.is_open()) {
+            report_error(m_options.file + ": was removed or replaced; recording goes on in a new file");
+        }
+        m_recorder.close();
+        std::string reason = m_recorder.open(m_options.file);
+        if (!reason.empty()) {
+            m_recorder.close();
+        }
+        return reason;
+    }
+
     // Returns the exit status of --once.
     int sample()
     {
+        if (const std::string reason = keep_in_place(); !reason.empty()) {
+            say(m_options.file + ": " + reason, lost);
+            return EXIT_ERROR;
+        }
         // Open the engine again each time: it may have been restarted.
         auto found = std::make_unique<Source>();
         if (const int error = found->open()) {
@@ -98,7 +121,7 @@ private:
             return EXIT_NO_STATISTICS;
         case RecordResult::failed:
             if (!is_stopped()) {
-                say(m_options.file + ": " + m_recorder.error(), "samples are lost until this is solved");
+                say(m_options.file + ": " + m_recorder.error(), lost);
             }
             return EXIT_ERROR;
         }

@@ -13,9 +13,6 @@ namespace kavstat {
 
 namespace {
 
-// Another process writes for a moment only: a sample, or a part of an import.
-constexpr int longest_wait_ms = 10000;
-
 // A file name as SQLite reads it with parameters.
 std::string uri_of(const std::string& path)
 {
@@ -192,7 +189,7 @@ bool Database::open(const std::string& path, Access access)
         b_open = open_as(uri + "?immutable=1", SQLITE_OPEN_READONLY);
     }
     if (b_open) {
-        sqlite3_busy_timeout(m_database, longest_wait_ms);
+        sqlite3_busy_timeout(m_database, static_cast<int>(m_patience.count()));
     }
     return b_open;
 }

@@ -2,6 +2,7 @@
 // memory is exhausted.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -80,6 +81,9 @@ public:
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
 
+    // How long a call waits for another process that has locked the file. Before open().
+    void set_patience(std::chrono::milliseconds patience) { m_patience = patience; }
+
     bool open(const std::string& path, Access access);
     void close();
     bool is_open() const { return m_database != nullptr; }
@@ -113,6 +117,8 @@ private:
         int code;
         std::string error;
     };
+    // Another process writes for a moment only: a sample, or a part of an import.
+    std::chrono::milliseconds m_patience{10000};
     sqlite3* m_database = nullptr;
     std::string m_path;
     std::string m_file_error;             // of open(): why the file was not opened at all

@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -107,6 +108,14 @@ void Recorder::close()
     m_database.close();
     m_lock.close();
     m_b_known = false;
+}
+
+bool Recorder::is_in_place() const
+{
+    struct stat open = {};
+    struct stat named = {};
+    return m_lock.is_open() && fstat(m_lock.number(), &open) == 0 && stat(m_database.path().c_str(), &named) == 0 &&
+           open.st_dev == named.st_dev && open.st_ino == named.st_ino;
 }
 
 bool Recorder::fail()

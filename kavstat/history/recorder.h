@@ -44,6 +44,9 @@ public:
     std::string open(const std::string& path);
     // Writes the pages of the write-ahead log to the file.
     void close();
+    bool is_open() const { return m_lock.is_open(); }
+    // Whether the open file still has its name: it may have been removed or replaced.
+    bool is_in_place() const;
 
     // reader: open. b_same: on the same segment as at the last call. seconds: of a monotonic clock.
     RecordResult record(RE_image_reader& reader, bool b_same, double seconds);

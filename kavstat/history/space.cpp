@@ -29,6 +29,8 @@ long long file_size(const std::string& path)
 
 bool HistorySpace::prepare()
 {
+    m_steps.clear();
+    m_log_records = 0;
     if (m_max_size == 0) {
         return true;
     }

@@ -21,7 +21,7 @@ public:
         : m_database(database), m_keep(std::move(keep)), m_max_size(max_size), m_is_stopped(std::move(is_stopped))
     {}
 
-    // After the database was opened.
+    // After the database was opened, also again.
     bool prepare();
     enum class Thinning
     {

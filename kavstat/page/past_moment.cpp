@@ -65,6 +65,7 @@ const PastMoment* PastMoments::find(const std::string& history, std::time_t time
 {
     m_used = clock::now();
     RecordedRows recorded;
+    recorded.set_patience(server_patience);
     reason = recorded.open(history);
     if (!reason.empty()) {
         return nullptr;

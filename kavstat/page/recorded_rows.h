@@ -9,9 +9,13 @@
 
 namespace kavstat {
 
+// See Database::set_patience(). All clients of a server wait.
+constexpr std::chrono::milliseconds server_patience{20};
+
 class RecordedRows
 {
 public:
+    void set_patience(std::chrono::milliseconds patience) { m_database.set_patience(patience); }
     // Returns why the file cannot be read, or nothing.
     std::string open(const std::string& path) { return open_history(m_database, path); }
 

@@ -126,6 +126,9 @@ void keep_range(std::vector<ChartRow>& rows, std::int64_t from, std::int64_t to)
     std::erase_if(rows, [&](const ChartRow& row) { return row.time < from || row.time > to; });
 }
 
+// All clients wait while the history is read.
+constexpr long long most_recorded_points = 1000;
+
 constexpr std::int64_t milliseconds_of_second = 1000;
 constexpr long long most_points = 5000;
 
@@ -142,10 +145,12 @@ ChartRows recorded_rows(const RouteContext& context, ChartScope scope, const std
                         long long to, long long points)
 {
     RecordedRows recorded;
+    recorded.set_patience(server_patience);
     std::string reason = recorded.open(context.history);
     std::optional<ChartRows> rows;
     if (reason.empty()) {
-        rows = recorded.rows(scope, key, {from, to}, static_cast<std::size_t>(points), reason);
+        rows = recorded.rows(scope, key, {from, to}, static_cast<std::size_t>(std::min(points, most_recorded_points)),
+                             reason);
     }
     if (!rows) {
         throw std::runtime_error("the history cannot be read: " + reason);
@@ -191,6 +196,7 @@ HttpAnswer answer_charts(const HttpRequest&, RouteContext& context)
 {
     ChartPast past{context.live.span().count(), std::nullopt, std::nullopt};
     RecordedRows recorded;
+    recorded.set_patience(server_patience);
     if (!context.history.empty() && recorded.open(context.history).empty()) {
         const HistorySpan span = recorded.span().value_or(HistorySpan());
         past.recorded_from = span.from;

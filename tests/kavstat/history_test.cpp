@@ -434,6 +434,25 @@ TEST_F(history_test, thinning_ends_when_the_recorder_is_stopped)
     EXPECT_EQ(number("SELECT count(*) FROM sample"), 1);
 }
 
+// The server's clients wait for it.
+TEST_F(history_test, a_reader_without_patience_does_not_wait_for_a_lock)
+{
+    start();
+    {
+        Recorder recorder(options());
+        ASSERT_EQ(recorder.open(path()), "");
+        ASSERT_EQ(record(recorder), RecordResult::recorded);
+    }
+    Database other;
+    ASSERT_TRUE(other.open(path(), Database::Access::write));
+    ASSERT_TRUE(other.run("PRAGMA locking_mode = EXCLUSIVE; BEGIN IMMEDIATE; DELETE FROM nack"));
+    const auto begin = std::chrono::steady_clock::now();
+    Database database;
+    database.set_patience(std::chrono::milliseconds(20));
+    EXPECT_EQ(open_history(database, path()), "database is locked");
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+}
+
 // A database of an earlier release lacks counters: they are 0 there, and get columns when it is recorded into.
 TEST_F(history_test, columns_of_later_counters_are_added)
 {
@@ -737,6 +756,18 @@ TEST(history_times, are_read_as_people_write_them)
             EXPECT_EQ(parse_moment(wrong, now), std::nullopt) << wrong;
         }
     }
+    // Daylight saving time skips 02:30 on the first of these days, and has it twice on the second one.
+    setenv("TZ", "Europe/Berlin", 1);
+    EXPECT_EQ(parse_moment("2025-03-30 02:30", now), 1743298200); // 03:30
+    EXPECT_EQ(parse_moment("2025-10-26", now), 1761429600);
+    EXPECT_EQ(parse_moment("2025-10-27", now), 1761429600 + 25 * 3600);
+    const std::optional<std::time_t> twice = parse_moment("2025-10-26 02:30", now);
+    EXPECT_TRUE(twice == 1761438600 || twice == 1761442200) << *twice;
+    EXPECT_EQ(parse_moment("01:30", 1761429600 + 3600), 1761429600 - 86400 + 5400);
+    setenv("TZ", "America/Santiago", 1);
+    EXPECT_EQ(parse_moment("2025-09-07", now), 1757217600); // begins at 01:00
+    setenv("TZ", "UTC", 1);
+    tzset(); // for the tests after this one
     EXPECT_EQ(parse_size("4096"), 4096);
     EXPECT_EQ(parse_size("500M"), 524288000);
     EXPECT_EQ(parse_size("2G"), 2147483648);

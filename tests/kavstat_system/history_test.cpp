@@ -189,6 +189,37 @@ TEST_F(history_program, recording_goes_on_when_there_is_room_again)
                              ": disk I/O error; samples are lost until this is solved\nkavstat: recording again\n");
 }
 
+TEST_F(history_program, a_new_file_is_begun_when_the_file_was_removed)
+{
+    const small_engine engine;
+    const std::string file = path("place") + "/history.db";
+    std::filesystem::create_directory(path("place"));
+    child_program recorder(built_program("kavstat"), {"record", "--interval", "0.1", file});
+    const auto is_recorded = [&] {
+        program_result read;
+        for (int attempt = 0; attempt < 100 && read.status != 0; ++attempt) {
+            usleep(100000);
+            read = run_kavstat({"json", "--history", file});
+        }
+        return read.status == 0;
+    };
+    EXPECT_TRUE(is_recorded());
+    std::filesystem::remove(file);
+    EXPECT_TRUE(is_recorded());
+    std::filesystem::rename(path("place"), path("other"));
+    usleep(2500000);
+    std::filesystem::create_directory(path("place"));
+    EXPECT_TRUE(is_recorded());
+    recorder.send_signal(SIGTERM);
+    const program_result ended = recorder.finish();
+    EXPECT_EQ(ended.status, 0);
+    const std::string begin = "kavstat: " + file + ": ";
+    const std::string replaced = begin + "was removed or replaced; recording goes on in a new file\n";
+    EXPECT_EQ(ended.err, replaced + replaced + begin +
+                             "No such file or directory; samples are lost until this is solved\n"
+                             "kavstat: recording again\n");
+}
+
 TEST_F(history_program, an_engine_that_starts_is_found_before_a_long_interval_ends)
 {
     child_program recorder(built_program("kavstat"), {"record", "--interval", "3600", database()});
