@@ -17,7 +17,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <random>
@@ -58,37 +57,18 @@ double milliseconds_of(const std::function<void()>& work)
 
 void fill(RE_stat_writer& engine, int peers, int apps)
 {
-    RE_stat_limits limits;
-    limits.peers = peers;
-    limits.applications = apps;
-    if (engine.create(limits, std::time(nullptr)) != 0) {
-        std::puts("no segment to be had");
-        std::exit(1);
-    }
+    publish_zeros(engine, peers, peers, apps, std::time(nullptr));
     for (int peer = 0; peer < peers; ++peer) {
-        RE_stat_peer_header header{};
-        std::memcpy(header.m_kav_peer_id.m_data, &peer, sizeof peer);
-        std::snprintf(header.m_peer_host_name, sizeof header.m_peer_host_name, "branch-%d.example.net", peer);
-        set_peer_figures(engine, engine.add_peer(peer, header), [](int id) { return 123456789LL * (id + 1); });
+        set_peer_figures(engine, peer, [](int id) { return 123456789LL * (id + 1); });
     }
     // Sums over connections come from connections.
     for (int conn = 0; conn < peers; ++conn) {
-        RE_stat_conn_header header{};
-        header.m_conn_id = conn;
-        const int slot = engine.open_conn(conn, header, {}, 1);
-        add_conn_figures(engine, slot, [](int id) { return 1000000 + id; });
-        engine.release_conn(slot);
+        add_conn_figures(engine, conn, [](int id) { return 1000000 + id; });
+        engine.release_conn(conn);
     }
     for (int app = 0; app < apps; ++app) {
-        const int peer = app % peers;
-        RE_kav_peer_id identity{};
-        std::memcpy(identity.m_data, &peer, sizeof peer);
-        RE_stat_app_header header{};
-        header.set(identity, static_cast<std::uint16_t>(80 + app / peers), false);
-        const int slot = engine.find_or_add_app(header);
-        add_app_figures(engine, slot, [](int id) { return 123456 * (id + 1); });
+        add_app_figures(engine, app, [](int id) { return 123456 * (id + 1); });
     }
-    engine.publish();
 }
 
 // Every n-th peer and application has traffic.

@@ -40,39 +40,16 @@ using clock_type = std::chrono::steady_clock;
 
 void fill(RE_stat_writer& engine, int peers, int conns, int apps)
 {
-    RE_stat_limits limits;
-    limits.peers = peers;
-    limits.connections = conns;
-    limits.applications = apps;
-    if (engine.create(limits, std::time(nullptr)) != 0) {
-        std::puts("no segment to be had");
-        std::exit(1);
-    }
+    publish_zeros(engine, peers, conns, apps, std::time(nullptr));
     for (int peer = 0; peer < peers; ++peer) {
-        RE_stat_peer_header header{};
-        std::memcpy(header.m_kav_peer_id.m_data, &peer, sizeof peer);
-        std::snprintf(header.m_peer_host_name, sizeof header.m_peer_host_name, "branch-%d.example.net", peer);
-        const int slot = engine.add_peer(peer, header);
-        set_peer_figures(engine, slot, [](int id) { return 123456789LL * (id + 1); });
+        set_peer_figures(engine, peer, [](int id) { return 123456789LL * (id + 1); });
     }
     for (int conn = 0; conn < conns; ++conn) {
-        RE_stat_conn_header header{};
-        header.m_conn_id = conn;
-        const int slot = engine.open_conn(conn % peers, header, {}, 1);
-        add_conn_figures(engine, slot, [](int id) { return 1000 + id; });
+        add_conn_figures(engine, conn, [](int id) { return 1000 + id; });
     }
     for (int app = 0; app < apps; ++app) {
-        const int peer = app % peers;
-        RE_kav_peer_id identity{};
-        std::memcpy(identity.m_data, &peer, sizeof peer);
-        RE_stat_app_header header{};
-        header.set(identity, static_cast<std::uint16_t>(80 + app / peers), false);
-        const int slot = engine.find_or_add_app(header);
-        for (int id = 0; id < RE_STAT_APP_ID_MAX; ++id) {
-            engine.add_app_stat(slot, RE_stat_app_id{id}, static_cast<std::uint32_t>(123456 * (id + 1)));
-        }
+        add_app_figures(engine, app, [](int id) { return 123456 * (id + 1); });
     }
-    engine.publish();
 }
 
 double processor_seconds(int who)

@@ -16,13 +16,11 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <random>
 #include <sstream>
 #include <string>
 #include <thread>
-#include <vector>
 
 namespace {
 
@@ -57,52 +55,25 @@ double processor_seconds(pid_t process)
 class MovingEngine
 {
 public:
-    MovingEngine(int peers, int apps)
+    MovingEngine(int peers, int apps) : m_peers(peers), m_apps(apps)
     {
-        RE_stat_limits limits;
-        limits.peers = peers;
-        limits.connections = peers;
-        limits.applications = std::max(apps, 1);
-        if (m_writer.create(limits, std::time(nullptr) - 3600) != 0) {
-            std::puts("the statistics cannot be published");
-            std::exit(1);
-        }
-        for (int peer = 0; peer < peers; ++peer) {
-            RE_stat_peer_header header{};
-            std::memcpy(header.m_kav_peer_id.m_data, &peer, sizeof peer);
-            std::snprintf(header.m_peer_host_name, sizeof header.m_peer_host_name, "branch-%d.example.net", peer);
-            m_peers.push_back(m_writer.add_peer(peer, header));
-            RE_stat_conn_header conn{};
-            conn.m_conn_id = peer;
-            m_conns.push_back(m_writer.open_conn(m_peers.back(), conn, {}, std::time(nullptr)));
-        }
-        for (int app = 0; app < apps; ++app) {
-            const int peer = app % peers;
-            RE_kav_peer_id identity{};
-            std::memcpy(identity.m_data, &peer, sizeof peer);
-            RE_stat_app_header header{};
-            header.set(identity, static_cast<std::uint16_t>(80 + app / peers), false);
-            m_apps.push_back(m_writer.find_or_add_app(header));
-        }
-        m_writer.publish();
+        publish_zeros(m_writer, peers, peers, apps, std::time(nullptr) - 3600);
         move();
     }
 
     void move()
     {
-        for (const int peer : m_peers) {
+        for (int peer = 0; peer < m_peers; ++peer) {
             for (int id = 0; id < RE_STAT_PEER_ID_MAX; ++id) {
                 m_writer.add_peer_stat(peer, RE_stat_peer_id{id}, some(100));
             }
-        }
-        for (const int conn : m_conns) {
-            add_conn_figures(m_writer, conn, [this](int id) {
+            add_conn_figures(m_writer, peer, [this](int id) {
                 const bool b_bytes = id == RE_STAT_CONN_ID_ENCODE_IN_BYTES || id == RE_STAT_CONN_ID_ENCODE_OUT_BYTES ||
                                      id == RE_STAT_CONN_ID_DECODE_IN_BYTES || id == RE_STAT_CONN_ID_DECODE_OUT_BYTES;
                 return some(b_bytes ? 1000000 : 100);
             });
         }
-        for (const int app : m_apps) {
+        for (int app = 0; app < m_apps; ++app) {
             add_app_figures(m_writer, app, [this](int) { return some(1000); });
         }
     }
@@ -111,9 +82,8 @@ private:
     long long some(long long most) { return static_cast<long long>(m_random() % static_cast<unsigned>(most)) + 1; }
 
     RE_stat_writer m_writer;
-    std::vector<int> m_peers;
-    std::vector<int> m_conns;
-    std::vector<int> m_apps;
+    int m_peers; // each with one connection
+    int m_apps;
     std::minstd_rand m_random;
 };
 

@@ -134,6 +134,38 @@ int publish_sample(RE_stat_writer& writer, const engine_shape& shape)
     return 0;
 }
 
+void publish_zeros(RE_stat_writer& writer, int peers, int conns, int apps, std::time_t start)
+{
+    RE_stat_limits limits;
+    limits.peers = peers;
+    limits.connections = std::max(conns, 1);
+    limits.applications = std::max(apps, 1);
+    if (const int error = writer.create(limits, start)) {
+        std::fprintf(stderr, "the statistics cannot be published: %s\n", std::strerror(-error));
+        std::exit(1);
+    }
+    for (int peer = 0; peer < peers; ++peer) {
+        RE_stat_peer_header header{};
+        std::memcpy(header.m_kav_peer_id.m_data, &peer, sizeof peer);
+        std::snprintf(header.m_peer_host_name, sizeof header.m_peer_host_name, "branch-%d.example.net", peer);
+        writer.add_peer(peer, header);
+    }
+    for (int conn = 0; conn < conns; ++conn) {
+        RE_stat_conn_header header{};
+        header.m_conn_id = conn;
+        writer.open_conn(conn % peers, header, {}, start);
+    }
+    for (int app = 0; app < apps; ++app) {
+        const int peer = app % peers;
+        RE_kav_peer_id identity{};
+        std::memcpy(identity.m_data, &peer, sizeof peer);
+        RE_stat_app_header header{};
+        header.set(identity, static_cast<std::uint16_t>(80 + app / peers), false);
+        writer.find_or_add_app(header);
+    }
+    writer.publish();
+}
+
 std::vector<unsigned char> saved_sample(const engine_shape& shape)
 {
     RE_stat_writer writer;

@@ -56,6 +56,11 @@ constexpr engine_shape large_shape = {20, 200, 50, 100, 20};
 // Creates a segment under the name in KAV_STAT_SEGMENT, fills it and publishes it. Returns the result of create().
 int publish_sample(RE_stat_writer& writer, const engine_shape& shape);
 
+// Creates, fills and publishes an engine for measurements, whose counters are all 0. Peers, connections and
+// applications have the slots from 0 on, and connection or application n belongs to peer n modulo `peers`. Ends the
+// program with a message when the segment cannot be created.
+void publish_zeros(RE_stat_writer& writer, int peers, int conns, int apps, std::time_t start);
+
 // Return the statistics of the same engine as bytes, as a saved file and as a live segment.
 std::vector<unsigned char> saved_sample(const engine_shape& shape);
 std::vector<unsigned char> live_sample(const engine_shape& shape);
