@@ -444,12 +444,14 @@ void add_import(CLI::App& app, int& status)
     const auto options = std::make_shared<ImportOptions>();
     const auto files = std::make_shared<std::vector<std::string>>();
     command->add_option("LOG", *files, "The logs, then the database, which is created when it does not exist")
-        ->option_text("LOG... FILE REQUIRED")
-        ->required()
-        ->expected(2, 100000);
+        ->option_text("... FILE REQUIRED")
+        ->required();
     add_max_size(command, options->max_size,
                  "The largest size of the database, with K, M, G or T; a log without room is not imported to its end");
     command->callback([options, files, &status] {
+        if (files->size() < 2) {
+            throw CLI::RequiredError("FILE");
+        }
         options->logs = *files;
         options->file = files->back();
         options->logs.pop_back();

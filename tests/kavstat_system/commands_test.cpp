@@ -85,6 +85,7 @@ TEST_F(kavstat_command, names_the_word_that_is_wrong)
     EXPECT_EQ(run_kavstat({"helth", "--all"}).err, "no such command: \"helth\"" + help);
     EXPECT_EQ(run_kavstat({"--all"}).err, "A subcommand is required" + help);
     EXPECT_EQ(run_kavstat({}).err, "A subcommand is required" + help);
+    EXPECT_EQ(run_kavstat({"import", "top.log"}).err, "FILE is required" + help);
     EXPECT_EQ(run_kavstat({"json", "--scope", "peer"}).err,
               "--scope: no such scope: \"peer\"; scopes are global,connections,peers,apps,nacks,config,bypass" + help);
     EXPECT_EQ(run_kavstat({"diff", "--scope", "peer", "saved"}).err,
