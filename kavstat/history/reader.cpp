@@ -19,7 +19,7 @@ namespace {
 constexpr const char* sample_columns =
     "SELECT id, time, engine_start, elapsed, configuration, base, first_nack, end_nack, bypass_table FROM sample ";
 
-// Damaged or hostile rows do not make differences of times overflow.
+// Damaged or hostile rows do not make differences of times and ids overflow.
 constexpr long long latest_time = 1LL << 40;
 constexpr double longest_elapsed = 1e9;
 
@@ -33,7 +33,7 @@ HistorySample sample_of(const Statement& row)
         sample.elapsed = elapsed;
     }
     sample.configuration = row.is_null(4) ? std::nullopt : std::optional(row.integer(4));
-    sample.base = row.integer(5);
+    sample.base = std::max(row.integer(5), 0LL);
     sample.first_nack = row.integer(6);
     sample.end_nack = row.integer(7);
     sample.b_bypass_table = row.integer(8) != 0;
@@ -294,8 +294,9 @@ std::optional<RecordedMoment> HistoryReader::restore(const HistorySample& sample
 
 std::vector<HistorySample> HistoryReader::samples(const HistorySpan& span, std::size_t most)
 {
-    const long long from = span.from.value_or(std::numeric_limits<std::time_t>::min());
-    const long long to = span.to.value_or(std::numeric_limits<std::time_t>::max());
+    // A damaged file may have times whose difference would overflow.
+    const long long from = std::max<long long>(span.from.value_or(-latest_time), -latest_time);
+    const long long to = std::min<long long>(span.to.value_or(latest_time), latest_time);
     Statement count =
         m_database.prepare("SELECT count(*), min(time), max(time) FROM sample WHERE time BETWEEN ? AND ?");
     count.bind(from).bind(to);
@@ -316,8 +317,8 @@ std::vector<HistorySample> HistoryReader::samples(const HistorySpan& span, std::
                                                 "WHERE time > ? AND time <= ? ORDER BY time DESC, id DESC LIMIT 1");
     long long before = first - 1;
     for (std::size_t part = 0; part < most; ++part) {
-        const long long end =
-            first + static_cast<long long>(length * static_cast<double>(part) / static_cast<double>(most - 1));
+        const long long end = first + static_cast<long long>(length * static_cast<double>(part) /
+                                                             static_cast<double>(std::max<std::size_t>(most, 2) - 1));
         last_of_part.bind(before).bind(end);
         choose(last_of_part);
         before = end;

@@ -349,7 +349,7 @@ TEST_F(history_test, values_out_of_range_do_no_harm)
     Database database;
     ASSERT_TRUE(database.open(path(), Database::Access::write));
     for (const char* const sql :
-         {"UPDATE sample SET time = -0x7fffffffffffffff, elapsed = 9e999 WHERE id = 1",
+         {"UPDATE sample SET time = -0x7fffffffffffffff, elapsed = 9e999, base = -0x7fffffffffffffff - 1 WHERE id = 1",
           "UPDATE sample SET time = 0x7fffffffffffffff, elapsed = 'text', end_nack = 0x7fffffffffffffff WHERE id = 2",
           "UPDATE peer_figures SET num_nacks = 0x7fffffffffffffff",
           "INSERT INTO connection (sample, slot, id, open_time) VALUES (2, 7, 1, 1), (2, '3', 1, 1), (2, 'x', 1, 1)"}) {
@@ -360,6 +360,7 @@ TEST_F(history_test, values_out_of_range_do_no_harm)
     ASSERT_EQ(samples.size(), 2U);
     EXPECT_FALSE(samples[0].elapsed);
     EXPECT_EQ(samples[1].time - samples[0].time, 2LL << 40);
+    EXPECT_EQ(history.samples({}, 1).size(), 2U);
     const std::optional<RecordedMoment> last = history.restore(samples[1]);
     ASSERT_TRUE(last);
     EXPECT_TRUE(
