@@ -199,7 +199,13 @@ class ThingWithCharts {
 
   // While no engine is running, the server still has the last minutes.
   async updateOld() {
-    this.showSeries(await this.updateCharts());
+    const series = await this.updateCharts();
+    this.showSeries(series);
+    const { rows } = series;
+    if (this.past === null && rows.length > 0) {
+      this.when.hidden = false;
+      this.when.textContent = `The engine's last figures, of ${timeText(rows[rows.length - 1][0])}`;
+    }
   }
 
   showSeries(series) {

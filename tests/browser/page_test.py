@@ -149,6 +149,7 @@ class PageTest(unittest.TestCase):
         self.browser.all("a[data-view=peers]")[0].click()
         self.browser.all("a[data-view=overview]")[0].click()
         self.assertTrue(self.browser.wait(lambda: self.browser.text("#figure-before") not in ["", "–"]))
+        self.assertRegex(self.browser.text(".when"), r"^The engine's last figures, of \d{4}-\d\d-\d\d \d\d:\d\d:\d\d$")
         self.shoot("stopped")
         self.servers.engine(self.segment, "--rate", "1")
         self.assertTrue(self.browser.wait(lambda: not alert.is_displayed()))
