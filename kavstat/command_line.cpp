@@ -350,7 +350,9 @@ void add_serve(CLI::App& app, int& status)
                      "Where to listen: a numeric address and a port, [ADDRESS]:PORT for IPv6, or unix:/PATH")
         ->check(CLI::Validator(
             [](const std::string& text) {
-                return parse_listen_address(text) ? "" : "not an address and a port: \"" + text + "\"";
+                return parse_listen_address(text)
+                           ? ""
+                           : "not a numeric address and a port, such as 127.0.0.1:9748: \"" + text + "\"";
             },
             "ADDRESS:PORT"))
         ->capture_default_str();
@@ -501,7 +503,8 @@ void add_diff(CLI::App& app, int& status)
             throw CLI::ExcludesError("A", "--history");
         }
         if (options->history.file ? !options->history.span.from : options->before.empty()) {
-            throw CLI::RequiredError(options->history.file ? "--from" : "A");
+            throw options->history.file ? CLI::RequiredError("--from")
+                                        : CLI::RequiredError("A saved file, or --history FILE with --from TIME,");
         }
         check_span(options->history.span);
         status = run_diff(*options);

@@ -130,7 +130,9 @@ private:
             moments.before = &m_before->side.snapshot;
             moments.seconds = seconds_between();
         }
-        return health_report(m_rules, moments, now.name());
+        HealthReport report = health_report(m_rules, moments, now.name());
+        report.b_past = !now.is_live();
+        return report;
     }
 
     const HealthOptions& m_options;

@@ -161,6 +161,10 @@ private:
         if (const int status = open_or_report(source)) {
             return status;
         }
+        if (m_options.span.from || m_options.span.to) {
+            report_error(*m_options.file + ": --from and --to need a database of \"kavstat record\"");
+            return EXIT_USAGE;
+        }
         const Snapshot now = take_snapshot(source.reader(), std::time(nullptr));
         const HealthReport health = health_of_moments(m_rules, {nullptr, &now, 0}, source.reader(), source.name());
         if (const int status = report_if_cut(source)) {
@@ -272,7 +276,7 @@ private:
         const ChartScope scope = m_options.peer ? ChartScope::peer : ChartScope::engine;
         const Chart* const chart = find_chart(scope, m_options.chart);
         if (chart == nullptr) {
-            report_error("there is no such chart: \"" + m_options.chart + "\"");
+            report_error("\"" + m_options.chart + "\" is a chart of a peer: give --peer NUMBER");
             return EXIT_USAGE;
         }
         const auto rows = std::find_if(data.histories.begin(), data.histories.end(),

@@ -1,6 +1,7 @@
 // kavstat serve.
 #include "commands/commands.h"
 #include "commands/report_error.h"
+#include "page/recorded_rows.h"
 
 #include <malloc.h>
 #include <unistd.h>
@@ -49,6 +50,12 @@ int run_serve(const ServeOptions& options)
         return EXIT_USAGE;
     }
     http.rules = std::move(*rules);
+    if (!http.history.empty()) {
+        if (const std::string reason = RecordedRows().open(http.history); !reason.empty()) {
+            report_error(http.history + ": " + reason);
+            return EXIT_NO_STATISTICS;
+        }
+    }
     if (const int status = prepare(options, address, http.web)) {
         return status;
     }

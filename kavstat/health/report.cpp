@@ -32,7 +32,7 @@ std::string looked_at(const HealthReport& report)
                                              : "levels only, as rates take two moments";
     return plural_text(report.rules, "rule") + ", " + plural_text(report.peers, "peer") + ", " +
            plural_text(report.applications, "application") + ", " + plural_text(report.connections, "open connection") +
-           "; " + rates;
+           "; " + rates + (report.b_past ? "; figures of " + date_and_time(report.capture_time) : "");
 }
 
 std::string status_line(const HealthReport& report)

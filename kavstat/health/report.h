@@ -37,6 +37,7 @@ struct HealthReport
     std::time_t capture_time = 0;
     std::optional<double> seconds; // between the two moments; empty if there was one
     bool b_restarted = false;      // the engine was restarted between the two
+    bool b_past = false;           // the figures are saved or recorded ones
 
     HealthStatus status() const;
 };

@@ -53,7 +53,8 @@ TEST_F(history_program, moments_and_spans_are_read)
     EXPECT_TRUE(contains(run_kavstat({"diff", "--history", database(), "--from", "now"}).out, "between: 0 s\n"));
     const program_result health = run_kavstat({"health", "--history", database()});
     EXPECT_EQ(health.status, 2);
-    EXPECT_TRUE(contains(health.out, "peer 1 branch-1.example.net")) << health.out;
+    EXPECT_TRUE(contains(health.out, "peer 1 branch-1.example.net"));
+    EXPECT_TRUE(contains(health.out, "; figures of 20"));
     EXPECT_TRUE(contains(run_kavstat({"watch", "--history", database(), "--once"}).out, ", 2 of 2\n"));
     EXPECT_EQ(run_kavstat({"json", "--history", database(), "--at", "2020-01-01"}).status, 3);
     const program_result wrong = run_kavstat({"json", "--history", database(), "--at", "2020-02-30"});
@@ -62,6 +63,10 @@ TEST_F(history_program, moments_and_spans_are_read)
                                     R"("2020-02-30")"))
         << wrong.err;
     EXPECT_EQ(run_kavstat({"diff"}).status, 2);
+    EXPECT_TRUE(contains(run_kavstat({"diff"}).err, "A saved file, or --history FILE with --from TIME, is required\n"));
+    const program_result of_peer = run_kavstat({"report", database(), "--svg", "round_trip"});
+    EXPECT_EQ(of_peer.status, 2);
+    EXPECT_EQ(of_peer.err, "kavstat: \"round_trip\" is a chart of a peer: give --peer NUMBER\n");
     for (const std::string command : {"json", "diff", "health", "watch"}) {
         const program_result reversed = run_kavstat({command, "--history", database(), "--from", "20", "--to", "10"});
         EXPECT_EQ(reversed.status, command == "health" ? 3 : 2) << command;
@@ -104,6 +109,9 @@ TEST_F(history_program, troubles_are_reported)
     write_file(path("text"), std::string(200, 'x'));
     EXPECT_EQ(run_kavstat({"record", "--once", path("text")}).err,
               "kavstat: " + path("text") + ": file is not a database\n");
+    const program_result served = run_kavstat({"serve", "--listen", "127.0.0.1:0", "--history", path("text")});
+    EXPECT_EQ(served.status, 3);
+    EXPECT_EQ(served.err, "kavstat: " + path("text") + ": file is not a database\n");
     EXPECT_EQ(run_kavstat({"record", "--max-size", "1M", database()}).status, 2);
     EXPECT_EQ(run_kavstat({"record", "--keep", "1d", database()}).status, 2);
     const program_result exported = run_kavstat({"export", "--table", "nothing", database()});
