@@ -35,6 +35,16 @@ protected:
     }
     std::string path() const { return folder.file("history.db"); }
 
+    // With a recorder that ends afterwards.
+    void record_samples(int count)
+    {
+        Recorder recorder(options());
+        EXPECT_EQ(recorder.open(path()), "");
+        for (int at = 0; at < count; ++at) {
+            EXPECT_EQ(record(recorder), RecordResult::recorded);
+        }
+    }
+
     // The last sample, restored as statistics.
     std::unique_ptr<RecordedReader> restored(std::optional<std::time_t> at = std::nullopt)
     {
@@ -288,11 +298,7 @@ TEST_F(history_test, a_file_is_read_in_a_folder_without_write_permission)
 {
     start();
     fill();
-    {
-        Recorder recorder(options());
-        ASSERT_EQ(recorder.open(path()), "");
-        ASSERT_EQ(record(recorder), RecordResult::recorded);
-    }
+    record_samples(1);
     ASSERT_EQ(chmod(path().c_str(), 0644), 0);
     write_file(folder.file("h.db-wal"), "x");
     std::filesystem::copy(path(), folder.file("h.db"));
@@ -340,12 +346,7 @@ TEST_F(history_test, values_out_of_range_do_no_harm)
 {
     start();
     fill();
-    {
-        Recorder recorder(options());
-        ASSERT_EQ(recorder.open(path()), "");
-        ASSERT_EQ(record(recorder), RecordResult::recorded);
-        ASSERT_EQ(record(recorder), RecordResult::recorded);
-    }
+    record_samples(2);
     Database database;
     ASSERT_TRUE(database.open(path(), Database::Access::write));
     for (const char* const sql :
@@ -439,11 +440,7 @@ TEST_F(history_test, thinning_ends_when_the_recorder_is_stopped)
 TEST_F(history_test, a_reader_without_patience_does_not_wait_for_a_lock)
 {
     start();
-    {
-        Recorder recorder(options());
-        ASSERT_EQ(recorder.open(path()), "");
-        ASSERT_EQ(record(recorder), RecordResult::recorded);
-    }
+    record_samples(1);
     Database other;
     ASSERT_TRUE(other.open(path(), Database::Access::write));
     ASSERT_TRUE(other.run("PRAGMA locking_mode = EXCLUSIVE; BEGIN IMMEDIATE; DELETE FROM nack"));
@@ -459,11 +456,7 @@ TEST_F(history_test, columns_of_later_counters_are_added)
 {
     start();
     fill();
-    {
-        Recorder recorder(options());
-        ASSERT_EQ(recorder.open(path()), "");
-        ASSERT_EQ(record(recorder), RecordResult::recorded);
-    }
+    record_samples(1);
     Database database;
     ASSERT_TRUE(database.open(path(), Database::Access::write));
     ASSERT_TRUE(database.run("DROP VIEW peer; DROP VIEW engine"));
