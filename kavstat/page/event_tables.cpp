@@ -150,10 +150,7 @@ void write_bypass(RE_image_reader& reader, const Snapshot& snapshot, const Table
     for (const RE_bypass_entry& entry : entries) {
         selection.add(entry);
     }
-    JsonWriter json(output);
-    write_table_head(json, TableOf::bypass, snapshot, 0);
-    selection.write(json, entries.size());
-    json.end_object();
+    selection.write_table(output, TableOf::bypass, snapshot, 0, entries.size());
 }
 
 void write_configuration(RE_image_reader& reader, const Snapshot& snapshot, const TableQuery& query, Output& output)
@@ -165,10 +162,7 @@ void write_configuration(RE_image_reader& reader, const Snapshot& snapshot, cons
         const char* const unit = field.unit ? word_of_unit(*field.unit) : "";
         selection.add({field.key, field.meaning, unit, std::visit(CellOfField(), field.value(*config))});
     }
-    JsonWriter json(output);
-    write_table_head(json, TableOf::configuration, snapshot, 0);
-    selection.write(json, fields.size());
-    json.end_object();
+    selection.write_table(output, TableOf::configuration, snapshot, 0, fields.size());
 }
 
 } // namespace kavstat

@@ -52,6 +52,7 @@ bool comes_before(const TableCell& one, const TableCell& other, bool b_reverse);
 // The text that a search looks at, in lower case.
 std::string text_of_cell(const TableCell& cell);
 void write_cell(JsonWriter& json, const TableCell& cell);
+// Begins a table's document. seconds: the time that its rates cover; 0 without rates.
 void write_table_head(JsonWriter& json, TableOf table, const Snapshot& now, double seconds);
 
 // The rows that a query asks for: of those that contain its text the first ones, in its order.
@@ -83,7 +84,16 @@ public:
         std::push_heap(m_rows.begin(), m_rows.end(), ahead());
     }
 
-    // total: of rows, also those that do not match.
+    // Writes the table as a document. total: the number of all rows, also of those that do not match.
+    void write_table(Output& output, TableOf table, const Snapshot& now, double seconds, std::size_t total)
+    {
+        JsonWriter json(output);
+        write_table_head(json, table, now, seconds);
+        write(json, total);
+        json.end_object();
+    }
+
+    // Writes what follows the head.
     void write(JsonWriter& json, std::size_t total)
     {
         std::sort_heap(m_rows.begin(), m_rows.end(), ahead());

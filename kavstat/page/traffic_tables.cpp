@@ -187,10 +187,7 @@ void write_peers(const TwoMoments& moments, const std::vector<Finding>& findings
         const auto word = words.find(peer.slot);
         selection.add({&peer, earlier.find(peer), moments.seconds, word != words.end() ? word->second : "ok"});
     }
-    JsonWriter json(output);
-    write_table_head(json, TableOf::peers, *moments.now, moments.seconds);
-    selection.write(json, moments.now->peers.size());
-    json.end_object();
+    selection.write_table(output, TableOf::peers, *moments.now, moments.seconds, moments.now->peers.size());
 }
 
 void write_applications(const TwoMoments& moments, const TableQuery& query, Output& output)
@@ -205,10 +202,7 @@ void write_applications(const TwoMoments& moments, const TableQuery& query, Outp
         const auto host = hosts.find(app.peer_number);
         selection.add({&app, earlier.find(app), moments.seconds, host != hosts.end() ? host->second : ""});
     }
-    JsonWriter json(output);
-    write_table_head(json, TableOf::applications, *moments.now, moments.seconds);
-    selection.write(json, moments.now->apps.size());
-    json.end_object();
+    selection.write_table(output, TableOf::applications, *moments.now, moments.seconds, moments.now->apps.size());
 }
 
 } // namespace kavstat

@@ -143,7 +143,7 @@ class ThingWithCharts {
     this.when = element("p", { class: "when", hidden: true });
   }
 
-  // The figures below the health, and of which time they are.
+  // The figures below the health, and their time.
   nowSection() {
     return element("section", { "aria-label": "Figures" }, this.when, this.strip.root);
   }
