@@ -74,7 +74,7 @@ private:
         m_thinning_trouble = trouble;
     }
 
-    // Begins a new file when the file was removed or replaced, as nobody would find the samples in the open one.
+    // Begins a new file when the file was removed or replaced: samples in a removed file would be lost.
     // Returns why that is impossible, or nothing.
     std::string keep_in_place()
     {

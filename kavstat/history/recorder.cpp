@@ -135,7 +135,7 @@ bool Recorder::sync()
     }
     m_last_id = std::max(m_last ? m_last->id : 0,
                          m_database.number("SELECT max(seq) FROM sqlite_sequence WHERE name = 'sample'").value_or(0));
-    // No recorder gets there.
+    // No recorder reaches these numbers.
     if (m_last_id < 0 || m_last_id >= std::numeric_limits<long long>::max() - 1) {
         m_error = "the numbers of its samples are damaged";
         return false;
